@@ -1,0 +1,31 @@
+# Language, warnings and sanitizers of every target of this project.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_CXX_SCAN_FOR_MODULES OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(THREADS_PREFER_PTHREAD_FLAG ON)
+
+if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
+    set(CMAKE_BUILD_TYPE RelWithDebInfo CACHE STRING "Build type" FORCE)
+endif()
+
+add_library(oru_warnings INTERFACE)
+target_compile_options(oru_warnings INTERFACE
+    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wno-sign-conversion -Wnon-virtual-dtor -Woverloaded-virtual
+    -Wold-style-cast -Wundef -Werror)
+if(CMAKE_CXX_COMPILER_ID MATCHES Clang)
+    target_compile_options(oru_warnings INTERFACE -Wthread-safety -Wthread-safety-beta)
+endif()
+
+if(ORU_SANITIZE)
+    add_compile_options(-fsanitize=${ORU_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+    add_link_options(-fsanitize=${ORU_SANITIZE})
+endif()
+
+# One reproducible spelling of source paths in messages and debug information.
+add_compile_options(-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)

@@ -1,0 +1,28 @@
+# Libraries of this project, found once.
+
+find_package(Threads REQUIRED)
+find_package(PkgConfig REQUIRED)
+find_package(Eigen3 3.3 REQUIRED NO_MODULE)
+find_package(fmt REQUIRED)
+find_package(CURL REQUIRED)
+find_package(HWY REQUIRED)
+pkg_check_modules(FFMPEG REQUIRED IMPORTED_TARGET libavformat libavcodec libavutil)
+pkg_check_modules(SRT REQUIRED IMPORTED_TARGET srt)
+find_path(SIMPLEINI_INCLUDE_DIR SimpleIni.h PATH_SUFFIXES simpleini REQUIRED)
+
+if(ORU_LOG_BACKEND STREQUAL "spdlog")
+    find_package(spdlog REQUIRED)
+elseif(ORU_LOG_BACKEND STREQUAL "quill")
+    find_package(quill 6 REQUIRED)
+else()
+    message(FATAL_ERROR "ORU_LOG_BACKEND is '${ORU_LOG_BACKEND}'; it must be spdlog or quill")
+endif()
+
+if(ORU_BUILD_APPS)
+    find_package(CLI11 REQUIRED)
+    find_package(nlohmann_json REQUIRED)
+    find_package(PNG REQUIRED)
+endif()
+if(ORU_BUILD_TESTS)
+    find_package(GTest REQUIRED)
+endif()

@@ -1,0 +1,31 @@
+# oru_library(name SOURCES a.cpp ... [DEPS oru::x ...] [PRIVATE_DEPS lib ...])
+#   A static archive oru_<name>, used as oru::<name>; includes are written from include/ or from src/.
+# oru_test(name LABEL unit|flow|backend|slow SOURCES ... DEPS ... [ARGS ...])
+#   A GoogleTest program, run as a whole under its label.
+
+add_library(oru_headers INTERFACE)
+add_library(oru::headers ALIAS oru_headers)
+target_include_directories(oru_headers INTERFACE "${PROJECT_SOURCE_DIR}/include")
+
+function(oru_library name)
+    cmake_parse_arguments(PARSE_ARGV 1 ARG "" "" "SOURCES;DEPS;PRIVATE_DEPS")
+    add_library(oru_${name} STATIC ${ARG_SOURCES})
+    add_library(oru::${name} ALIAS oru_${name})
+    target_include_directories(oru_${name} PRIVATE "${PROJECT_SOURCE_DIR}/src")
+    target_link_libraries(oru_${name}
+        PUBLIC oru::headers ${ARG_DEPS}
+        PRIVATE $<BUILD_INTERFACE:oru_warnings> ${ARG_PRIVATE_DEPS})
+endfunction()
+
+function(oru_test name)
+    cmake_parse_arguments(PARSE_ARGV 1 ARG "" "LABEL;TIMEOUT" "SOURCES;DEPS;ARGS")
+    if(NOT ARG_TIMEOUT)
+        set(ARG_TIMEOUT 300)
+    endif()
+    add_executable(${name} ${ARG_SOURCES})
+    target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}/src" "${PROJECT_SOURCE_DIR}/tests")
+    target_compile_definitions(${name} PRIVATE ORU_TEST_DATA="${PROJECT_SOURCE_DIR}/tests/data")
+    target_link_libraries(${name} PRIVATE oru_warnings ${ARG_DEPS} GTest::gmock GTest::gtest_main)
+    add_test(NAME ${name} COMMAND ${name} ${ARG_ARGS})
+    set_tests_properties(${name} PROPERTIES LABELS ${ARG_LABEL} TIMEOUT ${ARG_TIMEOUT})
+endfunction()

@@ -1,0 +1,118 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "oru/types.hpp"
+#include "oru_input/grabber/frame_status.hpp"
+#include "oru_input/mcu/IMUPacket.hpp"
+
+namespace oru::rlxrw {
+
+/// Metadata of one frame, shared by recorded files and the network stream.
+struct rlxSampleMetadata {
+    unsigned char bytes[256];
+};
+
+/// Header facts of a version-1 file.
+class IRLXWriter {
+public:
+    virtual ~IRLXWriter() = default;
+
+    virtual int getSerialNumber() = 0;
+    virtual int getWidth() = 0;
+    virtual int getHeight() = 0;
+    virtual float getfps() = 0;
+    virtual int getType() = 0;
+};
+
+/// Header facts of a version-2 file.
+struct RlxHeaderV2 {
+    int serial_number = 0;
+    int width = 0;
+    int height = 0;
+    float fps = 0.0F;
+    bool decompression_platform = false;
+    bool flipped = false;
+};
+
+/// What the head of a new file holds.
+struct RlxRecordingHeader {
+    int version = 2;
+    int serial_number = 0;
+    MODEL model = MODEL_UNKNOWN;
+    uint32_t camera_fw = 0;
+    uint32_t sensors_fw = 0;
+    uint32_t imu_data_version = 0;
+    uint32_t width = 0;
+    uint32_t height = 0;
+    float fps = 0.0F;
+    bool flipped = false;
+    bool has_imu = false;
+    int sharpness = 0;
+    RLX_COMPRESSION_MODE compression_mode = RLX_H264;
+    uint32_t bitrate = 0;  ///< kbit/s; 0 automatic
+    ImuCalibration imu_calibration;
+    bool has_imu_to_camera = false;
+    Matrix4f imu_to_camera;
+    std::string calibration_text;
+};
+
+/// One frame to be written; the pointers are borrowed for the call.
+struct RlxFrame {
+    const unsigned char* pixels = nullptr;  ///< YUYV, one block
+    std::size_t size = 0;
+    Timestamp time = 0;
+    rlxSampleMetadata metadata{};
+    const IMUPacket* packets = nullptr;
+    std::size_t packet_count = 0;
+};
+
+/// Reader or recorder of one RLX file. Threads: one at a time, but for counters().
+class RLXVideo {
+public:
+    virtual ~RLXVideo() = default;
+
+    /// 0 opened, 1 damaged or unreadable, 2 compression cannot be decoded here. An open reader is closed first.
+    virtual int open(const char* path) = 0;
+    virtual void close() = 0;
+    /// An empty `out` repairs in place. 0 repaired, 1 unreadable, 2 output not creatable, else invalid compression.
+    virtual int repairFile(const char* in, const char* out, bool, bool) = 0;
+    virtual void setPosition(int frame) = 0;
+    virtual int getRLXVersion() = 0;      ///< 0 no file, 1, 2
+    virtual IRLXWriter* v1() = 0;         ///< null unless a version-1 file is loaded
+    virtual const RlxHeaderV2* v2() = 0;  ///< null unless a version-2 file is loaded
+
+    virtual MODEL getCameraModel() = 0;
+    virtual int getCameraFwVersion() = 0;
+    virtual int getIMUDataVersion() = 0;
+    virtual bool hasIMUData() = 0;
+    virtual int getSharpenIntVal() = 0;
+    virtual ImuCalibration getImuCalib() = 0;
+    virtual RLX_COMPRESSION_MODE getCompressionMode() = 0;
+    /// On a version-1 file: false, and one line to standard error.
+    virtual bool getDecompressionPlatform() = 0;
+
+    virtual bool getCurrentIMU(IMUPacket& packet) = 0;
+    virtual bool getCurrentMetadata(rlxSampleMetadata& metadata) = 0;
+    virtual const Matrix4f* getIMUCamTransform() = 0;  ///< null: none recorded
+    /// The packets of the current frame, in time order.
+    virtual std::vector<IMUPacket> getFrameIMUPackets() = 0;
+    /// Recorder: the packet belongs to the next frame.
+    virtual void writeCurrentIMU(IMUPacket packet) = 0;
+
+    /// Takes the next frame; it is checked before a byte of `pixels` is written. A damaged frame is counted and
+    /// skipped (NO_FRAME). `size` must be width * height * 2.
+    [[nodiscard]] virtual FrameStatus readFrame(unsigned char* pixels, std::size_t size, Timestamp& time) = 0;
+    virtual int frameCount() = 0;
+    virtual int position() = 0;
+    /// Starts a new file: 0 ok, 1 not creatable, 2 no encoder for the mode.
+    virtual int create(const char* path, const RlxRecordingHeader& header) = 0;
+    /// 0 written, 1 the file cannot grow (disk full, I/O error), 2 the encoder failed.
+    virtual int writeFrame(const RlxFrame& frame) = 0;
+    [[nodiscard]] virtual FrameCounters counters() const = 0;
+};
+
+}  // namespace oru::rlxrw

@@ -1,0 +1,69 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "collaborators/RLXVideo.hpp"
+#include "oru/types.hpp"
+#include "oru_input/mcu/IMUPacket.hpp"
+
+namespace oru {
+
+/// What the sender says of its camera.
+struct StreamDescription {
+    int serial_number = 0;
+    MODEL model = MODEL_UNKNOWN;
+    unsigned camera_fw = 0;
+    unsigned sensors_fw = 0;
+    uint32_t width = 0;
+    uint32_t height = 0;
+    bool has_imu = false;
+    int flip_state = 0;
+};
+
+/// IMU-to-camera pose as announced; translation in millimetres. All zero when none is announced.
+struct StreamImuPose {
+    float w = 0.0F, x = 0.0F, y = 0.0F, z = 0.0F;
+    float tx = 0.0F, ty = 0.0F, tz = 0.0F;
+};
+
+/// Receiver of a network stream, with threads of its own. Threads: the frame operations from one thread at a time;
+/// getCurrentIMU, takeImuPacketsBefore and counters from any.
+class UDPInput {
+public:
+    virtual ~UDPInput() = default;
+
+    /// Connects and waits for the sender's description, at most 3 s. 0 connected, -5 or positive: failed,
+    /// other negative: set-up failed. The camera passes 0 as the last argument.
+    virtual int open(String ip, unsigned short port, int unused) = 0;
+    /// Waits up to 20 ms for a newer decoded frame and writes it as YUYV; false leaves `image` untouched.
+    virtual bool readStreamData(unsigned char* image, unsigned char* second) = 0;
+
+    // Of the frame that readStreamData delivered last.
+    virtual Timestamp frameTimestamp() = 0;
+    virtual bool frameHasMetadata() = 0;
+    virtual rlxrw::rlxSampleMetadata frameMetadata() = 0;
+
+    // Of the sender, after a successful open.
+    virtual StreamDescription description() = 0;
+    virtual int announcedFps() = 0;
+    virtual StreamImuPose announcedImuPose() = 0;
+    virtual int versionByte() = 0;  ///< 4 for protocol version 1, 5 for version 2
+
+    virtual bool canSupplyCurrentImu() = 0;
+    virtual bool getCurrentIMU(IMUPacket& packet) = 0;
+    /// Removes and returns the stored packets earlier than `time`, in time order.
+    virtual std::vector<IMUPacket> takeImuPacketsBefore(Timestamp time) = 0;
+    /// The recorder that records this input.
+    virtual rlxrw::RLXVideo& recorder() = 0;
+    [[nodiscard]] virtual FrameCounters counters() const = 0;
+
+    // Controls of the sending camera.
+    virtual bool valueRange(VIDEO_SETTINGS setting, int& min, int& max) = 0;
+    virtual int getGrabberSettingsValue(VIDEO_SETTINGS setting) = 0;
+    virtual int setGrabberSettingsValue(VIDEO_SETTINGS setting, int value, bool automatic) = 0;
+    virtual int getGrabberSettingsValue(VIDEO_SETTINGS setting, int side, Rect& region) = 0;
+    virtual int setGrabberSettingsValue(VIDEO_SETTINGS setting, int side, Rect region, bool reset) = 0;
+};
+
+}  // namespace oru

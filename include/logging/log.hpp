@@ -1,0 +1,31 @@
+#pragma once
+
+#include <fmt/core.h>
+
+#include "logging/KoruLogger.hpp"
+
+namespace oru::detail {
+
+template <class... Arguments>
+void emit(LogLevel level, const char* file, int line, fmt::format_string<Arguments...> format,
+          Arguments&&... arguments) {
+    if (Logger* logger = KoruLogger::get_instance().get_logger(MAIN); logger != nullptr) {
+        logger->write(level, file, line, format, fmt::make_format_args(arguments...));
+    }
+}
+
+inline bool shouldLog(LogLevel level) {
+    const Logger* logger = KoruLogger::get_instance().get_logger(MAIN);
+    return logger != nullptr && logger->shouldLog(level);
+}
+
+}  // namespace oru::detail
+
+// Macros, so that a message carries its caller's line and a suppressed one evaluates no argument.
+#define ORU_LOG_AT(level, file, line, ...)                             \
+    do {                                                               \
+        if (::oru::detail::shouldLog(level)) {                         \
+            ::oru::detail::emit((level), (file), (line), __VA_ARGS__); \
+        }                                                              \
+    } while (false)
+#define ORU_LOG(level, ...) ORU_LOG_AT(::oru::LogLevel::level, __FILE__, __LINE__, __VA_ARGS__)

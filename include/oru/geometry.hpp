@@ -1,0 +1,117 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+
+#include "oru/export.hpp"
+
+namespace oru {
+
+/// A fixed vector; zero when default-constructed.
+template <class T, std::size_t N>
+class VectorN {
+public:
+    VectorN() = default;
+
+    [[nodiscard]] T& operator[](std::size_t index) { return values_[index]; }
+    [[nodiscard]] const T& operator[](std::size_t index) const { return values_[index]; }
+    [[nodiscard]] T* data() { return values_.data(); }
+    [[nodiscard]] const T* data() const { return values_.data(); }
+
+    friend bool operator==(const VectorN&, const VectorN&) = default;
+
+protected:
+    explicit VectorN(std::array<T, N> values) : values_(values) {}
+
+private:
+    std::array<T, N> values_{};
+};
+
+template <class T>
+class Vector2 : public VectorN<T, 2> {
+public:
+    Vector2() = default;
+    Vector2(T x, T y) : VectorN<T, 2>({x, y}) {}
+};
+
+template <class T>
+class Vector3 : public VectorN<T, 3> {
+public:
+    Vector3() = default;
+    Vector3(T x, T y, T z) : VectorN<T, 3>({x, y, z}) {}
+};
+
+template <class T>
+class Vector4 : public VectorN<T, 4> {
+public:
+    Vector4() = default;
+    Vector4(T x, T y, T z, T w) : VectorN<T, 4>({x, y, z, w}) {}
+};
+
+/// A square matrix addressed as (row, column); acts on column vectors. Zero when default-constructed.
+template <std::size_t N>
+class SquareMatrix {
+public:
+    [[nodiscard]] float& operator()(std::size_t row, std::size_t column) { return values_[row * N + column]; }
+    [[nodiscard]] const float& operator()(std::size_t row, std::size_t column) const {
+        return values_[row * N + column];
+    }
+
+    void setIdentity() {
+        values_.fill(0.0F);
+        for (std::size_t i = 0; i < N; ++i) {
+            values_[i * N + i] = 1.0F;
+        }
+    }
+
+    friend bool operator==(const SquareMatrix&, const SquareMatrix&) = default;
+
+private:
+    std::array<float, N * N> values_{};
+};
+
+class Matrix3f : public SquareMatrix<3> {
+public:
+    /// The inverse; not finite when the matrix is singular.
+    [[nodiscard]] ORU_API static Matrix3f inverse(const Matrix3f& matrix);
+};
+
+class Matrix4f : public SquareMatrix<4> {};
+
+/// A unit quaternion in the order x, y, z, w; identity when default-constructed.
+class Orientation : public Vector4<float> {
+public:
+    Orientation() : Vector4<float>(0.0F, 0.0F, 0.0F, 1.0F) {}
+    explicit Orientation(const Vector4<float>& quaternion) : Vector4<float>(quaternion) {}
+};
+
+class Translation : public Vector3<float> {
+public:
+    Translation() = default;
+    explicit Translation(Vector3<float> vector) : Vector3<float>(vector) {}
+};
+
+/// A 3 x 3 rotation; identity when default-constructed.
+class Rotation : public Matrix3f {
+public:
+    Rotation() { setIdentity(); }
+    /// The rotation matrix of a unit quaternion.
+    ORU_API void setOrientation(const Orientation& orientation);
+};
+
+/// A rigid pose: rotation in the upper-left 3 x 3 block, translation in the last column. Identity when
+/// default-constructed.
+class Transform : public Matrix4f {
+public:
+    Transform() { setIdentity(); }
+    explicit Transform(const Matrix4f& matrix) : Matrix4f(matrix) {}
+
+    /// The quaternion of the rotation block, by the trace method (w >= 0 when the trace is positive).
+    [[nodiscard]] ORU_API Orientation getOrientation() const;
+    [[nodiscard]] ORU_API Translation getTranslation() const;
+    /// Replaces the rotation block by the rotation of a unit quaternion; the rest stays.
+    ORU_API void setOrientation(const Orientation& orientation);
+    ORU_API void setTranslation(const Translation& translation);
+};
+
+}  // namespace oru

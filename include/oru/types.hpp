@@ -1,0 +1,217 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+
+#include "oru/String.hpp"
+#include "oru/error_code.hpp"
+#include "oru/export.hpp"
+#include "oru/geometry.hpp"
+#include "oru/image.hpp"
+#include "oru/sensors.hpp"
+#include "oru/settings.hpp"
+
+struct CUctx_st;
+struct CUstream_st;
+
+namespace oru {
+
+/// Kind of input as the public interface names it.
+enum INPUT_TYPE : int32_t {
+    INPUT_TYPE_NONE,
+    INPUT_TYPE_RLX,
+    INPUT_TYPE_STREAM,
+    GMSL,
+    INPUT_TYPE_PENDING,  ///< a grabber before open() has chosen
+};
+
+/// Camera model. Other values occur in device lists and are not driven by this module.
+enum MODEL : int32_t {
+    MODEL_MONO_3UM = 30,  ///< 3.0 micrometre pixels, sensor family 1
+    MODEL_MONO_2UM = 31,  ///< 2.0 micrometre pixels, sensor family 2
+    MODEL_UNKNOWN = 32,
+};
+
+/// The application's length unit.
+enum UNIT : int32_t { UNIT_MILLIMETER, UNIT_CENTIMETER, UNIT_METER, UNIT_INCH, UNIT_FOOT };
+
+/// The application's axes; the guide draws them. 1 and 4 are reflections.
+enum AXIS_CONVENTION : int32_t {
+    AXIS_CONVENTION_0,
+    AXIS_CONVENTION_1,
+    AXIS_CONVENTION_2,
+    AXIS_CONVENTION_3,
+    AXIS_CONVENTION_4,
+    AXIS_CONVENTION_5,
+};
+
+enum InputKind : int32_t { KIND_RLX_FILE = 2, KIND_STREAM, KIND_GMSL_ID, KIND_GMSL_SERIAL };
+enum BUS_TYPE : int32_t { BUS_TYPE_2 = 2 };
+enum CAMERA_TYPE : int32_t { CAMERA_TYPE_0 };
+
+/// Millimetres in one unit; 1 for a value that is not listed.
+ORU_API float getScaleMillimeter(UNIT unit);
+
+/// Which input open() takes. A description that was never set means the first free live camera.
+class ORU_API InputType {
+public:
+    InputType() = default;
+    InputType(InputKind kind, String first, String second, bool set);
+
+    void setFromFile(String path);
+    void setFromStream(String ip, unsigned short port = 30000);
+    void setFromSerialNumber(unsigned serial);
+    /// Id -1 takes the lowest free camera.
+    void setFromCameraID(int id, BUS_TYPE bus = BUS_TYPE_2, CAMERA_TYPE type = CAMERA_TYPE_0);
+
+    [[nodiscard]] InputKind kind() const { return kind_; }
+    /// The path, the address with its port, the decimal id or the decimal serial number.
+    [[nodiscard]] const String& first() const { return first_; }
+    [[nodiscard]] const String& second() const { return second_; }
+    [[nodiscard]] bool isSet() const { return set_; }
+
+private:
+    InputKind kind_ = KIND_GMSL_ID;
+    String first_;
+    String second_;
+    bool set_ = false;
+};
+
+/// Parameters of open(). The camera keeps a copy and adjusts it; getInitParameters() shows the adjusted one.
+struct InitParametersOne {
+    RESOLUTION requested_resolution = AUTO;
+    int32_t requested_fps = 0;  ///< frames per second; 0 or less asks for 30 on a live camera
+    int32_t image_flip = 0;     ///< 0 no, 1 turned by 180 degrees, 2 as the camera is mounted
+    bool rlx_real_time = true;  ///< play a recorded file at its recorded pace
+    UNIT length_unit = UNIT_MILLIMETER;
+    AXIS_CONVENTION axis_convention = AXIS_CONVENTION_0;
+    CUctx_st* cuda_context = nullptr;  ///< the application's own, or null: open finds or makes one
+    int32_t verbosity = 0;
+    String reserved_text_1;
+    InputType input;
+    String settings_path;  ///< prefix of the calibration file's name: ends with "/"; a "~" is the home directory
+    String reserved_text_2;
+    float reserved_float = 5.0F;
+    bool fast_fail_grab = false;  ///< give up after 50 rounds and answer CAMERA_UNAVAILABLE
+    bool use_hdr = false;
+};
+
+enum STREAMING_CODEC : int32_t { PLAIN_CODEC, DENSE_CODEC };
+
+/// Parameters of enableStreaming(); out-of-range values are clamped with a warning.
+struct StreamingParameters {
+    STREAMING_CODEC codec = DENSE_CODEC;
+    uint16_t port = 30000;
+    uint32_t bitrate = 0;   ///< kbit/s, 1000 to 60000; 0 chooses by size and rate
+    int32_t gop_size = -1;  ///< frames, up to 256; 0 or less: two seconds
+    bool adaptive_bitrate = false;
+    uint16_t chunk_size = 16084;  ///< bytes, 1024 to 65000
+    uint32_t target_fps = 0;      ///< 15, 30 or 60, dividing the source rate; 0: the source rate
+};
+
+enum RLX_COMPRESSION_MODE : int32_t {
+    RLX_RAW,
+    RLX_H264,
+    RLX_H265,
+    RLX_LOSSLESS,
+    RLX_FFV1,
+    RLX_MODE_5,
+    RLX_MODE_8 = 8,
+    RLX_MODE_10 = 10,
+};
+
+/// Parameters of enableRecording().
+struct RecordingParameters {
+    String video_filename = "myRecording.rlx2";
+    RLX_COMPRESSION_MODE compression_mode = RLX_H264;
+    uint32_t bitrate = 0;     ///< kbit/s; 0 automatic
+    uint32_t target_fps = 0;  ///< 0: the source's
+    bool overwrite = false;
+};
+
+struct RecordingStatus {
+    bool recording = false;
+    bool paused = false;
+    ERROR_CODE last_result = SUCCESS;
+    uint64_t frames_written = 0;
+    uint64_t frames_dropped = 0;
+    uint64_t bytes_written = 0;
+    double seconds = 0.0;
+};
+
+/// One attached camera, as the device layer lists it.
+struct DeviceProperties {
+    uint32_t availability = 0;  ///< 0: free to open
+    int32_t id = -1;
+    String path;
+    MODEL model = MODEL_UNKNOWN;
+    uint32_t serial_number = 0;
+    std::array<unsigned char, 3> device_flags{};
+    String text_1;
+    String text_2;
+    String text_3;
+    uint32_t extra_id = 0;
+};
+
+/// Intrinsics of one image size: pinhole plus the rational, tangential and thin-prism lens model.
+struct CameraParameters {
+    float fx = 0.0F;  ///< pixels
+    float fy = 0.0F;
+    float cx = 0.0F;
+    float cy = 0.0F;
+    std::array<double, 12> distortion{};  ///< k1, k2, p1, p2, k3, k4, k5, k6, s1, s2, s3, s4
+    float fov_v = 0.0F;                   ///< degrees
+    float fov_h = 0.0F;
+    float fov_d = 0.0F;
+    Resolution image_size;
+    float focal_length_mm = 0.0F;
+};
+
+struct CameraModeDescription {
+    CameraParameters calibration;      ///< of the rectified views
+    CameraParameters raw_calibration;  ///< of the unrectified views
+    uint32_t firmware_version = 0;
+    float fps = 0.0F;
+    Resolution resolution;
+};
+
+struct SensorsDescription {
+    uint32_t firmware_version = 0;
+    Transform imu_to_camera;
+    Transform second_transform;
+    SensorParameters accelerometer;
+    SensorParameters gyroscope;
+    SensorParameters magnetometer;
+    SensorParameters barometer;
+};
+
+/// What getCameraInformation returns.
+struct CameraDescription {
+    int32_t serial_number = 0;
+    MODEL model = MODEL_UNKNOWN;
+    INPUT_TYPE input_type = INPUT_TYPE_PENDING;
+    CameraModeDescription configuration;
+    SensorsDescription sensors;
+};
+
+/// Where the frames of an input went: produced = delivered + all the others, always.
+/// A frame that still waits to be taken is not counted yet.
+struct FrameCounters {
+    uint64_t produced = 0;
+    uint64_t delivered = 0;
+    uint64_t sensor_gap = 0;   ///< never came out of the sensor or over the link
+    uint64_t overwritten = 0;  ///< replaced by a newer frame before it was taken
+    uint64_t late = 0;         ///< skipped to keep a recorded pace
+    uint64_t queue_full = 0;
+    uint64_t decode_failed = 0;
+    uint64_t damaged = 0;
+    uint64_t network = 0;
+    uint64_t sender_busy = 0;
+
+    [[nodiscard]] uint64_t lost() const {
+        return sensor_gap + overwritten + late + queue_full + decode_failed + damaged + network + sender_busy;
+    }
+    friend bool operator==(const FrameCounters&, const FrameCounters&) = default;
+};
+
+}  // namespace oru
