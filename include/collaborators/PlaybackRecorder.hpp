@@ -47,7 +47,12 @@ public:
     /// Ends the recording with a whole file; harmless without one.
     virtual void disableRecording(CameraFrameContext camera) = 0;
 
-    virtual ERROR_CODE enableRecording(CameraFrameContext /*camera*/, const RecordingParameters& /*parameters*/) {
+    /// Starts a recording. `source` tells the facts of the camera (serial, model, firmware, size, rate, flip, IMU);
+    /// version, compression, bitrate and calibration text are filled in from the parameters and the calibration source.
+    /// @retval INVALID_CALL a recording runs   @retval INVALID_PARAMETER the file exists or cannot be created, no such
+    /// mode   @retval RLX_CODEC_UNAVAILABLE no encoder for the mode   Threads: between two grabs.
+    virtual ERROR_CODE enableRecording(CameraFrameContext /*camera*/, const RecordingParameters& /*parameters*/,
+                                       const rlxrw::RlxRecordingHeader& /*source*/) {
         return NOT_SUPPORTED;
     }
     virtual void pauseRecording(CameraFrameContext /*camera*/, bool /*paused*/) {}

@@ -49,7 +49,8 @@ struct RlxRecordingHeader {
     uint32_t width = 0;
     uint32_t height = 0;
     float fps = 0.0F;
-    bool flipped = false;
+    bool flipped = false;                 ///< version 2 only
+    bool decompression_platform = false;  ///< version 2 only: the recording platform decodes this mode in real time
     bool has_imu = false;
     int sharpness = 0;
     RLX_COMPRESSION_MODE compression_mode = RLX_H264;
@@ -66,11 +67,14 @@ struct RlxFrame {
     std::size_t size = 0;
     Timestamp time = 0;
     rlxSampleMetadata metadata{};
+    const IMUPacket* imu = nullptr;  ///< the sample taken with the image, or null
     const IMUPacket* packets = nullptr;
     std::size_t packet_count = 0;
+    uint32_t lost_before = 0;  ///< frames that were to be recorded since the last one and are not in the file
 };
 
-/// Reader or recorder of one RLX file. Threads: one at a time, but for counters().
+/// Reader or recorder of one RLX file. Threads: one at a time, but for counters(); a recorder also takes writeFrame and
+/// bytesWritten on a second thread.
 class RLXVideo {
 public:
     virtual ~RLXVideo() = default;
@@ -107,11 +111,22 @@ public:
     /// skipped (NO_FRAME). `size` must be width * height * 2.
     [[nodiscard]] virtual FrameStatus readFrame(unsigned char* pixels, std::size_t size, Timestamp& time) = 0;
     virtual int frameCount() = 0;
+    /// Index of the frame that readFrame takes next; frameCount() at the end.
     virtual int position() = 0;
+    /// Recorded time of a frame, 0 when there is no such frame.
+    virtual Timestamp frameTime(int /*frame*/) { return 0; }
+    /// Passes over the next frame: counted as late, its packets join those of the frame after it.
+    virtual void skipFrame() {}
+    /// The sample taken with the image of the current frame; false when there is none.
+    virtual bool getFrameIMU(IMUPacket& /*packet*/) { return false; }
     /// Starts a new file: 0 ok, 1 not creatable, 2 no encoder for the mode.
     virtual int create(const char* path, const RlxRecordingHeader& header) = 0;
     /// 0 written, 1 the file cannot grow (disk full, I/O error), 2 the encoder failed.
     virtual int writeFrame(const RlxFrame& frame) = 0;
+    /// Recorder: appends what writeCurrentIMU stored since the last call to `packets`, in order, and forgets it.
+    virtual void takeWrittenPackets(std::vector<IMUPacket>& /*packets*/) {}
+    /// Size of the file being written, in bytes.
+    virtual uint64_t bytesWritten() { return 0; }
     [[nodiscard]] virtual FrameCounters counters() const = 0;
 };
 
