@@ -1,0 +1,145 @@
+#include "utils/yuv.hpp"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace oru {
+namespace {
+
+using Bytes = std::vector<unsigned char>;
+
+constexpr unsigned char kUntouched = 0xA5;
+
+struct Shape {
+    std::size_t width;
+    std::size_t height;
+    std::size_t padding;
+};
+
+/// A picture in both layouts, every buffer with padding after each row.
+struct Picture {
+    explicit Picture(Shape picture)
+        : shape(picture),
+          packedStep(2 * shape.width + shape.padding),
+          lumaStep(shape.width + shape.padding),
+          chromaStep(shape.width / 2 + shape.padding),
+          packed(packedStep * shape.height, kUntouched),
+          y(lumaStep * shape.height, kUntouched),
+          u(chromaStep * shape.height, kUntouched),
+          v(u) {}
+
+    YuvPlanes planes() { return {y.data(), u.data(), v.data(), lumaStep, chromaStep, chromaStep}; }
+    [[nodiscard]] ConstYuvPlanes constPlanes() const {
+        return {y.data(), u.data(), v.data(), lumaStep, chromaStep, chromaStep};
+    }
+
+    void fillPacked(unsigned seed) {
+        std::mt19937 random(seed);
+        for (std::size_t row = 0; row < shape.height; ++row) {
+            for (std::size_t i = 0; i < 2 * shape.width; ++i) {
+                packed[row * packedStep + i] = static_cast<unsigned char>(random());
+            }
+        }
+    }
+
+    Shape shape;
+    std::size_t packedStep, lumaStep, chromaStep;
+    Bytes packed, y, u, v;
+};
+
+const std::vector<Shape> kShapes{{2, 1, 0},   {4, 2, 3},  {6, 3, 1},   {30, 5, 0},  {32, 4, 16}, {62, 7, 5},
+                                 {64, 6, 64}, {66, 9, 2}, {128, 3, 0}, {130, 2, 7}, {254, 5, 1}, {258, 4, 0}};
+
+std::string named(Shape shape) {
+    return std::to_string(shape.width) + "x" + std::to_string(shape.height) + " padding " +
+           std::to_string(shape.padding);
+}
+
+/// The sample of pair `pair` of a packed row: 0 first luma, 1 U, 2 second luma, 3 V.
+unsigned char packedSample(const Picture& picture, std::size_t row, std::size_t pair, std::size_t component) {
+    return picture.packed[row * picture.packedStep + 4 * pair + component];
+}
+
+TEST(Yuv, SplitsIntoPlanarAndJoinsBackWithoutLossIn422) {
+    for (const Shape& shape : kShapes) {
+        Picture original(shape);
+        original.fillPacked(1);
+        yuyvToI422(original.packed.data(), original.packedStep, original.planes(), shape.width, shape.height);
+        Picture back(shape);
+        i422ToYuyv(original.constPlanes(), back.packed.data(), back.packedStep, shape.width, shape.height);
+        EXPECT_EQ(back.packed, original.packed) << named(shape);
+        EXPECT_EQ(original.y[0], original.packed[0]);
+        EXPECT_EQ(original.u[0], original.packed[1]);
+        EXPECT_EQ(original.y[1], original.packed[2]);
+        EXPECT_EQ(original.v[0], original.packed[3]);
+    }
+}
+
+TEST(Yuv, AveragesChromaOfRowPairsAndKeepsLumaIn420) {
+    for (const Shape& shape : kShapes) {
+        Picture picture(shape);
+        picture.fillPacked(2);
+        yuyvToI420(picture.packed.data(), picture.packedStep, picture.planes(), shape.width, shape.height);
+        for (std::size_t row = 0; row < shape.height; ++row) {
+            const std::size_t upper = row / 2 * 2;
+            const std::size_t lower = std::min(upper + 1, shape.height - 1);
+            for (std::size_t pair = 0; pair < shape.width / 2; ++pair) {
+                const unsigned char* luma = &picture.y[row * picture.lumaStep + 2 * pair];
+                ASSERT_EQ(luma[0], packedSample(picture, row, pair, 0)) << named(shape);
+                ASSERT_EQ(luma[1], packedSample(picture, row, pair, 2)) << named(shape);
+                const std::size_t at = row / 2 * picture.chromaStep + pair;
+                const auto mean = [&](std::size_t c) {
+                    return (packedSample(picture, upper, pair, c) + packedSample(picture, lower, pair, c) + 1) / 2;
+                };
+                ASSERT_EQ(picture.u[at], mean(1)) << named(shape);
+                ASSERT_EQ(picture.v[at], mean(3)) << named(shape);
+            }
+        }
+    }
+}
+
+TEST(Yuv, GivesBothRowsOfAPairTheirSharedChromaFrom420) {
+    for (const Shape& shape : kShapes) {
+        Picture picture(shape);
+        picture.fillPacked(3);
+        yuyvToI420(picture.packed.data(), picture.packedStep, picture.planes(), shape.width, shape.height);
+        Picture back(shape);
+        i420ToYuyv(picture.constPlanes(), back.packed.data(), back.packedStep, shape.width, shape.height);
+        for (std::size_t row = 0; row < shape.height; ++row) {
+            for (std::size_t pair = 0; pair < shape.width / 2; ++pair) {
+                const std::size_t at = row / 2 * picture.chromaStep + pair;
+                ASSERT_EQ(packedSample(back, row, pair, 0), packedSample(picture, row, pair, 0)) << named(shape);
+                ASSERT_EQ(packedSample(back, row, pair, 1), picture.u[at]) << named(shape);
+                ASSERT_EQ(packedSample(back, row, pair, 3), picture.v[at]) << named(shape);
+            }
+        }
+    }
+}
+
+TEST(Yuv, LeavesPaddingAndUnusedChromaRowsUntouched) {
+    for (const Shape& shape : kShapes) {
+        Picture picture(shape);
+        picture.fillPacked(4);
+        yuyvToI420(picture.packed.data(), picture.packedStep, picture.planes(), shape.width, shape.height);
+        Picture back(shape);
+        i420ToYuyv(picture.constPlanes(), back.packed.data(), back.packedStep, shape.width, shape.height);
+        const auto expectUntouched = [&](const Bytes& bytes, std::size_t step, std::size_t used, std::size_t rows) {
+            for (std::size_t i = 0; i < bytes.size(); ++i) {
+                if (i / step >= rows || i % step >= used) {
+                    ASSERT_EQ(bytes[i], kUntouched) << named(shape) << " byte " << i;
+                }
+            }
+        };
+        expectUntouched(picture.y, picture.lumaStep, shape.width, shape.height);
+        expectUntouched(picture.u, picture.chromaStep, shape.width / 2, (shape.height + 1) / 2);
+        expectUntouched(picture.v, picture.chromaStep, shape.width / 2, (shape.height + 1) / 2);
+        expectUntouched(back.packed, back.packedStep, 2 * shape.width, shape.height);
+    }
+}
+
+}  // namespace
+}  // namespace oru
