@@ -1,0 +1,72 @@
+#!/usr/bin/env bash
+# The layer check must find what is planted, and nothing else. Usage: layers_test.sh CHECK_LAYERS
+set -euo pipefail
+check=$1
+tree=$(mktemp -d)
+trap 'rm -rf "$tree"' EXIT
+failures=0
+
+plant() {  # FILE TEXT
+    mkdir -p "$tree/$(dirname "$1")"
+    printf '%s\n' "$2" >"$tree/$1"
+}
+
+base() {
+    rm -rf "${tree:?}"/*
+    plant include/oru/image.hpp '#include <cstdint>'
+    plant include/utils/Clock.hpp '#include <time.h>'
+    plant include/logging/log.hpp '#include <fmt/core.h>'
+    plant include/collaborators/RLXVideo.hpp '#include "oru/image.hpp"'
+    plant src/oru_koruone/grab.cpp '#include "collaborators/RLXVideo.hpp"'
+    plant src/backends/rlx/Reader.hpp '#include "collaborators/RLXVideo.hpp"'
+    plant src/backends/stream/Sender.hpp '#include <srt/srt.h>'
+    plant src/compose/factory.cpp '#include "backends/rlx/Reader.hpp"'
+    plant examples/first.cpp '#include "oru/image.hpp"'
+    plant apps/koruone/main.cpp '#include <CLI/CLI.hpp>'
+    plant tests/unit/all_test.cpp '#include "backends/stream/Sender.hpp"'
+}
+
+expect() {  # STATUS NAME
+    local status=0
+    "$check" "$tree" >"$tree.out" 2>&1 || status=$?
+    if [ "$status" != "$1" ]; then
+        echo "FAIL $2: exit $status instead of $1"
+        sed 's/^/    /' "$tree.out"
+        failures=$((failures + 1))
+    else
+        echo "ok   $2"
+    fi
+    rm -f "$tree.out"
+}
+
+refuse() {  # NAME FILE TEXT
+    base
+    plant "$2" "$3"
+    expect 1 "$1"
+}
+
+base
+expect 0 'the order as it should be'
+refuse 'upwards: types include logging' include/oru/image.hpp '#include "logging/log.hpp"'
+refuse 'upwards with blanks' include/utils/Clock.hpp '  #  include   "collaborators/RLXVideo.hpp"'
+refuse 'the core sees a backend' src/oru_koruone/grab.cpp '#include "backends/rlx/Reader.hpp"'
+refuse 'a backend sees the core' src/backends/rlx/Reader.hpp '#include "oru_koruone/grab.cpp"'
+refuse 'a backend sees another' src/backends/rlx/Reader.hpp '#include "backends/stream/Sender.hpp"'
+refuse 'the tool names a backend' apps/koruone/main.cpp '#include "backends/rlx/Reader.hpp"'
+refuse 'an example leaves the public face' examples/first.cpp '#include "utils/Clock.hpp"'
+refuse 'code includes the tests' src/compose/factory.cpp '#include "unit/all_test.cpp"'
+refuse 'a way round by dots' src/oru_koruone/grab.cpp '#include "../backends/rlx/Reader.hpp"'
+refuse 'a public header with Eigen' include/oru/image.hpp '#include <Eigen/Core>'
+refuse 'a public header with fmt' include/oru/image.hpp '#include <fmt/core.h>'
+refuse 'a public header with CUDA' include/oru/image.hpp '#include <cuda_runtime.h>'
+refuse 'the logging library elsewhere' src/oru_koruone/grab.cpp '#include <spdlog/spdlog.h>'
+refuse 'the codec library in the core' src/oru_koruone/grab.cpp '#include <libavcodec/avcodec.h>'
+refuse 'the network library in another backend' src/backends/rlx/Reader.hpp '#include <srt/srt.h>'
+refuse 'a folder without a layer' src/misc/helper.cpp '#include <vector>'
+base
+sed -i '1i #include "tables/tables.hpp"' "$tree/include/utils/Clock.hpp"
+plant include/tables/tables.hpp '#include <array>'
+expect 1 'sideways: utils include tables'
+
+echo "$failures failed"
+exit $((failures > 0))
