@@ -1,0 +1,119 @@
+#include <gtest/gtest.h>
+
+#include "backends/rectifier/cpu/view_map.hpp"
+#include "pictures.hpp"
+
+namespace oru::rectifier {
+namespace {
+
+constexpr Size kSize{1920, 1200};
+
+TEST(Lens, ProjectsAsThePublicModelDoes) {
+    CameraParameters camera;
+    camera.fx = 1010;
+    camera.fy = 1005;
+    camera.cx = 951.25F;
+    camera.cy = 607.5F;
+    camera.distortion = {-0.31, 0.12, 0.0013, -0.0007, 0.021, 0.27, -0.05, 0.013, 0.0021, -0.0004, -0.0017, 0.0006};
+    const Lens lens(camera);
+    // Computed by cv::projectPoints with the same numbers.
+    const std::vector<std::pair<Point, Point>> expected{{{0.5, -0.25}, {1379.088532712, 394.773216476}},
+                                                        {{-0.8, 0.6}, {405.530083114, 1015.718499854}},
+                                                        {{0.02, 0.4}, {969.968907807, 975.669030613}}};
+    for (const auto& [ray, pixel] : expected) {
+        const Point projected = lens.project(ray);
+        EXPECT_NEAR(projected.x, pixel.x, 1e-6);
+        EXPECT_NEAR(projected.y, pixel.y, 1e-6);
+    }
+}
+
+TEST(Lens, IsUnusableWithoutPositiveFocalLengthOrWithNumbersThatAreNotFinite) {
+    const CameraParameters good = cameraOf(testLenses()[3], kSize);
+    EXPECT_TRUE(Lens(good).usable());
+    CameraParameters bad = good;
+    bad.fx = 0;
+    EXPECT_FALSE(Lens(bad).usable());
+    bad = good;
+    bad.cy = NAN;
+    EXPECT_FALSE(Lens(bad).usable());
+    bad = good;
+    bad.distortion[11] = INFINITY;
+    EXPECT_FALSE(Lens(bad).usable());
+}
+
+double worstDistanceOutside(const ViewGeometry& geometry) {
+    const ViewMap map(geometry.lens, geometry.rectified, geometry.source, geometry.source, geometry.flipped);
+    double worst = 0;
+    for (int v = 0; v < geometry.source.height; v += v % 7 == 0 ? 1 : 3) {
+        for (int u = 0; u < geometry.source.width; ++u) {
+            const Point position = map.at(u, v);
+            worst = std::max({worst, -position.x, -position.y, position.x - (geometry.source.width - 1),
+                              position.y - (geometry.source.height - 1)});
+        }
+    }
+    return worst;
+}
+
+TEST(RectifiedCamera, ShowsNoEmptyBorderAndNothingWiderWould) {
+    for (const NamedLens& named : testLenses()) {
+        ViewGeometry geometry = geometryOf(cameraOf(named, kSize), false);
+        ASSERT_GT(geometry.rectified.fx, 0) << named.name;
+        EXPECT_EQ(geometry.rectified.fx, geometry.rectified.fy) << named.name;
+        EXPECT_LT(worstDistanceOutside(geometry), 0.05) << named.name;
+        geometry.rectified.fx = geometry.rectified.fy = geometry.rectified.fx * 0.99;
+        EXPECT_GT(worstDistanceOutside(geometry), 1.0) << named.name;
+    }
+}
+
+TEST(RectifiedCamera, KeepsALensWithoutDistortionAsItIs) {
+    CameraParameters camera = cameraOf(testLenses()[0], kSize);
+    camera.fy = camera.fx;
+    camera.cx = 903.5F;
+    const ViewGeometry geometry = geometryOf(camera, false);
+    EXPECT_NEAR(geometry.rectified.fx, camera.fx, 1e-3);
+    EXPECT_NEAR(geometry.rectified.cx, camera.cx, 1e-3);
+    EXPECT_NEAR(geometry.rectified.cy, camera.cy, 1e-3);
+}
+
+TEST(RectifiedCamera, StopsBeforeALensThatBendsBackOnItself) {
+    CameraParameters camera = cameraOf({"folding", 0.4, {-0.6}, 0, 0}, kSize);
+    const ViewGeometry geometry = geometryOf(camera, false);
+    ASSERT_GT(geometry.rectified.fx, 0);
+    const double cornerX = kSize.width / 2.0 / geometry.rectified.fx;
+    const double cornerY = kSize.height / 2.0 / geometry.rectified.fy;
+    EXPECT_LT(cornerX * cornerX + cornerY * cornerY, 1 / (3 * 0.6) + 1e-3);  // where r (1 + k1 r^2) turns
+}
+
+TEST(RectifiedCamera, RefusesALensThatSeesNothingInItsMiddle) {
+    CameraParameters camera = cameraOf(testLenses()[0], kSize);
+    camera.cx = -5000;
+    EXPECT_EQ(geometryOf(camera, false).rectified.fx, 0);
+}
+
+TEST(ViewMap, TurnsAFlippedViewAboutItsMiddleAtEverySize) {
+    const CameraParameters camera = cameraOf(testLenses()[4], kSize);
+    for (const Size view : {kSize, Size{960, 600}, Size{641, 333}}) {
+        const ViewGeometry geometry = geometryOf(camera, false);
+        const ViewMap upright(geometry.lens, geometry.rectified, kSize, view, false);
+        const ViewMap flipped(geometry.lens, geometry.rectified, kSize, view, true);
+        for (const auto& [u, v] : {std::pair{0, 0}, {17, 230}, {640, 332}}) {
+            const Point one = upright.at(u, v);
+            const Point other = flipped.at(view.width - 1 - u, view.height - 1 - v);
+            EXPECT_NEAR(one.x, other.x, 1e-9);
+            EXPECT_NEAR(one.y, other.y, 1e-9);
+        }
+    }
+}
+
+TEST(ViewMap, SmallerViewSeesTheSamePlaceOfTheCameraPicture) {
+    const ViewGeometry geometry = geometryOf(cameraOf(testLenses()[2], kSize), false);
+    const ViewMap full(geometry.lens, geometry.rectified, kSize, kSize, false);
+    const ViewMap half(geometry.lens, geometry.rectified, kSize, {960, 600}, false);
+    const Point fullPosition = full.at(500.5, 300.5);
+    const Point halfPosition = half.at(250, 150);
+    EXPECT_NEAR((halfPosition.x + 0.5) * 2, fullPosition.x + 0.5, 1e-9);
+    EXPECT_NEAR((halfPosition.y + 0.5) * 2, fullPosition.y + 0.5, 1e-9);
+}
+
+}  // namespace
+}  // namespace oru::rectifier

@@ -1,0 +1,68 @@
+#include "backends/rectifier/cpu/plain_view.hpp"
+
+#include <gtest/gtest.h>
+
+#include "pictures.hpp"
+
+namespace oru::rectifier {
+namespace {
+
+TEST(PlainView, TurnsKnownColoursIntoTheirRgb) {
+    struct Row {
+        const char* name;
+        Yuv yuv;
+        Bgr bgr;
+    };
+    // BT.601 video-range codes of the colour bars (ITU-R BT.601), to the rounding of a code.
+    for (const Row& row :
+         {Row{"white", {235, 128, 128}, {255, 255, 255}}, Row{"black", {16, 128, 128}, {0, 0, 0}},
+          Row{"red", {81.481F, 90.203F, 240}, {0, 0, 255}}, Row{"green", {144.553F, 53.797F, 34.214F}, {0, 255, 0}},
+          Row{"blue", {40.966F, 240, 109.786F}, {255, 0, 0}}, Row{"below black", {0, 128, 128}, {0, 0, 0}},
+          Row{"beyond blue", {255, 255, 128}, {255, 228.53F, 255}}}) {
+        const Bgr bgr = toBgr(row.yuv);
+        EXPECT_NEAR(bgr.b, row.bgr.b, 0.05) << row.name;
+        EXPECT_NEAR(bgr.g, row.bgr.g, 0.05) << row.name;
+        EXPECT_NEAR(bgr.r, row.bgr.r, 0.05) << row.name;
+    }
+}
+
+TEST(PlainView, InterpolatesLumaBetweenFourPixelsAndHoldsItInTheOuterHalfPixel) {
+    TestPicture picture({4, 3});
+    picture.fill([](int x, int y) { return 20 + 40 * x + 10 * y; });
+    const YuyvFrame frame = picture.frame();
+    EXPECT_FLOAT_EQ(sampleLuma(frame, {1.25F, 0.5F}), 20 + 50 + 5);
+    EXPECT_FLOAT_EQ(sampleLuma(frame, {-0.5F, 1}), 30);
+    EXPECT_FLOAT_EQ(sampleLuma(frame, {3.5F, 2.5F}), 20 + 120 + 20);
+    EXPECT_TRUE(insidePicture(frame, {-0.5F, 2.5F}));
+    EXPECT_FALSE(insidePicture(frame, {-0.51F, 1}));
+    EXPECT_FALSE(insidePicture(frame, {1, 2.51F}));
+    EXPECT_FALSE(insidePicture(frame, {NAN, 1}));
+}
+
+TEST(PlainView, DrawsBlackOutsideThePictureWithOpaqueAlpha) {
+    TestPicture picture({4, 2});
+    picture.fill([](int, int) { return 200; });
+    const std::vector<SourcePosition> positions{{1, 1}, {-3, 1}, {1, 90}};
+    std::vector<unsigned char> bgra(12);
+    std::vector<unsigned char> gray(3);
+    drawBgra(picture.frame(), positions.data(), 3, bgra.data());
+    drawGray(picture.frame(), positions.data(), 3, gray.data());
+    EXPECT_EQ(bgra, (std::vector<unsigned char>{214, 214, 214, 255, 0, 0, 0, 255, 0, 0, 0, 255}));
+    EXPECT_EQ(gray, (std::vector<unsigned char>{200, 0, 0}));
+}
+
+TEST(PlainView, TakesChromaWhereItsSitingPutsIt) {
+    TestPicture picture({8, 1});
+    picture.fill([](int, int) { return 128; });
+    picture.setChroma(2, 0, 160);  // the second of four U samples
+    picture.setChroma(3, 0, 96);   // and of V
+    const auto uAt = [&](float x, float siting) { return sampleYuv(picture.frame(siting), {x, 0}).u; };
+    EXPECT_FLOAT_EQ(uAt(2, 0), 160);
+    EXPECT_FLOAT_EQ(uAt(3, 0), 144);
+    EXPECT_FLOAT_EQ(uAt(2.5F, 0.5F), 160);
+    EXPECT_FLOAT_EQ(uAt(2, 0.5F), 152);
+    EXPECT_FLOAT_EQ(sampleYuv(picture.frame(0), {1, 0}).v, 112);
+}
+
+}  // namespace
+}  // namespace oru::rectifier
