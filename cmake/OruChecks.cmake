@@ -53,6 +53,13 @@ if(NOT ORU_BUILD_TESTS)
     return()
 endif()
 
+# Tests that run the tool need it whatever label is built.
+if(TARGET koruone)
+    foreach(label IN ITEMS flow backend slow)
+        add_dependencies(tests_${label} koruone)
+    endforeach()
+endif()
+
 function(oru_check_test name)
     add_test(NAME ${name} COMMAND ${ARGN})
     set_tests_properties(${name} PROPERTIES LABELS unit TIMEOUT 120)

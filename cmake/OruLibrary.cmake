@@ -1,7 +1,10 @@
 # oru_library(name SOURCES a.cpp ... [DEPS oru::x ...] [PRIVATE_DEPS lib ...])
 #   A static archive oru_<name>, used as oru::<name>; includes are written from include/ or from src/.
 # oru_test(name LABEL unit|flow|backend|slow SOURCES ... DEPS ... [ARGS ...])
-#   A GoogleTest program, run as a whole under its label.
+#   A GoogleTest program, run as a whole under its label; the target tests_<label> builds all of one label.
+#   A slow test runs as long as ORU_SOAK_SECONDS says, and at full length without it; CI sets 20.
+# oru_fuzz(name SOURCES ... DEPS ... [SEEDS folder] [ARGS ...])
+#   A libFuzzer program over one parser of outside bytes (preset fuzz); its test runs ORU_FUZZ_SECONDS, 20 by default.
 
 add_library(oru_headers INTERFACE)
 add_library(oru::headers ALIAS oru_headers)
@@ -28,4 +31,23 @@ function(oru_test name)
     target_link_libraries(${name} PRIVATE oru_warnings ${ARG_DEPS} GTest::gmock GTest::gtest_main)
     add_test(NAME ${name} COMMAND ${name} ${ARG_ARGS})
     set_tests_properties(${name} PROPERTIES LABELS ${ARG_LABEL} TIMEOUT ${ARG_TIMEOUT})
+    add_dependencies(tests_${ARG_LABEL} ${name})
+endfunction()
+
+foreach(label IN ITEMS unit flow backend slow)
+    add_custom_target(tests_${label})
+endforeach()
+
+function(oru_fuzz name)
+    cmake_parse_arguments(PARSE_ARGV 1 ARG "" "SEEDS" "SOURCES;DEPS;ARGS")
+    set(corpus "${CMAKE_CURRENT_BINARY_DIR}/corpus/${name}")
+    file(MAKE_DIRECTORY "${corpus}")
+    add_executable(${name} ${ARG_SOURCES})
+    target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}/src" "${PROJECT_SOURCE_DIR}/tests")
+    target_link_libraries(${name} PRIVATE oru_warnings ${ARG_DEPS})
+    target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+    add_test(NAME ${name}
+        COMMAND sh -c "exec \"$0\" -max_total_time=\"\${ORU_FUZZ_SECONDS:-20}\" \"$@\"" $<TARGET_FILE:${name}>
+                -timeout=10 -rss_limit_mb=2048 -print_final_stats=1 ${ARG_ARGS} "${corpus}" ${ARG_SEEDS})
+    set_tests_properties(${name} PROPERTIES LABELS fuzz TIMEOUT 1200)
 endfunction()
