@@ -12,6 +12,10 @@ std::string calibrationFileName(int serial_number);
 /// The text with its first "~" replaced by HOME; unchanged when HOME is not set.
 std::string expandHome(std::string text);
 
+/// The file that the search tries first: the directory with its home expanded, taken as a prefix; when it is empty the
+/// system settings directory.
+std::string calibrationPath(std::string directory, int serial_number);
+
 /// Looks for the camera's calibration in `directory` (a prefix: it ends with "/") and then in the system settings
 /// directory, and loads it. The outcome is `conf.is_open`; `conf.path` names the last file tried.
 void openConfFile(std::string directory, int serial_number, ConfManager& conf);

@@ -1,0 +1,71 @@
+#include "oru/geometry.hpp"
+
+#include <Eigen/Geometry>
+#include <Eigen/LU>
+
+namespace oru {
+namespace {
+
+using RowMajor3 = Eigen::Matrix<float, 3, 3, Eigen::RowMajor>;
+
+RowMajor3 rotationBlock(const SquareMatrix<4>& matrix) {
+    RowMajor3 block;
+    for (int row = 0; row < 3; ++row) {
+        for (int column = 0; column < 3; ++column) {
+            block(row, column) = matrix(static_cast<std::size_t>(row), static_cast<std::size_t>(column));
+        }
+    }
+    return block;
+}
+
+template <std::size_t N>
+void storeRotationBlock(const Eigen::Matrix3f& block, SquareMatrix<N>& matrix) {
+    for (int row = 0; row < 3; ++row) {
+        for (int column = 0; column < 3; ++column) {
+            matrix(static_cast<std::size_t>(row), static_cast<std::size_t>(column)) = block(row, column);
+        }
+    }
+}
+
+Eigen::Matrix3f rotationOf(const Orientation& orientation) {
+    return Eigen::Quaternionf(orientation[3], orientation[0], orientation[1], orientation[2]).toRotationMatrix();
+}
+
+}  // namespace
+
+Matrix3f Matrix3f::inverse(const Matrix3f& matrix) {
+    Eigen::Matrix3f values;
+    for (int row = 0; row < 3; ++row) {
+        for (int column = 0; column < 3; ++column) {
+            values(row, column) = matrix(static_cast<std::size_t>(row), static_cast<std::size_t>(column));
+        }
+    }
+    Matrix3f result;
+    storeRotationBlock(values.inverse(), result);
+    return result;
+}
+
+void Rotation::setOrientation(const Orientation& orientation) {
+    storeRotationBlock(rotationOf(orientation), *this);
+}
+
+Orientation Transform::getOrientation() const {
+    const Eigen::Quaternionf quaternion(rotationBlock(*this));
+    return Orientation(Vector4<float>(quaternion.x(), quaternion.y(), quaternion.z(), quaternion.w()));
+}
+
+Translation Transform::getTranslation() const {
+    return Translation(Vector3<float>((*this)(0, 3), (*this)(1, 3), (*this)(2, 3)));
+}
+
+void Transform::setOrientation(const Orientation& orientation) {
+    storeRotationBlock(rotationOf(orientation), *this);
+}
+
+void Transform::setTranslation(const Translation& translation) {
+    for (std::size_t row = 0; row < 3; ++row) {
+        (*this)(row, 3) = translation[row];
+    }
+}
+
+}  // namespace oru

@@ -1,0 +1,90 @@
+#include "logging/KoruLogger.hpp"
+
+#include <fmt/chrono.h>
+#include <fmt/format.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <new>
+#include <string>
+#include <utility>
+
+#include "LogBackend.hpp"
+#include "log_names.hpp"
+#include "logging/messages.hpp"
+
+namespace oru {
+namespace {
+
+constexpr const char* kLevelVariable = "KORU_SDK_LOGGER_LEVEL";
+
+void writeToStandardError(const BackendMessage& message) {
+    const auto time = std::chrono::time_point_cast<std::chrono::microseconds>(message.time);
+    const auto seconds = std::chrono::time_point_cast<std::chrono::seconds>(time);
+    const std::string line = fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:06}Z {:<8} {}\n",
+                                         fmt::gmtime(std::chrono::system_clock::to_time_t(seconds)),
+                                         (time - seconds).count(), nameOf(message.level), message.text);
+    // One call: standard error is unbuffered, so lines of several processes do not mix.
+    std::fwrite(line.data(), 1, line.size(), stderr);
+}
+
+/// Hands every message on before it returns once the process is leaving: nobody flushes after that.
+class ExitBackend final : public LogBackend {
+public:
+    explicit ExitBackend(std::unique_ptr<LogBackend> wrapped) : inner(std::move(wrapped)) {}
+
+    void write(LogLevel level, const char* file, int line, std::string_view text) override {
+        inner->write(level, file, line, text);
+        if (leaving.load(std::memory_order_acquire)) {
+            inner->flush();
+        }
+    }
+    void flush() override { inner->flush(); }
+
+    static void leave() {
+        leaving.store(true, std::memory_order_release);
+        if (Logger* logger = KoruLogger::get_instance().get_logger(MAIN); logger != nullptr) {
+            oru::flush(*logger);
+        }
+    }
+
+private:
+    static inline std::atomic<bool> leaving{false};
+    std::unique_ptr<LogBackend> inner;
+};
+
+}  // namespace
+
+// Never destroyed: a camera with static lifetime may log after every other static object is gone.
+KoruLogger& KoruLogger::get_instance() {
+    alignas(KoruLogger) static std::byte storage[sizeof(KoruLogger)];
+    static KoruLogger* const instance = [] {
+        auto* made = ::new (static_cast<void*>(storage)) KoruLogger();
+        std::atexit(&ExitBackend::leave);
+        return made;
+    }();
+    return *instance;
+}
+
+KoruLogger::KoruLogger() {
+    const char* text = std::getenv(kLevelVariable);
+    const auto threshold = text == nullptr ? LogLevel::Info : parseThreshold(text);
+    auto backend = std::make_unique<ExitBackend>(makeLogBackend("MAIN", &writeToStandardError));
+    main_ = std::make_unique<Logger>(std::move(backend), threshold.value_or(LogLevel::Info));
+    if (!threshold) {
+        main_->write(LogLevel::Warning, __FILE__, __LINE__, "{} {} is \"{}\", which is no level; using info.",
+                     fmt::make_format_args(kTagKoru, kLevelVariable, text));
+    }
+    loggers_.emplace(MAIN, main_.get());
+}
+
+Logger* KoruLogger::get_logger(LOGGER_NAME name) {
+    return loggers_[name];
+}
+
+Logger* KoruLogger::set_logger(LOGGER_NAME name, Logger* logger) {
+    return std::exchange(loggers_[name], logger);
+}
+
+}  // namespace oru
