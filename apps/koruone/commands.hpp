@@ -1,0 +1,17 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+#include "exit_status.hpp"
+
+namespace koruone {
+
+// One command is one file: a function here that adds its subcommand with its options to the tool, and a callback that
+// runs it and stores how it ended. The callback runs inside CLI::App::parse, on the main thread.
+
+void registerDevices(CLI::App& tool, ExitStatus& status);
+void registerReboot(CLI::App& tool, ExitStatus& status);
+void registerCalib(CLI::App& tool, ExitStatus& status);
+void registerGrab(CLI::App& tool, ExitStatus& status);
+
+}  // namespace koruone

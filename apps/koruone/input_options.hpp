@@ -1,0 +1,44 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "oru/types.hpp"
+
+namespace koruone {
+
+/// The options by which every command that opens a camera chooses its input.
+struct InputOptions {
+    std::optional<int> id;
+    std::optional<uint32_t> serial;
+    std::string file;    ///< path of a recording
+    std::string stream;  ///< HOST[:PORT]
+    oru::RESOLUTION resolution = oru::AUTO;
+    int fps = 0;
+    int flip = 0;
+    bool hdr = false;
+    std::string settings;  ///< directory, empty for the default one
+};
+
+/// Adds --id, --serial, --file, --stream (one of them at most), --resolution, --fps, --flip, --hdr and --settings.
+/// `options` must outlive the parsing.
+void addInputOptions(CLI::App& command, InputOptions& options);
+
+/// The parameters of open() for these options.
+oru::InitParametersOne initParameters(const InputOptions& options);
+
+/// "camera 0", "the first free camera", "the camera with serial 30010001", "rec.rlx2", "the stream of host:30000".
+std::string inputName(const InputOptions& options);
+
+/// Text of the form WxH; both at least 1. Empty optional for anything else.
+std::optional<oru::Resolution> parseSize(const std::string& text);
+
+/// Adds an option that takes WxH.
+CLI::Option* addSizeOption(CLI::App& command, const std::string& name, oru::Resolution& size, const std::string& text);
+
+/// "HD1200" for the enumerator.
+std::string resolutionName(oru::RESOLUTION resolution);
+
+}  // namespace koruone

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "oru/types.hpp"
+
+namespace koruone {
+
+/// Keeps the order in which members were added.
+using Json = nlohmann::ordered_json;
+
+/// An object with one member for each field of the record, under its name.
+Json toJson(const oru::FrameCounters& counters);
+
+/// The names of the counters' fields, in the record's order, with the values.
+std::vector<std::pair<const char*, uint64_t>> namedCounters(const oru::FrameCounters& counters);
+
+/// A number, or null when it is not finite.
+Json number(double value);
+
+/// One line on standard output. Bytes that are not UTF-8 are replaced.
+void writeJsonLine(const Json& value);
+
+}  // namespace koruone

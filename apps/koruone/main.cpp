@@ -1,0 +1,42 @@
+#include <csignal>
+#include <exception>
+
+#include "commands.hpp"
+#include "report.hpp"
+
+namespace koruone {
+namespace {
+
+ExitStatus runTool(int argc, char** argv) {
+    CLI::App tool{"Looks at, records and controls KORU One cameras.", "koruone"};
+    tool.set_version_flag("--version", "koruone " ORU_VERSION);
+    tool.require_subcommand(1);
+    tool.get_formatter()->column_width(34);
+
+    ExitStatus status = EXIT_OK;
+    registerDevices(tool, status);
+    registerGrab(tool, status);
+    registerCalib(tool, status);
+    registerReboot(tool, status);
+    try {
+        tool.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return tool.exit(error) == 0 ? EXIT_OK : EXIT_USAGE;
+    }
+    return status;
+}
+
+}  // namespace
+}  // namespace koruone
+
+int main(int argc, char** argv) {
+    // A reader that goes away (`| head`) shows as a failed write, so that the camera is still closed in order.
+    std::signal(SIGPIPE, SIG_IGN);
+    try {
+        const koruone::ExitStatus status = koruone::runTool(argc, argv);
+        return koruone::finishOutput(status);
+    } catch (const std::exception& error) {
+        koruone::complain("stopped: {}.", error.what());
+        return koruone::EXIT_FAILED;
+    }
+}

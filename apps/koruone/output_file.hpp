@@ -1,0 +1,38 @@
+#pragma once
+
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace koruone {
+
+/// A text file that is written from start to end. The first failure is kept; later writes do nothing.
+class OutputFile {
+public:
+    /// Replaces the file. False: it cannot be made; error() says why.
+    bool open(const std::filesystem::path& path);
+    void write(std::string_view text);
+    /// Hands everything to the disk. False: something was lost; error() says why.
+    bool close();
+    [[nodiscard]] bool isOpen() const { return file_ != nullptr; }
+    [[nodiscard]] bool failed() const { return !error_.empty(); }
+    /// "cannot write PATH: reason", empty while all is well.
+    [[nodiscard]] const std::string& error() const { return error_; }
+
+private:
+    struct Closer {
+        void operator()(std::FILE* file) const { std::fclose(file); }
+    };
+    void fail(int number);
+
+    std::filesystem::path path_;
+    std::unique_ptr<std::FILE, Closer> file_;
+    std::string error_;
+};
+
+/// Makes the directory and its parents where missing. False: it is not there; `error` says why.
+bool makeDirectory(const std::filesystem::path& directory, std::string& error);
+
+}  // namespace koruone

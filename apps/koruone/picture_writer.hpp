@@ -1,0 +1,70 @@
+#pragma once
+
+#include <array>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <filesystem>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "contact_sheet.hpp"
+#include "oru/Mat.hpp"
+#include "utils/Mutex.hpp"
+
+namespace koruone {
+
+/// Writes pictures as DIR/frame_000000.png (numbered by frame) on a thread of its own, behind a bounded queue, and
+/// keeps a contact sheet of them. No picture is dropped: with a full queue the caller waits. Threads: one caller.
+class PictureWriter {
+public:
+    static constexpr std::size_t kQueueLength = 8;
+
+    explicit PictureWriter(std::filesystem::path directory);
+    /// Finishes what is queued.
+    ~PictureWriter();
+    PictureWriter(const PictureWriter&) = delete;
+    PictureWriter& operator=(const PictureWriter&) = delete;
+
+    /// An empty place right now? Otherwise acquire will wait.
+    [[nodiscard]] bool hasRoom() ORU_EXCLUDES(mutex_);
+    /// A container to fill, to be given back by submit or release. Waits while the queue is full; null when writing
+    /// failed, or when no picture was finished for ten seconds. Its memory is reused from picture to picture.
+    oru::Mat* acquire() ORU_EXCLUDES(mutex_);
+    /// Queues the container as picture of this frame; it must hold host memory.
+    void submit(oru::Mat* picture, uint64_t frame) ORU_EXCLUDES(mutex_);
+    void release(oru::Mat* picture) ORU_EXCLUDES(mutex_);
+
+    /// Writes what is queued and DIR/contact_sheet.png, and ends the thread. False: something was not written.
+    bool finish() ORU_EXCLUDES(mutex_);
+    /// The first failure, empty while there is none.
+    [[nodiscard]] std::string error() ORU_EXCLUDES(mutex_);
+    [[nodiscard]] uint64_t written() ORU_EXCLUDES(mutex_);
+
+private:
+    struct Job {
+        oru::Mat* picture = nullptr;
+        uint64_t frame = 0;
+    };
+
+    void run() ORU_EXCLUDES(mutex_);
+    bool takeJob(Job& job) ORU_EXCLUDES(mutex_);
+    void writeJob(const Job& job) ORU_EXCLUDES(mutex_);
+
+    std::filesystem::path directory_;
+    ContactSheet sheet_;  // the writer thread's until it has ended
+    std::array<oru::Mat, kQueueLength> pictures_;
+
+    oru::Mutex mutex_;
+    std::condition_variable_any changed_;
+    std::vector<oru::Mat*> free_ ORU_GUARDED_BY(mutex_);
+    std::deque<Job> queued_ ORU_GUARDED_BY(mutex_);
+    bool ending_ ORU_GUARDED_BY(mutex_) = false;
+    uint64_t written_ ORU_GUARDED_BY(mutex_) = 0;
+    std::string error_ ORU_GUARDED_BY(mutex_);
+
+    std::thread thread_;  // last: it uses all of the above
+};
+
+}  // namespace koruone

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <fmt/core.h>
+
+#include <string>
+#include <string_view>
+
+#include "exit_status.hpp"
+#include "oru/error_code.hpp"
+
+namespace koruone {
+
+/// The name of a code as programs write it, "ERROR_CODE 99" for a value that is not listed.
+std::string codeName(oru::ERROR_CODE code);
+
+/// One sentence on standard error: "koruone: <what failed>: <code>; <what to do>."
+void complain(oru::ERROR_CODE code, std::string_view what);
+
+void writeComplaint(std::string_view text);
+
+/// One sentence on standard error that has no code: a file, the disk, the command line.
+template <class... Arguments>
+void complain(fmt::format_string<Arguments...> format, Arguments&&... arguments) {
+    writeComplaint(fmt::format(format, std::forward<Arguments>(arguments)...));
+}
+
+/// Writes to standard output, where results go. A failure is remembered by the stream; finishOutput reports it.
+void writeOutput(std::string_view text);
+/// Whether everything written so far was taken; false after the reader went away or the disk filled up.
+bool outputWorks();
+/// Flushes standard output. A loss of results turns EXIT_OK into EXIT_FAILED, said on standard error unless the reader
+/// simply went away.
+ExitStatus finishOutput(ExitStatus status);
+
+}  // namespace koruone
