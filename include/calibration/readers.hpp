@@ -16,6 +16,9 @@ std::string expandHome(std::string text);
 /// system settings directory.
 std::string calibrationPath(std::string directory, int serial_number);
 
+/// Makes the system settings directory and its root where they are missing; whether it is there shows at the next use.
+void makeSystemSettingsDirectory();
+
 /// Looks for the camera's calibration in `directory` (a prefix: it ends with "/") and then in the system settings
 /// directory, and loads it. The outcome is `conf.is_open`; `conf.path` names the last file tried.
 void openConfFile(std::string directory, int serial_number, ConfManager& conf);

@@ -74,6 +74,11 @@ std::string calibrationPath(std::string directory, int serial_number) {
     return prefix + calibrationFileName(serial_number);
 }
 
+void makeSystemSettingsDirectory() {
+    (void)::mkdir(detail::settingsRoot().c_str(), kDirectoryMode);
+    (void)::mkdir(systemSettingsDirectory().c_str(), kDirectoryMode);
+}
+
 void openConfFile(std::string directory, int serial_number, ConfManager& conf) {
     if (!directory.empty()) {
         conf.load(calibrationPath(std::move(directory), serial_number));
@@ -81,9 +86,7 @@ void openConfFile(std::string directory, int serial_number, ConfManager& conf) {
     if (conf.is_open) {
         return;
     }
-    // Whether they exist shows when the file is opened.
-    (void)::mkdir(detail::settingsRoot().c_str(), kDirectoryMode);
-    (void)::mkdir(systemSettingsDirectory().c_str(), kDirectoryMode);
+    makeSystemSettingsDirectory();
     conf.load(calibrationPath({}, serial_number));
 }
 

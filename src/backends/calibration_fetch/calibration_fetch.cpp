@@ -1,0 +1,114 @@
+#include <cstdlib>
+#include <deque>
+#include <string>
+#include <utility>
+
+#include "CalibrationFetch.hpp"
+#include "calibration/readers.hpp"
+#include "calibration_check.hpp"
+#include "download.hpp"
+#include "logging/log.hpp"
+#include "logging/messages.hpp"
+#include "place_file.hpp"
+#include "utils/Mutex.hpp"
+
+namespace oru {
+namespace {
+
+constexpr std::size_t kMostOffers = 64;
+constexpr const char* kAddressVariable = "KORU_CALIB_URL";
+
+class CalibrationFetch final : public CalibrationSource {
+public:
+    bool downloadCalibFile(String directory, int serial_number) override {
+        if (directory.empty()) {
+            makeSystemSettingsDirectory();
+        }
+        const std::string path = calibrationPath(directory.get(), serial_number);
+        return storeOffered(path, serial_number) || storeDownloaded(path, serial_number);
+    }
+
+    void offer(int serial_number, std::string text) override {
+        if (text.empty() || text.size() > kCalibrationTextLimitBytes) {
+            ORU_LOG(Warning, "{} The calibration offered for camera {} is empty or too large.", kTagInit,
+                    serial_number);
+            return;
+        }
+        const MutexLock lock(mutex);
+        std::erase_if(offers, [&](const Offer& known) { return known.serialNumber == serial_number; });
+        offers.push_back({serial_number, std::move(text)});
+        if (offers.size() > kMostOffers) {
+            offers.pop_front();
+        }
+    }
+
+    std::string text(int serial_number) override {
+        const MutexLock lock(mutex);
+        for (const Offer& known : offers) {
+            if (known.serialNumber == serial_number) {
+                return known.text;
+            }
+        }
+        return {};
+    }
+
+private:
+    struct Offer {
+        int serialNumber = 0;
+        std::string text;
+    };
+
+    bool storeOffered(const std::string& path, int serialNumber) {
+        const std::string offered = text(serialNumber);
+        return !offered.empty() && store(path, serialNumber, offered, Completeness::KNOWN, "the camera itself");
+    }
+
+    static bool storeDownloaded(const std::string& path, int serialNumber) {
+        const char* base = std::getenv(kAddressVariable);
+        if (base == nullptr || *base == '\0') {
+            return false;
+        }
+        const std::string address = calibrationAddress(base, serialNumber);
+        if (namesAnotherCamera(address, serialNumber)) {
+            ORU_LOG(Warning, "{} {} names another camera than {}; nothing is fetched.", kTagInit, address,
+                    serialNumber);
+            return false;
+        }
+        const Download download = downloadText(address);
+        if (!download.defect.empty()) {
+            ORU_LOG(Warning, "{} No calibration of camera {} from {}: {}.", kTagInit, serialNumber, address,
+                    download.defect);
+            return false;
+        }
+        return store(path, serialNumber, download.text, download.completeness, address);
+    }
+
+    static bool store(const std::string& path, int serialNumber, const std::string& text, Completeness completeness,
+                      const std::string& origin) {
+        std::string defect = calibrationDefect(text, serialNumber, completeness);
+        if (!defect.empty()) {
+            ORU_LOG(Warning, "{} What {} gave is no calibration of camera {}: {}.", kTagInit, origin, serialNumber,
+                    defect);
+            return false;
+        }
+        defect = placeFile(path, text);
+        if (!defect.empty()) {
+            ORU_LOG(Warning, "{} The calibration of camera {} could not be written to {}: {}.", kTagInit, serialNumber,
+                    path, defect);
+            return false;
+        }
+        ORU_LOG(Info, "{} Stored the calibration of camera {} from {} as {}.", kTagInit, serialNumber, origin, path);
+        return true;
+    }
+
+    Mutex mutex;
+    std::deque<Offer> offers ORU_GUARDED_BY(mutex);
+};
+
+}  // namespace
+
+std::unique_ptr<CalibrationSource> makeCalibrationFetch() {
+    return std::make_unique<CalibrationFetch>();
+}
+
+}  // namespace oru
