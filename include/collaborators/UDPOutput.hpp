@@ -50,6 +50,8 @@ public:
                                      int size) = 0;
     /// Returns, in bounded time, when the last hand-off is no longer read.
     virtual void waitingestYUVFrameProcessing() = 0;
+    /// A frame was not handed over because the sender was busy.
+    virtual void noteSkippedFrame() {}
     virtual void ingestIMU(IMUPacket packet) = 0;
     [[nodiscard]] virtual bool isBusy() const = 0;
     [[nodiscard]] virtual bool isRunning() const = 0;

@@ -36,6 +36,8 @@ private:
 class ORU_SCOPED_CAPABILITY MutexLock {
 public:
     explicit MutexLock(Mutex& mutex) ORU_ACQUIRE(mutex) : mutex_(mutex) { mutex_.lock(); }
+    /// Takes over a mutex that the caller has locked.
+    MutexLock(Mutex& mutex, std::adopt_lock_t) ORU_REQUIRES(mutex) : mutex_(mutex) {}
     ~MutexLock() ORU_RELEASE() { mutex_.unlock(); }
     MutexLock(const MutexLock&) = delete;
     MutexLock& operator=(const MutexLock&) = delete;

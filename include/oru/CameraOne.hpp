@@ -1,0 +1,105 @@
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "oru/Mat.hpp"
+#include "oru/export.hpp"
+#include "oru/types.hpp"
+
+namespace oru {
+
+class CameraOneImpl;
+
+/// One monocular camera: a live camera, a recorded file or a network stream behind one loop:
+/// open(), then grab() and retrieveImage() for each frame, then close().
+/// Threads: grab() from one thread; getSensorsData(), getSensorsDataBatch(), getTimestamp() and the rate queries from
+/// any thread beside it; everything else between grabs. No operation throws for a failure of its own.
+class ORU_API CameraOne {
+public:
+    CameraOne();
+    /// Closes the camera and stops its stream and recording.
+    ~CameraOne();
+    CameraOne(const CameraOne&) = delete;
+    CameraOne& operator=(const CameraOne&) = delete;
+
+    /// Opens the input that the parameters name. An empty `settings_path` becomes $XDG_DATA_HOME (or ~/.local/share)
+    /// plus "/koru/settings/", made when missing. Opening an open camera closes it first.
+    /// @retval CONFIGURATION_ADJUSTED not open: the HDR mode was changed, open again with getInitParameters()
+    /// @retval DEVICE_NOT_FOUND, CAMERA_IN_USE, RESOLUTION_NOT_SUPPORTED, CALIBRATION_MISSING, CALIBRATION_INCOMPLETE,
+    ///   RLX_FILE_UNREADABLE, STREAM_SETUP_FAILED and others, each reported in the log
+    ERROR_CODE open(const InitParametersOne& parameters);
+    ERROR_CODE close();
+    [[nodiscard]] bool isOpened() const;
+    /// The parameters in force, as open() adjusted them.
+    [[nodiscard]] InitParametersOne getInitParameters() const;
+
+    /// Takes the next frame, waiting for it within a bounded budget.
+    /// @retval END_OF_INPUT the input ended   @retval CAMERA_UNAVAILABLE not open
+    /// @retval CAMERA_NOT_READY another grab() is running, or no frame came   @retval FAILURE the source failed
+    ERROR_CODE grab();
+    /// Writes a view of the last grabbed frame into `image`, reallocating it only when its size or type differs.
+    /// A size of 0 asks for the camera's own; a smaller one is scaled.
+    /// @retval RESOLUTION_NOT_SUPPORTED larger than the camera image   @retval INVALID_CALL no such view
+    ERROR_CODE retrieveImage(Mat& image, VIEW view = RECTIFIED, MEM memory = CPU, Resolution resolution = {});
+    /// When the current image was taken, or now; nanoseconds on the system clock.
+    [[nodiscard]] Timestamp getTimestamp(TIME_REFERENCE reference) const;
+    /// Frames per second of the source.
+    [[nodiscard]] float getCameraFPS() const;
+    /// Frames per second at which this application grabs, over the last ten intervals.
+    [[nodiscard]] float getCurrentFPS() const;
+    /// Where the frames of the open input went.
+    [[nodiscard]] FrameCounters getFrameCounters() const;
+
+    /// The attached cameras; the camera need not be open.
+    [[nodiscard]] std::vector<DeviceProperties> getDeviceList() const;
+    /// The camera, its calibration expressed for `resolution` (0: its own), and its sensors.
+    [[nodiscard]] CameraDescription getCameraInformation(Resolution resolution = {}) const;
+
+    /// The inertial sample of the current image, or the newest one, in the application's axes and unit.
+    /// One sensor caller at a time.
+    /// @retval SENSORS_NOT_PRESENT the input has none   @retval SENSOR_DATA_UNAVAILABLE none yet
+    ERROR_CODE getSensorsData(SensorsData& data, TIME_REFERENCE reference);
+    /// Every inertial sample of the last grabbed frame, in time order, each as for IMAGE.
+    ERROR_CODE getSensorsDataBatch(std::vector<SensorsData>& batch);
+
+    /// Int controls; -1 asks for the automatic value.
+    ERROR_CODE getCameraSettings(VIDEO_SETTINGS setting, int& value);
+    ERROR_CODE setCameraSettings(VIDEO_SETTINGS setting, int value);
+    /// Range controls; (-1, -1) asks for the default range.
+    ERROR_CODE getCameraSettings(VIDEO_SETTINGS setting, int& min, int& max);
+    ERROR_CODE setCameraSettings(VIDEO_SETTINGS setting, int min, int max);
+    /// The region of the automatic exposure.
+    ERROR_CODE getCameraSettings(VIDEO_SETTINGS setting, Rect& region);
+    ERROR_CODE setCameraSettings(VIDEO_SETTINGS setting, Rect region, bool reset = false);
+    ERROR_CODE getCameraSettingsRange(VIDEO_SETTINGS setting, int& min, int& max);
+    [[nodiscard]] bool isCameraSettingSupported(VIDEO_SETTINGS setting);
+
+    /// Sends every grabbed frame to the network; parameters out of range are clamped with a warning.
+    ERROR_CODE enableStreaming(StreamingParameters parameters = {});
+    void disableStreaming();
+    [[nodiscard]] bool isStreamingEnabled();
+    [[nodiscard]] StreamingParameters getStreamingParameters();
+
+    /// Records every grabbed frame into an RLX file.
+    ERROR_CODE enableRecording(const RecordingParameters& parameters);
+    void disableRecording();
+    void pauseRecording(bool paused);
+    [[nodiscard]] RecordingStatus getRecordingStatus();
+
+    /// Of a recorded file: the frame that the next grab() takes. @retval INVALID_CALL not a recorded file
+    ERROR_CODE setRLXPosition(int frame);
+    /// The first frame not earlier than `time`.
+    ERROR_CODE setRLXPositionAt(Timestamp time);
+    [[nodiscard]] int getRLXPosition();
+    [[nodiscard]] int getRLXNumberOfFrames();
+
+    /// Resets the micro-controller of a live camera; close the camera first and open it afterwards.
+    static ERROR_CODE reboot(INPUT_TYPE type);
+    static ERROR_CODE reboot();
+
+private:
+    std::unique_ptr<CameraOneImpl> impl_;
+};
+
+}  // namespace oru

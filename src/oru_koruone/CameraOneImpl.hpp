@@ -1,0 +1,226 @@
+#pragma once
+
+#include <Eigen/Core>
+#include <atomic>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "collaborators/CollaboratorFactory.hpp"
+#include "oru/Mat.hpp"
+#include "oru/types.hpp"
+#include "oru_koruone/FrameRateInspector.hpp"
+#include "oru_koruone/input_mode.hpp"
+#include "utils/Mutex.hpp"
+
+namespace oru {
+
+/// The camera object behind CameraOne, whose header documents the public operations.
+/// Lock order, outermost first: grabMutex; then outputMutex, the grabber's critical section or the inspector's mutex;
+/// then imuMutex; then a neighbour's own lock. No neighbour calls back while it holds its lock.
+class CameraOneImpl final {
+public:
+    /// Takes the process default's neighbours; one must be registered.
+    CameraOneImpl();
+    explicit CameraOneImpl(std::shared_ptr<CollaboratorFactory> factory);
+    ~CameraOneImpl();
+    CameraOneImpl(const CameraOneImpl&) = delete;
+    CameraOneImpl& operator=(const CameraOneImpl&) = delete;
+
+    ERROR_CODE open(const InitParametersOne& params);
+    ERROR_CODE close();
+    [[nodiscard]] bool isOpened() const { return opened.load(std::memory_order_acquire); }
+    [[nodiscard]] InitParametersOne getInitParameters() const { return initParameters; }
+    static ERROR_CODE reboot(INPUT_TYPE type);
+    static ERROR_CODE reboot();
+
+    /// Holds grabMutex to the end and takes outputMutex and imuMutex inside it; never waits for another grab().
+    ERROR_CODE grab();
+    [[nodiscard]] Timestamp getTimestamp(TIME_REFERENCE reference) const;
+    [[nodiscard]] float getCameraFPS() const;
+    [[nodiscard]] float getCurrentFPS() const;
+    [[nodiscard]] FrameCounters getFrameCounters();
+
+    ERROR_CODE retrieveImage(Mat& destination, VIEW view, MEM memory, Resolution size);
+    [[nodiscard]] std::vector<DeviceProperties> getDeviceList() const;
+    [[nodiscard]] CameraDescription getCameraInformation(Resolution size);
+
+    /// Takes imuMutex for the copy of the sample only.
+    ERROR_CODE getSensorsData(SensorsData& data, TIME_REFERENCE reference);
+    ERROR_CODE getSensorsDataBatch(std::vector<SensorsData>& batch);
+
+    ERROR_CODE getCameraSettings(VIDEO_SETTINGS setting, int& value);
+    ERROR_CODE setCameraSettings(VIDEO_SETTINGS setting, int value);
+    ERROR_CODE getCameraSettings(VIDEO_SETTINGS setting, int& min, int& max);
+    ERROR_CODE setCameraSettings(VIDEO_SETTINGS setting, int min, int max);
+    ERROR_CODE getCameraSettings(VIDEO_SETTINGS setting, Rect& roi);
+    ERROR_CODE setCameraSettings(VIDEO_SETTINGS setting, Rect roi, bool reset);
+    ERROR_CODE getCameraSettingsRange(VIDEO_SETTINGS setting, int& min, int& max);
+    [[nodiscard]] bool isCameraSettingSupported(VIDEO_SETTINGS setting);
+
+    ERROR_CODE enableStreaming(StreamingParameters parameters);
+    void disableStreaming();
+    [[nodiscard]] bool isStreamingEnabled();
+    [[nodiscard]] StreamingParameters getStreamingParameters();
+
+    ERROR_CODE enableRecording(const RecordingParameters& parameters);
+    void disableRecording();
+    void pauseRecording(bool paused);
+    [[nodiscard]] RecordingStatus getRecordingStatus();
+    ERROR_CODE setRLXPosition(int frame);
+    ERROR_CODE setRLXPositionAt(Timestamp time);
+    [[nodiscard]] int getRLXPosition();
+    [[nodiscard]] int getRLXNumberOfFrames();
+
+private:
+    friend struct CameraOneImplTestAccess;
+
+    // lifecycle
+    void resetVariables();
+    void leavePreviousOpening();
+    void waitForSender();
+    void destroySender();
+    void releaseCudaStream();
+
+    // open
+    void replaceGrabber();
+    ERROR_CODE selectInput(bool& hdrAdjusted);
+    void setCoordinateTransform();
+    ERROR_CODE selectLiveDevice(bool& hdrAdjusted);
+    ERROR_CODE findDeviceBySerial(uint32_t serial);
+    [[nodiscard]] bool isResolutionAllowed() const;
+    bool adjustHdr();
+    ERROR_CODE openLive(bool hdrAdjusted);
+    ERROR_CODE setUpGrabber();
+    ERROR_CODE readLiveFacts();
+    void measureOrientation(KORUmcu& mcu);
+    void CheckRequestedFPS(bool verbose, INPUT_TYPE inputType);
+    void selectRecordedFile();
+    ERROR_CODE openRecorded();
+    ERROR_CODE repairRecorded();
+    void checkRealTime();
+    bool readRecordedHeader();
+    void readRecordedFacts();
+    void selectStream();
+    ERROR_CODE openStream();
+    ERROR_CODE finishOpen();
+    ERROR_CODE loadCalibration();
+    void prepareGpu();
+    int readCameraParam();
+
+    // grab
+    ERROR_CODE takeFrame();
+    void pauseBetweenAttempts();
+    [[nodiscard]] FrameStatus nextImage(bool flag);
+    [[nodiscard]] FrameStatus nextImageOfLive(bool flag);
+    [[nodiscard]] FrameStatus nextImageOfGMSL(bool flag);
+    [[nodiscard]] FrameStatus nextImageOfStream(bool flag);
+    [[nodiscard]] FrameStatus nextImageOfRLX(bool flag);
+    [[nodiscard]] FrameStatus takeLiveFrame();
+    void copyLiveFrame();
+    void copyForRecorder();
+    [[nodiscard]] rlxrw::rlxSampleMetadata liveMetadata();
+    void handOverToSender(const rlxrw::rlxSampleMetadata& metadata);
+    void processNewFrame();
+    [[nodiscard]] std::vector<IMUPacket> collectImuPackets(Timestamp imageTime);
+    void forwardImuPackets(const std::vector<IMUPacket>& packets) ORU_EXCLUDES(outputMutex);
+    void handleRLXFrameRecording() ORU_REQUIRES(outputMutex);
+    void updateIMUdata() ORU_EXCLUDES(imuMutex);
+    [[nodiscard]] rlxrw::RLXVideo* activeRecorder();
+    [[nodiscard]] bool hasRecordingModule() const { return playbackRecorder && rlxReader && rlxRecorder; }
+    [[nodiscard]] CameraFrameContext frameContext();
+    [[nodiscard]] rlxrw::RlxRecordingHeader recordingSource();
+    [[nodiscard]] float recordedFps() const;
+
+    // sensors
+    static void initSensor(SensorParameters& p);
+    static void setSensor(SensorParameters& p, float sampling_rate, float noise_density, float random_walk,
+                          float resolution, Vector2<float> range, SENSORS_UNIT unit, SENSOR_TYPE type);
+    [[nodiscard]] KORUmcu* liveMcu() const { return grabber ? grabber->getMCU() : nullptr; }
+    [[nodiscard]] Eigen::Matrix4f recordedImuToCamera() const;
+    [[nodiscard]] Eigen::Matrix4f imuToCamera();
+    void describeImu(CameraDescription& description);
+    ERROR_CODE processSensorsData(SensorsData& data, Eigen::Matrix4f& coordinate, TIME_REFERENCE reference);
+    void readImageSample(SensorsData& data, IMUPacket& sample) ORU_EXCLUDES(imuMutex);
+    ERROR_CODE readCurrentSample(SensorsData& data, IMUPacket& sample) ORU_EXCLUDES(imuMutex);
+    ERROR_CODE fetchCurrentSample(IMUPacket& sample, Eigen::Matrix4f& imuToCameraPose) ORU_REQUIRES(imuMutex);
+    void readMetadataSample(SensorsData& data, IMUPacket& sample) ORU_EXCLUDES(imuMutex);
+    void measureImuRate(SensorsData& data, uint64_t timestamp);
+    void changeFrame(SensorsData& data, const IMUPacket& sample, const Eigen::Matrix4f& coordinate) const;
+
+    // controls
+    void resetCacheSettings(VIDEO_SETTINGS setting, int value, bool isAuto);
+    [[nodiscard]] bool isOpenForRanges() const;
+    [[nodiscard]] bool deviceRange(VIDEO_SETTINGS setting, int& min, int& max);
+    [[nodiscard]] bool isCached(VIDEO_SETTINGS setting, int value) const;
+    ERROR_CODE writeStreamSetting(VIDEO_SETTINGS setting, int value, bool automatic);
+    ERROR_CODE writeLiveSetting(VIDEO_SETTINGS setting, int value, bool automatic);
+    [[nodiscard]] bool writeLiveSharpness(int value, bool automatic);
+    ERROR_CODE readSharpness(int& value);
+    ERROR_CODE readGmslSetting(VIDEO_SETTINGS setting, int& value);
+    ERROR_CODE readCachedSetting(VIDEO_SETTINGS setting, int& value);
+
+    // streaming
+    [[nodiscard]] uint32_t sourceFps() const;
+    [[nodiscard]] uint32_t streamFps(uint32_t source) const;
+    void completeStreamingParameters(uint32_t fps);
+    [[nodiscard]] UDPOutConfig senderConfiguration(uint32_t fps) const;
+
+    std::shared_ptr<CollaboratorFactory> neighbours;  // shared: a Mat of the application may outlive the camera
+    std::atomic<bool> opened{false};
+    std::shared_ptr<LiveCameraGrabber> grabber;  // shared: a sender may still use the grabber of a closed camera
+    CameraDescription cameraInformation;
+    float unitFactor = 0.0F;
+    int32_t cameraId = -1;
+    MODEL cameraModel = MODEL_UNKNOWN;
+    Mutex grabMutex;
+    InitParametersOne initParameters;
+    InputMode inputMode = INPUT_MODE_NONE;
+    Mutex outputMutex;
+    bool imageFlipped = false;
+    std::map<VIDEO_SETTINGS, int> settingsCache;
+    float sharpnessFactor = 1.0F;
+    Mat image;
+    RESOLUTION resolution = RESOLUTION_LAST;
+    Resolution imageSize;
+    CUstream_st* cudaStream = nullptr;
+    std::unique_ptr<MonoRectifier> rectifier;
+    Mutex imuMutex;
+    ImuCalibration imuCalibration;
+    InputMode imuSource = INPUT_MODE_NONE;
+    IMUPacket currentImu ORU_GUARDED_BY(imuMutex);
+    std::vector<IMUPacket> frameImuPackets ORU_GUARDED_BY(imuMutex);
+    Eigen::Matrix4f imuPoseMatrix ORU_GUARDED_BY(imuMutex) = Eigen::Matrix4f::Identity();
+    Eigen::Matrix4f coordinateTransform = Eigen::Matrix4f::Identity();
+    Transform coordinateSystem;
+    uint64_t imuRateLastTimestamp = 0;
+    uint32_t imuRateNominal = 100;
+    uint64_t imuRateCount = 0;
+    double imuRateAverage = 0.0;
+    double imuRateEstimate = 0.0;
+    double imuRateSmoothing = 0.99;
+    int32_t cameraFps = 0;
+    FrameRateInspector frameRateInspector;
+    ActualFrameRateInspector actualFrameRateInspector;
+    Timestamp lastImuTimestamp = 0;
+    std::unique_ptr<rlxrw::RLXVideo> rlxRecorder;
+    RecordingParameters recordingParameters;
+    std::atomic<bool> recordingEnabled{false};
+    RecordingStatus recordingStatus;
+    std::atomic<bool> recordingStateFlag{false};
+    unsigned char* recordingFrameBuffer = nullptr;
+    std::unique_ptr<rlxrw::RLXVideo> rlxReader;
+    std::string rlxPath;
+    std::shared_ptr<LiveCameraGrabber> streamGrabber;  // what the sender was given; let go right after the sender
+    std::unique_ptr<UDPOutput> streamOutput;
+    StreamingParameters streamingParameters;
+    std::atomic<bool> streamingEnabled{false};
+    std::unique_ptr<UDPInput> streamInput;
+    std::string streamInputIp;
+    int32_t streamInputPort = 30000;
+    std::unique_ptr<PlaybackRecorder> playbackRecorder;  // last: its threads use the recorders above
+};
+
+}  // namespace oru

@@ -1,0 +1,111 @@
+#include <Eigen/Geometry>
+#include <cstring>
+
+#include "collaborators/kit_functions.hpp"
+#include "oru_koruone/CameraOneImpl.hpp"
+#include "oru_koruone/relaxed.hpp"
+
+namespace oru {
+namespace {
+
+constexpr int kWaitMs = 100;
+constexpr std::size_t kBytesPerPixel = 2;
+constexpr std::size_t kPoseRotationOffset = 20;
+constexpr std::size_t kPoseTranslationOffset = 36;
+
+/// The grabber's frame stays as it is for a scope.
+class HeldFrame {
+public:
+    explicit HeldFrame(LiveCameraGrabber& grabber) : grabber_(grabber) { grabber_.enterCriticalSection(); }
+    ~HeldFrame() { grabber_.exitCriticalSection(); }
+    HeldFrame(const HeldFrame&) = delete;
+    HeldFrame& operator=(const HeldFrame&) = delete;
+
+private:
+    LiveCameraGrabber& grabber_;
+};
+
+void writePose(rlxrw::rlxSampleMetadata& metadata, const Transform& pose) {
+    Eigen::Matrix4f matrix;
+    cvtMatrix4f(pose, matrix);
+    const Eigen::Quaternionf q(Eigen::Matrix3f(matrix.topLeftCorner<3, 3>()));
+    const std::array<float, 4> rotation{q.w(), q.x(), q.y(), q.z()};
+    const std::array<float, 3> translation{matrix(0, 3), matrix(1, 3), matrix(2, 3)};
+    std::memcpy(metadata.bytes + kPoseRotationOffset, rotation.data(), sizeof(rotation));
+    std::memcpy(metadata.bytes + kPoseTranslationOffset, translation.data(), sizeof(translation));
+}
+
+}  // namespace
+
+FrameStatus CameraOneImpl::nextImageOfLive(bool /*flag*/) {
+    return SOURCE_UNAVAILABLE;
+}
+
+FrameStatus CameraOneImpl::nextImageOfGMSL(bool /*flag*/) {
+    if (!grabber) {
+        return SOURCE_UNAVAILABLE;
+    }
+    (void)grabber->waitForNewFrame(kWaitMs);
+    const FrameStatus status = grabber->getFrameStatus();
+    return status == NEW_FRAME ? takeLiveFrame() : status;
+}
+
+FrameStatus CameraOneImpl::takeLiveFrame() {
+    copyLiveFrame();
+    copyForRecorder();
+    if (!streamingEnabled.load(std::memory_order_acquire) || !streamOutput) {
+        return NEW_FRAME;
+    }
+    if (streamOutput->isBusy()) {
+        streamOutput->noteSkippedFrame();
+        return NEW_FRAME;
+    }
+    handOverToSender(liveMetadata());
+    return NEW_FRAME;
+}
+
+void CameraOneImpl::copyLiveFrame() {
+    const HeldFrame held(*grabber);
+    auto* destination = image.getPtr<unsigned char>(CPU);
+    if (const unsigned char* pixels = grabber->getPixels(); pixels != nullptr && destination != nullptr) {
+        // The copy ignores the row step: the grabber delivers one contiguous block.
+        std::memcpy(destination, pixels, imageSize.area() * kBytesPerPixel);
+    }
+    image.timestamp = grabber->getTimeStamp();
+    if (imuSource == INPUT_MODE_LIVE && grabber->getMCU() != nullptr) {
+        const MutexLock lock(imuMutex);
+        if (const IMUPacket* packet = grabber->getIMUPacket(); packet != nullptr) {
+            currentImu = *packet;
+        }
+    }
+    storeRelaxed(frameRateInspector.currentTimestamp, grabber->getTimeStamp());
+    grabber->afterGrab();
+}
+
+void CameraOneImpl::copyForRecorder() {
+    const auto* pixels = image.getPtr<unsigned char>(CPU);
+    if (recordingEnabled.load(std::memory_order_acquire) && recordingFrameBuffer != nullptr && pixels != nullptr) {
+        std::memcpy(recordingFrameBuffer, pixels, image.getStepBytes(CPU) * image.getHeight());
+    }
+}
+
+rlxrw::rlxSampleMetadata CameraOneImpl::liveMetadata() {
+    rlxrw::rlxSampleMetadata metadata{};
+    KORUmcu* mcu = grabber->getMCU();
+    if (imuSource != INPUT_MODE_LIVE || mcu == nullptr) {
+        return metadata;
+    }
+    {
+        const MutexLock lock(imuMutex);
+        rlxrw::convertMetadataFromMCUData(metadata, currentImu);
+    }
+    writePose(metadata, mcu->getIMUCameraTransform());
+    return metadata;
+}
+
+void CameraOneImpl::handOverToSender(const rlxrw::rlxSampleMetadata& metadata) {
+    streamOutput->asyncingestYUVFrame(image.getPtr<unsigned char>(CPU), frameRateInspector.currentTimestamp, metadata,
+                                      static_cast<int>(image.getHeight() * image.getStepBytes(CPU)));
+}
+
+}  // namespace oru

@@ -1,0 +1,101 @@
+#include "logging/KoruLogger.hpp"
+#include "oru_koruone/CameraOneImpl.hpp"
+
+namespace oru {
+
+CameraOneImpl::CameraOneImpl() : CameraOneImpl(CollaboratorFactory::processDefault()) {}
+
+CameraOneImpl::CameraOneImpl(std::shared_ptr<CollaboratorFactory> factory) : neighbours(std::move(factory)) {
+    // Built before the camera, so that a global camera finds its logger until the end.
+    (void)KoruLogger::get_instance();
+    grabber = neighbours->makeGrabber(INPUT_TYPE_PENDING);
+    rectifier = neighbours->makeRectifier();
+    rlxRecorder = neighbours->makeRlxVideo(CollaboratorFactory::RlxRole::recorder);
+    rlxReader = neighbours->makeRlxVideo(CollaboratorFactory::RlxRole::reader);
+    playbackRecorder = neighbours->makePlaybackRecorder();
+    resetVariables();
+}
+
+CameraOneImpl::~CameraOneImpl() {
+    (void)close();
+    playbackRecorder.reset();
+    streamInput.reset();
+    destroySender();
+    releaseCudaStream();
+}
+
+void CameraOneImpl::resetVariables() {
+    opened.store(false, std::memory_order_release);
+    recordingEnabled.store(false, std::memory_order_release);
+    streamingEnabled.store(false, std::memory_order_release);
+    recordingStateFlag.store(false, std::memory_order_release);
+    imuRateLastTimestamp = 0;
+    lastImuTimestamp = 0;
+    image.free(CPU_AND_GPU);
+    imuRateCount = 0;
+    imuRateAverage = 0.0;
+    imuRateEstimate = 0.0;
+    imuRateNominal = 400;
+    imageSize = {};
+    imuRateSmoothing = 0.9975;
+}
+
+ERROR_CODE CameraOneImpl::close() {
+    waitForSender();
+    if (recordingEnabled.load(std::memory_order_acquire)) {
+        disableRecording();
+    }
+    if (rlxReader) {
+        rlxReader->close();
+    }
+    if (rlxRecorder) {
+        rlxRecorder->close();
+    }
+    resetVariables();
+    if (grabber) {
+        grabber->close(true);
+        grabber.reset();
+    }
+    rectifier->free();
+    return SUCCESS;
+}
+
+/// What a second open() ends first. On a closed camera only the sender's last frame is waited for.
+void CameraOneImpl::leavePreviousOpening() {
+    waitForSender();
+    if (!isOpened()) {
+        return;
+    }
+    if (recordingEnabled.load(std::memory_order_acquire)) {
+        disableRecording();
+    }
+    {
+        const MutexLock lock(outputMutex);
+        destroySender();
+    }
+    if (grabber) {
+        grabber->close(true);
+    }
+    rectifier->free();
+}
+
+void CameraOneImpl::waitForSender() {
+    if (streamOutput) {
+        streamOutput->waitingestYUVFrameProcessing();
+    }
+}
+
+/// The one place where a sender ends: its grabber may go only after it.
+void CameraOneImpl::destroySender() {
+    streamOutput.reset();
+    streamGrabber.reset();
+}
+
+void CameraOneImpl::releaseCudaStream() {
+    if (cudaStream != nullptr) {
+        (void)neighbours->gpu().cudaStreamDestroy(cudaStream);
+        cudaStream = nullptr;
+    }
+}
+
+}  // namespace oru

@@ -1,0 +1,105 @@
+#include "oru_koruone/CameraOneImpl.hpp"
+#include "oru_koruone/report.hpp"
+
+#include "collaborators/kit_functions.hpp"
+
+namespace oru {
+namespace {
+
+constexpr const char* kReportedOperation = kOpenSignature;
+constexpr int kAutomaticFlip = 2;
+
+/// The application's axes in the camera's, as rows.
+Eigen::Matrix3f axisChange(AXIS_CONVENTION convention) {
+    Eigen::Matrix3f rows;
+    switch (convention) {
+        case AXIS_CONVENTION_1:
+            rows << 1, 0, 0, 0, -1, 0, 0, 0, 1;
+            return rows;
+        case AXIS_CONVENTION_2:
+            rows << 1, 0, 0, 0, -1, 0, 0, 0, -1;
+            return rows;
+        case AXIS_CONVENTION_3:
+            rows << 1, 0, 0, 0, 0, 1, 0, -1, 0;
+            return rows;
+        case AXIS_CONVENTION_4:
+            rows << 0, 0, 1, 1, 0, 0, 0, -1, 0;
+            return rows;
+        case AXIS_CONVENTION_5:
+            rows << 0, 0, 1, -1, 0, 0, 0, -1, 0;
+            return rows;
+        default:
+            return Eigen::Matrix3f::Identity();
+    }
+}
+
+}  // namespace
+
+ERROR_CODE CameraOneImpl::open(const InitParametersOne& params) {
+    leavePreviousOpening();
+    resetVariables();
+    {
+        const MutexLock lock(imuMutex);
+        currentImu = {};
+        frameImuPackets.clear();
+        imuPoseMatrix.setIdentity();
+    }
+    imuSource = INPUT_MODE_NONE;
+    initParameters = params;
+    unitFactor = 1.0F / getScaleMillimeter(initParameters.length_unit);
+    replaceGrabber();
+    if (!initParameters.input.isSet()) {
+        initParameters.input.setFromCameraID(-1, BUS_TYPE_2, CAMERA_TYPE_0);
+    }
+    bool hdrAdjusted = false;
+    if (const ERROR_CODE selected = selectInput(hdrAdjusted); selected != SUCCESS) {
+        return selected;
+    }
+    setCoordinateTransform();
+    if (initParameters.image_flip != kAutomaticFlip) {
+        imageFlipped = initParameters.image_flip == 1;
+    }
+    switch (inputMode) {
+        case INPUT_MODE_RECORDED:
+            return openRecorded();
+        case INPUT_MODE_STREAM:
+            return openStream();
+        default:
+            return openLive(hdrAdjusted);
+    }
+}
+
+void CameraOneImpl::replaceGrabber() {
+    grabber.reset();
+    grabber = neighbours->makeGrabber(INPUT_TYPE_PENDING);
+    grabber->setInputType(GMSL);
+    grabber->setMonoCapture(true);
+}
+
+ERROR_CODE CameraOneImpl::selectInput(bool& hdrAdjusted) {
+    const InputKind kind = initParameters.input.kind();
+    switch (kind) {
+        case KIND_RLX_FILE:
+            selectRecordedFile();
+            return SUCCESS;
+        case KIND_STREAM:
+            selectStream();
+            return SUCCESS;
+        case KIND_GMSL_ID:
+        case KIND_GMSL_SERIAL:
+            inputMode = INPUT_MODE_LIVE;
+            return selectLiveDevice(hdrAdjusted);
+        default:
+            break;
+    }
+    const bool otherCameras = kind == InputKind{0} || kind == InputKind{1};
+    return ORU_REPORT(otherCameras ? INVALID_PARAMETER : DEVICE_NOT_FOUND);
+}
+
+void CameraOneImpl::setCoordinateTransform() {
+    coordinateTransform.setIdentity();
+    coordinateTransform.topLeftCorner<3, 3>() = axisChange(initParameters.axis_convention);
+    cvtMatrix4f(coordinateTransform, coordinateSystem);
+}
+
+}  // namespace oru

@@ -1,0 +1,232 @@
+#include <cstdlib>
+
+#include "oru_koruone/CameraOneImpl.hpp"
+#include "oru_koruone/addresses.hpp"
+#include "oru_koruone/report.hpp"
+#include "tables/tables.hpp"
+
+namespace oru {
+namespace {
+
+constexpr const char* kReportedOperation = kOpenSignature;
+constexpr int kDefaultFps = 30;
+constexpr int kDiagnosticVerbosity = 531;
+constexpr int kDiagnosticOption = 8;
+constexpr int kAutomaticFlip = 2;
+constexpr int kPoseSamples = 5;
+constexpr int kPoseWaits = 400;  // 2 s in all
+constexpr timespec kPoseWait{0, 5'000'000};
+constexpr float kUpsideDown = -0.4F;
+
+/// The element in row 1, column 1 of the inverse rotation: the cosine between the camera's and the world's down.
+float uprightness(const IMUPacket& packet) {
+    const auto& q = packet.orientation;
+    Rotation rotation;
+    rotation.setOrientation(Orientation(Vector4<float>(q[0], q[1], q[2], q[3])));
+    return Matrix3f::inverse(rotation)(1, 1);
+}
+
+void logCannotInitialize(const char* state) {
+    if (state != nullptr) {
+        ORU_LOG(Debug, "{}", state);
+    }
+    ORU_LOG(Error, "{} Cannot initialize the camera.", kTagKoru);
+}
+
+ERROR_CODE setUpFailure(SETUP_STATE state) {
+    switch (state) {
+        case ERROR_INSTALLATION:
+            ORU_LOG(Error, "{} A corrupted SDK installation has been detected. Please run the KORU SDK installer. {}",
+                    kTagInit, kInstallerAddress);
+            return INSTALLATION_DAMAGED;
+        case ERROR_SENSORS_OPEN:
+            ORU_LOG(Error,
+                    "{} A KORU camera has been detected but the sensors device has failed to open. "
+                    "Please try to unplug/plug the camera again.",
+                    kTagKoru);
+            return SENSOR_DATA_UNAVAILABLE;
+        case KORU_NOT_RECOGNIZED:
+            logCannotInitialize("SETUP_STATE::KORU_NOT_RECOGNIZED");
+            return static_cast<ERROR_CODE>(state);
+        case ERROR_STREAM_START:
+            ORU_LOG(Error,
+                    "{} Cannot start camera stream. Make sure your camera is not already used by another process "
+                    "or blocked by firewall.",
+                    kTagKoru);
+            return CAMERA_IN_USE;
+        case ERROR_DURING_CONSTRUCT:
+            logCannotInitialize("SETUP_STATE::ERROR_DURING_CONSTRUCT");
+            return DEVICE_SETUP_FAILED;
+        case ERROR_SIZE:
+            logCannotInitialize("SETUP_STATE::ERROR_SIZE");
+            return DEVICE_SETUP_FAILED;
+        case ERROR_ECT:
+            logCannotInitialize("SETUP_STATE::ERROR_ECT");
+            return DEVICE_SETUP_FAILED;
+        case ERROR_OV:
+            logCannotInitialize("SETUP_STATE::ERROR_OV");
+            return DEVICE_SETUP_FAILED;
+        case ERROR_INIT:
+            logCannotInitialize(nullptr);
+            return DEVICE_SETUP_FAILED;
+        case ERROR_SENSORS_SERIAL:
+            ORU_LOG(Error,
+                    "{} A KORU camera has been detected but the sensors device returned a wrong serial number. "
+                    "Please run the 'KORU Diagnostic' tool with the option flag '-r' to try to recover the camera "
+                    "functionalities.",
+                    kTagKoru);
+            return SENSORS_SERIAL_INVALID;
+        default:
+            ORU_LOG(Error, "{} Camera Open Internal Error: {}", kTagKoru, static_cast<int>(state));
+            return DEVICE_SETUP_FAILED;
+    }
+}
+
+}  // namespace
+
+ERROR_CODE CameraOneImpl::selectLiveDevice(bool& hdrAdjusted) {
+    if (initParameters.requested_fps <= 0) {
+        initParameters.requested_fps = kDefaultFps;
+    }
+    cameraFps = initParameters.requested_fps;
+    if (initParameters.requested_resolution == AUTO) {
+        ORU_LOG(Info, "Using GMSL input... Switched to default resolution HD1200");
+        initParameters.requested_resolution = HD1200;
+    }
+    const long number = std::strtol(initParameters.input.first().c_str(), nullptr, 10);
+    if (initParameters.input.kind() == KIND_GMSL_ID) {
+        cameraId = static_cast<int32_t>(number);
+    } else if (const ERROR_CODE found = findDeviceBySerial(static_cast<uint32_t>(number)); found != SUCCESS) {
+        return found;
+    }
+    if (!isResolutionAllowed()) {
+        return ORU_REPORT(RESOLUTION_NOT_SUPPORTED);
+    }
+    hdrAdjusted = adjustHdr();
+    return SUCCESS;
+}
+
+ERROR_CODE CameraOneImpl::findDeviceBySerial(uint32_t serial) {
+    for (const DeviceProperties& device : neighbours->devices().getGMSLDevices(true, false)) {
+        if (device.serial_number != serial) {
+            continue;
+        }
+        if (device.availability != 0) {
+            return ORU_REPORT(CAMERA_IN_USE);
+        }
+        cameraId = device.id;
+        cameraModel = device.model;
+        return SUCCESS;
+    }
+    return ORU_REPORT(DEVICE_NOT_FOUND);
+}
+
+bool CameraOneImpl::isResolutionAllowed() const {
+    const RESOLUTION asked = initParameters.requested_resolution;
+    switch (cameraModel) {
+        case MODEL_MONO_3UM:
+            return asked == HD1080 || asked == HD1200 || asked == HD600;
+        case MODEL_MONO_2UM:
+            return asked == HD2160 || asked == HD1800 || asked == HD1080 || asked == HD1200;
+        default:
+            return true;
+    }
+}
+
+/// Switches HDR to what model and resolution can do; true when that changed the request.
+bool CameraOneImpl::adjustHdr() {
+    const RESOLUTION asked = initParameters.requested_resolution;
+    bool wanted = initParameters.use_hdr;
+    if (cameraModel == MODEL_MONO_3UM) {
+        wanted = false;
+    } else if (cameraModel == MODEL_MONO_2UM && asked == HD1800) {
+        wanted = true;
+    } else if (cameraModel == MODEL_MONO_2UM && (asked == HD2160 || asked == HD1080)) {
+        wanted = false;
+    }
+    if (wanted == initParameters.use_hdr) {
+        return false;
+    }
+    ORU_LOG(Info, "The chosen resolution is not compatible with the chosen HDR mode. HDR mode will be changed.");
+    initParameters.use_hdr = wanted;
+    return true;
+}
+
+ERROR_CODE CameraOneImpl::openLive(bool hdrAdjusted) {
+    streamInput.reset();
+    resolution = initParameters.requested_resolution;
+    CheckRequestedFPS(initParameters.verbosity != 0, GMSL);
+    if (const ERROR_CODE set = setUpGrabber(); set != SUCCESS) {
+        return set;
+    }
+    if (const ERROR_CODE read = readLiveFacts(); read != SUCCESS) {
+        return read;
+    }
+    return hdrAdjusted ? CONFIGURATION_ADJUSTED : finishOpen();
+}
+
+ERROR_CODE CameraOneImpl::setUpGrabber() {
+    const auto size = cameraResolution.find(initParameters.requested_resolution);
+    if (size == cameraResolution.end()) {
+        return ORU_REPORT(INVALID_PARAMETER);
+    }
+    const int option = initParameters.verbosity == kDiagnosticVerbosity ? kDiagnosticOption : 0;
+    const SETUP_STATE state =
+        grabber->setUp(cameraId, static_cast<int>(size->second.width), static_cast<int>(size->second.height), cameraFps,
+                       option, false, IMU_FREQ_2, true, initParameters.use_hdr);
+    return state == SETUP_OK ? SUCCESS : setUpFailure(state);
+}
+
+ERROR_CODE CameraOneImpl::readLiveFacts() {
+    imageSize = {static_cast<uint64_t>(grabber->getEffectiveWidth()),
+                 static_cast<uint64_t>(grabber->getEffectiveHeight())};
+    cameraModel = grabber->getCameraModel();
+    grabber->endSetup(nullptr);
+    cameraInformation.serial_number = grabber->getSerialNumber();
+    if (cameraInformation.serial_number == 0) {
+        return ORU_REPORT(DEVICE_NOT_FOUND);
+    }
+    imuCalibration = {};
+    KORUmcu* mcu = grabber->getMCU();
+    if (grabber->hasMCU() && mcu != nullptr) {
+        imuCalibration = mcu->exportCalib();
+        imuSource = INPUT_MODE_LIVE;
+        if (initParameters.image_flip == kAutomaticFlip) {
+            measureOrientation(*mcu);
+        }
+    }
+    cameraInformation.model = grabber->getCameraModel();
+    if (cameraInformation.model == MODEL_UNKNOWN) {
+        return ORU_REPORT(DEVICE_SETUP_FAILED);
+    }
+    cameraInformation.configuration.firmware_version = static_cast<uint32_t>(grabber->getFWVersion());
+    if (mcu == nullptr) {
+        return ORU_REPORT(SENSOR_DATA_UNAVAILABLE);
+    }
+    cameraInformation.sensors.firmware_version = mcu->getMCUFirmwareVersion();
+    cameraFps = grabber->getRequestedFPS();
+    return SUCCESS;
+}
+
+void CameraOneImpl::measureOrientation(KORUmcu& mcu) {
+    float sum = 0.0F;
+    int samples = 0;
+    for (int waits = 0; samples < kPoseSamples;) {
+        const IMUPacket packet = mcu.getIMUPose(0);
+        if (packet.valid) {
+            sum += uprightness(packet);
+            ++samples;
+        } else if (++waits > kPoseWaits) {
+            break;
+        } else {
+            (void)neighbours->clock().nanosleep(kPoseWait, nullptr);
+        }
+    }
+    if (samples == 0) {
+        ORU_LOG(Warning, "{} The sensors gave no valid pose within 2 s: the image counts as not flipped.", kTagInit);
+    }
+    imageFlipped = samples > 0 && sum / static_cast<float>(samples) < kUpsideDown;
+    ORU_LOG(Info, "{} Sensors FW version: {}", kTagInit, mcu.getMCUFirmwareVersion());
+}
+
+}  // namespace oru

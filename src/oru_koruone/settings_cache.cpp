@@ -1,0 +1,76 @@
+#include "oru_koruone/CameraOneImpl.hpp"
+#include "oru_koruone/report.hpp"
+
+namespace oru {
+namespace {
+
+constexpr int kUnknown = -1;
+
+}  // namespace
+
+/// Marks unknown what a write of `setting` may have changed in the device.
+void CameraOneImpl::resetCacheSettings(VIDEO_SETTINGS setting, int /*value*/, bool isAuto) {
+    switch (setting) {
+        case AEC_AGC:
+            settingsCache[EXPOSURE] = kUnknown;
+            settingsCache[GAIN] = kUnknown;
+            break;
+        case SETTING_10_AUTO:
+            settingsCache[SETTING_10] = kUnknown;
+            break;
+        case SETTING_10:
+            if (!isAuto) {
+                settingsCache[SETTING_10_AUTO] = kUnknown;
+            }
+            break;
+        case GAIN:
+        case EXPOSURE:
+            if (!isAuto) {
+                settingsCache[AEC_AGC] = kUnknown;
+            }
+            break;
+        default:
+            break;
+    }
+}
+
+/// Only a known equal value makes a write redundant: -1 marks an unknown one and always reaches the device.
+bool CameraOneImpl::isCached(VIDEO_SETTINGS setting, int value) const {
+    const auto entry = settingsCache.find(setting);
+    return entry != settingsCache.end() && entry->second >= 0 && entry->second == value;
+}
+
+bool CameraOneImpl::isOpenForRanges() const {
+    ORU_RETURN_IF_CLOSED(false);
+    return true;
+}
+
+ERROR_CODE CameraOneImpl::getCameraSettingsRange(VIDEO_SETTINGS setting, int& min, int& max) {
+    if (!isOpenForRanges() || inputMode == INPUT_MODE_RECORDED) {
+        return INVALID_CALL;
+    }
+    if (setting == AEC_AGC_ROI) {
+        return INVALID_PARAMETER;
+    }
+    return deviceRange(setting, min, max) ? SUCCESS : FAILURE;
+}
+
+bool CameraOneImpl::isCameraSettingSupported(VIDEO_SETTINGS setting) {
+    if (!isOpenForRanges() || inputMode == INPUT_MODE_RECORDED || setting == AEC_AGC_ROI) {
+        return false;
+    }
+    int min = 0;
+    int max = 0;
+    return deviceRange(setting, min, max);
+}
+
+/// On a stream both devices exist: the grabber is idle and the receiver's answer counts.
+bool CameraOneImpl::deviceRange(VIDEO_SETTINGS setting, int& min, int& max) {
+    bool known = grabber && grabber->getVideoSettingRange(setting, min, max);
+    if (streamInput) {
+        known = streamInput->valueRange(setting, min, max);
+    }
+    return known;
+}
+
+}  // namespace oru
