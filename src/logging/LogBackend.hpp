@@ -28,8 +28,8 @@ class LogBackend {
 public:
     virtual ~LogBackend() = default;
 
-    /// Copies the text; `file` must stay valid for ever (a literal). A full queue is waited for 100 ms at most, then
-    /// the message is dropped and counted; the next one that fits tells how many were lost.
+    /// Copies the text; `file` must stay valid for ever (a literal). A full queue is waited for 100 ms at most; from
+    /// then on messages are dropped and counted until there is room, and the next one tells how many were lost.
     virtual void write(LogLevel level, const char* file, int line, std::string_view text) = 0;
     /// Waits, 10 s at most, until all messages written before the call are with the sink. Returns at once on the back
     /// end's own thread.

@@ -90,7 +90,9 @@ public:
     }
 
     void write(LogLevel level, const char* file, int line, std::string_view text) override {
-        if (!waitForRoom(kFullQueueLimit)) {
+        // While messages are being lost nobody waits again: a sink that hangs costs a camera 100 ms once.
+        const bool isLosing = lost.load(std::memory_order_relaxed) > 0;
+        if (!waitForRoom(isLosing ? std::chrono::milliseconds{0} : kFullQueueLimit)) {
             lost.fetch_add(1, std::memory_order_relaxed);
             return;
         }
