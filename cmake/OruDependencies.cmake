@@ -9,11 +9,11 @@ find_package(HWY REQUIRED)
 pkg_check_modules(FFMPEG REQUIRED IMPORTED_TARGET libavformat libavcodec libavutil)
 pkg_check_modules(SRT REQUIRED IMPORTED_TARGET srt)
 find_path(SIMPLEINI_INCLUDE_DIR SimpleIni.h PATH_SUFFIXES simpleini REQUIRED)
-# Narrow characters only: without this the header asks for its Unicode conversion sources.
+# Narrow characters only, and the templates from the header: the packaged library would bring ICU along.
 add_library(oru_simpleini INTERFACE)
 add_library(oru::simpleini ALIAS oru_simpleini)
 target_include_directories(oru_simpleini SYSTEM INTERFACE "${SIMPLEINI_INCLUDE_DIR}")
-target_compile_definitions(oru_simpleini INTERFACE SI_NO_CONVERSION)
+target_compile_definitions(oru_simpleini INTERFACE SI_NO_CONVERSION SI_IMPLEMENTATION)
 
 if(ORU_LOG_BACKEND STREQUAL "spdlog")
     find_package(spdlog REQUIRED)

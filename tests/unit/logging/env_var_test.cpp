@@ -18,10 +18,10 @@ struct SwitchCase {
     bool enabled;
 };
 
-const SwitchCase kSwitchCases[] = {
-    {nullptr, false}, {"", false},     {"0", false},   {"no", false},  {"true", false}, {"TRUE", false}, {"2", false},
-    {" yes", false},  {"yes ", false}, {"1", true},    {"YES", true},  {"On", true},    {"Y", true},     {"ENABLE", true},
-    {"Enabled", true}};
+const SwitchCase kSwitchCases[] = {{nullptr, false}, {"", false},      {"0", false},     {"no", false},
+                                   {"true", false},  {"TRUE", false},  {"2", false},     {" yes", false},
+                                   {"yes ", false},  {"1", true},      {"YES", true},    {"On", true},
+                                   {"Y", true},      {"ENABLE", true}, {"Enabled", true}};
 
 TEST(RealTimeSwitch, IsOnForEnabledWordsOnlyAndSaysSo) {
     for (const auto& [value, enabled] : kSwitchCases) {
@@ -58,8 +58,13 @@ TEST(StreamVersionSwitch, IsOneForExactlyOne) {
         const char* value;
         int version;
         const char* message;
-    } cases[] = {{nullptr, 2, ""}, {"", 2, ""},    {"01", 2, ""}, {" 1", 2, ""},
-                 {"1.0", 2, ""},   {"yes", 2, ""}, {"1", 1, "STREAM VERSION 1 WILL BE USED!"},
+    } cases[] = {{nullptr, 2, ""},
+                 {"", 2, ""},
+                 {"01", 2, ""},
+                 {" 1", 2, ""},
+                 {"1.0", 2, ""},
+                 {"yes", 2, ""},
+                 {"1", 1, "STREAM VERSION 1 WILL BE USED!"},
                  {"2", 2, "STREAM VERSION 2 WILL BE USED!"}};
     for (const auto& [value, version, message] : cases) {
         const EnvironmentVariable variable("KORU_SDK_STREAM_VERSION", value);

@@ -16,8 +16,9 @@ namespace {
 using testing::ElementsAre;
 using testing::Pair;
 
-constexpr std::array<LogLevel, 8> kLevels = {LogLevel::TraceL3, LogLevel::TraceL2, LogLevel::TraceL1, LogLevel::Debug,
-                                             LogLevel::Info,    LogLevel::Warning, LogLevel::Error,   LogLevel::Critical};
+constexpr std::array<LogLevel, 8> kLevels = {LogLevel::TraceL3, LogLevel::TraceL2, LogLevel::TraceL1,
+                                             LogLevel::Debug,   LogLevel::Info,    LogLevel::Warning,
+                                             LogLevel::Error,   LogLevel::Critical};
 
 void logAtEveryLevel() {
     ORU_LOG(TraceL3, "l{}", 0);
@@ -115,8 +116,14 @@ TEST(Flush, ReturnsOnlyWhenEveryEarlierMessageIsWithTheSink) {
     gate.awaitFirst();
     std::atomic<int> seenByFirst{0};
     std::atomic<int> seenBySecond{0};
-    std::thread first([&] { flush(*logger); seenByFirst = gate.received.load(); });
-    std::thread second([&] { flush(*logger); seenBySecond = gate.received.load(); });
+    std::thread first([&] {
+        flush(*logger);
+        seenByFirst = gate.received.load();
+    });
+    std::thread second([&] {
+        flush(*logger);
+        seenBySecond = gate.received.load();
+    });
     gate.open();
     first.join();
     second.join();
