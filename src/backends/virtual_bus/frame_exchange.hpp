@@ -1,0 +1,66 @@
+#pragma once
+
+#include <array>
+#include <condition_variable>
+#include <cstdint>
+#include <vector>
+
+#include "oru/types.hpp"
+#include "oru_input/mcu/IMUPacket.hpp"
+#include "utils/Mutex.hpp"
+
+namespace oru::virtual_bus {
+
+struct Frame {
+    std::vector<unsigned char> pixels;
+    Timestamp time = 0;
+    IMUPacket imu;
+    bool has_imu = false;
+};
+
+enum class Loss : int32_t { sensor_gap, damaged };
+
+/// Hands the newest frame from the capture thread to the taker over three buffers, so that neither waits for the
+/// other, and keeps the account: produced = delivered + lost.
+/// Threads: writeBuffer() and publish() belong to the capture thread, latch() to taken() to one taker; the rest any.
+class FrameExchange {
+public:
+    /// Drops what is there and zeroes the counters.
+    void reset(std::size_t bytes);
+
+    /// The buffer to draw into; unshared until publish().
+    [[nodiscard]] Frame& writeBuffer() { return frames_[writing_]; }
+    /// Offers the written frame as the newest; one that nobody took is counted as overwritten.
+    void publish();
+    void countLost(Loss cause, uint64_t frames);
+
+    /// Whether a frame waits that has not been taken.
+    [[nodiscard]] bool fresh();
+    /// Returns at a fresh frame, at wake(), or after the given time.
+    void waitForFresh(int milliseconds);
+    void wake();
+
+    /// Makes the newest frame the held one; without a fresh frame the held one stays.
+    void latch();
+    /// The held frame, null before the first.
+    [[nodiscard]] Frame* held();
+    /// The held frame has been delivered; counted once.
+    void taken();
+
+    [[nodiscard]] FrameCounters counters() const;
+
+private:
+    mutable Mutex mutex_;
+    std::condition_variable_any changed_;
+    std::array<Frame, 3> frames_;
+    std::size_t writing_ = 0;  // changed by publish() alone
+    std::size_t ready_ ORU_GUARDED_BY(mutex_) = 1;
+    std::size_t held_ ORU_GUARDED_BY(mutex_) = 2;
+    bool fresh_ ORU_GUARDED_BY(mutex_) = false;
+    bool holding_ ORU_GUARDED_BY(mutex_) = false;
+    bool untaken_ ORU_GUARDED_BY(mutex_) = false;
+    uint64_t wakes_ ORU_GUARDED_BY(mutex_) = 0;
+    FrameCounters counters_ ORU_GUARDED_BY(mutex_);
+};
+
+}  // namespace oru::virtual_bus

@@ -1,0 +1,36 @@
+#include "backends/virtual_bus/scene_source.hpp"
+
+namespace oru::virtual_bus {
+namespace {
+
+View viewOf(const MotionState& state, const Mounting& mounting) {
+    const Eigen::Matrix3d rotation = (state.orientation * mounting.rotation).toRotationMatrix();
+    const Eigen::Vector3d eye = state.position + state.orientation * mounting.translation;
+    View view;
+    for (std::size_t row = 0; row < 3; ++row) {
+        for (std::size_t column = 0; column < 3; ++column) {
+            view.rows[row][column] = static_cast<float>(rotation(static_cast<int>(row), static_cast<int>(column)));
+        }
+    }
+    view.eye = {static_cast<float>(eye.x()), static_cast<float>(eye.y()), static_cast<float>(eye.z())};
+    return view;
+}
+
+}  // namespace
+
+SceneSource::SceneSource(const Lens& lens, int width, int height, const Trajectory& trajectory)
+    : trajectory_(trajectory),
+      mounting_(factoryMounting()),
+      renderer_(lens, width, height),
+      band_bytes_(static_cast<std::size_t>(width) * 2 * SceneRenderer::kCell) {}
+
+PictureResult SceneSource::draw(uint64_t elapsed, unsigned char* pixels) {
+    const double seconds = static_cast<double>(elapsed) * 1e-9;
+    renderer_.begin(viewOf(trajectory_.at(seconds), mounting_), seconds);
+    for (int band = 0; band < renderer_.bands(); ++band) {
+        renderer_.drawBand(band, pixels + static_cast<std::size_t>(band) * band_bytes_);
+    }
+    return PictureResult::drawn;
+}
+
+}  // namespace oru::virtual_bus

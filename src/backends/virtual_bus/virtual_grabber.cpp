@@ -1,0 +1,133 @@
+#include "backends/virtual_bus/virtual_grabber.hpp"
+
+#include <algorithm>
+
+#include "backends/virtual_bus/scene_source.hpp"
+#include "logging/log.hpp"
+#include "logging/messages.hpp"
+
+namespace oru::virtual_bus {
+namespace {
+
+CameraConfig noCamera() {
+    CameraConfig camera;
+    camera.model = MODEL_UNKNOWN;
+    camera.firmware = 0;
+    return camera;
+}
+
+}  // namespace
+
+VirtualGrabber::VirtualGrabber(std::shared_ptr<VirtualBus> bus, INPUT_TYPE type)
+    : bus_(std::move(bus)), type_(type), camera_(noCamera()) {
+    bus_->addMcu(&mcu_);
+}
+
+VirtualGrabber::~VirtualGrabber() {
+    bus_->removeMcu(&mcu_);
+    close(true);
+}
+
+SETUP_STATE VirtualGrabber::setUp(int& id, int width, int height, int fps, int /*option*/, bool,
+                                  IMU_FREQ /*frequency*/, bool, bool /*hdr*/) {
+    close(true);
+    camera_ = noCamera();
+    CameraConfig camera;
+    CameraLock lock;
+    if (const SETUP_STATE state = bus_->claim(id, camera, lock); state != SETUP_OK) {
+        return state;
+    }
+    const SensorMode* mode = findMode(camera.model, width, height);
+    if (mode == nullptr) {
+        return ERROR_SIZE;
+    }
+    ORU_LOG(Warning, "{} Camera {} with serial number {} is virtual: its pictures and samples are computed.", kTagKoru,
+            camera.id, camera.serial);
+    id = camera.id;
+    camera_ = camera;
+    lock_ = std::move(lock);
+    return startCapture(*mode, fps);
+}
+
+SETUP_STATE VirtualGrabber::startCapture(const SensorMode& mode, int fps) {
+    width_ = mode.width;
+    height_ = mode.height;
+    fps_ = std::clamp(fps, 1, mode.max_fps);
+    const Trajectory trajectory(camera_.motion, camera_.upside_down);
+    Capture::Setup setup;
+    setup.pictures =
+        std::make_unique<SceneSource>(modeLens(camera_.model, camera_.lens, mode), width_, height_, trajectory);
+    setup.inertial = std::make_unique<TrajectoryInertial>(trajectory, camera_.serial);
+    setup.mcu.present = camera_.mcu;
+    setup.mcu.magnetometer = camera_.magnetometer;
+    setup.mcu.barometer = camera_.barometer;
+    setup.mcu.firmware = camera_.mcu_firmware;
+    setup.fps = fps_;
+    setup.frame_bytes = static_cast<std::size_t>(width_) * static_cast<std::size_t>(height_) * 2;
+    capture_ = std::make_unique<Capture>(bus_->clock(), frames_, mcu_, std::move(setup));
+    return SETUP_OK;
+}
+
+void VirtualGrabber::close(bool /*wait*/) {
+    capture_.reset();
+    lock_.release();
+}
+
+int VirtualGrabber::waitForNewFrame(int milliseconds) {
+    // A source that will bring nothing more is not worth a wait.
+    if (capture_ != nullptr && capture_->status() == NO_FRAME) {
+        frames_.waitForFresh(milliseconds);
+    }
+    return frames_.fresh() ? 0 : -1;
+}
+
+FrameStatus VirtualGrabber::getFrameStatus() {
+    if (capture_ == nullptr) {
+        return SOURCE_UNAVAILABLE;
+    }
+    return frames_.fresh() ? NEW_FRAME : capture_->status();
+}
+
+unsigned char* VirtualGrabber::getPixels() {
+    Frame* frame = frames_.held();
+    return frame != nullptr ? frame->pixels.data() : nullptr;
+}
+
+Timestamp VirtualGrabber::getTimeStamp() {
+    const Frame* frame = frames_.held();
+    return frame != nullptr ? frame->time : 0;
+}
+
+const IMUPacket* VirtualGrabber::getIMUPacket() {
+    const Frame* frame = frames_.held();
+    return frame != nullptr && frame->has_imu ? &frame->imu : nullptr;
+}
+
+bool VirtualGrabber::getVideoSettingRange(VIDEO_SETTINGS /*setting*/, int& /*min*/, int& /*max*/) { return false; }
+
+bool VirtualGrabber::valueInRange(VIDEO_SETTINGS /*setting*/, int /*value*/) { return false; }
+
+int VirtualGrabber::getGrabberSettingsValue(VIDEO_SETTINGS /*setting*/) { return 0; }
+
+int VirtualGrabber::setGrabberSettingsValue(VIDEO_SETTINGS /*setting*/, int /*value*/, bool /*automatic*/) {
+    return -1;
+}
+
+int VirtualGrabber::setGrabberSettingsValue(VIDEO_SETTINGS /*setting*/, std::pair<int, int> /*range*/,
+                                            bool /*automatic*/) {
+    return -1;
+}
+
+std::pair<int, int> VirtualGrabber::getGrabberSettingsRangeValue(VIDEO_SETTINGS /*setting*/) { return {-1, -1}; }
+
+int VirtualGrabber::getROIforAECAGC(int /*side*/, Rect& /*region*/) { return -1; }
+
+int VirtualGrabber::setROIforAECAGC(int /*side*/, Rect /*region*/) { return -1; }
+
+int VirtualGrabber::resetROIforAECAGC(int /*side*/) { return -1; }
+
+std::unique_ptr<LiveCameraGrabber> makeVirtualGrabber(std::shared_ptr<VirtualBus> bus, INPUT_TYPE type) {
+    return std::make_unique<VirtualGrabber>(std::move(bus), type);
+}
+
+}  // namespace oru::virtual_bus

@@ -1,0 +1,71 @@
+#pragma once
+
+#include <memory>
+
+#include "backends/virtual_bus/bus.hpp"
+#include "backends/virtual_bus/capture.hpp"
+#include "backends/virtual_bus/frame_exchange.hpp"
+#include "backends/virtual_bus/sensor_modes.hpp"
+#include "backends/virtual_bus/virtual_mcu.hpp"
+
+namespace oru::virtual_bus {
+
+/// One camera of the virtual bus behind the grabber's contract.
+class VirtualGrabber final : public LiveCameraGrabber {
+public:
+    VirtualGrabber(std::shared_ptr<VirtualBus> bus, INPUT_TYPE type);
+    ~VirtualGrabber() override;
+
+    void setInputType(INPUT_TYPE type) override { type_ = type; }
+    [[nodiscard]] INPUT_TYPE inputType() const override { return type_; }
+    void setMonoCapture(bool /*mono*/) override {}
+    SETUP_STATE setUp(int& id, int width, int height, int fps, int option, bool, IMU_FREQ frequency, bool,
+                      bool hdr) override;
+    int getEffectiveWidth() override { return width_; }
+    int getEffectiveHeight() override { return height_; }
+    MODEL getCameraModel() override { return camera_.model; }
+    int getSerialNumber() override { return static_cast<int>(camera_.serial); }
+    int getFWVersion() override { return camera_.firmware; }
+    int getRequestedFPS() override { return fps_; }
+    void endSetup(unsigned char* /*unused*/) override {}
+    bool hasMCU() override { return mcu_.present(); }
+    KORUmcu* getMCU() override { return &mcu_; }
+
+    int waitForNewFrame(int milliseconds) override;
+    FrameStatus getFrameStatus() override;
+    void enterCriticalSection() override { frames_.latch(); }
+    void exitCriticalSection() override {}
+    unsigned char* getPixels() override;
+    Timestamp getTimeStamp() override;
+    const IMUPacket* getIMUPacket() override;
+    void afterGrab() override { frames_.taken(); }
+    void close(bool wait) override;
+
+    bool getVideoSettingRange(VIDEO_SETTINGS setting, int& min, int& max) override;
+    bool valueInRange(VIDEO_SETTINGS setting, int value) override;
+    int getGrabberSettingsValue(VIDEO_SETTINGS setting) override;
+    int setGrabberSettingsValue(VIDEO_SETTINGS setting, int value, bool automatic) override;
+    int setGrabberSettingsValue(VIDEO_SETTINGS setting, std::pair<int, int> range, bool automatic) override;
+    std::pair<int, int> getGrabberSettingsRangeValue(VIDEO_SETTINGS setting) override;
+    int getROIforAECAGC(int side, Rect& region) override;
+    int setROIforAECAGC(int side, Rect region) override;
+    int resetROIforAECAGC(int side) override;
+
+    [[nodiscard]] FrameCounters counters() const override { return frames_.counters(); }
+
+private:
+    SETUP_STATE startCapture(const SensorMode& mode, int fps);
+
+    std::shared_ptr<VirtualBus> bus_;
+    INPUT_TYPE type_;
+    CameraConfig camera_;
+    int width_ = 0;
+    int height_ = 0;
+    int fps_ = 0;
+    FrameExchange frames_;
+    VirtualMcu mcu_;
+    CameraLock lock_;
+    std::unique_ptr<Capture> capture_;
+};
+
+}  // namespace oru::virtual_bus

@@ -1,0 +1,71 @@
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "backends/virtual_bus/inertial_source.hpp"
+#include "backends/virtual_bus/time_axis.hpp"
+#include "oru_input/mcu/KORUmcu.hpp"
+#include "utils/Mutex.hpp"
+
+namespace oru::virtual_bus {
+
+/// The micro-controller: turns inertial samples into packets and keeps the last ten seconds of them. It has no thread;
+/// whoever asks (the capture thread does at every frame) brings it up to the present.
+///
+/// What a packet holds: vector_1 raw angular rate, vector_2 raw specific force, vector_3 angular rate, vector_4
+/// specific force, both with the factory calibration applied; degrees per second and m/s^2 along the camera's axes
+/// (x right, y down, z forward). variances_a belongs to the rate, variances_b to the force. At rest and level the
+/// force is (0, -9.80665, 0). orientation turns IMU axes into the IMU's world (x right, y down, z forward, gravity
+/// along +y). translation is zero: the IMU measures no position.
+class VirtualMcu final : public KORUmcu {
+public:
+    struct Options {
+        bool present = true;
+        bool magnetometer = false;
+        bool barometer = false;
+        unsigned int firmware = 0;
+        double frame_period_ns = 0.0;  ///< for the count of pictures in sync_count
+    };
+
+    /// Begins to deliver on a new time axis; both stay borrowed until stop().
+    void start(const TimeAxis& axis, InertialSource& source, const Options& options);
+    /// Delivers no more; what was collected stays.
+    void stop();
+    /// While silent, samples are lost, as from a controller that hangs.
+    void setSilent(bool silent);
+    /// Forgets the bias walk and what was collected; the next sample is the next on the axis.
+    void reset();
+
+    /// The packet of a picture taken at that moment. False without inertial sensors or while silent.
+    bool packetForPicture(uint64_t elapsed, IMUPacket& packet);
+    [[nodiscard]] bool present();
+
+    ImuCalibration exportCalib() override;
+    IMUPacket getIMUPose(int index) override;
+    Transform getIMUCameraTransform() override;
+    std::vector<IMUPacket> getIMUPacketBatch(unsigned long from, unsigned long to) override;
+    unsigned int getMCUFirmwareVersion() override;
+    bool isReady() override;
+
+private:
+    void advance() ORU_REQUIRES(mutex_);
+    void append(const IMUPacket& packet) ORU_REQUIRES(mutex_);
+    [[nodiscard]] IMUPacket packetFrom(const InertialSample& sample) const ORU_REQUIRES(mutex_);
+    void addEnvironment(const InertialSample& sample, IMUPacket& packet) const ORU_REQUIRES(mutex_);
+    [[nodiscard]] int picturesIn(uint64_t elapsed) const ORU_REQUIRES(mutex_);
+    [[nodiscard]] const IMUPacket& packetAt(std::size_t age_order) const ORU_REQUIRES(mutex_);
+
+    Mutex mutex_;
+    const TimeAxis* axis_ ORU_GUARDED_BY(mutex_) = nullptr;
+    InertialSource* source_ ORU_GUARDED_BY(mutex_) = nullptr;
+    Options options_ ORU_GUARDED_BY(mutex_);
+    bool silent_ ORU_GUARDED_BY(mutex_) = false;
+    std::vector<IMUPacket> ring_ ORU_GUARDED_BY(mutex_);
+    std::size_t first_ ORU_GUARDED_BY(mutex_) = 0;
+    std::size_t count_ ORU_GUARDED_BY(mutex_) = 0;
+    Mounting mounting_ ORU_GUARDED_BY(mutex_);
+    ImuCalibration calibration_ ORU_GUARDED_BY(mutex_);
+};
+
+}  // namespace oru::virtual_bus
