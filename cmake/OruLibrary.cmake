@@ -31,6 +31,10 @@ function(oru_test name)
     target_link_libraries(${name} PRIVATE oru_warnings ${ARG_DEPS} GTest::gmock GTest::gtest_main)
     add_test(NAME ${name} COMMAND ${name} ${ARG_ARGS})
     set_tests_properties(${name} PROPERTIES LABELS ${ARG_LABEL} TIMEOUT ${ARG_TIMEOUT})
+    # Camera locks of its own, so that programs of a parallel run do not take the virtual cameras from each other.
+    file(MAKE_DIRECTORY "${CMAKE_BINARY_DIR}/locks/${name}")
+    set_tests_properties(${name} PROPERTIES
+        ENVIRONMENT "KORU_VIRTUAL_BUS_LOCKS=${CMAKE_BINARY_DIR}/locks/${name}")
     add_dependencies(tests_${ARG_LABEL} ${name})
 endfunction()
 
