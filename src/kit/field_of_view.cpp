@@ -14,6 +14,7 @@ constexpr double kDegreesPerRadian = 57.29577951308232;
 constexpr int kMostNewtonSteps = 50;
 constexpr double kNewtonTolerance = 1e-12;
 constexpr double kDifferenceStep = 1e-6;
+constexpr int kFoldSamples = 64;
 
 bool isPinhole(const CameraParameters& params) {
     return params.fx > 0.0F && params.fy > 0.0F;
@@ -44,6 +45,16 @@ Eigen::Matrix2d jacobian(const std::array<double, 12>& lens, const Vector2d& poi
     return result;
 }
 
+/// Beyond a fold the model maps a second ray to the same point; no lens does that.
+bool isBeforeFold(const std::array<double, 12>& lens, const Vector2d& point) {
+    for (int sample = 1; sample <= kFoldSamples; ++sample) {
+        if (!(jacobian(lens, point * sample / kFoldSamples).determinant() > 0)) {
+            return false;
+        }
+    }
+    return true;
+}
+
 /// The ray whose distorted image is `target`: Newton's method, halving a step that does not come closer. Empty when
 /// what remains is above the tolerance (a part of the target's radius) or the model folds back there.
 std::optional<Vector2d> undistort(const std::array<double, 12>& lens, const Vector2d& target, double tolerance) {
@@ -62,7 +73,7 @@ std::optional<Vector2d> undistort(const std::array<double, 12>& lens, const Vect
         point += change;
         error = next;
     }
-    const bool isFound = error <= tolerance * target.norm() && jacobian(lens, point).determinant() > 0;
+    const bool isFound = error <= tolerance * target.norm() && isBeforeFold(lens, point);
     return isFound ? std::optional<Vector2d>(point) : std::nullopt;
 }
 

@@ -1,0 +1,168 @@
+#include "oru/Mat.hpp"
+
+#include <gtest/gtest.h>
+
+#include "PlatformDouble.hpp"
+
+namespace oru {
+namespace {
+
+class MatTest : public testing::Test {
+protected:
+    ~MatTest() override { EXPECT_EQ(platform->memory.wrongFrees, 0); }
+
+    std::shared_ptr<PlatformDouble> platform = std::make_shared<PlatformDouble>();
+    PlatformScope scope{platform};
+    GpuDouble& memory = platform->memory;
+    Mat mat;
+};
+
+TEST_F(MatTest, HoldsRowsWithoutPaddingInTheMemoriesAskedFor) {
+    const struct {
+        MAT_TYPE type;
+        std::size_t pixelBytes;
+    } types[] = {{U8_C1, 1}, {U8_C2, 2}, {U8_C4, 4}};
+    for (const auto& [type, pixelBytes] : types) {
+        ASSERT_EQ(mat.alloc({33, 7}, type, CPU_AND_GPU), SUCCESS);
+
+        EXPECT_EQ(mat.getStepBytes(CPU), 33 * pixelBytes);
+        EXPECT_EQ(mat.getStepBytes(GPU), 33 * pixelBytes);
+        EXPECT_EQ(mat.getStepBytes(CPU_AND_GPU), 33 * pixelBytes);
+        EXPECT_EQ(mat.getWidth(), 33U);
+        EXPECT_EQ(mat.getHeight(), 7U);
+        EXPECT_EQ(mat.getDataType(), type);
+        EXPECT_EQ(mat.getMemoryType(), CPU_AND_GPU);
+        EXPECT_EQ(memory.host.at(mat.getPtr<void>(CPU)), 33 * 7 * pixelBytes);
+        EXPECT_EQ(memory.device.at(mat.getPtr<void>(GPU)), 33 * 7 * pixelBytes);
+        EXPECT_EQ(mat.getPtr<void>(CPU_AND_GPU), nullptr);
+        EXPECT_EQ(memory.host.size() + memory.device.size(), 2U) << "the former memory went back";
+    }
+}
+
+TEST_F(MatTest, GetsAMissingMemoryAddedAndKeepsWhatFits) {
+    ASSERT_EQ(mat.alloc({8, 4}, U8_C4, CPU), SUCCESS);
+    auto* const pixels = mat.getPtr<unsigned char>(CPU);
+    std::memset(pixels, 0x5A, 8 * 4 * 4);
+    EXPECT_EQ(mat.getPtr<void>(GPU), nullptr);
+    EXPECT_EQ(mat.getStepBytes(GPU), 0U);
+
+    ASSERT_EQ(mat.alloc({8, 4}, U8_C4, GPU), SUCCESS);
+    ASSERT_EQ(mat.alloc({8, 4}, U8_C4, CPU), SUCCESS);
+
+    EXPECT_EQ(mat.getPtr<unsigned char>(CPU), pixels);
+    EXPECT_EQ(pixels[127], 0x5A);
+    EXPECT_NE(mat.getPtr<void>(GPU), nullptr);
+    EXPECT_EQ(mat.getMemoryType(), CPU_AND_GPU);
+}
+
+TEST_F(MatTest, ReplacesEveryMemoryForAnotherSizeOrType) {
+    ASSERT_EQ(mat.alloc({8, 4}, U8_C4, CPU_AND_GPU), SUCCESS);
+
+    ASSERT_EQ(mat.alloc({8, 4}, U8_C1, CPU), SUCCESS);
+    EXPECT_EQ(mat.getMemoryType(), CPU);
+    ASSERT_EQ(mat.alloc({4, 8}, U8_C1, GPU), SUCCESS);
+    EXPECT_EQ(mat.getMemoryType(), GPU);
+
+    EXPECT_TRUE(memory.host.empty());
+    EXPECT_EQ(memory.device.size(), 1U);
+}
+
+TEST_F(MatTest, RefusesWhatNoImageIs) {
+    ASSERT_EQ(mat.alloc({8, 4}, U8_C4, CPU), SUCCESS);
+    const auto none = static_cast<MEM>(0);
+    const auto unknown = static_cast<MEM>(5);
+
+    EXPECT_EQ(mat.alloc({0, 4}, U8_C4, CPU), INVALID_PARAMETER);
+    EXPECT_EQ(mat.alloc({8, 0}, U8_C4, CPU), INVALID_PARAMETER);
+    EXPECT_EQ(mat.alloc({8, 4}, static_cast<MAT_TYPE>(6), CPU), INVALID_PARAMETER);
+    EXPECT_EQ(mat.alloc({8, 4}, U8_C4, none), INVALID_PARAMETER);
+    EXPECT_EQ(mat.alloc({8, 4}, U8_C4, unknown), INVALID_PARAMETER);
+
+    EXPECT_EQ(mat.getWidth(), 8U) << "a refusal changes nothing";
+}
+
+TEST_F(MatTest, FailsWhenNoMemoryCanHoldTheImage) {
+    const uint64_t huge = uint64_t{1} << 33;
+    for (const Resolution& size : {Resolution{huge, huge}, Resolution{UINT64_MAX, 1}, Resolution{1, UINT64_MAX},
+                                   Resolution{huge, huge / 2 + 1}, Resolution{uint64_t{1} << 20, uint64_t{1} << 20}}) {
+        EXPECT_EQ(mat.alloc(size, U8_C4, CPU), FAILURE) << size.width << " x " << size.height;
+        EXPECT_EQ(mat.getMemoryType(), 0);
+        EXPECT_EQ(mat.getWidth(), 0U);
+    }
+}
+
+TEST_F(MatTest, KeepsTheMemoryThatItGotWhenTheOtherFails) {
+    memory.deviceLimit = 10;
+
+    EXPECT_EQ(mat.alloc({8, 4}, U8_C4, CPU_AND_GPU), FAILURE);
+    EXPECT_EQ(mat.getMemoryType(), CPU);
+    memory.deviceLimit = 1000;
+    EXPECT_EQ(mat.alloc({8, 4}, U8_C4, CPU_AND_GPU), SUCCESS);
+    EXPECT_EQ(mat.getMemoryType(), CPU_AND_GPU);
+}
+
+TEST_F(MatTest, FreesEachMemoryByItselfAndIsEmptyAfterTheLast) {
+    ASSERT_EQ(mat.alloc({8, 4}, U8_C4, CPU_AND_GPU), SUCCESS);
+    mat.timestamp = 5;
+
+    mat.free(CPU);
+    EXPECT_EQ(mat.getMemoryType(), GPU);
+    EXPECT_EQ(mat.getWidth(), 8U);
+    mat.free(CPU_AND_GPU);
+    mat.free(CPU_AND_GPU);
+
+    EXPECT_EQ(mat.getWidth(), 0U);
+    EXPECT_EQ(mat.getHeight(), 0U);
+    EXPECT_EQ(mat.timestamp, 5U);
+    EXPECT_TRUE(memory.host.empty() && memory.device.empty());
+}
+
+TEST_F(MatTest, MovesItsMemory) {
+    ASSERT_EQ(mat.alloc({8, 4}, U8_C4, CPU), SUCCESS);
+    mat.timestamp = 9;
+    auto* const pixels = mat.getPtr<unsigned char>(CPU);
+
+    Mat taken(std::move(mat));
+    Mat assigned;
+    ASSERT_EQ(assigned.alloc({2, 2}, U8_C1, GPU), SUCCESS);
+    assigned = std::move(taken);
+
+    EXPECT_EQ(assigned.getPtr<unsigned char>(CPU), pixels);
+    EXPECT_EQ(assigned.timestamp, 9U);
+    EXPECT_EQ(assigned.getMemoryType(), CPU);
+    EXPECT_TRUE(memory.device.empty());
+    EXPECT_EQ(taken.getMemoryType(), 0);
+    EXPECT_EQ(taken.alloc({2, 2}, U8_C1, CPU), SUCCESS);
+}
+
+TEST(Mat, GivesItsMemoryBackToThePlatformItCameFrom) {
+    auto first = std::make_shared<PlatformDouble>();
+    const std::weak_ptr<PlatformDouble> watch = first;
+    Mat mat;
+    {
+        const PlatformScope scope(first);
+        ASSERT_EQ(mat.alloc({8, 4}, U8_C4, CPU), SUCCESS);
+    }
+    first.reset();
+    ASSERT_FALSE(watch.expired()) << "the image keeps its platform";
+
+    const auto second = std::make_shared<PlatformDouble>();
+    const PlatformScope scope(second);
+    ASSERT_EQ(mat.alloc({8, 4}, U8_C4, GPU), SUCCESS);
+    EXPECT_EQ(watch.lock()->memory.device.size(), 1U) << "both memories on one platform";
+    mat.free(CPU_AND_GPU);
+
+    EXPECT_TRUE(watch.expired());
+    EXPECT_EQ(second->memory.wrongFrees, 0);
+}
+
+TEST(Mat, FailsWithoutAPlatform) {
+    const PlatformScope scope(nullptr);
+    Mat mat;
+
+    EXPECT_EQ(mat.alloc({8, 4}, U8_C4, CPU), FAILURE);
+    EXPECT_EQ(mat.getMemoryType(), 0);
+}
+
+}  // namespace
+}  // namespace oru
