@@ -1,0 +1,164 @@
+#include "backends/rlx/repair.hpp"
+
+#include <unistd.h>
+
+#include "backends/rlx/ebml.hpp"
+#include "backends/rlx/finish.hpp"
+
+namespace oru::rlx {
+
+namespace {
+
+constexpr int kRepaired = 0;
+constexpr int kUnreadable = 1;
+constexpr int kOutputRefused = 2;
+constexpr int kBadCompression = 3;
+
+bool markUnfinished(File& file) {
+    Bytes unknown;
+    putSize(unknown, kUnknownSize);
+    return file.writeAt(segmentSizeOffset(), unknown) && file.syncData();
+}
+
+/// Writes only the bytes that differ, so that a whole copy of the record stays whole throughout.
+bool restoreHead(OpenedFile& recording) {
+    const Bytes right = buildHead(recording.header, std::nullopt);
+    Bytes stored(right.size());
+    stored.resize(recording.file.readUpTo(0, stored.data(), stored.size()));
+    stored.resize(right.size());
+    std::size_t i = 0;
+    while (i < right.size()) {
+        std::size_t end = i;
+        while (end < right.size() && stored[end] != right[end]) {
+            ++end;
+        }
+        if (end > i && !recording.file.writeAt(i, ByteView(right).subspan(i, end - i))) {
+            return false;
+        }
+        i = end + 1;
+    }
+    return recording.file.syncData();
+}
+
+/// Turns each hole into a Void element; what it contained stays inside.
+bool voidHoles(File& file, const std::vector<Hole>& holes) {
+    for (const Hole& hole : holes) {
+        Bytes header;
+        putId(header, ID_VOID);
+        putSize(header, hole.size - 1 - kSizeBytes);
+        if (!file.writeAt(hole.offset, header)) {
+            return false;
+        }
+    }
+    return holes.empty() || file.syncData();
+}
+
+bool repairInPlace(OpenedFile& recording, const Walk& walk) {
+    return markUnfinished(recording.file) && restoreHead(recording) && voidHoles(recording.file, walk.holes) &&
+           finishRecording(recording.file, recording.header, walk.entries, walk.clusters_end);
+}
+
+bool copyFrames(const OpenedFile& recording, const Walk& walk, File& output) {
+    if (!output.writeAt(0, buildHead(recording.header, std::nullopt))) {
+        return false;
+    }
+    std::vector<IndexEntry> entries = walk.entries;
+    uint64_t end = recording.head_size;
+    Bytes cluster;
+    for (IndexEntry& entry : entries) {
+        cluster.resize(entry.cluster_size);
+        if (!recording.file.readAt(entry.offset, cluster.data(), cluster.size()) || !output.writeAt(end, cluster)) {
+            return false;
+        }
+        entry.offset = end;
+        end += entry.cluster_size;
+    }
+    return finishRecording(output, recording.header, entries, end);
+}
+
+int repairToOutput(const OpenedFile& recording, const Walk& walk, const std::string& path) {
+    File output;
+    if (!output.createToWrite(path, false)) {
+        return kOutputRefused;
+    }
+    if (!output.lockAlone() || !copyFrames(recording, walk, output)) {
+        (void)::unlink(path.c_str());
+        return kOutputRefused;
+    }
+    syncDirectoryOf(path);
+    return kRepaired;
+}
+
+Condition conditionOf(const OpenedFile& recording, std::vector<IndexEntry>& entries) {
+    return recording.condition == Condition::INTACT ? loadIndex(recording, entries) : recording.condition;
+}
+
+bool modeIsKnown(RLX_COMPRESSION_MODE mode) {
+    return mode >= RLX_RAW && mode <= RLX_MODE_10;
+}
+
+}  // namespace
+
+RepairReport repairRecording(const std::string& input, const std::string& output, PictureCheck check) {
+    RepairReport report;
+    OpenedFile recording = openRecording(input, true);
+    std::vector<IndexEntry> indexed;
+    report.condition = conditionOf(recording, indexed);
+    const bool ours = recording.condition == Condition::INTACT;
+    if (!ours || report.condition == Condition::UNREADABLE) {
+        return report;
+    }
+    if (!modeIsKnown(recording.header.facts.compression_mode)) {
+        report.code = kBadCompression;
+        return report;
+    }
+    const Walk walk = walkFrames(recording, check);
+    if (walk.entries.empty()) {
+        report.condition = Condition::NO_WHOLE_FRAME;
+        return report;
+    }
+    report.frames_recovered = walk.entries.size();
+    report.frames_lost = walk.bad_pictures + walk.missing_frames;
+    report.bytes_cut = recording.file.size() - walk.clusters_end;
+    if (!output.empty()) {
+        report.code = repairToOutput(recording, walk, output);
+        return report;
+    }
+    if (report.condition == Condition::INTACT && walk.entries.size() == indexed.size()) {
+        report.code = kRepaired;
+        report.bytes_cut = 0;
+        return report;
+    }
+    report.code = repairInPlace(recording, walk) ? kRepaired : kOutputRefused;
+    return report;
+}
+
+VerifyReport verifyRecording(const std::string& path) {
+    VerifyReport report;
+    const OpenedFile recording = openRecording(path, false);
+    std::vector<IndexEntry> entries;
+    report.condition = conditionOf(recording, entries);
+    if (recording.condition != Condition::INTACT) {
+        return report;
+    }
+    if (report.condition != Condition::INTACT) {
+        const Walk walk = walkFrames(recording, PictureCheck::ALL);
+        report.frames = walk.entries.size();
+        report.damaged = walk.bad_pictures + walk.missing_frames;
+        report.condition = walk.entries.empty() ? Condition::NO_WHOLE_FRAME : report.condition;
+        return report;
+    }
+    StoredFrame frame;
+    for (const IndexEntry& entry : entries) {
+        readStoredFrame(recording, entry, frame);
+        const bool whole = frame.check == FrameCheck::WHOLE;
+        ++(whole ? report.frames : report.damaged);
+        report.imu_packets += whole ? frame.frame.packets.size() : 0;
+    }
+    report.condition = report.damaged == 0 ? Condition::INTACT
+                       : report.frames > 0 ? Condition::DAMAGED
+                                           : Condition::NO_WHOLE_FRAME;
+    return report;
+}
+
+}  // namespace oru::rlx

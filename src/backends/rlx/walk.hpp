@@ -1,0 +1,38 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "backends/rlx/survey.hpp"
+
+namespace oru::rlx {
+
+/// Which pictures a walk checks; records and framing are always checked.
+enum class PictureCheck {
+    TAIL,  ///< those of the last two seconds: what a crash may have left half written
+    ALL,
+};
+
+/// A stretch of the file that belongs to no whole frame; at least kPrefixSize bytes.
+struct Hole {
+    uint64_t offset = 0;
+    uint64_t size = 0;
+};
+
+/// Every whole frame of a file, found without its index.
+struct Walk {
+    std::vector<IndexEntry> entries;
+    std::vector<Hole> holes;      ///< between head and the last whole frame
+    uint64_t clusters_end = 0;    ///< end of the last whole frame
+    uint64_t bad_pictures = 0;    ///< frames left out because of their picture
+    uint64_t missing_frames = 0;  ///< numbers that are missing between the whole frames
+};
+
+/// Reads the file from its head to its end; behind a damaged place it goes on at the next whole frame.
+[[nodiscard]] Walk walkFrames(const OpenedFile& recording, PictureCheck check);
+
+/// A frame whose Cluster begins at `offset`, its picture unread; false when there is none.
+[[nodiscard]] bool readRecordAt(const OpenedFile& recording, uint64_t offset, uint64_t file_size, StoredFrame& scratch,
+                                IndexEntry& entry);
+
+}  // namespace oru::rlx
