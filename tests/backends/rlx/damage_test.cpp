@@ -1,0 +1,247 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <random>
+#include <set>
+
+#include "backends/rlx/ebml.hpp"
+#include "backends/rlx/finish.hpp"
+#include "backends/rlx/recording_fixture.hpp"
+#include "backends/rlx/repair.hpp"
+
+namespace oru::rlx_test {
+
+namespace {
+
+using rlx::Condition;
+using rlx::PictureCheck;
+
+class EveryMode : public testing::TestWithParam<RLX_COMPRESSION_MODE> {
+protected:
+    static constexpr uint64_t kFrames = 40;
+
+    void SetUp() override {
+        scene_.mode = GetParam();
+        scene_.fps = 10.0F;
+        scene_.calibrated = false;
+        record(whole_, scene_, kFrames);
+        bytes_ = readBytes(whole_);
+        const rlx::OpenedFile opened = rlx::openRecording(whole_, false);
+        head_size_ = opened.head_size;
+        ASSERT_EQ(rlx::loadIndex(opened, entries_), Condition::INTACT);
+    }
+
+    uint64_t wholeFramesIn(uint64_t size) const {
+        return static_cast<uint64_t>(std::count_if(entries_.begin(), entries_.end(), [&](const rlx::IndexEntry& entry) {
+            return entry.offset + entry.cluster_size <= size;
+        }));
+    }
+
+    uint64_t framesOutside(const std::vector<unsigned char>& damaged) const {
+        return static_cast<uint64_t>(std::count_if(entries_.begin(), entries_.end(), [&](const rlx::IndexEntry& entry) {
+            const auto from = static_cast<std::ptrdiff_t>(entry.offset);
+            return std::equal(damaged.begin() + from, damaged.begin() + from + entry.cluster_size,
+                              bytes_.begin() + from);
+        }));
+    }
+
+    void expectRepairs(const std::vector<unsigned char>& damaged, uint64_t frames, const std::string& what) {
+        writeBytes(damaged_, damaged);
+        KeptCalibration calibration;
+        const auto file = makeRlxVideo(calibration);
+        ASSERT_EQ(file->open(damaged_.c_str()), 1) << what;
+        ASSERT_EQ(file->repairFile(damaged_.c_str(), "", true, false), frames > 0 ? 0 : 1) << what;
+        if (frames == 0) {
+            ASSERT_EQ(readBytes(damaged_), damaged) << what << ": touched";
+            return;
+        }
+        const rlx::VerifyReport report = rlx::verifyRecording(damaged_);
+        ASSERT_EQ(report.condition, Condition::INTACT) << what;
+        ASSERT_EQ(report.frames, frames) << what;
+    }
+
+    Scene scene_;
+    Folder folder_;
+    std::string whole_ = folder_.path("whole.rlx2");
+    std::string damaged_ = folder_.path("damaged.rlx2");
+    std::vector<unsigned char> bytes_;
+    uint64_t head_size_ = 0;
+    std::vector<rlx::IndexEntry> entries_;
+};
+
+std::string modeName(const testing::TestParamInfo<RLX_COMPRESSION_MODE>& info) {
+    return "Mode" + std::to_string(info.param);
+}
+
+}  // namespace
+
+INSTANTIATE_TEST_SUITE_P(Rlx, EveryMode, testing::ValuesIn(kModes), modeName);
+
+TEST_P(EveryMode, CutAnywhereKeepsEveryWholeFrame) {
+    std::set<uint64_t> cuts;
+    for (uint64_t i = 1; i <= head_size_; i += scene_.mode == RLX_RAW ? 1 : 37) {
+        cuts.insert(i);
+    }
+    const rlx::IndexEntry& last = entries_.back();
+    for (const rlx::IndexEntry& entry : {entries_[kFrames - 2], last}) {
+        for (uint64_t i = 0; i <= rlx::kPrefixSize; ++i) {
+            cuts.insert(entry.offset + i);
+        }
+        for (uint64_t i = 0; i < 400; ++i) {
+            cuts.insert(entry.offset + entry.cluster_size - i);
+        }
+    }
+    std::minstd_rand random(4711);
+    for (int i = 0; i < 200; ++i) {
+        cuts.insert(1 + random() % (bytes_.size() - 1));
+    }
+    for (const uint64_t cut : cuts) {
+        const std::vector<unsigned char> damaged(bytes_.begin(), bytes_.begin() + static_cast<std::ptrdiff_t>(cut));
+        ASSERT_NO_FATAL_FAILURE(expectRepairs(damaged, wholeFramesIn(cut), "cut at " + std::to_string(cut)));
+    }
+}
+
+TEST_P(EveryMode, CutFileIsPlayableByOthersAfterRepair) {
+    if (std::system("command -v mkvinfo ffprobe >/dev/null 2>&1") != 0) {
+        GTEST_SKIP() << "ffprobe or mkvinfo is not installed";
+    }
+    for (const uint64_t cut : {entries_[7].offset + 60, entries_.back().offset - 1, bytes_.size() - 5}) {
+        writeBytes(damaged_, {bytes_.begin(), bytes_.begin() + static_cast<std::ptrdiff_t>(cut)});
+        ASSERT_EQ(rlx::repairRecording(damaged_, "", PictureCheck::TAIL).code, 0);
+        EXPECT_EQ(std::system(("mkvinfo " + damaged_ + " >/dev/null").c_str()), 0) << cut;
+        EXPECT_EQ(std::system(("ffmpeg -v error -xerror -i " + damaged_ + " -f null -").c_str()), 0) << cut;
+        const Played played = play(damaged_, scene_);
+        EXPECT_EQ(played.times.size(), wholeFramesIn(cut));
+        EXPECT_EQ(played.wrong_pictures + played.wrong_facts, 0U);
+    }
+}
+
+TEST_P(EveryMode, FlippedBitsAreNoticedAndNeverDelivered) {
+    std::minstd_rand random(static_cast<unsigned>(815 + scene_.mode));
+    for (int round = 0; round < 400; ++round) {
+        std::vector<unsigned char> damaged = bytes_;
+        const std::size_t place = random() % damaged.size();
+        const std::size_t zeroed = std::min(round % 4 == 0 ? 1 + random() % 4096 : 0, damaged.size() - place);
+        damaged[place] ^= static_cast<unsigned char>(1U << random() % 8);
+        std::fill_n(damaged.begin() + static_cast<std::ptrdiff_t>(place), zeroed, 0);
+        writeBytes(damaged_, damaged);
+
+        Played played = play(damaged_, scene_);
+
+        const std::string what = "round " + std::to_string(round) + " at " + std::to_string(place);
+        ASSERT_EQ(played.wrong_pictures + played.wrong_facts, 0U) << what;
+        if (damaged != bytes_) {
+            ASSERT_TRUE(played.open_result == 1 || played.counters.lost() > 0) << what << ": not noticed";
+        }
+        if (round % 8 == 0 && damaged != bytes_) {
+            const rlx::RepairReport report = rlx::repairRecording(damaged_, "", PictureCheck::ALL);
+            if (report.code == 0) {
+                ASSERT_EQ(rlx::verifyRecording(damaged_).condition, Condition::INTACT) << what;
+                played = play(damaged_, scene_);
+                ASSERT_EQ(played.open_result, 0) << what;
+                ASSERT_EQ(played.wrong_pictures + played.wrong_facts, 0U) << what;
+                ASSERT_EQ(report.frames_recovered, framesOutside(damaged)) << what;
+            }
+        }
+    }
+}
+
+TEST_P(EveryMode, DamageInTheMiddleCostsOnlyTheFramesItTouches) {
+    std::vector<unsigned char> damaged(bytes_.begin(), bytes_.end() - 100);
+    const auto at = [&](const rlx::IndexEntry& entry) {
+        return damaged.begin() + static_cast<std::ptrdiff_t>(entry.offset);
+    };
+    std::fill(at(entries_[5]), at(entries_[5]) + 20, 0xAB);
+    std::fill(at(entries_[20]) + 30, at(entries_[22]) + 10, 0);
+
+    ASSERT_NO_FATAL_FAILURE(expectRepairs(damaged, kFrames - 4, "two holes"));
+
+    const rlx::RepairReport report = rlx::repairRecording(damaged_, folder_.path("copy.rlx2"), PictureCheck::ALL);
+    EXPECT_EQ(report.code, 0);
+    EXPECT_EQ(report.frames_lost, 4U);
+    const Played played = play(folder_.path("copy.rlx2"), scene_);
+    EXPECT_EQ(played.wrong_pictures + played.wrong_facts, 0U);
+    EXPECT_EQ(played.counters.produced, kFrames - 4);
+    EXPECT_EQ(play(damaged_, scene_).times, played.times);
+}
+
+TEST_P(EveryMode, OneWholeCopyOfTheHeaderIsEnough) {
+    std::vector<unsigned char> damaged = bytes_;
+    const std::string magic = "RLXH";
+    const auto first = std::search(damaged.begin(), damaged.end(), magic.begin(), magic.end());
+    std::fill(first + 40, first + 140, 0);
+
+    ASSERT_NO_FATAL_FAILURE(expectRepairs(damaged, kFrames, "first copy"));
+
+    EXPECT_EQ(readBytes(damaged_), bytes_);
+}
+
+TEST(Repair, SaysWhatIsWrongAndTouchesNothingItCannotHelp) {
+    const Folder folder;
+    const Scene scene;
+    const std::string whole = folder.path("whole.rlx2");
+    record(whole, scene, 2);
+    const std::vector<unsigned char> bytes = readBytes(whole);
+    const auto head_end = bytes.begin() + static_cast<std::ptrdiff_t>(rlx::openRecording(whole, false).head_size);
+    writeBytes(folder.path("empty"), {});
+    writeBytes(folder.path("text"), std::vector<unsigned char>(5000, 'x'));
+    writeBytes(folder.path("head"), {bytes.begin(), head_end + 100});
+    writeBytes(folder.path("cut"), {bytes.begin(), bytes.end() - 1});
+    record(folder.path("none"), scene, 0);
+    std::filesystem::create_directory(folder.path("directory"));
+    const struct {
+        const char* name;
+        Condition condition;
+        int code;
+    } cases[] = {
+        {"whole.rlx2", Condition::INTACT, 0},    {"missing", Condition::MISSING, 1},
+        {"directory", Condition::NOT_A_FILE, 1}, {"empty", Condition::EMPTY, 1},
+        {"text", Condition::NOT_OURS, 1},        {"head", Condition::NO_WHOLE_FRAME, 1},
+        {"none", Condition::NO_WHOLE_FRAME, 1},  {"cut", Condition::CUT_OFF, 0},
+    };
+    for (const auto& sample : cases) {
+        const std::string path = folder.path(sample.name);
+        const std::vector<unsigned char> before = readBytes(path);
+
+        const rlx::RepairReport report = rlx::repairRecording(path, "", PictureCheck::TAIL);
+
+        EXPECT_EQ(report.condition, sample.condition) << sample.name << ": " << rlx::describe(report.condition);
+        EXPECT_EQ(report.code, sample.code) << sample.name;
+        EXPECT_EQ(readBytes(path) == before, sample.condition != Condition::CUT_OFF) << sample.name;
+    }
+    EXPECT_EQ(rlx::repairRecording(whole, folder.path("text"), PictureCheck::TAIL).code, 2) << "an existing output";
+}
+
+TEST(Repair, InterruptedAtAnyStepLeavesARepairableFile) {
+    const Folder folder;
+    const Scene scene;
+    const std::string path = folder.path("a.rlx2");
+    record(path, scene, 6);
+    const std::vector<unsigned char> whole = readBytes(path);
+    rlx::OpenedFile opened = rlx::openRecording(path, false);
+    std::vector<rlx::IndexEntry> entries;
+    ASSERT_EQ(rlx::loadIndex(opened, entries), Condition::INTACT);
+    const auto clusters_end = static_cast<std::ptrdiff_t>(entries.back().offset + entries.back().cluster_size);
+    const rlx::Bytes unfinished_head = rlx::buildHead(opened.header, std::nullopt);
+    opened.file.close();
+    // The states between the steps of finishing: no trailer, part of it, all of it; old head, new head without its
+    // size.
+    for (const std::ptrdiff_t trailer : {std::ptrdiff_t{0}, std::ptrdiff_t{50}, std::ssize(whole) - clusters_end}) {
+        for (const bool new_head : {false, true}) {
+            std::vector<unsigned char> state(whole.begin(), whole.begin() + clusters_end + trailer);
+            const auto replaced = new_head ? rlx::segmentBodyOffset() : unfinished_head.size();
+            std::copy_n(unfinished_head.begin(), replaced, state.begin());
+            writeBytes(path, state);
+
+            const rlx::RepairReport report = rlx::repairRecording(path, "", PictureCheck::TAIL);
+
+            EXPECT_EQ(report.condition, Condition::UNFINISHED);
+            EXPECT_EQ(report.code, 0);
+            EXPECT_EQ(report.frames_recovered, 6U);
+            EXPECT_EQ(readBytes(path), whole);
+        }
+    }
+}
+
+}  // namespace oru::rlx_test

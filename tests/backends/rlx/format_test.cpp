@@ -1,0 +1,210 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "backends/rlx/container.hpp"
+#include "backends/rlx/crc32c.hpp"
+#include "backends/rlx/ebml.hpp"
+#include "backends/rlx/nal_units.hpp"
+#include "backends/rlx/recording_fixture.hpp"
+
+namespace oru::rlx {
+
+namespace {
+
+using rlx_test::Scene;
+
+FrameRecord sampleFrame(bool key) {
+    const Scene scene;
+    FrameRecord frame;
+    frame.recording_id = 0x1122334455667788;
+    frame.number = 7;
+    frame.time_ns = scene.time(7);
+    frame.time_ms = 233;
+    frame.reference_delta = key ? 0 : 33;
+    frame.key = key;
+    frame.picture_size = 100;
+    frame.picture_crc = 0xDEADBEEF;
+    frame.metadata = scene.metadata(7);
+    frame.has_imu = true;
+    frame.imu = scene.imu(7);
+    frame.packets = scene.packets(7);
+    return frame;
+}
+
+}  // namespace
+
+TEST(Crc32c, MatchesPublishedValuesOnBothPaths) {
+    const struct {
+        std::string data;
+        uint32_t crc;
+    } cases[] = {
+        // RFC 3720, appendix B.4, and the check value of the polynomial
+        {std::string(32, '\0'), 0x8A9136AA},
+        {std::string(32, '\xFF'), 0x62A8AB43},
+        {"123456789", 0xE3069283},
+        {"", 0},
+    };
+    for (const auto& sample : cases) {
+        EXPECT_EQ(crc32c(sample.data.data(), sample.data.size()), sample.crc);
+        EXPECT_EQ(crc32cByTable(sample.data.data(), sample.data.size()), sample.crc);
+    }
+    const std::vector<unsigned char> picture = Scene{}.picture(3);
+    const uint32_t first = crc32c(picture.data(), 1001);
+    EXPECT_EQ(crc32c(picture.data() + 1001, picture.size() - 1001, first),
+              crc32cByTable(picture.data(), picture.size()));
+}
+
+TEST(FrameRecords, ComeBackExactlyAndRefuseEveryFlippedBit) {
+    const FrameRecord frame = sampleFrame(true);
+    Bytes bytes;
+    encodeFrame(frame, 2, bytes);
+    FrameRecord read;
+
+    ASSERT_TRUE(decodeFrame(bytes, read));
+
+    EXPECT_EQ(read.time_ns, frame.time_ns);
+    EXPECT_EQ(read.imu, frame.imu);
+    EXPECT_EQ(read.packets, frame.packets);
+    EXPECT_EQ(std::memcmp(read.metadata.bytes, frame.metadata.bytes, sizeof frame.metadata.bytes), 0);
+    for (std::size_t bit = 0; bit < bytes.size() * 8; ++bit) {
+        bytes[bit / 8] ^= static_cast<uint8_t>(1U << (bit % 8));
+        ASSERT_FALSE(decodeFrame(bytes, read)) << bit;
+        bytes[bit / 8] ^= static_cast<uint8_t>(1U << (bit % 8));
+    }
+}
+
+TEST(FrameRecords, VersionOneLeavesOutTheImu) {
+    Bytes bytes;
+    encodeFrame(sampleFrame(true), 1, bytes);
+    FrameRecord read;
+
+    ASSERT_TRUE(decodeFrame(bytes, read));
+
+    EXPECT_FALSE(read.has_imu);
+    EXPECT_TRUE(read.packets.empty());
+}
+
+TEST(HeaderRecords, ComeBackExactlyAndVersionOneHasNoFlip) {
+    for (const int version : {1, 2}) {
+        HeaderRecord header;
+        header.facts = Scene{}.header();
+        header.facts.version = version;
+        header.facts.decompression_platform = true;
+        header.recording_id = 99;
+        header.codec_private = {1, 2, 3};
+        Bytes bytes;
+        encodeHeader(header, bytes);
+        bytes.push_back(0xAA);  // what follows is not its own
+
+        const std::optional<HeaderRecord> read = decodeHeader(bytes);
+
+        ASSERT_TRUE(read.has_value());
+        EXPECT_EQ(read->facts.flipped, version == 2);
+        EXPECT_EQ(read->facts.decompression_platform, version == 2);
+        EXPECT_EQ(read->facts.calibration_text, header.facts.calibration_text);
+        EXPECT_EQ(read->facts.imu_to_camera, header.facts.imu_to_camera);
+        EXPECT_EQ(read->facts.imu_calibration, header.facts.imu_calibration);
+        EXPECT_EQ(read->codec_private, header.codec_private);
+    }
+}
+
+TEST(Clusters, FramingIsRecognisedOnlyAsWritten) {
+    for (const bool key : {true, false}) {
+        const FrameRecord frame = sampleFrame(key);
+        Bytes record;
+        encodeFrame(frame, 2, record);
+        Bytes prefix;
+        buildPrefix(frame, record.size(), prefix);
+        Bytes suffix;
+        buildSuffixFraming(frame, record.size(), suffix);
+        const std::size_t framing = suffix.size();
+        suffix.insert(suffix.end(), record.begin(), record.end());
+        FrameRecord read;
+        Bytes scratch;
+
+        const std::optional<ClusterShape> shape = readPrefix(prefix);
+
+        ASSERT_TRUE(shape.has_value());
+        EXPECT_EQ(prefix.size(), kPrefixSize);
+        EXPECT_EQ(shape->total, prefix.size() + 100 + suffix.size());
+        EXPECT_EQ(shape->picture_size, 100U);
+        EXPECT_TRUE(readSuffix(prefix, suffix, frame.recording_id, read, scratch));
+        EXPECT_FALSE(readSuffix(prefix, suffix, frame.recording_id + 1, read, scratch))
+            << "a frame of another recording";
+        for (std::size_t i = 0; i < prefix.size() + framing; ++i) {
+            uint8_t& byte = i < prefix.size() ? prefix[i] : suffix[i - prefix.size()];
+            byte ^= 0x10;
+            EXPECT_FALSE(readPrefix(prefix) && readPrefix(prefix)->total == shape->total &&
+                         readSuffix(prefix, suffix, frame.recording_id, read, scratch))
+                << i;
+            byte ^= 0x10;
+        }
+    }
+}
+
+TEST(Elements, ReadEveryLegalWidthAndRefuseCutOnes) {
+    const struct {
+        Bytes bytes;
+        bool legal;
+        uint32_t id;
+        uint64_t size;
+    } cases[] = {
+        {{0xEC, 0x82}, true, 0xEC, 2},
+        {{0x42, 0x86, 0x40, 0x05}, true, 0x4286, 5},
+        {{0x1F, 0x43, 0xB6, 0x75, 0x01, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}, true, ID_CLUSTER, kUnknownSize},
+        {{0xEC, 0xFF}, true, 0xEC, kUnknownSize},
+        {{0x00, 0x82}, false, 0, 0},
+        {{0x1F, 0x43}, false, 0, 0},
+        {{0xEC, 0x00}, false, 0, 0},
+        {{0xEC}, false, 0, 0},
+        {{}, false, 0, 0},
+    };
+    for (const auto& sample : cases) {
+        Element element;
+        ASSERT_EQ(readElement(sample.bytes, element), sample.legal);
+        if (sample.legal) {
+            EXPECT_EQ(element.id, sample.id);
+            EXPECT_EQ(element.size, sample.size);
+        }
+    }
+}
+
+TEST(Indexes, ComeBackExactlyAndRefuseAnotherRecording) {
+    HeaderRecord header;
+    header.facts = Scene{}.header();
+    header.recording_id = 5;
+    std::vector<IndexEntry> entries;
+    for (uint64_t i = 0; i < 1000; ++i) {
+        entries.push_back({1000 + i * 500, i * 33'000'000, 500, i % 30 == 0, i * 33});
+    }
+    const Bytes trailer = buildTrailer(header, entries, 501'000);
+    const std::optional<Footer> footer = readFooter(ByteView(trailer).last(kFooterSize));
+    ASSERT_TRUE(footer.has_value());
+    const ByteView payload = ByteView(trailer).subspan(footer->index_offset - 501'000, footer->index_size);
+
+    const auto read = readIndex(payload, 5);
+
+    ASSERT_TRUE(read.has_value());
+    ASSERT_EQ(read->size(), entries.size());
+    EXPECT_EQ(read->at(999).offset, entries[999].offset);
+    EXPECT_EQ(read->at(30).key, true);
+    EXPECT_EQ(read->at(31).key, false);
+    EXPECT_FALSE(readIndex(payload, 6).has_value());
+    EXPECT_FALSE(readIndex(payload.first(payload.size() - 1), 5).has_value());
+}
+
+TEST(ByteStreams, SplitAtBothStartCodesAndComeOutLengthPrefixed) {
+    const Bytes stream{0, 0, 0, 1, 0x67, 1, 2, 0, 0, 1, 0x68, 3, 0, 0, 0, 1, 0x65, 4, 5};
+    std::vector<ByteView> scratch;
+    Bytes out;
+
+    putLengthPrefixed(stream, scratch, out);
+
+    EXPECT_EQ(out, (Bytes{0, 0, 0, 3, 0x67, 1, 2, 0, 0, 0, 2, 0x68, 3, 0, 0, 0, 3, 0x65, 4, 5}));
+    EXPECT_FALSE(avcConfiguration(Bytes{0, 0, 1, 0x68, 3}).has_value()) << "without a sequence parameter set";
+    EXPECT_FALSE(hevcConfiguration(stream).has_value());
+}
+
+}  // namespace oru::rlx

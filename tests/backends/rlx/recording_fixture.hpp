@@ -1,0 +1,83 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "backends/rlx/Rlx.hpp"
+
+namespace oru::rlx_test {
+
+inline constexpr RLX_COMPRESSION_MODE kModes[] = {RLX_RAW, RLX_H264, RLX_H265, RLX_LOSSLESS, RLX_FFV1};
+inline constexpr bool isLossless(RLX_COMPRESSION_MODE mode) {
+    return mode == RLX_RAW || mode == RLX_LOSSLESS || mode == RLX_FFV1;
+}
+
+/// Remembers what it was offered.
+class KeptCalibration final : public CalibrationSource {
+public:
+    bool downloadCalibFile(String /*directory*/, int /*serial*/) override { return false; }
+    void offer(int serial, std::string text) override {
+        offered_serial = serial;
+        offered_text = std::move(text);
+    }
+    std::string text(int /*serial*/) override { return offered_text; }
+
+    int offered_serial = 0;
+    std::string offered_text;
+};
+
+/// A camera that can be computed: every frame's picture, time, metadata and packets follow from its number.
+struct Scene {
+    uint32_t width = 64;
+    uint32_t height = 48;
+    float fps = 30.0F;
+    RLX_COMPRESSION_MODE mode = RLX_RAW;
+    int version = 2;
+    bool calibrated = true;
+
+    [[nodiscard]] rlxrw::RlxRecordingHeader header() const;
+    [[nodiscard]] std::vector<unsigned char> picture(uint64_t number) const;
+    [[nodiscard]] Timestamp time(uint64_t number) const;
+    [[nodiscard]] rlxrw::rlxSampleMetadata metadata(uint64_t number) const;
+    [[nodiscard]] IMUPacket imu(uint64_t number) const;
+    [[nodiscard]] std::vector<IMUPacket> packets(uint64_t number) const;
+};
+
+/// The number that Scene::picture hides in the picture; survives lossy coding.
+[[nodiscard]] uint64_t numberIn(const std::vector<unsigned char>& picture, const Scene& scene);
+
+/// A folder that is removed at the end of the test.
+class Folder {
+public:
+    Folder();
+    ~Folder();
+    [[nodiscard]] std::string path(const std::string& name) const { return (path_ / name).string(); }
+
+private:
+    std::filesystem::path path_;
+};
+
+/// Writes one frame of the scene; the result of writeFrame.
+int writeSceneFrame(rlxrw::RLXVideo& recorder, const Scene& scene, uint64_t number);
+/// Records frames 0 to count - 1 and closes the file.
+void record(const std::string& path, const Scene& scene, uint64_t count);
+
+/// What a file gives when it is played to its end.
+struct Played {
+    int open_result = -1;
+    std::vector<Timestamp> times;
+    uint64_t wrong_pictures = 0;  ///< delivered with another content than was recorded (lossless modes: any byte)
+    uint64_t wrong_facts = 0;     ///< delivered with another time, metadata or other packets
+    FrameCounters counters;
+};
+Played play(const std::string& path, const Scene& scene);
+
+[[nodiscard]] std::vector<unsigned char> readBytes(const std::string& path);
+void writeBytes(const std::string& path, const std::vector<unsigned char>& bytes);
+
+}  // namespace oru::rlx_test

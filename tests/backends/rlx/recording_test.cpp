@@ -1,0 +1,268 @@
+#include <gtest/gtest.h>
+
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+
+#include "backends/rlx/recording_fixture.hpp"
+#include "backends/rlx/repair.hpp"
+
+namespace oru::rlx_test {
+
+namespace {
+
+class EveryMode : public testing::TestWithParam<RLX_COMPRESSION_MODE> {};
+
+std::string modeName(const testing::TestParamInfo<RLX_COMPRESSION_MODE>& info) {
+    return "Mode" + std::to_string(info.param);
+}
+
+/// True when the command exits with 0; its output goes to the test's.
+bool succeeds(const std::string& command) {
+    return std::system((command + " 1>&2").c_str()) == 0;
+}
+
+bool isInstalled(const std::string& program) {
+    return std::system(("command -v " + program + " >/dev/null 2>&1").c_str()) == 0;
+}
+
+std::string outputOf(const std::string& command) {
+    std::string text;
+    FILE* pipe = ::popen((command + " 2>&1").c_str(), "r");
+    char buffer[256];
+    while (pipe != nullptr && std::fgets(buffer, sizeof buffer, pipe) != nullptr) {
+        text += buffer;
+    }
+    return pipe != nullptr && ::pclose(pipe) == 0 ? text : text + "[failed]";
+}
+
+}  // namespace
+
+INSTANTIATE_TEST_SUITE_P(Rlx, EveryMode, testing::ValuesIn(kModes), modeName);
+
+TEST_P(EveryMode, PlaysBackEveryFrameWithItsFactsExactly) {
+    for (const int version : {1, 2}) {
+        const Folder folder;
+        const Scene scene{.mode = GetParam(), .version = version};
+        const std::string path = folder.path("a.rlx2");
+        record(path, scene, 70);
+
+        const Played played = play(path, scene);
+
+        EXPECT_EQ(played.open_result, 0);
+        EXPECT_EQ(played.times.size(), 70U);
+        EXPECT_EQ(played.wrong_pictures, 0U);
+        EXPECT_EQ(played.wrong_facts, 0U);
+        EXPECT_EQ(played.counters.produced, 70U);
+        EXPECT_EQ(played.counters.lost(), 0U);
+        EXPECT_EQ(rlx::verifyRecording(path).condition, rlx::Condition::INTACT);
+    }
+}
+
+TEST_P(EveryMode, SeeksExactlyForwardsAndBackwards) {
+    const Folder folder;
+    const Scene scene{.fps = 10.0F, .mode = GetParam()};
+    const std::string path = folder.path("a.rlx2");
+    record(path, scene, 45);
+    KeptCalibration calibration;
+    const auto reader = makeRlxVideo(calibration);
+    ASSERT_EQ(reader->open(path.c_str()), 0);
+    std::vector<unsigned char> picture(std::size_t{scene.width} * scene.height * 2);
+    Timestamp time = 0;
+
+    for (const int frame : {3, 0, 44, 20, 21, 19, 9, 10, 11, 40, 0}) {
+        reader->setPosition(frame);
+        EXPECT_EQ(reader->position(), frame);
+        ASSERT_EQ(reader->readFrame(picture.data(), picture.size(), time), NEW_FRAME) << frame;
+        EXPECT_EQ(time, scene.time(static_cast<uint64_t>(frame)));
+        EXPECT_EQ(numberIn(picture, scene), static_cast<uint64_t>(frame));
+    }
+    reader->setPosition(1000);
+    EXPECT_EQ(reader->readFrame(picture.data(), picture.size(), time), INPUT_ENDED);
+    EXPECT_EQ(reader->readFrame(picture.data(), picture.size(), time), INPUT_ENDED);
+    reader->setPosition(44);
+    EXPECT_EQ(reader->readFrame(picture.data(), picture.size(), time), NEW_FRAME);
+}
+
+TEST_P(EveryMode, OpensInOrdinaryPlayers) {
+    if (!isInstalled("ffprobe") || !isInstalled("mkvinfo")) {
+        GTEST_SKIP() << "ffprobe or mkvinfo is not installed";
+    }
+    const Folder folder;
+    const Scene scene{.mode = GetParam()};
+    const std::string path = folder.path("a.rlx2");
+    record(path, scene, 35);
+
+    const std::string probe = outputOf(
+        "ffprobe -v error -count_frames -show_entries "
+        "stream=nb_read_frames,width,height -of csv=p=0 " +
+        path);
+    const std::string info = outputOf("mkvinfo " + path);
+
+    EXPECT_EQ(probe.substr(0, 8), "64,48,35") << probe;
+    EXPECT_EQ(info.find("[failed]"), std::string::npos) << info;
+    EXPECT_EQ(info.find("arning"), std::string::npos) << info;
+    EXPECT_TRUE(succeeds("ffmpeg -v error -xerror -i " + path + " -f null - "));
+}
+
+TEST(Recording, HeaderFactsComeBackAndTheCalibrationIsOffered) {
+    for (const int version : {1, 2}) {
+        const Folder folder;
+        const Scene scene{.version = version};
+        const std::string path = folder.path("a.rlx2");
+        record(path, scene, 1);
+        KeptCalibration calibration;
+        const auto reader = makeRlxVideo(calibration);
+
+        ASSERT_EQ(reader->open(path.c_str()), 0);
+
+        EXPECT_EQ(reader->getRLXVersion(), version);
+        EXPECT_EQ(reader->v1() != nullptr, version == 1);
+        EXPECT_EQ(reader->v2() != nullptr, version == 2);
+        EXPECT_EQ(version == 2 ? reader->v2()->serial_number : reader->v1()->getSerialNumber(), 60'123'456);
+        EXPECT_EQ(version == 2 ? reader->v2()->fps : reader->v1()->getfps(), 30.0F);
+        EXPECT_EQ(reader->getCameraModel(), MODEL_MONO_3UM);
+        EXPECT_EQ(reader->getCameraFwVersion(), 1524);
+        EXPECT_EQ(reader->getIMUDataVersion(), 778);
+        EXPECT_EQ(reader->getSharpenIntVal(), 4);
+        EXPECT_TRUE(reader->hasIMUData());
+        ASSERT_NE(reader->getIMUCamTransform(), nullptr);
+        EXPECT_EQ((*reader->getIMUCamTransform())(0, 3), 12.5F);
+        EXPECT_EQ(calibration.offered_serial, 60'123'456);
+        EXPECT_EQ(calibration.offered_text, scene.header().calibration_text);
+        reader->close();
+        EXPECT_EQ(reader->getRLXVersion(), 0);
+    }
+}
+
+TEST(Recording, KeepsItsFileFromReadersRepairAndOtherRecorders) {
+    const Folder folder;
+    const Scene scene;
+    const std::string path = folder.path("a.rlx2");
+    KeptCalibration calibration;
+    const auto recorder = makeRlxVideo(calibration);
+    const auto other = makeRlxVideo(calibration);
+    ASSERT_EQ(recorder->create(path.c_str(), scene.header()), 0);
+    ASSERT_EQ(writeSceneFrame(*recorder, scene, 0), 0);
+    const std::vector<unsigned char> before = readBytes(path);
+
+    EXPECT_EQ(other->open(path.c_str()), 1);
+    EXPECT_EQ(other->repairFile(path.c_str(), "", true, false), 1);
+    EXPECT_EQ(other->create(path.c_str(), scene.header()), 1);
+
+    EXPECT_EQ(readBytes(path), before);
+    recorder->close();
+    EXPECT_EQ(play(path, scene).times.size(), 1U);
+}
+
+TEST(Recording, RefusesWhatItCannotCode) {
+    const Folder folder;
+    KeptCalibration calibration;
+    const auto recorder = makeRlxVideo(calibration);
+    const struct {
+        Scene scene;
+        std::string path;
+        int result;
+    } cases[] = {
+        {{.mode = RLX_MODE_8}, folder.path("a.rlx2"), 2}, {{.width = 63}, folder.path("b.rlx2"), 2},
+        {{.height = 0}, folder.path("c.rlx2"), 2},        {{.height = 47, .mode = RLX_H264}, folder.path("d.rlx2"), 2},
+        {{}, folder.path("missing/e.rlx2"), 1},           {{}, "/dev/null", 1},
+    };
+    for (const auto& sample : cases) {
+        EXPECT_EQ(recorder->create(sample.path.c_str(), sample.scene.header()), sample.result) << sample.path;
+    }
+    EXPECT_FALSE(std::filesystem::exists(folder.path("a.rlx2")));
+}
+
+TEST(Recording, TimesThatStandStillOrGoBackAreKept) {
+    const Folder folder;
+    const Scene scene;
+    const std::string path = folder.path("a.rlx2");
+    KeptCalibration calibration;
+    const auto file = makeRlxVideo(calibration);
+    const std::vector<unsigned char> picture = scene.picture(0);
+    const std::vector<Timestamp> times{5'000'000'000, 5'000'000'000, 4'000'000'000, 0, 200'000'000'000, ~Timestamp{0}};
+    ASSERT_EQ(file->create(path.c_str(), scene.header()), 0);
+    for (const Timestamp time : times) {
+        rlxrw::RlxFrame frame;
+        frame.pixels = picture.data();
+        frame.size = picture.size();
+        frame.time = time;
+        ASSERT_EQ(file->writeFrame(frame), 0);
+    }
+    file->close();
+
+    ASSERT_EQ(file->open(path.c_str()), 0);
+
+    for (std::size_t i = 0; i < times.size(); ++i) {
+        std::vector<unsigned char> read(picture.size());
+        Timestamp time = 1;
+        ASSERT_EQ(file->readFrame(read.data(), read.size(), time), NEW_FRAME);
+        EXPECT_EQ(time, times[i]);
+        EXPECT_EQ(file->frameTime(static_cast<int>(i)), times[i]);
+    }
+}
+
+TEST(Recording, SkippedFramesCountAsLateAndGiveTheirPacketsToTheNext) {
+    const Folder folder;
+    const Scene scene;
+    const std::string path = folder.path("a.rlx2");
+    record(path, scene, 10);
+    KeptCalibration calibration;
+    const auto reader = makeRlxVideo(calibration);
+    ASSERT_EQ(reader->open(path.c_str()), 0);
+    std::vector<unsigned char> picture(std::size_t{scene.width} * scene.height * 2);
+    Timestamp time = 0;
+
+    reader->setPosition(5);
+    reader->skipFrame();
+    reader->skipFrame();
+    ASSERT_EQ(reader->readFrame(picture.data(), picture.size(), time), NEW_FRAME);
+
+    EXPECT_EQ(time, scene.time(7));
+    std::vector<IMUPacket> expected = scene.packets(5);
+    for (const uint64_t number : {6, 7}) {
+        const std::vector<IMUPacket> more = scene.packets(number);
+        expected.insert(expected.end(), more.begin(), more.end());
+    }
+    EXPECT_EQ(reader->getFrameIMUPackets(), expected);
+    EXPECT_EQ(reader->counters().late, 2U);
+    EXPECT_EQ(reader->counters().delivered, 1U);
+}
+
+// The limit on the size of a file stands for a full disk; it needs a process of its own.
+TEST_P(EveryMode, FullDiskLeavesAPlayableFile) {
+    const Folder folder;
+    const Scene scene{.mode = GetParam()};
+    const std::string path = folder.path("a.rlx2");
+    const pid_t child = ::fork();
+    if (child == 0) {
+        std::signal(SIGXFSZ, SIG_IGN);
+        const rlimit limit{30'000, 30'000};
+        KeptCalibration calibration;
+        const auto recorder = makeRlxVideo(calibration);
+        const bool created =
+            ::setrlimit(RLIMIT_FSIZE, &limit) == 0 && recorder->create(path.c_str(), scene.header()) == 0;
+        int result = 0;
+        for (uint64_t number = 0; created && result == 0 && number < 1000; ++number) {
+            result = writeSceneFrame(*recorder, scene, number);
+        }
+        recorder->close();
+        ::_exit(created && result == 1 ? 0 : 1);
+    }
+    int status = -1;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    ASSERT_EQ(status, 0);
+
+    const Played played = play(path, scene);
+
+    EXPECT_EQ(played.open_result, 0);
+    EXPECT_GT(played.times.size(), 0U);
+    EXPECT_EQ(played.wrong_pictures, 0U);
+    EXPECT_LE(std::filesystem::file_size(path), 30'000U);
+}
+
+}  // namespace oru::rlx_test
