@@ -1,0 +1,40 @@
+#!/usr/bin/env bash
+# Installs into an empty prefix, moves it, and builds and runs the examples against it, by find_package and pkg-config.
+# Usage: install_test.sh BUILD_FOLDER EXAMPLES_FOLDER C++_COMPILER WORK_FOLDER
+set -euo pipefail
+build=$1 examples=$2 compiler=$3 work=$4
+prefix=$work/moved
+rm -rf "$work"
+mkdir -p "$work"
+
+cmake --install "$build" --prefix "$work/prefix" >"$work/install.log"
+mv "$work/prefix" "$prefix"
+headers=$(cd "$prefix/include" && find . -name '*.hpp' | LC_ALL=C sort)
+strangers=$(grep -v '^\./oru/' <<<"$headers" || true)
+[ -z "$strangers" ] || { echo "headers outside oru/ are installed: $strangers"; exit 1; }
+
+echo "-- each installed header alone"
+for header in $headers; do
+    case $header in */interop/*) continue ;; esac
+    echo "#include \"${header#./}\"" | "$compiler" -std=c++20 -Wall -Wextra -Werror -fsyntax-only -x c++ -I"$prefix/include" -
+done
+
+export XDG_DATA_HOME=$work/data
+libdir=$(dirname "$(find "$prefix" -name 'liboru_koruone.so')")
+
+echo "-- the tool"
+"$prefix/bin/koruone" --version
+
+echo "-- find_package"
+cmake -S "$examples" -B "$work/build" -G Ninja -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_PREFIX_PATH="$prefix" \
+    -DCMAKE_FIND_USE_PACKAGE_REGISTRY=OFF >"$work/configure.log"
+cmake --build "$work/build" -j 2 >"$work/build.log" || { cat "$work/build.log"; exit 1; }
+grep -q "$prefix" "$work/build/CMakeCache.txt" || { echo "find_package took another installation"; exit 1; }
+(cd "$work" && "$work/build/first_frames")
+
+echo "-- pkg-config"
+export PKG_CONFIG_PATH=$libdir/pkgconfig
+# shellcheck disable=SC2046  # flags are words
+"$compiler" -std=c++20 "$examples/first_frames.cpp" -o "$work/first_frames" $(pkg-config --cflags --libs oru_koruone)
+(cd "$work" && LD_LIBRARY_PATH=$libdir "$work/first_frames")
+echo "version $(pkg-config --modversion oru_koruone)"
