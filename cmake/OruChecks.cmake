@@ -66,6 +66,7 @@ function(oru_check_test name)
 endfunction()
 
 oru_check_test(layers "${PROJECT_SOURCE_DIR}/scripts/check-layers" "${PROJECT_SOURCE_DIR}")
+oru_check_test(readme "${PROJECT_SOURCE_DIR}/tests/checks/readme_test.sh" "${PROJECT_SOURCE_DIR}")
 oru_check_test(layers_self_test
     "${PROJECT_SOURCE_DIR}/tests/checks/layers_test.sh" "${PROJECT_SOURCE_DIR}/scripts/check-layers")
 oru_check_test(archives_self_test
