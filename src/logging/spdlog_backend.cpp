@@ -89,6 +89,11 @@ public:
         logger->set_level(spdlog::level::trace);
     }
 
+    // Joins the worker first: the last reference to the logger must not be the one in its queue.
+    ~SpdlogBackend() override { pool.reset(); }
+    SpdlogBackend(const SpdlogBackend&) = delete;
+    SpdlogBackend& operator=(const SpdlogBackend&) = delete;
+
     void write(LogLevel level, const char* file, int line, std::string_view text) override {
         // While messages are being lost nobody waits again: a sink that hangs costs a camera 100 ms once.
         const bool isLosing = lost.load(std::memory_order_relaxed) > 0;

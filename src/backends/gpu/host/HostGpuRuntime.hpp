@@ -9,7 +9,7 @@ namespace oru {
 /// The GPU calls on a machine without a GPU. "Device" memory is host memory of its own, so a missing copy
 /// between the two kinds shows as a wrong picture here as well. There is one context, always current; work is
 /// done at once, so a stream has nothing to wait for. Results are those of the CUDA runtime: 0 success,
-/// 1 invalid value, 2 out of memory, 101 no such device, 400 unknown stream.
+/// 1 invalid value, 101 no such device, 400 unknown stream.
 /// Threads: any. Memory that was not given back stays with the process, as it does with a real device.
 std::unique_ptr<GpuRuntime> makeHostGpuRuntime();
 

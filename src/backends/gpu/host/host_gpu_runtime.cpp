@@ -11,7 +11,6 @@ namespace {
 
 constexpr int kSuccess = 0;
 constexpr int kInvalidValue = 1;
-constexpr int kOutOfMemory = 2;
 constexpr int kInvalidDevice = 101;
 constexpr int kUnknownStream = 400;
 constexpr std::size_t kHostAlignment = 64;
