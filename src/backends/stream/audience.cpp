@@ -1,0 +1,275 @@
+#include "audience.hpp"
+
+#include <arpa/inet.h>
+
+#include <algorithm>
+#include <string_view>
+
+#include "logging/log.hpp"
+#include "logging/messages.hpp"
+
+namespace oru::stream {
+namespace {
+
+constexpr uint64_t kMillisecond = 1000000;
+constexpr double kMaxBacklogMs = 400.0;
+constexpr double kCaughtUpMs = 60.0;
+constexpr uint64_t kSilentNs = 4000 * kMillisecond;
+constexpr uint64_t kEvictableNs = 1000 * kMillisecond;
+constexpr int kServiceMs = 50;
+constexpr int kPendingConnections = 16;
+constexpr int kViewerLatencyMs = 120;
+constexpr int kRequestLatencyMs = 20;
+constexpr int kSendBufferBytes = 8 << 20;
+constexpr int kReceiveBufferBytes = 1 << 18;
+constexpr int kRequestsPerTurn = 8;
+
+std::string addressText(const sockaddr_storage& address) {
+    char text[INET6_ADDRSTRLEN] = "?";
+    if (address.ss_family == AF_INET) {
+        sockaddr_in ipv4{};
+        std::copy_n(reinterpret_cast<const char*>(&address), sizeof(ipv4), reinterpret_cast<char*>(&ipv4));
+        inet_ntop(AF_INET, &ipv4.sin_addr, text, sizeof(text));
+        return std::string(text) + ":" + std::to_string(ntohs(ipv4.sin_port));
+    }
+    return text;
+}
+
+}  // namespace
+
+Audience::Audience(Clock& clock) : clock_(clock) {}
+
+Audience::~Audience() {
+    close();
+}
+
+int Audience::open(uint16_t port, std::size_t batch_bytes) {
+    constexpr int kNoSocket = -2;
+    constexpr int kPortTaken = -3;
+    batchBytes_ = std::max<std::size_t>(1, batch_bytes / kMessageBytes) * kMessageBytes;
+    listener_.reset(srt_create_socket());
+    const bool ready = listener_.valid() && setCommonOptions(listener_) &&
+                       listener_.set(SRTO_PEERLATENCY, kViewerLatencyMs) &&
+                       listener_.set(SRTO_RCVLATENCY, kRequestLatencyMs) &&
+                       listener_.set(SRTO_SNDBUF, kSendBufferBytes) && listener_.set(SRTO_RCVBUF, kReceiveBufferBytes);
+    if (!ready) {
+        ORU_LOG(Error, "{} cannot prepare the stream socket: {}", kTagStreaming, lastSrtError());
+        return kNoSocket;
+    }
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = htonl(INADDR_ANY);
+    if (srt_bind(listener_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 ||
+        srt_listen(listener_.get(), kPendingConnections) != 0) {
+        ORU_LOG(Error, "{} cannot listen on port {}: {}", kTagStreaming, port, lastSrtError());
+        listener_.reset();
+        return kPortTaken;
+    }
+    poll_.watch(listener_.get(), SRT_EPOLL_IN | SRT_EPOLL_ERR);
+    stop_.store(false, std::memory_order_release);
+    thread_ = std::thread([this] { serve(); });
+    return 0;
+}
+
+void Audience::close() {
+    stop_.store(true, std::memory_order_release);
+    if (thread_.joinable()) {
+        thread_.join();
+    }
+    MutexLock lock(mutex_);
+    receivers_.clear();
+    count_.store(0, std::memory_order_release);
+    listener_.reset();
+}
+
+void Audience::serve() {
+    while (!stop_.load(std::memory_order_acquire)) {
+        for (const SRT_EPOLL_EVENT& event : poll_.wait(kServiceMs)) {
+            if (event.fd == listener_.get()) {
+                admit();
+                continue;
+            }
+            MutexLock lock(mutex_);
+            hearRequests(event.fd);
+        }
+        MutexLock lock(mutex_);
+        watchReceivers(clock_.monotonicNanoseconds());
+        dropFailed();
+    }
+}
+
+void Audience::admit() {
+    sockaddr_storage address{};
+    int length = sizeof(address);
+    SrtSocket socket(srt_accept(listener_.get(), reinterpret_cast<sockaddr*>(&address), &length));
+    if (!socket.valid()) {
+        return;
+    }
+    const uint64_t now = clock_.monotonicNanoseconds();
+    Receiver receiver;
+    receiver.address = addressText(address);
+    receiver.joined_ns = now;
+    receiver.heard_ns = now;
+    MutexLock lock(mutex_);
+    if (!makeRoom(now)) {
+        ORU_LOG(Warning, "{} receiver {} refused: {} are connected", kTagStreaming, receiver.address, kMaxReceivers);
+        return;
+    }
+    ORU_LOG(Info, "{} receiver {} connected", kTagStreaming, receiver.address);
+    poll_.watch(socket.get(), SRT_EPOLL_IN | SRT_EPOLL_ERR);
+    receiver.socket = std::move(socket);
+    receivers_.push_back(std::move(receiver));
+    count_.store(receivers_.size(), std::memory_order_release);
+    wishKeyFrame();
+}
+
+bool Audience::makeRoom(uint64_t now) {
+    if (receivers_.size() < kMaxReceivers) {
+        return true;
+    }
+    const auto quietest = std::min_element(receivers_.begin(), receivers_.end(),
+                                           [](const auto& a, const auto& b) { return a.heard_ns < b.heard_ns; });
+    if (now - quietest->heard_ns < kEvictableNs) {
+        return false;
+    }
+    quietest->failed = true;
+    dropFailed();
+    return true;
+}
+
+void Audience::hearRequests(SRTSOCKET socket) {
+    char message[SRT_LIVE_MAX_PLSIZE];
+    for (int i = 0; i < kRequestsPerTurn; ++i) {
+        const int size = srt_recvmsg(socket, message, sizeof(message));
+        if (size <= 0) {
+            return;
+        }
+        const std::string_view request(message, static_cast<std::size_t>(size));
+        if (request == kKeyFrameRequest) {
+            wishKeyFrame();
+        }
+    }
+}
+
+void Audience::watchReceivers(uint64_t now) {
+    for (Receiver& receiver : receivers_) {
+        SRT_TRACEBSTATS measured{};
+        const bool alive = srt_getsockstate(receiver.socket.get()) == SRTS_CONNECTED &&
+                           srt_bistats(receiver.socket.get(), &measured, 0, 1) == 0;
+        if (!alive) {
+            receiver.failed = true;
+            continue;
+        }
+        const auto acknowledgements = static_cast<uint64_t>(measured.pktRecvACKTotal);
+        if (acknowledgements != receiver.acknowledgements) {
+            receiver.acknowledgements = acknowledgements;
+            receiver.heard_ns = now;
+        }
+        receiver.sent_packets = static_cast<uint64_t>(measured.pktSentTotal);
+        receiver.repeated_packets = static_cast<uint64_t>(measured.pktRetransTotal);
+        receiver.backlog_ms = measured.msSndBuf;
+        receiver.failed = receiver.failed || now - receiver.heard_ns > kSilentNs;
+        if (receiver.needs_key && receiver.described && receiver.backlog_ms < kCaughtUpMs) {
+            wishKeyFrame();
+        }
+    }
+}
+
+void Audience::dropFailed() {
+    std::erase_if(receivers_, [this](Receiver& receiver) ORU_NO_THREAD_SAFETY_ANALYSIS {
+        if (!receiver.failed) {
+            return false;
+        }
+        ORU_LOG(Info, "{} receiver {} left", kTagStreaming, receiver.address);
+        poll_.forget(receiver.socket.get());
+        gonePackets_ += receiver.sent_packets;
+        goneRepeated_ += receiver.repeated_packets;
+        return true;
+    });
+    count_.store(receivers_.size(), std::memory_order_release);
+}
+
+bool Audience::accepts(Receiver& receiver, Part part) {
+    if (receiver.failed) {
+        return false;
+    }
+    if (part == Part::DESCRIPTION || part == Part::SAMPLES) {
+        return receiver.backlog_ms < kMaxBacklogMs;
+    }
+    SRT_TRACEBSTATS measured{};
+    if (srt_bistats(receiver.socket.get(), &measured, 0, 1) != 0) {
+        receiver.failed = true;
+        return false;
+    }
+    receiver.backlog_ms = measured.msSndBuf;
+    const bool behind = receiver.backlog_ms > (receiver.needs_key ? kCaughtUpMs : kMaxBacklogMs);
+    receiver.needs_key = receiver.needs_key || behind;
+    if (behind || (receiver.needs_key && part != Part::KEY_FRAME)) {
+        ++heldBack_;
+        return false;
+    }
+    receiver.needs_key = false;
+    return true;
+}
+
+bool Audience::sendBatch(Receiver& receiver, const std::vector<uint8_t>& bytes) {
+    const std::size_t end = std::min(bytes.size(), receiver.sent + batchBytes_);
+    while (receiver.sent < end) {
+        const std::size_t size = std::min<std::size_t>(kMessageBytes, end - receiver.sent);
+        const auto* message = reinterpret_cast<const char*>(bytes.data() + receiver.sent);
+        if (srt_sendmsg(receiver.socket.get(), message, static_cast<int>(size), -1, 1) < 0) {
+            receiver.failed = srt_getlasterror(nullptr) != SRT_EASYNCSND;
+            receiver.needs_key = true;
+            receiver.sent = bytes.size();
+            return false;
+        }
+        receiver.sent += size;
+    }
+    return receiver.sent < bytes.size();
+}
+
+void Audience::send(const std::vector<uint8_t>& bytes, Part part) {
+    MutexLock lock(mutex_);
+    for (Receiver& receiver : receivers_) {
+        receiver.sent = accepts(receiver, part) ? 0 : bytes.size();
+        const bool describes = part == Part::KEY_FRAME || part == Part::DESCRIPTION;
+        receiver.described = receiver.described || (receiver.sent == 0 && describes);
+    }
+    const auto served = [](const Receiver& receiver) { return !receiver.needs_key; };
+    if (part == Part::KEY_FRAME && std::all_of(receivers_.begin(), receivers_.end(), served)) {
+        keyFrameWanted_.store(false, std::memory_order_release);
+    }
+    for (bool more = true; more;) {
+        more = false;
+        for (Receiver& receiver : receivers_) {
+            const bool unfinished = receiver.sent < bytes.size() && sendBatch(receiver, bytes);
+            more = more || unfinished;
+        }
+    }
+}
+
+bool Audience::descriptionOverdue(uint64_t nanoseconds) {
+    MutexLock lock(mutex_);
+    const uint64_t now = clock_.monotonicNanoseconds();
+    return std::any_of(receivers_.begin(), receivers_.end(), [&](const Receiver& receiver) {
+        return !receiver.described && now - receiver.joined_ns >= nanoseconds;
+    });
+}
+
+Audience::State Audience::state() {
+    MutexLock lock(mutex_);
+    State state;
+    state.receivers = static_cast<unsigned>(receivers_.size());
+    state.sent_packets = gonePackets_;
+    state.repeated_packets = goneRepeated_;
+    state.held_back_frames = heldBack_;
+    for (const Receiver& receiver : receivers_) {
+        state.sent_packets += receiver.sent_packets;
+        state.repeated_packets += receiver.repeated_packets;
+        state.backlog_ms = std::max(state.backlog_ms, receiver.backlog_ms);
+    }
+    return state;
+}
+
+}  // namespace oru::stream

@@ -1,0 +1,92 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "srt_socket.hpp"
+#include "utils/Clock.hpp"
+#include "utils/Mutex.hpp"
+
+namespace oru::stream {
+
+/// The receivers of one sender: listens, admits, hands the same bytes to each, and keeps what is queued for each
+/// bounded. A receiver that falls behind gets nothing until it has caught up, and then goes on with a key frame.
+/// Threads: send() and the queries from any; one thread inside admits receivers and hears their requests.
+class Audience {
+public:
+    /// A key frame travels with a description; samples travel alone while there is no frame.
+    enum class Part { KEY_FRAME, FRAME, DESCRIPTION, SAMPLES };
+    struct State {
+        unsigned receivers = 0;
+        uint64_t sent_packets = 0;
+        uint64_t repeated_packets = 0;
+        uint64_t held_back_frames = 0;  ///< frames that one receiver or another did not get
+        double backlog_ms = 0.0;        ///< of the receiver that is furthest behind
+    };
+
+    static constexpr std::size_t kMaxReceivers = 16;
+
+    explicit Audience(Clock& clock);
+    ~Audience();
+    Audience(const Audience&) = delete;
+    Audience& operator=(const Audience&) = delete;
+
+    /// `batch_bytes`: how much one receiver gets at a stretch before the next one has its turn.
+    /// 0, or a negative number: the port cannot be had.
+    int open(uint16_t port, std::size_t batch_bytes);
+    void close();
+
+    void send(const std::vector<uint8_t>& bytes, Part part);
+    [[nodiscard]] bool empty() const { return count_.load(std::memory_order_acquire) == 0; }
+    /// A receiver needs a key frame; asked once for each need.
+    [[nodiscard]] bool takeKeyFrameWish() { return keyFrameWanted_.exchange(false, std::memory_order_acq_rel); }
+    /// Some receiver has waited this long without a description.
+    [[nodiscard]] bool descriptionOverdue(uint64_t nanoseconds);
+    [[nodiscard]] State state();
+
+private:
+    struct Receiver {
+        SrtSocket socket;
+        std::string address;
+        bool needs_key = true;
+        bool described = false;
+        bool failed = false;
+        std::size_t sent = 0;  ///< bytes of the block in hand
+        uint64_t joined_ns = 0;
+        uint64_t heard_ns = 0;
+        uint64_t acknowledgements = 0;
+        uint64_t sent_packets = 0;
+        uint64_t repeated_packets = 0;
+        double backlog_ms = 0.0;
+    };
+
+    void serve();
+    void admit();
+    void hearRequests(SRTSOCKET socket) ORU_REQUIRES(mutex_);
+    void watchReceivers(uint64_t now) ORU_REQUIRES(mutex_);
+    void dropFailed() ORU_REQUIRES(mutex_);
+    [[nodiscard]] bool makeRoom(uint64_t now) ORU_REQUIRES(mutex_);
+    [[nodiscard]] bool accepts(Receiver& receiver, Part part) ORU_REQUIRES(mutex_);
+    [[nodiscard]] bool sendBatch(Receiver& receiver, const std::vector<uint8_t>& bytes) ORU_REQUIRES(mutex_);
+    void wishKeyFrame() { keyFrameWanted_.store(true, std::memory_order_release); }
+
+    SrtLibrary library_;
+    Clock& clock_;
+    SrtSocket listener_;
+    SrtPoll poll_;
+    std::thread thread_;
+    std::size_t batchBytes_ = 0;
+    std::atomic<bool> stop_{false};
+    std::atomic<bool> keyFrameWanted_{false};
+    std::atomic<std::size_t> count_{0};
+    Mutex mutex_;
+    std::vector<Receiver> receivers_ ORU_GUARDED_BY(mutex_);
+    uint64_t gonePackets_ ORU_GUARDED_BY(mutex_) = 0;
+    uint64_t goneRepeated_ ORU_GUARDED_BY(mutex_) = 0;
+    uint64_t heldBack_ ORU_GUARDED_BY(mutex_) = 0;
+};
+
+}  // namespace oru::stream

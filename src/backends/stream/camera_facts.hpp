@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "collaborators/UDPOutput.hpp"
+#include "oru_input/grabber/LiveCameraGrabber.hpp"
+#include "records.hpp"
+#include "utils/Mutex.hpp"
+
+namespace oru::stream {
+
+/// What a sender says of its camera: from its configuration, from the live camera when there is one, else from the
+/// frames and samples that it forwards. Threads: any, but for refresh, which belongs to the encoding thread.
+class CameraFacts {
+public:
+    CameraFacts(const UDPOutConfig& configuration, uint64_t session, std::string calibration);
+
+    void setGrabber(LiveCameraGrabber* grabber);
+    /// A frame came by: without a live camera its metadata tell of inertial data and pose.
+    void noticeMetadata(const rlxrw::rlxSampleMetadata& metadata);
+    void noticeSample();
+    /// Enough is known for a description that will not change with the next frame.
+    [[nodiscard]] bool complete() const;
+    /// Asks the live camera for its controls, at most once a second.
+    void refresh(uint64_t now_ns);
+    /// Hands the present description to `use`, under the lock.
+    template <class Use>
+    void withDescription(Use&& use) const {
+        MutexLock lock(mutex_);
+        use(record_);
+    }
+
+private:
+    const bool withImu_;
+    mutable Mutex mutex_;
+    DescriptionRecord record_ ORU_GUARDED_BY(mutex_);
+    LiveCameraGrabber* grabber_ ORU_GUARDED_BY(mutex_) = nullptr;
+    bool liveImu_ ORU_GUARDED_BY(mutex_) = false;
+    bool framesSeen_ ORU_GUARDED_BY(mutex_) = false;
+    uint64_t refreshedNs_ ORU_GUARDED_BY(mutex_) = 0;
+};
+
+/// The metadata's first four floats, the orientation of its sample, are not all zero.
+[[nodiscard]] bool metadataPresent(const rlxrw::rlxSampleMetadata& metadata);
+
+}  // namespace oru::stream

@@ -1,0 +1,63 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+
+#include "coded_queue.hpp"
+#include "frame_ledger.hpp"
+#include "imu_store.hpp"
+#include "records.hpp"
+#include "ts_demuxer.hpp"
+
+namespace oru::stream {
+
+/// Turns transport packets into coded pictures that can be decoded without damage: pairs each picture with its record,
+/// checks its length and checksum, and after anything that is missing lets nothing through before a key frame.
+/// Threads: one feeds it; keyFrameWanted may be set from another.
+class FrameIntake final : private TsSink, private RecordSink {
+public:
+    using DescriptionHandler = std::function<void(DescriptionRecord&&)>;
+
+    FrameIntake(CodedQueue& queue, ImuStore& samples, FrameLedger& ledger, std::atomic<bool>& key_frame_wanted,
+                DescriptionHandler handler);
+
+    void feed(const uint8_t* data, std::size_t size) { demuxer_.feed(data, size); }
+    /// A new connection: what was half received is void.
+    void restart();
+    [[nodiscard]] uint64_t malformedPackets() const { return malformed_; }
+
+private:
+    void onVideo(PesPacket& packet) override;
+    void onData(PesPacket& packet) override;
+    void onFrameRecord(const FrameRecord& record, const std::vector<IMUPacket>& packets) override;
+    void onDescription(DescriptionRecord&& record) override;
+
+    void enterSession(uint64_t session);
+    /// Books what is missing before this frame. False: it has been here before.
+    [[nodiscard]] bool follow(const FrameRecord& record);
+    [[nodiscard]] bool pictureIntact(const FrameRecord& record) const;
+    void waitForKeyFrame(FrameLedger::Cause cause);
+    void queuePicture(const FrameRecord& record);
+
+    CodedQueue& queue_;
+    ImuStore& samples_;
+    FrameLedger& ledger_;
+    std::atomic<bool>& keyFrameWanted_;
+    DescriptionHandler handler_;
+    TsDemuxer demuxer_;
+    RecordReader reader_;
+    PesPacket video_;
+    bool videoPresent_ = false;
+    uint64_t dataPts_ = 0;
+    CodedPicture next_;
+    bool sessionKnown_ = false;
+    bool pictureSeen_ = false;  ///< in this session
+    uint64_t session_ = 0;
+    uint64_t lastId_ = 0;
+    uint64_t lastSkipped_ = 0;
+    bool waiting_ = true;  ///< for a key frame
+    uint64_t malformed_ = 0;
+};
+
+}  // namespace oru::stream

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <cstdint>
+
+#include "oru/types.hpp"
+#include "utils/Mutex.hpp"
+
+namespace oru::stream {
+
+/// Counts where frames went, so that produced = delivered + lost holds at every moment. Threads: any.
+class FrameLedger {
+public:
+    using Cause = uint64_t FrameCounters::*;
+
+    void delivered(uint64_t frames = 1) { book(&FrameCounters::delivered, frames); }
+    void lost(Cause cause, uint64_t frames = 1) { book(cause, frames); }
+    [[nodiscard]] FrameCounters counters() const {
+        MutexLock lock(mutex_);
+        return counters_;
+    }
+
+private:
+    void book(Cause field, uint64_t frames) {
+        MutexLock lock(mutex_);
+        counters_.produced += frames;
+        counters_.*field += frames;
+    }
+
+    mutable Mutex mutex_;
+    FrameCounters counters_ ORU_GUARDED_BY(mutex_);
+};
+
+}  // namespace oru::stream

@@ -1,0 +1,59 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <vector>
+
+#include "audience.hpp"
+#include "camera_facts.hpp"
+#include "collaborators/UDPOutput.hpp"
+#include "frame_mailbox.hpp"
+#include "records.hpp"
+#include "ts_muxer.hpp"
+#include "video_encoder.hpp"
+
+namespace oru::stream {
+
+/// Encodes a frame, puts it and what belongs to it into the transport stream, and hands that to the audience.
+/// Threads: the encoding thread.
+class FrameTransmitter {
+public:
+    FrameTransmitter(Audience& audience, CameraFacts& facts, uint64_t session);
+
+    /// False: there is no encoder for this codec and size.
+    [[nodiscard]] bool open(const UDPOutConfig& configuration);
+    /// Sends one frame with the samples from the front of `samples`, and removes those.
+    /// False: the encoder failed; it starts anew with the next frame.
+    [[nodiscard]] bool sendFrame(const OutgoingFrame& frame, bool key_frame, uint64_t skipped,
+                                 std::vector<IMUPacket>& samples);
+    /// Sends samples without a frame, so that receivers know that the sender lives, and a description if asked to.
+    void sendSamples(int64_t pts, uint64_t last_id, bool describe, std::vector<IMUPacket>& samples);
+    [[nodiscard]] bool setBitrate(uint32_t kilobits) { return encoder_.setBitrate(kilobits); }
+    [[nodiscard]] const char* encoderName() const { return encoder_.name(); }
+
+private:
+    /// Facts of the frames that the encoder has not given back yet.
+    static constexpr std::size_t kPending = 16;
+    struct Pending {
+        int64_t pts = -1;
+        uint64_t id = 0;
+        Timestamp timestamp = 0;
+        rlxrw::rlxSampleMetadata metadata{};
+    };
+
+    void transmit(const VideoEncoder::Coded& coded, uint64_t skipped, std::vector<IMUPacket>& samples);
+    void writeDescriptionPacket(int64_t pts);
+    void writeRecordPacket(const FrameRecord& record, int64_t pts, std::vector<IMUPacket>& samples);
+
+    Audience& audience_;
+    CameraFacts& facts_;
+    uint64_t session_;
+    VideoEncoder encoder_;
+    VideoEncoder::Settings settings_;
+    TsMuxer muxer_;
+    std::vector<uint8_t> record_;
+    std::array<Pending, kPending> pending_;
+    std::size_t nextPending_ = 0;
+};
+
+}  // namespace oru::stream

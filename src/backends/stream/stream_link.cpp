@@ -1,0 +1,145 @@
+#include "stream_link.hpp"
+
+#include <algorithm>
+#include <cstring>
+#include <ctime>
+#include <utility>
+
+namespace oru::stream {
+namespace {
+
+constexpr uint64_t kMillisecond = 1000000;
+constexpr uint64_t kSilentNs = 1000 * kMillisecond;
+constexpr uint64_t kRequestEveryNs = 200 * kMillisecond;
+constexpr uint64_t kFirstPauseNs = 20 * kMillisecond;
+constexpr uint64_t kLongestPauseNs = 250 * kMillisecond;
+constexpr uint64_t kPauseSliceNs = 20 * kMillisecond;
+constexpr int kConnectMs = 1000;
+constexpr int kPollMs = 50;
+constexpr int kReceiveBufferBytes = 12 << 20;
+constexpr int kLatencyMs = 120;
+constexpr char kStreamId[] = "#!::r=cam,m=request";
+
+}  // namespace
+
+StreamLink::StreamLink(Clock& clock, Handlers handlers) : clock_(clock), handlers_(std::move(handlers)) {}
+
+StreamLink::~StreamLink() {
+    stop();
+}
+
+void StreamLink::start(const sockaddr_in& address) {
+    stop();
+    address_ = address;
+    stop_.store(false, std::memory_order_release);
+    heardNs_.store(clock_.monotonicNanoseconds(), std::memory_order_release);
+    thread_ = std::thread([this] { run(); });
+}
+
+void StreamLink::stop() {
+    stop_.store(true, std::memory_order_release);
+    if (thread_.joinable()) {
+        thread_.join();
+    }
+}
+
+bool StreamLink::silent() const {
+    return clock_.monotonicNanoseconds() - heardNs_.load(std::memory_order_acquire) > kSilentNs;
+}
+
+void StreamLink::run() {
+    uint64_t wait = kFirstPauseNs;
+    while (!stopping()) {
+        SrtSocket socket;
+        if (connect(socket)) {
+            connections_.fetch_add(1, std::memory_order_relaxed);
+            const uint64_t before = heardNs_.load(std::memory_order_acquire);
+            receive(socket);
+            wait = before == heardNs_.load(std::memory_order_acquire) ? wait : kFirstPauseNs;
+        }
+        socket.reset();
+        pause(wait);
+        wait = std::min(2 * wait, kLongestPauseNs);
+    }
+}
+
+void StreamLink::pause(uint64_t nanoseconds) {
+    for (uint64_t left = nanoseconds; left > 0 && !stopping();) {
+        const uint64_t slice = std::min(left, kPauseSliceNs);
+        const timespec duration{0, static_cast<long>(slice)};
+        clock_.nanosleep(duration, nullptr);
+        left -= slice;
+    }
+}
+
+bool StreamLink::settled(SRTSOCKET socket) const {
+    const SRT_SOCKSTATUS state = srt_getsockstate(socket);
+    return state != SRTS_CONNECTING && state != SRTS_INIT && state != SRTS_OPENED;
+}
+
+bool StreamLink::connect(SrtSocket& socket) {
+    socket.reset(srt_create_socket());
+    const int idLength = static_cast<int>(std::strlen(kStreamId));
+    // Pictures are taken as they come: the application paces itself, and a late picture is worth more than none.
+    const bool ready = socket.valid() && setCommonOptions(socket) && socket.set(SRTO_TSBPDMODE, false) &&
+                       socket.set(SRTO_RCVLATENCY, kLatencyMs) && socket.set(SRTO_RCVBUF, kReceiveBufferBytes) &&
+                       socket.set(SRTO_CONNTIMEO, kConnectMs) &&
+                       srt_setsockflag(socket.get(), SRTO_STREAMID, kStreamId, idLength) == 0;
+    if (!ready) {
+        return false;
+    }
+    SrtPoll poll;
+    poll.watch(socket.get(), SRT_EPOLL_OUT | SRT_EPOLL_ERR);
+    if (srt_connect(socket.get(), reinterpret_cast<const sockaddr*>(&address_), sizeof(address_)) == SRT_ERROR) {
+        return false;
+    }
+    const uint64_t deadline = clock_.monotonicNanoseconds() + kConnectMs * kMillisecond;
+    while (!stopping() && !settled(socket.get()) && clock_.monotonicNanoseconds() < deadline) {
+        poll.wait(kPollMs);
+    }
+    return srt_getsockstate(socket.get()) == SRTS_CONNECTED;
+}
+
+void StreamLink::receive(SrtSocket& socket) {
+    const uint64_t since = clock_.monotonicNanoseconds();
+    SrtPoll poll;
+    poll.watch(socket.get(), SRT_EPOLL_IN | SRT_EPOLL_ERR);
+    handlers_.connected();
+    while (!stopping()) {
+        poll.wait(kPollMs);
+        if (!drain(socket.get())) {
+            return;
+        }
+        if (silent() && clock_.monotonicNanoseconds() - since > kSilentNs) {
+            return;
+        }
+        requestKeyFrame(socket.get());
+    }
+}
+
+bool StreamLink::drain(SRTSOCKET socket) {
+    char message[SRT_LIVE_MAX_PLSIZE];
+    while (!stopping()) {
+        const int size = srt_recvmsg(socket, message, sizeof(message));
+        if (size < 0) {
+            return srt_getlasterror(nullptr) == SRT_EASYNCRCV;
+        }
+        if (size == 0) {
+            return false;
+        }
+        heardNs_.store(clock_.monotonicNanoseconds(), std::memory_order_release);
+        handlers_.received(reinterpret_cast<const uint8_t*>(message), static_cast<std::size_t>(size));
+    }
+    return false;
+}
+
+void StreamLink::requestKeyFrame(SRTSOCKET socket) {
+    const uint64_t now = clock_.monotonicNanoseconds();
+    if (now - requestedNs_ < kRequestEveryNs || !keyFrameWanted_.exchange(false, std::memory_order_acq_rel)) {
+        return;
+    }
+    requestedNs_ = now;
+    srt_sendmsg(socket, kKeyFrameRequest, sizeof(kKeyFrameRequest) - 1, -1, 1);
+}
+
+}  // namespace oru::stream

@@ -1,0 +1,251 @@
+#include "stream_sender.hpp"
+
+#include <algorithm>
+#include <iterator>
+#include <random>
+#include <utility>
+
+#include "logging/log.hpp"
+#include "logging/messages.hpp"
+#include "picture_format.hpp"
+
+namespace oru::stream {
+namespace {
+
+constexpr uint64_t kMillisecond = 1000000;
+constexpr int kSilenceMs = 50;
+constexpr uint64_t kSamplesEveryNs = 200 * kMillisecond;
+constexpr uint64_t kDescribeAfterNs = 500 * kMillisecond;
+constexpr uint64_t kKeyFrameEveryNs = 200 * kMillisecond;
+constexpr uint64_t kAdaptEveryNs = 500 * kMillisecond;
+constexpr int kRoomMs = 100;
+constexpr std::size_t kMaxSamples = 4096;
+
+constexpr int kBadConfiguration = -1;
+constexpr int kNoEncoder = 1;
+constexpr int kNoMemory = 2;
+
+uint64_t drawSession() {
+    std::random_device device;
+    return static_cast<uint64_t>(device()) << 32 | device();
+}
+
+bool acceptable(const UDPOutConfig& configuration) {
+    const auto side = [](uint32_t value) { return value >= 16 && value <= kMaxPictureSide && value % 2 == 0; };
+    return side(configuration.width) && side(configuration.height) && configuration.port != 0 &&
+           configuration.bitrate > 0 && (configuration.codec == PLAIN_CODEC || configuration.codec == DENSE_CODEC);
+}
+
+}  // namespace
+
+StreamSender::StreamSender(Clock& clock, CalibrationSource& calibration, bool verbose)
+    : clock_(clock), calibration_(calibration), verbose_(verbose) {}
+
+StreamSender::~StreamSender() {
+    close();
+}
+
+void StreamSender::close() {
+    running_.store(false, std::memory_order_release);
+    if (encoding_.joinable()) {
+        encoding_.join();
+    }
+    if (audience_) {
+        audience_->close();
+    }
+}
+
+int StreamSender::open(UDPOutConfig configuration) {
+    close();
+    if (!acceptable(configuration)) {
+        ORU_LOG(Error, "{} a stream of {} x {} pixels at {} kbit/s on port {} is not possible", kTagStreaming,
+                configuration.width, configuration.height, configuration.bitrate, configuration.port);
+        return kBadConfiguration;
+    }
+    configuration_ = configuration;
+    const uint64_t session = drawSession();
+    facts_ = std::make_unique<CameraFacts>(configuration, session,
+                                           calibration_.text(static_cast<int>(configuration.serial_number)));
+    audience_ = std::make_unique<Audience>(clock_);
+    transmitter_ = std::make_unique<FrameTransmitter>(*audience_, *facts_, session);
+    bitrate_ = std::make_unique<BitrateControl>(configuration.bitrate);
+    if (!mailbox_.allocate(configuration.width, configuration.height)) {
+        return kNoMemory;
+    }
+    if (!transmitter_->open(configuration)) {
+        ORU_LOG(Error, "{} no encoder for {}", kTagStreaming, configuration.codec == DENSE_CODEC ? "H.265" : "H.264");
+        return kNoEncoder;
+    }
+    {
+        MutexLock lock(pacingMutex_);
+        decimator_ = FrameDecimator(configuration.fps);
+        pacer_ = LoadPacer(configuration.fps);
+    }
+    startedNs_ = clock_.monotonicNanoseconds();
+    if (const int status = audience_->open(configuration.port, configuration.chunk_size); status != 0) {
+        return status;
+    }
+    ORU_LOG(Info, "{} sending on port {} with {}", kTagStreaming, configuration.port, transmitter_->encoderName());
+    running_.store(true, std::memory_order_release);
+    encoding_ = std::thread([this] { encodeLoop(); });
+    return 0;
+}
+
+void StreamSender::setGrabber(LiveCameraGrabber* grabber) {
+    if (facts_) {
+        facts_->setGrabber(grabber);
+    }
+}
+
+bool StreamSender::admit(Timestamp time) {
+    MutexLock lock(pacingMutex_);
+    if (!decimator_.take(time)) {
+        return false;
+    }
+    if (audience_->empty() || pacer_.admit()) {
+        return true;
+    }
+    skipped_.fetch_add(1, std::memory_order_relaxed);
+    ledger_.lost(&FrameCounters::sender_busy);
+    return false;
+}
+
+void StreamSender::asyncingestYUVFrame(unsigned char* pixels, Timestamp time, rlxrw::rlxSampleMetadata metadata,
+                                       int size) {
+    const std::size_t expected = std::size_t{configuration_.width} * configuration_.height * 2;
+    if (!isRunning() || pixels == nullptr || size < 0 || static_cast<std::size_t>(size) < expected || !admit(time)) {
+        return;
+    }
+    OutgoingFrame* frame = mailbox_.reserve();
+    if (frame == nullptr) {
+        skipped_.fetch_add(1, std::memory_order_relaxed);
+        ledger_.lost(&FrameCounters::sender_busy);
+        return;
+    }
+    copying_.store(true, std::memory_order_release);
+    frame->id = nextId_.fetch_add(1, std::memory_order_relaxed) + 1;
+    frame->timestamp = time;
+    frame->metadata = metadata;
+    if (!audience_->empty()) {
+        packedToPlanar(pixels, *frame->picture);
+    }
+    facts_->noticeMetadata(metadata);
+    ledger_.delivered();
+    mailbox_.commit();
+    copying_.store(false, std::memory_order_release);
+}
+
+void StreamSender::waitingestYUVFrameProcessing() {
+    if (isRunning()) {
+        mailbox_.waitForRoom(kRoomMs);
+    }
+}
+
+void StreamSender::ingestIMU(IMUPacket packet) {
+    if (!carriesImu()) {
+        return;
+    }
+    facts_->noticeSample();
+    MutexLock lock(samplesMutex_);
+    if (samples_.size() >= kMaxSamples) {
+        if (!std::exchange(samplesLost_, true)) {
+            ORU_LOG(Warning, "{} inertial samples come faster than they can be sent", kTagStreaming);
+        }
+        return;
+    }
+    samples_.push_back(packet);
+}
+
+int64_t StreamSender::ticks() const {
+    constexpr uint64_t kNanosecondsPer9Ticks = 100000;
+    return static_cast<int64_t>((clock_.monotonicNanoseconds() - startedNs_) * 9 / kNanosecondsPer9Ticks) + 1;
+}
+
+void StreamSender::takeSamples() {
+    MutexLock lock(samplesMutex_);
+    const std::size_t room = kMaxSamples - std::min(kMaxSamples, outgoing_.size());
+    const auto end = samples_.begin() + static_cast<std::ptrdiff_t>(std::min(room, samples_.size()));
+    outgoing_.insert(outgoing_.end(), samples_.begin(), end);
+    samples_.erase(samples_.begin(), end);
+    if (audience_->empty()) {
+        outgoing_.clear();
+    }
+}
+
+bool StreamSender::keyFrameDue(uint64_t now) {
+    const bool wanted = audience_->takeKeyFrameWish() || forceKey_;
+    forceKey_ = wanted && now - keyFrameNs_ < kKeyFrameEveryNs;
+    return wanted && !forceKey_;
+}
+
+void StreamSender::encodeLoop() {
+    while (isRunning()) {
+        const OutgoingFrame* frame = mailbox_.take(kSilenceMs);
+        if (frame == nullptr) {
+            handleSilence();
+            continue;
+        }
+        handleFrame(*frame);
+        mailbox_.release();
+    }
+}
+
+void StreamSender::handleFrame(const OutgoingFrame& frame) {
+    const uint64_t begin = clock_.monotonicNanoseconds();
+    lastTicks_ = std::max(lastTicks_ + 1, ticks());
+    frame.picture->pts = lastTicks_;
+    takeSamples();
+    if (audience_->empty()) {
+        return;
+    }
+    facts_->refresh(begin);
+    const bool key = keyFrameDue(begin);
+    if (key) {
+        keyFrameNs_ = begin;
+    }
+    if (!transmitter_->sendFrame(frame, key, skipped_.load(std::memory_order_relaxed), outgoing_)) {
+        ORU_LOG(Warning, "{} the encoder {} failed and starts again", kTagStreaming, transmitter_->encoderName());
+        forceKey_ = true;
+    }
+    sentNs_ = clock_.monotonicNanoseconds();
+    adaptBitrate(sentNs_);
+    MutexLock lock(pacingMutex_);
+    if (pacer_.measured(sentNs_ - begin)) {
+        ORU_LOG(Warning, "{} {} is too slow here for every frame: frames are skipped evenly", kTagStreaming,
+                transmitter_->encoderName());
+    }
+}
+
+void StreamSender::handleSilence() {
+    const uint64_t now = clock_.monotonicNanoseconds();
+    takeSamples();
+    if (audience_->empty()) {
+        return;
+    }
+    const bool describe = audience_->descriptionOverdue(facts_->complete() ? 0 : kDescribeAfterNs);
+    if (!describe && now - sentNs_ < kSamplesEveryNs) {
+        return;
+    }
+    facts_->refresh(now);
+    lastTicks_ = std::max(lastTicks_ + 1, ticks());
+    transmitter_->sendSamples(lastTicks_, nextId_.load(std::memory_order_relaxed), describe, outgoing_);
+    sentNs_ = now;
+}
+
+void StreamSender::adaptBitrate(uint64_t now) {
+    if (!configuration_.adaptive_bitrate || now - adaptedNs_ < kAdaptEveryNs) {
+        return;
+    }
+    adaptedNs_ = now;
+    const Audience::State state = audience_->state();
+    const uint32_t before = bitrate_->current();
+    const uint32_t wanted =
+        bitrate_->update({state.sent_packets, state.repeated_packets, state.held_back_frames, state.backlog_ms});
+    if (wanted == before) {
+        return;
+    }
+    ORU_LOG(Debug, "{} bitrate {} kbit/s", kTagStreaming, wanted);
+    forceKey_ = !transmitter_->setBitrate(wanted) || forceKey_;
+}
+
+}  // namespace oru::stream

@@ -1,0 +1,99 @@
+#include "ts_muxer.hpp"
+
+namespace oru::stream {
+namespace {
+
+constexpr int kVideoStream = 0;
+constexpr int kDataStream = 1;
+constexpr int kIoBytes = 1 << 15;
+constexpr std::size_t kUsualFrameBytes = std::size_t{1} << 18;
+
+}  // namespace
+
+TsMuxer::TsMuxer() = default;
+TsMuxer::~TsMuxer() = default;
+
+void TsMuxer::FormatDelete::operator()(AVFormatContext* context) const {
+    if (context->pb != nullptr) {
+        av_freep(&context->pb->buffer);
+        avio_context_free(&context->pb);
+    }
+    avformat_free_context(context);
+}
+
+int TsMuxer::append(void* muxer, uint8_t* data, int size) {
+    std::vector<uint8_t>& bytes = static_cast<TsMuxer*>(muxer)->bytes_;
+    bytes.insert(bytes.end(), data, data + size);
+    return size;
+}
+
+bool TsMuxer::addStream(AVMediaType type, AVCodecID codec) {
+    AVStream* stream = avformat_new_stream(context_.get(), nullptr);
+    if (stream == nullptr) {
+        return false;
+    }
+    stream->codecpar->codec_type = type;
+    stream->codecpar->codec_id = codec;
+    stream->time_base = {1, 90000};
+    return true;
+}
+
+bool TsMuxer::open(VideoCodec codec, uint32_t width, uint32_t height) {
+    AVFormatContext* made = nullptr;
+    if (avformat_alloc_output_context2(&made, nullptr, "mpegts", nullptr) < 0) {
+        return false;
+    }
+    context_.reset(made);
+    packet_.reset(av_packet_alloc());
+    auto* buffer = static_cast<uint8_t*>(av_malloc(kIoBytes));
+    made->pb = avio_alloc_context(buffer, kIoBytes, 1, this, nullptr, &TsMuxer::append, nullptr);
+    const AVCodecID id = codec == VideoCodec::H265 ? AV_CODEC_ID_HEVC : AV_CODEC_ID_H264;
+    if (packet_ == nullptr || made->pb == nullptr || !addStream(AVMEDIA_TYPE_VIDEO, id) ||
+        !addStream(AVMEDIA_TYPE_DATA, AV_CODEC_ID_SMPTE_KLV)) {
+        return false;
+    }
+    made->streams[kVideoStream]->codecpar->width = static_cast<int>(width);
+    made->streams[kVideoStream]->codecpar->height = static_cast<int>(height);
+    made->max_delay = 0;
+    made->flags |= AVFMT_FLAG_FLUSH_PACKETS;
+    av_opt_set(made->priv_data, "omit_video_pes_length", "1", 0);
+    av_opt_set(made->priv_data, "pat_period", "0.2", 0);
+    bytes_.reserve(kUsualFrameBytes);
+    return avformat_write_header(made, nullptr) >= 0;
+}
+
+void TsMuxer::repeatTables() {
+    av_opt_set(context_->priv_data, "mpegts_flags", "resend_headers", 0);
+}
+
+bool TsMuxer::write(int stream, uint8_t* data, std::size_t size, int64_t pts, int flags) {
+    packet_->stream_index = stream;
+    packet_->data = data;
+    packet_->size = static_cast<int>(size);
+    packet_->pts = pts;
+    packet_->dts = pts;
+    packet_->flags = flags;
+    const bool written = av_write_frame(context_.get(), packet_.get()) >= 0;
+    av_packet_unref(packet_.get());
+    return written;
+}
+
+bool TsMuxer::writeVideo(uint8_t* data, std::size_t size, int64_t pts, bool key_frame) {
+    return write(kVideoStream, data, size, pts, key_frame ? AV_PKT_FLAG_KEY : 0);
+}
+
+bool TsMuxer::writeData(std::vector<uint8_t>& data, int64_t pts) {
+    return write(kDataStream, data.data(), data.size(), pts, AV_PKT_FLAG_KEY);
+}
+
+const std::vector<uint8_t>& TsMuxer::finish() {
+    av_write_frame(context_.get(), nullptr);
+    avio_flush(context_->pb);
+    return bytes_;
+}
+
+void TsMuxer::clear() {
+    bytes_.clear();
+}
+
+}  // namespace oru::stream

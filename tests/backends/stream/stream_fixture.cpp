@@ -1,0 +1,171 @@
+#include "stream_fixture.hpp"
+
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <thread>
+
+extern "C" {
+#include <libavutil/log.h>
+}
+
+namespace oru::test {
+namespace {
+
+constexpr uint32_t kBlock = 8;
+constexpr int kBits = 24;
+constexpr uint64_t kFirstTimeNs = 1700000000000000000;
+constexpr uint64_t kFramePeriodNs = 33333333;
+
+// The libraries' own messages would bury those of the tests.
+[[maybe_unused]] const bool kQuiet = [] {
+    av_log_set_level(AV_LOG_QUIET);
+    routeStreamLibraryLog();
+    return true;
+}();
+
+unsigned char textureAt(uint32_t x, uint32_t y, uint64_t number) {
+    return static_cast<unsigned char>(64 + ((x / 4 + number * 2) % 32) * 2 + ((y / 4) % 16) * 4);
+}
+
+}  // namespace
+
+uint16_t freePort() {
+    const int handle = socket(AF_INET, SOCK_DGRAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof(address);
+    const bool bound = bind(handle, reinterpret_cast<sockaddr*>(&address), length) == 0 &&
+                       getsockname(handle, reinterpret_cast<sockaddr*>(&address), &length) == 0;
+    close(handle);
+    return bound ? ntohs(address.sin_port) : uint16_t{0};
+}
+
+UDPOutConfig streamConfiguration(uint16_t port, uint32_t width, uint32_t height, int fps) {
+    UDPOutConfig configuration{};
+    configuration.codec = PLAIN_CODEC;
+    configuration.port = port;
+    configuration.bitrate = 4000;
+    configuration.gop_size = 2 * fps;
+    configuration.chunk_size = 16084;
+    configuration.width = width;
+    configuration.height = height;
+    configuration.fps = fps;
+    configuration.serial_number = 4711;
+    configuration.camera_fw = 513;
+    configuration.sensors_fw = 1027;
+    configuration.model = MODEL_MONO_3UM;
+    configuration.flipped = true;
+    configuration.version = 2;
+    return configuration;
+}
+
+void drawNumber(std::vector<unsigned char>& picture, uint32_t width, uint64_t number) {
+    for (int bit = 0; bit < kBits; ++bit) {
+        const unsigned char value = (number >> bit & 1) != 0 ? 235 : 16;
+        for (uint32_t y = 0; y < kBlock; ++y) {
+            for (uint32_t x = 0; x < kBlock; ++x) {
+                picture[(std::size_t{y} * width + static_cast<uint32_t>(bit) * kBlock + x) * 2] = value;
+            }
+        }
+    }
+}
+
+std::vector<unsigned char> numberedPicture(uint32_t width, uint32_t height, uint64_t number) {
+    std::vector<unsigned char> picture(std::size_t{width} * height * 2, 128);
+    for (uint32_t y = 0; y < height; ++y) {
+        for (uint32_t x = 0; x < width; ++x) {
+            picture[(std::size_t{y} * width + x) * 2] = textureAt(x, y, number);
+        }
+    }
+    drawNumber(picture, width, number);
+    return picture;
+}
+
+SeenPicture readPicture(const std::vector<unsigned char>& picture, uint32_t width, uint32_t height) {
+    SeenPicture seen;
+    for (int bit = 0; bit < kBits; ++bit) {
+        const std::size_t x = static_cast<uint32_t>(bit) * kBlock + kBlock / 2;
+        const unsigned char value = picture[(std::size_t{kBlock / 2} * width + x) * 2];
+        seen.number |= static_cast<uint64_t>(value > 125) << bit;
+    }
+    double sum = 0.0;
+    std::size_t count = 0;
+    for (uint32_t y = 2 * kBlock; y < height; y += 3) {
+        for (uint32_t x = 0; x < width; x += 3) {
+            sum += std::abs(int{picture[(std::size_t{y} * width + x) * 2]} - int{textureAt(x, y, seen.number)});
+            ++count;
+        }
+    }
+    seen.mean_error = sum / static_cast<double>(count);
+    return seen;
+}
+
+uint64_t numberedTime(uint64_t number) {
+    return kFirstTimeNs + number * kFramePeriodNs;
+}
+
+rlxrw::rlxSampleMetadata numberedMetadata(uint64_t number) {
+    rlxrw::rlxSampleMetadata metadata{};
+    for (std::size_t i = 0; i < sizeof(metadata.bytes); ++i) {
+        metadata.bytes[i] = static_cast<unsigned char>(i * 7 + number * 13 + 1);
+    }
+    const std::array<float, 4> orientation = {0.0F, 0.0F, 0.0F, 1.0F + static_cast<float>(number)};
+    std::memcpy(metadata.bytes, orientation.data(), sizeof(orientation));
+    return metadata;
+}
+
+std::vector<IMUPacket> numberedSamples(uint64_t number, uint64_t time, int count) {
+    std::vector<IMUPacket> packets;
+    for (int i = 0; i < count; ++i) {
+        IMUPacket packet;
+        packet.valid = true;
+        packet.imu_timestamp =
+            time - kFramePeriodNs / 2 + static_cast<uint64_t>(i) * 1000000 / static_cast<uint64_t>(count);
+        packet.sync_count = i == 0 ? 1 : 0;
+        packet.orientation = {0.1F * static_cast<float>(i), 0.0F, -0.0F, 1.0F};
+        packet.vector_1 = {static_cast<float>(number), static_cast<float>(i), 9.81F};
+        packet.imu_temperature = 30.5F;
+        packet.orientation_covariance[5] = 0.25F;
+        packet.metadata_translation[2] = static_cast<float>(number % 7);
+        packets.push_back(packet);
+    }
+    return packets;
+}
+
+NumberedSource::NumberedSource(UDPOutput& sender, uint32_t width, uint32_t height, int fps, int samples_per_frame)
+    : sender_(sender),
+      width_(width),
+      height_(height),
+      samplesPerFrame_(samples_per_frame),
+      periodNs_(1000000000 / static_cast<uint64_t>(fps)) {}
+
+void NumberedSource::step() {
+    ++number_;
+    picture_ = numberedPicture(width_, height_, number_);
+    const uint64_t time = numberedTime(number_);
+    sender_.asyncingestYUVFrame(picture_.data(), time, numberedMetadata(number_), static_cast<int>(picture_.size()));
+    for (const IMUPacket& packet : numberedSamples(number_, time, samplesPerFrame_)) {
+        sender_.ingestIMU(packet);
+    }
+    const uint64_t now = clock_->monotonicNanoseconds();
+    nextNs_ = nextNs_ + periodNs_ < now ? now + periodNs_ : nextNs_ + periodNs_;
+    std::this_thread::sleep_for(std::chrono::nanoseconds(nextNs_ - now));
+}
+
+bool readWithin(UDPInput& receiver, std::vector<unsigned char>& image, int milliseconds) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
+    while (std::chrono::steady_clock::now() < end) {
+        if (receiver.readStreamData(image.data(), nullptr)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+}  // namespace oru::test

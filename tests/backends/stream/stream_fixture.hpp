@@ -1,0 +1,70 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "backends/stream/Stream.hpp"
+#include "utils/Clock.hpp"
+
+namespace oru::test {
+
+/// Keeps calibration texts in memory.
+class TextCalibration final : public CalibrationSource {
+public:
+    bool downloadCalibFile(String, int) override { return false; }
+    void offer(int serial_number, std::string text) override { texts[serial_number] = std::move(text); }
+    std::string text(int serial_number) override { return texts[serial_number]; }
+
+    std::map<int, std::string> texts;
+};
+
+/// A port that nothing listened on a moment ago.
+uint16_t freePort();
+
+UDPOutConfig streamConfiguration(uint16_t port, uint32_t width = 320, uint32_t height = 240, int fps = 30);
+
+/// A moving, textured picture that shows its number in blocks of black and white along its upper edge.
+std::vector<unsigned char> numberedPicture(uint32_t width, uint32_t height, uint64_t number);
+void drawNumber(std::vector<unsigned char>& picture, uint32_t width, uint64_t number);
+/// The number that the blocks show; the rest of the picture must lie within `tolerance` of the original in the mean.
+struct SeenPicture {
+    uint64_t number = 0;
+    double mean_error = 0.0;
+};
+SeenPicture readPicture(const std::vector<unsigned char>& picture, uint32_t width, uint32_t height);
+
+/// Metadata and samples whose every byte depends on the frame's number.
+rlxrw::rlxSampleMetadata numberedMetadata(uint64_t number);
+std::vector<IMUPacket> numberedSamples(uint64_t number, uint64_t time, int count);
+uint64_t numberedTime(uint64_t number);
+
+/// Sends numbered frames at a steady pace, with their samples.
+class NumberedSource {
+public:
+    NumberedSource(UDPOutput& sender, uint32_t width, uint32_t height, int fps, int samples_per_frame = 4);
+
+    /// Hands over one frame and its samples, then waits for the next one's time.
+    void step();
+    [[nodiscard]] uint64_t number() const { return number_; }
+    void setNumber(uint64_t number) { number_ = number; }
+
+private:
+    UDPOutput& sender_;
+    uint32_t width_;
+    uint32_t height_;
+    int samplesPerFrame_;
+    std::vector<unsigned char> picture_;
+    uint64_t number_ = 0;
+    uint64_t periodNs_;
+    uint64_t nextNs_ = 0;
+    std::unique_ptr<Clock> clock_ = makeSystemClock();
+};
+
+/// Takes frames until there is one, or the time is over.
+bool readWithin(UDPInput& receiver, std::vector<unsigned char>& image, int milliseconds);
+
+}  // namespace oru::test
