@@ -4,8 +4,8 @@
 
 namespace oru::stream {
 
-FrameTransmitter::FrameTransmitter(Audience& audience, CameraFacts& facts, uint64_t session)
-    : audience_(audience), facts_(facts), session_(session) {}
+FrameTransmitter::FrameTransmitter(Audience& audience, CameraFacts& facts, SampleQueue& samples, uint64_t session)
+    : audience_(audience), facts_(facts), queue_(samples), session_(session) {}
 
 bool FrameTransmitter::open(const UDPOutConfig& configuration) {
     settings_.codec = configuration.codec == DENSE_CODEC ? VideoCodec::H265 : VideoCodec::H264;
@@ -18,11 +18,10 @@ bool FrameTransmitter::open(const UDPOutConfig& configuration) {
     return encoder_.open(settings_) && muxer_.open(settings_.codec, settings_.width, settings_.height);
 }
 
-bool FrameTransmitter::sendFrame(const OutgoingFrame& frame, bool key_frame, uint64_t skipped,
-                                 std::vector<IMUPacket>& samples) {
+bool FrameTransmitter::sendFrame(const OutgoingFrame& frame, bool key_frame, uint64_t skipped) {
     Pending& facts = pending_[nextPending_++ % kPending];
     facts = {frame.picture->pts, frame.id, frame.timestamp, frame.metadata};
-    const auto output = [&](const VideoEncoder::Coded& coded) { transmit(coded, skipped, samples); };
+    const auto output = [&](const VideoEncoder::Coded& coded) { transmit(coded, skipped); };
     if (encoder_.encode(*frame.picture, key_frame, output)) {
         return true;
     }
@@ -30,7 +29,7 @@ bool FrameTransmitter::sendFrame(const OutgoingFrame& frame, bool key_frame, uin
     return false;
 }
 
-void FrameTransmitter::transmit(const VideoEncoder::Coded& coded, uint64_t skipped, std::vector<IMUPacket>& samples) {
+void FrameTransmitter::transmit(const VideoEncoder::Coded& coded, uint64_t skipped) {
     const auto found =
         std::find_if(pending_.begin(), pending_.end(), [&](const Pending& facts) { return facts.pts == coded.pts; });
     if (found == pending_.end()) {
@@ -53,12 +52,12 @@ void FrameTransmitter::transmit(const VideoEncoder::Coded& coded, uint64_t skipp
     }
     // The record comes last: its arrival tells the receiver that the picture is complete.
     if (muxer_.writeVideo(coded.data, coded.size, coded.pts, coded.key_frame)) {
-        writeRecordPacket(record, coded.pts, samples);
+        writeRecordPacket(record, coded.pts);
     }
     audience_.send(muxer_.finish(), coded.key_frame ? Audience::Part::KEY_FRAME : Audience::Part::FRAME);
 }
 
-void FrameTransmitter::sendSamples(int64_t pts, uint64_t last_id, bool describe, std::vector<IMUPacket>& samples) {
+void FrameTransmitter::sendSamples(int64_t pts, uint64_t last_id, bool describe) {
     FrameRecord record;
     record.session = session_;
     record.frame_id = last_id;
@@ -66,8 +65,13 @@ void FrameTransmitter::sendSamples(int64_t pts, uint64_t last_id, bool describe,
     if (describe) {
         writeDescriptionPacket(pts);
     }
-    writeRecordPacket(record, pts, samples);
+    writeRecordPacket(record, pts);
     audience_.send(muxer_.finish(), describe ? Audience::Part::DESCRIPTION : Audience::Part::SAMPLES);
+}
+
+void FrameTransmitter::dropSamples() {
+    queue_.clear();
+    samples_.clear();
 }
 
 void FrameTransmitter::writeDescriptionPacket(int64_t pts) {
@@ -77,10 +81,11 @@ void FrameTransmitter::writeDescriptionPacket(int64_t pts) {
     (void)muxer_.writeData(record_, pts);
 }
 
-void FrameTransmitter::writeRecordPacket(const FrameRecord& record, int64_t pts, std::vector<IMUPacket>& samples) {
+void FrameTransmitter::writeRecordPacket(const FrameRecord& record, int64_t pts) {
     record_.clear();
-    const std::size_t written = writeFrameRecord(record_, record, samples.data(), samples.size());
-    samples.erase(samples.begin(), samples.begin() + static_cast<std::ptrdiff_t>(written));
+    queue_.drainTo(samples_);
+    const std::size_t written = writeFrameRecord(record_, record, samples_.data(), samples_.size());
+    samples_.erase(samples_.begin(), samples_.begin() + static_cast<std::ptrdiff_t>(written));
     (void)muxer_.writeData(record_, pts);
 }
 

@@ -9,6 +9,7 @@
 #include "collaborators/UDPOutput.hpp"
 #include "frame_mailbox.hpp"
 #include "records.hpp"
+#include "sample_queue.hpp"
 #include "ts_muxer.hpp"
 #include "video_encoder.hpp"
 
@@ -18,16 +19,17 @@ namespace oru::stream {
 /// Threads: the encoding thread.
 class FrameTransmitter {
 public:
-    FrameTransmitter(Audience& audience, CameraFacts& facts, uint64_t session);
+    FrameTransmitter(Audience& audience, CameraFacts& facts, SampleQueue& samples, uint64_t session);
 
     /// False: there is no encoder for this codec and size.
     [[nodiscard]] bool open(const UDPOutConfig& configuration);
-    /// Sends one frame with the samples from the front of `samples`, and removes those.
+    /// Sends one frame, with the samples that have come until it is encoded.
     /// False: the encoder failed; it starts anew with the next frame.
-    [[nodiscard]] bool sendFrame(const OutgoingFrame& frame, bool key_frame, uint64_t skipped,
-                                 std::vector<IMUPacket>& samples);
+    [[nodiscard]] bool sendFrame(const OutgoingFrame& frame, bool key_frame, uint64_t skipped);
     /// Sends samples without a frame, so that receivers know that the sender lives, and a description if asked to.
-    void sendSamples(int64_t pts, uint64_t last_id, bool describe, std::vector<IMUPacket>& samples);
+    void sendSamples(int64_t pts, uint64_t last_id, bool describe);
+    /// Nobody listens: what waits is dropped.
+    void dropSamples();
     [[nodiscard]] bool setBitrate(uint32_t kilobits) { return encoder_.setBitrate(kilobits); }
     [[nodiscard]] const char* encoderName() const { return encoder_.name(); }
 
@@ -41,17 +43,19 @@ private:
         rlxrw::rlxSampleMetadata metadata{};
     };
 
-    void transmit(const VideoEncoder::Coded& coded, uint64_t skipped, std::vector<IMUPacket>& samples);
+    void transmit(const VideoEncoder::Coded& coded, uint64_t skipped);
     void writeDescriptionPacket(int64_t pts);
-    void writeRecordPacket(const FrameRecord& record, int64_t pts, std::vector<IMUPacket>& samples);
+    void writeRecordPacket(const FrameRecord& record, int64_t pts);
 
     Audience& audience_;
     CameraFacts& facts_;
+    SampleQueue& queue_;
     uint64_t session_;
     VideoEncoder encoder_;
     VideoEncoder::Settings settings_;
     TsMuxer muxer_;
     std::vector<uint8_t> record_;
+    std::vector<IMUPacket> samples_;
     std::array<Pending, kPending> pending_;
     std::size_t nextPending_ = 0;
 };

@@ -1,9 +1,7 @@
 #include "stream_sender.hpp"
 
 #include <algorithm>
-#include <iterator>
 #include <random>
-#include <utility>
 
 #include "logging/log.hpp"
 #include "logging/messages.hpp"
@@ -19,7 +17,6 @@ constexpr uint64_t kDescribeAfterNs = 500 * kMillisecond;
 constexpr uint64_t kKeyFrameEveryNs = 200 * kMillisecond;
 constexpr uint64_t kAdaptEveryNs = 500 * kMillisecond;
 constexpr int kRoomMs = 100;
-constexpr std::size_t kMaxSamples = 4096;
 
 constexpr int kBadConfiguration = -1;
 constexpr int kNoEncoder = 1;
@@ -67,7 +64,7 @@ int StreamSender::open(UDPOutConfig configuration) {
     facts_ = std::make_unique<CameraFacts>(configuration, session,
                                            calibration_.text(static_cast<int>(configuration.serial_number)));
     audience_ = std::make_unique<Audience>(clock_);
-    transmitter_ = std::make_unique<FrameTransmitter>(*audience_, *facts_, session);
+    transmitter_ = std::make_unique<FrameTransmitter>(*audience_, *facts_, samples_, session);
     bitrate_ = std::make_unique<BitrateControl>(configuration.bitrate);
     if (!mailbox_.allocate(configuration.width, configuration.height)) {
         return kNoMemory;
@@ -146,30 +143,14 @@ void StreamSender::ingestIMU(IMUPacket packet) {
         return;
     }
     facts_->noticeSample();
-    MutexLock lock(samplesMutex_);
-    if (samples_.size() >= kMaxSamples) {
-        if (!std::exchange(samplesLost_, true)) {
-            ORU_LOG(Warning, "{} inertial samples come faster than they can be sent", kTagStreaming);
-        }
-        return;
+    if (!samples_.push(packet) && !samplesLost_.exchange(true, std::memory_order_relaxed)) {
+        ORU_LOG(Warning, "{} inertial samples come faster than they can be sent", kTagStreaming);
     }
-    samples_.push_back(packet);
 }
 
 int64_t StreamSender::ticks() const {
     constexpr uint64_t kNanosecondsPer9Ticks = 100000;
     return static_cast<int64_t>((clock_.monotonicNanoseconds() - startedNs_) * 9 / kNanosecondsPer9Ticks) + 1;
-}
-
-void StreamSender::takeSamples() {
-    MutexLock lock(samplesMutex_);
-    const std::size_t room = kMaxSamples - std::min(kMaxSamples, outgoing_.size());
-    const auto end = samples_.begin() + static_cast<std::ptrdiff_t>(std::min(room, samples_.size()));
-    outgoing_.insert(outgoing_.end(), samples_.begin(), end);
-    samples_.erase(samples_.begin(), end);
-    if (audience_->empty()) {
-        outgoing_.clear();
-    }
 }
 
 bool StreamSender::keyFrameDue(uint64_t now) {
@@ -194,8 +175,8 @@ void StreamSender::handleFrame(const OutgoingFrame& frame) {
     const uint64_t begin = clock_.monotonicNanoseconds();
     lastTicks_ = std::max(lastTicks_ + 1, ticks());
     frame.picture->pts = lastTicks_;
-    takeSamples();
     if (audience_->empty()) {
+        transmitter_->dropSamples();
         return;
     }
     facts_->refresh(begin);
@@ -203,7 +184,7 @@ void StreamSender::handleFrame(const OutgoingFrame& frame) {
     if (key) {
         keyFrameNs_ = begin;
     }
-    if (!transmitter_->sendFrame(frame, key, skipped_.load(std::memory_order_relaxed), outgoing_)) {
+    if (!transmitter_->sendFrame(frame, key, skipped_.load(std::memory_order_relaxed))) {
         ORU_LOG(Warning, "{} the encoder {} failed and starts again", kTagStreaming, transmitter_->encoderName());
         forceKey_ = true;
     }
@@ -218,8 +199,8 @@ void StreamSender::handleFrame(const OutgoingFrame& frame) {
 
 void StreamSender::handleSilence() {
     const uint64_t now = clock_.monotonicNanoseconds();
-    takeSamples();
     if (audience_->empty()) {
+        transmitter_->dropSamples();
         return;
     }
     const bool describe = audience_->descriptionOverdue(facts_->complete() ? 0 : kDescribeAfterNs);
@@ -228,7 +209,7 @@ void StreamSender::handleSilence() {
     }
     facts_->refresh(now);
     lastTicks_ = std::max(lastTicks_ + 1, ticks());
-    transmitter_->sendSamples(lastTicks_, nextId_.load(std::memory_order_relaxed), describe, outgoing_);
+    transmitter_->sendSamples(lastTicks_, nextId_.load(std::memory_order_relaxed), describe);
     sentNs_ = now;
 }
 

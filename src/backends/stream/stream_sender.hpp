@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <memory>
 #include <thread>
-#include <vector>
 
 #include "audience.hpp"
 #include "camera_facts.hpp"
@@ -14,6 +13,7 @@
 #include "frame_mailbox.hpp"
 #include "frame_rate.hpp"
 #include "frame_transmitter.hpp"
+#include "sample_queue.hpp"
 #include "utils/Clock.hpp"
 #include "utils/Mutex.hpp"
 
@@ -45,7 +45,6 @@ private:
     void handleFrame(const OutgoingFrame& frame);
     void handleSilence();
     void adaptBitrate(uint64_t now);
-    void takeSamples();
     [[nodiscard]] int64_t ticks() const;
     [[nodiscard]] bool keyFrameDue(uint64_t now);
 
@@ -66,14 +65,11 @@ private:
     FrameDecimator decimator_ ORU_GUARDED_BY(pacingMutex_){0};
     LoadPacer pacer_ ORU_GUARDED_BY(pacingMutex_){0};
 
-    Mutex samplesMutex_;
-    std::vector<IMUPacket> samples_ ORU_GUARDED_BY(samplesMutex_);
-    bool samplesLost_ ORU_GUARDED_BY(samplesMutex_) = false;
-
+    SampleQueue samples_;
+    std::atomic<bool> samplesLost_{false};
     std::atomic<uint64_t> nextId_{0};
     std::atomic<uint64_t> skipped_{0};
-    std::vector<IMUPacket> outgoing_;  // of the encoding thread, as all below
-    std::unique_ptr<BitrateControl> bitrate_;
+    std::unique_ptr<BitrateControl> bitrate_;  // of the encoding thread, as all below
     int64_t lastTicks_ = 0;
     uint64_t startedNs_ = 0;
     uint64_t keyFrameNs_ = 0;
