@@ -20,15 +20,15 @@ constexpr std::array<std::array<const char*, 4>, 2> kSections = {{
     {"CAM_fhd", "CAM_fhd1200", "CAM_qhdplus", "CAM_4k"},
 }};
 
-/// NaN where the key is missing.
-double number(const Document& document, const char* section, const char* key) {
+/// As the camera will read it; NaN where the key is missing.
+float number(const Document& document, const char* section, const char* key) {
     const char* text = document.GetValue(section, key, nullptr);
-    return text == nullptr ? std::nan("") : parseNumber(text);
+    return text == nullptr ? std::nanf("") : static_cast<float>(parseNumber(text));
 }
 
 bool isIntrinsicsComplete(const Document& document, const char* section) {
-    const double fx = number(document, section, "fx");
-    const double fy = number(document, section, "fy");
+    const float fx = number(document, section, "fx");
+    const float fy = number(document, section, "fy");
     return std::isfinite(fx) && std::isfinite(fy) && fx > 0 && fy > 0 &&
            std::isfinite(number(document, section, "cx")) && std::isfinite(number(document, section, "cy"));
 }
@@ -87,7 +87,7 @@ std::string calibrationDefect(const std::string& text, int serialNumber, Complet
     if (document.LoadData(text) < 0) {
         return "it is no INI file";
     }
-    const double family = std::trunc(number(document, "MISC", "Sensor_ID"));
+    const float family = std::trunc(number(document, "MISC", "Sensor_ID"));
     if (family != 1 && family != 2) {
         return "MISC:Sensor_ID is neither 1 nor 2";
     }
