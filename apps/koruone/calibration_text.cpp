@@ -1,6 +1,5 @@
 #include "calibration_text.hpp"
 
-#define SI_NO_CONVERSION  // char text only; the wide conversions need a library of their own
 #include <SimpleIni.h>
 
 #include <algorithm>

@@ -1,0 +1,8 @@
+#pragma once
+
+namespace oru {
+
+/// Settings of the linked libraries that hold for the whole process, made once before the first neighbour.
+void applyLibrarySettings();
+
+}  // namespace oru

@@ -1,0 +1,61 @@
+#pragma once
+
+#include <algorithm>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "logging/KoruLogger.hpp"
+#include "utils/Mutex.hpp"
+
+namespace oru::doubles {
+
+/// Catches what is logged while it lives, through the same seam that the product uses.
+class LogCapture {
+public:
+    explicit LogCapture(LogLevel threshold = LogLevel::TraceL3)
+        : logger_(make_logger("capture", threshold,
+                              [this](const LogRecord& record) {
+                                  const MutexLock lock(mutex_);
+                                  records_.push_back(record);
+                              })),
+          previous_(KoruLogger::get_instance().set_logger(MAIN, logger_.get())) {}
+    ~LogCapture() {
+        (void)KoruLogger::get_instance().set_logger(MAIN, previous_);
+        flush(*logger_);
+    }
+    LogCapture(const LogCapture&) = delete;
+    LogCapture& operator=(const LogCapture&) = delete;
+
+    [[nodiscard]] std::vector<LogRecord> records() {
+        flush(*logger_);
+        const MutexLock lock(mutex_);
+        return records_;
+    }
+    [[nodiscard]] std::vector<std::string> texts(LogLevel level) {
+        std::vector<std::string> found;
+        for (const LogRecord& record : records()) {
+            if (record.level == level) {
+                found.push_back(record.text);
+            }
+        }
+        return found;
+    }
+    [[nodiscard]] auto count(LogLevel level, const std::string& text) {
+        const std::vector<std::string> found = texts(level);
+        return std::count(found.begin(), found.end(), text);
+    }
+    void clear() {
+        flush(*logger_);
+        const MutexLock lock(mutex_);
+        records_.clear();
+    }
+
+private:
+    Mutex mutex_;
+    std::vector<LogRecord> records_ ORU_GUARDED_BY(mutex_);
+    std::unique_ptr<Logger> logger_;
+    Logger* previous_;
+};
+
+}  // namespace oru::doubles

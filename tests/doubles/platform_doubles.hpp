@@ -1,0 +1,152 @@
+#pragma once
+
+#include <fmt/core.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "collaborators/CollaboratorFactory.hpp"
+#include "doubles/call_log.hpp"
+
+namespace oru::doubles {
+
+/// Time passes only in nanosleep.
+class ScriptedClock final : public Clock {
+public:
+    uint64_t systemNanoseconds() override { return now; }
+    uint64_t monotonicNanoseconds() override { return now; }
+    int nanosleep(const timespec& duration, timespec* rest) override {
+        const auto asked =
+            static_cast<uint64_t>(duration.tv_sec) * 1'000'000'000U + static_cast<uint64_t>(duration.tv_nsec);
+        sleeps.push_back(asked);
+        const uint64_t slept = interruptions > 0 ? asked / 2 : asked;
+        now += slept;
+        if (rest != nullptr) {
+            *rest = {0, static_cast<long>(asked - slept)};
+        }
+        return interruptions > 0 ? (--interruptions, -1) : 0;
+    }
+
+    uint64_t now = 1'700'000'000'000'000'000U;
+    int interruptions = 0;
+    std::vector<uint64_t> sleeps;
+};
+
+/// Host memory under GPU names.
+class ScriptedGpu final : public GpuRuntime {
+public:
+    explicit ScriptedGpu(CallLog& log) : log_(log) {}
+
+    int cudaSetDevice(int device) override {
+        log_.add(fmt::format("cudaSetDevice {}", device));
+        return 0;
+    }
+    int cuCtxGetCurrent(CUctx_st** context) override {
+        log_.add("cuCtxGetCurrent");
+        *context = current;
+        return 0;
+    }
+    int cuCtxCreate_v2(CUctx_st** context, unsigned flags, int device) override {
+        log_.add(fmt::format("cuCtxCreate {} {}", flags, device));
+        *context = reinterpret_cast<CUctx_st*>(&created_);
+        return 0;
+    }
+    int cudaStreamCreate(CUstream_st** stream) override {
+        log_.add("cudaStreamCreate");
+        *stream = reinterpret_cast<CUstream_st*>(&stream_);
+        return 0;
+    }
+    int cudaStreamDestroy(CUstream_st*) override {
+        log_.add("cudaStreamDestroy");
+        return 0;
+    }
+    int cudaStreamSynchronize(CUstream_st*) override { return 0; }
+    void* hostAlloc(std::size_t bytes) override { return std::calloc(1, bytes); }
+    void hostFree(void* memory) override { std::free(memory); }
+    void* deviceAlloc(std::size_t bytes) override { return std::calloc(1, bytes); }
+    void deviceFree(void* memory) override { std::free(memory); }
+    int copyHostToDevice(void* to, const void* from, std::size_t bytes) override {
+        std::memcpy(to, from, bytes);
+        return 0;
+    }
+    int copyDeviceToHost(void* to, const void* from, std::size_t bytes) override {
+        std::memcpy(to, from, bytes);
+        return 0;
+    }
+
+    CUctx_st* current = nullptr;
+
+private:
+    CallLog& log_;
+    int created_ = 0;
+    int stream_ = 0;
+};
+
+class ScriptedRectifier final : public MonoRectifier {
+public:
+    explicit ScriptedRectifier(CallLog& log) : log_(log) {}
+
+    CameraParameters setup(CameraParameters& raw, CUstream_st*, bool flipped) override {
+        log_.add(fmt::format("setup {}x{} {}", raw.image_size.width, raw.image_size.height, flipped));
+        CameraParameters rectified = raw;
+        rectified.distortion.fill(0.0);
+        return rectified;
+    }
+    void process(Mat&, CUstream_st*) override { log_.add("process"); }
+    int getView(VIEW view, Resolution size, Mat&, MEM memory, CUstream_st*) override {
+        log_.add(fmt::format("getView {} {}x{} {}", static_cast<int>(view), size.width, size.height,
+                             static_cast<int>(memory)));
+        return 0;
+    }
+    void free() override { log_.add("freeRectifier"); }
+
+private:
+    CallLog& log_;
+};
+
+class ScriptedDirectory final : public DeviceDirectory {
+public:
+    explicit ScriptedDirectory(CallLog& log) : log_(log) {}
+
+    std::vector<DeviceProperties> getGMSLDevices(bool a, bool b) override {
+        log_.add(fmt::format("getGMSLDevices {} {}", a, b));
+        return devices;
+    }
+    std::vector<DeviceProperties> getGrabberList(bool all) override {
+        log_.add(fmt::format("getGrabberList {}", all));
+        return devices;
+    }
+    ERROR_CODE resetMCU(int index) override {
+        log_.add(fmt::format("resetMCU {}", index));
+        return reset;
+    }
+
+    std::vector<DeviceProperties> devices;
+    ERROR_CODE reset = SUCCESS;
+
+private:
+    CallLog& log_;
+};
+
+class ScriptedCalibration final : public CalibrationSource {
+public:
+    explicit ScriptedCalibration(CallLog& log) : log_(log) {}
+
+    bool downloadCalibFile(String directory, int serial_number) override {
+        log_.add(fmt::format("download {} {}", directory.c_str(), serial_number));
+        if (onDownload) {
+            onDownload();
+        }
+        return static_cast<bool>(onDownload);
+    }
+
+    std::function<void()> onDownload;
+
+private:
+    CallLog& log_;
+};
+
+}  // namespace oru::doubles
