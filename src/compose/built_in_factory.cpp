@@ -3,6 +3,8 @@
 #include "backends/calibration_fetch/CalibrationFetch.hpp"
 #include "backends/gpu/host/HostGpuRuntime.hpp"
 #include "backends/rectifier/cpu/cpu_rectifier.hpp"
+#include "backends/rlx/Rlx.hpp"
+#include "backends/stream/Stream.hpp"
 #include "backends/virtual_bus/VirtualBus.hpp"
 #include "collaborators/CollaboratorFactory.hpp"
 #include "compose/library_settings.hpp"
@@ -16,9 +18,15 @@ public:
     std::unique_ptr<LiveCameraGrabber> makeGrabber(INPUT_TYPE type) override {
         return virtual_bus::makeVirtualGrabber(bus_, type);
     }
-    std::unique_ptr<rlxrw::RLXVideo> makeRlxVideo(RlxRole /*role*/) override { return nullptr; }
-    std::unique_ptr<UDPInput> makeStreamInput(bool /*verbose*/) override { return nullptr; }
-    std::unique_ptr<UDPOutput> makeStreamOutput(STREAMING_MODE /*mode*/, bool /*verbose*/) override { return nullptr; }
+    std::unique_ptr<rlxrw::RLXVideo> makeRlxVideo(RlxRole /*role*/) override {
+        return oru::makeRlxVideo(*calibration_);
+    }
+    std::unique_ptr<UDPInput> makeStreamInput(bool verbose) override {
+        return makeStreamReceiver(*clock_, *calibration_, oru::makeRlxVideo(*calibration_), verbose);
+    }
+    std::unique_ptr<UDPOutput> makeStreamOutput(STREAMING_MODE /*mode*/, bool verbose) override {
+        return makeStreamSender(*clock_, *calibration_, verbose);
+    }
     std::unique_ptr<MonoRectifier> makeRectifier() override { return makeCpuRectifier(*gpu_); }
     std::unique_ptr<PlaybackRecorder> makePlaybackRecorder() override { return nullptr; }
     DeviceDirectory& devices() override { return *devices_; }

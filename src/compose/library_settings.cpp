@@ -2,6 +2,8 @@
 
 #include <curl/curl.h>
 
+#include "backends/stream/Stream.hpp"
+
 extern "C" {
 #include <libavutil/log.h>
 }
@@ -10,6 +12,7 @@ namespace oru {
 
 void applyLibrarySettings() {
     (void)curl_global_init(CURL_GLOBAL_DEFAULT);
+    routeStreamLibraryLog();
     // The coding library writes to standard error on its own; our log says what matters.
     av_log_set_level(AV_LOG_FATAL);
 }
