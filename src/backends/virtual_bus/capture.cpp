@@ -12,14 +12,17 @@ constexpr uint64_t kSilenceIsErrorNs = 2 * kSecond;
 
 }  // namespace
 
-Capture::Capture(Clock& clock, FrameExchange& frames, VirtualMcu& mcu, Setup setup)
+Capture::Capture(Clock& clock, FrameExchange& frames, VirtualMcu& mcu, SensorControls& controls,
+                 Setup setup)
     : clock_(clock),
       frames_(frames),
       mcu_(mcu),
+      controls_(controls),
       setup_(std::move(setup)),
+      pipeline_(setup_.width, setup_.height),
       axis_(clock),
       last_frame_(clock.monotonicNanoseconds()) {
-    frames_.reset(setup_.frame_bytes);
+    frames_.reset(static_cast<std::size_t>(setup_.width) * static_cast<std::size_t>(setup_.height) * 2);
     setup_.mcu.frame_period_ns = static_cast<double>(kSecond) / setup_.fps;
     mcu_.start(axis_, *setup_.inertial, setup_.mcu);
     thread_ = std::thread(&Capture::run, this);
@@ -86,7 +89,8 @@ bool Capture::produce(uint64_t index) {
     axis_.followSystemClock();
     const uint64_t moment = deadline(index);
     Frame& frame = frames_.writeBuffer();
-    const PictureResult result = setup_.pictures->draw(moment, frame.pixels.data());
+    pipeline_.begin(controls_.picture());
+    const PictureResult result = setup_.pictures->draw(moment, frame.pixels.data(), pipeline_);
     if (result == PictureResult::ended) {
         ended_.store(true, std::memory_order_release);
         frames_.wake();
@@ -96,6 +100,8 @@ bool Capture::produce(uint64_t index) {
         frames_.countLost(Loss::sensor_gap, 1);
         return true;
     }
+    pipeline_.finish(frame.pixels.data());
+    controls_.observe(pipeline_.meanLuma());
     frame.time = axis_.stamp(moment);
     frame.has_imu = mcu_.packetForPicture(moment, frame.imu);
     last_frame_.store(clock_.monotonicNanoseconds(), std::memory_order_release);

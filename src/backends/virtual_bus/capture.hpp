@@ -7,7 +7,9 @@
 
 #include "backends/virtual_bus/frame_exchange.hpp"
 #include "backends/virtual_bus/inertial_source.hpp"
+#include "backends/virtual_bus/picture_pipeline.hpp"
 #include "backends/virtual_bus/picture_source.hpp"
+#include "backends/virtual_bus/sensor_controls.hpp"
 #include "backends/virtual_bus/time_axis.hpp"
 #include "backends/virtual_bus/virtual_mcu.hpp"
 #include "oru_input/grabber/frame_status.hpp"
@@ -23,12 +25,13 @@ public:
         std::unique_ptr<PictureSource> pictures;
         std::unique_ptr<InertialSource> inertial;
         VirtualMcu::Options mcu;
+        int width = 0;
+        int height = 0;
         int fps = 30;
-        std::size_t frame_bytes = 0;
     };
 
-    /// All three outlive the capture. Starts at once.
-    Capture(Clock& clock, FrameExchange& frames, VirtualMcu& mcu, Setup setup);
+    /// Clock, frames, micro-controller and controls outlive the capture. Starts at once.
+    Capture(Clock& clock, FrameExchange& frames, VirtualMcu& mcu, SensorControls& controls, Setup setup);
     ~Capture();
     Capture(const Capture&) = delete;
     Capture& operator=(const Capture&) = delete;
@@ -41,12 +44,13 @@ private:
     [[nodiscard]] bool waitUntil(uint64_t deadline);
     [[nodiscard]] uint64_t deadline(uint64_t index) const;
     [[nodiscard]] bool produce(uint64_t index);
-    void markAlive();
 
     Clock& clock_;
     FrameExchange& frames_;
     VirtualMcu& mcu_;
+    SensorControls& controls_;
     Setup setup_;
+    PicturePipeline pipeline_;
     TimeAxis axis_;
     std::atomic<uint64_t> last_frame_;  // monotonic time of the last frame offered
     std::atomic<bool> ended_{false};

@@ -24,11 +24,13 @@ SceneSource::SceneSource(const Lens& lens, int width, int height, const Trajecto
       renderer_(lens, width, height),
       band_bytes_(static_cast<std::size_t>(width) * 2 * SceneRenderer::kCell) {}
 
-PictureResult SceneSource::draw(uint64_t elapsed, unsigned char* pixels) {
+PictureResult SceneSource::draw(uint64_t elapsed, unsigned char* pixels, RowSink& sink) {
     const double seconds = static_cast<double>(elapsed) * 1e-9;
     renderer_.begin(viewOf(trajectory_.at(seconds), mounting_), seconds);
     for (int band = 0; band < renderer_.bands(); ++band) {
-        renderer_.drawBand(band, pixels + static_cast<std::size_t>(band) * band_bytes_);
+        unsigned char* start = pixels + static_cast<std::size_t>(band) * band_bytes_;
+        renderer_.drawBand(band, start);
+        sink.rows(start, band * SceneRenderer::kCell, SceneRenderer::kCell);
     }
     return PictureResult::drawn;
 }

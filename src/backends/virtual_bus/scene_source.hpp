@@ -11,7 +11,7 @@ class SceneSource final : public PictureSource {
 public:
     SceneSource(const Lens& lens, int width, int height, const Trajectory& trajectory);
 
-    PictureResult draw(uint64_t elapsed, unsigned char* pixels) override;
+    PictureResult draw(uint64_t elapsed, unsigned char* pixels, RowSink& sink) override;
 
 private:
     Trajectory trajectory_;

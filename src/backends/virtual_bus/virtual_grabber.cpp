@@ -29,7 +29,7 @@ VirtualGrabber::~VirtualGrabber() {
 }
 
 SETUP_STATE VirtualGrabber::setUp(int& id, int width, int height, int fps, int /*option*/, bool,
-                                  IMU_FREQ /*frequency*/, bool, bool /*hdr*/) {
+                                  IMU_FREQ /*frequency*/, bool, bool hdr) {
     close(true);
     camera_ = noCamera();
     CameraConfig camera;
@@ -46,10 +46,10 @@ SETUP_STATE VirtualGrabber::setUp(int& id, int width, int height, int fps, int /
     id = camera.id;
     camera_ = camera;
     lock_ = std::move(lock);
-    return startCapture(*mode, fps);
+    return startCapture(*mode, fps, hdr);
 }
 
-SETUP_STATE VirtualGrabber::startCapture(const SensorMode& mode, int fps) {
+SETUP_STATE VirtualGrabber::startCapture(const SensorMode& mode, int fps, bool hdr) {
     width_ = mode.width;
     height_ = mode.height;
     fps_ = std::clamp(fps, 1, mode.max_fps);
@@ -63,8 +63,11 @@ SETUP_STATE VirtualGrabber::startCapture(const SensorMode& mode, int fps) {
     setup.mcu.barometer = camera_.barometer;
     setup.mcu.firmware = camera_.mcu_firmware;
     setup.fps = fps_;
-    setup.frame_bytes = static_cast<std::size_t>(width_) * static_cast<std::size_t>(height_) * 2;
-    capture_ = std::make_unique<Capture>(bus_->clock(), frames_, mcu_, std::move(setup));
+    setup.width = width_;
+    setup.height = height_;
+    // The 3 micrometre sensor has no HDR read-out and ignores the wish.
+    controls_.reset(width_, height_, fps_, hdr && camera_.model == MODEL_MONO_2UM);
+    capture_ = std::make_unique<Capture>(bus_->clock(), frames_, mcu_, controls_, std::move(setup));
     return SETUP_OK;
 }
 
@@ -102,29 +105,6 @@ const IMUPacket* VirtualGrabber::getIMUPacket() {
     const Frame* frame = frames_.held();
     return frame != nullptr && frame->has_imu ? &frame->imu : nullptr;
 }
-
-bool VirtualGrabber::getVideoSettingRange(VIDEO_SETTINGS /*setting*/, int& /*min*/, int& /*max*/) { return false; }
-
-bool VirtualGrabber::valueInRange(VIDEO_SETTINGS /*setting*/, int /*value*/) { return false; }
-
-int VirtualGrabber::getGrabberSettingsValue(VIDEO_SETTINGS /*setting*/) { return 0; }
-
-int VirtualGrabber::setGrabberSettingsValue(VIDEO_SETTINGS /*setting*/, int /*value*/, bool /*automatic*/) {
-    return -1;
-}
-
-int VirtualGrabber::setGrabberSettingsValue(VIDEO_SETTINGS /*setting*/, std::pair<int, int> /*range*/,
-                                            bool /*automatic*/) {
-    return -1;
-}
-
-std::pair<int, int> VirtualGrabber::getGrabberSettingsRangeValue(VIDEO_SETTINGS /*setting*/) { return {-1, -1}; }
-
-int VirtualGrabber::getROIforAECAGC(int /*side*/, Rect& /*region*/) { return -1; }
-
-int VirtualGrabber::setROIforAECAGC(int /*side*/, Rect /*region*/) { return -1; }
-
-int VirtualGrabber::resetROIforAECAGC(int /*side*/) { return -1; }
 
 std::unique_ptr<LiveCameraGrabber> makeVirtualGrabber(std::shared_ptr<VirtualBus> bus, INPUT_TYPE type) {
     return std::make_unique<VirtualGrabber>(std::move(bus), type);

@@ -41,20 +41,28 @@ public:
     void afterGrab() override { frames_.taken(); }
     void close(bool wait) override;
 
-    bool getVideoSettingRange(VIDEO_SETTINGS setting, int& min, int& max) override;
-    bool valueInRange(VIDEO_SETTINGS setting, int value) override;
-    int getGrabberSettingsValue(VIDEO_SETTINGS setting) override;
-    int setGrabberSettingsValue(VIDEO_SETTINGS setting, int value, bool automatic) override;
-    int setGrabberSettingsValue(VIDEO_SETTINGS setting, std::pair<int, int> range, bool automatic) override;
-    std::pair<int, int> getGrabberSettingsRangeValue(VIDEO_SETTINGS setting) override;
-    int getROIforAECAGC(int side, Rect& region) override;
-    int setROIforAECAGC(int side, Rect region) override;
-    int resetROIforAECAGC(int side) override;
+    bool getVideoSettingRange(VIDEO_SETTINGS setting, int& min, int& max) override {
+        return controls_.range(setting, min, max);
+    }
+    bool valueInRange(VIDEO_SETTINGS setting, int value) override { return controls_.accepts(setting, value); }
+    int getGrabberSettingsValue(VIDEO_SETTINGS setting) override { return controls_.value(setting); }
+    int setGrabberSettingsValue(VIDEO_SETTINGS setting, int value, bool automatic) override {
+        return controls_.set(setting, value, automatic);
+    }
+    int setGrabberSettingsValue(VIDEO_SETTINGS setting, std::pair<int, int> range, bool automatic) override {
+        return controls_.setRange(setting, range, automatic);
+    }
+    std::pair<int, int> getGrabberSettingsRangeValue(VIDEO_SETTINGS setting) override {
+        return controls_.rangeValue(setting);
+    }
+    int getROIforAECAGC(int side, Rect& region) override { return side == 0 ? controls_.region(region) : -1; }
+    int setROIforAECAGC(int side, Rect region) override { return side == 0 ? controls_.setRegion(region) : -1; }
+    int resetROIforAECAGC(int side) override { return side == 0 ? controls_.resetRegion() : -1; }
 
     [[nodiscard]] FrameCounters counters() const override { return frames_.counters(); }
 
 private:
-    SETUP_STATE startCapture(const SensorMode& mode, int fps);
+    SETUP_STATE startCapture(const SensorMode& mode, int fps, bool hdr);
 
     std::shared_ptr<VirtualBus> bus_;
     INPUT_TYPE type_;
@@ -64,6 +72,7 @@ private:
     int fps_ = 0;
     FrameExchange frames_;
     VirtualMcu mcu_;
+    SensorControls controls_;
     CameraLock lock_;
     std::unique_ptr<Capture> capture_;
 };

@@ -1,0 +1,81 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <utility>
+
+#include "oru/settings.hpp"
+#include "utils/Mutex.hpp"
+
+namespace oru::virtual_bus {
+
+/// What the controls amount to for one picture.
+struct PictureSettings {
+    double light = 1.0;  ///< factor on the scene's light: exposure time times gains
+    int brightness = 4;
+    int contrast = 4;
+    int hue = 0;
+    int saturation = 4;
+    int sharpness = 3;
+    int gamma = 5;
+    int white_balance = 4600;  ///< kelvin; 4600 is neutral
+    bool lamp = false;
+    bool hdr = false;
+    double noise = 0.0;  ///< standard deviation of the luma noise, in levels
+    Rect region;         ///< where the luma is measured
+
+    friend bool operator==(const PictureSettings&, const PictureSettings&) = default;
+};
+
+/// The controls of one camera with their ranges and defaults, and the loop that sets exposure and gain by itself.
+/// docs/virtual-bus.md lists every control. Threads: any.
+class SensorControls {
+public:
+    /// All controls to their defaults, for a mode.
+    void reset(int width, int height, int fps, bool hdr);
+
+    [[nodiscard]] bool range(VIDEO_SETTINGS setting, int& min, int& max);
+    [[nodiscard]] bool accepts(VIDEO_SETTINGS setting, int value);
+    [[nodiscard]] int value(VIDEO_SETTINGS setting);
+    /// 0, or -1 for a value that is not accepted.
+    int set(VIDEO_SETTINGS setting, int value, bool automatic);
+    int setRange(VIDEO_SETTINGS setting, std::pair<int, int> range, bool automatic);
+    /// (-1, -1) for a control that is no range.
+    [[nodiscard]] std::pair<int, int> rangeValue(VIDEO_SETTINGS setting);
+    int region(Rect& region);
+    int setRegion(const Rect& region);
+    int resetRegion();
+
+    [[nodiscard]] PictureSettings picture();
+    /// One step of the automatic exposure and gain, after a picture whose region had that mean luma.
+    void observe(double mean_luma);
+
+private:
+    // Exposure time, analogue gain, digital gain: microseconds, and thousandths of a decibel.
+    enum Quantity : std::size_t { kExposureTime, kAnalogueGain, kDigitalGain };
+    struct Limits {
+        int min = 0;
+        int max = 0;
+    };
+    static constexpr std::size_t kPlainControls = 21;
+
+    [[nodiscard]] bool limits(VIDEO_SETTINGS setting, Limits& limits) const ORU_REQUIRES(mutex_);
+    [[nodiscard]] int clampTo(Quantity quantity, double value) const ORU_REQUIRES(mutex_);
+    [[nodiscard]] double light() const ORU_REQUIRES(mutex_);
+    void setLight(double light) ORU_REQUIRES(mutex_);
+    void setManual(VIDEO_SETTINGS setting, int value) ORU_REQUIRES(mutex_);
+    void setDefaultLevel(VIDEO_SETTINGS setting) ORU_REQUIRES(mutex_);
+
+    Mutex mutex_;
+    bool configured_ ORU_GUARDED_BY(mutex_) = false;
+    bool hdr_ ORU_GUARDED_BY(mutex_) = false;
+    int width_ ORU_GUARDED_BY(mutex_) = 0;
+    int height_ ORU_GUARDED_BY(mutex_) = 0;
+    std::array<int, kPlainControls> plain_ ORU_GUARDED_BY(mutex_){};
+    std::array<int, 3> level_ ORU_GUARDED_BY(mutex_){};
+    std::array<Limits, 3> hardware_ ORU_GUARDED_BY(mutex_){};
+    std::array<Limits, 3> bounds_ ORU_GUARDED_BY(mutex_){};
+    Rect region_ ORU_GUARDED_BY(mutex_);
+};
+
+}  // namespace oru::virtual_bus
