@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <unordered_map>
 
@@ -10,7 +11,8 @@ namespace oru {
 enum LOGGER_NAME : int32_t { MAIN = 0 };
 
 /// The process-wide registry of loggers. It does not own what set_logger gives it.
-/// Threads: look-ups from any thread once every name is registered; a missing name is inserted.
+/// Threads: MAIN may be looked up and replaced from any thread. Other names: look-ups from any thread once every name
+/// is registered; a missing name is inserted.
 class KoruLogger {
 public:
     /// Logger MAIN: to standard error, threshold Info, or as KORU_SDK_LOGGER_LEVEL says when it is first called
@@ -25,8 +27,9 @@ public:
 private:
     KoruLogger();
 
-    std::unique_ptr<Logger> main_;
-    std::unordered_map<LOGGER_NAME, Logger*> loggers_;
+    std::unique_ptr<Logger> built_in_;
+    std::atomic<Logger*> main_;  // beside the map: every message of the camera looks it up
+    std::unordered_map<LOGGER_NAME, Logger*> others_;
 };
 
 }  // namespace oru

@@ -42,17 +42,18 @@ public:
     }
     void flush() override { inner->flush(); }
 
-    static void leave() {
+    void leave() {
         leaving.store(true, std::memory_order_release);
-        if (Logger* logger = KoruLogger::get_instance().get_logger(MAIN); logger != nullptr) {
-            oru::flush(*logger);
-        }
+        inner->flush();
     }
 
 private:
-    static inline std::atomic<bool> leaving{false};
+    std::atomic<bool> leaving{false};
     std::unique_ptr<LogBackend> inner;
 };
+
+// The one of the registry, which is never destroyed; what a program registers itself may be gone at exit.
+ExitBackend* registryBackend = nullptr;
 
 }  // namespace
 
@@ -61,7 +62,7 @@ KoruLogger& KoruLogger::get_instance() {
     alignas(KoruLogger) static std::byte storage[sizeof(KoruLogger)];
     static KoruLogger* const instance = [] {
         auto* made = ::new (static_cast<void*>(storage)) KoruLogger();
-        std::atexit(&ExitBackend::leave);
+        std::atexit([] { registryBackend->leave(); });
         return made;
     }();
     return *instance;
@@ -71,20 +72,21 @@ KoruLogger::KoruLogger() {
     const char* text = std::getenv(kLevelVariable);
     const auto threshold = text == nullptr ? LogLevel::Info : parseThreshold(text);
     auto backend = std::make_unique<ExitBackend>(makeLogBackend("MAIN", &writeToStandardError));
-    main_ = std::make_unique<Logger>(std::move(backend), threshold.value_or(LogLevel::Info));
+    registryBackend = backend.get();
+    built_in_ = std::make_unique<Logger>(std::move(backend), threshold.value_or(LogLevel::Info));
     if (!threshold) {
-        main_->write(LogLevel::Warning, __FILE__, __LINE__, "{} {} is \"{}\", which is no level; using info.",
-                     fmt::make_format_args(kTagKoru, kLevelVariable, text));
+        built_in_->write(LogLevel::Warning, __FILE__, __LINE__, "{} {} is \"{}\", which is no level; using info.",
+                         fmt::make_format_args(kTagKoru, kLevelVariable, text));
     }
-    loggers_.emplace(MAIN, main_.get());
+    main_.store(built_in_.get(), std::memory_order_release);
 }
 
 Logger* KoruLogger::get_logger(LOGGER_NAME name) {
-    return loggers_[name];
+    return name == MAIN ? main_.load(std::memory_order_acquire) : others_[name];
 }
 
 Logger* KoruLogger::set_logger(LOGGER_NAME name, Logger* logger) {
-    return std::exchange(loggers_[name], logger);
+    return name == MAIN ? main_.exchange(logger, std::memory_order_acq_rel) : std::exchange(others_[name], logger);
 }
 
 }  // namespace oru
