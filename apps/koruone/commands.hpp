@@ -13,5 +13,8 @@ void registerDevices(CLI::App& tool, ExitStatus& status);
 void registerReboot(CLI::App& tool, ExitStatus& status);
 void registerCalib(CLI::App& tool, ExitStatus& status);
 void registerGrab(CLI::App& tool, ExitStatus& status);
+void registerInfo(CLI::App& tool, ExitStatus& status);
+void registerImu(CLI::App& tool, ExitStatus& status);
+void registerControls(CLI::App& tool, ExitStatus& status);
 
 }  // namespace koruone

@@ -5,6 +5,11 @@
 #include "report.hpp"
 
 namespace koruone {
+namespace {
+
+static_assert(sizeof(oru::FrameCounters) == 10 * sizeof(uint64_t), "every field has its line below");
+
+}  // namespace
 
 std::vector<std::pair<const char*, uint64_t>> namedCounters(const oru::FrameCounters& counters) {
     return {

@@ -2,6 +2,8 @@
 
 #include <nlohmann/json.hpp>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "oru/types.hpp"
 
@@ -18,6 +20,9 @@ std::vector<std::pair<const char*, uint64_t>> namedCounters(const oru::FrameCoun
 
 /// A number, or null when it is not finite.
 Json number(double value);
+inline Json number(float value) {
+    return number(static_cast<double>(value));
+}
 
 /// One line on standard output. Bytes that are not UTF-8 are replaced.
 void writeJsonLine(const Json& value);

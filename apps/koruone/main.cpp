@@ -15,7 +15,10 @@ ExitStatus runTool(int argc, char** argv) {
 
     ExitStatus status = EXIT_OK;
     registerDevices(tool, status);
+    registerInfo(tool, status);
     registerGrab(tool, status);
+    registerImu(tool, status);
+    registerControls(tool, status);
     registerCalib(tool, status);
     registerReboot(tool, status);
     try {

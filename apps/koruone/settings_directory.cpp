@@ -6,7 +6,7 @@ namespace koruone {
 
 std::string defaultSettingsPath() {
     const char* data = std::getenv("XDG_DATA_HOME");
-    if (data != nullptr && *data != '\0') {
+    if (data != nullptr && *data == '/') {
         return std::string(data) + "/koru/settings/";
     }
     const char* home = std::getenv("HOME");

@@ -15,6 +15,15 @@ public:
     [[nodiscard]] uint64_t count() const { return count_; }
     /// The duration that `percent` of the samples do not exceed, in microseconds; 0 without samples.
     [[nodiscard]] double percentileUs(double percent) const;
+    /// Calls visit(duration in microseconds, samples) for each class that holds samples.
+    template <class Visit>
+    void forEach(Visit visit) const {
+        for (std::size_t i = 0; i < counts_.size(); ++i) {
+            if (counts_[i] != 0) {
+                visit(static_cast<double>(upperEdge(i)) / 1000.0, counts_[i]);
+            }
+        }
+    }
 
 private:
     static constexpr unsigned kClassBits = 7;

@@ -1,0 +1,235 @@
+#include <fmt/core.h>
+
+#include <limits>
+#include <memory>
+
+#include "commands.hpp"
+#include "control_access.hpp"
+#include "input_options.hpp"
+#include "interrupt.hpp"
+#include "json_output.hpp"
+#include "open_camera.hpp"
+#include "report.hpp"
+
+namespace koruone {
+namespace {
+
+struct ControlsOptions {
+    InputOptions input;
+    bool json = false;
+    std::string name;
+    std::vector<std::string> values;
+    std::vector<uint64_t> region;
+};
+
+const Control& kRegion = *findControl("AEC_AGC_ROI");
+
+template <class T>
+Json orNull(const std::optional<T>& value) {
+    return value ? Json(*value) : Json(nullptr);
+}
+
+/// A number for one value, a list for more.
+Json valueJson(const std::optional<ControlValue>& value) {
+    return value && value->size() == 1 ? Json(value->front()) : orNull(value);
+}
+
+Json stateJson(const ControlState& state) {
+    return {{"name", state.control->name},
+            {"number", static_cast<int>(state.control->setting)},
+            {"kind", kindName(state.control->kind)},
+            {"supported", state.supported},
+            {"min", state.range ? Json((*state.range)[0]) : Json(nullptr)},
+            {"max", state.range ? Json((*state.range)[1]) : Json(nullptr)},
+            {"value", valueJson(state.value)},
+            {"automatic", orNull(state.automatic)},
+            {"default", valueJson(state.default_value)},
+            {"default_automatic", orNull(state.default_automatic)}};
+}
+
+std::string defaultText(const ControlState& state) {
+    if (state.default_automatic.value_or(false)) {
+        return "automatic";
+    }
+    return state.default_value ? valueText(*state.default_value) : "";
+}
+
+std::string stateRow(const ControlState& state) {
+    const std::string range = state.range ? fmt::format("{} .. {}", (*state.range)[0], (*state.range)[1]) : "";
+    std::string value = state.value ? valueText(*state.value) : "";
+    if (state.automatic.value_or(false)) {
+        value += " (automatic)";
+    }
+    return fmt::format("{:<17}  {:<10}  {:<15}  {:<18}  {}\n", state.control->name, kindName(state.control->kind),
+                       state.supported ? range : "not offered", value, defaultText(state));
+}
+
+ExitStatus list(oru::CameraOne& camera, const ControlsOptions& options) {
+    const std::vector<ControlState> states = describeControls(camera);
+    if (options.json) {
+        Json all = Json::array();
+        for (const ControlState& state : states) {
+            all.push_back(stateJson(state));
+        }
+        writeJsonLine(all);
+        return EXIT_OK;
+    }
+    writeOutput(fmt::format("{:<17}  {:<10}  {:<15}  {:<18}  {}\n", "name", "kind", "range", "value", "default"));
+    for (const ControlState& state : states) {
+        writeOutput(stateRow(state));
+    }
+    return EXIT_OK;
+}
+
+void printValue(const Control& control, const ControlValue& value, bool json) {
+    if (json) {
+        writeJsonLine({{"name", control.name}, {"value", valueJson(value)}});
+    } else {
+        writeOutput(fmt::format("{} {}\n", control.name, valueText(value)));
+    }
+}
+
+ExitStatus printControl(oru::CameraOne& camera, const Control& control, bool json) {
+    ControlValue value;
+    const oru::ERROR_CODE code = readControl(camera, control, value);
+    if (code != oru::SUCCESS) {
+        complain(code, fmt::format("cannot read {}", control.name));
+        return EXIT_FAILED;
+    }
+    printValue(control, value, json);
+    return EXIT_OK;
+}
+
+/// Writes, reads back and prints what the control holds then. An empty value asks for the automatic one, which has
+/// nothing to compare with.
+ExitStatus write(oru::CameraOne& camera, const Control& control, const ControlValue& value, bool json) {
+    const oru::ERROR_CODE code = writeControl(camera, control, value);
+    if (code != oru::SUCCESS) {
+        complain(code, fmt::format("cannot set {} to {}", control.name, value.empty() ? "auto" : valueText(value)));
+        return EXIT_FAILED;
+    }
+    if (control.kind == ControlKind::WRITE_ONLY) {
+        return EXIT_OK;
+    }
+    ControlValue found;
+    if (!value.empty() && !confirmControl(camera, control, value, found)) {
+        complain("the camera did not take {} {}: it holds {}; see 'koruone controls list' for what it offers.",
+                 control.name, valueText(value), found.empty() ? "nothing" : valueText(found));
+        return EXIT_FAILED;
+    }
+    return printControl(camera, control, json);
+}
+
+ExitStatus reset(oru::CameraOne& camera, const ControlsOptions& options) {
+    const std::vector<std::string> refused = resetControls(camera);
+    for (const std::string& name : refused) {
+        complain("{} did not take its default; see 'koruone controls list'.", name);
+    }
+    const ExitStatus listed = list(camera, options);
+    return refused.empty() ? listed : EXIT_FAILED;
+}
+
+/// "auto" and -1 give an empty value. False: not numbers that the control's kind takes.
+bool parseValues(const Control& control, const std::vector<std::string>& texts, ControlValue& value) {
+    const std::size_t wanted = control.kind == ControlKind::RANGE ? 2 : 1;
+    value.clear();
+    if (texts.size() == 1 && (texts[0] == "auto" || texts[0] == "-1")) {
+        return true;
+    }
+    for (const std::string& text : texts) {
+        int64_t number = 0;
+        if (!CLI::detail::lexical_cast(text, number) || number < std::numeric_limits<int>::min() ||
+            number > std::numeric_limits<int>::max()) {
+            return false;
+        }
+        value.push_back(number);
+    }
+    return value.size() == wanted;
+}
+
+std::string checkName(const std::string& name) {
+    return findControl(name) != nullptr ? "" : "'" + name + "' is no control; see 'koruone controls list'";
+}
+
+using Action = ExitStatus (*)(oru::CameraOne&, const ControlsOptions&);
+
+ExitStatus withCamera(const ControlsOptions& options, Action action) {
+    const InterruptGuard guard;
+    oru::CameraOne camera;
+    return openCamera(camera, options.input) ? action(camera, options) : EXIT_FAILED;
+}
+
+ExitStatus get(oru::CameraOne& camera, const ControlsOptions& options) {
+    return printControl(camera, *findControl(options.name), options.json);
+}
+
+ExitStatus set(oru::CameraOne& camera, const ControlsOptions& options) {
+    const Control& control = *findControl(options.name);
+    ControlValue value;
+    (void)parseValues(control, options.values, value);
+    return write(camera, control, value, options.json);
+}
+
+ExitStatus region(oru::CameraOne& camera, const ControlsOptions& options) {
+    if (options.region.empty()) {
+        return printControl(camera, kRegion, options.json);
+    }
+    return write(camera, kRegion, ControlValue(options.region.begin(), options.region.end()), options.json);
+}
+
+void checkSet(const ControlsOptions& options) {
+    const Control& control = *findControl(options.name);
+    ControlValue value;
+    if (control.kind == ControlKind::REGION) {
+        throw CLI::ValidationError("AEC_AGC_ROI is set by 'koruone controls roi X Y W H'");
+    }
+    if (control.kind == ControlKind::READ_ONLY) {
+        throw CLI::ValidationError(std::string(control.name) + " can only be read");
+    }
+    if (!parseValues(control, options.values, value)) {
+        throw CLI::ValidationError(std::string(control.name) + (control.kind == ControlKind::RANGE
+                                                                    ? " takes a minimum and a maximum, or auto"
+                                                                    : " takes one whole number, or auto"));
+    }
+}
+
+}  // namespace
+
+void registerControls(CLI::App& tool, ExitStatus& status) {
+    auto options = std::make_shared<ControlsOptions>();
+    CLI::App* command = tool.add_subcommand("controls", "Read and write a camera's controls");
+    command->require_subcommand(1);
+    addInputOptions(*command, options->input);
+    command->add_flag("--json", options->json, "Print JSON");
+
+    const auto add = [&](const char* name, const char* text, Action action) {
+        CLI::App* sub = command->add_subcommand(name, text)->fallthrough();
+        sub->callback([options, action, &status] { status = withCamera(*options, action); });
+        return sub;
+    };
+    add("list", "Every control with its range, value and default", list);
+    add("reset", "Put every control to its automatic value or default", reset);
+    add("get", "Print one control", get)
+        ->add_option("name", options->name, "Its name, for instance GAIN")
+        ->required()
+        ->check(CLI::Validator([](std::string& name) { return checkName(name); }, ""));
+    add("roi", "Print or set the region of the automatic exposure", region)
+        ->add_option("region", options->region, "X Y WIDTH HEIGHT in pixels")
+        ->expected(0, 4)
+        ->type_name("X Y W H");
+
+    CLI::App* setter = add("set", "Write one control and read it back", set);
+    setter->add_option("name", options->name, "Its name, for instance GAIN")
+        ->required()
+        ->check(CLI::Validator([](std::string& name) { return checkName(name); }, ""));
+    setter->add_option("value", options->values, "A number, or auto; of a range control the minimum and the maximum")
+        ->required()
+        ->expected(1, 2)
+        ->type_name("VALUE");
+    setter->callback([options, &status] {
+        checkSet(*options);
+        status = withCamera(*options, set);
+    });
+}
+
+}  // namespace koruone

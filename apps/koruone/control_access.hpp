@@ -1,0 +1,46 @@
+#pragma once
+
+#include <array>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "control_table.hpp"
+#include "oru/CameraOne.hpp"
+
+namespace koruone {
+
+/// What a control holds: one number, two of a range (minimum, maximum), or four of a region (x, y, width, height).
+using ControlValue = std::vector<int64_t>;
+
+/// One control as the camera describes it.
+struct ControlState {
+    const Control* control = nullptr;
+    bool supported = false;
+    std::optional<std::array<int, 2>> range;
+    std::optional<ControlValue> value;
+    std::optional<ControlValue> default_value;
+    std::optional<bool> automatic;          ///< of a control that another one switches to automatic
+    std::optional<bool> default_automatic;  ///< whether that is its default
+};
+
+/// Reads a control of any kind.
+oru::ERROR_CODE readControl(oru::CameraOne& camera, const Control& control, ControlValue& value);
+/// Writes a control of any kind; an empty value asks for the automatic value, the default range or the default region.
+oru::ERROR_CODE writeControl(oru::CameraOne& camera, const Control& control, const ControlValue& value);
+
+/// Every control with its range, value and automatic state. Of a live camera also the defaults, which are found by
+/// asking for each one and putting the value back.
+std::vector<ControlState> describeControls(oru::CameraOne& camera);
+
+/// The automatic value of every supported control, the switches last. Names those that refused.
+std::vector<std::string> resetControls(oru::CameraOne& camera);
+
+/// Reads until the control holds the value, a second at most (a stream's sender answers late). False: it does not;
+/// `found` is what it holds.
+bool confirmControl(oru::CameraOne& camera, const Control& control, const ControlValue& wanted, ControlValue& found);
+
+/// "12", "100 .. 5000" or "0 0 1920 1200".
+std::string valueText(const ControlValue& value);
+
+}  // namespace koruone

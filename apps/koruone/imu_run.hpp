@@ -1,0 +1,64 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "exit_status.hpp"
+#include "imu_record.hpp"
+#include "input_options.hpp"
+#include "oru/CameraOne.hpp"
+#include "output_file.hpp"
+#include "packet_clock.hpp"
+#include "progress.hpp"
+#include "time_plot.hpp"
+
+namespace koruone {
+
+struct ImuOptions {
+    InputOptions input;
+    bool current = false;
+    double seconds = 5.0;
+    std::string csv;   ///< empty: no table
+    std::string plot;  ///< empty: no plot
+    bool json = false;
+};
+
+/// One `koruone imu`: collects inertial samples, writes table and plot, prints rate and gaps.
+class ImuRun {
+public:
+    explicit ImuRun(ImuOptions options);
+
+    ExitStatus run();
+
+private:
+    /// Every packet of every image, in the images' own transforms.
+    void collectBatches();
+    /// The newest sample, asked a thousand times a second while another thread grabs.
+    void collectCurrent();
+    void pollCurrent(const std::atomic<oru::ERROR_CODE>& ending);
+    void grabUntilStopped(std::atomic<bool>& stop, std::atomic<oru::ERROR_CODE>& ending);
+    void take(const oru::SensorsData& sample);
+    /// Whether to go on after a code; says what is wrong with any but SUCCESS and END_OF_INPUT.
+    bool accept(oru::ERROR_CODE code, const char* what);
+    bool openFiles();
+    bool closeFiles();
+    void print() const;
+    void fail() { status_ = EXIT_FAILED; }
+
+    ImuOptions options_;
+    ExitStatus status_ = EXIT_OK;
+    oru::CameraOne camera_;
+    OutputFile table_;
+    OutputFile drawing_;
+    TimePlot plot_;
+    ImuPlotValues plotValues_;
+    PacketClock clock_;
+    uint64_t first_ = 0;
+    uint64_t synced_ = 0;
+    Progress progress_{"imu"};
+};
+
+}  // namespace koruone

@@ -1,0 +1,248 @@
+#include "time_plot.hpp"
+
+#include <fmt/core.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <utility>
+
+namespace koruone {
+namespace {
+
+constexpr std::size_t kMostBuckets = 2000;
+constexpr double kWidth = 1000.0;
+constexpr double kPanelHeight = 240.0;
+constexpr double kLeft = 80.0;
+constexpr double kRight = 20.0;
+constexpr double kTop = 50.0;
+constexpr double kPanelTop = 30.0;
+constexpr double kPanelBottom = 30.0;
+constexpr double kBottom = 25.0;
+constexpr double kLegendEntry = 90.0;
+constexpr int kTicks = 6;
+constexpr std::array kColours{"#c0392b", "#1e8449", "#2471a3"};
+
+std::string escape(const std::string& text) {
+    std::string result;
+    for (const char character : text) {
+        switch (character) {
+            case '&':
+                result += "&amp;";
+                break;
+            case '<':
+                result += "&lt;";
+                break;
+            case '>':
+                result += "&gt;";
+                break;
+            default:
+                result += static_cast<unsigned char>(character) < ' ' ? ' ' : character;
+        }
+    }
+    return result;
+}
+
+/// 1, 2 or 5 times a power of ten, so that about kTicks steps fill the span.
+double tickStep(double span) {
+    const double raw = span / kTicks;
+    const double power = std::pow(10.0, std::floor(std::log10(raw)));
+    for (const double factor : {1.0, 2.0, 5.0}) {
+        if (raw <= factor * power) {
+            return factor * power;
+        }
+    }
+    return 10.0 * power;
+}
+
+std::string tickText(double value, double step) {
+    const int decimals = std::clamp(static_cast<int>(std::ceil(-std::log10(step))), 0, 9);
+    return fmt::format("{:.{}f}", std::abs(value) < step / 2.0 ? 0.0 : value, decimals);
+}
+
+std::string text(double x, double y, const char* anchor, int size, const std::string& content) {
+    return fmt::format("<text x=\"{:.1f}\" y=\"{:.1f}\" text-anchor=\"{}\" font-size=\"{}\">{}</text>\n", x, y, anchor,
+                       size, escape(content));
+}
+
+std::string rule(double x1, double y1, double x2, double y2, const char* colour, double width) {
+    return fmt::format(
+        "<line x1=\"{:.1f}\" y1=\"{:.1f}\" x2=\"{:.1f}\" y2=\"{:.1f}\" stroke=\"{}\" stroke-width=\"{}\"/>\n", x1, y1,
+        x2, y2, colour, width);
+}
+
+}  // namespace
+
+/// The rectangle of a panel and the values at its edges.
+struct TimePlot::Frame {
+    double top, height;
+    double t0, t1;
+    double low, high;
+
+    [[nodiscard]] double x(double t) const { return kLeft + (t - t0) / (t1 - t0) * (kWidth - kLeft - kRight); }
+    [[nodiscard]] double y(double value) const { return top + (high - value) / (high - low) * height; }
+
+    [[nodiscard]] std::string grid() const {
+        std::string result;
+        const double timeStep = tickStep(t1 - t0);
+        for (double t = std::ceil(t0 / timeStep) * timeStep; t <= t1 + timeStep * 1e-6; t += timeStep) {
+            result += rule(x(t), top, x(t), top + height, "#dddddd", 1.0);
+            result += text(x(t), top + height + 16.0, "middle", 12, tickText(t, timeStep));
+        }
+        const double valueStep = tickStep(high - low);
+        for (double v = std::ceil(low / valueStep) * valueStep; v <= high + valueStep * 1e-6; v += valueStep) {
+            result += rule(kLeft, y(v), kWidth - kRight, y(v), "#dddddd", 1.0);
+            result += text(kLeft - 6.0, y(v) + 4.0, "end", 12, tickText(v, valueStep));
+        }
+        result += fmt::format(
+            "<rect x=\"{:.1f}\" y=\"{:.1f}\" width=\"{:.1f}\" height=\"{:.1f}\" fill=\"none\" stroke=\"#555555\"/>\n",
+            kLeft, top, kWidth - kLeft - kRight, height);
+        return result;
+    }
+};
+
+TimePlot::TimePlot(std::string title, std::vector<PlotPanel> panels)
+    : title_(std::move(title)), panels_(std::move(panels)) {}
+
+void TimePlot::add(double seconds, std::span<const double> values, bool afterGap) {
+    Bucket sample;
+    sample.begin = sample.end = seconds;
+    sample.after_gap = afterGap;
+    sample.low.fill(std::numeric_limits<double>::infinity());
+    sample.high.fill(-std::numeric_limits<double>::infinity());
+    for (std::size_t i = 0; i < std::min(values.size(), kMostLines); ++i) {
+        if (std::isfinite(values[i])) {
+            sample.low[i] = sample.high[i] = values[i];
+        }
+    }
+    if (inLast_ < bucketSize_ && !buckets_.empty() && !afterGap) {
+        merge(buckets_.back(), sample);
+        ++inLast_;
+        return;
+    }
+    if (buckets_.size() == kMostBuckets) {
+        mergePairs();
+    }
+    buckets_.push_back(sample);
+    inLast_ = 1;
+}
+
+void TimePlot::merge(Bucket& into, const Bucket& later) {
+    into.end = later.end;
+    for (std::size_t i = 0; i < kMostLines; ++i) {
+        into.low[i] = std::min(into.low[i], later.low[i]);
+        into.high[i] = std::max(into.high[i], later.high[i]);
+    }
+}
+
+void TimePlot::mergePairs() {
+    bucketSize_ *= 2;
+    for (std::size_t i = 0; i < kMostBuckets / 2; ++i) {
+        Bucket pair = buckets_[2 * i];
+        merge(pair, buckets_[2 * i + 1]);
+        pair.after_gap = pair.after_gap || buckets_[2 * i + 1].after_gap;
+        buckets_[i] = pair;
+    }
+    buckets_.resize(kMostBuckets / 2);
+}
+
+TimePlot::Frame TimePlot::frameOf(std::size_t panel, std::size_t firstLine) const {
+    Frame frame{};
+    frame.top = kTop + static_cast<double>(panel) * (kPanelHeight + kPanelTop + kPanelBottom) + kPanelTop;
+    frame.height = kPanelHeight;
+    frame.t0 = buckets_.empty() ? 0.0 : buckets_.front().begin;
+    frame.t1 = buckets_.empty() ? 1.0 : std::max(buckets_.back().end, frame.t0 + 1e-3);
+    frame.low = std::numeric_limits<double>::infinity();
+    frame.high = -frame.low;
+    for (const Bucket& bucket : buckets_) {
+        for (std::size_t i = firstLine; i < firstLine + panels_[panel].lines.size(); ++i) {
+            frame.low = std::min(frame.low, bucket.low[i]);
+            frame.high = std::max(frame.high, bucket.high[i]);
+        }
+    }
+    if (frame.low > frame.high) {
+        frame.low = frame.high = 0.0;
+    }
+    const double padding = std::max((frame.high - frame.low) * 0.05, 1e-3);
+    frame.low -= padding;
+    frame.high += padding;
+    return frame;
+}
+
+std::string TimePlot::gapsSvg(const Frame& frame) const {
+    std::string result;
+    for (std::size_t i = 1; i < buckets_.size(); ++i) {
+        if (buckets_[i].after_gap) {
+            const double x = frame.x(buckets_[i - 1].end);
+            const double width = std::max(frame.x(buckets_[i].begin) - x, 1.0);
+            result +=
+                fmt::format("<rect x=\"{:.1f}\" y=\"{:.1f}\" width=\"{:.1f}\" height=\"{:.1f}\" fill=\"#f5c6c0\"/>\n",
+                            x, frame.top, width, frame.height);
+        }
+    }
+    return result;
+}
+
+std::string TimePlot::lineSvg(const Frame& frame, std::size_t line, const char* colour) const {
+    std::string result;
+    std::string points;
+    const auto finish = [&] {
+        if (!points.empty()) {
+            result += fmt::format(
+                "<polyline points=\"{}\" fill=\"none\" stroke=\"{}\" stroke-width=\"1.2\" stroke-linejoin=\"round\" "
+                "stroke-linecap=\"round\"/>\n",
+                points, colour);
+        }
+        points.clear();
+    };
+    for (const Bucket& bucket : buckets_) {
+        if (bucket.after_gap) {
+            finish();
+        }
+        if (bucket.low[line] > bucket.high[line]) {
+            continue;
+        }
+        const double x = frame.x((bucket.begin + bucket.end) / 2.0);
+        points += fmt::format("{:.2f},{:.2f} ", x, frame.y(bucket.low[line]));
+        if (bucket.high[line] != bucket.low[line]) {
+            points += fmt::format("{:.2f},{:.2f} ", x, frame.y(bucket.high[line]));
+        }
+    }
+    finish();
+    return result;
+}
+
+std::string TimePlot::panelSvg(std::size_t panel, std::size_t firstLine) const {
+    const Frame frame = frameOf(panel, firstLine);
+    const PlotPanel& what = panels_[panel];
+    std::string result = gapsSvg(frame) + frame.grid();
+    result += text(kLeft, frame.top - 8.0, "start", 14, fmt::format("{} ({})", what.quantity, what.unit));
+    for (std::size_t i = 0; i < what.lines.size(); ++i) {
+        const char* colour = kColours[i % kColours.size()];
+        const double x = kWidth - kRight - kLegendEntry * static_cast<double>(what.lines.size() - i);
+        result += rule(x, frame.top - 12.0, x + 20.0, frame.top - 12.0, colour, 2.5);
+        result += text(x + 26.0, frame.top - 8.0, "start", 12, what.lines[i]);
+        result += lineSvg(frame, firstLine + i, colour);
+    }
+    return result;
+}
+
+std::string TimePlot::svg() const {
+    const double height =
+        kTop + static_cast<double>(panels_.size()) * (kPanelHeight + kPanelTop + kPanelBottom) + kBottom;
+    std::string result = fmt::format(
+        "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"{0:.0f}\" height=\"{1:.0f}\" viewBox=\"0 0 {0:.0f} "
+        "{1:.0f}\" font-family=\"sans-serif\" fill=\"#222222\">\n<rect width=\"100%\" height=\"100%\" "
+        "fill=\"white\"/>\n",
+        kWidth, height);
+    result += text(kLeft, 28.0, "start", 17, title_);
+    std::size_t line = 0;
+    for (std::size_t panel = 0; panel < panels_.size(); ++panel) {
+        result += panelSvg(panel, line);
+        line += panels_[panel].lines.size();
+    }
+    result += text((kLeft + kWidth - kRight) / 2.0, height - 12.0, "middle", 13, "time since the first packet (s)");
+    return result + "</svg>\n";
+}
+
+}  // namespace koruone
