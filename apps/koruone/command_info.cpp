@@ -41,6 +41,19 @@ const char* unitName(oru::SENSORS_UNIT unit) {
     }
 }
 
+const char* inputTypeCode(oru::INPUT_TYPE type) {
+    switch (type) {
+        case oru::INPUT_TYPE_RLX:
+            return "INPUT_TYPE_RLX";
+        case oru::INPUT_TYPE_STREAM:
+            return "INPUT_TYPE_STREAM";
+        case oru::GMSL:
+            return "GMSL";
+        default:
+            return "INPUT_TYPE_NONE";
+    }
+}
+
 Json sizeJson(const oru::Resolution& size) {
     return {{"width", size.width}, {"height", size.height}};
 }
@@ -85,7 +98,7 @@ Json toJson(const oru::CameraDescription& info) {
     const oru::SensorsDescription& sensors = info.sensors;
     return {{"serial_number", info.serial_number},
             {"model", static_cast<int>(info.model)},
-            {"input_type", inputTypeName(info.input_type)},
+            {"input_type", inputTypeCode(info.input_type)},
             {"configuration",
              {{"calibration", calibrationJson(mode.calibration)},
               {"raw_calibration", calibrationJson(mode.raw_calibration)},

@@ -132,7 +132,7 @@ ContactSheet::Thumbnail ContactSheet::shrink(uint64_t frame, const PictureView& 
     return thumbnail;
 }
 
-bool ContactSheet::write(const std::filesystem::path& path, std::string& error) const {
+bool ContactSheet::write(const std::filesystem::path& path, PngEncoder& encoder, std::string& error) const {
     if (thumbnails_.empty()) {
         return true;
     }
@@ -147,7 +147,7 @@ bool ContactSheet::write(const std::filesystem::path& path, std::string& error) 
         canvas.copy(x, y, thumbnails_[i].pixels, width_);
         canvas.drawNumber(x, y + height_ + 3, fmt::format("{}", thumbnails_[i].frame));
     }
-    return writePng(path, canvas.view(), error);
+    return encoder.write(path, canvas.view(), error);
 }
 
 }  // namespace koruone

@@ -18,7 +18,7 @@ public:
     /// Offers the next picture of the run; kept when its turn fits.
     void offer(uint64_t frame, const PictureView& picture);
     /// Writes the sheet. Without a picture there is nothing to write and the result is true.
-    bool write(const std::filesystem::path& path, std::string& error) const;
+    bool write(const std::filesystem::path& path, PngEncoder& encoder, std::string& error) const;
 
 private:
     struct Thumbnail {

@@ -30,15 +30,14 @@ bool mayPass(oru::ERROR_CODE code) {
 
 }  // namespace
 
-ImuRun::ImuRun(ImuOptions options)
-    : options_(std::move(options)),
-      plot_(fmt::format("Inertial samples of {}", inputName(options_.input)), imuPanels()) {}
+ImuRun::ImuRun(ImuOptions options) : options_(std::move(options)), plot_(imuPanels()) {}
 
 ExitStatus ImuRun::run() {
     const InterruptGuard guard;
     if (!openFiles() || !openCamera(camera_, options_.input)) {
         return EXIT_FAILED;
     }
+    serial_ = camera_.getCameraInformation().serial_number;
     if (options_.current) {
         collectCurrent();
     } else {
@@ -149,7 +148,9 @@ bool ImuRun::openFiles() {
 
 bool ImuRun::closeFiles() {
     if (drawing_.isOpen()) {
-        drawing_.write(plot_.svg());
+        const PacketClock::Summary summary = clock_.summary();
+        drawing_.write(plot_.svg(fmt::format("Inertial samples of camera {}: {} packets, {:.1f} a second", serial_,
+                                             summary.packets, summary.rate)));
     }
     const bool table = table_.close();
     const bool drawing = drawing_.close();

@@ -56,6 +56,7 @@ private:
     TimePlot plot_;
     ImuPlotValues plotValues_;
     PacketClock clock_;
+    int serial_ = 0;
     uint64_t first_ = 0;
     uint64_t synced_ = 0;
     Progress progress_{"imu"};

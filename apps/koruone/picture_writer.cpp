@@ -69,7 +69,7 @@ bool PictureWriter::finish() {
     if (thread_.joinable()) {
         thread_.join();
         std::string reason;
-        const bool sheet = sheet_.write(directory_ / "contact_sheet.png", reason);
+        const bool sheet = sheet_.write(directory_ / "contact_sheet.png", encoder_, reason);
         const oru::MutexLock lock(mutex_);
         if (!sheet && error_.empty()) {
             error_ = reason;
@@ -112,7 +112,7 @@ void PictureWriter::writeJob(const Job& job) {
     std::string reason;
     const PictureView view = viewOf(*job.picture);
     const bool ok =
-        view.pixels != nullptr && writePng(directory_ / fmt::format("frame_{:06}.png", job.frame), view, reason);
+        view.pixels != nullptr && encoder_.write(directory_ / fmt::format("frame_{:06}.png", job.frame), view, reason);
     if (ok) {
         sheet_.offer(job.frame, view);
     }

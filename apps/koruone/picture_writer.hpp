@@ -53,7 +53,8 @@ private:
     void writeJob(const Job& job) ORU_EXCLUDES(mutex_);
 
     std::filesystem::path directory_;
-    ContactSheet sheet_;  // the writer thread's until it has ended
+    PngEncoder encoder_;  // this and the sheet are the writer thread's until it has ended
+    ContactSheet sheet_;
     std::array<oru::Mat, kQueueLength> pictures_;
 
     oru::Mutex mutex_;

@@ -2,7 +2,9 @@
 
 #include <cstddef>
 #include <filesystem>
+#include <memory>
 #include <string>
+#include <vector>
 
 namespace koruone {
 
@@ -15,7 +17,29 @@ struct PictureView {
     bool gray = false;
 };
 
-/// Writes a PNG file (gray or RGB, 8 bits), coded for speed. On failure nothing is left and `error` says why.
-bool writePng(const std::filesystem::path& path, const PictureView& picture, std::string& error);
+/// Writes PNG files (gray or RGB, 8 bits), coded for speed. Keeps its buffers from picture to picture.
+/// Threads: one at a time.
+class PngEncoder {
+public:
+    PngEncoder();
+    ~PngEncoder();
+    PngEncoder(const PngEncoder&) = delete;
+    PngEncoder& operator=(const PngEncoder&) = delete;
+
+    /// On failure nothing is left and `error` says why.
+    bool write(const std::filesystem::path& path, const PictureView& picture, std::string& error);
+
+private:
+    struct Compressor;
+
+    void filterRows(const PictureView& picture);
+    bool compress();
+    bool writeFile(const std::filesystem::path& path, const PictureView& picture) const;
+
+    std::unique_ptr<Compressor> compressor_;
+    std::vector<unsigned char> filtered_;    ///< for each row the filter's number and the differences
+    std::vector<unsigned char> compressed_;  ///< grows to the largest picture
+    std::size_t compressedSize_ = 0;
+};
 
 }  // namespace koruone

@@ -20,7 +20,7 @@ constexpr double kPanelTop = 30.0;
 constexpr double kPanelBottom = 30.0;
 constexpr double kBottom = 25.0;
 constexpr double kLegendEntry = 90.0;
-constexpr int kTicks = 6;
+constexpr int kTicks = 8;
 constexpr std::array kColours{"#c0392b", "#1e8449", "#2471a3"};
 
 std::string escape(const std::string& text) {
@@ -101,8 +101,7 @@ struct TimePlot::Frame {
     }
 };
 
-TimePlot::TimePlot(std::string title, std::vector<PlotPanel> panels)
-    : title_(std::move(title)), panels_(std::move(panels)) {}
+TimePlot::TimePlot(std::vector<PlotPanel> panels) : panels_(std::move(panels)) {}
 
 void TimePlot::add(double seconds, std::span<const double> values, bool afterGap) {
     Bucket sample;
@@ -227,7 +226,7 @@ std::string TimePlot::panelSvg(std::size_t panel, std::size_t firstLine) const {
     return result;
 }
 
-std::string TimePlot::svg() const {
+std::string TimePlot::svg(const std::string& title) const {
     const double height =
         kTop + static_cast<double>(panels_.size()) * (kPanelHeight + kPanelTop + kPanelBottom) + kBottom;
     std::string result = fmt::format(
@@ -235,7 +234,7 @@ std::string TimePlot::svg() const {
         "{1:.0f}\" font-family=\"sans-serif\" fill=\"#222222\">\n<rect width=\"100%\" height=\"100%\" "
         "fill=\"white\"/>\n",
         kWidth, height);
-    result += text(kLeft, 28.0, "start", 17, title_);
+    result += text(kLeft, 28.0, "start", 17, title);
     std::size_t line = 0;
     for (std::size_t panel = 0; panel < panels_.size(); ++panel) {
         result += panelSvg(panel, line);

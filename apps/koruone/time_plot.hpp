@@ -21,13 +21,13 @@ class TimePlot {
 public:
     static constexpr std::size_t kMostLines = 9;
 
-    TimePlot(std::string title, std::vector<PlotPanel> panels);
+    explicit TimePlot(std::vector<PlotPanel> panels);
 
     /// Adds one sample of every line, panel by panel; a value that is not finite is left out. With `afterGap` the lines
     /// are broken before it.
     void add(double seconds, std::span<const double> values, bool afterGap);
     /// The drawing, in UTF-8.
-    [[nodiscard]] std::string svg() const;
+    [[nodiscard]] std::string svg(const std::string& title) const;
 
 private:
     struct Bucket {
@@ -46,7 +46,6 @@ private:
     [[nodiscard]] std::string lineSvg(const Frame& frame, std::size_t line, const char* colour) const;
     [[nodiscard]] Frame frameOf(std::size_t panel, std::size_t firstLine) const;
 
-    std::string title_;
     std::vector<PlotPanel> panels_;
     std::vector<Bucket> buckets_;
     uint64_t bucketSize_ = 1;

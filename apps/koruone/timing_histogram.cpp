@@ -9,6 +9,8 @@ void TimingHistogram::record(std::chrono::nanoseconds duration) {
     const auto ns = static_cast<uint64_t>(std::max<int64_t>(duration.count(), 0));
     ++counts_[slot(ns)];
     ++count_;
+    smallest_ = std::min(smallest_, ns);
+    largest_ = std::max(largest_, ns);
 }
 
 double TimingHistogram::percentileUs(double percent) const {
@@ -17,7 +19,7 @@ double TimingHistogram::percentileUs(double percent) const {
     for (std::size_t i = 0; i < counts_.size(); ++i) {
         seen += counts_[i];
         if (static_cast<double>(seen) >= rank) {
-            return static_cast<double>(upperEdge(i)) / 1000.0;
+            return static_cast<double>(std::clamp(upperEdge(i), smallest_, largest_)) / 1000.0;
         }
     }
     return 0.0;

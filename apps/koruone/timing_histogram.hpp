@@ -8,7 +8,8 @@
 
 namespace koruone {
 
-/// Durations in constant memory: 128 classes for each power of two nanoseconds, so a percentile is exact within 0.8 %.
+/// Durations in constant memory: 128 classes for each power of two nanoseconds, so a percentile is exact within 0.8 %,
+/// and exact where all samples are equal.
 class TimingHistogram {
 public:
     void record(std::chrono::nanoseconds duration);
@@ -34,6 +35,8 @@ private:
 
     std::array<uint64_t, (64 - kClassBits + 1) * kClasses> counts_{};
     uint64_t count_ = 0;
+    uint64_t smallest_ = ~uint64_t{0};
+    uint64_t largest_ = 0;
 };
 
 }  // namespace koruone
