@@ -2,6 +2,7 @@
 
 #include <array>
 #include <filesystem>
+#include <limits>
 #include <memory>
 #include <optional>
 
@@ -9,6 +10,7 @@
 #include "calibration_text.hpp"
 #include "collaborators/CalibrationSource.hpp"
 #include "commands.hpp"
+#include "option_helpers.hpp"
 #include "oru/CameraOne.hpp"
 #include "report.hpp"
 #include "settings_directory.hpp"
@@ -96,12 +98,20 @@ bool fetch(const std::string& directory, uint32_t serial) {
     if (oru::downloadCalibFile(directory, static_cast<int>(serial))) {
         return true;
     }
-    complain(oru::CALIBRATION_MISSING,
-             fmt::format("no calibration of camera {} could be stored in '{}'", serial, directory));
+    complain(
+        "no calibration of camera {} could be stored in '{}': {}; attach the camera or set KORU_CALIB_URL, and check "
+        "that "
+        "the directory can be written.",
+        serial, directory, codeName(oru::CALIBRATION_MISSING));
     return false;
 }
 
 ExitStatus show(const CalibrationText& calibration, std::optional<uint32_t> serial) {
+    std::error_code missing;
+    if (!std::filesystem::is_regular_file(calibration.path, missing)) {
+        complain("there is no file {}; name a calibration file, or a camera by --serial.", calibration.path);
+        return EXIT_FAILED;
+    }
     if (!printCalibration(calibration.path)) {
         complain("{} is not a calibration file; replace it, for instance by 'koruone calib --serial N --refresh'.",
                  calibration.path);
@@ -154,7 +164,8 @@ void registerCalib(CLI::App& tool, ExitStatus& status) {
     CLI::App* command = tool.add_subcommand("calib", "Show, compare or fetch a camera's calibration file");
     auto* which = command->add_option_group("which", "The calibration");
     which->add_option("file", options->file, "A calibration file")->type_name("FILE");
-    which->add_option("--serial", options->serial, "The file of this camera, fetched when missing")->type_name("N");
+    addNumberOption(*which, "--serial", options->serial, uint32_t{1}, std::numeric_limits<uint32_t>::max(),
+                    "The file of this camera, fetched when missing");
     which->require_option(1);
     command->add_option("--settings", options->settings, "Directory of the calibration files")->type_name("DIR");
     command->add_flag("--refresh", options->refresh, "Replace the file by the camera's factory calibration");

@@ -1,6 +1,5 @@
 #include <fmt/core.h>
 
-#include <limits>
 #include <memory>
 
 #include "commands.hpp"
@@ -9,6 +8,7 @@
 #include "interrupt.hpp"
 #include "json_output.hpp"
 #include "open_camera.hpp"
+#include "option_helpers.hpp"
 #include "report.hpp"
 
 namespace koruone {
@@ -133,18 +133,23 @@ ExitStatus reset(oru::CameraOne& camera, const ControlsOptions& options) {
 bool parseValues(const Control& control, const std::vector<std::string>& texts, ControlValue& value) {
     const std::size_t wanted = control.kind == ControlKind::RANGE ? 2 : 1;
     value.clear();
-    if (texts.size() == 1 && (texts[0] == "auto" || texts[0] == "-1")) {
+    if (texts.size() == 1 && texts[0] == "auto") {
         return true;
     }
     for (const std::string& text : texts) {
-        int64_t number = 0;
-        if (!CLI::detail::lexical_cast(text, number) || number < std::numeric_limits<int>::min() ||
-            number > std::numeric_limits<int>::max()) {
+        const auto number = parseNumber<int>(text);
+        if (!number) {
             return false;
         }
-        value.push_back(number);
+        value.push_back(*number);
     }
-    return value.size() == wanted;
+    if (value.size() != wanted) {
+        return false;
+    }
+    if (value == ControlValue(wanted, -1)) {
+        value.clear();
+    }
+    return true;
 }
 
 std::string checkName(const std::string& name) {
@@ -213,10 +218,14 @@ void registerControls(CLI::App& tool, ExitStatus& status) {
         ->add_option("name", options->name, "Its name, for instance GAIN")
         ->required()
         ->check(CLI::Validator([](std::string& name) { return checkName(name); }, ""));
-    add("roi", "Print or set the region of the automatic exposure", region)
-        ->add_option("region", options->region, "X Y WIDTH HEIGHT in pixels")
-        ->expected(0, 4)
-        ->type_name("X Y W H");
+    CLI::App* roi = add("roi", "Print or set the region of the automatic exposure", region);
+    roi->add_option("region", options->region, "X Y WIDTH HEIGHT in pixels")->expected(0, 4)->type_name("X Y W H");
+    roi->callback([options, &status] {
+        if (!options->region.empty() && options->region.size() != 4) {
+            throw CLI::ValidationError("roi", "a region is four numbers: X Y WIDTH HEIGHT");
+        }
+        status = withCamera(*options, region);
+    });
 
     CLI::App* setter = add("set", "Write one control and read it back", set);
     setter->add_option("name", options->name, "Its name, for instance GAIN")

@@ -11,7 +11,7 @@ namespace koruone {
 namespace {
 
 std::string availabilityText(uint32_t availability) {
-    return availability == 0 ? "free" : fmt::format("in use ({})", availability);
+    return availability == 0 ? "free" : "in use";
 }
 
 void printJson(const std::vector<oru::DeviceProperties>& devices) {

@@ -2,8 +2,14 @@
 
 #include "commands.hpp"
 #include "imu_run.hpp"
+#include "option_helpers.hpp"
 
 namespace koruone {
+namespace {
+
+constexpr double kMostSeconds = 1e6;
+
+}  // namespace
 
 void registerImu(CLI::App& tool, ExitStatus& status) {
     auto options = std::make_shared<ImuOptions>();
@@ -11,10 +17,14 @@ void registerImu(CLI::App& tool, ExitStatus& status) {
     addInputOptions(*command, options->input);
     command->add_flag("--current", options->current,
                       "Ask for the newest sample, instead of every sample of the images");
-    command->add_option("--seconds", options->seconds, "How long")
-        ->capture_default_str()
-        ->check(CLI::Range(0.001, 1e6).description(""))
-        ->type_name("N");
+    const auto takeSeconds = [options](const std::string& text) {
+        const auto seconds = parseNumber<double>(text);
+        if (!seconds || !(*seconds > 0.0) || *seconds > kMostSeconds) {
+            throw CLI::ValidationError("--seconds", "'" + text + "' is not a number of seconds above 0");
+        }
+        options->seconds = *seconds;
+    };
+    command->add_option_function<std::string>("--seconds", takeSeconds, "How long (default 5)")->type_name("N");
     command->add_option("--csv", options->csv, "Write one row a packet")->type_name("FILE");
     command->add_option("--plot", options->plot, "Draw rate, acceleration and orientation over time")
         ->type_name("FILE.svg");

@@ -2,29 +2,20 @@
 
 #include <fmt/core.h>
 
-#include <charconv>
-#include <map>
+#include <limits>
+
+#include "option_helpers.hpp"
 
 namespace koruone {
 namespace {
 
 constexpr uint64_t kLargestSide = 65535;
 
-const std::map<std::string, oru::RESOLUTION> kResolutions{
+const Choices<oru::RESOLUTION> kResolutions{
     {"HD2160", oru::HD2160}, {"HD1800", oru::HD1800}, {"HD1242", oru::HD1242},
     {"HD1080", oru::HD1080}, {"HD1200", oru::HD1200}, {"HD720", oru::HD720},
     {"HD600", oru::HD600},   {"HD376", oru::HD376},   {"AUTO", oru::AUTO},
 };
-
-template <class T>
-std::optional<T> parseNumber(std::string_view text) {
-    T value{};
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error != std::errc{} || end != text.data() + text.size()) {
-        return std::nullopt;
-    }
-    return value;
-}
 
 struct Endpoint {
     std::string host;
@@ -53,18 +44,11 @@ std::string checkEndpoint(std::string& text) {
 }
 
 void addLiveOptions(CLI::App& command, InputOptions& options) {
-    std::map<std::string, oru::RESOLUTION> names = kResolutions;
-    command.add_option("--resolution", options.resolution, "Image size of a live camera: HD1200, HD1080, HD600, ...")
-        ->transform(CLI::CheckedTransformer(names, CLI::ignore_case).description(""))
-        ->type_name("NAME")
-        ->default_str("AUTO");
-    command.add_option("--fps", options.fps, "Frames per second of a live camera (default 30)")
-        ->check(CLI::Range(1, 1000).description(""))
-        ->type_name("N");
-    command
-        .add_option("--flip", options.flip, "Turn the image by 180 degrees: 0 no, 1 yes, 2 as the camera is mounted")
-        ->check(CLI::Range(0, 2).description(""))
-        ->type_name("0|1|2");
+    addChoiceOption(command, "--resolution", options.resolution, kResolutions,
+                    "Image size of a live camera: HD2160, HD1800, HD1200 (default), HD1080 or HD600");
+    addNumberOption(command, "--fps", options.fps, 1, 1000, "Frames per second of a live camera (default 30)");
+    addNumberOption(command, "--flip", options.flip, 0, 2,
+                    "Turn the image by 180 degrees: 0 no (default), 1 yes, 2 as the camera is mounted");
     command.add_flag("--hdr", options.hdr, "High dynamic range, where camera and size offer it");
 }
 
@@ -72,10 +56,9 @@ void addLiveOptions(CLI::App& command, InputOptions& options) {
 
 void addInputOptions(CLI::App& command, InputOptions& options) {
     auto* source = command.add_option_group("input", "Where the images come from; default: the first free camera");
-    source->add_option("--id", options.id, "Live camera by its id")
-        ->check(CLI::Range(-1, 255).description(""))
-        ->type_name("N");
-    source->add_option("--serial", options.serial, "Live camera by its serial number")->type_name("N");
+    addNumberOption(*source, "--id", options.id, -1, 255, "Live camera by its id");
+    addNumberOption(*source, "--serial", options.serial, uint32_t{1}, std::numeric_limits<uint32_t>::max(),
+                    "Live camera by its serial number");
     source->add_option("--file", options.file, "Recorded file")->type_name("FILE");
     source->add_option("--stream", options.stream, "Network stream of another camera (port 30000)")
         ->check(CLI::Validator(checkEndpoint, ""))
@@ -136,10 +119,10 @@ std::optional<oru::Resolution> parseSize(const std::string& text) {
 }
 
 CLI::Option* addSizeOption(CLI::App& command, const std::string& name, oru::Resolution& size, const std::string& text) {
-    const auto take = [&size](const std::string& value) {
+    const auto take = [&size, name](const std::string& value) {
         const auto parsed = parseSize(value);
         if (!parsed) {
-            throw CLI::ValidationError("'" + value + "' is not a size such as 960x600");
+            throw CLI::ValidationError(name, "'" + value + "' is not a size such as 960x600");
         }
         size = *parsed;
     };

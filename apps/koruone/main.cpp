@@ -23,6 +23,12 @@ ExitStatus runTool(int argc, char** argv) {
     registerReboot(tool, status);
     try {
         tool.parse(argc, argv);
+    } catch (const CLI::RequiredError& error) {
+        if (argc > 1 && tool.get_subcommands().empty()) {
+            complain("'{}' is not {}; see 'koruone --help'.", argv[1], *argv[1] == '-' ? "an option" : "a command");
+            return EXIT_USAGE;
+        }
+        return tool.exit(error) == 0 ? EXIT_OK : EXIT_USAGE;
     } catch (const CLI::ParseError& error) {
         return tool.exit(error) == 0 ? EXIT_OK : EXIT_USAGE;
     }

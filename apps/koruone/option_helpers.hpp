@@ -1,0 +1,66 @@
+#pragma once
+
+#include <strings.h>
+#include <CLI/CLI.hpp>
+#include <charconv>
+#include <cstdint>
+#include <limits>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace koruone {
+
+// Options whose complaints say in one sentence what would be right.
+
+/// The whole text as a number, else nothing. No blanks, no sign but "-".
+template <class T>
+std::optional<T> parseNumber(std::string_view text) {
+    T value{};
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (error != std::errc{} || end != text.data() + text.size()) {
+        return std::nullopt;
+    }
+    return value;
+}
+
+/// An option that takes a whole number from `low` to `high`. `Target` is a number or an optional one.
+template <class Target, class Number>
+CLI::Option* addNumberOption(CLI::App& command, const std::string& name, Target& target, Number low, Number high,
+                             const std::string& text) {
+    const auto take = [&target, low, high, name](const std::string& value) {
+        const auto number = parseNumber<Number>(value);
+        if (!number || *number < low || *number > high) {
+            const std::string to = high == std::numeric_limits<Number>::max() ? "" : " to " + std::to_string(high);
+            throw CLI::ValidationError(name, "'" + value + "' is not a whole number from " + std::to_string(low) + to);
+        }
+        target = *number;
+    };
+    return command.add_option_function<std::string>(name, take, text)->type_name("N");
+}
+
+/// The names with their values, in the order in which they are shown.
+template <class T>
+using Choices = std::vector<std::pair<const char*, T>>;
+
+/// An option that takes one of a few names, in any case.
+template <class T>
+CLI::Option* addChoiceOption(CLI::App& command, const std::string& name, T& target, const Choices<T>& choices,
+                             const std::string& text) {
+    const auto take = [&target, choices, name](const std::string& value) {
+        std::string names;
+        for (const auto& [choice, meaning] : choices) {
+            if (strcasecmp(choice, value.c_str()) == 0) {
+                target = meaning;
+                return;
+            }
+            names += (names.empty() ? "" : ", ") + std::string(choice);
+        }
+        throw CLI::ValidationError(name, "'" + value + "' is none of " + names);
+    };
+    return command.add_option_function<std::string>(name, take, text)->type_name("NAME");
+}
+
+}  // namespace koruone
