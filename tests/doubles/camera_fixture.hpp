@@ -12,6 +12,7 @@
 
 #include "calibration/readers.hpp"
 #include "doubles/log_capture.hpp"
+#include "doubles/scoped_environment.hpp"
 #include "doubles/scripted_factory.hpp"
 #include "oru_koruone/CameraOneImpl.hpp"
 
@@ -46,26 +47,6 @@ struct CameraOneImplTestAccess {
 };
 
 namespace doubles {
-
-/// Sets an environment variable, or unsets it with null, for the life of the object.
-class ScopedEnvironment {
-public:
-    ScopedEnvironment(const char* name, const char* value) : name_(name) {
-        if (const char* before = std::getenv(name); before != nullptr) {
-            had_ = true;
-            before_ = before;
-        }
-        value == nullptr ? ::unsetenv(name) : ::setenv(name, value, 1);
-    }
-    ~ScopedEnvironment() { had_ ? ::setenv(name_.c_str(), before_.c_str(), 1) : ::unsetenv(name_.c_str()); }
-    ScopedEnvironment(const ScopedEnvironment&) = delete;
-    ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;
-
-private:
-    std::string name_;
-    std::string before_;
-    bool had_ = false;
-};
 
 inline constexpr const char* kCalibrationOfFamily1 = R"([MISC]
 Sensor_ID = 1
