@@ -73,11 +73,17 @@ oru_check_test(archives_self_test
     "${PROJECT_SOURCE_DIR}/tests/checks/archives_test.sh" "${PROJECT_SOURCE_DIR}/scripts/check-archives"
     "${CMAKE_CXX_COMPILER}")
 
-# oru_archives(result folder...): the static archives that the folders make.
+# oru_archives(result folder...): the static archives that the folders make, and those below them.
 function(oru_archives result)
     set(archives "")
     foreach(folder IN LISTS ARGN)
-        get_property(targets DIRECTORY "${PROJECT_SOURCE_DIR}/${folder}" PROPERTY BUILDSYSTEM_TARGETS)
+        cmake_path(ABSOLUTE_PATH folder BASE_DIRECTORY "${PROJECT_SOURCE_DIR}")
+        get_property(targets DIRECTORY "${folder}" PROPERTY BUILDSYSTEM_TARGETS)
+        get_property(below DIRECTORY "${folder}" PROPERTY SUBDIRECTORIES)
+        if(below)
+            oru_archives(archives_below ${below})
+            list(APPEND archives ${archives_below})
+        endif()
         foreach(target IN LISTS targets)
             get_target_property(type ${target} TYPE)
             if(type STREQUAL "STATIC_LIBRARY")

@@ -28,7 +28,7 @@ int main() {
     const oru::Rect middle{size.width / 4, size.height / 4, size.width / 2, size.height / 2};
     if (camera.setCameraSettings(oru::AEC_AGC, 1) != oru::SUCCESS ||
         camera.setCameraSettings(oru::AEC_AGC_ROI, middle, false) != oru::SUCCESS ||
-        camera.setCameraSettings(oru::AEC_AGC_ROI, {}, true) != oru::SUCCESS) {
+        camera.setCameraSettings(oru::AEC_AGC_ROI, oru::Rect{}, true) != oru::SUCCESS) {
         return 1;
     }
     return gain == wanted ? 0 : 1;

@@ -17,7 +17,8 @@ int main() {
             return 1;
         }
         const auto* pixels = picture.getPtr<unsigned char>(oru::CPU);  // blue, green, red, 255
-        const std::size_t middle = picture.getHeight() / 2 * picture.getStepBytes(oru::CPU) + picture.getWidth() / 2 * 4;
+        const std::size_t middle =
+            picture.getHeight() / 2 * picture.getStepBytes(oru::CPU) + picture.getWidth() / 2 * 4;
         std::printf("%zu x %zu at %llu ns, middle pixel %d %d %d\n", picture.getWidth(), picture.getHeight(),
                     static_cast<unsigned long long>(picture.timestamp), pixels[middle], pixels[middle + 1],
                     pixels[middle + 2]);
