@@ -49,6 +49,10 @@ void StreamSender::close() {
     }
     if (audience_) {
         audience_->close();
+        const FrameCounters seen = ledger_.counters();
+        if (verbose_) {
+            ORU_LOG(Info, "{} sent {} of {} frames", kTagStreaming, seen.delivered, seen.produced);
+        }
     }
 }
 

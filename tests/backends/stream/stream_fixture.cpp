@@ -145,10 +145,13 @@ NumberedSource::NumberedSource(UDPOutput& sender, uint32_t width, uint32_t heigh
       samplesPerFrame_(samples_per_frame),
       periodNs_(1000000000 / static_cast<uint64_t>(fps)) {}
 
-void NumberedSource::step() {
+void NumberedSource::step(const std::function<void(uint64_t)>& before) {
     ++number_;
     picture_ = numberedPicture(width_, height_, number_);
     const uint64_t time = numberedTime(number_);
+    if (before) {
+        before(number_);
+    }
     sender_.asyncingestYUVFrame(picture_.data(), time, numberedMetadata(number_), static_cast<int>(picture_.size()));
     for (const IMUPacket& packet : numberedSamples(number_, time, samplesPerFrame_)) {
         sender_.ingestIMU(packet);

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -47,8 +48,8 @@ class NumberedSource {
 public:
     NumberedSource(UDPOutput& sender, uint32_t width, uint32_t height, int fps, int samples_per_frame = 4);
 
-    /// Hands over one frame and its samples, then waits for the next one's time.
-    void step();
+    /// Hands over one frame and its samples, then waits for the next one's time; `before` learns the frame's number.
+    void step(const std::function<void(uint64_t)>& before = {});
     [[nodiscard]] uint64_t number() const { return number_; }
     void setNumber(uint64_t number) { number_ = number; }
 

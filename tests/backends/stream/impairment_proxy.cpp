@@ -1,0 +1,127 @@
+#include "impairment_proxy.hpp"
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+
+namespace oru::test {
+namespace {
+
+constexpr std::size_t kMaxQueued = 20000;
+constexpr int kBufferBytes = 4 << 20;
+
+uint64_t nowNs() {
+    return static_cast<uint64_t>(std::chrono::steady_clock::now().time_since_epoch().count());
+}
+
+int boundSocket() {
+    const int handle = socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    (void)bind(handle, reinterpret_cast<sockaddr*>(&address), sizeof(address));
+    (void)setsockopt(handle, SOL_SOCKET, SO_RCVBUF, &kBufferBytes, sizeof(kBufferBytes));
+    (void)setsockopt(handle, SOL_SOCKET, SO_SNDBUF, &kBufferBytes, sizeof(kBufferBytes));
+    return handle;
+}
+
+}  // namespace
+
+ImpairmentProxy::ImpairmentProxy(uint16_t server_port, const Impairment& impairment, uint64_t seed)
+    : impairment_(impairment), random_(seed), listening_(boundSocket()) {
+    server_.sin_family = AF_INET;
+    server_.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    server_.sin_port = htons(server_port);
+    sockaddr_in own{};
+    socklen_t length = sizeof(own);
+    (void)getsockname(listening_, reinterpret_cast<sockaddr*>(&own), &length);
+    port_ = ntohs(own.sin_port);
+    thread_ = std::thread([this] { run(); });
+}
+
+ImpairmentProxy::~ImpairmentProxy() {
+    stop_ = true;
+    thread_.join();
+    close(listening_);
+    for (const auto& [port, handle] : upstream_) {
+        close(handle);
+    }
+}
+
+int ImpairmentProxy::upstreamFor(const sockaddr_in& client) {
+    const auto [at, added] = upstream_.try_emplace(client.sin_port, -1);
+    if (added) {
+        at->second = boundSocket();
+        clients_[at->second] = client;
+    }
+    return at->second;
+}
+
+void ImpairmentProxy::schedule(int handle, const sockaddr_in& to, const char* data, std::size_t size) {
+    std::uniform_real_distribution<double> chance(0.0, 1.0);
+    std::normal_distribution<double> jitter(0.0, 1.0);
+    const bool lost = chance(random_) < impairment_.loss;
+    const bool held = chance(random_) < impairment_.reorder;
+    const double wanted =
+        impairment_.delay_ms + jitter(random_) * impairment_.jitter_ms + (held ? impairment_.held_back_ms : 0.0);
+    if (lost || blackout_ || queue_.size() >= kMaxQueued) {
+        ++dropped_;
+        return;
+    }
+    ++passed_;
+    const auto delay = static_cast<uint64_t>(std::max(0.0, wanted) * 1e6);
+    queue_.push({nowNs() + delay, order_++, handle, to, std::vector<char>(data, data + size)});
+}
+
+void ImpairmentProxy::receive(int handle, bool from_client) {
+    char bytes[2048];
+    sockaddr_in from{};
+    socklen_t length = sizeof(from);
+    ssize_t size = 0;
+    while ((size = recvfrom(handle, bytes, sizeof(bytes), 0, reinterpret_cast<sockaddr*>(&from), &length)) >= 0) {
+        const int out = from_client ? upstreamFor(from) : listening_;
+        schedule(out, from_client ? server_ : clients_[handle], bytes, static_cast<std::size_t>(size));
+    }
+}
+
+void ImpairmentProxy::sendDue() {
+    const uint64_t now = nowNs();
+    while (!queue_.empty() && queue_.top().due_ns <= now) {
+        const Datagram& next = queue_.top();
+        (void)sendto(next.handle, next.bytes.data(), next.bytes.size(), 0, reinterpret_cast<const sockaddr*>(&next.to),
+                     sizeof(next.to));
+        queue_.pop();
+    }
+}
+
+int ImpairmentProxy::waitMilliseconds() const {
+    constexpr int kIdleMs = 20;
+    if (queue_.empty()) {
+        return kIdleMs;
+    }
+    const uint64_t now = nowNs();
+    const uint64_t due = queue_.top().due_ns;
+    return due <= now ? 0 : std::min(kIdleMs, static_cast<int>((due - now) / 1000000) + 1);
+}
+
+void ImpairmentProxy::run() {
+    std::vector<pollfd> watched;
+    while (!stop_) {
+        watched.assign(1, {listening_, POLLIN, 0});
+        for (const auto& [port, handle] : upstream_) {
+            watched.push_back({handle, POLLIN, 0});
+        }
+        (void)poll(watched.data(), watched.size(), waitMilliseconds());
+        for (const pollfd& entry : watched) {
+            if ((entry.revents & POLLIN) != 0) {
+                receive(entry.fd, entry.fd == listening_);
+            }
+        }
+        sendDue();
+    }
+}
+
+}  // namespace oru::test

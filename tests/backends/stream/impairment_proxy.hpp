@@ -1,0 +1,74 @@
+#pragma once
+
+#include <netinet/in.h>
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <map>
+#include <queue>
+#include <random>
+#include <thread>
+#include <vector>
+
+namespace oru::test {
+
+/// What happens to datagrams, alike in both directions and independently for each datagram.
+struct Impairment {
+    double loss = 0.0;  ///< part of the datagrams that vanish
+    double delay_ms = 0.0;
+    double jitter_ms = 0.0;    ///< standard deviation, added to the delay; never less than no delay
+    double reorder = 0.0;      ///< part of the datagrams that are held back
+    double held_back_ms = 10;  ///< by this much
+};
+
+/// A UDP relay on the loopback in front of a port, which loses, delays and reorders by a seeded choice.
+class ImpairmentProxy {
+public:
+    ImpairmentProxy(uint16_t server_port, const Impairment& impairment, uint64_t seed);
+    ~ImpairmentProxy();
+    ImpairmentProxy(const ImpairmentProxy&) = delete;
+    ImpairmentProxy& operator=(const ImpairmentProxy&) = delete;
+
+    [[nodiscard]] uint16_t port() const { return port_; }
+    /// Nothing passes while this is on.
+    void setBlackout(bool on) { blackout_ = on; }
+    [[nodiscard]] uint64_t dropped() const { return dropped_; }
+    [[nodiscard]] uint64_t passed() const { return passed_; }
+
+private:
+    struct Datagram {
+        uint64_t due_ns = 0;
+        uint64_t order = 0;
+        int handle = -1;
+        sockaddr_in to{};
+        std::vector<char> bytes;
+        bool operator>(const Datagram& other) const {
+            return due_ns != other.due_ns ? due_ns > other.due_ns : order > other.order;
+        }
+    };
+
+    void run();
+    void receive(int handle, bool from_client);
+    void schedule(int handle, const sockaddr_in& to, const char* data, std::size_t size);
+    void sendDue();
+    [[nodiscard]] int upstreamFor(const sockaddr_in& client);
+    [[nodiscard]] int waitMilliseconds() const;
+
+    sockaddr_in server_{};
+    Impairment impairment_;
+    std::mt19937_64 random_;
+    int listening_ = -1;
+    uint16_t port_ = 0;
+    std::map<uint16_t, int> upstream_;    // client port to our socket towards the server
+    std::map<int, sockaddr_in> clients_;  // and back
+    std::priority_queue<Datagram, std::vector<Datagram>, std::greater<>> queue_;
+    uint64_t order_ = 0;
+    std::atomic<bool> blackout_{false};
+    std::atomic<bool> stop_{false};
+    std::atomic<uint64_t> dropped_{0};
+    std::atomic<uint64_t> passed_{0};
+    std::thread thread_;
+};
+
+}  // namespace oru::test

@@ -1,0 +1,199 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <optional>
+#include <thread>
+#include <vector>
+
+#include "impairment_proxy.hpp"
+#include "stream_fixture.hpp"
+
+namespace oru::test {
+namespace {
+
+constexpr uint32_t kWidth = 960;
+constexpr uint32_t kHeight = 600;
+constexpr int kFps = 30;
+constexpr uint64_t kMillisecond = 1000000;
+
+/// What one receiver saw of a run.
+struct Reading {
+    std::vector<uint64_t> numbers;
+    std::vector<double> latency_ms;  ///< from the hand-off to the delivered picture
+    std::vector<uint64_t> read_ns;
+    unsigned wrong = 0;  ///< pictures that do not show what was sent, or with other facts
+    FrameCounters counters;
+
+    [[nodiscard]] double latency(double part) const {
+        std::vector<double> sorted = latency_ms;
+        std::sort(sorted.begin(), sorted.end());
+        return sorted.empty() ? 1e9 : sorted[static_cast<std::size_t>(part * static_cast<double>(sorted.size() - 1))];
+    }
+    [[nodiscard]] uint64_t missing() const {
+        return numbers.empty() ? 1 : numbers.back() - numbers.front() + 1 - numbers.size();
+    }
+};
+
+/// Seconds of a run: short by default, longer on request.
+int seconds(int usual) {
+    const char* asked = std::getenv("ORU_STREAM_SECONDS");
+    return asked != nullptr ? std::atoi(asked) : usual;
+}
+
+/// A sender behind a bad network, its source and one receiver.
+class BadNetwork : public testing::Test {
+protected:
+    void start(const Impairment& impairment) {
+        UDPOutConfig configuration = streamConfiguration(freePort(), kWidth, kHeight, kFps);
+        configuration.bitrate = kWidth * kHeight * kFps / 5000;
+        sender_ = makeStreamSender(*clock_, texts_, false);
+        ASSERT_EQ(sender_->open(configuration), 0);
+        proxy_.emplace(configuration.port, impairment, 20);
+        sent_ = std::vector<std::atomic<uint64_t>>(kMaxNumber);
+        running_ = true;
+        source_ = std::thread([this] { produce(); });
+        receiver_ = makeStreamReceiver(*clock_, texts_, nullptr, false);
+        ASSERT_EQ(receiver_->open("127.0.0.1", proxy_->port(), 0), 0);
+    }
+    void TearDown() override {
+        running_ = false;
+        if (source_.joinable()) {
+            source_.join();
+        }
+        receiver_.reset();
+        proxy_.reset();
+    }
+
+    /// Reads for some time; `onTime` is called with the seconds gone by.
+    template <class OnTime>
+    Reading read(int duration_s, OnTime&& onTime) {
+        Reading run;
+        std::vector<unsigned char> image(std::size_t{kWidth} * kHeight * 2);
+        const uint64_t begin = clock_->monotonicNanoseconds();
+        for (uint64_t now = begin; now < begin + static_cast<uint64_t>(duration_s) * 1000 * kMillisecond;
+             now = clock_->monotonicNanoseconds()) {
+            onTime(static_cast<double>(now - begin) / 1e9);
+            if (receiver_->readStreamData(image.data(), nullptr)) {
+                note(run, image);
+            }
+        }
+        run.counters = receiver_->counters();
+        return run;
+    }
+    Reading read(int duration_s) {
+        return read(duration_s, [](double) {});
+    }
+
+    std::unique_ptr<Clock> clock_ = makeSystemClock();
+    TextCalibration texts_;
+    std::unique_ptr<UDPOutput> sender_;
+    std::unique_ptr<UDPInput> receiver_;
+    std::optional<ImpairmentProxy> proxy_;
+
+private:
+    static constexpr std::size_t kMaxNumber = 1 << 20;
+
+    void produce() {
+        NumberedSource source(*sender_, kWidth, kHeight, kFps);
+        while (running_) {
+            source.step([this](uint64_t number) { sent_[number] = clock_->monotonicNanoseconds(); });
+        }
+    }
+    void note(Reading& run, const std::vector<unsigned char>& image) {
+        const uint64_t now = clock_->monotonicNanoseconds();
+        const SeenPicture seen = readPicture(image, kWidth, kHeight);
+        const rlxrw::rlxSampleMetadata expected = numberedMetadata(seen.number);
+        const bool right =
+            seen.number < kMaxNumber && seen.mean_error < 10.0 &&
+            receiver_->frameTimestamp() == numberedTime(seen.number) &&
+            std::equal(expected.bytes, expected.bytes + sizeof(expected.bytes), receiver_->frameMetadata().bytes) &&
+            (run.numbers.empty() || seen.number > run.numbers.back());
+        run.wrong += right ? 0 : 1;
+        run.numbers.push_back(seen.number);
+        run.read_ns.push_back(now);
+        run.latency_ms.push_back(static_cast<double>(now - sent_[seen.number % kMaxNumber]) / 1e6);
+    }
+
+    std::vector<std::atomic<uint64_t>> sent_;
+    std::atomic<bool> running_{false};
+    std::thread source_;
+};
+
+void report(const char* name, const Reading& run) {
+    const FrameCounters& c = run.counters;
+    std::printf(
+        "%s: %zu frames, %llu missing, %u wrong, latency median %.1f p95 %.1f max %.1f ms; "
+        "network %llu damaged %llu overwritten %llu queue %llu busy %llu\n",
+        name, run.numbers.size(), static_cast<unsigned long long>(run.missing()), run.wrong, run.latency(0.5),
+        run.latency(0.95), run.latency(1.0), static_cast<unsigned long long>(c.network),
+        static_cast<unsigned long long>(c.damaged), static_cast<unsigned long long>(c.overwritten),
+        static_cast<unsigned long long>(c.queue_full), static_cast<unsigned long long>(c.sender_busy));
+}
+
+TEST_F(BadNetwork, ACleanOneAddsLittleLatency) {
+    start({});
+
+    const Reading run = read(seconds(4));
+
+    report("clean", run);
+    EXPECT_EQ(run.missing(), 0U);
+    EXPECT_EQ(run.wrong, 0U);
+    EXPECT_LT(run.latency(0.5), 80.0);
+}
+
+TEST_F(BadNetwork, LossDelayJitterAndReorderingCostNoFrame) {
+    const struct {
+        const char* name;
+        Impairment impairment;
+    } cases[] = {{"2 % loss, 20 ms", {0.02, 20.0, 0.0, 0.0}},
+                 {"5 % loss, 20 ms, 3 ms jitter, 3 % reordered", {0.05, 20.0, 3.0, 0.03}}};
+    for (const auto& network : cases) {
+        SCOPED_TRACE(network.name);
+        start(network.impairment);
+
+        const Reading run = read(seconds(5));
+
+        report(network.name, run);
+        EXPECT_EQ(run.missing(), 0U);
+        EXPECT_EQ(run.wrong, 0U);
+        EXPECT_GT(proxy_->dropped(), 5U);
+        EXPECT_LT(run.latency(0.5), 200.0);
+        EXPECT_LT(run.latency(0.95), 350.0);
+        EXPECT_EQ(run.counters.produced, run.counters.delivered + run.counters.lost());
+        TearDown();
+    }
+}
+
+TEST_F(BadNetwork, ABlackoutOfTwoSecondsEndsByItself) {
+    start({0.01, 10.0, 0.0, 0.0});
+
+    uint64_t returned = 0;
+    const Reading run = read(7, [&](double elapsed) {
+        const bool dark = elapsed > 1.0 && elapsed < 3.0;
+        if (elapsed >= 3.0 && returned == 0) {
+            returned = clock_->monotonicNanoseconds();
+        }
+        proxy_->setBlackout(dark);
+    });
+
+    report("2 s blackout", run);
+    const auto live = [&](std::size_t i) { return run.read_ns[i] > returned && run.latency_ms[i] < 300.0; };
+    std::size_t first = 0;
+    while (first < run.numbers.size() && !live(first)) {
+        ++first;
+    }
+    ASSERT_LT(first, run.numbers.size());
+    const double recovery = static_cast<double>(run.read_ns[first] - returned) / 1e9;
+    std::printf("live again after %.2f s\n", recovery);
+    EXPECT_LT(recovery, 3.0);
+    EXPECT_EQ(run.wrong, 0U);
+    EXPECT_GT(run.counters.network, 10U);
+    EXPECT_EQ(run.counters.produced, run.counters.delivered + run.counters.lost());
+}
+
+}  // namespace
+}  // namespace oru::test
