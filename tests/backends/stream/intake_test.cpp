@@ -1,0 +1,178 @@
+#include <gtest/gtest.h>
+
+#include <functional>
+
+#include "backends/stream/frame_intake.hpp"
+#include "backends/stream/ts_muxer.hpp"
+#include "stream_fixture.hpp"
+
+namespace oru::stream {
+namespace {
+
+constexpr std::size_t kPacket = TsDemuxer::kPacketBytes;
+
+/// Builds the transport packets of made-up coded pictures and feeds them to an intake.
+class Intake : public testing::Test {
+protected:
+    Intake() { EXPECT_TRUE(muxer_.open(VideoCodec::H264, 320, 240)); }
+
+    std::vector<uint8_t> packets(uint64_t id, bool key, std::size_t size = 3000) {
+        // An access unit delimiter first, so that the muxer has nothing to add.
+        std::vector<uint8_t> picture = {0, 0, 0, 1, 9, 0xF0, 0, 0, 0, 1, static_cast<uint8_t>(key ? 0x65 : 0x41)};
+        while (picture.size() < size) {
+            picture.push_back(static_cast<uint8_t>(picture.size() * 31 + id) | 1);
+        }
+        FrameRecord record;
+        record.key_frame = key;
+        record.has_picture = true;
+        record.picture_bytes = static_cast<uint32_t>(picture.size());
+        record.picture_crc = checksum(picture.data(), picture.size());
+        record.session = session_;
+        record.frame_id = id;
+        record.skipped_frames = skipped_;
+        std::vector<uint8_t> bytes;
+        writeFrameRecord(bytes, record, samples_.data(), samples_.size());
+        muxer_.clear();
+        pts_ += 3000;
+        EXPECT_TRUE(muxer_.writeVideo(picture.data(), picture.size(), pts_, key));
+        EXPECT_TRUE(muxer_.writeData(bytes, pts_));
+        return muxer_.finish();
+    }
+    void feed(const std::vector<uint8_t>& bytes) { intake_.feed(bytes.data(), bytes.size()); }
+    std::vector<uint64_t> taken() {
+        std::vector<uint64_t> ids;
+        CodedPicture picture;
+        while (queue_.pop(picture, 0)) {
+            ids.push_back(picture.record.frame_id);
+        }
+        return ids;
+    }
+
+    TsMuxer muxer_;
+    int64_t pts_ = 0;
+    uint64_t session_ = 1;
+    uint64_t skipped_ = 0;
+    std::vector<IMUPacket> samples_;
+    CodedQueue queue_;
+    ImuStore store_;
+    FrameLedger ledger_;
+    std::atomic<bool> keyFrameWanted_{false};
+    FrameIntake intake_{queue_, store_, ledger_, keyFrameWanted_, [](DescriptionRecord&&) {}};
+};
+
+using Ids = std::vector<uint64_t>;
+
+TEST_F(Intake, WholeFramesPassInOrder) {
+    for (uint64_t id = 10; id < 15; ++id) {
+        feed(packets(id, id == 10));
+    }
+
+    EXPECT_EQ(taken(), (Ids{10, 11, 12, 13, 14}));
+    EXPECT_EQ(ledger_.counters().lost(), 0U);
+    EXPECT_FALSE(keyFrameWanted_);
+}
+
+TEST_F(Intake, NothingPassesBeforeTheFirstKeyFrame) {
+    feed(packets(1, false));
+    feed(packets(2, true));
+
+    EXPECT_EQ(taken(), (Ids{2}));
+    EXPECT_TRUE(keyFrameWanted_);
+    EXPECT_EQ(ledger_.counters().damaged, 1U);
+}
+
+TEST_F(Intake, AfterAnyDamageNothingPassesBeforeAKeyFrame) {
+    const struct {
+        const char* name;
+        std::function<void(std::vector<uint8_t>&)> damage;
+    } cases[] = {
+        {"a packet in the picture is lost",
+         [](auto& bytes) { bytes.erase(bytes.begin() + 5 * kPacket, bytes.begin() + 6 * kPacket); }},
+        {"sixteen packets are lost, so that the counters fit",
+         [](auto& bytes) { bytes.erase(bytes.begin() + 5 * kPacket, bytes.begin() + 21 * kPacket); }},
+        {"a bit of the picture is wrong", [](auto& bytes) { bytes[5 * kPacket + 100] ^= 4; }},
+        {"the record is lost", [](auto& bytes) { bytes.resize(bytes.size() - kPacket); }},
+        {"the first packets are lost", [](auto& bytes) { bytes.erase(bytes.begin(), bytes.begin() + 4 * kPacket); }},
+    };
+    uint64_t id = 1;
+    for (const auto& test : cases) {
+        SCOPED_TRACE(test.name);
+        feed(packets(id, true));
+        std::vector<uint8_t> damaged = packets(id + 1, false, 6000);
+        test.damage(damaged);
+        const uint64_t lostBefore = ledger_.counters().lost();
+        keyFrameWanted_ = false;
+
+        feed(damaged);
+        feed(packets(id + 2, false));
+        const bool asked = keyFrameWanted_;
+        feed(packets(id + 3, true));
+
+        EXPECT_EQ(taken(), (Ids{id, id + 3}));
+        EXPECT_TRUE(asked);
+        EXPECT_EQ(ledger_.counters().lost(), lostBefore + 2);
+        id += 4;
+    }
+}
+
+TEST_F(Intake, MissingFramesAreBookedToTheNetworkAndSkippedOnesToTheSender) {
+    feed(packets(1, true));
+    skipped_ = 3;
+    feed(packets(5, true));
+
+    EXPECT_EQ(taken(), (Ids{1, 5}));
+    EXPECT_EQ(ledger_.counters().network, 3U);
+    EXPECT_EQ(ledger_.counters().sender_busy, 3U);
+}
+
+TEST_F(Intake, AFrameThatWasThereBeforeIsNotTakenAgain) {
+    feed(packets(7, true));
+    feed(packets(6, true));
+    feed(packets(7, true));
+
+    EXPECT_EQ(taken(), (Ids{7}));
+    EXPECT_EQ(ledger_.counters().lost(), 0U);
+}
+
+TEST_F(Intake, AnotherSessionStartsAnewAndDropsTheSamplesOfTheOldOne) {
+    samples_ = test::numberedSamples(1, test::numberedTime(1), 3);
+    feed(packets(900, true));
+    samples_ = test::numberedSamples(2, test::numberedTime(2), 2);
+    session_ = 2;
+    feed(packets(1, true));
+
+    EXPECT_EQ(taken(), (Ids{900, 1}));
+    EXPECT_EQ(ledger_.counters().lost(), 0U);
+    EXPECT_TRUE(store_.takeBefore(UINT64_MAX) == samples_);
+}
+
+TEST_F(Intake, AFullQueueLosesFramesWithItsOwnCauseAndThenNeedsAKeyFrame) {
+    for (uint64_t id = 0; id < CodedQueue::kCapacity + 2; ++id) {
+        feed(packets(id, id == 0, 400));
+    }
+    EXPECT_EQ(taken().size(), CodedQueue::kCapacity);
+
+    feed(packets(CodedQueue::kCapacity + 2, false));
+
+    EXPECT_TRUE(taken().empty());
+    EXPECT_EQ(ledger_.counters().queue_full, 1U);
+    EXPECT_EQ(ledger_.counters().damaged, 2U);
+    EXPECT_TRUE(keyFrameWanted_);
+}
+
+TEST_F(Intake, RubbishBetweenFramesChangesNothing) {
+    std::vector<uint8_t> rubbish(40 * kPacket);
+    uint32_t state = 1;
+    for (uint8_t& byte : rubbish) {
+        state = state * 1664525 + 1013904223;
+        byte = static_cast<uint8_t>(state >> 24);
+    }
+    feed(packets(1, true));
+    feed(rubbish);
+    feed(packets(2, false));
+
+    EXPECT_EQ(taken(), (Ids{1, 2}));
+}
+
+}  // namespace
+}  // namespace oru::stream

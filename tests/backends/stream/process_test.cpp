@@ -1,0 +1,171 @@
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "stream_fixture.hpp"
+
+namespace oru::test {
+namespace {
+
+constexpr uint32_t kWidth = 320;
+constexpr uint32_t kHeight = 240;
+
+/// A child process with its standard output in a pipe; killed at the end.
+class Child {
+public:
+    explicit Child(std::vector<std::string> command) {
+        std::array<int, 2> ends{};
+        if (pipe(ends.data()) != 0) {
+            return;
+        }
+        pid_ = fork();
+        if (pid_ == 0) {
+            dup2(ends[1], STDOUT_FILENO);
+            close(ends[0]);
+            std::vector<char*> arguments;
+            for (std::string& word : command) {
+                arguments.push_back(word.data());
+            }
+            arguments.push_back(nullptr);
+            execvp(arguments[0], arguments.data());
+            _exit(127);
+        }
+        close(ends[1]);
+        output_ = fdopen(ends[0], "r");
+    }
+    ~Child() {
+        kill();
+        if (output_ != nullptr) {
+            std::fclose(output_);
+        }
+    }
+    Child(const Child&) = delete;
+    Child& operator=(const Child&) = delete;
+
+    void kill() {
+        if (pid_ > 0) {
+            ::kill(pid_, SIGKILL);
+            waitpid(pid_, nullptr, 0);
+            pid_ = -1;
+        }
+    }
+    std::string line() {
+        char text[512] = "";
+        return std::fgets(text, sizeof(text), output_) != nullptr ? text : "";
+    }
+    std::string rest() {
+        std::string all;
+        for (std::string next = line(); !next.empty(); next = line()) {
+            all += next;
+        }
+        return all;
+    }
+
+private:
+    pid_t pid_ = -1;
+    FILE* output_ = nullptr;
+};
+
+int rounds(int usual) {
+    const char* asked = std::getenv("ORU_STREAM_ROUNDS");
+    return asked != nullptr ? std::atoi(asked) : usual;
+}
+
+std::vector<std::string> sendCommand(uint16_t port, uint64_t first) {
+    return {ORU_STREAM_PEER,         "send", std::to_string(port), std::to_string(first), std::to_string(kWidth),
+            std::to_string(kHeight), "30"};
+}
+
+TEST(TwoProcesses, TheReceiverFindsASenderThatWasKilledAgain) {
+    const uint16_t port = freePort();
+    const auto clock = makeSystemClock();
+    TextCalibration texts;
+    auto receiver = makeStreamReceiver(*clock, texts, nullptr, false);
+    std::vector<unsigned char> image(kWidth * kHeight * 2);
+
+    for (int round = 0; round < rounds(4); ++round) {
+        const uint64_t first = static_cast<uint64_t>(round) * 10000;
+        Child sender(sendCommand(port, first));
+        if (round == 0) {
+            ASSERT_EQ(receiver->open("127.0.0.1", port, 0), 0);
+        }
+        uint64_t number = 0;
+        do {
+            ASSERT_TRUE(readWithin(*receiver, image, 8000)) << "round " << round;
+            const SeenPicture seen = readPicture(image, kWidth, kHeight);
+            number = seen.number;
+            EXPECT_LT(seen.mean_error, 10.0);
+            EXPECT_EQ(receiver->frameTimestamp(), numberedTime(number));
+        } while (number < first + 10);
+        EXPECT_LT(number, first + 10000);
+    }
+    const FrameCounters counters = receiver->counters();
+    EXPECT_EQ(counters.produced, counters.delivered + counters.lost());
+    EXPECT_EQ(counters.decode_failed, 0U);
+}
+
+TEST(TwoProcesses, TheSenderOutlivesReceiversThatAreKilled) {
+    const UDPOutConfig configuration = streamConfiguration(freePort(), kWidth, kHeight);
+    Child sender(sendCommand(configuration.port, 0));
+    const std::vector<std::string> receive = {ORU_STREAM_PEER, "receive", "127.0.0.1",
+                                              std::to_string(configuration.port), "2"};
+
+    for (int round = 0; round < rounds(6); ++round) {
+        Child receiver(receive);
+        EXPECT_EQ(receiver.line(), "first\n") << "round " << round;
+        receiver.kill();
+    }
+    Child last(receive);
+    EXPECT_EQ(last.line(), "first\n");
+
+    unsigned frames = 0;
+    unsigned wrong = 0;
+    unsigned lost = 0;
+    unsigned samples = 0;
+    std::istringstream(last.line()) >> frames >> wrong >> lost >> samples;
+    EXPECT_GT(frames, 40U);
+    EXPECT_EQ(wrong, 0U);
+    EXPECT_EQ(lost, 0U);
+    EXPECT_GT(samples, 4 * (frames - 3));
+}
+
+TEST(Player, ReadsPicturesAndMetadataFromThePlainAddress) {
+    if (std::system("ffprobe -hide_banner -protocols 2>/dev/null | grep -q srt") != 0) {
+        GTEST_SKIP() << "no ffprobe with SRT here";
+    }
+    const uint16_t port = freePort();
+    Child sender(sendCommand(port, 0));
+    // The sender needs a moment before a player, which does not try again, can find it.
+    TextCalibration texts;
+    const auto clock = makeSystemClock();
+    ASSERT_EQ(makeStreamReceiver(*clock, texts, nullptr, false)->open("127.0.0.1", port, 0), 0);
+
+    Child probe({"ffprobe", "-v", "quiet", "-analyzeduration", "1000000", "-read_intervals", "%+2", "-show_entries",
+                 "stream=codec_name,width,height:packet=codec_type", "-of", "compact", "-show_streams", "-show_packets",
+                 "srt://127.0.0.1:" + std::to_string(port)});
+    const std::string seen = probe.rest();
+
+    const auto count = [&](const std::string& text) {
+        unsigned found = 0;
+        for (std::size_t at = seen.find(text); at != std::string::npos; at = seen.find(text, at + 1)) {
+            ++found;
+        }
+        return found;
+    };
+    EXPECT_GT(count("packet|codec_type=video"), 30U);
+    EXPECT_GT(count("packet|codec_type=data"), 30U);
+    EXPECT_GE(count("codec_name=h264"), 1U);
+    EXPECT_GE(count("codec_name=klv"), 1U);
+    EXPECT_GE(count("width=320"), 1U);
+}
+
+}  // namespace
+}  // namespace oru::test

@@ -1,0 +1,187 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <random>
+
+#include "backends/stream/records.hpp"
+#include "stream_fixture.hpp"
+
+namespace oru::stream {
+namespace {
+
+/// Keeps what a reader hands out.
+class Kept final : public RecordSink {
+public:
+    void onFrameRecord(const FrameRecord& record, const std::vector<IMUPacket>& packets) override {
+        frames.push_back(record);
+        samples.insert(samples.end(), packets.begin(), packets.end());
+    }
+    void onDescription(DescriptionRecord&& record) override { descriptions.push_back(std::move(record)); }
+
+    std::vector<FrameRecord> frames;
+    std::vector<IMUPacket> samples;
+    std::vector<DescriptionRecord> descriptions;
+};
+
+FrameRecord someFrame() {
+    FrameRecord record;
+    record.key_frame = true;
+    record.has_metadata = true;
+    record.has_picture = true;
+    record.picture_bytes = 12345;
+    record.picture_crc = 0xDEADBEEF;
+    record.session = 0x0123456789ABCDEF;
+    record.frame_id = 77;
+    record.timestamp_ns = 1700000000123456789;
+    record.skipped_frames = 5;
+    record.metadata = test::numberedMetadata(9);
+    return record;
+}
+
+DescriptionRecord someDescription() {
+    DescriptionRecord record;
+    record.version_byte = 5;
+    record.session = 99;
+    record.fps = -3;
+    record.camera = {-4711, MODEL_MONO_2UM, 0xFFFFFFFF, 7, 1920, 1200, true, 1};
+    record.pose_known = true;
+    record.pose = {1.0F, 2.0F, 3.0F, 4.0F, 5.0F, 6.0F, -7.0F};
+    record.region_known = true;
+    record.region = {1, 2, 300, 400};
+    record.controls = {{GAIN, true, true, 50, 0, 100}, {SETTING_12, false, true, 0, -5, 5}};
+    record.calibration = "[LEFT_CAM_HD1200]\nfx = 700\n";
+    return record;
+}
+
+TEST(Records, AFrameComesBackBitForBit) {
+    auto packets = test::numberedSamples(3, 1000000000, 12);
+    packets[1].imu_temperature = std::numeric_limits<float>::quiet_NaN();
+    packets[2].pressure = -0.0F;
+    packets[3].magnetometer_available = true;
+    packets[4].valid = false;
+    std::vector<uint8_t> bytes;
+    Kept kept;
+
+    EXPECT_EQ(writeFrameRecord(bytes, someFrame(), packets.data(), packets.size()), packets.size());
+    EXPECT_TRUE(RecordReader().read(bytes.data(), bytes.size(), kept));
+
+    ASSERT_EQ(kept.frames.size(), 1U);
+    const FrameRecord& got = kept.frames[0];
+    EXPECT_TRUE(got.key_frame && got.has_metadata && got.has_picture);
+    EXPECT_EQ(got.picture_bytes, 12345U);
+    EXPECT_EQ(got.picture_crc, 0xDEADBEEF);
+    EXPECT_EQ(got.session, 0x0123456789ABCDEFU);
+    EXPECT_EQ(got.frame_id, 77U);
+    EXPECT_EQ(got.timestamp_ns, 1700000000123456789U);
+    EXPECT_EQ(got.skipped_frames, 5U);
+    const rlxrw::rlxSampleMetadata metadata = someFrame().metadata;
+    EXPECT_EQ(std::memcmp(&got.metadata, &metadata, sizeof(metadata)), 0);
+    ASSERT_EQ(kept.samples.size(), packets.size());
+    EXPECT_TRUE(std::isnan(kept.samples[1].imu_temperature));
+    EXPECT_TRUE(std::signbit(kept.samples[2].pressure));
+    packets[1].imu_temperature = kept.samples[1].imu_temperature = 0.0F;
+    EXPECT_TRUE(kept.samples == packets);
+}
+
+TEST(Records, ADescriptionComesBackWhole) {
+    const DescriptionRecord sent = someDescription();
+    std::vector<uint8_t> bytes;
+    Kept kept;
+
+    writeDescription(bytes, sent);
+    EXPECT_TRUE(RecordReader().read(bytes.data(), bytes.size(), kept));
+
+    ASSERT_EQ(kept.descriptions.size(), 1U);
+    const DescriptionRecord& got = kept.descriptions[0];
+    EXPECT_EQ(got.camera.serial_number, -4711);
+    EXPECT_EQ(got.camera.model, MODEL_MONO_2UM);
+    EXPECT_EQ(got.camera.camera_fw, 0xFFFFFFFFU);
+    EXPECT_EQ(got.camera.width, 1920U);
+    EXPECT_TRUE(got.camera.has_imu);
+    EXPECT_EQ(got.camera.flip_state, 1);
+    EXPECT_EQ(got.fps, -3);
+    EXPECT_EQ(got.pose.tz, -7.0F);
+    EXPECT_EQ(got.region, sent.region);
+    ASSERT_EQ(got.controls.size(), 2U);
+    EXPECT_EQ(got.controls[0].value, 50);
+    EXPECT_FALSE(got.controls[1].value_known);
+    EXPECT_EQ(got.controls[1].minimum, -5);
+    EXPECT_EQ(got.calibration, sent.calibration);
+}
+
+TEST(Records, MoreSamplesThanFitAreLeftForTheNextRecord) {
+    const auto packets = test::numberedSamples(3, 1000000000, 2000);
+    std::vector<uint8_t> bytes;
+    Kept kept;
+    RecordReader reader;
+
+    std::size_t done = 0;
+    while (done < packets.size()) {
+        bytes.clear();
+        const std::size_t written = writeFrameRecord(bytes, someFrame(), packets.data() + done, packets.size() - done);
+        ASSERT_GT(written, 0U);
+        EXPECT_LT(bytes.size(), 65000U);
+        EXPECT_TRUE(reader.read(bytes.data(), bytes.size(), kept));
+        done += written;
+    }
+
+    EXPECT_TRUE(kept.samples == packets);
+}
+
+TEST(Records, UnknownRecordsAreSkipped) {
+    std::vector<uint8_t> bytes(20, 0x06);
+    bytes[16] = 3;  // the length, after a key that nobody knows
+    writeFrameRecord(bytes, someFrame(), nullptr, 0);
+    Kept kept;
+
+    EXPECT_TRUE(RecordReader().read(bytes.data(), bytes.size(), kept));
+
+    EXPECT_EQ(kept.frames.size(), 1U);
+}
+
+TEST(Records, EveryTruncationIsRefusedAndNoDamageIsReadOutside) {
+    const auto packets = test::numberedSamples(3, 1000000000, 4);
+    std::vector<uint8_t> frame;
+    std::vector<uint8_t> description;
+    writeFrameRecord(frame, someFrame(), packets.data(), packets.size());
+    writeDescription(description, someDescription());
+
+    std::mt19937 random(5);
+    for (const std::vector<uint8_t>& whole : {frame, description}) {
+        for (std::size_t size = 1; size < whole.size(); ++size) {
+            Kept kept;
+            const std::vector<uint8_t> cut(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size));
+            EXPECT_FALSE(RecordReader().read(cut.data(), cut.size(), kept)) << size;
+            EXPECT_TRUE(kept.frames.empty() && kept.descriptions.empty());
+        }
+        for (int round = 0; round < 2000; ++round) {
+            std::vector<uint8_t> damaged = whole;
+            damaged[random() % damaged.size()] ^= static_cast<uint8_t>(1U << random() % 8);
+            Kept kept;
+            (void)RecordReader().read(damaged.data(), damaged.size(), kept);
+            EXPECT_LE(kept.samples.size(), kMaxImuPerRecord);
+        }
+    }
+}
+
+TEST(Records, SizesThatNoCameraHasAreRefused) {
+    const struct {
+        uint32_t width, height;
+    } sizes[] = {{0, 600}, {960, 0}, {961, 600}, {960, 601}, {100000, 600}, {960, 0xFFFFFFFE}};
+    for (const auto& size : sizes) {
+        DescriptionRecord record = someDescription();
+        record.camera.width = size.width;
+        record.camera.height = size.height;
+        std::vector<uint8_t> bytes;
+        Kept kept;
+
+        writeDescription(bytes, record);
+
+        EXPECT_FALSE(RecordReader().read(bytes.data(), bytes.size(), kept)) << size.width << " x " << size.height;
+    }
+}
+
+}  // namespace
+}  // namespace oru::stream
