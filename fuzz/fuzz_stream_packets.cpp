@@ -1,0 +1,32 @@
+// The road of every byte that a receiver gets: transport packets, records, pictures ready for the decoder.
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+
+#include "backends/stream/frame_intake.hpp"
+
+using namespace oru::stream;
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
+    CodedQueue queue;
+    ImuStore samples;
+    FrameLedger ledger;
+    std::atomic<bool> keyFrameWanted{false};
+    FrameIntake intake(queue, samples, ledger, keyFrameWanted, [](DescriptionRecord&&) {});
+    constexpr std::size_t kMessage = 7 * TsDemuxer::kPacketBytes;
+    for (std::size_t at = 0; at < size; at += kMessage) {
+        intake.feed(data + at, size - at < kMessage ? size - at : kMessage);
+    }
+    CodedPicture picture;
+    while (queue.pop(picture, 0)) {
+        if (picture.record.picture_bytes + picture.padding > picture.bytes.size()) {
+            std::abort();
+        }
+    }
+    const oru::FrameCounters counters = ledger.counters();
+    if (counters.produced != counters.delivered + counters.lost()) {
+        std::abort();
+    }
+    return 0;
+}
