@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
 
 #include "backends/rlx/FilePlayer.hpp"
@@ -80,7 +81,8 @@ private:
     CalibrationSource& calibration_;
     rlx::FilePlayer player_;
     rlx::FileRecorder recorder_;
-    std::atomic<bool> recording_{false};  // a recorder's counts are told even after close()
+    std::atomic<bool> recording_{false};
+    std::atomic<bool> counts_recording_{false};  // a recorder's counts are told even after close()
     RlxRecordingHeader none_;
     VersionOneFacts version_one_;
     RlxHeaderV2 version_two_;
@@ -97,6 +99,7 @@ const RlxRecordingHeader& RlxFile::facts() const {
 
 int RlxFile::open(const char* path) {
     close();
+    counts_recording_ = false;
     const int result = player_.open(path);
     if (result == 0) {
         const RlxRecordingHeader& head = facts();
@@ -194,6 +197,7 @@ int RlxFile::create(const char* path, const RlxRecordingHeader& header) {
     close();
     const int result = recorder_.create(path, header);
     recording_ = result == 0;
+    counts_recording_ = true;
     return result;
 }
 
@@ -211,7 +215,7 @@ void RlxFile::takeWrittenPackets(std::vector<IMUPacket>& packets) {
 }
 
 FrameCounters RlxFile::counters() const {
-    if (!recording_) {
+    if (!counts_recording_) {
         return player_.counters();
     }
     FrameCounters counters;

@@ -10,7 +10,6 @@ namespace oru::rlx {
 namespace {
 
 constexpr int kRepaired = 0;
-constexpr int kUnreadable = 1;
 constexpr int kOutputRefused = 2;
 constexpr int kBadCompression = 3;
 

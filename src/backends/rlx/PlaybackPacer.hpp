@@ -1,0 +1,36 @@
+#pragma once
+
+#include "collaborators/RLXVideo.hpp"
+#include "utils/Clock.hpp"
+
+namespace oru::rlx {
+
+/// Gives a recording its own pace again: each frame is due at a fixed distance from the first, so that no delay adds
+/// up. A gap of more than a second, a step back in time, or a new position starts the schedule anew. Threads: one.
+class PlaybackPacer {
+public:
+    explicit PlaybackPacer(Clock& clock) : clock_(clock) {}
+
+    /// Waits until the reader's next frame is due, at most a second. Frames that the frame after them has overtaken
+    /// are skipped in the reader. False: the reader needs more time, ask again.
+    [[nodiscard]] bool waitForNext(rlxrw::RLXVideo& reader);
+    /// After the frame was taken: where the reader stands now.
+    void noteTaken(int position, Timestamp time);
+    /// The next frame starts the schedule.
+    void restart() { anchored_ = false; }
+
+private:
+    void anchor(uint64_t now, Timestamp time);
+    [[nodiscard]] uint64_t dueAt(Timestamp time) const { return anchor_clock_ + (time - anchor_time_); }
+    [[nodiscard]] bool skipOvertaken(rlxrw::RLXVideo& reader);
+    void sleepUntil(uint64_t due);
+
+    Clock& clock_;
+    bool anchored_ = false;
+    int expected_position_ = 0;
+    Timestamp last_time_ = 0;  // of the frame before the next one
+    uint64_t anchor_clock_ = 0;
+    Timestamp anchor_time_ = 0;
+};
+
+}  // namespace oru::rlx
