@@ -1,12 +1,8 @@
 #include <gtest/gtest.h>
 
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <csignal>
 #include <cstdio>
 
+#include "backends/rlx/helper_process.hpp"
 #include "backends/rlx/recording_fixture.hpp"
 #include "backends/rlx/repair.hpp"
 
@@ -236,26 +232,13 @@ TEST(Recording, SkippedFramesCountAsLateAndGiveTheirPacketsToTheNext) {
 // The limit on the size of a file stands for a full disk; it needs a process of its own.
 TEST_P(EveryMode, FullDiskLeavesAPlayableFile) {
     const Folder folder;
-    const Scene scene{.mode = GetParam()};
+    const Scene scene{.fps = 60.0F, .mode = GetParam()};
     const std::string path = folder.path("a.rlx2");
-    const pid_t child = ::fork();
-    if (child == 0) {
-        std::signal(SIGXFSZ, SIG_IGN);
-        const rlimit limit{30'000, 30'000};
-        KeptCalibration calibration;
-        const auto recorder = makeRlxVideo(calibration);
-        const bool created =
-            ::setrlimit(RLIMIT_FSIZE, &limit) == 0 && recorder->create(path.c_str(), scene.header()) == 0;
-        int result = 0;
-        for (uint64_t number = 0; created && result == 0 && number < 1000; ++number) {
-            result = writeSceneFrame(*recorder, scene, number);
-        }
-        recorder->close();
-        ::_exit(created && result == 1 ? 0 : 1);
+    HelperProcess helper({"disk", path, std::to_string(GetParam()), "30000"});
+    if (!helper.hasStarted()) {
+        GTEST_SKIP() << "cannot start " RLX_RECORD_HELPER;
     }
-    int status = -1;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
-    ASSERT_EQ(status, 0);
+    ASSERT_EQ(helper.exitStatus(), 0);
 
     const Played played = play(path, scene);
 
