@@ -28,7 +28,9 @@ public:
         return makeStreamSender(*clock_, *calibration_, verbose);
     }
     std::unique_ptr<MonoRectifier> makeRectifier() override { return makeCpuRectifier(*gpu_); }
-    std::unique_ptr<PlaybackRecorder> makePlaybackRecorder() override { return nullptr; }
+    std::unique_ptr<PlaybackRecorder> makePlaybackRecorder() override {
+        return oru::makePlaybackRecorder(*clock_, *calibration_);
+    }
     DeviceDirectory& devices() override { return *devices_; }
     CalibrationSource& calibration() override { return *calibration_; }
     GpuRuntime& gpu() override { return *gpu_; }
