@@ -14,7 +14,8 @@ namespace oru::stream {
 
 /// One frame on its way to the encoder.
 struct OutgoingFrame {
-    AvPtr<AVFrame> picture;  ///< 4:2:0; its pts is set
+    AvPtr<AVFrame> picture;  ///< 4:2:0
+    bool filled = false;     ///< false: nobody listened, so the picture was not converted
     uint64_t id = 0;
     Timestamp timestamp = 0;
     rlxrw::rlxSampleMetadata metadata{};

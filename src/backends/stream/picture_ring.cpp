@@ -14,6 +14,7 @@ void PictureRing::resize(std::size_t bytes) {
     count_ = 0;
     writing_ = kNone;
     reading_ = kNone;
+    readNs_ = 0;
 }
 
 void PictureRing::setPatience(uint64_t nanoseconds) {
@@ -42,6 +43,11 @@ void PictureRing::giveUpAllButNewest() {
 unsigned char* PictureRing::beginWrite() {
     MutexLock lock(mutex_);
     writing_ = kNone;
+    const uint64_t now = clock_.monotonicNanoseconds();
+    if (count_ == kMaxWaiting && readNs_ != 0 && now - readNs_ < patienceNs_) {
+        const auto room = [this]() ORU_NO_THREAD_SAFETY_ANALYSIS { return count_ < kMaxWaiting; };
+        taken_.wait_for(mutex_, std::chrono::nanoseconds(patienceNs_ - (now - readNs_)), room);
+    }
     if (count_ == kMaxWaiting) {
         (void)popOldest();
         ledger_.lost(&FrameCounters::overwritten);
@@ -78,7 +84,9 @@ std::optional<FrameFacts> PictureRing::read(unsigned char* image, uint64_t wait_
         }
         slot = popOldest();
         reading_ = slot;
+        readNs_ = clock_.monotonicNanoseconds();
     }
+    taken_.notify_one();
     std::memcpy(image, slots_[slot].pixels.data(), slots_[slot].pixels.size());
     MutexLock lock(mutex_);
     reading_ = kNone;

@@ -40,7 +40,8 @@ public:
     /// How long a picture may wait before the reader counts as behind.
     void setPatience(uint64_t nanoseconds);
 
-    /// A place for the next picture; when all are taken, the oldest one that waits is given up for it.
+    /// A place for the next picture. When all are taken, a reader that is about to come is waited for, as long as a
+    /// picture may wait; then the oldest one is given up.
     [[nodiscard]] unsigned char* beginWrite();
     /// The picture begun last is complete.
     void publish(const FrameFacts& facts);
@@ -64,11 +65,13 @@ private:
     FrameLedger& ledger_;
     mutable Mutex mutex_;
     std::condition_variable_any published_;
+    std::condition_variable_any taken_;
     std::array<Slot, kSlots> slots_;  // the writer owns slot writing_, the reader slot reading_, the mutex the others
     std::array<std::size_t, kMaxWaiting> waiting_ ORU_GUARDED_BY(mutex_){};  ///< oldest first
     std::size_t count_ ORU_GUARDED_BY(mutex_) = 0;
     std::size_t writing_ ORU_GUARDED_BY(mutex_) = kNone;
     std::size_t reading_ ORU_GUARDED_BY(mutex_) = kNone;
+    uint64_t readNs_ ORU_GUARDED_BY(mutex_) = 0;  ///< when the reader last had a picture
     uint64_t patienceNs_ ORU_GUARDED_BY(mutex_) = 0;
 };
 

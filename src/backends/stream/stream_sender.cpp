@@ -127,7 +127,8 @@ void StreamSender::asyncingestYUVFrame(unsigned char* pixels, Timestamp time, rl
     frame->id = nextId_.fetch_add(1, std::memory_order_relaxed) + 1;
     frame->timestamp = time;
     frame->metadata = metadata;
-    if (!audience_->empty()) {
+    frame->filled = !audience_->empty();
+    if (frame->filled) {
         packedToPlanar(pixels, *frame->picture);
     }
     facts_->noticeMetadata(metadata);
@@ -179,7 +180,7 @@ void StreamSender::handleFrame(const OutgoingFrame& frame) {
     const uint64_t begin = clock_.monotonicNanoseconds();
     lastTicks_ = std::max(lastTicks_ + 1, ticks());
     frame.picture->pts = lastTicks_;
-    if (audience_->empty()) {
+    if (audience_->empty() || !frame.filled) {
         transmitter_->dropSamples();
         return;
     }

@@ -127,6 +127,24 @@ TEST_F(Ring, OverwritesTheOldestWhenFull) {
     EXPECT_EQ(ledger_.counters().overwritten, 3U);
 }
 
+TEST_F(Ring, WaitsForAReaderThatKeepsUp) {
+    ring_.setPatience(5000000000);
+    write(1);
+    EXPECT_EQ(read(), 1U);
+    for (uint64_t id = 2; id <= 5; ++id) {
+        write(id);
+    }
+
+    std::thread writer([this] { write(6); });
+    for (uint64_t id = 2; id <= 5; ++id) {
+        EXPECT_EQ(read(), id);
+    }
+    writer.join();
+
+    EXPECT_EQ(read(), 6U);
+    EXPECT_EQ(ledger_.counters().overwritten, 0U);
+}
+
 TEST_F(Ring, AReaderAndAWriterAtOnceNeverSeeHalfAPicture) {
     std::thread writer([this] {
         for (uint64_t id = 1; id <= 20000; ++id) {

@@ -9,6 +9,8 @@
 #include <cstring>
 #include <thread>
 
+#include "support/TransportSuppressions.hpp"
+
 extern "C" {
 #include <libavutil/log.h>
 }
