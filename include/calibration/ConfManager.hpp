@@ -26,7 +26,7 @@ public:
 
 private:
     struct Document;  // the INI library stays out of this header
-    std::unique_ptr<Document> ini_;
+    std::unique_ptr<Document> ini;
 };
 
 }  // namespace oru

@@ -27,9 +27,9 @@ public:
 private:
     KoruLogger();
 
-    std::unique_ptr<Logger> built_in_;
-    std::atomic<Logger*> main_;  // beside the map: every message of the camera looks it up
-    std::unordered_map<LOGGER_NAME, Logger*> others_;
+    std::unique_ptr<Logger> builtInLogger;
+    std::atomic<Logger*> mainLogger;  // beside the map: every message of the camera looks it up
+    std::unordered_map<LOGGER_NAME, Logger*> otherLoggers;
 };
 
 }  // namespace oru

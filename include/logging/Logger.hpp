@@ -36,16 +36,16 @@ public:
     Logger(const Logger&) = delete;
     Logger& operator=(const Logger&) = delete;
 
-    [[nodiscard]] bool shouldLog(LogLevel level) const { return level >= threshold_.load(std::memory_order_relaxed); }
-    void setThreshold(LogLevel threshold) { threshold_.store(threshold, std::memory_order_relaxed); }
+    [[nodiscard]] bool shouldLog(LogLevel level) const { return level >= lowestLevel.load(std::memory_order_relaxed); }
+    void setThreshold(LogLevel threshold) { lowestLevel.store(threshold, std::memory_order_relaxed); }
     /// Formats and queues one message whatever the threshold. Texts are copied; null texts are not allowed.
     void write(LogLevel level, const char* file, int line, fmt::string_view format, fmt::format_args arguments);
 
 private:
     friend void flush(Logger& logger);
 
-    std::unique_ptr<LogBackend> backend_;
-    std::atomic<LogLevel> threshold_;
+    std::unique_ptr<LogBackend> writer;
+    std::atomic<LogLevel> lowestLevel;
 };
 
 /// A logger of its own that hands every message to the sink.

@@ -99,7 +99,7 @@ public:
     static ERROR_CODE reboot();
 
 private:
-    std::unique_ptr<CameraOneImpl> impl_;
+    std::unique_ptr<CameraOneImpl> impl;
 };
 
 }  // namespace oru

@@ -38,9 +38,9 @@ public:
     }
     /// Bytes from one row to the next, 0 when that memory is not held.
     [[nodiscard]] std::size_t getStepBytes(MEM memory) const;
-    [[nodiscard]] std::size_t getWidth() const { return size_.width; }
-    [[nodiscard]] std::size_t getHeight() const { return size_.height; }
-    [[nodiscard]] MAT_TYPE getDataType() const { return type_; }
+    [[nodiscard]] std::size_t getWidth() const { return extent.width; }
+    [[nodiscard]] std::size_t getHeight() const { return extent.height; }
+    [[nodiscard]] MAT_TYPE getDataType() const { return elementType; }
     /// The memories held, as bits; 0 when empty.
     [[nodiscard]] MEM getMemoryType() const;
 
@@ -50,11 +50,11 @@ public:
 private:
     [[nodiscard]] void* pointer(MEM memory) const;
 
-    Resolution size_;
-    MAT_TYPE type_ = U8_C1;
-    void* host_ = nullptr;
-    void* device_ = nullptr;
-    std::shared_ptr<CollaboratorFactory> platform_;  // shared: the memory must go back to the platform it came from
+    Resolution extent;
+    MAT_TYPE elementType = U8_C1;
+    void* hostMemory = nullptr;
+    void* deviceMemory = nullptr;
+    std::shared_ptr<CollaboratorFactory> origin;  // shared: the memory must go back to the platform it came from
 };
 
 }  // namespace oru

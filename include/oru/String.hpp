@@ -11,18 +11,18 @@ class String {
 public:
     String() = default;
     /// Copies a zero-terminated text; null gives the empty string.
-    String(const char* text) : text_(text == nullptr ? "" : text) {}
-    String(std::string text) : text_(std::move(text)) {}
+    String(const char* text) : content(text == nullptr ? "" : text) {}
+    String(std::string text) : content(std::move(text)) {}
 
     /// Valid until the string is changed or destroyed; never null.
-    [[nodiscard]] const char* c_str() const { return text_.c_str(); }
-    [[nodiscard]] const std::string& get() const { return text_; }
-    [[nodiscard]] bool empty() const { return text_.empty(); }
+    [[nodiscard]] const char* c_str() const { return content.c_str(); }
+    [[nodiscard]] const std::string& get() const { return content; }
+    [[nodiscard]] bool empty() const { return content.empty(); }
 
     friend bool operator==(const String&, const String&) = default;
 
 private:
-    std::string text_;
+    std::string content;
 };
 
 }  // namespace oru

@@ -13,18 +13,18 @@ class VectorN {
 public:
     VectorN() = default;
 
-    [[nodiscard]] T& operator[](std::size_t index) { return values_[index]; }
-    [[nodiscard]] const T& operator[](std::size_t index) const { return values_[index]; }
-    [[nodiscard]] T* data() { return values_.data(); }
-    [[nodiscard]] const T* data() const { return values_.data(); }
+    [[nodiscard]] T& operator[](std::size_t index) { return elements[index]; }
+    [[nodiscard]] const T& operator[](std::size_t index) const { return elements[index]; }
+    [[nodiscard]] T* data() { return elements.data(); }
+    [[nodiscard]] const T* data() const { return elements.data(); }
 
     friend bool operator==(const VectorN&, const VectorN&) = default;
 
 protected:
-    explicit VectorN(std::array<T, N> values) : values_(values) {}
+    explicit VectorN(std::array<T, N> values) : elements(values) {}
 
 private:
-    std::array<T, N> values_{};
+    std::array<T, N> elements{};
 };
 
 template <class T>
@@ -52,22 +52,22 @@ public:
 template <std::size_t N>
 class SquareMatrix {
 public:
-    [[nodiscard]] float& operator()(std::size_t row, std::size_t column) { return values_[row * N + column]; }
+    [[nodiscard]] float& operator()(std::size_t row, std::size_t column) { return elements[row * N + column]; }
     [[nodiscard]] const float& operator()(std::size_t row, std::size_t column) const {
-        return values_[row * N + column];
+        return elements[row * N + column];
     }
 
     void setIdentity() {
-        values_.fill(0.0F);
+        elements.fill(0.0F);
         for (std::size_t i = 0; i < N; ++i) {
-            values_[i * N + i] = 1.0F;
+            elements[i * N + i] = 1.0F;
         }
     }
 
     friend bool operator==(const SquareMatrix&, const SquareMatrix&) = default;
 
 private:
-    std::array<float, N * N> values_{};
+    std::array<float, N * N> elements{};
 };
 
 class Matrix3f : public SquareMatrix<3> {

@@ -64,17 +64,17 @@ public:
     /// Id -1 takes the lowest free camera.
     void setFromCameraID(int id, BUS_TYPE bus = BUS_TYPE_2, CAMERA_TYPE type = CAMERA_TYPE_0);
 
-    [[nodiscard]] InputKind kind() const { return kind_; }
+    [[nodiscard]] InputKind kind() const { return inputKind; }
     /// The path, the address with its port, the decimal id or the decimal serial number.
-    [[nodiscard]] const String& first() const { return first_; }
-    [[nodiscard]] const String& second() const { return second_; }
-    [[nodiscard]] bool isSet() const { return set_; }
+    [[nodiscard]] const String& first() const { return firstText; }
+    [[nodiscard]] const String& second() const { return secondText; }
+    [[nodiscard]] bool isSet() const { return described; }
 
 private:
-    InputKind kind_ = KIND_GMSL_ID;
-    String first_;
-    String second_;
-    bool set_ = false;
+    InputKind inputKind = KIND_GMSL_ID;
+    String firstText;
+    String secondText;
+    bool described = false;
 };
 
 /// Parameters of open(). The camera keeps a copy and adjusts it; getInitParameters() shows the adjusted one.

@@ -24,26 +24,26 @@ namespace oru {
 /// A std::mutex that clang's thread-safety analysis understands. A std::condition_variable_any waits on it directly.
 class ORU_CAPABILITY("mutex") Mutex {
 public:
-    void lock() ORU_ACQUIRE() { mutex_.lock(); }
-    void unlock() ORU_RELEASE() { mutex_.unlock(); }
-    [[nodiscard]] bool try_lock() ORU_TRY_ACQUIRE(true) { return mutex_.try_lock(); }
+    void lock() ORU_ACQUIRE() { native.lock(); }
+    void unlock() ORU_RELEASE() { native.unlock(); }
+    [[nodiscard]] bool try_lock() ORU_TRY_ACQUIRE(true) { return native.try_lock(); }
 
 private:
-    std::mutex mutex_;
+    std::mutex native;
 };
 
 /// Holds a Mutex for a scope.
 class ORU_SCOPED_CAPABILITY MutexLock {
 public:
-    explicit MutexLock(Mutex& mutex) ORU_ACQUIRE(mutex) : mutex_(mutex) { mutex_.lock(); }
+    explicit MutexLock(Mutex& mutex) ORU_ACQUIRE(mutex) : held(mutex) { held.lock(); }
     /// Takes over a mutex that the caller has locked.
-    MutexLock(Mutex& mutex, std::adopt_lock_t) ORU_REQUIRES(mutex) : mutex_(mutex) {}
-    ~MutexLock() ORU_RELEASE() { mutex_.unlock(); }
+    MutexLock(Mutex& mutex, std::adopt_lock_t) ORU_REQUIRES(mutex) : held(mutex) {}
+    ~MutexLock() ORU_RELEASE() { held.unlock(); }
     MutexLock(const MutexLock&) = delete;
     MutexLock& operator=(const MutexLock&) = delete;
 
 private:
-    Mutex& mutex_;
+    Mutex& held;
 };
 
 }  // namespace oru

@@ -39,7 +39,7 @@ struct ConfManager::Document {
     CSimpleIniTempl<char, SI_GenericNoCase<char>, SI_ConvertA<char>> ini{false, false, false};
 };
 
-ConfManager::ConfManager() : ini_(std::make_unique<Document>()) {}
+ConfManager::ConfManager() : ini(std::make_unique<Document>()) {}
 
 ConfManager::~ConfManager() {
     if (!is_open || !write_back) {
@@ -47,7 +47,7 @@ ConfManager::~ConfManager() {
     }
     try {
         if (const FileHandle file{std::fopen(path.c_str(), "wb")}; file) {
-            (void)ini_->ini.SaveFile(file.get(), true);
+            (void)ini->ini.SaveFile(file.get(), true);
         }
     } catch (...) {
         return;
@@ -56,11 +56,11 @@ ConfManager::~ConfManager() {
 
 void ConfManager::load(const std::string& candidate) {
     path = candidate;
-    if (ini_->ini.IsEmpty()) {
-        ini_->ini.SetUnicode();
+    if (ini->ini.IsEmpty()) {
+        ini->ini.SetUnicode();
     }
     const FileHandle file = openForReading(path);
-    is_open = file && ini_->ini.LoadFile(file.get()) >= 0;
+    is_open = file && ini->ini.LoadFile(file.get()) >= 0;
 }
 
 float ConfManager::getValue(std::string key, float default_value) const {
@@ -71,7 +71,7 @@ float ConfManager::getValue(std::string key, float default_value) const {
     const auto lastColon = key.rfind(':');
     const std::string name = lastColon == std::string::npos ? key : key.substr(lastColon + 1);
     const std::string fallback = fmt::format("{:f}", default_value);
-    return static_cast<float>(parseNumber(ini_->ini.GetValue(section.c_str(), name.c_str(), fallback.c_str())));
+    return static_cast<float>(parseNumber(ini->ini.GetValue(section.c_str(), name.c_str(), fallback.c_str())));
 }
 
 }  // namespace oru

@@ -41,7 +41,7 @@ std::unique_ptr<CameraOneImpl> makeCamera() {
 
 }  // namespace
 
-CameraOne::CameraOne() : impl_(makeCamera()) {}
+CameraOne::CameraOne() : impl(makeCamera()) {}
 CameraOne::~CameraOne() = default;
 
 ERROR_CODE CameraOne::open(const InitParametersOne& parameters) {
@@ -49,112 +49,112 @@ ERROR_CODE CameraOne::open(const InitParametersOne& parameters) {
     if (completed.settings_path.empty()) {
         completed.settings_path = userSettingsDirectory();
     }
-    return impl_->open(completed);
+    return impl->open(completed);
 }
 
 ERROR_CODE CameraOne::close() {
-    return impl_->close();
+    return impl->close();
 }
 bool CameraOne::isOpened() const {
-    return impl_->isOpened();
+    return impl->isOpened();
 }
 InitParametersOne CameraOne::getInitParameters() const {
-    return impl_->getInitParameters();
+    return impl->getInitParameters();
 }
 
 ERROR_CODE CameraOne::grab() {
-    return impl_->grab();
+    return impl->grab();
 }
 ERROR_CODE CameraOne::retrieveImage(Mat& image, VIEW view, MEM memory, Resolution resolution) {
-    return impl_->retrieveImage(image, view, memory, resolution);
+    return impl->retrieveImage(image, view, memory, resolution);
 }
 Timestamp CameraOne::getTimestamp(TIME_REFERENCE reference) const {
-    return impl_->getTimestamp(reference);
+    return impl->getTimestamp(reference);
 }
 float CameraOne::getCameraFPS() const {
-    return impl_->getCameraFPS();
+    return impl->getCameraFPS();
 }
 float CameraOne::getCurrentFPS() const {
-    return impl_->getCurrentFPS();
+    return impl->getCurrentFPS();
 }
 FrameCounters CameraOne::getFrameCounters() const {
-    return impl_->getFrameCounters();
+    return impl->getFrameCounters();
 }
 
 std::vector<DeviceProperties> CameraOne::getDeviceList() const {
-    return impl_->getDeviceList();
+    return impl->getDeviceList();
 }
 CameraDescription CameraOne::getCameraInformation(Resolution resolution) const {
-    return impl_->getCameraInformation(resolution);
+    return impl->getCameraInformation(resolution);
 }
 ERROR_CODE CameraOne::getSensorsData(SensorsData& data, TIME_REFERENCE reference) {
-    return impl_->getSensorsData(data, reference);
+    return impl->getSensorsData(data, reference);
 }
 ERROR_CODE CameraOne::getSensorsDataBatch(std::vector<SensorsData>& batch) {
-    return impl_->getSensorsDataBatch(batch);
+    return impl->getSensorsDataBatch(batch);
 }
 
 ERROR_CODE CameraOne::getCameraSettings(VIDEO_SETTINGS setting, int& value) {
-    return impl_->getCameraSettings(setting, value);
+    return impl->getCameraSettings(setting, value);
 }
 ERROR_CODE CameraOne::setCameraSettings(VIDEO_SETTINGS setting, int value) {
-    return impl_->setCameraSettings(setting, value);
+    return impl->setCameraSettings(setting, value);
 }
 ERROR_CODE CameraOne::getCameraSettings(VIDEO_SETTINGS setting, int& min, int& max) {
-    return impl_->getCameraSettings(setting, min, max);
+    return impl->getCameraSettings(setting, min, max);
 }
 ERROR_CODE CameraOne::setCameraSettings(VIDEO_SETTINGS setting, int min, int max) {
-    return impl_->setCameraSettings(setting, min, max);
+    return impl->setCameraSettings(setting, min, max);
 }
 ERROR_CODE CameraOne::getCameraSettings(VIDEO_SETTINGS setting, Rect& region) {
-    return impl_->getCameraSettings(setting, region);
+    return impl->getCameraSettings(setting, region);
 }
 ERROR_CODE CameraOne::setCameraSettings(VIDEO_SETTINGS setting, Rect region, bool reset) {
-    return impl_->setCameraSettings(setting, region, reset);
+    return impl->setCameraSettings(setting, region, reset);
 }
 ERROR_CODE CameraOne::getCameraSettingsRange(VIDEO_SETTINGS setting, int& min, int& max) {
-    return impl_->getCameraSettingsRange(setting, min, max);
+    return impl->getCameraSettingsRange(setting, min, max);
 }
 bool CameraOne::isCameraSettingSupported(VIDEO_SETTINGS setting) {
-    return impl_->isCameraSettingSupported(setting);
+    return impl->isCameraSettingSupported(setting);
 }
 
 ERROR_CODE CameraOne::enableStreaming(StreamingParameters parameters) {
-    return impl_->enableStreaming(parameters);
+    return impl->enableStreaming(parameters);
 }
 void CameraOne::disableStreaming() {
-    impl_->disableStreaming();
+    impl->disableStreaming();
 }
 bool CameraOne::isStreamingEnabled() {
-    return impl_->isStreamingEnabled();
+    return impl->isStreamingEnabled();
 }
 StreamingParameters CameraOne::getStreamingParameters() {
-    return impl_->getStreamingParameters();
+    return impl->getStreamingParameters();
 }
 
 ERROR_CODE CameraOne::enableRecording(const RecordingParameters& parameters) {
-    return impl_->enableRecording(parameters);
+    return impl->enableRecording(parameters);
 }
 void CameraOne::disableRecording() {
-    impl_->disableRecording();
+    impl->disableRecording();
 }
 void CameraOne::pauseRecording(bool paused) {
-    impl_->pauseRecording(paused);
+    impl->pauseRecording(paused);
 }
 RecordingStatus CameraOne::getRecordingStatus() {
-    return impl_->getRecordingStatus();
+    return impl->getRecordingStatus();
 }
 ERROR_CODE CameraOne::setRLXPosition(int frame) {
-    return impl_->setRLXPosition(frame);
+    return impl->setRLXPosition(frame);
 }
 ERROR_CODE CameraOne::setRLXPositionAt(Timestamp time) {
-    return impl_->setRLXPositionAt(time);
+    return impl->setRLXPositionAt(time);
 }
 int CameraOne::getRLXPosition() {
-    return impl_->getRLXPosition();
+    return impl->getRLXPosition();
 }
 int CameraOne::getRLXNumberOfFrames() {
-    return impl_->getRLXNumberOfFrames();
+    return impl->getRLXNumberOfFrames();
 }
 
 ERROR_CODE CameraOne::reboot(INPUT_TYPE type) {

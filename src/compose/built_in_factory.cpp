@@ -16,32 +16,32 @@ namespace {
 class BuiltInFactory final : public CollaboratorFactory {
 public:
     std::unique_ptr<LiveCameraGrabber> makeGrabber(INPUT_TYPE type) override {
-        return virtual_bus::makeVirtualGrabber(bus_, type);
+        return virtual_bus::makeVirtualGrabber(bus, type);
     }
     std::unique_ptr<rlxrw::RLXVideo> makeRlxVideo(RlxRole /*role*/) override {
-        return oru::makeRlxVideo(*calibration_);
+        return oru::makeRlxVideo(*calibrationSource);
     }
     std::unique_ptr<UDPInput> makeStreamInput(bool verbose) override {
-        return makeStreamReceiver(*clock_, *calibration_, oru::makeRlxVideo(*calibration_), verbose);
+        return makeStreamReceiver(*systemClock, *calibrationSource, oru::makeRlxVideo(*calibrationSource), verbose);
     }
     std::unique_ptr<UDPOutput> makeStreamOutput(STREAMING_MODE /*mode*/, bool verbose) override {
-        return makeStreamSender(*clock_, *calibration_, verbose);
+        return makeStreamSender(*systemClock, *calibrationSource, verbose);
     }
-    std::unique_ptr<MonoRectifier> makeRectifier() override { return makeCpuRectifier(*gpu_); }
+    std::unique_ptr<MonoRectifier> makeRectifier() override { return makeCpuRectifier(*gpuRuntime); }
     std::unique_ptr<PlaybackRecorder> makePlaybackRecorder() override {
-        return oru::makePlaybackRecorder(*clock_, *calibration_);
+        return oru::makePlaybackRecorder(*systemClock, *calibrationSource);
     }
-    DeviceDirectory& devices() override { return *devices_; }
-    CalibrationSource& calibration() override { return *calibration_; }
-    GpuRuntime& gpu() override { return *gpu_; }
-    Clock& clock() override { return *clock_; }
+    DeviceDirectory& devices() override { return *directory; }
+    CalibrationSource& calibration() override { return *calibrationSource; }
+    GpuRuntime& gpu() override { return *gpuRuntime; }
+    Clock& clock() override { return *systemClock; }
 
 private:
-    std::unique_ptr<Clock> clock_ = makeSystemClock();
-    std::unique_ptr<GpuRuntime> gpu_ = makeHostGpuRuntime();
-    std::unique_ptr<CalibrationSource> calibration_ = makeCalibrationFetch();
-    std::shared_ptr<virtual_bus::VirtualBus> bus_ = virtual_bus::makeVirtualBus(*clock_, calibration_.get());
-    std::unique_ptr<DeviceDirectory> devices_ = virtual_bus::makeVirtualDirectory(bus_);
+    std::unique_ptr<Clock> systemClock = makeSystemClock();
+    std::unique_ptr<GpuRuntime> gpuRuntime = makeHostGpuRuntime();
+    std::unique_ptr<CalibrationSource> calibrationSource = makeCalibrationFetch();
+    std::shared_ptr<virtual_bus::VirtualBus> bus = virtual_bus::makeVirtualBus(*systemClock, calibrationSource.get());
+    std::unique_ptr<DeviceDirectory> directory = virtual_bus::makeVirtualDirectory(bus);
 };
 
 std::shared_ptr<CollaboratorFactory> makeBuiltIn() {

@@ -5,7 +5,7 @@
 namespace oru {
 
 InputType::InputType(InputKind kind, String first, String second, bool set)
-    : kind_(kind), first_(std::move(first)), second_(std::move(second)), set_(set) {}
+    : inputKind(kind), firstText(std::move(first)), secondText(std::move(second)), described(set) {}
 
 void InputType::setFromFile(String path) {
     *this = InputType(KIND_RLX_FILE, std::move(path), {}, true);

@@ -44,21 +44,21 @@ Mat::~Mat() {
 
 Mat::Mat(Mat&& other) noexcept
     : timestamp(other.timestamp),
-      size_(std::exchange(other.size_, {})),
-      type_(other.type_),
-      host_(std::exchange(other.host_, nullptr)),
-      device_(std::exchange(other.device_, nullptr)),
-      platform_(std::move(other.platform_)) {}
+      extent(std::exchange(other.extent, {})),
+      elementType(other.elementType),
+      hostMemory(std::exchange(other.hostMemory, nullptr)),
+      deviceMemory(std::exchange(other.deviceMemory, nullptr)),
+      origin(std::move(other.origin)) {}
 
 Mat& Mat::operator=(Mat&& other) noexcept {
     if (this != &other) {
         free(CPU_AND_GPU);
         timestamp = other.timestamp;
-        size_ = std::exchange(other.size_, {});
-        type_ = other.type_;
-        host_ = std::exchange(other.host_, nullptr);
-        device_ = std::exchange(other.device_, nullptr);
-        platform_ = std::move(other.platform_);
+        extent = std::exchange(other.extent, {});
+        elementType = other.elementType;
+        hostMemory = std::exchange(other.hostMemory, nullptr);
+        deviceMemory = std::exchange(other.deviceMemory, nullptr);
+        origin = std::move(other.origin);
     }
     return *this;
 }
@@ -68,55 +68,55 @@ ERROR_CODE Mat::alloc(Resolution size, MAT_TYPE type, MEM memory) {
     if (size.width == 0 || size.height == 0 || pixelBytes == 0 || (memory & ~CPU_AND_GPU) != 0 || memory == 0) {
         return INVALID_PARAMETER;
     }
-    if (size != size_ || type != type_) {
+    if (size != extent || type != elementType) {
         free(CPU_AND_GPU);
     }
     const std::size_t bytes = byteSize(size, pixelBytes);
-    const auto platform = platform_ ? platform_ : CollaboratorFactory::processDefault();
+    const auto platform = origin ? origin : CollaboratorFactory::processDefault();
     if (bytes == 0 || !platform) {
         return FAILURE;
     }
-    void* host = has(memory, CPU) && host_ == nullptr ? platform->gpu().hostAlloc(bytes) : host_;
-    void* device = has(memory, GPU) && device_ == nullptr ? platform->gpu().deviceAlloc(bytes) : device_;
+    void* host = has(memory, CPU) && hostMemory == nullptr ? platform->gpu().hostAlloc(bytes) : hostMemory;
+    void* device = has(memory, GPU) && deviceMemory == nullptr ? platform->gpu().deviceAlloc(bytes) : deviceMemory;
     if (host != nullptr || device != nullptr) {
-        platform_ = platform;
-        size_ = size;
-        type_ = type;
-        host_ = host;
-        device_ = device;
+        origin = platform;
+        extent = size;
+        elementType = type;
+        hostMemory = host;
+        deviceMemory = device;
     }
     const bool isComplete = (!has(memory, CPU) || host != nullptr) && (!has(memory, GPU) || device != nullptr);
     return isComplete ? SUCCESS : FAILURE;
 }
 
 void Mat::free(MEM memory) {
-    if (has(memory, CPU) && host_ != nullptr) {
-        platform_->gpu().hostFree(std::exchange(host_, nullptr));
+    if (has(memory, CPU) && hostMemory != nullptr) {
+        origin->gpu().hostFree(std::exchange(hostMemory, nullptr));
     }
-    if (has(memory, GPU) && device_ != nullptr) {
-        platform_->gpu().deviceFree(std::exchange(device_, nullptr));
+    if (has(memory, GPU) && deviceMemory != nullptr) {
+        origin->gpu().deviceFree(std::exchange(deviceMemory, nullptr));
     }
-    if (host_ == nullptr && device_ == nullptr) {
-        size_ = {};
-        platform_.reset();
+    if (hostMemory == nullptr && deviceMemory == nullptr) {
+        extent = {};
+        origin.reset();
     }
 }
 
 std::size_t Mat::getStepBytes(MEM memory) const {
     const bool isHeld = memory != 0 && (getMemoryType() & memory) == memory;
-    return isHeld ? size_.width * bytesPerPixel(type_) : 0;
+    return isHeld ? extent.width * bytesPerPixel(elementType) : 0;
 }
 
 MEM Mat::getMemoryType() const {
-    return static_cast<MEM>((host_ != nullptr ? CPU : 0) | (device_ != nullptr ? GPU : 0));
+    return static_cast<MEM>((hostMemory != nullptr ? CPU : 0) | (deviceMemory != nullptr ? GPU : 0));
 }
 
 void* Mat::pointer(MEM memory) const {
     switch (memory) {
         case CPU:
-            return host_;
+            return hostMemory;
         case GPU:
-            return device_;
+            return deviceMemory;
         default:
             return nullptr;
     }

@@ -73,20 +73,21 @@ KoruLogger::KoruLogger() {
     const auto threshold = text == nullptr ? LogLevel::Info : parseThreshold(text);
     auto backend = std::make_unique<ExitBackend>(makeLogBackend("MAIN", &writeToStandardError));
     registryBackend = backend.get();
-    built_in_ = std::make_unique<Logger>(std::move(backend), threshold.value_or(LogLevel::Info));
+    builtInLogger = std::make_unique<Logger>(std::move(backend), threshold.value_or(LogLevel::Info));
     if (!threshold) {
-        built_in_->write(LogLevel::Warning, __FILE__, __LINE__, "{} {} is \"{}\", which is no level; using info.",
-                         fmt::make_format_args(kTagKoru, kLevelVariable, text));
+        builtInLogger->write(LogLevel::Warning, __FILE__, __LINE__, "{} {} is \"{}\", which is no level; using info.",
+                             fmt::make_format_args(kTagKoru, kLevelVariable, text));
     }
-    main_.store(built_in_.get(), std::memory_order_release);
+    mainLogger.store(builtInLogger.get(), std::memory_order_release);
 }
 
 Logger* KoruLogger::get_logger(LOGGER_NAME name) {
-    return name == MAIN ? main_.load(std::memory_order_acquire) : others_[name];
+    return name == MAIN ? mainLogger.load(std::memory_order_acquire) : otherLoggers[name];
 }
 
 Logger* KoruLogger::set_logger(LOGGER_NAME name, Logger* logger) {
-    return name == MAIN ? main_.exchange(logger, std::memory_order_acq_rel) : std::exchange(others_[name], logger);
+    return name == MAIN ? mainLogger.exchange(logger, std::memory_order_acq_rel)
+                        : std::exchange(otherLoggers[name], logger);
 }
 
 }  // namespace oru

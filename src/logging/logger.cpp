@@ -9,7 +9,7 @@
 namespace oru {
 
 Logger::Logger(std::unique_ptr<LogBackend> backend, LogLevel threshold)
-    : backend_(std::move(backend)), threshold_(threshold) {}
+    : writer(std::move(backend)), lowestLevel(threshold) {}
 
 Logger::~Logger() = default;
 
@@ -23,7 +23,7 @@ void Logger::write(LogLevel level, const char* file, int line, fmt::string_view 
             text.clear();
             text.append(format);
         }
-        backend_->write(level, file, line, {text.data(), text.size()});
+        writer->write(level, file, line, {text.data(), text.size()});
     } catch (...) {
         return;
     }
@@ -37,7 +37,7 @@ std::unique_ptr<Logger> make_logger(std::string name, LogLevel threshold, LogSin
 }
 
 void flush(Logger& logger) {
-    logger.backend_->flush();
+    logger.writer->flush();
 }
 
 }  // namespace oru

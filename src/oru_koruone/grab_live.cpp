@@ -16,13 +16,13 @@ constexpr std::size_t kPoseTranslationOffset = 36;
 /// The grabber's frame stays as it is for a scope.
 class HeldFrame {
 public:
-    explicit HeldFrame(LiveCameraGrabber& grabber) : grabber_(grabber) { grabber_.enterCriticalSection(); }
-    ~HeldFrame() { grabber_.exitCriticalSection(); }
+    explicit HeldFrame(LiveCameraGrabber& grabber) : holder(grabber) { holder.enterCriticalSection(); }
+    ~HeldFrame() { holder.exitCriticalSection(); }
     HeldFrame(const HeldFrame&) = delete;
     HeldFrame& operator=(const HeldFrame&) = delete;
 
 private:
-    LiveCameraGrabber& grabber_;
+    LiveCameraGrabber& holder;
 };
 
 void writePose(rlxrw::rlxSampleMetadata& metadata, const Transform& pose) {

@@ -98,22 +98,22 @@ k1 = 0
 class CameraTest : public ::testing::Test {
 protected:
     CameraTest()
-        : directory_(std::filesystem::temp_directory_path() / ("oru_camera_" + std::to_string(::getpid()))),
-          previousRoot_(std::exchange(detail::settingsRoot(), (directory_ / "system").string())),
-          previousFactory_(CollaboratorFactory::setProcessDefault(factory)) {
-        std::filesystem::create_directories(directory_);
+        : directory(std::filesystem::temp_directory_path() / ("oru_camera_" + std::to_string(::getpid()))),
+          previousRoot(std::exchange(detail::settingsRoot(), (directory / "system").string())),
+          previousFactory(CollaboratorFactory::setProcessDefault(factory)) {
+        std::filesystem::create_directories(directory);
         writeCalibration(30010001, kCalibrationOfFamily1);
         writeCalibration(31020002, kCalibrationOfFamily2);
         parameters.settings_path = settings().c_str();
     }
     ~CameraTest() override {
         camera.reset();
-        (void)CollaboratorFactory::setProcessDefault(previousFactory_);
-        detail::settingsRoot() = previousRoot_;
-        std::filesystem::remove_all(directory_);
+        (void)CollaboratorFactory::setProcessDefault(previousFactory);
+        detail::settingsRoot() = previousRoot;
+        std::filesystem::remove_all(directory);
     }
 
-    [[nodiscard]] std::string settings() const { return directory_.string() + "/"; }
+    [[nodiscard]] std::string settings() const { return directory.string() + "/"; }
     [[nodiscard]] std::string calibrationPath(int serial) const { return settings() + calibrationFileName(serial); }
     void writeCalibration(int serial, const std::string& text) const { std::ofstream(calibrationPath(serial)) << text; }
     [[nodiscard]] ERROR_CODE openLive() { return camera->open(parameters); }
@@ -140,9 +140,9 @@ protected:
     InitParametersOne parameters;
 
 private:
-    std::filesystem::path directory_;
-    std::string previousRoot_;
-    std::shared_ptr<CollaboratorFactory> previousFactory_;
+    std::filesystem::path directory;
+    std::string previousRoot;
+    std::shared_ptr<CollaboratorFactory> previousFactory;
 
 protected:
     LogCapture logged;

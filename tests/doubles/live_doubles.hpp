@@ -54,125 +54,125 @@ struct GrabberScript {
 
 class ScriptedMcu final : public KORUmcu {
 public:
-    ScriptedMcu(McuScript& script, CallLog& log) : script_(script), log_(log) {}
+    ScriptedMcu(McuScript& answers, CallLog& calls) : script(answers), log(calls) {}
 
-    ImuCalibration exportCalib() override { return script_.calibration; }
+    ImuCalibration exportCalib() override { return script.calibration; }
     IMUPacket getIMUPose(int index) override {
-        log_.add(fmt::format("getIMUPose {}", index));
-        if (script_.poses.empty()) {
+        log.add(fmt::format("getIMUPose {}", index));
+        if (script.poses.empty()) {
             return {};
         }
-        const IMUPacket pose = script_.poses.front();
-        if (script_.poses.size() > 1) {
-            script_.poses.pop_front();
+        const IMUPacket pose = script.poses.front();
+        if (script.poses.size() > 1) {
+            script.poses.pop_front();
         }
         return pose;
     }
-    Transform getIMUCameraTransform() override { return script_.imuToCamera; }
+    Transform getIMUCameraTransform() override { return script.imuToCamera; }
     std::vector<IMUPacket> getIMUPacketBatch(unsigned long from, unsigned long to) override {
-        log_.add(fmt::format("getIMUPacketBatch {} {}", from, to));
-        return script_.batch;
+        log.add(fmt::format("getIMUPacketBatch {} {}", from, to));
+        return script.batch;
     }
-    unsigned int getMCUFirmwareVersion() override { return script_.firmware; }
-    bool isReady() override { return script_.ready; }
+    unsigned int getMCUFirmwareVersion() override { return script.firmware; }
+    bool isReady() override { return script.ready; }
 
 private:
-    McuScript& script_;
-    CallLog& log_;
+    McuScript& script;
+    CallLog& log;
 };
 
 class ScriptedGrabber final : public LiveCameraGrabber {
 public:
-    ScriptedGrabber(GrabberScript& script, CallLog& log, INPUT_TYPE type)
-        : script_(script), log_(log), mcu_(script.mcu, log), type_(type) {
-        log_.add(fmt::format("makeGrabber {}", static_cast<int>(type)));
+    ScriptedGrabber(GrabberScript& answers, CallLog& calls, INPUT_TYPE type)
+        : script(answers), log(calls), mcu(answers.mcu, calls), kind(type) {
+        log.add(fmt::format("makeGrabber {}", static_cast<int>(type)));
     }
-    ~ScriptedGrabber() override { log_.add("~grabber"); }
+    ~ScriptedGrabber() override { log.add("~grabber"); }
 
-    void setInputType(INPUT_TYPE type) override { type_ = type; }
-    [[nodiscard]] INPUT_TYPE inputType() const override { return type_; }
-    void setMonoCapture(bool mono) override { log_.add(fmt::format("setMonoCapture {}", mono)); }
+    void setInputType(INPUT_TYPE type) override { kind = type; }
+    [[nodiscard]] INPUT_TYPE inputType() const override { return kind; }
+    void setMonoCapture(bool mono) override { log.add(fmt::format("setMonoCapture {}", mono)); }
     SETUP_STATE setUp(int& id, int width, int height, int fps, int option, bool a, IMU_FREQ frequency, bool b,
                       bool hdr) override {
-        log_.add(fmt::format("setUp {} {}x{} {} {} {} {} {} {}", id, width, height, fps, option, a,
-                             static_cast<int>(frequency), b, hdr));
+        log.add(fmt::format("setUp {} {}x{} {} {} {} {} {} {}", id, width, height, fps, option, a,
+                            static_cast<int>(frequency), b, hdr));
         id = id < 0 ? 0 : id;
-        return script_.setUp;
+        return script.setUp;
     }
-    int getEffectiveWidth() override { return script_.width; }
-    int getEffectiveHeight() override { return script_.height; }
-    MODEL getCameraModel() override { return script_.model; }
-    int getSerialNumber() override { return script_.serial; }
-    int getFWVersion() override { return script_.firmware; }
-    int getRequestedFPS() override { return script_.fps; }
-    void endSetup(unsigned char* unused) override { log_.add(unused == nullptr ? "endSetup null" : "endSetup"); }
-    bool hasMCU() override { return script_.hasMcu; }
-    KORUmcu* getMCU() override { return script_.mcuIsNull ? nullptr : &mcu_; }
+    int getEffectiveWidth() override { return script.width; }
+    int getEffectiveHeight() override { return script.height; }
+    MODEL getCameraModel() override { return script.model; }
+    int getSerialNumber() override { return script.serial; }
+    int getFWVersion() override { return script.firmware; }
+    int getRequestedFPS() override { return script.fps; }
+    void endSetup(unsigned char* unused) override { log.add(unused == nullptr ? "endSetup null" : "endSetup"); }
+    bool hasMCU() override { return script.hasMcu; }
+    KORUmcu* getMCU() override { return script.mcuIsNull ? nullptr : &mcu; }
     int waitForNewFrame(int milliseconds) override {
-        log_.add(fmt::format("waitForNewFrame {}", milliseconds));
-        if (script_.onWait) {
-            script_.onWait();
+        log.add(fmt::format("waitForNewFrame {}", milliseconds));
+        if (script.onWait) {
+            script.onWait();
         }
         return 0;
     }
     FrameStatus getFrameStatus() override {
-        if (script_.statuses.empty()) {
-            return script_.thenStatus;
+        if (script.statuses.empty()) {
+            return script.thenStatus;
         }
-        const FrameStatus status = script_.statuses.front();
-        script_.statuses.pop_front();
+        const FrameStatus status = script.statuses.front();
+        script.statuses.pop_front();
         return status;
     }
-    void enterCriticalSection() override { log_.add("enter"); }
-    void exitCriticalSection() override { log_.add("exit"); }
+    void enterCriticalSection() override { log.add("enter"); }
+    void exitCriticalSection() override { log.add("exit"); }
     unsigned char* getPixels() override {
-        log_.add("getPixels");
-        return script_.pixelsAreNull || script_.pixels.empty() ? nullptr : script_.pixels.data();
+        log.add("getPixels");
+        return script.pixelsAreNull || script.pixels.empty() ? nullptr : script.pixels.data();
     }
-    Timestamp getTimeStamp() override { return script_.time; }
-    const IMUPacket* getIMUPacket() override { return script_.packetIsNull ? nullptr : &script_.packet; }
+    Timestamp getTimeStamp() override { return script.time; }
+    const IMUPacket* getIMUPacket() override { return script.packetIsNull ? nullptr : &script.packet; }
     void afterGrab() override {
-        log_.add("afterGrab");
-        script_.time += script_.timeStep;
+        log.add("afterGrab");
+        script.time += script.timeStep;
     }
-    void close(bool wait) override { log_.add(fmt::format("closeGrabber {}", wait)); }
+    void close(bool wait) override { log.add(fmt::format("closeGrabber {}", wait)); }
 
     bool getVideoSettingRange(VIDEO_SETTINGS, int& min, int& max) override {
         min = 0;
         max = 100;
-        return script_.knowsRange;
+        return script.knowsRange;
     }
-    bool valueInRange(VIDEO_SETTINGS, int) override { return script_.accepts; }
-    int getGrabberSettingsValue(VIDEO_SETTINGS setting) override { return script_.values[setting]; }
+    bool valueInRange(VIDEO_SETTINGS, int) override { return script.accepts; }
+    int getGrabberSettingsValue(VIDEO_SETTINGS setting) override { return script.values[setting]; }
     int setGrabberSettingsValue(VIDEO_SETTINGS setting, int value, bool automatic) override {
-        log_.add(fmt::format("set {} {} {}", static_cast<int>(setting), value, automatic));
+        log.add(fmt::format("set {} {} {}", static_cast<int>(setting), value, automatic));
         return 0;
     }
     int setGrabberSettingsValue(VIDEO_SETTINGS setting, std::pair<int, int> range, bool automatic) override {
-        log_.add(fmt::format("set {} {}..{} {}", static_cast<int>(setting), range.first, range.second, automatic));
+        log.add(fmt::format("set {} {}..{} {}", static_cast<int>(setting), range.first, range.second, automatic));
         return 0;
     }
-    std::pair<int, int> getGrabberSettingsRangeValue(VIDEO_SETTINGS) override { return script_.range; }
+    std::pair<int, int> getGrabberSettingsRangeValue(VIDEO_SETTINGS) override { return script.range; }
     int getROIforAECAGC(int side, Rect& region) override {
-        log_.add(fmt::format("getROI {}", side));
-        region = script_.region;
-        return script_.regionStatus;
+        log.add(fmt::format("getROI {}", side));
+        region = script.region;
+        return script.regionStatus;
     }
     int setROIforAECAGC(int side, Rect region) override {
-        log_.add(fmt::format("setROI {} {},{} {}x{}", side, region.x, region.y, region.width, region.height));
-        return script_.regionStatus;
+        log.add(fmt::format("setROI {} {},{} {}x{}", side, region.x, region.y, region.width, region.height));
+        return script.regionStatus;
     }
     int resetROIforAECAGC(int side) override {
-        log_.add(fmt::format("resetROI {}", side));
-        return script_.regionStatus;
+        log.add(fmt::format("resetROI {}", side));
+        return script.regionStatus;
     }
-    [[nodiscard]] FrameCounters counters() const override { return script_.counters; }
+    [[nodiscard]] FrameCounters counters() const override { return script.counters; }
 
 private:
-    GrabberScript& script_;
-    CallLog& log_;
-    ScriptedMcu mcu_;
-    INPUT_TYPE type_;
+    GrabberScript& script;
+    CallLog& log;
+    ScriptedMcu mcu;
+    INPUT_TYPE kind;
 };
 
 }  // namespace oru::doubles

@@ -14,23 +14,23 @@ namespace oru::doubles {
 class LogCapture {
 public:
     explicit LogCapture(LogLevel threshold = LogLevel::TraceL3)
-        : logger_(make_logger("capture", threshold,
-                              [this](const LogRecord& record) {
-                                  const MutexLock lock(mutex_);
-                                  records_.push_back(record);
-                              })),
-          previous_(KoruLogger::get_instance().set_logger(MAIN, logger_.get())) {}
+        : logger(make_logger("capture", threshold,
+                             [this](const LogRecord& record) {
+                                 const MutexLock lock(mutex);
+                                 caught.push_back(record);
+                             })),
+          previous(KoruLogger::get_instance().set_logger(MAIN, logger.get())) {}
     ~LogCapture() {
-        (void)KoruLogger::get_instance().set_logger(MAIN, previous_);
-        flush(*logger_);
+        (void)KoruLogger::get_instance().set_logger(MAIN, previous);
+        flush(*logger);
     }
     LogCapture(const LogCapture&) = delete;
     LogCapture& operator=(const LogCapture&) = delete;
 
     [[nodiscard]] std::vector<LogRecord> records() {
-        flush(*logger_);
-        const MutexLock lock(mutex_);
-        return records_;
+        flush(*logger);
+        const MutexLock lock(mutex);
+        return caught;
     }
     [[nodiscard]] std::vector<std::string> texts(LogLevel level) {
         std::vector<std::string> found;
@@ -46,16 +46,16 @@ public:
         return std::count(found.begin(), found.end(), text);
     }
     void clear() {
-        flush(*logger_);
-        const MutexLock lock(mutex_);
-        records_.clear();
+        flush(*logger);
+        const MutexLock lock(mutex);
+        caught.clear();
     }
 
 private:
-    Mutex mutex_;
-    std::vector<LogRecord> records_ ORU_GUARDED_BY(mutex_);
-    std::unique_ptr<Logger> logger_;
-    Logger* previous_;
+    Mutex mutex;
+    std::vector<LogRecord> caught ORU_GUARDED_BY(mutex);
+    std::unique_ptr<Logger> logger;
+    Logger* previous;
 };
 
 }  // namespace oru::doubles

@@ -38,29 +38,29 @@ public:
 /// Host memory under GPU names.
 class ScriptedGpu final : public GpuRuntime {
 public:
-    explicit ScriptedGpu(CallLog& log) : log_(log) {}
+    explicit ScriptedGpu(CallLog& calls) : log(calls) {}
 
     int cudaSetDevice(int device) override {
-        log_.add(fmt::format("cudaSetDevice {}", device));
+        log.add(fmt::format("cudaSetDevice {}", device));
         return 0;
     }
     int cuCtxGetCurrent(CUctx_st** context) override {
-        log_.add("cuCtxGetCurrent");
+        log.add("cuCtxGetCurrent");
         *context = current;
         return 0;
     }
     int cuCtxCreate_v2(CUctx_st** context, unsigned flags, int device) override {
-        log_.add(fmt::format("cuCtxCreate {} {}", flags, device));
-        *context = reinterpret_cast<CUctx_st*>(&created_);
+        log.add(fmt::format("cuCtxCreate {} {}", flags, device));
+        *context = reinterpret_cast<CUctx_st*>(&createdContext);
         return 0;
     }
     int cudaStreamCreate(CUstream_st** stream) override {
-        log_.add("cudaStreamCreate");
-        *stream = reinterpret_cast<CUstream_st*>(&stream_);
+        log.add("cudaStreamCreate");
+        *stream = reinterpret_cast<CUstream_st*>(&createdStream);
         return 0;
     }
     int cudaStreamDestroy(CUstream_st*) override {
-        log_.add("cudaStreamDestroy");
+        log.add("cudaStreamDestroy");
         return 0;
     }
     int cudaStreamSynchronize(CUstream_st*) override { return 0; }
@@ -80,47 +80,47 @@ public:
     CUctx_st* current = nullptr;
 
 private:
-    CallLog& log_;
-    int created_ = 0;
-    int stream_ = 0;
+    CallLog& log;
+    int createdContext = 0;
+    int createdStream = 0;
 };
 
 class ScriptedRectifier final : public MonoRectifier {
 public:
-    explicit ScriptedRectifier(CallLog& log) : log_(log) {}
+    explicit ScriptedRectifier(CallLog& calls) : log(calls) {}
 
     CameraParameters setup(CameraParameters& raw, CUstream_st*, bool flipped) override {
-        log_.add(fmt::format("setup {}x{} {}", raw.image_size.width, raw.image_size.height, flipped));
+        log.add(fmt::format("setup {}x{} {}", raw.image_size.width, raw.image_size.height, flipped));
         CameraParameters rectified = raw;
         rectified.distortion.fill(0.0);
         return rectified;
     }
-    void process(Mat&, CUstream_st*) override { log_.add("process"); }
+    void process(Mat&, CUstream_st*) override { log.add("process"); }
     int getView(VIEW view, Resolution size, Mat&, MEM memory, CUstream_st*) override {
-        log_.add(fmt::format("getView {} {}x{} {}", static_cast<int>(view), size.width, size.height,
-                             static_cast<int>(memory)));
+        log.add(fmt::format("getView {} {}x{} {}", static_cast<int>(view), size.width, size.height,
+                            static_cast<int>(memory)));
         return 0;
     }
-    void free() override { log_.add("freeRectifier"); }
+    void free() override { log.add("freeRectifier"); }
 
 private:
-    CallLog& log_;
+    CallLog& log;
 };
 
 class ScriptedDirectory final : public DeviceDirectory {
 public:
-    explicit ScriptedDirectory(CallLog& log) : log_(log) {}
+    explicit ScriptedDirectory(CallLog& calls) : log(calls) {}
 
     std::vector<DeviceProperties> getGMSLDevices(bool a, bool b) override {
-        log_.add(fmt::format("getGMSLDevices {} {}", a, b));
+        log.add(fmt::format("getGMSLDevices {} {}", a, b));
         return devices;
     }
     std::vector<DeviceProperties> getGrabberList(bool all) override {
-        log_.add(fmt::format("getGrabberList {}", all));
+        log.add(fmt::format("getGrabberList {}", all));
         return devices;
     }
     ERROR_CODE resetMCU(int index) override {
-        log_.add(fmt::format("resetMCU {}", index));
+        log.add(fmt::format("resetMCU {}", index));
         return reset;
     }
 
@@ -128,15 +128,15 @@ public:
     ERROR_CODE reset = SUCCESS;
 
 private:
-    CallLog& log_;
+    CallLog& log;
 };
 
 class ScriptedCalibration final : public CalibrationSource {
 public:
-    explicit ScriptedCalibration(CallLog& log) : log_(log) {}
+    explicit ScriptedCalibration(CallLog& calls) : log(calls) {}
 
     bool downloadCalibFile(String directory, int serial_number) override {
-        log_.add(fmt::format("download {} {}", directory.c_str(), serial_number));
+        log.add(fmt::format("download {} {}", directory.c_str(), serial_number));
         if (onDownload) {
             onDownload();
         }
@@ -146,7 +146,7 @@ public:
     std::function<void()> onDownload;
 
 private:
-    CallLog& log_;
+    CallLog& log;
 };
 
 }  // namespace oru::doubles

@@ -36,29 +36,29 @@ public:
     [[nodiscard]] INPUT_TYPE inputType() const override { return GMSL; }
     void setMonoCapture(bool) override {}
     SETUP_STATE setUp(int&, int width, int height, int fps, int, bool, IMU_FREQ, bool, bool) override {
-        width_ = width;
-        height_ = height;
-        fps_ = fps;
-        pixels_.assign(static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 2, 0x80);
+        pictureWidth = width;
+        pictureHeight = height;
+        rate = fps;
+        pixels.assign(static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 2, 0x80);
         return SETUP_OK;
     }
-    int getEffectiveWidth() override { return width_; }
-    int getEffectiveHeight() override { return height_; }
+    int getEffectiveWidth() override { return pictureWidth; }
+    int getEffectiveHeight() override { return pictureHeight; }
     MODEL getCameraModel() override { return MODEL_MONO_3UM; }
     int getSerialNumber() override { return 30010001; }
     int getFWVersion() override { return 1; }
-    int getRequestedFPS() override { return fps_; }
+    int getRequestedFPS() override { return rate; }
     void endSetup(unsigned char*) override {}
     bool hasMCU() override { return true; }
-    KORUmcu* getMCU() override { return &mcu_; }
+    KORUmcu* getMCU() override { return &mcu; }
     int waitForNewFrame(int) override { return 0; }
     FrameStatus getFrameStatus() override { return NEW_FRAME; }
     void enterCriticalSection() override {}
     void exitCriticalSection() override {}
-    unsigned char* getPixels() override { return pixels_.data(); }
-    Timestamp getTimeStamp() override { return time_; }
-    const IMUPacket* getIMUPacket() override { return &packet_; }
-    void afterGrab() override { time_ += 33'333'333; }
+    unsigned char* getPixels() override { return pixels.data(); }
+    Timestamp getTimeStamp() override { return time; }
+    const IMUPacket* getIMUPacket() override { return &packet; }
+    void afterGrab() override { time += 33'333'333; }
     void close(bool) override {}
     bool getVideoSettingRange(VIDEO_SETTINGS, int&, int&) override { return false; }
     bool valueInRange(VIDEO_SETTINGS, int) override { return true; }
@@ -72,13 +72,13 @@ public:
     [[nodiscard]] FrameCounters counters() const override { return {}; }
 
 private:
-    QuietMcu mcu_;
-    std::vector<unsigned char> pixels_;
-    IMUPacket packet_ = QuietMcu::sample(1);
-    Timestamp time_ = 1'000'000'000;
-    int width_ = 0;
-    int height_ = 0;
-    int fps_ = 0;
+    QuietMcu mcu;
+    std::vector<unsigned char> pixels;
+    IMUPacket packet = QuietMcu::sample(1);
+    Timestamp time = 1'000'000'000;
+    int pictureWidth = 0;
+    int pictureHeight = 0;
+    int rate = 0;
 };
 
 class QuietRectifier final : public MonoRectifier {
@@ -131,16 +131,16 @@ public:
     std::unique_ptr<UDPOutput> makeStreamOutput(STREAMING_MODE, bool) override { return nullptr; }
     std::unique_ptr<MonoRectifier> makeRectifier() override { return std::make_unique<QuietRectifier>(); }
     std::unique_ptr<PlaybackRecorder> makePlaybackRecorder() override { return nullptr; }
-    DeviceDirectory& devices() override { return directory_; }
-    CalibrationSource& calibration() override { return calibration_; }
-    GpuRuntime& gpu() override { return gpu_; }
-    Clock& clock() override { return *clock_; }
+    DeviceDirectory& devices() override { return directory; }
+    CalibrationSource& calibration() override { return calibrationSource; }
+    GpuRuntime& gpu() override { return gpuRuntime; }
+    Clock& clock() override { return *systemClock; }
 
 private:
-    QuietDirectory directory_;
-    QuietCalibration calibration_;
-    QuietGpu gpu_;
-    std::unique_ptr<Clock> clock_ = makeSystemClock();
+    QuietDirectory directory;
+    QuietCalibration calibrationSource;
+    QuietGpu gpuRuntime;
+    std::unique_ptr<Clock> systemClock = makeSystemClock();
 };
 
 }  // namespace oru::doubles

@@ -48,52 +48,52 @@ struct RlxScript {
 
 class ScriptedRlx final : public rlxrw::RLXVideo {
 public:
-    ScriptedRlx(RlxScript& script, CallLog& log, std::string name)
-        : script_(script), log_(log), name_(std::move(name)) {}
-    ~ScriptedRlx() override { log_.add("~" + name_); }
+    ScriptedRlx(RlxScript& answers, CallLog& calls, std::string role)
+        : script(answers), log(calls), name(std::move(role)) {}
+    ~ScriptedRlx() override { log.add("~" + name); }
 
     int open(const char* path) override {
-        log_.add(fmt::format("{} open {}", name_, path));
-        if (script_.openings.empty()) {
+        log.add(fmt::format("{} open {}", name, path));
+        if (script.openings.empty()) {
             return 0;
         }
-        const int result = script_.openings.front();
-        script_.openings.pop_front();
+        const int result = script.openings.front();
+        script.openings.pop_front();
         return result;
     }
-    void close() override { log_.add(name_ + " close"); }
+    void close() override { log.add(name + " close"); }
     int repairFile(const char* in, const char* out, bool a, bool b) override {
-        log_.add(fmt::format("repair {} '{}' {} {}", in, out, a, b));
-        return script_.repair;
+        log.add(fmt::format("repair {} '{}' {} {}", in, out, a, b));
+        return script.repair;
     }
-    void setPosition(int frame) override { log_.add(fmt::format("setPosition {}", frame)); }
-    int getRLXVersion() override { return script_.version; }
-    rlxrw::IRLXWriter* v1() override { return script_.version == 1 ? &script_.v1 : nullptr; }
-    const rlxrw::RlxHeaderV2* v2() override { return script_.version == 2 ? &script_.v2 : nullptr; }
-    MODEL getCameraModel() override { return script_.model; }
+    void setPosition(int frame) override { log.add(fmt::format("setPosition {}", frame)); }
+    int getRLXVersion() override { return script.version; }
+    rlxrw::IRLXWriter* v1() override { return script.version == 1 ? &script.v1 : nullptr; }
+    const rlxrw::RlxHeaderV2* v2() override { return script.version == 2 ? &script.v2 : nullptr; }
+    MODEL getCameraModel() override { return script.model; }
     int getCameraFwVersion() override { return 1001; }
-    int getIMUDataVersion() override { return script_.imuDataVersion; }
-    bool hasIMUData() override { return script_.hasImu; }
-    int getSharpenIntVal() override { return script_.sharpness; }
+    int getIMUDataVersion() override { return script.imuDataVersion; }
+    bool hasIMUData() override { return script.hasImu; }
+    int getSharpenIntVal() override { return script.sharpness; }
     ImuCalibration getImuCalib() override { return {}; }
-    RLX_COMPRESSION_MODE getCompressionMode() override { return script_.mode; }
+    RLX_COMPRESSION_MODE getCompressionMode() override { return script.mode; }
     bool getDecompressionPlatform() override {
-        log_.add("getDecompressionPlatform");
-        return script_.platform;
+        log.add("getDecompressionPlatform");
+        return script.platform;
     }
     bool getCurrentIMU(IMUPacket& packet) override {
-        packet = script_.currentImu.value_or(IMUPacket{});
-        return script_.currentImu.has_value();
+        packet = script.currentImu.value_or(IMUPacket{});
+        return script.currentImu.has_value();
     }
     bool getCurrentMetadata(rlxrw::rlxSampleMetadata& metadata) override {
-        metadata = script_.metadata.value_or(rlxrw::rlxSampleMetadata{});
-        return script_.metadata.has_value();
+        metadata = script.metadata.value_or(rlxrw::rlxSampleMetadata{});
+        return script.metadata.has_value();
     }
-    const Matrix4f* getIMUCamTransform() override { return script_.imuToCamera ? &*script_.imuToCamera : nullptr; }
-    std::vector<IMUPacket> getFrameIMUPackets() override { return script_.framePackets; }
+    const Matrix4f* getIMUCamTransform() override { return script.imuToCamera ? &*script.imuToCamera : nullptr; }
+    std::vector<IMUPacket> getFrameIMUPackets() override { return script.framePackets; }
     void writeCurrentIMU(IMUPacket packet) override {
-        log_.add(fmt::format("{} writeCurrentIMU {}", name_, packet.imu_timestamp));
-        script_.written.push_back(packet);
+        log.add(fmt::format("{} writeCurrentIMU {}", name, packet.imu_timestamp));
+        script.written.push_back(packet);
     }
     [[nodiscard]] FrameStatus readFrame(unsigned char*, std::size_t, Timestamp&) override { return INPUT_ENDED; }
     int frameCount() override { return 0; }
@@ -103,43 +103,43 @@ public:
     [[nodiscard]] FrameCounters counters() const override { return {}; }
 
 private:
-    RlxScript& script_;
-    CallLog& log_;
-    std::string name_;
+    RlxScript& script;
+    CallLog& log;
+    std::string name;
 };
 
 class ScriptedPlayback final : public PlaybackRecorder {
 public:
-    ScriptedPlayback(RlxScript& script, CallLog& log) : script_(script), log_(log) {}
-    ~ScriptedPlayback() override { log_.add("~playback"); }
+    ScriptedPlayback(RlxScript& answers, CallLog& calls) : script(answers), log(calls) {}
+    ~ScriptedPlayback() override { log.add("~playback"); }
 
     [[nodiscard]] FrameStatus nextImageOfRLX(CameraFrameContext camera, bool flag) override {
-        log_.add(fmt::format("nextImageOfRLX {}", flag));
-        FrameStatus status = script_.thenStatus;
-        if (!script_.statuses.empty()) {
-            status = script_.statuses.front();
-            script_.statuses.pop_front();
+        log.add(fmt::format("nextImageOfRLX {}", flag));
+        FrameStatus status = script.thenStatus;
+        if (!script.statuses.empty()) {
+            status = script.statuses.front();
+            script.statuses.pop_front();
         }
         camera.currentTimestamp += status == NEW_FRAME ? 33'000'000 : 0;
         return status;
     }
-    void handleRLXFrameRecording(CameraFrameContext) override { log_.add("handleRLXFrameRecording"); }
+    void handleRLXFrameRecording(CameraFrameContext) override { log.add("handleRLXFrameRecording"); }
     void disableRecording(CameraFrameContext camera) override {
-        log_.add("disableRecording");
+        log.add("disableRecording");
         camera.recordingEnabled = false;
         camera.recordingFrameBuffer = nullptr;
     }
     ERROR_CODE enableRecording(CameraFrameContext camera, const RecordingParameters& parameters,
                                const rlxrw::RlxRecordingHeader& source) override {
-        log_.add(fmt::format("enableRecording {} {}x{} {}", parameters.video_filename.c_str(), source.width,
-                             source.height, source.serial_number));
+        log.add(fmt::format("enableRecording {} {}x{} {}", parameters.video_filename.c_str(), source.width,
+                            source.height, source.serial_number));
         camera.recordingEnabled = true;
         return SUCCESS;
     }
 
 private:
-    RlxScript& script_;
-    CallLog& log_;
+    RlxScript& script;
+    CallLog& log;
 };
 
 }  // namespace oru::doubles

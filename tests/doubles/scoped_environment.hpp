@@ -8,21 +8,21 @@ namespace oru::doubles {
 /// Sets an environment variable, or unsets it with null, for the life of the object.
 class ScopedEnvironment {
 public:
-    ScopedEnvironment(const char* name, const char* value) : name_(name) {
-        if (const char* before = std::getenv(name); before != nullptr) {
-            had_ = true;
-            before_ = before;
+    ScopedEnvironment(const char* variable, const char* value) : name(variable) {
+        if (const char* before = std::getenv(variable); before != nullptr) {
+            wasSet = true;
+            previous = before;
         }
-        value == nullptr ? ::unsetenv(name) : ::setenv(name, value, 1);
+        value == nullptr ? ::unsetenv(variable) : ::setenv(variable, value, 1);
     }
-    ~ScopedEnvironment() { had_ ? ::setenv(name_.c_str(), before_.c_str(), 1) : ::unsetenv(name_.c_str()); }
+    ~ScopedEnvironment() { wasSet ? ::setenv(name.c_str(), previous.c_str(), 1) : ::unsetenv(name.c_str()); }
     ScopedEnvironment(const ScopedEnvironment&) = delete;
     ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;
 
 private:
-    std::string name_;
-    std::string before_;
-    bool had_ = false;
+    std::string name;
+    std::string previous;
+    bool wasSet = false;
 };
 
 }  // namespace oru::doubles

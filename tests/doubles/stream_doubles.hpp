@@ -33,55 +33,55 @@ struct StreamInputScript {
 
 class ScriptedStreamInput final : public UDPInput {
 public:
-    ScriptedStreamInput(StreamInputScript& script, RlxScript& rlx, CallLog& log, bool verbose)
-        : script_(script), log_(log), recorder_(rlx, log, "streamRecorder") {
-        log_.add(fmt::format("makeStreamInput {}", verbose));
+    ScriptedStreamInput(StreamInputScript& answers, RlxScript& rlx, CallLog& calls, bool verbose)
+        : script(answers), log(calls), streamRecorder(rlx, calls, "streamRecorder") {
+        log.add(fmt::format("makeStreamInput {}", verbose));
     }
-    ~ScriptedStreamInput() override { log_.add("~streamInput"); }
+    ~ScriptedStreamInput() override { log.add("~streamInput"); }
 
     int open(String ip, unsigned short port, int unused) override {
-        log_.add(fmt::format("connect {} {} {}", ip.c_str(), port, unused));
-        return script_.opening;
+        log.add(fmt::format("connect {} {} {}", ip.c_str(), port, unused));
+        return script.opening;
     }
     bool readStreamData(unsigned char* image, unsigned char* second) override {
-        log_.add(second == nullptr ? "readStreamData" : "readStreamData second");
-        bool frame = script_.thenFrame;
-        if (!script_.frames.empty()) {
-            frame = script_.frames.front();
-            script_.frames.pop_front();
+        log.add(second == nullptr ? "readStreamData" : "readStreamData second");
+        bool frame = script.thenFrame;
+        if (!script.frames.empty()) {
+            frame = script.frames.front();
+            script.frames.pop_front();
         }
         if (frame) {
             image[0] = static_cast<unsigned char>(image[0] + 1);
-            script_.time += 40'000'000;
+            script.time += 40'000'000;
         }
         return frame;
     }
-    Timestamp frameTimestamp() override { return script_.time; }
-    bool frameHasMetadata() override { return script_.hasMetadata; }
-    rlxrw::rlxSampleMetadata frameMetadata() override { return script_.metadata; }
-    StreamDescription description() override { return script_.description; }
-    int announcedFps() override { return script_.fps; }
-    StreamImuPose announcedImuPose() override { return script_.pose; }
-    int versionByte() override { return script_.versionByte; }
-    bool canSupplyCurrentImu() override { return script_.suppliesImu; }
+    Timestamp frameTimestamp() override { return script.time; }
+    bool frameHasMetadata() override { return script.hasMetadata; }
+    rlxrw::rlxSampleMetadata frameMetadata() override { return script.metadata; }
+    StreamDescription description() override { return script.description; }
+    int announcedFps() override { return script.fps; }
+    StreamImuPose announcedImuPose() override { return script.pose; }
+    int versionByte() override { return script.versionByte; }
+    bool canSupplyCurrentImu() override { return script.suppliesImu; }
     bool getCurrentIMU(IMUPacket& packet) override {
-        packet = script_.imu;
-        return script_.suppliesImu;
+        packet = script.imu;
+        return script.suppliesImu;
     }
     std::vector<IMUPacket> takeImuPacketsBefore(Timestamp time) override {
-        log_.add(fmt::format("takeImuPacketsBefore {}", time));
-        return script_.packets;
+        log.add(fmt::format("takeImuPacketsBefore {}", time));
+        return script.packets;
     }
-    rlxrw::RLXVideo& recorder() override { return recorder_; }
+    rlxrw::RLXVideo& recorder() override { return streamRecorder; }
     [[nodiscard]] FrameCounters counters() const override { return {}; }
     bool valueRange(VIDEO_SETTINGS, int& min, int& max) override {
         min = 1;
         max = 8;
-        return script_.knowsRange;
+        return script.knowsRange;
     }
-    int getGrabberSettingsValue(VIDEO_SETTINGS setting) override { return script_.values[setting]; }
+    int getGrabberSettingsValue(VIDEO_SETTINGS setting) override { return script.values[setting]; }
     int setGrabberSettingsValue(VIDEO_SETTINGS setting, int value, bool automatic) override {
-        log_.add(fmt::format("stream set {} {} {}", static_cast<int>(setting), value, automatic));
+        log.add(fmt::format("stream set {} {} {}", static_cast<int>(setting), value, automatic));
         return 0;
     }
     int getGrabberSettingsValue(VIDEO_SETTINGS, int side, Rect& region) override {
@@ -89,14 +89,14 @@ public:
         return 0;
     }
     int setGrabberSettingsValue(VIDEO_SETTINGS, int side, Rect region, bool reset) override {
-        log_.add(fmt::format("stream setROI {} {}x{} {}", side, region.width, region.height, reset));
+        log.add(fmt::format("stream setROI {} {}x{} {}", side, region.width, region.height, reset));
         return 0;
     }
 
 private:
-    StreamInputScript& script_;
-    CallLog& log_;
-    ScriptedRlx recorder_;
+    StreamInputScript& script;
+    CallLog& log;
+    ScriptedRlx streamRecorder;
 };
 
 struct StreamOutputScript {
@@ -110,33 +110,33 @@ struct StreamOutputScript {
 
 class ScriptedStreamOutput final : public UDPOutput {
 public:
-    ScriptedStreamOutput(StreamOutputScript& script, CallLog& log, bool verbose) : script_(script), log_(log) {
-        log_.add(fmt::format("makeStreamOutput {}", verbose));
+    ScriptedStreamOutput(StreamOutputScript& answers, CallLog& calls, bool verbose) : script(answers), log(calls) {
+        log.add(fmt::format("makeStreamOutput {}", verbose));
     }
-    ~ScriptedStreamOutput() override { log_.add("~streamOutput"); }
+    ~ScriptedStreamOutput() override { log.add("~streamOutput"); }
 
     int open(UDPOutConfig configuration) override {
-        script_.configuration = configuration;
-        return script_.opening;
+        script.configuration = configuration;
+        return script.opening;
     }
     void setGrabber(LiveCameraGrabber* grabber) override {
-        log_.add(grabber == nullptr ? "setGrabber null" : "setGrabber");
+        log.add(grabber == nullptr ? "setGrabber null" : "setGrabber");
     }
     void asyncingestYUVFrame(unsigned char*, Timestamp time, rlxrw::rlxSampleMetadata metadata, int size) override {
-        log_.add(fmt::format("send {} {}", time, size));
-        script_.metadata = metadata;
+        log.add(fmt::format("send {} {}", time, size));
+        script.metadata = metadata;
     }
-    void waitingestYUVFrameProcessing() override { log_.add("waitForSender"); }
-    void noteSkippedFrame() override { log_.add("skipped"); }
-    void ingestIMU(IMUPacket packet) override { log_.add(fmt::format("ingestIMU {}", packet.imu_timestamp)); }
-    [[nodiscard]] bool isBusy() const override { return script_.busy; }
-    [[nodiscard]] bool isRunning() const override { return script_.running; }
-    [[nodiscard]] bool carriesImu() const override { return script_.imu; }
+    void waitingestYUVFrameProcessing() override { log.add("waitForSender"); }
+    void noteSkippedFrame() override { log.add("skipped"); }
+    void ingestIMU(IMUPacket packet) override { log.add(fmt::format("ingestIMU {}", packet.imu_timestamp)); }
+    [[nodiscard]] bool isBusy() const override { return script.busy; }
+    [[nodiscard]] bool isRunning() const override { return script.running; }
+    [[nodiscard]] bool carriesImu() const override { return script.imu; }
     [[nodiscard]] FrameCounters counters() const override { return {}; }
 
 private:
-    StreamOutputScript& script_;
-    CallLog& log_;
+    StreamOutputScript& script;
+    CallLog& log;
 };
 
 }  // namespace oru::doubles

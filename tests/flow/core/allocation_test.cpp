@@ -49,20 +49,20 @@ namespace {
 
 class HotPath : public ::testing::Test {
 protected:
-    HotPath() : previous_(CollaboratorFactory::setProcessDefault(factory_)) {
-        std::filesystem::create_directories(directory_);
-        std::ofstream(directory_ + "SN30010001.conf")
+    HotPath() : previous(CollaboratorFactory::setProcessDefault(factory)) {
+        std::filesystem::create_directories(directory);
+        std::ofstream(directory + "SN30010001.conf")
             << "[MISC]\nSensor_ID=1\n[CAM_fhd1200]\nfx=1000\nfy=1000\ncx=960\ncy=600\n[DISTO]\nk1=0\n";
         InitParametersOne parameters;
-        parameters.settings_path = directory_.c_str();
-        opened_ = camera.open(parameters);
+        parameters.settings_path = directory.c_str();
+        opened = camera.open(parameters);
     }
     ~HotPath() override {
         (void)camera.close();
-        (void)CollaboratorFactory::setProcessDefault(previous_);
-        std::filesystem::remove_all(directory_);
+        (void)CollaboratorFactory::setProcessDefault(previous);
+        std::filesystem::remove_all(directory);
     }
-    void SetUp() override { ASSERT_EQ(opened_, SUCCESS); }
+    void SetUp() override { ASSERT_EQ(opened, SUCCESS); }
 
     template <class Operation>
     [[nodiscard]] static long allocationsOf(int rounds, Operation operation) {
@@ -77,13 +77,13 @@ protected:
     }
 
 private:
-    std::string directory_ = ::testing::TempDir() + "oru_hot_path_" + std::to_string(::getpid()) + "/";
-    std::shared_ptr<doubles::QuietFactory> factory_ = std::make_shared<doubles::QuietFactory>();
-    std::shared_ptr<CollaboratorFactory> previous_;
-    ERROR_CODE opened_ = FAILURE;
+    std::string directory = ::testing::TempDir() + "oru_hot_path_" + std::to_string(::getpid()) + "/";
+    std::shared_ptr<doubles::QuietFactory> factory = std::make_shared<doubles::QuietFactory>();
+    std::shared_ptr<CollaboratorFactory> previous;
+    ERROR_CODE opened = FAILURE;
 
 protected:
-    CameraOneImpl camera{factory_};
+    CameraOneImpl camera{factory};
 };
 
 TEST_F(HotPath, GrabAllocatesOnlyTheListOfSamples) {
