@@ -62,7 +62,7 @@ endif()
 
 function(oru_check_test name)
     add_test(NAME ${name} COMMAND ${ARGN})
-    set_tests_properties(${name} PROPERTIES LABELS unit TIMEOUT 120)
+    set_tests_properties(${name} PROPERTIES LABELS unit TIMEOUT 120 ENVIRONMENT "NM=${CMAKE_NM}")
 endfunction()
 
 oru_check_test(layers "${PROJECT_SOURCE_DIR}/scripts/check-layers" "${PROJECT_SOURCE_DIR}")
