@@ -95,6 +95,8 @@ void printDifferences(const CalibrationText& file, uint32_t serial) {
 }
 
 bool fetch(const std::string& directory, uint32_t serial) {
+    std::error_code ignored;  // a directory that cannot be made shows in the next line
+    const bool made = std::filesystem::create_directories(directory, ignored);
     if (oru::downloadCalibFile(directory, static_cast<int>(serial))) {
         return true;
     }
@@ -103,6 +105,9 @@ bool fetch(const std::string& directory, uint32_t serial) {
         "that "
         "the directory can be written.",
         serial, directory, codeName(oru::CALIBRATION_MISSING));
+    if (made) {
+        std::filesystem::remove(directory, ignored);
+    }
     return false;
 }
 

@@ -237,8 +237,7 @@ void GrabRun::printText(const oru::FrameCounters& counters) const {
                             retrieveTimes_.percentileUs(99.0));
     }
     if (writer_ != nullptr) {
-        text += fmt::format("{} pictures, frames.csv and contact_sheet.png in {}\n", writer_->written(),
-                            options_.directory);
+        text += fmt::format("{} pictures written to {}\n", writer_->written(), options_.directory);
     }
     writeOutput(text);
 }

@@ -22,9 +22,15 @@ struct Closer {
 };
 using File = std::unique_ptr<std::FILE, Closer>;
 
+// Instead of libpng's own, which print on standard error.
+[[noreturn]] void onPngError(png_structp png, png_const_charp /*message*/) {
+    png_longjmp(png, 1);
+}
+void onPngWarning(png_structp /*png*/, png_const_charp /*message*/) {}
+
 /// libpng's two records, freed together.
 struct Container {
-    png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+    png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, onPngError, onPngWarning);
     png_infop info = png == nullptr ? nullptr : png_create_info_struct(png);
 
     Container() = default;
@@ -94,7 +100,9 @@ bool PngEncoder::write(const std::filesystem::path& path, const PictureView& pic
     error = fmt::format("cannot write {}: {}", path.string(),
                         reason != 0 ? std::strerror(reason) : "the picture cannot be encoded");
     std::error_code ignored;
-    std::filesystem::remove(path, ignored);
+    if (std::filesystem::is_regular_file(path, ignored)) {  // never a device, which root could remove
+        std::filesystem::remove(path, ignored);
+    }
     return false;
 }
 

@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "logging/KoruLogger.hpp"
+
 namespace koruone {
 namespace {
 
@@ -77,6 +79,10 @@ void complain(oru::ERROR_CODE code, std::string_view what) {
 
 void writeComplaint(std::string_view text) {
     std::fflush(stdout);
+    // What the library has to say about it comes first.
+    if (oru::Logger* logger = oru::KoruLogger::get_instance().get_logger(oru::MAIN); logger != nullptr) {
+        oru::flush(*logger);
+    }
     (void)fmt::print(stderr, "koruone: {}\n", text);
 }
 

@@ -7,10 +7,10 @@ namespace koruone {
 
 void TimingHistogram::record(std::chrono::nanoseconds duration) {
     const auto ns = static_cast<uint64_t>(std::max<int64_t>(duration.count(), 0));
-    ++counts_[slot(ns)];
+    const std::size_t index = slot(ns);
+    ++counts_[index];
+    latest_[index] = ns;
     ++count_;
-    smallest_ = std::min(smallest_, ns);
-    largest_ = std::max(largest_, ns);
 }
 
 double TimingHistogram::percentileUs(double percent) const {
@@ -19,7 +19,7 @@ double TimingHistogram::percentileUs(double percent) const {
     for (std::size_t i = 0; i < counts_.size(); ++i) {
         seen += counts_[i];
         if (static_cast<double>(seen) >= rank) {
-            return static_cast<double>(std::clamp(upperEdge(i), smallest_, largest_)) / 1000.0;
+            return static_cast<double>(latest_[i]) / 1000.0;
         }
     }
     return 0.0;
@@ -32,12 +32,6 @@ std::size_t TimingHistogram::slot(uint64_t ns) {
     }
     const auto shift = static_cast<unsigned>(std::bit_width(ns)) - kClassBits - 1;
     return (shift + 1) * kClasses + ((ns >> shift) - kClasses);
-}
-
-uint64_t TimingHistogram::upperEdge(std::size_t slot) {
-    const std::size_t row = slot / kClasses;
-    const uint64_t value = slot % kClasses;
-    return row == 0 ? value : ((value + kClasses + 1) << (row - 1)) - 1;
 }
 
 }  // namespace koruone

@@ -1,0 +1,152 @@
+#include "tool.hpp"
+
+#include <fcntl.h>
+#include <png.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cmath>
+#include <sstream>
+#include <thread>
+
+namespace oru {
+namespace {
+
+constexpr std::chrono::seconds kLongestRun{120};
+
+void redirect(const std::string& path, int descriptor) {
+    const int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    ::dup2(file, descriptor);
+    ::close(file);
+}
+
+std::vector<char*> pointers(std::vector<std::string>& texts) {
+    std::vector<char*> result;
+    for (std::string& text : texts) {
+        result.push_back(text.data());
+    }
+    result.push_back(nullptr);
+    return result;
+}
+
+}  // namespace
+
+nlohmann::json ToolResult::json() const {
+    std::istringstream lines(output);
+    std::string last;
+    for (std::string line; std::getline(lines, line);) {
+        last = line;
+    }
+    return nlohmann::json::parse(last, nullptr, false);
+}
+
+Tool::Tool() {
+    environment = {{"HOME", home.path("")},
+                   {"XDG_DATA_HOME", home.path("data")},
+                   {"KORU_SDK_LOGGER_LEVEL", "error"},
+                   {"PATH", "/usr/bin:/bin"}};
+    if (const char* locks = std::getenv("KORU_VIRTUAL_BUS_LOCKS"); locks != nullptr) {
+        environment["KORU_VIRTUAL_BUS_LOCKS"] = locks;
+    }
+}
+
+ToolResult Tool::run(const Arguments& arguments) {
+    start(arguments);
+    return wait();
+}
+
+pid_t Tool::start(const Arguments& arguments) {
+    std::vector<std::string> words{KORUONE_TOOL};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    std::vector<std::string> settings;
+    for (const auto& [name, value] : environment) {
+        settings.push_back(name + "=" + value);
+    }
+    std::vector<char*> argv = pointers(words);
+    std::vector<char*> envp = pointers(settings);
+    const std::string output = outputFile.empty() ? home.path("output") : outputFile;
+    const std::string errors = home.path("errors");
+    process_ = ::fork();
+    if (process_ == 0) {
+        redirect(output, STDOUT_FILENO);
+        redirect(errors, STDERR_FILENO);
+        ::execve(argv[0], argv.data(), envp.data());
+        ::_exit(127);
+    }
+    return process_;
+}
+
+void Tool::signal(int number) const {
+    ::kill(process_, number);
+}
+
+ToolResult Tool::wait() {
+    const auto deadline = std::chrono::steady_clock::now() + kLongestRun;
+    int status = 0;
+    while (::waitpid(process_, &status, WNOHANG) == 0) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            ::kill(process_, SIGKILL);
+            ::waitpid(process_, &status, 0);
+            break;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    ToolResult result;
+    result.status = WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
+    result.output = outputFile.empty() ? home.read("output") : "";
+    result.errors = home.read("errors");
+    return result;
+}
+
+std::vector<std::vector<std::string>> readCsv(const std::string& path) {
+    std::vector<std::vector<std::string>> rows;
+    std::ifstream file(path);
+    for (std::string line; std::getline(file, line);) {
+        std::vector<std::string> row;
+        std::istringstream fields(line + ",");
+        for (std::string field; std::getline(fields, field, ',');) {
+            row.push_back(field);
+        }
+        rows.push_back(row);
+    }
+    return rows;
+}
+
+double DecodedPng::mean() const {
+    double sum = 0.0;
+    for (const unsigned char value : pixels) {
+        sum += value;
+    }
+    return pixels.empty() ? 0.0 : sum / static_cast<double>(pixels.size());
+}
+
+double DecodedPng::spread() const {
+    const double middle = mean();
+    double sum = 0.0;
+    for (const unsigned char value : pixels) {
+        sum += (value - middle) * (value - middle);
+    }
+    return pixels.empty() ? 0.0 : std::sqrt(sum / static_cast<double>(pixels.size()));
+}
+
+DecodedPng readPng(const std::string& path) {
+    DecodedPng picture;
+    png_image image{};
+    image.version = PNG_IMAGE_VERSION;
+    if (png_image_begin_read_from_file(&image, path.c_str()) == 0) {
+        return picture;
+    }
+    picture.gray = (image.format & PNG_FORMAT_FLAG_COLOR) == 0;
+    image.format = picture.gray ? PNG_FORMAT_GRAY : PNG_FORMAT_RGB;
+    picture.pixels.resize(PNG_IMAGE_SIZE(image));
+    if (png_image_finish_read(&image, nullptr, picture.pixels.data(), 0, nullptr) == 0) {
+        return {};
+    }
+    picture.width = image.width;
+    picture.height = image.height;
+    return picture;
+}
+
+}  // namespace oru

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <map>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "support/TemporaryDirectory.hpp"
+
+namespace oru {
+
+/// How a run of the tool ended and what it wrote.
+struct ToolResult {
+    int status = -1;  ///< exit code, or 1000 plus the signal that ended it
+    std::string output;
+    std::string errors;
+
+    /// The JSON value on the last line of the output; null when there is none.
+    [[nodiscard]] nlohmann::json json() const;
+};
+
+using Arguments = std::vector<std::string>;
+
+/// The built koruone in a home directory of its own, quiet but for its complaints.
+class Tool {
+public:
+    Tool();
+
+    /// Runs to the end; killed after two minutes.
+    ToolResult run(const Arguments& arguments);
+    /// Started, and going on beside the test.
+    pid_t start(const Arguments& arguments);
+    void signal(int number) const;
+    ToolResult wait();
+
+    /// Where the tool keeps calibration files here.
+    [[nodiscard]] std::string settings() const { return home.path("data/koru/settings/"); }
+
+    /// Added to the tool's environment.
+    std::map<std::string, std::string> environment;
+    TemporaryDirectory home;
+    /// Where standard output goes instead of into the result.
+    std::string outputFile;
+
+private:
+    pid_t process_ = -1;
+};
+
+/// The rows of a CSV file, the header first.
+std::vector<std::vector<std::string>> readCsv(const std::string& path);
+
+/// A decoded PNG file; empty when it cannot be read.
+struct DecodedPng {
+    unsigned width = 0;
+    unsigned height = 0;
+    bool gray = false;
+    std::vector<unsigned char> pixels;  ///< one byte each for gray, else red, green, blue
+
+    [[nodiscard]] double mean() const;
+    /// Standard deviation of all values; 0 for a flat picture.
+    [[nodiscard]] double spread() const;
+};
+DecodedPng readPng(const std::string& path);
+
+}  // namespace oru
