@@ -7,6 +7,7 @@ find_package(fmt REQUIRED)
 find_package(CURL REQUIRED)
 find_package(HWY REQUIRED)
 pkg_check_modules(FFMPEG REQUIRED IMPORTED_TARGET libavformat libavcodec libavutil)
+pkg_check_modules(SWSCALE REQUIRED IMPORTED_TARGET libswscale)
 pkg_check_modules(SRT REQUIRED IMPORTED_TARGET srt)
 find_path(SIMPLEINI_INCLUDE_DIR SimpleIni.h PATH_SUFFIXES simpleini REQUIRED)
 # Narrow characters only, and the templates from the header: the packaged library would bring ICU along.

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "backends/virtual_bus/sensor_modes.hpp"
+#include "backends/virtual_bus/ini_text.hpp"
 #include "logging/log.hpp"
 #include "logging/messages.hpp"
 
@@ -12,30 +12,67 @@ namespace {
 
 constexpr const char* kEnvironment = "KORU_VIRTUAL_BUS";
 constexpr uint32_t kInUse = 1;
+constexpr std::size_t kMaxConfigBytes = 1 << 20;
+
+/// Unplugged from the start, by the configuration or by the control file.
+bool isAbsent(const BusConfig& bus, const CameraConfig& camera) {
+    FaultFeed feed(camera.id, camera.faults, bus.control_file);
+    return feed.poll().at(Fault::unplugged, 0.0) != 0.0;
+}
 
 }  // namespace
 
-std::vector<CameraConfig> VirtualBus::cameras() {
+BusConfig VirtualBus::config() {
     const char* value = std::getenv(kEnvironment);
     const std::string setting = setting_.value_or(value != nullptr ? value : "");
     if (setting.empty()) {
-        return defaultCameras();
+        return defaultBus();
     }
-    if (setting != "off") {
-        ORU_LOG(Error, "{} {} is '{}'; only \"off\" is understood.", kTagKoru, kEnvironment, setting);
+    if (setting == "off") {
+        return {};
     }
-    return {};
+    const MutexLock lock(mutex_);
+    reload(setting);
+    return file_config_;
+}
+
+void VirtualBus::reload(const std::string& path) {
+    std::string text;
+    const bool readable = readTextFile(path, kMaxConfigBytes, text);
+    if (path == file_ && text == file_text_) {
+        return;
+    }
+    file_ = path;
+    file_text_ = text;
+    file_config_ = {};
+    std::string error = "it cannot be read or is too long";
+    const auto slash = path.rfind('/');
+    const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+    BusConfig read;
+    if (readable && parseBus(text, directory, true, read, error)) {
+        file_config_ = std::move(read);
+    } else {
+        ORU_LOG(Error, "{} {} {}: {}. There are no virtual cameras.", kTagKoru, kEnvironment, path, error);
+    }
+}
+
+std::string VirtualBus::controlFile() {
+    return config().control_file;
 }
 
 void VirtualBus::offerCalibration(const CameraConfig& camera) {
     if (calibration_ != nullptr) {
-        calibration_->offer(static_cast<int>(camera.serial), calibrationText(camera.model, camera.lens));
+        calibration_->offer(static_cast<int>(camera.serial), calibrationOf(camera));
     }
 }
 
 std::vector<DeviceProperties> VirtualBus::list() {
     std::vector<DeviceProperties> devices;
-    for (const CameraConfig& camera : cameras()) {
+    const BusConfig bus = config();
+    for (const CameraConfig& camera : bus.cameras) {
+        if (isAbsent(bus, camera)) {
+            continue;
+        }
         offerCalibration(camera);
         DeviceProperties device;
         device.availability = CameraLock::isHeld(camera.serial) ? kInUse : camera.availability;
@@ -49,10 +86,11 @@ std::vector<DeviceProperties> VirtualBus::list() {
 }
 
 SETUP_STATE VirtualBus::claim(int id, CameraConfig& camera, CameraLock& lock) {
-    auto candidates = cameras();
-    if (id >= 0) {
-        std::erase_if(candidates, [id](const CameraConfig& candidate) { return candidate.id != id; });
-    }
+    const BusConfig bus = config();
+    auto candidates = bus.cameras;
+    std::erase_if(candidates, [&](const CameraConfig& candidate) {
+        return (id >= 0 && candidate.id != id) || isAbsent(bus, candidate);
+    });
     std::sort(candidates.begin(), candidates.end(),
               [](const CameraConfig& a, const CameraConfig& b) { return a.id < b.id; });
     SETUP_STATE state = KORU_NOT_RECOGNIZED;
@@ -65,7 +103,8 @@ SETUP_STATE VirtualBus::claim(int id, CameraConfig& camera, CameraLock& lock) {
         if (result == CameraLock::Result::taken) {
             offerCalibration(candidate);
             camera = candidate;
-            return SETUP_OK;
+            FaultFeed feed(candidate.id, candidate.faults, bus.control_file);
+            return static_cast<SETUP_STATE>(feed.poll().at(Fault::setup_state, 0.0));
         }
         if (result == CameraLock::Result::failed) {
             ORU_LOG(Error, "{} The lock file of camera {} can be neither opened nor made.", kTagInit, candidate.serial);
@@ -86,7 +125,7 @@ void VirtualBus::removeMcu(VirtualMcu* mcu) {
 }
 
 ERROR_CODE VirtualBus::resetMcu(int /*index*/) {
-    const auto attached = cameras();
+    const auto attached = config().cameras;
     if (std::none_of(attached.begin(), attached.end(), [](const CameraConfig& camera) { return camera.mcu; })) {
         return DEVICE_NOT_FOUND;
     }

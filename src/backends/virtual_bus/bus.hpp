@@ -24,6 +24,8 @@ public:
 
     /// Takes a camera for its user: the one with that id, or the lowest free one for -1.
     [[nodiscard]] SETUP_STATE claim(int id, CameraConfig& camera, CameraLock& lock);
+    /// Where faults may be changed while cameras run; empty when nothing is configured.
+    [[nodiscard]] std::string controlFile();
 
     /// The micro-controllers of this process, for a reset.
     void addMcu(VirtualMcu* mcu);
@@ -31,7 +33,8 @@ public:
     [[nodiscard]] ERROR_CODE resetMcu(int index);
 
 private:
-    [[nodiscard]] std::vector<CameraConfig> cameras();
+    [[nodiscard]] BusConfig config();
+    void reload(const std::string& path) ORU_REQUIRES(mutex_);
     void offerCalibration(const CameraConfig& camera);
 
     Clock& clock_;
@@ -39,6 +42,10 @@ private:
     std::optional<std::string> setting_;
     Mutex mutex_;
     std::vector<VirtualMcu*> mcus_ ORU_GUARDED_BY(mutex_);
+    // The configuration file as it was last read.
+    std::string file_ ORU_GUARDED_BY(mutex_);
+    std::string file_text_ ORU_GUARDED_BY(mutex_);
+    BusConfig file_config_ ORU_GUARDED_BY(mutex_);
 };
 
 }  // namespace oru::virtual_bus

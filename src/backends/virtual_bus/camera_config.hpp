@@ -1,9 +1,13 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
+#include "backends/virtual_bus/faults.hpp"
+#include "backends/virtual_bus/footage.hpp"
 #include "backends/virtual_bus/lens.hpp"
+#include "backends/virtual_bus/sensor_modes.hpp"
 #include "backends/virtual_bus/trajectory.hpp"
 #include "oru/types.hpp"
 
@@ -20,12 +24,31 @@ struct CameraConfig {
     bool mcu = true;
     bool magnetometer = false;
     bool barometer = false;
-    Lens lens;  ///< at the size of the whole sensor
+    Lens lens;  ///< at the size of the whole sensor, or of the footage
     Motion motion = Motion::gentle;
     bool upside_down = false;
+    FootageSettings footage;  ///< with an empty path the scene is seen
+    FootageFacts facts;       ///< of the footage, once it has been looked at
+    FaultPlan faults;
 };
 
+/// All cameras of a bus.
+struct BusConfig {
+    std::vector<CameraConfig> cameras;
+    std::string control_file;
+};
+
+/// The lens of a camera at the size of one mode.
+[[nodiscard]] Lens lensOf(const CameraConfig& camera, const SensorMode& mode);
+/// The factory calibration file of a camera.
+[[nodiscard]] std::string calibrationOf(const CameraConfig& camera);
+
 /// The two cameras that are there when nothing is configured.
-[[nodiscard]] std::vector<CameraConfig> defaultCameras();
+[[nodiscard]] BusConfig defaultBus();
+
+/// Reads a configuration. Relative paths are taken from `directory`. Looks at the footage unless `probe` is false.
+/// False with one sentence that names line and key.
+[[nodiscard]] bool parseBus(std::string_view text, const std::string& directory, bool probe, BusConfig& bus,
+                            std::string& error);
 
 }  // namespace oru::virtual_bus

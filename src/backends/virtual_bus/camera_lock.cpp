@@ -16,7 +16,8 @@ constexpr mode_t kEveryone = 0666;
 // Not $TMPDIR: processes with different environments must meet at the same file unless they are told not to.
 std::string lockPath(uint32_t serial) {
     const char* directory = std::getenv("KORU_VIRTUAL_BUS_LOCKS");
-    return std::string(directory != nullptr && *directory != '\0' ? directory : P_tmpdir) + "/koru-virtual-camera-" + std::to_string(serial) + ".lock";
+    return std::string(directory != nullptr && *directory != '\0' ? directory : P_tmpdir) + "/koru-virtual-camera-" +
+           std::to_string(serial) + ".lock";
 }
 
 int openLockFile(uint32_t serial) {

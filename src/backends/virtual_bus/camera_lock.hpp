@@ -6,7 +6,8 @@
 namespace oru::virtual_bus {
 
 /// Exclusive ownership of one camera among all processes of the machine: an open-file-description lock on a file named
-/// after the serial number (fcntl(2), F_OFD_SETLK), in /tmp or in $KORU_VIRTUAL_BUS_LOCKS. The kernel frees it when the owner dies, however it dies.
+/// after the serial number (fcntl(2), F_OFD_SETLK), in /tmp or in $KORU_VIRTUAL_BUS_LOCKS. The kernel frees it when the
+/// owner dies, however it dies.
 class CameraLock {
 public:
     enum class Result : int32_t { taken, busy, failed };

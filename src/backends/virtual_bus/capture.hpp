@@ -1,10 +1,14 @@
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <memory>
+#include <random>
+#include <string>
 #include <thread>
 
+#include "backends/virtual_bus/faults.hpp"
 #include "backends/virtual_bus/frame_exchange.hpp"
 #include "backends/virtual_bus/inertial_source.hpp"
 #include "backends/virtual_bus/picture_pipeline.hpp"
@@ -17,17 +21,20 @@
 
 namespace oru::virtual_bus {
 
-/// The capture thread of an opened camera: draws a picture at each absolute deadline of the frame rate and offers it.
-/// A deadline missed because the machine is too slow is a frame lost to the sensor, not a delay of all later ones.
+/// The capture thread of an opened camera: draws a picture at each absolute deadline of its source and offers it, and
+/// plays the camera's faults. A deadline missed because the machine is too slow is a frame lost to the sensor, not a
+/// delay of all later ones.
 class Capture {
 public:
     struct Setup {
+        int camera = 0;  ///< its id, for messages and the control file
         std::unique_ptr<PictureSource> pictures;
         std::unique_ptr<InertialSource> inertial;
         VirtualMcu::Options mcu;
+        FaultPlan faults;
+        std::string control_file;
         int width = 0;
         int height = 0;
-        int fps = 30;
     };
 
     /// Clock, frames, micro-controller and controls outlive the capture. Starts at once.
@@ -40,10 +47,17 @@ public:
     [[nodiscard]] FrameStatus status() const;
 
 private:
+    enum class Link : int32_t { up, silent, lost };
+
     void run();
+    void finish(FrameStatus status);
     [[nodiscard]] bool waitUntil(uint64_t deadline);
-    [[nodiscard]] uint64_t deadline(uint64_t index) const;
-    [[nodiscard]] bool produce(uint64_t index);
+    [[nodiscard]] Link followFaults(uint64_t moment);
+    void followPlug(bool unplugged, uint64_t moment);
+    [[nodiscard]] uint64_t jitter(uint64_t moment);
+    [[nodiscard]] bool happens(Fault fault, uint64_t moment);
+    void loseNext(Loss cause);
+    void produce(uint64_t moment);
 
     Clock& clock_;
     FrameExchange& frames_;
@@ -52,8 +66,17 @@ private:
     Setup setup_;
     PicturePipeline pipeline_;
     TimeAxis axis_;
+    FaultFeed faults_;
     std::atomic<uint64_t> last_frame_;  // monotonic time of the last frame offered
-    std::atomic<bool> ended_{false};
+    std::atomic<FrameStatus> final_{NO_FRAME};
+    // Of the capture thread alone.
+    std::mt19937 random_{12345};
+    const FaultPlan* plan_ = nullptr;
+    uint64_t fault_time_ = 0;  // never runs backwards, whoever asks
+    bool unplugged_ = false;
+    uint64_t unplugged_since_ = 0;
+    int64_t clock_offset_ms_ = 0;
+
     Mutex mutex_;
     std::condition_variable_any wake_;
     bool stop_ ORU_GUARDED_BY(mutex_) = false;

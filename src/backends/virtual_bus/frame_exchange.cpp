@@ -29,9 +29,19 @@ void FrameExchange::publish() {
     changed_.notify_all();
 }
 
-void FrameExchange::countLost(Loss cause, uint64_t frames) {
+void FrameExchange::countLost(Loss cause) {
     const MutexLock lock(mutex_);
-    (cause == Loss::damaged ? counters_.damaged : counters_.sensor_gap) += frames;
+    switch (cause) {
+        case Loss::sensor_gap:
+            ++counters_.sensor_gap;
+            break;
+        case Loss::damaged:
+            ++counters_.damaged;
+            break;
+        case Loss::decode_failed:
+            ++counters_.decode_failed;
+            break;
+    }
 }
 
 bool FrameExchange::fresh() {

@@ -18,7 +18,7 @@ struct Frame {
     bool has_imu = false;
 };
 
-enum class Loss : int32_t { sensor_gap, damaged };
+enum class Loss : int32_t { sensor_gap, damaged, decode_failed };
 
 /// Hands the newest frame from the capture thread to the taker over three buffers, so that neither waits for the
 /// other, and keeps the account: produced = delivered + lost.
@@ -32,7 +32,7 @@ public:
     [[nodiscard]] Frame& writeBuffer() { return frames_[writing_]; }
     /// Offers the written frame as the newest; one that nobody took is counted as overwritten.
     void publish();
-    void countLost(Loss cause, uint64_t frames);
+    void countLost(Loss cause);
 
     /// Whether a frame waits that has not been taken.
     [[nodiscard]] bool fresh();

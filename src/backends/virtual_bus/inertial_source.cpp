@@ -21,7 +21,9 @@ constexpr double kRateHz = 400.0;
 // A walk that returns to zero within minutes stays bounded however long a camera runs.
 constexpr double kWalkTimeConstantS = 300.0;
 
-double noiseDeviation(const Characteristics& sensor) { return sensor.noise_density * std::sqrt(kRateHz); }
+double noiseDeviation(const Characteristics& sensor) {
+    return sensor.noise_density * std::sqrt(kRateHz);
+}
 
 double variance(const Characteristics& sensor) {
     const double deviation = noiseDeviation(sensor);
@@ -57,7 +59,9 @@ bool TrajectoryInertial::next(uint64_t until, InertialSample& sample) {
     return true;
 }
 
-InertialSample TrajectoryInertial::atPicture(uint64_t elapsed) { return measure(elapsed, picture_random_); }
+InertialSample TrajectoryInertial::atPicture(uint64_t elapsed) {
+    return measure(elapsed, picture_random_);
+}
 
 InertialSample TrajectoryInertial::measure(uint64_t elapsed, std::mt19937& random) {
     const MotionState state = trajectory_.at(static_cast<double>(elapsed) * 1e-9);
@@ -65,8 +69,8 @@ InertialSample TrajectoryInertial::measure(uint64_t elapsed, std::mt19937& rando
     sample.elapsed_ns = elapsed;
     sample.orientation = state.orientation;
     sample.height = -state.position.y();
-    const Eigen::Vector3d rate = state.angular_rate * (180.0 / std::numbers::pi) + rate_walk_ +
-                                 normal(random, noiseDeviation(kGyroscope));
+    const Eigen::Vector3d rate =
+        state.angular_rate * (180.0 / std::numbers::pi) + rate_walk_ + normal(random, noiseDeviation(kGyroscope));
     const Eigen::Vector3d force = specificForce(state) + force_walk_ + normal(random, noiseDeviation(kAccelerometer));
     sample.raw_rate = digitise(rate + factory_rate_bias_, kGyroscope);
     sample.raw_force = digitise(force + factory_force_bias_, kAccelerometer);
@@ -91,7 +95,9 @@ ImuCalibration TrajectoryInertial::calibration() const {
     return calibration;
 }
 
-Eigen::Vector3d TrajectoryInertial::rateVariance() const { return Eigen::Vector3d::Constant(variance(kGyroscope)); }
+Eigen::Vector3d TrajectoryInertial::rateVariance() const {
+    return Eigen::Vector3d::Constant(variance(kGyroscope));
+}
 
 Eigen::Vector3d TrajectoryInertial::forceVariance() const {
     return Eigen::Vector3d::Constant(variance(kAccelerometer));

@@ -9,9 +9,13 @@ constexpr int kNewtonSteps = 40;
 constexpr double kConverged = 1e-10;
 constexpr double kDifferenceStep = 1e-6;
 
-Point subtract(Point a, Point b) { return {a.x - b.x, a.y - b.y}; }
+Point subtract(Point a, Point b) {
+    return {a.x - b.x, a.y - b.y};
+}
 
-double norm(Point p) { return std::hypot(p.x, p.y); }
+double norm(Point p) {
+    return std::hypot(p.x, p.y);
+}
 
 /// One Newton step of distort(direction) = target; false when the Jacobian is singular.
 bool newtonStep(const Lens& lens, Point direction, Point error, Point& step) {

@@ -17,7 +17,7 @@ constexpr double kChromaMin = 16.0;
 constexpr double kChromaMax = 240.0;
 constexpr std::size_t kNoiseTable = 8192;
 constexpr double kVisibleNoise = 0.25;
-constexpr double kMaxScale = 31.0;  // what 16-bit arithmetic holds
+constexpr double kMaxScale = 31.0;    // what 16-bit arithmetic holds
 constexpr uint64_t kMeasureStep = 8;  // pixels and rows between two that are measured
 constexpr int kNeutralSharpness = 3;
 

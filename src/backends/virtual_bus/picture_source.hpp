@@ -6,7 +6,6 @@ namespace oru::virtual_bus {
 
 enum class PictureResult : int32_t {
     drawn,
-    ended,   ///< there will be no more pictures
     failed,  ///< this picture is lost; the next may come
 };
 
@@ -19,14 +18,23 @@ public:
     virtual void rows(unsigned char* pixels, int first, int count) = 0;
 };
 
-/// What stands in front of a virtual camera. Used by the capture thread alone.
+/// What stands in front of a virtual camera. Used by the capture thread alone: next(), then draw() or skip(), again and
+/// again.
 class PictureSource {
 public:
     virtual ~PictureSource() = default;
 
-    /// Writes the picture of that moment as one YUYV block (BT.601 video range) of the mode's size and
-    /// passes its rows to the sink.
-    virtual PictureResult draw(uint64_t elapsed, unsigned char* pixels, RowSink& sink) = 0;
+    /// When the next picture is due, in nanoseconds after the camera's start; false when there will be no more.
+    virtual bool next(uint64_t& moment) = 0;
+    /// Writes the announced picture, taken at that moment, as one YUYV block (BT.601 video range) of the mode's size
+    /// and passes its rows to the sink.
+    virtual PictureResult draw(uint64_t moment, unsigned char* pixels, RowSink& sink) = 0;
+    /// Gives the announced picture up.
+    virtual void skip() = 0;
+    /// The nominal time between two pictures, nanoseconds.
+    [[nodiscard]] virtual uint64_t period() const = 0;
+    /// How late a picture may be taken before it is given up, nanoseconds.
+    [[nodiscard]] virtual uint64_t patience() const { return period(); }
 };
 
 }  // namespace oru::virtual_bus

@@ -10,10 +10,16 @@ constexpr Vector3 kRoomLow{-4.0F, -1.6F, -5.0F};
 constexpr Vector3 kRoomHigh{4.0F, 1.6F, 5.0F};
 constexpr float kCartHalfWidth = 0.35F;
 
-float component(const Vector3& v, int axis) { return axis == 0 ? v.x : (axis == 1 ? v.y : v.z); }
+float component(const Vector3& v, int axis) {
+    return axis == 0 ? v.x : (axis == 1 ? v.y : v.z);
+}
 
-float smaller(float a, float b) { return a < b ? a : b; }
-float larger(float a, float b) { return a > b ? a : b; }
+float smaller(float a, float b) {
+    return a < b ? a : b;
+}
+float larger(float a, float b) {
+    return a > b ? a : b;
+}
 
 /// The wall of the room that a ray from inside reaches.
 Hit hitRoom(const Vector3& low, const Vector3& high, const Vector3& eye, const Vector3& d) {
@@ -83,7 +89,9 @@ void Scene::fitTexture(std::size_t box, TextureName texture) {
     }
 }
 
-void Scene::setTime(double seconds) { placeCart(static_cast<float>(1.6 * std::sin(0.8 * seconds))); }
+void Scene::setTime(double seconds) {
+    placeCart(static_cast<float>(1.6 * std::sin(0.8 * seconds)));
+}
 
 void Scene::placeCart(float x) {
     boxes_[cart_].low.x = x - kCartHalfWidth;

@@ -12,7 +12,9 @@ constexpr int kCell = SceneRenderer::kCell;
 constexpr float kPerCell = 1.0F / static_cast<float>(kCell);
 constexpr uint32_t kFirstPixel = 0xFF00FFFFU;  // luma of the first pixel and the chroma of the pair
 
-float component(const Vector3& v, int axis) { return axis == 0 ? v.x : (axis == 1 ? v.y : v.z); }
+float component(const Vector3& v, int axis) {
+    return axis == 0 ? v.x : (axis == 1 ? v.y : v.z);
+}
 
 /// The texture level where a squared texel step per pixel comes closest to one.
 std::size_t levelFor(float squared_step, const Texture& texture) {
@@ -26,7 +28,9 @@ uint32_t turn(float texels, float turns_per_texel) {
     return static_cast<uint32_t>(static_cast<int64_t>(texels * turns_per_texel));
 }
 
-float turnsPerTexel(const Texture& texture) { return 4294967296.0F / static_cast<float>(texture.size); }
+float turnsPerTexel(const Texture& texture) {
+    return 4294967296.0F / static_cast<float>(texture.size);
+}
 
 uint32_t texelAt(const Texture::Level& level, uint32_t u, uint32_t v) {
     const auto shift = static_cast<unsigned>(32 - level.log2_size);
@@ -70,16 +74,14 @@ void walkCell(const uint32_t* texels, CellWalk walk, unsigned char* pixels, std:
 }
 
 using CellWalker = void (*)(const uint32_t*, CellWalk, unsigned char*, std::size_t);
-constexpr std::array<CellWalker, 11> kWalkers{nullptr,     nullptr,     walkCell<2>, walkCell<3>, walkCell<4>, walkCell<5>,
-                                              walkCell<6>, walkCell<7>, walkCell<8>, walkCell<9>, walkCell<10>};
+constexpr std::array<CellWalker, 11> kWalkers{nullptr,     nullptr,     walkCell<2>, walkCell<3>,
+                                              walkCell<4>, walkCell<5>, walkCell<6>, walkCell<7>,
+                                              walkCell<8>, walkCell<9>, walkCell<10>};
 
 }  // namespace
 
 SceneRenderer::SceneRenderer(const Lens& lens, int width, int height)
-    : width_(width),
-      height_(height),
-      columns_(width / kCell + 1),
-      pixel_angle_(1.0F / static_cast<float>(lens.fx)) {
+    : width_(width), height_(height), columns_(width / kCell + 1), pixel_angle_(1.0F / static_cast<float>(lens.fx)) {
     buildRays(lens);
     for (CornerRow* row : {&upper_, &lower_}) {
         const auto count = static_cast<std::size_t>(columns_);
@@ -231,8 +233,8 @@ SceneRenderer::Footprint SceneRenderer::footprint(const Hit& hit, const Vector3&
     const float v = (component(point, surface.v_axis) - surface.v_origin) * surface.v_scale;
     // Texels a pixel: distance over focal length, stretched by how obliquely the surface is seen.
     const float facing = std::abs(component(direction, (hit.surface % 6) / 2));
-    const float step = hit.distance * pixel_angle_ * std::max(surface.u_scale, surface.v_scale) /
-                       std::clamp(facing, 0.2F, 1.0F);
+    const float step =
+        hit.distance * pixel_angle_ * std::max(surface.u_scale, surface.v_scale) / std::clamp(facing, 0.2F, 1.0F);
     const float scale = turnsPerTexel(texture);
     return {&texture.levels[levelFor(step * step, texture)], turn(u, scale), turn(v, scale)};
 }

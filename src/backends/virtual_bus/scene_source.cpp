@@ -3,6 +3,8 @@
 namespace oru::virtual_bus {
 namespace {
 
+constexpr uint64_t kSecond = 1'000'000'000;
+
 View viewOf(const MotionState& state, const Mounting& mounting) {
     const Eigen::Matrix3d rotation = (state.orientation * mounting.rotation).toRotationMatrix();
     const Eigen::Vector3d eye = state.position + state.orientation * mounting.translation;
@@ -18,14 +20,26 @@ View viewOf(const MotionState& state, const Mounting& mounting) {
 
 }  // namespace
 
-SceneSource::SceneSource(const Lens& lens, int width, int height, const Trajectory& trajectory)
+SceneSource::SceneSource(const Lens& lens, int width, int height, int fps, const Trajectory& trajectory)
     : trajectory_(trajectory),
       mounting_(factoryMounting()),
       renderer_(lens, width, height),
-      band_bytes_(static_cast<std::size_t>(width) * 2 * SceneRenderer::kCell) {}
+      band_bytes_(static_cast<std::size_t>(width) * 2 * SceneRenderer::kCell),
+      fps_(static_cast<uint64_t>(fps)) {}
 
-PictureResult SceneSource::draw(uint64_t elapsed, unsigned char* pixels, RowSink& sink) {
-    const double seconds = static_cast<double>(elapsed) * 1e-9;
+bool SceneSource::next(uint64_t& moment) {
+    // From the whole index each time, so that no rounding accumulates.
+    moment = index_ / fps_ * kSecond + index_ % fps_ * kSecond / fps_;
+    return true;
+}
+
+uint64_t SceneSource::period() const {
+    return kSecond / fps_;
+}
+
+PictureResult SceneSource::draw(uint64_t moment, unsigned char* pixels, RowSink& sink) {
+    ++index_;
+    const double seconds = static_cast<double>(moment) * 1e-9;
     renderer_.begin(viewOf(trajectory_.at(seconds), mounting_), seconds);
     for (int band = 0; band < renderer_.bands(); ++band) {
         unsigned char* start = pixels + static_cast<std::size_t>(band) * band_bytes_;

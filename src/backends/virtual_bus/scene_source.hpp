@@ -9,15 +9,20 @@ namespace oru::virtual_bus {
 /// The furnished room, seen by a camera that is carried along a trajectory.
 class SceneSource final : public PictureSource {
 public:
-    SceneSource(const Lens& lens, int width, int height, const Trajectory& trajectory);
+    SceneSource(const Lens& lens, int width, int height, int fps, const Trajectory& trajectory);
 
-    PictureResult draw(uint64_t elapsed, unsigned char* pixels, RowSink& sink) override;
+    bool next(uint64_t& moment) override;
+    PictureResult draw(uint64_t moment, unsigned char* pixels, RowSink& sink) override;
+    void skip() override { ++index_; }
+    [[nodiscard]] uint64_t period() const override;
 
 private:
     Trajectory trajectory_;
     Mounting mounting_;
     SceneRenderer renderer_;
     std::size_t band_bytes_;
+    uint64_t fps_;
+    uint64_t index_ = 0;
 };
 
 }  // namespace oru::virtual_bus

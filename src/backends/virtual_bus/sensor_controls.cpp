@@ -15,23 +15,27 @@ struct Control {
 // By value of VIDEO_SETTINGS; an empty range marks a control that is not a plain one.
 constexpr Control kNone{0, -1, 0};
 constexpr std::array<Control, 21> kControls{{
-    {0, 8, 4},            // brightness
-    {0, 8, 4},            // contrast
-    {0, 11, 0},           // hue
-    {0, 8, 4},            // saturation
-    {0, 8, 3},            // sharpness
-    {1, 9, 5},            // gamma
-    {0, 100, 0},          // gain, percent
-    {0, 100, 0},          // exposure, percent
-    {0, 1, 1},            // automatic exposure and gain
-    kNone,                // its region
-    {2800, 6500, 4600},   // white balance, kelvin
-    {0, 1, 1},            // automatic white balance
-    {0, 1, 0},            // status lamp
-    kNone, kNone, kNone,  // exposure time, analogue and digital gain: limits of the mode
-    kNone, kNone, kNone,  // their ranges
-    {0, 100, 50},         // exposure compensation
-    {0, 100, 50},         // denoising
+    {0, 8, 4},           // brightness
+    {0, 8, 4},           // contrast
+    {0, 11, 0},          // hue
+    {0, 8, 4},           // saturation
+    {0, 8, 3},           // sharpness
+    {1, 9, 5},           // gamma
+    {0, 100, 0},         // gain, percent
+    {0, 100, 0},         // exposure, percent
+    {0, 1, 1},           // automatic exposure and gain
+    kNone,               // its region
+    {2800, 6500, 4600},  // white balance, kelvin
+    {0, 1, 1},           // automatic white balance
+    {0, 1, 0},           // status lamp
+    kNone,
+    kNone,
+    kNone,  // exposure time, analogue and digital gain: limits of the mode
+    kNone,
+    kNone,
+    kNone,         // their ranges
+    {0, 100, 50},  // exposure compensation
+    {0, 100, 50},  // denoising
 }};
 
 constexpr int kNeutralKelvin = 4600;
@@ -47,16 +51,24 @@ constexpr double kTargetLuma = 110.0;
 constexpr double kLoopTolerance = 0.02;
 constexpr double kLoopExponent = 0.6;
 
-double factor(int milli_db) { return std::pow(10.0, milli_db / 20'000.0); }
-double milliDb(double amplification) { return 20'000.0 * std::log10(amplification); }
+double factor(int milli_db) {
+    return std::pow(10.0, milli_db / 20'000.0);
+}
+double milliDb(double amplification) {
+    return 20'000.0 * std::log10(amplification);
+}
 
 bool isPlain(VIDEO_SETTINGS setting) {
     return setting >= 0 && static_cast<std::size_t>(setting) < kControls.size() &&
            kControls[static_cast<std::size_t>(setting)].max >= kControls[static_cast<std::size_t>(setting)].min;
 }
 
-bool isLevel(VIDEO_SETTINGS setting) { return setting >= GMSL_SETTING_13 && setting <= GMSL_SETTING_15; }
-bool isRange(VIDEO_SETTINGS setting) { return setting >= RANGE_SETTING_16 && setting <= RANGE_SETTING_18; }
+bool isLevel(VIDEO_SETTINGS setting) {
+    return setting >= GMSL_SETTING_13 && setting <= GMSL_SETTING_15;
+}
+bool isRange(VIDEO_SETTINGS setting) {
+    return setting >= RANGE_SETTING_16 && setting <= RANGE_SETTING_18;
+}
 
 }  // namespace
 
@@ -277,8 +289,8 @@ void SensorControls::observe(double mean_luma) {
 
 int SensorControls::clampTo(Quantity quantity, double value) const {
     const Limits& bounds = bounds_[quantity];
-    return static_cast<int>(std::lround(std::clamp(value, static_cast<double>(bounds.min),
-                                                   static_cast<double>(bounds.max))));
+    return static_cast<int>(
+        std::lround(std::clamp(value, static_cast<double>(bounds.min), static_cast<double>(bounds.max))));
 }
 
 double SensorControls::light() const {

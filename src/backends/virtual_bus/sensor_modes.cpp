@@ -62,17 +62,18 @@ Lens modeLens(MODEL model, const Lens& sensor, const SensorMode& mode) {
     return lens;
 }
 
-std::string calibrationText(MODEL model, const Lens& sensor) {
+std::string calibrationText(MODEL model, const std::array<double, 12>& distortion,
+                            const std::function<Lens(const SensorMode&)>& lens_of) {
     static constexpr const char* kNames[] = {"k1", "k2", "p1", "p2", "k3", "k4", "k5", "k6", "s1", "s2", "s3", "s4"};
     std::string text = fmt::format("[MISC]\nSensor_ID = {}\n", model == MODEL_MONO_2UM ? 2 : 1);
     for (const SensorMode& mode : modes(model)) {
-        const Lens lens = modeLens(model, sensor, mode);
+        const Lens lens = lens_of(mode);
         fmt::format_to(std::back_inserter(text), "\n[CAM_{}]\nfx = {:.6f}\nfy = {:.6f}\ncx = {:.6f}\ncy = {:.6f}\n",
                        mode.section, lens.fx, lens.fy, lens.cx, lens.cy);
     }
     text += "\n[DISTO]\n";
     for (std::size_t i = 0; i < std::size(kNames); ++i) {
-        fmt::format_to(std::back_inserter(text), "{} = {:.10g}\n", kNames[i], sensor.distortion[i]);
+        fmt::format_to(std::back_inserter(text), "{} = {:.10g}\n", kNames[i], distortion[i]);
     }
     return text;
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 
 #include "backends/virtual_bus/lens.hpp"
@@ -26,8 +27,9 @@ struct SensorMode {
 /// The lens as seen through a mode: the centre of the sensor is cut out, then binned.
 [[nodiscard]] Lens modeLens(MODEL model, const Lens& sensor, const SensorMode& mode);
 
-/// The factory calibration file of a camera: sections MISC, CAM_<mode> for each mode of the model, DISTO.
-[[nodiscard]] std::string calibrationText(MODEL model, const Lens& sensor);
+/// A factory calibration file: sections MISC, CAM_<mode> for each mode of the model with its pinhole, DISTO.
+[[nodiscard]] std::string calibrationText(MODEL model, const std::array<double, 12>& distortion,
+                                          const std::function<Lens(const SensorMode&)>& lens_of);
 
 /// The lens of a camera of that model for which nothing else is configured.
 [[nodiscard]] Lens defaultLens(MODEL model);

@@ -63,7 +63,9 @@ private:
     std::vector<float> values_;
 };
 
-float fraction(float value) { return value - std::floor(value); }
+float fraction(float value) {
+    return value - std::floor(value);
+}
 
 /// Distance to the nearest border of a cell of size 1.
 float border(float u, float v) {
@@ -72,7 +74,9 @@ float border(float u, float v) {
     return std::min({x, 1.0F - x, y, 1.0F - y});
 }
 
-bool odd(float value) { return (static_cast<int>(std::floor(value)) & 1) != 0; }
+bool odd(float value) {
+    return (static_cast<int>(std::floor(value)) & 1) != 0;
+}
 
 Colour floorColour(float u, float v, const Noise& noise) {
     if (border(4.0F * u, 4.0F * v) < 0.02F) {
@@ -129,9 +133,14 @@ Colour crateColour(float u, float v, const Noise& noise) {
 
 /// A test chart: colour bars, a chessboard, converging lines and rings.
 Colour chartColour(float u, float v, const Noise&) {
-    static constexpr std::array<Colour, 8> kBars{{{0.90F, 0.90F, 0.90F}, {0.90F, 0.85F, 0.10F}, {0.10F, 0.80F, 0.85F},
-                                                  {0.15F, 0.75F, 0.20F}, {0.80F, 0.20F, 0.75F}, {0.85F, 0.12F, 0.12F},
-                                                  {0.15F, 0.20F, 0.80F}, {0.10F, 0.10F, 0.10F}}};
+    static constexpr std::array<Colour, 8> kBars{{{0.90F, 0.90F, 0.90F},
+                                                  {0.90F, 0.85F, 0.10F},
+                                                  {0.10F, 0.80F, 0.85F},
+                                                  {0.15F, 0.75F, 0.20F},
+                                                  {0.80F, 0.20F, 0.75F},
+                                                  {0.85F, 0.12F, 0.12F},
+                                                  {0.15F, 0.20F, 0.80F},
+                                                  {0.10F, 0.10F, 0.10F}}};
     constexpr Colour kWhite{0.93F, 0.93F, 0.93F};
     constexpr Colour kBlack{0.06F, 0.06F, 0.06F};
     if (border(u, v) < 0.02F) {

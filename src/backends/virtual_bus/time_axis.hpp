@@ -33,8 +33,7 @@ public:
     /// Adopts a change of the system clock of more than 50 ms; smaller ones are drift, not worth a jump.
     /// Called, as step(), by the capture thread only.
     void followSystemClock() {
-        const auto wanted =
-            static_cast<int64_t>(clock_.systemNanoseconds() - clock_.monotonicNanoseconds()) + step_;
+        const auto wanted = static_cast<int64_t>(clock_.systemNanoseconds() - clock_.monotonicNanoseconds()) + step_;
         const int64_t change = wanted - offset_.load(std::memory_order_acquire);
         if (change > kTolerance || change < -kTolerance) {
             offset_.store(wanted, std::memory_order_release);

@@ -78,8 +78,8 @@ MotionState Trajectory::at(double seconds) const {
     state.orientation = turn * nod * tilt;
     // Rates of yaw, pitch and roll along their own axes, carried into the body: R = Ry(yaw) Rx(pitch) Rz(roll).
     const Eigen::Vector3d after_nod = nod.inverse() * Eigen::Vector3d(0.0, yaw.first, 0.0);
-    state.angular_rate = tilt.inverse() * (after_nod + Eigen::Vector3d(pitch.first, 0.0, 0.0)) +
-                         Eigen::Vector3d(0.0, 0.0, roll.first);
+    state.angular_rate =
+        tilt.inverse() * (after_nod + Eigen::Vector3d(pitch.first, 0.0, 0.0)) + Eigen::Vector3d(0.0, 0.0, roll.first);
     return state;
 }
 

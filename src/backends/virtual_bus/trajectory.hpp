@@ -16,10 +16,10 @@ enum class Motion : int32_t {
 
 /// Position and attitude of the IMU with their exact derivatives.
 struct MotionState {
-    Eigen::Vector3d position = Eigen::Vector3d::Zero();           ///< metres, world
-    Eigen::Vector3d acceleration = Eigen::Vector3d::Zero();       ///< m/s^2, world, without gravity
+    Eigen::Vector3d position = Eigen::Vector3d::Zero();               ///< metres, world
+    Eigen::Vector3d acceleration = Eigen::Vector3d::Zero();           ///< m/s^2, world, without gravity
     Eigen::Quaterniond orientation = Eigen::Quaterniond::Identity();  ///< IMU axes to world axes
-    Eigen::Vector3d angular_rate = Eigen::Vector3d::Zero();       ///< rad/s, IMU axes
+    Eigen::Vector3d angular_rate = Eigen::Vector3d::Zero();           ///< rad/s, IMU axes
 };
 
 /// Pose of the camera in the IMU's frame: camera coordinates to IMU coordinates, metres.

@@ -1,7 +1,9 @@
 #include "backends/virtual_bus/virtual_grabber.hpp"
 
 #include <algorithm>
+#include <cmath>
 
+#include "backends/virtual_bus/footage.hpp"
 #include "backends/virtual_bus/scene_source.hpp"
 #include "logging/log.hpp"
 #include "logging/messages.hpp"
@@ -28,8 +30,8 @@ VirtualGrabber::~VirtualGrabber() {
     close(true);
 }
 
-SETUP_STATE VirtualGrabber::setUp(int& id, int width, int height, int fps, int /*option*/, bool,
-                                  IMU_FREQ /*frequency*/, bool, bool hdr) {
+SETUP_STATE VirtualGrabber::setUp(int& id, int width, int height, int fps, int /*option*/, bool, IMU_FREQ /*frequency*/,
+                                  bool, bool hdr) {
     close(true);
     camera_ = noCamera();
     CameraConfig camera;
@@ -49,20 +51,43 @@ SETUP_STATE VirtualGrabber::setUp(int& id, int width, int height, int fps, int /
     return startCapture(*mode, fps, hdr);
 }
 
+bool VirtualGrabber::fillSources(const SensorMode& mode, int fps, Capture::Setup& setup) {
+    const Trajectory trajectory(camera_.motion, camera_.upside_down);
+    if (camera_.footage.path.empty()) {
+        fps_ = std::clamp(fps, 1, mode.max_fps);
+        setup.pictures =
+            std::make_unique<SceneSource>(lensOf(camera_, mode), mode.width, mode.height, fps_, trajectory);
+    } else {
+        fps_ = std::max(1, static_cast<int>(std::lround(camera_.facts.fps)));
+        std::string error;
+        setup.pictures = openFootage(camera_.footage, camera_.facts, mode.width, mode.height, error);
+        setup.inertial = camera_.mcu ? openFootageInertial(camera_.footage) : nullptr;
+        if (setup.pictures == nullptr) {
+            ORU_LOG(Error, "{} Footage {}: {}.", kTagInit, camera_.footage.path, error);
+            return false;
+        }
+    }
+    if (setup.inertial == nullptr) {
+        setup.inertial = std::make_unique<TrajectoryInertial>(trajectory, camera_.serial);
+    }
+    return true;
+}
+
 SETUP_STATE VirtualGrabber::startCapture(const SensorMode& mode, int fps, bool hdr) {
+    Capture::Setup setup;
+    if (!fillSources(mode, fps, setup)) {
+        close(true);
+        return ERROR_STREAM_START;
+    }
     width_ = mode.width;
     height_ = mode.height;
-    fps_ = std::clamp(fps, 1, mode.max_fps);
-    const Trajectory trajectory(camera_.motion, camera_.upside_down);
-    Capture::Setup setup;
-    setup.pictures =
-        std::make_unique<SceneSource>(modeLens(camera_.model, camera_.lens, mode), width_, height_, trajectory);
-    setup.inertial = std::make_unique<TrajectoryInertial>(trajectory, camera_.serial);
+    setup.camera = camera_.id;
     setup.mcu.present = camera_.mcu;
     setup.mcu.magnetometer = camera_.magnetometer;
     setup.mcu.barometer = camera_.barometer;
     setup.mcu.firmware = camera_.mcu_firmware;
-    setup.fps = fps_;
+    setup.faults = camera_.faults;
+    setup.control_file = bus_->controlFile();
     setup.width = width_;
     setup.height = height_;
     // The 3 micrometre sensor has no HDR read-out and ignores the wish.

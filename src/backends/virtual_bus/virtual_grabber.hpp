@@ -62,6 +62,7 @@ public:
     [[nodiscard]] FrameCounters counters() const override { return frames_.counters(); }
 
 private:
+    [[nodiscard]] bool fillSources(const SensorMode& mode, int fps, Capture::Setup& setup);
     SETUP_STATE startCapture(const SensorMode& mode, int fps, bool hdr);
 
     std::shared_ptr<VirtualBus> bus_;

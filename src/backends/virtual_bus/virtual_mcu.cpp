@@ -179,9 +179,8 @@ int VirtualMcu::picturesIn(uint64_t elapsed) const {
 }
 
 IMUPacket VirtualMcu::packetFrom(const InertialSample& sample) const {
-    const auto toCamera = [this](const Eigen::Vector3d& v) ORU_REQUIRES(mutex_) {
-        return toArray(mounting_.rotation.conjugate() * v);
-    };
+    const auto toCamera = [this](const Eigen::Vector3d& v)
+                              ORU_REQUIRES(mutex_) { return toArray(mounting_.rotation.conjugate() * v); };
     IMUPacket packet;
     packet.valid = true;
     packet.imu_timestamp = axis_->stamp(sample.elapsed_ns);
@@ -198,7 +197,8 @@ IMUPacket VirtualMcu::packetFrom(const InertialSample& sample) const {
     packet.orientation_covariance = diagonal(kOrientationVariance);
     packet.imu_temperature = temperatureAfter(sample.elapsed_ns, 31.0F);
     packet.extra_temperatures_present = true;
-    packet.extra_temperatures = {temperatureAfter(sample.elapsed_ns, 34.0F), temperatureAfter(sample.elapsed_ns, 29.0F)};
+    packet.extra_temperatures = {temperatureAfter(sample.elapsed_ns, 34.0F),
+                                 temperatureAfter(sample.elapsed_ns, 29.0F)};
     addEnvironment(sample, packet);
     return packet;
 }

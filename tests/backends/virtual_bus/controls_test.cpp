@@ -66,11 +66,23 @@ TEST(SensorControls, HaveTheirRangesAndDefaults) {
         int min, max, standard;
     };
     const Case cases[] = {
-        {SETTING_0, 0, 8, 4},  {SETTING_1, 0, 8, 4}, {SETTING_2, 0, 11, 0},  {SETTING_3, 0, 8, 4},
-        {SHARPNESS, 0, 8, 3},  {SETTING_5, 1, 9, 5}, {GAIN, 0, 100, 0},      {EXPOSURE, 0, 100, 24},
-        {AEC_AGC, 0, 1, 1},    {SETTING_10, 2800, 6500, 4600},               {SETTING_10_AUTO, 0, 1, 1},
-        {SETTING_12, 0, 1, 0}, {GMSL_SETTING_13, 28, 33333, 8000},           {GMSL_SETTING_14, 0, 24000, 0},
-        {GMSL_SETTING_15, 0, 12000, 0},              {GMSL_SETTING_19, 0, 100, 50}, {GMSL_SETTING_20, 0, 100, 50},
+        {SETTING_0, 0, 8, 4},
+        {SETTING_1, 0, 8, 4},
+        {SETTING_2, 0, 11, 0},
+        {SETTING_3, 0, 8, 4},
+        {SHARPNESS, 0, 8, 3},
+        {SETTING_5, 1, 9, 5},
+        {GAIN, 0, 100, 0},
+        {EXPOSURE, 0, 100, 24},
+        {AEC_AGC, 0, 1, 1},
+        {SETTING_10, 2800, 6500, 4600},
+        {SETTING_10_AUTO, 0, 1, 1},
+        {SETTING_12, 0, 1, 0},
+        {GMSL_SETTING_13, 28, 33333, 8000},
+        {GMSL_SETTING_14, 0, 24000, 0},
+        {GMSL_SETTING_15, 0, 12000, 0},
+        {GMSL_SETTING_19, 0, 100, 50},
+        {GMSL_SETTING_20, 0, 100, 50},
     };
     SensorControls controls;
     int min = 0;
@@ -181,18 +193,25 @@ TEST(PicturePipeline, ShowsEachControl) {
     const auto near = [](double a, double b, double tolerance) { return std::abs(a - b) < tolerance; };
     const Case cases[] = {
         {"brightness adds 8 a step", {{SETTING_0, 6}}, [&](auto& a, auto& b) { return near(b.luma, a.luma + 16, 1); }},
-        {"contrast 0 halves every difference", {{SETTING_1, 0}},
-         [&](auto& a, auto& b) { return near(b.step, a.step / 2, 0.1) && near(125.5 - b.luma, (125.5 - a.luma) / 2, 1); }},
-        {"hue turns chroma by 180 degrees", {{SETTING_2, 6}},
+        {"contrast 0 halves every difference",
+         {{SETTING_1, 0}},
+         [&](auto& a, auto& b) {
+             return near(b.step, a.step / 2, 0.1) && near(125.5 - b.luma, (125.5 - a.luma) / 2, 1);
+         }},
+        {"hue turns chroma by 180 degrees",
+         {{SETTING_2, 6}},
          [&](auto& a, auto& b) { return near(b.u - 128, 128 - a.u, 1) && near(b.v - 128, 128 - a.v, 1); }},
-        {"saturation 0 is grey", {{SETTING_3, 0}},
+        {"saturation 0 is grey",
+         {{SETTING_3, 0}},
          [&](auto& a, auto& b) { return near(b.u, 128, 0.1) && near(b.v, 128, 0.1) && near(a.luma, b.luma, 0.1); }},
         {"gamma lifts the dark", {{SETTING_5, 9}}, [](auto& a, auto& b) { return b.luma > a.luma + 10; }},
-        {"doubled exposure time doubles luma and chroma", {{GMSL_SETTING_13, 16000}},
+        {"doubled exposure time doubles luma and chroma",
+         {{GMSL_SETTING_13, 16000}},
          [&](auto& a, auto& b) {
              return near(b.luma - 16, 2 * (a.luma - 16), 1) && near(b.v - 128, 2 * (a.v - 128), 1);
          }},
-        {"6.02 dB double it too", {{GMSL_SETTING_20, 100}, {GMSL_SETTING_14, 6021}},
+        {"6.02 dB double it too",
+         {{GMSL_SETTING_20, 100}, {GMSL_SETTING_14, 6021}},
          [&](auto& a, auto& b) { return near(b.luma - 16, 2 * (a.luma - 16), 1.5); }},
         {"gain brightens", {{GAIN, 10}}, [](auto& a, auto& b) { return b.luma > a.luma + 10; }},
         {"a short exposure darkens", {{EXPOSURE, 5}}, [](auto& a, auto& b) { return b.luma < 0.6 * a.luma; }},
@@ -202,9 +221,9 @@ TEST(PicturePipeline, ShowsEachControl) {
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
         const Look changed = lookAt(process(after(c.writes)));
-        EXPECT_TRUE(c.holds(neutral, changed)) << changed.luma << ' ' << changed.u << ' ' << changed.v << ' '
-                                               << changed.step << " was " << neutral.luma << ' ' << neutral.u << ' '
-                                               << neutral.v << ' ' << neutral.step;
+        EXPECT_TRUE(c.holds(neutral, changed))
+            << changed.luma << ' ' << changed.u << ' ' << changed.v << ' ' << changed.step << " was " << neutral.luma
+            << ' ' << neutral.u << ' ' << neutral.v << ' ' << neutral.step;
     }
 }
 

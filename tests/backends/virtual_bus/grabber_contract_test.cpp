@@ -53,10 +53,11 @@ TEST(VirtualGrabber, AcceptsExactlyTheModesOfItsModel) {
         SETUP_STATE state;
     };
     const Case cases[] = {
-        {0, 1920, 1200, 30, 30, SETUP_OK},   {0, 1920, 1080, 100, 60, SETUP_OK}, {0, 960, 600, 120, 120, SETUP_OK},
-        {0, 3840, 2160, 15, 0, ERROR_SIZE},  {0, 1280, 720, 30, 0, ERROR_SIZE},  {1, 3840, 2160, 60, 30, SETUP_OK},
-        {1, 3200, 1800, 15, 15, SETUP_OK},   {1, 960, 600, 30, 0, ERROR_SIZE},   {1, 1920, 1200, 60, 60, SETUP_OK},
-        {7, 1920, 1200, 30, 0, KORU_NOT_RECOGNIZED},
+        {0, 1920, 1200, 30, 30, SETUP_OK}, {0, 1920, 1080, 100, 60, SETUP_OK},
+        {0, 960, 600, 120, 120, SETUP_OK}, {0, 3840, 2160, 15, 0, ERROR_SIZE},
+        {0, 1280, 720, 30, 0, ERROR_SIZE}, {1, 3840, 2160, 60, 30, SETUP_OK},
+        {1, 3200, 1800, 15, 15, SETUP_OK}, {1, 960, 600, 30, 0, ERROR_SIZE},
+        {1, 1920, 1200, 60, 60, SETUP_OK}, {7, 1920, 1200, 30, 0, KORU_NOT_RECOGNIZED},
     };
     BusRig rig;
     for (const Case& c : cases) {

@@ -12,10 +12,10 @@ TEST(Lens, UndistortsEveryPixelOfEveryModeToWhatDistortsBack) {
         MODEL model;
         int width, height;
     };
-    for (const Case& c : {Case{MODEL_MONO_3UM, 1920, 1200}, Case{MODEL_MONO_3UM, 1920, 1080},
-                          Case{MODEL_MONO_3UM, 960, 600}, Case{MODEL_MONO_2UM, 3840, 2160},
-                          Case{MODEL_MONO_2UM, 3200, 1800}, Case{MODEL_MONO_2UM, 1920, 1080},
-                          Case{MODEL_MONO_2UM, 1920, 1200}}) {
+    for (const Case& c :
+         {Case{MODEL_MONO_3UM, 1920, 1200}, Case{MODEL_MONO_3UM, 1920, 1080}, Case{MODEL_MONO_3UM, 960, 600},
+          Case{MODEL_MONO_2UM, 3840, 2160}, Case{MODEL_MONO_2UM, 3200, 1800}, Case{MODEL_MONO_2UM, 1920, 1080},
+          Case{MODEL_MONO_2UM, 1920, 1200}}) {
         SCOPED_TRACE(std::to_string(c.model) + ": " + std::to_string(c.height));
         const Lens lens = modeLens(c.model, defaultLens(c.model), *findMode(c.model, c.width, c.height));
         for (int y = 0; y <= c.height; y += c.height / 10) {

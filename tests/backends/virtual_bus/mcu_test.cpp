@@ -37,7 +37,9 @@ struct McuRig {
     VirtualMcu mcu;
 };
 
-double norm(const std::array<float, 3>& v) { return std::hypot(v[0], v[1], v[2]); }
+double norm(const std::array<float, 3>& v) {
+    return std::hypot(v[0], v[1], v[2]);
+}
 
 TEST(VirtualMcuRing, StaysBoundedAndKeepsTheNewestWithoutGap) {
     McuRig rig;

@@ -17,8 +17,7 @@ TEST(Trajectory, RateAndAccelerationAreTheDerivativesOfThePose) {
 
                 const Eigen::AngleAxisd turn(before.orientation.conjugate() * after.orientation);
                 const Eigen::Vector3d rate = turn.axis() * turn.angle() / (2.0 * h);
-                const Eigen::Vector3d acceleration =
-                    (before.position - 2.0 * now.position + after.position) / (h * h);
+                const Eigen::Vector3d acceleration = (before.position - 2.0 * now.position + after.position) / (h * h);
 
                 ASSERT_LT((rate - now.angular_rate).norm(), 1e-5) << t;
                 ASSERT_LT((acceleration - now.acceleration).norm(), 1e-5) << t;

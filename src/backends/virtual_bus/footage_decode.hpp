@@ -1,0 +1,97 @@
+#pragma once
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libswscale/swscale.h>
+}
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace oru::virtual_bus {
+
+struct FormatCloser {
+    void operator()(AVFormatContext* context) const { avformat_close_input(&context); }
+};
+struct CodecFreer {
+    void operator()(AVCodecContext* context) const { avcodec_free_context(&context); }
+};
+struct FrameFreer {
+    void operator()(AVFrame* frame) const { av_frame_free(&frame); }
+};
+struct PacketFreer {
+    void operator()(AVPacket* packet) const { av_packet_free(&packet); }
+};
+struct ScalerFreer {
+    void operator()(SwsContext* context) const { sws_freeContext(context); }
+};
+using FramePointer = std::unique_ptr<AVFrame, FrameFreer>;
+
+/// Decodes the first video track of one local file, picture by picture, on the caller's thread.
+class FileDecoder {
+public:
+    /// False with the reason. Only regular files are opened.
+    [[nodiscard]] bool open(const std::string& path, std::string& error);
+    /// The next picture into `frame`; false at the end or when nothing more can be decoded.
+    [[nodiscard]] bool read(AVFrame& frame);
+    [[nodiscard]] bool rewind();
+
+    [[nodiscard]] double fps() const;
+    /// Seconds of a picture's time stamp; negative when it has none.
+    [[nodiscard]] double secondsOf(const AVFrame& frame) const;
+
+private:
+    std::unique_ptr<AVFormatContext, FormatCloser> format_;
+    std::unique_ptr<AVCodecContext, CodecFreer> codec_;
+    std::unique_ptr<AVPacket, PacketFreer> packet_;
+    AVStream* stream_ = nullptr;
+    bool draining_ = false;
+};
+
+/// Pictures of footage in their order with their times. One thread at a time.
+class FootageReader {
+public:
+    virtual ~FootageReader() = default;
+
+    /// The time of the next picture since the first, nanoseconds; false at the end. Repeats its answer until read().
+    virtual bool next(uint64_t& time) = 0;
+    /// Takes the announced picture: null when it cannot be decoded. `wanted` false skips it.
+    virtual const AVFrame* read(bool wanted) = 0;
+    virtual bool rewind() = 0;
+};
+
+struct ListedPicture {
+    uint64_t time_ns = 0;
+    std::string path;
+};
+[[nodiscard]] std::unique_ptr<FootageReader> makeImageReader(std::vector<ListedPicture> pictures);
+[[nodiscard]] std::unique_ptr<FootageReader> makeVideoReader(const std::string& path, double fps, std::string& error);
+
+/// Scales pictures to one size in YUYV, BT.601 video range.
+class YuyvScaler {
+public:
+    YuyvScaler(int width, int height);
+
+    /// False when the picture's format cannot be converted.
+    [[nodiscard]] bool scale(const AVFrame& frame);
+    [[nodiscard]] const unsigned char* row(int y) const {
+        return pixels_.data() + static_cast<std::size_t>(y) * static_cast<std::size_t>(width_) * 2;
+    }
+
+private:
+    [[nodiscard]] bool prepare(const AVFrame& frame);
+
+    int width_;
+    int height_;
+    int source_width_ = 0;
+    int source_height_ = 0;
+    int source_format_ = -1;
+    int source_range_ = -1;
+    std::unique_ptr<SwsContext, ScalerFreer> scaler_;
+    std::vector<unsigned char> pixels_;
+};
+
+}  // namespace oru::virtual_bus
