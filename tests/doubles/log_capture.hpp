@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "logging/KoruLogger.hpp"
@@ -31,6 +32,14 @@ public:
         flush(*logger);
         const MutexLock lock(mutex);
         return caught;
+    }
+    /// Level and text of each message.
+    [[nodiscard]] std::vector<std::pair<LogLevel, std::string>> messages() {
+        std::vector<std::pair<LogLevel, std::string>> found;
+        for (const LogRecord& record : records()) {
+            found.emplace_back(record.level, record.text);
+        }
+        return found;
     }
     [[nodiscard]] std::vector<std::string> texts(LogLevel level) {
         std::vector<std::string> found;

@@ -8,14 +8,18 @@
 #include "backends/calibration_fetch/CalibrationFetch.hpp"
 #include "backends/calibration_fetch/calibration_check.hpp"
 #include "calibration_texts.hpp"
-#include "support/EnvironmentVariable.hpp"
-#include "support/LogCapture.hpp"
-#include "support/SettingsRoot.hpp"
-#include "support/TemporaryDirectory.hpp"
+#include "doubles/log_capture.hpp"
+#include "doubles/scoped_environment.hpp"
+#include "doubles/settings_root.hpp"
+#include "doubles/temporary_directory.hpp"
 
 namespace oru {
 namespace {
 
+using doubles::LogCapture;
+using doubles::ScopedEnvironment;
+using doubles::SettingsRoot;
+using doubles::TemporaryDirectory;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -37,7 +41,7 @@ protected:
     TemporaryDirectory folder;
     TemporaryDirectory system;
     SettingsRoot root{system.path("koru")};
-    EnvironmentVariable noAddress{"KORU_CALIB_URL", nullptr};
+    ScopedEnvironment noAddress{"KORU_CALIB_URL", nullptr};
     LogCapture log;
     std::unique_ptr<CalibrationSource> source = makeCalibrationFetch();
 };
@@ -56,7 +60,7 @@ TEST_F(CalibrationFetchTest, StoresTheCamerasOwnCalibrationWhereTheSearchLooks) 
 }
 
 TEST_F(CalibrationFetchTest, TakesHomePrefixAndSystemDirectoryAsTheSearchDoes) {
-    const EnvironmentVariable home("HOME", folder.path("home").c_str());
+    const ScopedEnvironment home("HOME", folder.path("home").c_str());
     std::filesystem::create_directories(folder.path("home"));
     source->offer(kSerial, kWholeCalibration);
 
@@ -111,7 +115,7 @@ TEST_F(CalibrationFetchTest, AsksNobodyWithoutAnOfferAndAnAddress) {
 
 TEST_F(CalibrationFetchTest, DownloadsFromTheAddressOnceNothingWasOffered) {
     HttpServer server([](const HttpConnection& client) { client.send(httpAnswer(kWholeCalibration)); });
-    const EnvironmentVariable address("KORU_CALIB_URL", server.url("/calib/").c_str());
+    const ScopedEnvironment address("KORU_CALIB_URL", server.url("/calib/").c_str());
 
     EXPECT_TRUE(fetch());
     EXPECT_EQ(folder.read(kName), kWholeCalibration);
@@ -123,7 +127,7 @@ TEST_F(CalibrationFetchTest, DownloadsFromTheAddressOnceNothingWasOffered) {
 }
 
 TEST_F(CalibrationFetchTest, DownloadsWhenTheOfferIsNoCalibration) {
-    const EnvironmentVariable address("KORU_CALIB_URL", ("file://" + system.prefix()).c_str());
+    const ScopedEnvironment address("KORU_CALIB_URL", ("file://" + system.prefix()).c_str());
     system.write(kName, kWholeCalibration);
     source->offer(kSerial, "garbage");
 
@@ -149,7 +153,7 @@ TEST_F(CalibrationFetchTest, StoresNothingOfAFaultyDownload) {
     };
     for (const auto& [name, answer, reason] : cases) {
         HttpServer server([&text = answer](const HttpConnection& client) { client.send(text); });
-        const EnvironmentVariable address("KORU_CALIB_URL", server.url("/").c_str());
+        const ScopedEnvironment address("KORU_CALIB_URL", server.url("/").c_str());
 
         EXPECT_FALSE(fetch()) << name;
 
@@ -161,7 +165,7 @@ TEST_F(CalibrationFetchTest, StoresNothingOfAFaultyDownload) {
 
 TEST_F(CalibrationFetchTest, FetchesNothingFromAnAddressOfAnotherCamera) {
     HttpServer server([](const HttpConnection& client) { client.send(httpAnswer(kWholeCalibration)); });
-    const EnvironmentVariable address("KORU_CALIB_URL", server.url("/SN30010002.conf").c_str());
+    const ScopedEnvironment address("KORU_CALIB_URL", server.url("/SN30010002.conf").c_str());
 
     EXPECT_FALSE(fetch());
 

@@ -5,11 +5,12 @@
 
 #include "HttpServer.hpp"
 #include "calibration_texts.hpp"
-#include "support/TemporaryDirectory.hpp"
+#include "doubles/temporary_directory.hpp"
 
 namespace oru {
 namespace {
 
+using doubles::TemporaryDirectory;
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 

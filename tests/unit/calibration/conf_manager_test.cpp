@@ -6,10 +6,12 @@
 #include <clocale>
 
 #include "calibration/numbers.hpp"
-#include "support/TemporaryDirectory.hpp"
+#include "doubles/temporary_directory.hpp"
 
 namespace oru {
 namespace {
+
+using doubles::TemporaryDirectory;
 
 TEST(ConfManager, FindsSectionsAndKeysInAnyCase) {
     const TemporaryDirectory folder;

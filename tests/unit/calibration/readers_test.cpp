@@ -3,12 +3,16 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include "support/EnvironmentVariable.hpp"
-#include "support/SettingsRoot.hpp"
-#include "support/TemporaryDirectory.hpp"
+#include "doubles/scoped_environment.hpp"
+#include "doubles/settings_root.hpp"
+#include "doubles/temporary_directory.hpp"
 
 namespace oru {
 namespace {
+
+using doubles::ScopedEnvironment;
+using doubles::SettingsRoot;
+using doubles::TemporaryDirectory;
 
 constexpr int kSerial = 123;
 
@@ -58,7 +62,7 @@ TEST_F(OpenConfFile, TakesTheDirectoryAsAPrefix) {
 }
 
 TEST_F(OpenConfFile, ReplacesOnlyTheFirstTilde) {
-    const EnvironmentVariable home("HOME", folder.path("u").c_str());
+    const ScopedEnvironment home("HOME", folder.path("u").c_str());
     std::filesystem::create_directories(folder.path("u/~x"));
     folder.write("u/~x/SN123.conf", marked(1));
 
@@ -67,7 +71,7 @@ TEST_F(OpenConfFile, ReplacesOnlyTheFirstTilde) {
 }
 
 TEST_F(OpenConfFile, LeavesTheTildeWhenThereIsNoHome) {
-    const EnvironmentVariable home("HOME", nullptr);
+    const ScopedEnvironment home("HOME", nullptr);
 
     EXPECT_EQ(found("~/nowhere/", conf), 0.0F);
     EXPECT_EQ(expandHome("~/x"), "~/x");

@@ -3,10 +3,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "support/LogCapture.hpp"
+#include "doubles/log_capture.hpp"
 
 namespace oru {
 namespace {
+
+using doubles::LogCapture;
 
 TEST(CheckRequestedResolution, DefaultsClampsAndWarns) {
     const char* const wide = "[Mat]  Desired width exceed image width.";

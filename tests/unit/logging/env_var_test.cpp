@@ -3,12 +3,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "support/EnvironmentVariable.hpp"
-#include "support/LogCapture.hpp"
+#include "doubles/log_capture.hpp"
+#include "doubles/scoped_environment.hpp"
 
 namespace oru {
 namespace {
 
+using doubles::LogCapture;
+using doubles::ScopedEnvironment;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Pair;
@@ -25,7 +27,7 @@ const SwitchCase kSwitchCases[] = {{nullptr, false}, {"", false},      {"0", fal
 
 TEST(RealTimeSwitch, IsOnForEnabledWordsOnlyAndSaysSo) {
     for (const auto& [value, enabled] : kSwitchCases) {
-        const EnvironmentVariable variable("KORU_SDK_REAL_TIME_RLX", value);
+        const ScopedEnvironment variable("KORU_SDK_REAL_TIME_RLX", value);
         LogCapture capture;
 
         EXPECT_EQ(check_env_var_real_time_rlx(), enabled) << (value == nullptr ? "unset" : value);
@@ -40,7 +42,7 @@ TEST(RealTimeSwitch, IsOnForEnabledWordsOnlyAndSaysSo) {
 
 TEST(RepairSwitch, TurnsRepairOffForEnabledWordsOnlyAndSaysSo) {
     for (const auto& [value, enabled] : kSwitchCases) {
-        const EnvironmentVariable variable("KORU_SDK_DISABLE_AUTO_REPAIR_RLX", value);
+        const ScopedEnvironment variable("KORU_SDK_DISABLE_AUTO_REPAIR_RLX", value);
         LogCapture capture;
 
         EXPECT_EQ(check_env_var_repair_rlx_in_place(), !enabled) << (value == nullptr ? "unset" : value);
@@ -67,7 +69,7 @@ TEST(StreamVersionSwitch, IsOneForExactlyOne) {
                  {"1", 1, "STREAM VERSION 1 WILL BE USED!"},
                  {"2", 2, "STREAM VERSION 2 WILL BE USED!"}};
     for (const auto& [value, version, message] : cases) {
-        const EnvironmentVariable variable("KORU_SDK_STREAM_VERSION", value);
+        const ScopedEnvironment variable("KORU_SDK_STREAM_VERSION", value);
         LogCapture capture;
 
         EXPECT_EQ(check_env_var_stream_version(), version) << (value == nullptr ? "unset" : value);

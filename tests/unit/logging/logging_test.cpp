@@ -6,13 +6,14 @@
 #include <stdexcept>
 #include <thread>
 
+#include "doubles/log_capture.hpp"
 #include "logging/log.hpp"
 #include "logging/log_names.hpp"
-#include "support/LogCapture.hpp"
 
 namespace oru {
 namespace {
 
+using doubles::LogCapture;
 using testing::ElementsAre;
 using testing::Pair;
 

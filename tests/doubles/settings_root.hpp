@@ -5,13 +5,13 @@
 
 #include "calibration/readers.hpp"
 
-namespace oru {
+namespace oru::doubles {
 
 /// Redirects the root of the system settings directory for a scope.
 class SettingsRoot {
 public:
-    explicit SettingsRoot(std::string root) : former(std::exchange(detail::settingsRoot(), std::move(root))) {}
-    ~SettingsRoot() { detail::settingsRoot() = former; }
+    explicit SettingsRoot(std::string root) : former(std::exchange(oru::detail::settingsRoot(), std::move(root))) {}
+    ~SettingsRoot() { oru::detail::settingsRoot() = former; }
     SettingsRoot(const SettingsRoot&) = delete;
     SettingsRoot& operator=(const SettingsRoot&) = delete;
 
@@ -19,4 +19,4 @@ private:
     std::string former;
 };
 
-}  // namespace oru
+}  // namespace oru::doubles

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-namespace oru {
+namespace oru::doubles {
 
 /// A folder of its own for one test; gone afterwards.
 class TemporaryDirectory {
@@ -53,4 +53,4 @@ private:
     std::filesystem::path folder;
 };
 
-}  // namespace oru
+}  // namespace oru::doubles
