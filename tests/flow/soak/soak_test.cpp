@@ -67,10 +67,10 @@ protected:
 /// Asks for sensor data as fast as a control loop would, until it is stopped.
 class SensorReader {
 public:
-    explicit SensorReader(CameraOne& camera) : thread_([this, &camera] { run(camera); }) {}
+    explicit SensorReader(CameraOne& camera) : thread([this, &camera] { run(camera); }) {}
     ~SensorReader() {
-        stop_.store(true, std::memory_order_release);
-        thread_.join();
+        stopped.store(true, std::memory_order_release);
+        thread.join();
     }
 
     std::atomic<uint64_t> samples{0};
@@ -79,7 +79,7 @@ public:
 private:
     void run(CameraOne& camera) {
         uint64_t previous = 0;
-        while (!stop_.load(std::memory_order_acquire)) {
+        while (!stopped.load(std::memory_order_acquire)) {
             SensorsData data;
             const bool current = samples.load(std::memory_order_relaxed) % 2 == 0;
             if (camera.getSensorsData(data, current ? CURRENT : IMAGE) == SUCCESS) {
@@ -93,8 +93,8 @@ private:
         }
     }
 
-    std::atomic<bool> stop_{false};
-    std::thread thread_;
+    std::atomic<bool> stopped{false};
+    std::thread thread;
 };
 
 TEST_F(Soak, LiveCameraBesideASensorThreadStaysExactAndFlat) {
@@ -135,7 +135,8 @@ TEST_F(Soak, LiveCameraBesideASensorThreadStaysExactAndFlat) {
     const FrameCounters counters = camera.getFrameCounters();
     EXPECT_EQ(counters.delivered, frames + 1);
     EXPECT_EQ(counters.produced, counters.delivered + counters.lost());
-    EXPECT_EQ(counters.lost(), counters.overwritten) << "only the newest frame is kept; nothing else may be lost here";
+    // On a busy machine the application is late, or the picture is; neither may be called anything else.
+    EXPECT_EQ(counters.lost(), counters.overwritten + counters.sensor_gap);
     if (kMemoryIsMeaningful) {
         EXPECT_LT(residentBytes(), resident_when_warm + kAllowedGrowth);
     }
