@@ -3,11 +3,12 @@
 #include <algorithm>
 #include <array>
 #include <optional>
+#include <thread>
 #include <utility>
 
+#include "fast_renderer.hpp"
 #include "logging/log.hpp"
 #include "logging/messages.hpp"
-#include "plain_renderer.hpp"
 #include "plain_view.hpp"
 
 namespace oru {
@@ -16,6 +17,7 @@ namespace {
 using namespace rectifier;
 
 constexpr std::size_t kSizesKept = 4;
+constexpr int kMostThreads = 4;
 constexpr uint64_t kLargestSide = 16384;
 constexpr int kGrayBit = 2;
 constexpr int kUnrectifiedBit = 4;
@@ -65,7 +67,7 @@ private:
 
 class CpuRectifier final : public MonoRectifier {
 public:
-    explicit CpuRectifier(GpuRuntime& runtime) : gpu(runtime), staging(runtime) {}
+    CpuRectifier(GpuRuntime& runtime, int threadCount) : gpu(runtime), threads(threadCount), staging(runtime) {}
 
     CameraParameters setup(CameraParameters& raw, CUstream_st*, bool flipped) override;
     void process(Mat& image, CUstream_st*) override;
@@ -80,14 +82,16 @@ private:
     };
     struct Prepared {
         Size size;
-        PlainRenderer renderer;
+        FastRenderer renderer;
     };
 
     [[nodiscard]] ViewResult check(VIEW view, Resolution size) const;
     ViewResult draw(VIEW view, Resolution size, const ViewTarget& target);
-    PlainRenderer& rendererOf(Size size);
+    FastRenderer& rendererOf(Size size);
 
     GpuRuntime& gpu;
+    int threads;
+    std::optional<RowPool> pool;
     ViewGeometry geometry{};
     Resolution frameSize;
     std::optional<Frame> frame;
@@ -103,6 +107,7 @@ CameraParameters CpuRectifier::setup(CameraParameters& raw, CUstream_st*, bool f
     if (!isDrawable(raw.image_size)) {
         return rectified;
     }
+    pool.emplace(threads - 1);
     frameSize = raw.image_size;
     geometry.source = toSize(frameSize);
     if (geometry.lens.usable()) {
@@ -162,6 +167,7 @@ int CpuRectifier::getView(VIEW view, Resolution size, Mat& destination, MEM memo
 void CpuRectifier::free() {
     frame.reset();
     prepared = {};
+    pool.reset();
     geometry = {};
     frameSize = {};
     staging.release();
@@ -191,7 +197,7 @@ ViewResult CpuRectifier::draw(VIEW view, Resolution size, const ViewTarget& targ
     return result;
 }
 
-PlainRenderer& CpuRectifier::rendererOf(Size size) {
+FastRenderer& CpuRectifier::rendererOf(Size size) {
     auto found = std::find_if(prepared.begin(), prepared.end(),
                               [&](const auto& entry) { return entry == nullptr || entry->size == size; });
     if (found == prepared.end()) {
@@ -199,7 +205,7 @@ PlainRenderer& CpuRectifier::rendererOf(Size size) {
         found->reset();
     }
     if (*found == nullptr) {
-        *found = std::make_unique<Prepared>(Prepared{size, PlainRenderer(geometry, size)});
+        *found = std::make_unique<Prepared>(Prepared{size, FastRenderer(geometry, size, *pool)});
     }
     std::rotate(prepared.begin(), found, found + 1);
     return prepared.front()->renderer;
@@ -208,7 +214,12 @@ PlainRenderer& CpuRectifier::rendererOf(Size size) {
 }  // namespace
 
 std::unique_ptr<MonoRectifier> makeCpuRectifier(GpuRuntime& gpu) {
-    return std::make_unique<CpuRectifier>(gpu);
+    const int processors = static_cast<int>(std::thread::hardware_concurrency());
+    return makeCpuRectifier(gpu, std::clamp(processors / 2, 1, kMostThreads));
+}
+
+std::unique_ptr<MonoRectifier> makeCpuRectifier(GpuRuntime& gpu, int threads) {
+    return std::make_unique<CpuRectifier>(gpu, std::max(threads, 1));
 }
 
 }  // namespace oru

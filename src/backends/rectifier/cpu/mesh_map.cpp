@@ -33,7 +33,7 @@ struct Cell {
 };
 
 bool isClose(const ViewMap& map, const Cell& cell, int u, int v) {
-    for (const auto& [right, down] : {std::pair{0.5, 0.5}, {0.5, 0.0}, {0.5, 1.0}, {0.0, 0.5}, {1.0, 0.5}}) {
+    for (const auto& [right, down] : {std::pair{0.5, 0.5}, {0.5, 0.0}, {0.0, 0.5}}) {
         const Point exact = map.at(u + right * MeshMap::kCell, v + down * MeshMap::kCell);
         const Point mesh = cell.between(right, down);
         if (!(std::hypot(exact.x - mesh.x, exact.y - mesh.y) <= MeshMap::kLargestError)) {
@@ -83,7 +83,7 @@ MeshMap::MeshMap(const ViewMap& map, Size view, float chromaSiting, bool fast)
     : tileColumns((view.width + kTileWidth - 1) / kTileWidth),
       tileRows((view.height + kTileHeight - 1) / kTileHeight),
       nodeColumns(tileColumns * (kTileWidth / kCell) + 1),
-      nodeRows(tileRows + 1),
+      nodeRows(tileRows * (kTileHeight / kCell) + 1),
       colorRuns(static_cast<std::size_t>(tileRows)),
       grayRuns(static_cast<std::size_t>(tileRows)) {
     placeNodes(map);
@@ -111,18 +111,21 @@ MeshMap::Kinds MeshMap::kindsOf(const ViewMap& map, Size view, int tileRow, int 
         return Point{nodeX[index] / kOnePixel, nodeY[index] / kOnePixel};
     };
     Kinds kinds{TileKind::GroupsOfFour, TileKind::GroupsOfFour};
-    const int v = tileRow * kTileHeight;
-    const double down = std::min(kCell, view.height - v) - 1;
-    for (int u = tile * kTileWidth; u < std::min(view.width, (tile + 1) * kTileWidth); u += kCell) {
-        const int column = u / kCell;
-        const Cell cell{node(column, tileRow), node(column + 1, tileRow), node(column, tileRow + 1),
-                        node(column + 1, tileRow + 1)};
-        const double right = std::min(kCell, view.width - u) - 1;
-        if (!isInside(cell, right / kCell, down / kCell, view) || !isClose(map, cell, u, v)) {
-            return {};
+    const int endU = std::min(view.width, (tile + 1) * kTileWidth);
+    const int endV = std::min(view.height, (tileRow + 1) * kTileHeight);
+    for (int v = tileRow * kTileHeight; v < endV; v += kCell) {
+        for (int u = tile * kTileWidth; u < endU; u += kCell) {
+            const int column = u / kCell;
+            const int row = v / kCell;
+            const Cell cell{node(column, row), node(column + 1, row), node(column, row + 1), node(column + 1, row + 1)};
+            const double right = std::min(kCell, endU - u) - 1;
+            const double down = std::min(kCell, endV - v) - 1;
+            if (!isInside(cell, right / kCell, down / kCell, view) || !isClose(map, cell, u, v)) {
+                return {};
+            }
+            const Kinds fitting = fittingKinds(cell, chromaSiting);
+            kinds = {std::min(kinds.color, fitting.color), std::min(kinds.gray, fitting.gray)};
         }
-        const Kinds fitting = fittingKinds(cell, chromaSiting);
-        kinds = {std::min(kinds.color, fitting.color), std::min(kinds.gray, fitting.gray)};
     }
     return kinds;
 }

@@ -17,15 +17,15 @@ struct TileRun {
     TileKind kind;
 };
 
-/// A view map prepared for speed: the exact position at every eighth pixel, in 1/65536 pixel, between which positions
-/// are interpolated; and for each tile of 16 by 8 pixels how it may be drawn. A tile is Plain when interpolation would
+/// A view map prepared for speed: the exact position at every fourth pixel, in 1/65536 pixel, between which positions
+/// are interpolated; and for each tile of 32 by 8 pixels how it may be drawn. A tile is Plain when interpolation would
 /// miss the exact position by more than `kLargestError`, when it reaches outside the picture, or when the picture is
 /// too steep or too strongly reduced there. Plain tiles keep their exact positions.
 class MeshMap {
 public:
-    static constexpr int kCell = 8;  // pixels between nodes
-    static constexpr int kTileWidth = 16;
-    static constexpr int kTileHeight = kCell;
+    static constexpr int kCell = 4;  // pixels between nodes, across and down
+    static constexpr int kTileWidth = 32;
+    static constexpr int kTileHeight = 8;
     static constexpr int kSpareNodes = 32;  // readable after the last of a row
     static constexpr double kLargestError = 1.0 / 80;
 
@@ -44,7 +44,7 @@ public:
     [[nodiscard]] const std::vector<TileRun>& runs(int tileRow, bool gray) const {
         return (gray ? grayRuns : colorRuns)[static_cast<std::size_t>(tileRow)];
     }
-    /// The 16 exact positions of row `line` (0 to 7) of a Plain tile.
+    /// The 32 exact positions of row `line` (0 to 7) of a Plain tile.
     [[nodiscard]] const SourcePosition* plainPositions(int tileRow, int tile, int line) const;
 
 private:

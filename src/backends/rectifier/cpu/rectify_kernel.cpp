@@ -38,7 +38,7 @@ HWY_BEFORE_NAMESPACE();
 namespace oru::rectifier::HWY_NAMESPACE {
 #if ORU_HAS_BLOCKS
 
-using D8 = hn::CappedTag<uint8_t, 32>;
+using D8 = hn::CappedTag<uint8_t, 64>;
 using D16 = hn::Repartition<int16_t, D8>;
 using D32 = hn::Repartition<int32_t, D8>;
 using DU16 = hn::Repartition<uint16_t, D8>;
@@ -48,8 +48,10 @@ using V8 = hn::VFromD<D8>;
 using V16 = hn::VFromD<D16>;
 using V32 = hn::VFromD<D32>;
 
-constexpr int kBlocks = static_cast<int>(hn::MaxLanes(D8())) / 16;  // one cell of eight pixels each
-constexpr int kPositionBits = 12;                                   // of a position in its window
+constexpr int kBlocks = static_cast<int>(hn::MaxLanes(D8())) / 16;
+constexpr int kBlockPixels = 8;
+constexpr int kBlockCells = kBlockPixels / MeshMap::kCell;
+constexpr int kPositionBits = 12;  // of a position in its window
 constexpr int kOne = 1 << kPositionBits;
 constexpr int kGuard = 64;       // 1/65536 pixels; rounded increments must not lead out of the window
 constexpr int kWeightSum = 127;  // of two horizontal neighbours
@@ -91,45 +93,36 @@ HWY_INLINE hn::VFromD<hn::RebindToUnsigned<D>> pack16(D d, hn::VFromD<D> low, hn
     return hn::Or(hn::And(hn::BitCast(u, low), hn::Set(u, 0xFFFF)), hn::ShiftLeft<16>(hn::BitCast(u, high)));
 }
 
-/// Places the windows of groups of `kGroup` pixels. A cell gets 8 / kGroup offsets and four words: for groups of four
-/// the two x, the two y, the increments of x and y, nothing; for groups of two the four x and the four y, and its
-/// increments four times in a place of their own.
+/// Places the windows of groups of `kGroup` pixels between the nodes of a row. For a group of four, `positions` has its
+/// x and y and the increments of both, 16 bits each. For groups of two, `positions` has x and y of both groups of a
+/// cell, and `increments` those of the cell twice.
 template <int kGroup>
 HWY_INLINE void placeGroups(const TileRow& row, TileScratch& scratch) {
     const hn::ScalableTag<int32_t> d;
     const hn::RebindToUnsigned<decltype(d)> u;
-    constexpr int kGroups = MeshMap::kCell / kGroup;
     constexpr int kShift = kGroup == 4 ? 2 : 1;
     const auto zero = hn::Zero(d);
     const auto half = hn::Set(d, 1 << (15 - kPositionBits));
     for (int cell = row.firstCell; cell < row.endCell; cell += static_cast<int>(hn::Lanes(d))) {
         const auto x = hn::LoadU(d, &scratch.x[cell]);
         const auto y = hn::LoadU(d, &scratch.y[cell]);
-        const auto stepX = hn::ShiftRight<3>(hn::Sub(hn::LoadU(d, &scratch.x[cell + 1]), x));
-        const auto stepY = hn::ShiftRight<3>(hn::Sub(hn::LoadU(d, &scratch.y[cell + 1]), y));
+        const auto stepX = hn::ShiftRight<2>(hn::Sub(hn::LoadU(d, &scratch.x[cell + 1]), x));
+        const auto stepY = hn::ShiftRight<2>(hn::Sub(hn::LoadU(d, &scratch.y[cell + 1]), y));
         const auto lowX = hn::Min(zero, hn::Sub(hn::ShiftLeft<kShift>(stepX), stepX));
         const auto lowY = hn::Min(zero, hn::Sub(hn::ShiftLeft<kShift>(stepY), stepY));
         const auto increment = pack16(d, hn::ShiftRight<16 - kPositionBits>(hn::Add(stepX, half)),
                                       hn::ShiftRight<16 - kPositionBits>(hn::Add(stepY, half)));
-        const auto place = [&](int group) HWY_ATTR {
-            const auto pixels = hn::Set(d, group * kGroup);
-            return placeWindows(d, row, hn::Add(x, hn::Mul(stepX, pixels)), hn::Add(y, hn::Mul(stepY, pixels)), lowX,
-                                lowY);
-        };
-        int32_t* offsets = &scratch.offsets[kGroups * cell];
-        uint32_t* positions = &scratch.positions[4 * cell];
-        const auto g0 = place(0);
-        const auto g1 = place(1);
+        const auto first = placeWindows(d, row, x, y, lowX, lowY);
+        const auto firstPosition = pack16(d, first.x, first.y);
         if constexpr (kGroup == 4) {
-            hn::StoreInterleaved2(g0.offset, g1.offset, d, offsets);
-            hn::StoreInterleaved4(pack16(d, g0.x, g1.x), pack16(d, g0.y, g1.y), increment, increment, u, positions);
+            hn::StoreU(first.offset, d, &scratch.offsets[cell]);
+            hn::StoreInterleaved2(firstPosition, increment, u, &scratch.positions[2 * cell]);
         } else {
-            const auto g2 = place(2);
-            const auto g3 = place(3);
-            hn::StoreInterleaved4(g0.offset, g1.offset, g2.offset, g3.offset, d, offsets);
-            hn::StoreInterleaved4(pack16(d, g0.x, g1.x), pack16(d, g2.x, g3.x), pack16(d, g0.y, g1.y),
-                                  pack16(d, g2.y, g3.y), u, positions);
-            hn::StoreInterleaved4(increment, increment, increment, increment, u, &scratch.increments[4 * cell]);
+            const auto second =
+                placeWindows(d, row, hn::Add(x, hn::Add(stepX, stepX)), hn::Add(y, hn::Add(stepY, stepY)), lowX, lowY);
+            hn::StoreInterleaved2(first.offset, second.offset, d, &scratch.offsets[2 * cell]);
+            hn::StoreInterleaved2(firstPosition, pack16(d, second.x, second.y), u, &scratch.positions[2 * cell]);
+            hn::StoreInterleaved2(increment, increment, u, &scratch.increments[2 * cell]);
         }
     }
 }
@@ -149,25 +142,32 @@ struct Positions {
     V16 y;
 };
 
+/// Where the pixels of each block's two cells from `cell` on lie in their windows.
 template <int kGroup>
 HWY_INLINE Positions pixelPositions(const TileScratch& scratch, int cell) {
-    HWY_ALIGN static constexpr uint8_t kFourX[16] = {0, 1, 0, 1, 0, 1, 0, 1, 2, 3, 2, 3, 2, 3, 2, 3};
-    HWY_ALIGN static constexpr uint8_t kFourY[16] = {4, 5, 4, 5, 4, 5, 4, 5, 6, 7, 6, 7, 6, 7, 6, 7};
-    HWY_ALIGN static constexpr uint8_t kTwoX[16] = {0, 1, 0, 1, 2, 3, 2, 3, 4, 5, 4, 5, 6, 7, 6, 7};
-    HWY_ALIGN static constexpr uint8_t kTwoY[16] = {8, 9, 8, 9, 10, 11, 10, 11, 12, 13, 12, 13, 14, 15, 14, 15};
-    HWY_ALIGN static constexpr uint8_t kStepX[16] = {8, 9, 8, 9, 8, 9, 8, 9, 8, 9, 8, 9, 8, 9, 8, 9};
-    HWY_ALIGN static constexpr uint8_t kStepY[16] = {10, 11, 10, 11, 10, 11, 10, 11, 10, 11, 10, 11, 10, 11, 10, 11};
+    HWY_ALIGN static constexpr uint8_t kFour[4][16] = {{0, 1, 0, 1, 0, 1, 0, 1, 8, 9, 8, 9, 8, 9, 8, 9},
+                                                       {2, 3, 2, 3, 2, 3, 2, 3, 10, 11, 10, 11, 10, 11, 10, 11},
+                                                       {4, 5, 4, 5, 4, 5, 4, 5, 12, 13, 12, 13, 12, 13, 12, 13},
+                                                       {6, 7, 6, 7, 6, 7, 6, 7, 14, 15, 14, 15, 14, 15, 14, 15}};
+    HWY_ALIGN static constexpr uint8_t kTwo[2][16] = {{0, 1, 0, 1, 4, 5, 4, 5, 8, 9, 8, 9, 12, 13, 12, 13},
+                                                      {2, 3, 2, 3, 6, 7, 6, 7, 10, 11, 10, 11, 14, 15, 14, 15}};
     HWY_ALIGN static constexpr int16_t kPixelOfFour[8] = {0, 1, 2, 3, 0, 1, 2, 3};
     HWY_ALIGN static constexpr int16_t kPixelOfTwo[8] = {0, 1, 0, 1, 0, 1, 0, 1};
     const DU32 d32;
-    const auto first = hn::LoadU(d32, &scratch.positions[4 * cell]);
-    const auto increments = kGroup == 4 ? first : hn::LoadU(d32, &scratch.increments[4 * cell]);
     const auto spread = [](auto words, const uint8_t(&pattern)[16]) HWY_ATTR {
         return hn::BitCast(D16(), hn::TableLookupBytes(hn::BitCast(D8(), words), bytePattern(pattern)));
     };
-    const auto pixel = lanePattern(kGroup == 4 ? kPixelOfFour : kPixelOfTwo);
-    return {hn::Add(spread(first, kGroup == 4 ? kFourX : kTwoX), hn::Mul(spread(increments, kStepX), pixel)),
-            hn::Add(spread(first, kGroup == 4 ? kFourY : kTwoY), hn::Mul(spread(increments, kStepY), pixel))};
+    const auto words = hn::LoadU(d32, &scratch.positions[2 * cell]);
+    if constexpr (kGroup == 4) {
+        const auto pixel = lanePattern(kPixelOfFour);
+        return {hn::Add(spread(words, kFour[0]), hn::Mul(spread(words, kFour[2]), pixel)),
+                hn::Add(spread(words, kFour[1]), hn::Mul(spread(words, kFour[3]), pixel))};
+    } else {
+        const auto increments = hn::LoadU(d32, &scratch.increments[2 * cell]);
+        const auto pixel = lanePattern(kPixelOfTwo);
+        return {hn::Add(spread(words, kTwo[0]), hn::Mul(spread(increments, kFour[0]), pixel)),
+                hn::Add(spread(words, kTwo[1]), hn::Mul(spread(increments, kFour[1]), pixel))};
+    }
 }
 
 HWY_INLINE V16 clamped(V16 value, int16_t last) {
@@ -221,13 +221,15 @@ HWY_INLINE V16 chromaIndex(V16 x) {
 template <int kGroup>
 HWY_INLINE V8 windowRow(const unsigned char* picture, const int32_t* offsets, int group) {
     const hn::CappedTag<uint8_t, 16> d;
-    const auto block = [&](int cell) HWY_ATTR {
-        return hn::LoadU(d, picture + offsets[cell * (MeshMap::kCell / kGroup) + group]);
-    };
+    const auto load = [&](int block)
+                          HWY_ATTR { return hn::LoadU(d, picture + offsets[block * (kBlockPixels / kGroup) + group]); };
     if constexpr (kBlocks == 1) {
-        return block(0);
+        return load(0);
+    } else if constexpr (kBlocks == 2) {
+        return hn::Combine(D8(), load(1), load(0));
     } else {
-        return hn::Combine(D8(), block(1), block(0));
+        const hn::Half<D8> half;
+        return hn::Combine(D8(), hn::Combine(half, load(3), load(2)), hn::Combine(half, load(1), load(0)));
     }
 }
 
@@ -239,7 +241,7 @@ HWY_INLINE V8 shuffled(V8 pixels, V16 index) {
 template <int kGroup>
 HWY_INLINE V16 lumaOfRow(const unsigned char* picture, const int32_t* offsets, const V16* index, V16 weights) {
     auto pairs = shuffled(windowRow<kGroup>(picture, offsets, 0), index[0]);
-    for (int group = 1; group < MeshMap::kCell / kGroup; ++group) {
+    for (int group = 1; group < kBlockPixels / kGroup; ++group) {
         pairs = hn::Or(pairs, shuffled(windowRow<kGroup>(picture, offsets, group), index[group]));
     }
     return mulPairs(D16(), pairs, weights);
@@ -255,7 +257,7 @@ HWY_INLINE void lumaIndexes(V16 index, V16* indexes) {
                                                      {kOff, kOff, 0, 0, kOff, kOff, kOff, kOff},
                                                      {kOff, kOff, kOff, kOff, 0, 0, kOff, kOff},
                                                      {kOff, kOff, kOff, kOff, kOff, kOff, 0, 0}};
-    for (int group = 0; group < MeshMap::kCell / kGroup; ++group) {
+    for (int group = 0; group < kBlockPixels / kGroup; ++group) {
         indexes[group] = hn::Or(index, lanePattern(kGroup == 4 ? kFour[group & 1] : kTwo[group]));
     }
 }
@@ -442,17 +444,17 @@ HWY_INLINE void storeBgra(const YuvSums& sums, unsigned char* out) {
 template <int kGroup, bool kGray>
 HWY_INLINE void drawCells(const TileRow& row, const TileScratch& scratch, int firstCell, int endCell,
                           unsigned char* out) {
-    for (int cell = firstCell; cell < endCell; cell += kBlocks) {
-        for (int block = 0; block < kBlocks; ++block) {
-            hwy::Prefetch(row.picture + scratch.offsets[MeshMap::kCell / kGroup * (cell + block)] + row.prefetch);
+    for (int cell = firstCell; cell < endCell; cell += kBlockCells * kBlocks) {
+        for (int ahead = 0; ahead < kBlockCells * kBlocks; ahead += 4) {
+            hwy::Prefetch(row.picture + scratch.offsets[MeshMap::kCell / kGroup * (cell + ahead)] + row.prefetch);
         }
         if constexpr (kGray) {
             const hn::Rebind<uint8_t, D16> bytes;
             hn::StoreU(hn::DemoteTo(bytes, grayOfCells<kGroup>(row, scratch, cell)), bytes, out);
-            out += MeshMap::kCell * kBlocks;
+            out += kBlockPixels * kBlocks;
         } else {
             storeBgra(yuvOfCells<kGroup>(row, scratch, cell), out);
-            out += MeshMap::kCell * kBlocks * 4;
+            out += kBlockPixels * kBlocks * 4;
         }
     }
 }
@@ -484,7 +486,7 @@ void interpolateNodes(const std::int32_t* upper, const std::int32_t* lower, int 
     const auto part = hn::Set(d, line);
     for (int i = 0; i < count; i += static_cast<int>(hn::Lanes(d))) {
         const auto from = hn::LoadU(d, upper + i);
-        const auto slope = hn::ShiftRight<3>(hn::Sub(hn::LoadU(d, lower + i), from));
+        const auto slope = hn::ShiftRight<2>(hn::Sub(hn::LoadU(d, lower + i), from));
         hn::StoreU(hn::Add(from, hn::Mul(slope, part)), d, out + i);
     }
 }
@@ -514,7 +516,7 @@ HWY_EXPORT(hasTiles);
 
 namespace {
 
-constexpr int kPrefetchRows = 6;
+constexpr int kPrefetchRows = 8;  // fewer come too late; from 6 to 14 it makes no difference
 
 void drawPlainTiles(const MeshMap& mesh, const TileRun& run, const YuyvFrame& frame, const ViewTarget& target,
                     int row) {
@@ -555,9 +557,9 @@ TileScratch::TileScratch(const MeshMap& mesh) {
     const auto cells = static_cast<std::size_t>(mesh.nodesPerRow() + MeshMap::kSpareNodes);
     x.resize(cells);
     y.resize(cells);
-    offsets.resize(4 * cells);
-    positions.resize(4 * cells);
-    increments.resize(4 * cells);
+    offsets.resize(2 * cells);
+    positions.resize(2 * cells);
+    increments.resize(2 * cells);
 }
 
 void drawRectifiedRows(const MeshMap& mesh, const YuyvFrame& frame, const ViewTarget& target, int firstRow, int endRow,
@@ -565,12 +567,12 @@ void drawRectifiedRows(const MeshMap& mesh, const YuyvFrame& frame, const ViewTa
     const auto interpolate = HWY_DYNAMIC_DISPATCH(interpolateNodes);
     const auto draw = HWY_DYNAMIC_DISPATCH(drawRun);
     for (int row = firstRow; row < endRow; ++row) {
-        const int tileRow = row / MeshMap::kTileHeight;
-        const int line = row % MeshMap::kTileHeight;
-        const bool upwards = mesh.nodesY(tileRow + 1)[0] < mesh.nodesY(tileRow)[0];
-        interpolate(mesh.nodesX(tileRow), mesh.nodesX(tileRow + 1), line, mesh.nodesPerRow(), scratch.x.data());
-        interpolate(mesh.nodesY(tileRow), mesh.nodesY(tileRow + 1), line, mesh.nodesPerRow(), scratch.y.data());
-        for (const TileRun& run : mesh.runs(tileRow, target.gray)) {
+        const int node = row / MeshMap::kCell;
+        const int line = row % MeshMap::kCell;
+        const bool upwards = mesh.nodesY(node + 1)[0] < mesh.nodesY(node)[0];
+        interpolate(mesh.nodesX(node), mesh.nodesX(node + 1), line, mesh.nodesPerRow(), scratch.x.data());
+        interpolate(mesh.nodesY(node), mesh.nodesY(node + 1), line, mesh.nodesPerRow(), scratch.y.data());
+        for (const TileRun& run : mesh.runs(row / MeshMap::kTileHeight, target.gray)) {
             if (run.kind == TileKind::Plain) {
                 drawPlainTiles(mesh, run, frame, target, row);
                 continue;

@@ -19,7 +19,8 @@ public:
     // Positions of the nodes on the current row.
     std::vector<std::int32_t> x;
     std::vector<std::int32_t> y;
-    // For each cell: where its windows begin, and in 16-bit values where its groups lie in them and how they advance.
+    // Of each window, where it begins in the picture; and in 16-bit values where its group lies in it and how it
+    // advances.
     std::vector<std::int32_t> offsets;
     std::vector<std::uint32_t> positions;
     std::vector<std::uint32_t> increments;

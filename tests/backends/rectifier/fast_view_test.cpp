@@ -1,0 +1,269 @@
+#include <gtest/gtest.h>
+#include <hwy/highway.h>
+
+#include "backends/rectifier/cpu/fast_renderer.hpp"
+#include "backends/rectifier/cpu/halve_kernel.hpp"
+#include "pictures.hpp"
+
+namespace oru::rectifier {
+namespace {
+
+/// Confines the kernels to one instruction set while it lives.
+class OnTarget {
+public:
+    explicit OnTarget(int64_t target) {
+        hwy::SetSupportedTargetsForTest(target);
+        hwy::GetChosenTarget().Update(hwy::SupportedTargets());
+    }
+    ~OnTarget() {
+        hwy::SetSupportedTargetsForTest(0);
+        hwy::GetChosenTarget().Update(hwy::SupportedTargets());
+    }
+    OnTarget(const OnTarget&) = delete;
+    OnTarget& operator=(const OnTarget&) = delete;
+};
+
+/// Every instruction set that was built and that this processor has; the plain one is always among them.
+std::vector<int64_t> targets() {
+    std::vector<int64_t> all;
+    for (int64_t left = hwy::SupportedTargets() & HWY_TARGETS; left != 0; left &= left - 1) {
+        all.push_back(left & -left);
+    }
+    return all;
+}
+
+enum class Content { Natural, InGamutNoise, FullRangeNoise };
+
+TestPicture pictureOf(Size size, Content content, std::size_t padding, std::mt19937& random) {
+    TestPicture picture(size, padding);
+    const auto noise = [&](int range) { return static_cast<int>(random() % static_cast<unsigned>(range)); };
+    for (int y = 0; y < size.height; ++y) {
+        for (int x = 0; x < size.width; ++x) {
+            const double wave = std::sin(x * 0.07) + std::cos(y * 0.05);
+            switch (content) {
+                case Content::Natural:
+                    picture.setLuma(x, y, 120 + static_cast<int>(40 * wave) + noise(9));
+                    picture.setChroma(x, y, 128 + static_cast<int>(12 * wave) + noise(5));
+                    break;
+                case Content::InGamutNoise:
+                    picture.setLuma(x, y, 90 + noise(70));
+                    picture.setChroma(x, y, 112 + noise(32));
+                    break;
+                case Content::FullRangeNoise:
+                    picture.setLuma(x, y, noise(256));
+                    picture.setChroma(x, y, noise(256));
+                    break;
+            }
+        }
+    }
+    return picture;
+}
+
+struct Error {
+    int largest = 0;
+    int x = 0;
+    int y = 0;
+    double mean = 0;
+    bool paddingKept = true;
+};
+
+Error compare(const TestView& fast, const TestView& plain) {
+    Error error;
+    const auto used = static_cast<std::size_t>(fast.size.width) * (fast.gray ? 1 : 4);
+    for (std::size_t i = 0; i < fast.bytes.size(); ++i) {
+        if (i % fast.step >= used) {
+            error.paddingKept = error.paddingKept && fast.bytes[i] == TestView::kUntouched;
+            continue;
+        }
+        const int difference = std::abs(fast.bytes[i] - plain.bytes[i]);
+        error.mean += difference;
+        if (difference > error.largest) {
+            error.largest = difference;
+            error.x = static_cast<int>(i % fast.step / (fast.gray ? 1 : 4));
+            error.y = static_cast<int>(i / fast.step);
+        }
+    }
+    error.mean /= static_cast<double>(used) * fast.size.height;
+    return error;
+}
+
+std::string named(Size size) {
+    return std::to_string(size.width) + "x" + std::to_string(size.height);
+}
+
+/// What a picture allows. Full-range noise steps by 255 levels from pixel to pixel, of which the 1/80 pixel that a
+/// prepared map may be off takes three for luma and as much again for chroma.
+struct Tolerance {
+    int largest = 2;
+    double mean = 0.2;
+};
+
+Tolerance toleranceOf(Content content) {
+    return content == Content::FullRangeNoise ? Tolerance{7, 0.5} : Tolerance{};
+}
+
+/// Draws all four views both ways.
+void expectFastIsPlain(const ViewGeometry& geometry, Size size, const TestPicture& picture, std::size_t padding,
+                       RowPool& pool, Tolerance tolerance, const std::string& what) {
+    PlainRenderer plain(geometry, size);
+    FastRenderer fast(geometry, size, pool);
+    for (const bool rectified : {true, false}) {
+        for (const bool gray : {true, false}) {
+            TestView expected(size, gray, padding);
+            TestView drawn(size, gray, padding);
+            plain.draw(picture.frame(), rectified, expected.target());
+            fast.draw(picture.frame(), rectified, drawn.target());
+            const Error error = compare(drawn, expected);
+            EXPECT_LE(error.largest, rectified ? tolerance.largest : 2)
+                << what << (rectified ? " rectified" : " unrectified") << (gray ? " gray " : " ") << named(picture.size)
+                << " to " << named(size) << " at " << error.x << "," << error.y;
+            EXPECT_LE(error.mean, tolerance.mean) << what << named(picture.size) << " to " << named(size);
+            EXPECT_TRUE(error.paddingKept) << what << named(picture.size) << " to " << named(size);
+        }
+    }
+}
+
+/// A lens somewhere between long and short, a picture and a view of any size, with a look beyond the border now and
+/// then and now and then a view so wide that it shrinks the picture.
+struct RandomCase {
+    explicit RandomCase(unsigned seed) : random(seed) {
+        const auto between = [&](int low, int high) {
+            return low + static_cast<int>(random() % static_cast<unsigned>(high - low + 1));
+        };
+        const auto part = [&] { return static_cast<double>(random() % 10001) / 10000; };
+        source = seed % 8 == 0 ? Size{2 * between(1, 6), between(1, 6)} : Size{2 * between(8, 170), between(8, 200)};
+        view = seed % 3 == 0   ? source
+               : seed % 3 == 1 ? Size{(source.width + 1) / 2, (source.height + 1) / 2}
+                               : Size{between(1, source.width), between(1, source.height)};
+        NamedLens lens{"random", 0.35 + 0.5 * part(), {}, 60 * part() - 30, 60 * part() - 30};
+        lens.distortion = {0.5 * part() - 0.25, 0.1 * part(),   0.002 * part() - 0.001, 0.002 * part() - 0.001,
+                           0.01 * part(),       0.6 * part(),   0.1 * part(),           0.01 * part(),
+                           0.002 * part(),      0.001 * part(), 0.002 * part(),         0.001 * part()};
+        geometry = geometryOf(cameraOf(lens, source), between(0, 1) == 1);
+        if (geometry.rectified.fx == 0) {
+            geometry.rectified = {1.0 * source.width, 1.0 * source.width, source.width / 2.0, source.height / 2.0};
+        }
+        const double zoom = seed % 5 == 0 ? 0.25 + 0.6 * part() : (seed % 5 == 1 ? 2.5 : 1.0);
+        geometry.rectified.fx *= zoom;
+        geometry.rectified.fy *= zoom;
+        content = static_cast<Content>(between(0, 2));
+        padding = static_cast<std::size_t>(between(0, 1) * between(1, 70));
+    }
+
+    std::mt19937 random;
+    Size source{};
+    Size view{};
+    ViewGeometry geometry{};
+    Content content{};
+    std::size_t padding = 0;
+};
+
+TEST(FastView, EqualsThePlainViewForRandomLensesSizesStridesAndFlipsOnEveryTarget) {
+    RowPool pool(0);
+    for (unsigned seed = 0; seed < 40; ++seed) {
+        RandomCase random(seed);
+        const TestPicture picture = pictureOf(random.source, random.content, random.padding, random.random);
+        for (const int64_t target : targets()) {
+            const OnTarget confined(target);
+            expectFastIsPlain(random.geometry, random.view, picture, random.padding, pool, toleranceOf(random.content),
+                              std::string(hwy::TargetName(target)) + " seed " + std::to_string(seed) + " ");
+        }
+    }
+}
+
+TEST(FastView, EqualsThePlainViewForShortNormalAndLongLenses) {
+    RowPool pool(1);
+    std::mt19937 random(5);
+    for (const NamedLens& lens : testLenses()) {
+        for (const Size source : {Size{1280, 720}, Size{672, 376}}) {
+            const TestPicture picture = pictureOf(source, Content::InGamutNoise, 0, random);
+            const ViewGeometry geometry = geometryOf(cameraOf(lens, source), true);
+            expectFastIsPlain(geometry, source, picture, 0, pool, {}, lens.name);
+            expectFastIsPlain(geometry, {source.width / 2, source.height / 2}, picture, 0, pool, {}, lens.name);
+        }
+    }
+}
+
+TEST(FastView, DrawsFromChromaBetweenItsPixels) {
+    RowPool pool(0);
+    std::mt19937 random(6);
+    const Size size{320, 200};
+    const TestPicture picture = pictureOf(size, Content::InGamutNoise, 0, random);
+    const ViewGeometry geometry = geometryOf(cameraOf(testLenses()[2], size), false);
+    PlainRenderer plain(geometry, size);
+    FastRenderer fast(geometry, size, pool);
+    for (const bool rectified : {true, false}) {
+        TestView expected(size, false);
+        TestView drawn(size, false);
+        plain.draw(picture.frame(0.5F), rectified, expected.target());
+        fast.draw(picture.frame(0.5F), rectified, drawn.target());
+        EXPECT_LE(compare(drawn, expected).largest, 2) << rectified;
+    }
+}
+
+TEST(FastView, UsesThePlainWayOnlyWhereItMust) {
+    if (!hasTileKernel()) {
+        GTEST_SKIP() << "no vector instructions";
+    }
+    for (const NamedLens& lens : testLenses()) {
+        for (const Size source : {Size{1920, 1200}}) {
+            for (const Size view : {source, Size{source.width / 2, source.height / 2}}) {
+                const ViewGeometry geometry = geometryOf(cameraOf(lens, source), false);
+                const MeshMap mesh(ViewMap(geometry.lens, geometry.rectified, source, view, false), view, 0, true);
+                int plain = 0;
+                int all = 0;
+                for (int row = 0; row < (view.height + MeshMap::kTileHeight - 1) / MeshMap::kTileHeight; ++row) {
+                    for (const TileRun& run : mesh.runs(row, false)) {
+                        all += run.count;
+                        plain += run.kind == TileKind::Plain ? run.count : 0;
+                    }
+                }
+                EXPECT_LE(plain, all / 200) << lens.name << " " << named(view);
+            }
+        }
+    }
+}
+
+TEST(HalveRows, MakesTheSameBytesAsTheReducerOnEveryTarget) {
+    std::mt19937 random(8);
+    for (const int64_t target : targets()) {
+        const OnTarget confined(target);
+        for (const Size size : {Size{4, 2}, Size{36, 6}, Size{64, 4}, Size{132, 2}, Size{260, 10}, Size{1920, 4}}) {
+            const TestPicture picture = pictureOf(size, Content::FullRangeNoise, 3, random);
+            const Reducer reducer(size, {size.width / 2, size.height / 2});
+            std::vector<std::uint16_t> sums(reducer.scratchSize());
+            std::vector<unsigned char> plain(reducer.bytes());
+            std::vector<unsigned char> halved(reducer.bytes());
+            reducer.reduceRows(picture.frame(), plain.data(), 0, size.height / 2, sums.data());
+            halveRows(picture.frame(), halved.data(), reducer.step(), 0, size.height / 2);
+            EXPECT_EQ(halved, plain) << hwy::TargetName(target) << " " << named(size);
+        }
+    }
+}
+
+TEST(RowPool, GivesEveryRowToExactlyOneThreadOverManyRuns) {
+    RowPool pool(3);
+    std::vector<std::atomic<int>> taken(101);
+    std::vector<std::atomic<int>> byThread(4);
+    constexpr int kRuns = 300;
+    for (int run = 0; run < kRuns; ++run) {
+        pool.run(101, 7, run % 10 == 9, [&](int first, int end, int thread) {
+            for (int row = first; row < end; ++row) {
+                taken[static_cast<std::size_t>(row)].fetch_add(1, std::memory_order_relaxed);
+            }
+            byThread[static_cast<std::size_t>(thread)].fetch_add(end - first, std::memory_order_relaxed);
+        });
+        ASSERT_EQ(taken[0].load(), run + 1);
+    }
+    int all = 0;
+    for (const auto& rows : taken) {
+        EXPECT_EQ(rows.load(), kRuns);
+    }
+    for (const auto& rows : byThread) {
+        all += rows.load();
+    }
+    EXPECT_EQ(all, 101 * kRuns);
+}
+
+}  // namespace
+}  // namespace oru::rectifier
