@@ -206,6 +206,39 @@ FrameStatus FilePlayer::readFrame(unsigned char* pixels, std::size_t size, Times
     return INPUT_ENDED;
 }
 
+bool FilePlayer::metadata(rlxrw::rlxSampleMetadata& out) const {
+    const MutexLock lock(mutex_);
+    if (has_current_) {
+        out = current_.metadata;
+    }
+    return has_current_;
+}
+
+bool FilePlayer::imuOfImage(IMUPacket& out) const {
+    const MutexLock lock(mutex_);
+    const bool known = has_current_ && current_.has_imu;
+    if (known) {
+        out = current_.imu;
+    }
+    return known;
+}
+
+bool FilePlayer::newestImu(IMUPacket& out) const {
+    {
+        const MutexLock lock(mutex_);
+        if (has_current_ && !current_.packets.empty()) {
+            out = current_.packets.back();
+            return true;
+        }
+    }
+    return imuOfImage(out);
+}
+
+std::vector<IMUPacket> FilePlayer::packets() const {
+    const MutexLock lock(mutex_);
+    return has_current_ ? current_.packets : std::vector<IMUPacket>{};
+}
+
 FrameCounters FilePlayer::counters() const {
     FrameCounters counters;
     counters.delivered = delivered_.load();

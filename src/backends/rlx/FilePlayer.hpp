@@ -15,7 +15,7 @@
 namespace oru::rlx {
 
 /// Plays one recording frame by frame; a thread of its own reads and decodes a few frames ahead.
-/// Threads: one caller at a time; counters() from any.
+/// Threads: one caller at a time; position, the facts of the last frame and counters from any.
 class FilePlayer {
 public:
     FilePlayer() = default;
@@ -37,8 +37,11 @@ public:
     /// Copies the next whole frame to `pixels`. NO_FRAME when decoding takes longer than a fifth of a second.
     [[nodiscard]] FrameStatus readFrame(unsigned char* pixels, std::size_t size, Timestamp& time);
 
-    /// Facts of the frame read last; null before the first one and after a new position.
-    [[nodiscard]] const DecodedFrame* current() const { return has_current_ ? &current_ : nullptr; }
+    // Of the frame read last; false or empty before the first one and after a new position. Any thread.
+    [[nodiscard]] bool metadata(rlxrw::rlxSampleMetadata& out) const;
+    [[nodiscard]] bool imuOfImage(IMUPacket& out) const;
+    [[nodiscard]] bool newestImu(IMUPacket& out) const;
+    [[nodiscard]] std::vector<IMUPacket> packets() const;
     [[nodiscard]] FrameCounters counters() const;
 
 private:
@@ -47,21 +50,22 @@ private:
     void decodeAhead();
     DecodedFrame* waitForFront(int wait_ms) ORU_REQUIRES(mutex_);
     void popFront() ORU_REQUIRES(mutex_);
-    void takeFacts(DecodedFrame& frame);
-    void leaveOut(DecodedFrame& frame);
-    void joinPackets(DecodedFrame& frame);
+    void takeFacts(DecodedFrame& frame) ORU_REQUIRES(mutex_);
+    void leaveOut(DecodedFrame& frame) ORU_REQUIRES(mutex_);
+    void joinPackets(DecodedFrame& frame) ORU_REQUIRES(mutex_);
     void restartAt(int index);
 
     OpenedFile recording_;
     std::vector<IndexEntry> entries_;
     std::unique_ptr<FrameDecoder> decoder_;  // the worker's while it runs
-    int position_ = 0;
-    bool has_current_ = false;
-    DecodedFrame current_;                // without its picture
-    std::vector<IMUPacket> passed_over_;  // packets of skipped and damaged frames, for the next one
+
+    std::atomic<int> position_{0};
 
     std::thread worker_;
-    Mutex mutex_;
+    mutable Mutex mutex_;
+    bool has_current_ ORU_GUARDED_BY(mutex_) = false;
+    DecodedFrame current_ ORU_GUARDED_BY(mutex_);                // without its picture
+    std::vector<IMUPacket> passed_over_ ORU_GUARDED_BY(mutex_);  // of skipped and damaged frames, for the next one
     std::condition_variable_any wake_;
     std::array<DecodedFrame, kAhead> ring_;
     std::size_t front_ ORU_GUARDED_BY(mutex_) = 0;

@@ -61,13 +61,20 @@ void RecordingSession::offer(const Facts& facts, WhenFull when_full) {
     slot.facts = facts;
     slot.lost_before = lost_;
     lost_ = 0;
-    ++queued_;
+    if (queued_++ == 0) {
+        writing_since_ = clock_.monotonicNanoseconds();
+    }
     free_ = (free_ + 1) % slots_.size();
     changed_.notify_all();
 }
 
+uint64_t RecordingSession::frameCostNs() const {
+    const uint64_t under_way = queued_ > 0 ? clock_.monotonicNanoseconds() - writing_since_ : 0;
+    return std::max(write_ns_, under_way);
+}
+
 bool RecordingSession::isBehind() const {
-    return queued_ > 1 && queued_ * write_ns_ > kMaxBacklogNs;
+    return queued_ > 1 && queued_ * frameCostNs() > kMaxBacklogNs;
 }
 
 bool RecordingSession::hasRoom(WhenFull when_full) {
@@ -98,7 +105,7 @@ void RecordingSession::sayThatItIsTooSlow() {
         ORU_LOG(Warning,
                 "{} Recording in compression mode {} takes {:.1f} ms a frame and cannot keep up: frames are left out "
                 "evenly and counted",
-                kTagKoru, static_cast<int>(header_.compression_mode), static_cast<double>(write_ns_) / 1e6);
+                kTagKoru, static_cast<int>(header_.compression_mode), static_cast<double>(frameCostNs()) / 1e6);
     }
 }
 
@@ -118,7 +125,7 @@ int RecordingSession::writeSlot(Slot& slot) {
 }
 
 void RecordingSession::noteWritten(int result, uint64_t nanoseconds) {
-    write_ns_ = (write_ns_ * (kMeanWeight - 1) + nanoseconds) / kMeanWeight;
+    write_ns_ = write_ns_ == 0 ? nanoseconds : (write_ns_ * (kMeanWeight - 1) + nanoseconds) / kMeanWeight;
     if (result == 0) {
         ++status_.frames_written;
     } else {
@@ -140,12 +147,11 @@ void RecordingSession::writeUntilStopped() {
             continue;
         }
         Slot& slot = slots_[first_];
+        writing_since_ = clock_.monotonicNanoseconds();
         mutex_.unlock();
-        const uint64_t before = clock_.monotonicNanoseconds();
         const int result = writeSlot(slot);
-        const uint64_t after = clock_.monotonicNanoseconds();
         mutex_.lock();
-        noteWritten(result, after - before);
+        noteWritten(result, clock_.monotonicNanoseconds() - writing_since_);
     }
     status_.frames_dropped += queued_;
     queued_ = 0;

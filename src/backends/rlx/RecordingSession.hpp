@@ -60,6 +60,8 @@ private:
     void noteWritten(int result, uint64_t nanoseconds) ORU_REQUIRES(mutex_);
     [[nodiscard]] bool hasRoom(WhenFull when_full) ORU_REQUIRES(mutex_);
     [[nodiscard]] bool isBehind() const ORU_REQUIRES(mutex_);
+    /// What a frame costs the writer, as measured, or more when it is at one for longer.
+    [[nodiscard]] uint64_t frameCostNs() const ORU_REQUIRES(mutex_);
     void drop() ORU_REQUIRES(mutex_);
     void sayThatItIsTooSlow() ORU_REQUIRES(mutex_);
 
@@ -81,7 +83,8 @@ private:
     bool said_slow_ ORU_GUARDED_BY(mutex_) = false;
     bool failed_ ORU_GUARDED_BY(mutex_) = false;
     uint64_t write_ns_ ORU_GUARDED_BY(mutex_) = 0;  // running mean of one frame
-    uint32_t lost_ ORU_GUARDED_BY(mutex_) = 0;      // since the last frame taken
+    uint64_t writing_since_ ORU_GUARDED_BY(mutex_) = 0;
+    uint32_t lost_ ORU_GUARDED_BY(mutex_) = 0;  // since the last frame taken
     RecordingStatus status_ ORU_GUARDED_BY(mutex_);
     std::thread writer_;
 };

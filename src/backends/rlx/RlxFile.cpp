@@ -53,11 +53,11 @@ public:
     RLX_COMPRESSION_MODE getCompressionMode() override { return facts().compression_mode; }
     bool getDecompressionPlatform() override;
 
-    bool getCurrentIMU(IMUPacket& packet) override;
-    bool getCurrentMetadata(rlxrw::rlxSampleMetadata& metadata) override;
+    bool getCurrentIMU(IMUPacket& packet) override { return player_.newestImu(packet); }
+    bool getCurrentMetadata(rlxrw::rlxSampleMetadata& metadata) override { return player_.metadata(metadata); }
     const Matrix4f* getIMUCamTransform() override;
-    std::vector<IMUPacket> getFrameIMUPackets() override;
-    bool getFrameIMU(IMUPacket& packet) override;
+    std::vector<IMUPacket> getFrameIMUPackets() override { return player_.packets(); }
+    bool getFrameIMU(IMUPacket& packet) override { return player_.imuOfImage(packet); }
 
     FrameStatus readFrame(unsigned char* pixels, std::size_t size, Timestamp& time) override {
         return player_.readFrame(pixels, size, time);
@@ -156,41 +156,9 @@ bool RlxFile::getDecompressionPlatform() {
     return facts().decompression_platform;
 }
 
-bool RlxFile::getCurrentIMU(IMUPacket& packet) {
-    const rlx::DecodedFrame* frame = player_.current();
-    if (frame != nullptr && !frame->packets.empty()) {
-        packet = frame->packets.back();
-        return true;
-    }
-    return getFrameIMU(packet);
-}
-
-bool RlxFile::getFrameIMU(IMUPacket& packet) {
-    const rlx::DecodedFrame* frame = player_.current();
-    if (frame == nullptr || !frame->has_imu) {
-        return false;
-    }
-    packet = frame->imu;
-    return true;
-}
-
-bool RlxFile::getCurrentMetadata(rlxrw::rlxSampleMetadata& metadata) {
-    const rlx::DecodedFrame* frame = player_.current();
-    if (frame == nullptr) {
-        return false;
-    }
-    metadata = frame->metadata;
-    return true;
-}
-
 const Matrix4f* RlxFile::getIMUCamTransform() {
     const RlxRecordingHeader& head = facts();
     return head.has_imu_to_camera ? &head.imu_to_camera : nullptr;
-}
-
-std::vector<IMUPacket> RlxFile::getFrameIMUPackets() {
-    const rlx::DecodedFrame* frame = player_.current();
-    return frame == nullptr ? std::vector<IMUPacket>{} : frame->packets;
 }
 
 int RlxFile::create(const char* path, const RlxRecordingHeader& header) {

@@ -29,6 +29,8 @@ struct Finished {
 /// Offset of the eight bytes of the Segment's size, and of its body.
 [[nodiscard]] std::size_t segmentSizeOffset();
 [[nodiscard]] std::size_t segmentBodyOffset();
+/// Offset of the eight big-endian bytes in a finished head that say where the Cues begin, counted from the body.
+[[nodiscard]] std::size_t cuesPositionOffset();
 
 /// Bytes before and after the picture in a frame's Cluster.
 inline constexpr std::size_t kPrefixSize = 51;

@@ -45,6 +45,8 @@ private:
     Frame frame_{av_frame_alloc()};
     Packet packet_{av_packet_alloc()};
     Bytes padded_;
+    int width_ = 0;  // the recording's; the coded stream may claim another size
+    int height_ = 0;
 };
 
 std::unique_ptr<PictureDecoder> LibraryDecoder::open(const rlxrw::RlxRecordingHeader& header, const ModeCodec& mode,
@@ -64,8 +66,8 @@ std::unique_ptr<PictureDecoder> LibraryDecoder::open(const rlxrw::RlxRecordingHe
         std::memcpy(context.extradata, codec_private.data(), codec_private.size());
         context.extradata_size = static_cast<int>(codec_private.size());
     }
-    context.width = static_cast<int>(header.width);
-    context.height = static_cast<int>(header.height);
+    decoder->width_ = context.width = static_cast<int>(header.width);
+    decoder->height_ = context.height = static_cast<int>(header.height);
     context.bits_per_coded_sample = 16;
     context.codec_tag = mode.decoder == AV_CODEC_ID_FFVHUFF ? MKTAG('F', 'F', 'V', 'H') : 0;
     context.thread_count = std::clamp(static_cast<int>(std::thread::hardware_concurrency()), 1, kMaxThreads);
@@ -96,7 +98,7 @@ DecodeResult LibraryDecoder::decode(ByteView stored, unsigned char* yuyv) {
 }
 
 bool LibraryDecoder::copyOut(unsigned char* yuyv) const {
-    const bool right_size = frame_->width == context_->width && frame_->height == context_->height;
+    const bool right_size = frame_->width == width_ && frame_->height == height_;
     const bool is_420 = frame_->format == AV_PIX_FMT_YUV420P || frame_->format == AV_PIX_FMT_YUVJ420P;
     const bool is_422 = frame_->format == AV_PIX_FMT_YUV422P || frame_->format == AV_PIX_FMT_YUVJ422P;
     if (!right_size || !(is_420 || is_422) || frame_->decode_error_flags != 0) {

@@ -2,6 +2,8 @@
 
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "backends/rlx/ebml.hpp"
 #include "backends/rlx/finish.hpp"
 
@@ -92,13 +94,32 @@ Condition conditionOf(const OpenedFile& recording, std::vector<IndexEntry>& entr
     return recording.condition == Condition::INTACT ? loadIndex(recording, entries) : recording.condition;
 }
 
+/// Whether the recording went on behind the last whole frame: a torn Cluster, or Cues that once began further on.
+bool framesFollowed(const OpenedFile& recording, Condition condition, const Walk& walk) {
+    uint8_t id[4] = {};
+    Bytes cluster_id;
+    putId(cluster_id, ID_CLUSTER);
+    const std::size_t count = recording.file.readUpTo(walk.clusters_end, id, sizeof id);
+    if (count > 0 && std::equal(id, id + count, cluster_id.begin())) {
+        return true;
+    }
+    uint8_t position[8] = {};
+    if (condition != Condition::CUT_OFF || !recording.file.readAt(cuesPositionOffset(), position, sizeof position)) {
+        return false;
+    }
+    Bytes expected;
+    putBigEndian(expected, walk.clusters_end - segmentBodyOffset(), sizeof position);
+    return !std::equal(expected.begin(), expected.end(), position);
+}
+
 bool modeIsKnown(RLX_COMPRESSION_MODE mode) {
     return mode >= RLX_RAW && mode <= RLX_MODE_10;
 }
 
 }  // namespace
 
-RepairReport repairRecording(const std::string& input, const std::string& output, PictureCheck check) {
+RepairReport repairRecording(const std::string& input, const std::string& output, PictureCheck check,
+                             const ProgressSink& progress) {
     RepairReport report;
     OpenedFile recording = openRecording(input, true);
     std::vector<IndexEntry> indexed;
@@ -111,13 +132,17 @@ RepairReport repairRecording(const std::string& input, const std::string& output
         report.code = kBadCompression;
         return report;
     }
-    const Walk walk = walkFrames(recording, check);
+    const Walk walk = walkFrames(recording, check, progress);
+    if (walk.stopped) {
+        return report;
+    }
     if (walk.entries.empty()) {
         report.condition = Condition::NO_WHOLE_FRAME;
         return report;
     }
     report.frames_recovered = walk.entries.size();
     report.frames_lost = walk.bad_pictures + walk.missing_frames;
+    report.frame_cut = framesFollowed(recording, report.condition, walk);
     report.bytes_cut = recording.file.size() - walk.clusters_end;
     if (!output.empty()) {
         report.code = repairToOutput(recording, walk, output);
@@ -132,7 +157,7 @@ RepairReport repairRecording(const std::string& input, const std::string& output
     return report;
 }
 
-VerifyReport verifyRecording(const std::string& path) {
+VerifyReport verifyRecording(const std::string& path, const ProgressSink& progress) {
     VerifyReport report;
     const OpenedFile recording = openRecording(path, false);
     std::vector<IndexEntry> entries;
@@ -141,7 +166,7 @@ VerifyReport verifyRecording(const std::string& path) {
         return report;
     }
     if (report.condition != Condition::INTACT) {
-        const Walk walk = walkFrames(recording, PictureCheck::ALL);
+        const Walk walk = walkFrames(recording, PictureCheck::ALL, progress);
         report.frames = walk.entries.size();
         report.damaged = walk.bad_pictures + walk.missing_frames;
         report.condition = walk.entries.empty() ? Condition::NO_WHOLE_FRAME : report.condition;
@@ -149,6 +174,9 @@ VerifyReport verifyRecording(const std::string& path) {
     }
     StoredFrame frame;
     for (const IndexEntry& entry : entries) {
+        if (progress && !progress(entry.offset, recording.file.size())) {
+            break;
+        }
         readStoredFrame(recording, entry, frame);
         const bool whole = frame.check == FrameCheck::WHOLE;
         ++(whole ? report.frames : report.damaged);

@@ -12,6 +12,7 @@ namespace oru::rlx {
 namespace {
 
 /// The head holds the record twice and the calibration text three times at most.
+constexpr uint32_t kMaxSide = 16'384;
 constexpr std::size_t kMaxHeadSize = 4 * kMaxHeaderSize;
 
 /// Both copies of the record stand in the head; whichever is whole is taken.
@@ -92,7 +93,7 @@ const char* describe(Condition condition) {
         case Condition::NOT_OURS:
             return "is not an RLX recording";
         case Condition::TOO_NEW:
-            return "is of an RLX version or compression that this program does not know";
+            return "is of an RLX version or size that this program does not know";
         case Condition::BEING_RECORDED:
             return "is being recorded or repaired";
         case Condition::NO_WHOLE_FRAME:
@@ -119,7 +120,8 @@ OpenedFile openRecording(const std::string& path, bool to_change) {
     const std::optional<HeaderRecord> header = findHeader(head);
     if (!header) {
         recording.condition = head.empty() ? Condition::UNREADABLE : Condition::NOT_OURS;
-    } else if (header->facts.version < 1 || header->facts.version > 2) {
+    } else if (header->facts.version < 1 || header->facts.version > 2 || header->facts.width > kMaxSide ||
+               header->facts.height > kMaxSide) {
         recording.condition = Condition::TOO_NEW;
     } else {
         recording.header = *header;

@@ -48,13 +48,15 @@ uint64_t voidAt(const OpenedFile& recording, uint64_t offset, uint64_t file_size
     return element.header_size + element.size;
 }
 
-void leaveOutBadPictures(const OpenedFile& recording, PictureCheck check, Walk& walk, StoredFrame& scratch) {
+void leaveOutBadPictures(const OpenedFile& recording, PictureCheck check, Walk& walk, StoredFrame& scratch,
+                         const ProgressSink& progress) {
     const uint64_t last = walk.entries.empty() ? 0 : walk.entries.back().time_ms;
     const uint64_t from = check == PictureCheck::ALL || last < kTailMs ? 0 : last - kTailMs;
     const auto is_bad = [&](const IndexEntry& entry) {
-        if (entry.time_ms < from) {
+        if (entry.time_ms < from || walk.stopped) {
             return false;
         }
+        walk.stopped = progress && !progress(entry.offset, recording.file.size());
         readStoredFrame(recording, entry, scratch);
         if (scratch.check == FrameCheck::WHOLE) {
             return false;
@@ -90,7 +92,7 @@ bool readRecordAt(const OpenedFile& recording, uint64_t offset, uint64_t file_si
     return true;
 }
 
-Walk walkFrames(const OpenedFile& recording, PictureCheck check) {
+Walk walkFrames(const OpenedFile& recording, PictureCheck check, const ProgressSink& progress) {
     Walk walk;
     StoredFrame scratch;
     const uint64_t file_size = recording.file.size();
@@ -118,7 +120,7 @@ Walk walkFrames(const OpenedFile& recording, PictureCheck check) {
         walk.holes.push_back({offset, next - offset});
         offset = next;
     }
-    leaveOutBadPictures(recording, check, walk, scratch);
+    leaveOutBadPictures(recording, check, walk, scratch, progress);
     walk.clusters_end =
         walk.entries.empty() ? recording.head_size : walk.entries.back().offset + walk.entries.back().cluster_size;
     std::erase_if(walk.holes, [&](const Hole& hole) { return hole.offset >= walk.clusters_end; });

@@ -1,11 +1,15 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <vector>
 
 #include "backends/rlx/survey.hpp"
 
 namespace oru::rlx {
+
+/// Told now and then how many bytes of how many are done; false stops the work.
+using ProgressSink = std::function<bool(uint64_t done, uint64_t total)>;
 
 /// Which pictures a walk checks; records and framing are always checked.
 enum class PictureCheck {
@@ -26,10 +30,12 @@ struct Walk {
     uint64_t clusters_end = 0;    ///< end of the last whole frame
     uint64_t bad_pictures = 0;    ///< frames left out because of their picture
     uint64_t missing_frames = 0;  ///< numbers that are missing between the whole frames
+    bool stopped = false;
 };
 
 /// Reads the file from its head to its end; behind a damaged place it goes on at the next whole frame.
-[[nodiscard]] Walk walkFrames(const OpenedFile& recording, PictureCheck check);
+/// What a stopped walk gives is incomplete (`stopped`).
+[[nodiscard]] Walk walkFrames(const OpenedFile& recording, PictureCheck check, const ProgressSink& progress = {});
 
 /// A frame whose Cluster begins at `offset`, its picture unread; false when there is none.
 [[nodiscard]] bool readRecordAt(const OpenedFile& recording, uint64_t offset, uint64_t file_size, StoredFrame& scratch,

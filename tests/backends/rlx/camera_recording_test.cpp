@@ -170,6 +170,26 @@ TEST(CameraRecording, FullPoolDropsAndCountsWithoutBlockingOrMoving) {
     EXPECT_TRUE(recorder.closed);
 }
 
+TEST(CameraRecording, SlowCoderIsNeverMoreThanAThirdOfASecondBehind) {
+    SteppedClock clock;
+    auto owned = std::make_unique<GatedRecorder>();
+    GatedRecorder& recorder = *owned;
+    CameraRig camera(Scene{.fps = 30.0F}, clock, std::move(owned));
+    const Folder folder;
+    ASSERT_EQ(camera.startRecording(folder.path("a.rlx2")), SUCCESS);
+
+    camera.grabLive(0);
+    recorder.waitUntilEntered(1);
+    for (uint64_t number = 1; number < 30; ++number) {
+        clock.now += 33'000'000;
+        camera.grabLive(number);
+    }
+
+    const RecordingStatus held = camera.module->getRecordingStatus(camera.context());
+    EXPECT_GE(held.frames_dropped, 25U) << "one frame takes a second: no more than a few may wait";
+    recorder.openGate();
+}
+
 TEST(CameraRecording, FailureEndsTheRecordingAndNotTheCamera) {
     SteppedClock clock;
     auto owned = std::make_unique<GatedRecorder>();
