@@ -16,5 +16,10 @@ void registerGrab(CLI::App& tool, ExitStatus& status);
 void registerInfo(CLI::App& tool, ExitStatus& status);
 void registerImu(CLI::App& tool, ExitStatus& status);
 void registerControls(CLI::App& tool, ExitStatus& status);
+void registerRecord(CLI::App& tool, ExitStatus& status);
+void registerPlay(CLI::App& tool, ExitStatus& status);
+void registerVerify(CLI::App& tool, ExitStatus& status);
+void registerRepair(CLI::App& tool, ExitStatus& status);
+void registerConvert(CLI::App& tool, ExitStatus& status);
 
 }  // namespace koruone

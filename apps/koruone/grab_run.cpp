@@ -2,6 +2,7 @@
 
 #include <fmt/core.h>
 
+#include <algorithm>
 #include <limits>
 #include <utility>
 
@@ -42,7 +43,7 @@ GrabRun::GrabRun(GrabOptions options) : options_(std::move(options)) {}
 
 ExitStatus GrabRun::run() {
     const InterruptGuard guard;
-    if (!prepareOutput() || !openCamera(camera_, options_.input)) {
+    if (!prepareOutput() || !openCamera(camera_, options_.input) || !goToFirstFrame()) {
         return EXIT_FAILED;
     }
     sourceFps_ = camera_.getCameraFPS();
@@ -79,6 +80,19 @@ bool GrabRun::prepareOutput() {
     table_.write(header + "\n");
     writer_ = std::make_unique<PictureWriter>(options_.directory);
     return true;
+}
+
+bool GrabRun::goToFirstFrame() {
+    const oru::ERROR_CODE code = options_.from == 0 ? oru::SUCCESS : camera_.setRLXPosition(options_.from);
+    if (code != oru::SUCCESS) {
+        complain("{} has {} frames; there is no frame {}.", options_.input.file, camera_.getRLXNumberOfFrames(),
+                 options_.from);
+    }
+    if (!options_.input.file.empty()) {
+        const int left = camera_.getRLXNumberOfFrames() - camera_.getRLXPosition();
+        options_.frames = std::min(options_.frames, static_cast<uint64_t>(std::max(left, 0)));
+    }
+    return code == oru::SUCCESS;
 }
 
 void GrabRun::takeFrames() {

@@ -19,6 +19,7 @@ struct GrabOptions {
     InputOptions input;
     uint64_t frames = 90;
     uint64_t every = 1;
+    int from = 0;  ///< first frame of a recorded file
     oru::VIEW view = oru::RECTIFIED;
     oru::Resolution size;  ///< 0 x 0: the camera's
     oru::MEM memory = oru::CPU;
@@ -37,6 +38,7 @@ private:
     using Time = std::chrono::steady_clock::time_point;
 
     bool prepareOutput();
+    bool goToFirstFrame();
     void takeFrames();
     bool takeFrame(uint64_t frame);
     bool retrieveFrame(uint64_t frame);

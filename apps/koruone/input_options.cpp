@@ -64,6 +64,7 @@ void addInputOptions(CLI::App& command, InputOptions& options) {
         ->check(CLI::Validator(checkEndpoint, ""))
         ->type_name("HOST[:PORT]");
     source->require_option(0, 1);
+    command.add_flag("--realtime", options.realtime, "Play a recorded file at its recorded pace");
     addLiveOptions(command, options);
     command.add_option("--settings", options.settings, "Directory of the calibration files")->type_name("DIR");
 }
@@ -74,6 +75,7 @@ oru::InitParametersOne initParameters(const InputOptions& options) {
     parameters.requested_fps = options.fps;
     parameters.image_flip = options.flip;
     parameters.use_hdr = options.hdr;
+    parameters.rlx_real_time = options.realtime;
     if (!options.settings.empty()) {
         parameters.settings_path = options.settings + "/";
     }

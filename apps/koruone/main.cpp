@@ -19,6 +19,11 @@ ExitStatus runTool(int argc, char** argv) {
     registerGrab(tool, status);
     registerImu(tool, status);
     registerControls(tool, status);
+    registerRecord(tool, status);
+    registerPlay(tool, status);
+    registerVerify(tool, status);
+    registerRepair(tool, status);
+    registerConvert(tool, status);
     registerCalib(tool, status);
     registerReboot(tool, status);
     try {

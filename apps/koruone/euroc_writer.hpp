@@ -1,0 +1,39 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "convert_run.hpp"
+#include "output_file.hpp"
+#include "png_file.hpp"
+
+namespace koruone {
+
+/// A directory in the layout of the EuRoC MAV data set
+/// (https://projects.asl.ethz.ch/datasets/doku.php?id=kmavvisualinertialdatasets): mav0/cam0 with gray pictures and
+/// data.csv, mav0/imu0/data.csv in rad/s and m/s^2 along the camera's axes, times in ns. The camera's calibration text
+/// is put beside them.
+class EurocWriter final : public FrameTarget {
+public:
+    bool open(const std::string& path, const oru::rlxrw::RlxRecordingHeader& facts) override;
+    bool write(const ConvertedFrame& frame) override;
+    bool finish() override;
+    const std::string& error() const override { return error_; }
+
+private:
+    void writeSamples(const std::vector<oru::IMUPacket>& packets);
+    bool fail(std::string reason);
+
+    std::filesystem::path pictures_;
+    std::size_t width_ = 0;
+    std::size_t height_ = 0;
+    std::vector<unsigned char> gray_;
+    PngEncoder encoder_;
+    OutputFile frames_;
+    OutputFile samples_;
+    uint64_t last_sample_ns_ = 0;
+    std::string error_;
+};
+
+}  // namespace koruone

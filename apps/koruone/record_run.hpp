@@ -1,0 +1,53 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "exit_status.hpp"
+#include "input_options.hpp"
+#include "option_helpers.hpp"
+#include "oru/CameraOne.hpp"
+#include "progress.hpp"
+
+namespace koruone {
+
+/// The compressions by the names that `record` and `convert` take.
+extern const Choices<oru::RLX_COMPRESSION_MODE> kCompressions;
+std::string compressionName(oru::RLX_COMPRESSION_MODE mode);
+
+struct RecordOptions {
+    InputOptions input;
+    std::string file;
+    std::optional<uint64_t> frames;
+    std::optional<uint64_t> seconds;
+    oru::RLX_COMPRESSION_MODE compression = oru::RLX_H264;
+    uint32_t bitrate = 0;
+    uint32_t target_fps = 0;
+    bool overwrite = false;
+};
+
+/// One `koruone record`: grabs until the asked frames or seconds are over, the input ends or Ctrl-C comes.
+class RecordRun {
+public:
+    explicit RecordRun(RecordOptions options);
+
+    ExitStatus run();
+
+private:
+    bool start();
+    void grabFrames();
+    [[nodiscard]] bool isOver() const;
+    void showProgress();
+    ExitStatus finish();
+
+    RecordOptions options_;
+    ExitStatus status_ = EXIT_OK;
+    oru::CameraOne camera_;
+    Progress progress_{"record"};
+    uint64_t grabbed_ = 0;
+    std::chrono::steady_clock::time_point begin_;
+};
+
+}  // namespace koruone
