@@ -7,7 +7,6 @@ namespace oru {
 namespace {
 
 constexpr const char* kReportedOperation = kOpenSignature;
-constexpr int kAutomaticFlip = 2;
 
 /// The application's axes in the camera's, as rows.
 Eigen::Matrix3f axisChange(AXIS_CONVENTION convention) {
@@ -56,9 +55,7 @@ ERROR_CODE CameraOneImpl::open(const InitParametersOne& params) {
         return selected;
     }
     setCoordinateTransform();
-    if (initParameters.image_flip != kAutomaticFlip) {
-        imageFlipped = initParameters.image_flip == 1;
-    }
+    imageFlipped = initParameters.image_flip == 1;  // the automatic setting is measured by the bring-up
     switch (inputMode) {
         case INPUT_MODE_RECORDED:
             return openRecorded();

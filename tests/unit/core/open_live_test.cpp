@@ -218,6 +218,15 @@ TEST_F(OpenLive, AutomaticFlipFollowsTheMountingWithinTwoSeconds) {
     }
 }
 
+TEST_F(OpenLive, AutomaticFlipWithoutSensorsForgetsThePreviousOpening) {
+    parameters.image_flip = 1;
+    ASSERT_EQ(openLive(), SUCCESS);
+    factory->grabber.hasMcu = false;
+    parameters.image_flip = 2;
+    ASSERT_EQ(openLive(), SUCCESS);
+    EXPECT_FALSE(inside.imageFlipped());
+}
+
 TEST_F(OpenLive, FlipTurnsThePrincipalPoints) {
     for (const auto& [flip, cx, cy] :
          std::vector<std::tuple<int, float, float>>{{0, 950.5F, 610.0F}, {1, 969.5F, 590.0F}, {7, 950.5F, 610.0F}}) {
