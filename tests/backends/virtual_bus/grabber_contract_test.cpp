@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cmath>
 #include <set>
@@ -165,6 +166,36 @@ TEST(VirtualGrabber, ClosesTheAccountOfItsFrames) {
     EXPECT_EQ(counters.delivered, 6U);
     EXPECT_EQ(counters.produced, counters.delivered + counters.lost());
     EXPECT_GE(counters.overwritten + counters.sensor_gap, 1U);
+}
+
+TEST(VirtualGrabber, ServesControlsSensorsAndCountersBesideTheFrames) {
+    BusRig rig;
+    ASSERT_EQ(rig.open(), SETUP_OK);
+    std::atomic<bool> done{false};
+    int rounds = 0;
+    std::thread beside([&] {
+        uint64_t newest = 0;
+        while (!done.load(std::memory_order_acquire)) {
+            (void)rig.grabber->setGrabberSettingsValue(GAIN, rounds % 100, false);
+            (void)rig.grabber->setROIforAECAGC(0, {0, 0, 100, 100});
+            const IMUPacket packet = rig.grabber->getMCU()->getIMUPose(0);
+            EXPECT_GE(packet.imu_timestamp, newest);
+            newest = packet.imu_timestamp;
+            const FrameCounters counters = rig.grabber->counters();
+            EXPECT_EQ(counters.produced, counters.delivered + counters.lost());
+            ++rounds;
+            std::this_thread::sleep_for(milliseconds(1));
+        }
+    });
+    bool all = true;
+    for (int i = 0; i < 20; ++i) {
+        all = rig.takeFrame() && all;
+    }
+    done.store(true, std::memory_order_release);
+    beside.join();
+
+    EXPECT_TRUE(all);
+    EXPECT_GT(rounds, 0);
 }
 
 TEST(VirtualGrabber, AnswersAsUnavailableWithoutCamera) {
