@@ -3,6 +3,7 @@
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 cd "$root" || exit 2
 jobs=${ORU_JOBS:-$(nproc)}
+ORU_CMAKE_OPTIONS=()
 
 say() { printf '\n== %s\n' "$*"; }
 die() {
@@ -73,5 +74,3 @@ build_preset() {  # PRESET [TARGET...]
     }
     tail -n 1 "build/$preset/build.log"
 }
-
-ORU_CMAKE_OPTIONS=()
