@@ -52,7 +52,7 @@ refuse 'upwards with blanks' include/utils/Clock.hpp '  #  include   "collaborat
 refuse 'the core sees a backend' src/oru_koruone/grab.cpp '#include "backends/rlx/Reader.hpp"'
 refuse 'a backend sees the core' src/backends/rlx/Reader.hpp '#include "oru_koruone/grab.cpp"'
 refuse 'a backend sees another' src/backends/rlx/Reader.hpp '#include "backends/stream/Sender.hpp"'
-refuse 'the tool names a backend' apps/koruone/main.cpp '#include "backends/rlx/Reader.hpp"'
+refuse 'the tool names a backend' apps/koruone/main.cpp '#include "backends/stream/Sender.hpp"'
 refuse 'an example leaves the public face' examples/first.cpp '#include "utils/Clock.hpp"'
 refuse 'code includes the tests' src/compose/factory.cpp '#include "unit/all_test.cpp"'
 refuse 'a way round by dots' src/oru_koruone/grab.cpp '#include "../backends/rlx/Reader.hpp"'
