@@ -28,7 +28,8 @@ ExitStatus failRepair(const RepairOptions& options, const oru::rlx::RepairReport
 ExitStatus runRepair(const RepairOptions& options) {
     Progress progress("repair");
     const auto show = [&](uint64_t done, uint64_t total) {
-        progress.show(fmt::format("{:.0f} %", total == 0 ? 0.0 : 100.0 * static_cast<double>(done) / static_cast<double>(total)));
+        progress.show(
+            fmt::format("{:.0f} %", total == 0 ? 0.0 : 100.0 * static_cast<double>(done) / static_cast<double>(total)));
         return true;
     };
     const oru::rlx::RepairReport report =
@@ -50,7 +51,8 @@ void registerRepair(CLI::App& tool, ExitStatus& status) {
     auto options = std::make_shared<RepairOptions>();
     CLI::App* command = tool.add_subcommand("repair", "Make a damaged RLX file playable, in place");
     command->add_option("FILE", options->file, "The recording")->required();
-    command->add_option("--output", options->output, "Leave FILE as it is and write the result here")->type_name("FILE");
+    command->add_option("--output", options->output, "Leave FILE as it is and write the result here")
+        ->type_name("FILE");
     command->footer("Exit status: 0 every frame was kept, 3 frames were lost, 1 failed.");
     command->callback([options, &status] { status = runRepair(*options); });
 }

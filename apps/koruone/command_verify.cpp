@@ -16,7 +16,8 @@ using oru::rlx::Condition;
 ExitStatus runVerify(const std::string& file) {
     Progress progress("verify");
     const auto show = [&](uint64_t done, uint64_t total) {
-        progress.show(fmt::format("{:.0f} %", total == 0 ? 0.0 : 100.0 * static_cast<double>(done) / static_cast<double>(total)));
+        progress.show(
+            fmt::format("{:.0f} %", total == 0 ? 0.0 : 100.0 * static_cast<double>(done) / static_cast<double>(total)));
         return !interrupted();
     };
     const InterruptGuard guard;
@@ -26,7 +27,8 @@ ExitStatus runVerify(const std::string& file) {
         return EXIT_INTERRUPTED;
     }
     if (report.condition == Condition::INTACT) {
-        writeOutput(fmt::format("{} is intact: {} frames, {} inertial samples\n", file, report.frames, report.imu_packets));
+        writeOutput(
+            fmt::format("{} is intact: {} frames, {} inertial samples\n", file, report.frames, report.imu_packets));
         return EXIT_OK;
     }
     if (!oru::rlx::isRepairable(report.condition)) {

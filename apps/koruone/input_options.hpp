@@ -20,11 +20,11 @@ struct InputOptions {
     int flip = 0;
     bool hdr = false;
     bool realtime = false;  ///< a recorded file at its recorded pace
-    std::string settings;  ///< directory, empty for the default one
+    std::string settings;   ///< directory, empty for the default one
 };
 
-/// Adds --id, --serial, --file, --stream (one of them at most), --realtime, --resolution, --fps, --flip, --hdr and --settings.
-/// `options` must outlive the parsing.
+/// Adds --id, --serial, --file, --stream (one of them at most), --realtime, --resolution, --fps, --flip, --hdr and
+/// --settings. `options` must outlive the parsing.
 void addInputOptions(CLI::App& command, InputOptions& options);
 
 /// The parameters of open() for these options.

@@ -82,8 +82,8 @@ void RecordRun::grabFrames() {
 
 void RecordRun::showProgress() {
     const oru::RecordingStatus recording = camera_.getRecordingStatus();
-    const std::string frames = options_.frames ? fmt::format("{}/{}", grabbed_, *options_.frames)
-                                               : fmt::format("{}", grabbed_);
+    const std::string frames =
+        options_.frames ? fmt::format("{}/{}", grabbed_, *options_.frames) : fmt::format("{}", grabbed_);
     progress_.show(fmt::format("{} frames, {} dropped, {:.1f} MB, {:.1f} s", frames, recording.frames_dropped,
                                static_cast<double>(recording.bytes_written) / kMegabyte, recording.seconds));
 }
@@ -95,7 +95,8 @@ ExitStatus RecordRun::finish() {
     camera_.close();
     progress_.clear();
     if (recording.last_result != oru::SUCCESS) {
-        complain(recording.last_result, fmt::format("the recording of {} ended early, the disk may be full", options_.file));
+        complain(recording.last_result,
+                 fmt::format("the recording of {} ended early, the disk may be full", options_.file));
         status_ = EXIT_FAILED;
     }
     writeOutput(fmt::format("{}: {} frames written, {} dropped, {:.1f} MB in {:.1f} s, {}\n", options_.file,
