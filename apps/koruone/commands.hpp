@@ -21,5 +21,6 @@ void registerPlay(CLI::App& tool, ExitStatus& status);
 void registerVerify(CLI::App& tool, ExitStatus& status);
 void registerRepair(CLI::App& tool, ExitStatus& status);
 void registerConvert(CLI::App& tool, ExitStatus& status);
+void registerStream(CLI::App& tool, ExitStatus& status);
 
 }  // namespace koruone

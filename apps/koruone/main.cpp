@@ -24,6 +24,7 @@ ExitStatus runTool(int argc, char** argv) {
     registerVerify(tool, status);
     registerRepair(tool, status);
     registerConvert(tool, status);
+    registerStream(tool, status);
     registerCalib(tool, status);
     registerReboot(tool, status);
     try {

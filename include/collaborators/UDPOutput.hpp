@@ -57,6 +57,8 @@ public:
     [[nodiscard]] virtual bool isRunning() const = 0;
     [[nodiscard]] virtual bool carriesImu() const = 0;
     [[nodiscard]] virtual FrameCounters counters() const = 0;
+    /// Threads: any.
+    [[nodiscard]] virtual StreamingStatus status() const { return {}; }
 };
 
 }  // namespace oru

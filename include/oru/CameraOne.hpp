@@ -80,6 +80,8 @@ public:
     void disableStreaming();
     [[nodiscard]] bool isStreamingEnabled();
     [[nodiscard]] StreamingParameters getStreamingParameters();
+    /// How the outgoing stream does; all zero without one.
+    [[nodiscard]] StreamingStatus getStreamingStatus();
 
     /// Records every grabbed frame into an RLX file.
     ERROR_CODE enableRecording(const RecordingParameters& parameters);

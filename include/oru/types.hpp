@@ -96,6 +96,26 @@ struct InitParametersOne {
     bool use_hdr = false;
 };
 
+/// Where the frames of an input went: produced = delivered + all the others, always.
+/// A frame that still waits to be taken is not counted yet.
+struct FrameCounters {
+    uint64_t produced = 0;
+    uint64_t delivered = 0;
+    uint64_t sensor_gap = 0;   ///< never came out of the sensor or over the link
+    uint64_t overwritten = 0;  ///< replaced by a newer frame before it was taken
+    uint64_t late = 0;         ///< skipped to keep a recorded pace
+    uint64_t queue_full = 0;
+    uint64_t decode_failed = 0;
+    uint64_t damaged = 0;
+    uint64_t network = 0;
+    uint64_t sender_busy = 0;
+
+    [[nodiscard]] uint64_t lost() const {
+        return sensor_gap + overwritten + late + queue_full + decode_failed + damaged + network + sender_busy;
+    }
+    friend bool operator==(const FrameCounters&, const FrameCounters&) = default;
+};
+
 enum STREAMING_CODEC : int32_t { PLAIN_CODEC, DENSE_CODEC };
 
 /// Parameters of enableStreaming(); out-of-range values are clamped with a warning.
@@ -107,6 +127,19 @@ struct StreamingParameters {
     bool adaptive_bitrate = false;
     uint16_t chunk_size = 16084;  ///< bytes, 1024 to 65000
     uint32_t target_fps = 0;      ///< 15, 30 or 60, dividing the source rate; 0: the source rate
+};
+
+/// An outgoing stream at this moment. The counts run from enableStreaming() on.
+struct StreamingStatus {
+    uint32_t receivers = 0;         ///< connected now
+    uint32_t bitrate = 0;           ///< kbit/s that the encoder aims at now
+    uint64_t frames_sent = 0;       ///< encoded and handed to at least one receiver
+    uint64_t frames_held_back = 0;  ///< that one receiver or another did not get, because its network was too slow
+    uint64_t packets_sent = 0;      ///< to all receivers together
+    uint64_t packets_repeated = 0;  ///< of them, because they were lost on the way
+    uint64_t bytes_sent = 0;
+    double backlog_ms = 0.0;  ///< how far the slowest receiver is behind
+    FrameCounters frames;     ///< handed over by the camera: taken (delivered) or lost, by cause
 };
 
 enum RLX_COMPRESSION_MODE : int32_t {
@@ -192,26 +225,6 @@ struct CameraDescription {
     INPUT_TYPE input_type = INPUT_TYPE_PENDING;
     CameraModeDescription configuration;
     SensorsDescription sensors;
-};
-
-/// Where the frames of an input went: produced = delivered + all the others, always.
-/// A frame that still waits to be taken is not counted yet.
-struct FrameCounters {
-    uint64_t produced = 0;
-    uint64_t delivered = 0;
-    uint64_t sensor_gap = 0;   ///< never came out of the sensor or over the link
-    uint64_t overwritten = 0;  ///< replaced by a newer frame before it was taken
-    uint64_t late = 0;         ///< skipped to keep a recorded pace
-    uint64_t queue_full = 0;
-    uint64_t decode_failed = 0;
-    uint64_t damaged = 0;
-    uint64_t network = 0;
-    uint64_t sender_busy = 0;
-
-    [[nodiscard]] uint64_t lost() const {
-        return sensor_gap + overwritten + late + queue_full + decode_failed + damaged + network + sender_busy;
-    }
-    friend bool operator==(const FrameCounters&, const FrameCounters&) = default;
 };
 
 }  // namespace oru

@@ -131,6 +131,9 @@ bool CameraOne::isStreamingEnabled() {
 StreamingParameters CameraOne::getStreamingParameters() {
     return impl->getStreamingParameters();
 }
+StreamingStatus CameraOne::getStreamingStatus() {
+    return impl->getStreamingStatus();
+}
 
 ERROR_CODE CameraOne::enableRecording(const RecordingParameters& parameters) {
     return impl->enableRecording(parameters);

@@ -64,6 +64,7 @@ public:
     void disableStreaming();
     [[nodiscard]] bool isStreamingEnabled();
     [[nodiscard]] StreamingParameters getStreamingParameters();
+    [[nodiscard]] StreamingStatus getStreamingStatus() ORU_EXCLUDES(outputMutex);
 
     ERROR_CODE enableRecording(const RecordingParameters& parameters);
     void disableRecording();

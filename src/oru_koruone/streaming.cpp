@@ -155,4 +155,10 @@ StreamingParameters CameraOneImpl::getStreamingParameters() {
     return streamingParameters;
 }
 
+StreamingStatus CameraOneImpl::getStreamingStatus() {
+    ORU_RETURN_IF_CLOSED(StreamingStatus{});
+    const MutexLock lock(outputMutex);
+    return streamOutput ? streamOutput->status() : StreamingStatus{};
+}
+
 }  // namespace oru

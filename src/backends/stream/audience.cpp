@@ -225,6 +225,7 @@ bool Audience::sendBatch(Receiver& receiver, const std::vector<uint8_t>& bytes) 
             return false;
         }
         receiver.sent += size;
+        sentBytes_ += size;
     }
     return receiver.sent < bytes.size();
 }
@@ -264,6 +265,7 @@ Audience::State Audience::state() {
     state.sent_packets = gonePackets_;
     state.repeated_packets = goneRepeated_;
     state.held_back_frames = heldBack_;
+    state.sent_bytes = sentBytes_;
     for (const Receiver& receiver : receivers_) {
         state.sent_packets += receiver.sent_packets;
         state.repeated_packets += receiver.repeated_packets;

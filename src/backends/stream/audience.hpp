@@ -24,7 +24,8 @@ public:
         uint64_t sent_packets = 0;
         uint64_t repeated_packets = 0;
         uint64_t held_back_frames = 0;  ///< frames that one receiver or another did not get
-        double backlog_ms = 0.0;        ///< of the receiver that is furthest behind
+        uint64_t sent_bytes = 0;
+        double backlog_ms = 0.0;  ///< of the receiver that is furthest behind
     };
 
     static constexpr std::size_t kMaxReceivers = 16;
@@ -85,6 +86,7 @@ private:
     Mutex mutex_;
     std::vector<Receiver> receivers_ ORU_GUARDED_BY(mutex_);
     uint64_t gonePackets_ ORU_GUARDED_BY(mutex_) = 0;
+    uint64_t sentBytes_ ORU_GUARDED_BY(mutex_) = 0;
     uint64_t goneRepeated_ ORU_GUARDED_BY(mutex_) = 0;
     uint64_t heldBack_ ORU_GUARDED_BY(mutex_) = 0;
 };

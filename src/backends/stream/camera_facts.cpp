@@ -70,10 +70,13 @@ CameraFacts::CameraFacts(const UDPOutConfig& configuration, uint64_t session, st
 }
 
 void CameraFacts::setGrabber(LiveCameraGrabber* grabber) {
-    const bool live = grabber != nullptr && grabber->hasMCU() && grabber->getMCU() != nullptr;
+    // A camera that plays a file or relays a stream has a grabber too, without a device behind it.
+    const bool live = grabber != nullptr && grabber->getEffectiveWidth() > 0;
+    const bool imu = live && grabber->hasMCU() && grabber->getMCU() != nullptr;
     MutexLock lock(mutex_);
     grabber_ = grabber;
-    liveImu_ = live;
+    live_ = live;
+    liveImu_ = imu;
     refreshedNs_ = 0;
 }
 
@@ -98,7 +101,7 @@ void CameraFacts::noticeSample() {
 
 bool CameraFacts::complete() const {
     MutexLock lock(mutex_);
-    return framesSeen_ || refreshedNs_ != 0;
+    return framesSeen_ || live_;
 }
 
 void CameraFacts::refresh(uint64_t now_ns) {
@@ -106,7 +109,7 @@ void CameraFacts::refresh(uint64_t now_ns) {
     bool imu = false;
     {
         MutexLock lock(mutex_);
-        if (grabber_ == nullptr || (refreshedNs_ != 0 && now_ns - refreshedNs_ < kRefreshNs)) {
+        if (!live_ || (refreshedNs_ != 0 && now_ns - refreshedNs_ < kRefreshNs)) {
             return;
         }
         refreshedNs_ = now_ns;

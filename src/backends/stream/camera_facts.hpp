@@ -36,6 +36,7 @@ private:
     mutable Mutex mutex_;
     DescriptionRecord record_ ORU_GUARDED_BY(mutex_);
     LiveCameraGrabber* grabber_ ORU_GUARDED_BY(mutex_) = nullptr;
+    bool live_ ORU_GUARDED_BY(mutex_) = false;
     bool liveImu_ ORU_GUARDED_BY(mutex_) = false;
     bool framesSeen_ ORU_GUARDED_BY(mutex_) = false;
     uint64_t refreshedNs_ ORU_GUARDED_BY(mutex_) = 0;

@@ -87,6 +87,7 @@ int StreamSender::open(UDPOutConfig configuration) {
         return status;
     }
     ORU_LOG(Info, "{} sending on port {} with {}", kTagStreaming, configuration.port, transmitter_->encoderName());
+    bitrateNow_.store(configuration.bitrate, std::memory_order_relaxed);
     running_.store(true, std::memory_order_release);
     encoding_ = std::thread([this] { encodeLoop(); });
     return 0;
@@ -106,8 +107,7 @@ bool StreamSender::admit(Timestamp time) {
     if (audience_->empty() || pacer_.admit()) {
         return true;
     }
-    skipped_.fetch_add(1, std::memory_order_relaxed);
-    ledger_.lost(&FrameCounters::sender_busy);
+    noteSkippedFrame();
     return false;
 }
 
@@ -119,8 +119,7 @@ void StreamSender::asyncingestYUVFrame(unsigned char* pixels, Timestamp time, rl
     }
     OutgoingFrame* frame = mailbox_.reserve();
     if (frame == nullptr) {
-        skipped_.fetch_add(1, std::memory_order_relaxed);
-        ledger_.lost(&FrameCounters::sender_busy);
+        noteSkippedFrame();
         return;
     }
     copying_.store(true, std::memory_order_release);
@@ -135,6 +134,29 @@ void StreamSender::asyncingestYUVFrame(unsigned char* pixels, Timestamp time, rl
     ledger_.delivered();
     mailbox_.commit();
     copying_.store(false, std::memory_order_release);
+}
+
+void StreamSender::noteSkippedFrame() {
+    skipped_.fetch_add(1, std::memory_order_relaxed);
+    ledger_.lost(&FrameCounters::sender_busy);
+}
+
+StreamingStatus StreamSender::status() const {
+    StreamingStatus status;
+    status.frames = ledger_.counters();
+    if (!isRunning()) {
+        return status;
+    }
+    const Audience::State state = audience_->state();
+    status.receivers = state.receivers;
+    status.bitrate = bitrateNow_.load(std::memory_order_relaxed);
+    status.frames_sent = sent_.load(std::memory_order_relaxed);
+    status.frames_held_back = state.held_back_frames;
+    status.packets_sent = state.sent_packets;
+    status.packets_repeated = state.repeated_packets;
+    status.bytes_sent = state.sent_bytes;
+    status.backlog_ms = state.backlog_ms;
+    return status;
 }
 
 void StreamSender::waitingestYUVFrameProcessing() {
@@ -189,7 +211,9 @@ void StreamSender::handleFrame(const OutgoingFrame& frame) {
     if (key) {
         keyFrameNs_ = begin;
     }
-    if (!transmitter_->sendFrame(frame, key, skipped_.load(std::memory_order_relaxed))) {
+    if (transmitter_->sendFrame(frame, key, skipped_.load(std::memory_order_relaxed))) {
+        sent_.fetch_add(1, std::memory_order_relaxed);
+    } else {
         ORU_LOG(Warning, "{} the encoder {} failed and starts again", kTagStreaming, transmitter_->encoderName());
         forceKey_ = true;
     }
@@ -231,6 +255,7 @@ void StreamSender::adaptBitrate(uint64_t now) {
         return;
     }
     ORU_LOG(Debug, "{} bitrate {} kbit/s", kTagStreaming, wanted);
+    bitrateNow_.store(wanted, std::memory_order_relaxed);
     forceKey_ = !transmitter_->setBitrate(wanted) || forceKey_;
 }
 

@@ -31,12 +31,14 @@ public:
     void asyncingestYUVFrame(unsigned char* pixels, Timestamp time, rlxrw::rlxSampleMetadata metadata,
                              int size) override;
     void waitingestYUVFrameProcessing() override;
+    void noteSkippedFrame() override;
     void ingestIMU(IMUPacket packet) override;
     /// Only while a hand-off is copying: a frame that finds no free buffer is counted by the hand-off itself.
     [[nodiscard]] bool isBusy() const override { return copying_.load(std::memory_order_acquire); }
     [[nodiscard]] bool isRunning() const override { return running_.load(std::memory_order_acquire); }
     [[nodiscard]] bool carriesImu() const override { return isRunning() && configuration_.version >= 2; }
     [[nodiscard]] FrameCounters counters() const override { return ledger_.counters(); }
+    [[nodiscard]] StreamingStatus status() const override;
 
 private:
     void close();
@@ -69,6 +71,8 @@ private:
     std::atomic<bool> samplesLost_{false};
     std::atomic<uint64_t> nextId_{0};
     std::atomic<uint64_t> skipped_{0};
+    std::atomic<uint64_t> sent_{0};
+    std::atomic<uint32_t> bitrateNow_{0};
     std::unique_ptr<BitrateControl> bitrate_;  // of the encoding thread, as all below
     int64_t lastTicks_ = 0;
     uint64_t startedNs_ = 0;

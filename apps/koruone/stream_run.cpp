@@ -1,0 +1,165 @@
+#include "stream_run.hpp"
+
+#include <arpa/inet.h>
+#include <fmt/core.h>
+#include <ifaddrs.h>
+#include <net/if.h>
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+#include "interrupt.hpp"
+#include "json_output.hpp"
+#include "open_camera.hpp"
+#include "report.hpp"
+
+namespace koruone {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::seconds kReportEvery{1};
+constexpr std::chrono::seconds kLongestWait{10};
+
+/// The address under which another machine finds this one: that of the first network that is up.
+std::string ownAddress() {
+    ifaddrs* list = nullptr;
+    if (getifaddrs(&list) != 0) {
+        return "127.0.0.1";
+    }
+    std::string found = "127.0.0.1";
+    for (const ifaddrs* entry = list; entry != nullptr; entry = entry->ifa_next) {
+        const bool usable = (entry->ifa_flags & IFF_UP) != 0 && (entry->ifa_flags & IFF_LOOPBACK) == 0;
+        if (!usable || entry->ifa_addr == nullptr || entry->ifa_addr->sa_family != AF_INET) {
+            continue;
+        }
+        sockaddr_in address{};
+        std::memcpy(&address, entry->ifa_addr, sizeof(address));
+        char text[INET_ADDRSTRLEN] = "";
+        if (inet_ntop(AF_INET, &address.sin_addr, text, sizeof(text)) != nullptr) {
+            found = text;
+            break;
+        }
+    }
+    freeifaddrs(list);
+    return found;
+}
+
+double percentRepeated(const oru::StreamingStatus& now, const oru::StreamingStatus& before) {
+    const uint64_t sent = now.packets_sent - before.packets_sent;
+    const uint64_t repeated = now.packets_repeated - before.packets_repeated;
+    return sent == 0 ? 0.0 : 100.0 * static_cast<double>(repeated) / static_cast<double>(sent);
+}
+
+}  // namespace
+
+StreamRun::StreamRun(StreamOptions options) : options_(std::move(options)) {}
+
+double StreamRun::secondsSince(Time begin) const {
+    return std::chrono::duration<double>(Clock::now() - begin).count();
+}
+
+ExitStatus StreamRun::run() {
+    const InterruptGuard guard;
+    if (!openCamera(camera_, options_.input) || !start()) {
+        return EXIT_FAILED;
+    }
+    sendFrames();
+    report(Clock::now());
+    summarise();
+    camera_.disableStreaming();
+    camera_.close();
+    return status_ == EXIT_OK && interrupted() && options_.seconds > 0.0 ? EXIT_INTERRUPTED : status_;
+}
+
+bool StreamRun::start() {
+    const oru::ERROR_CODE code = camera_.enableStreaming(options_.stream);
+    if (code != oru::SUCCESS) {
+        complain(code, fmt::format("cannot stream on port {}", options_.stream.port));
+        return false;
+    }
+    const oru::StreamingParameters used = camera_.getStreamingParameters();
+    const oru::Resolution size = camera_.getCameraInformation().configuration.resolution;
+    const std::string address = fmt::format("{}:{}", ownAddress(), used.port);
+    if (!options_.json) {
+        writeOutput(
+            fmt::format("streaming {} x {}, {}, {} kbit/s, port {}\n"
+                        "in a player:      ffplay -fflags nobuffer srt://{}\n"
+                        "in this tool:     koruone grab --stream {}\n",
+                        size.width, size.height, used.codec == oru::DENSE_CODEC ? "H.265" : "H.264", used.bitrate,
+                        used.port, address, address));
+    }
+    begin_ = lastFrame_ = lastReport_ = Clock::now();
+    return true;
+}
+
+void StreamRun::sendFrames() {
+    while (!interrupted() && outputWorks() && (options_.seconds <= 0.0 || secondsSince(begin_) < options_.seconds)) {
+        if (!takeFrame()) {
+            return;
+        }
+        const Time now = Clock::now();
+        if (now - lastReport_ >= kReportEvery) {
+            report(now);
+        }
+    }
+}
+
+bool StreamRun::takeFrame() {
+    const oru::ERROR_CODE code = camera_.grab();
+    if (code == oru::SUCCESS) {
+        ++frames_;
+        lastFrame_ = Clock::now();
+        return true;
+    }
+    if (code == oru::END_OF_INPUT) {
+        return false;
+    }
+    // A stream that is relayed may be away for a while and comes back by itself.
+    if (code == oru::CAMERA_NOT_READY && Clock::now() - lastFrame_ < kLongestWait) {
+        return true;
+    }
+    complain(code, fmt::format("no frame after {}", frames_));
+    status_ = EXIT_FAILED;
+    return false;
+}
+
+void StreamRun::report(Time now) {
+    const double seconds = std::chrono::duration<double>(now - lastReport_).count();
+    if (seconds <= 0.0) {
+        return;
+    }
+    const oru::StreamingStatus status = camera_.getStreamingStatus();
+    mostReceivers_ = std::max<uint64_t>(mostReceivers_, status.receivers);
+    if (!options_.json) {
+        const double frames = static_cast<double>(status.frames_sent - last_.frames_sent) / seconds;
+        const double megabits = static_cast<double>(status.bytes_sent - last_.bytes_sent) * 8e-6 / seconds;
+        writeOutput(fmt::format(
+            "{:6.1f} s  {} receivers  {:5.1f} frames/s  {:6.2f} Mbit/s  {:4.1f} % repeated  "
+            "backlog {:3.0f} ms  {} skipped  {} held back\n",
+            std::chrono::duration<double>(now - begin_).count(), status.receivers, frames, megabits,
+            percentRepeated(status, last_), status.backlog_ms, status.frames.lost(), status.frames_held_back));
+    }
+    last_ = status;
+    lastReport_ = now;
+}
+
+void StreamRun::summarise() const {
+    if (!options_.json) {
+        return;
+    }
+    Json result;
+    result["frames"] = frames_;
+    result["seconds"] = number(secondsSince(begin_));
+    result["most_receivers"] = mostReceivers_;
+    result["frames_sent"] = last_.frames_sent;
+    result["frames_skipped"] = last_.frames.lost();
+    result["frames_held_back"] = last_.frames_held_back;
+    result["packets_sent"] = last_.packets_sent;
+    result["packets_repeated"] = last_.packets_repeated;
+    result["bytes_sent"] = last_.bytes_sent;
+    writeJsonLine(result);
+}
+
+}  // namespace koruone
