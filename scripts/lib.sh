@@ -69,7 +69,8 @@ build_preset() {  # PRESET [TARGET...]
     local targets=()
     [ $# -eq 0 ] || targets=(--target "$@")
     cmake --build --preset "$preset" -j "$jobs" "${targets[@]}" >"build/$preset/build.log" 2>&1 || {
-        grep -E 'error|warning|FAILED|undefined' -A 12 "build/$preset/build.log" | head -n 120 >&2
+        { grep -E 'error|warning|FAILED|undefined' -A 12 "build/$preset/build.log" | head -n 120 >&2; } || true
+        tail -n 3 "build/$preset/build.log" >&2
         die "building preset $preset failed; the log is build/$preset/build.log"
     }
     tail -n 1 "build/$preset/build.log"
