@@ -8,7 +8,6 @@
 #include "interrupt.hpp"
 #include "json_output.hpp"
 #include "open_camera.hpp"
-#include "option_helpers.hpp"
 #include "report.hpp"
 
 namespace koruone {
@@ -100,26 +99,6 @@ ExitStatus printControl(oru::CameraOne& camera, const Control& control, bool jso
     return EXIT_OK;
 }
 
-/// Writes, reads back and prints what the control holds then. An empty value asks for the automatic one, which has
-/// nothing to compare with.
-ExitStatus write(oru::CameraOne& camera, const Control& control, const ControlValue& value, bool json) {
-    const oru::ERROR_CODE code = writeControl(camera, control, value);
-    if (code != oru::SUCCESS) {
-        complain(code, fmt::format("cannot set {} to {}", control.name, value.empty() ? "auto" : valueText(value)));
-        return EXIT_FAILED;
-    }
-    if (control.kind == ControlKind::WRITE_ONLY) {
-        return EXIT_OK;
-    }
-    ControlValue found;
-    if (!value.empty() && !confirmControl(camera, control, value, found)) {
-        complain("the camera did not take {} {}: it holds {}; see 'koruone controls list' for what it offers.",
-                 control.name, valueText(value), found.empty() ? "nothing" : valueText(found));
-        return EXIT_FAILED;
-    }
-    return printControl(camera, control, json);
-}
-
 ExitStatus reset(oru::CameraOne& camera, const ControlsOptions& options) {
     const std::vector<std::string> refused = resetControls(camera);
     for (const std::string& name : refused) {
@@ -127,29 +106,6 @@ ExitStatus reset(oru::CameraOne& camera, const ControlsOptions& options) {
     }
     const ExitStatus listed = list(camera, options);
     return refused.empty() ? listed : EXIT_FAILED;
-}
-
-/// "auto" and -1 give an empty value. False: not numbers that the control's kind takes.
-bool parseValues(const Control& control, const std::vector<std::string>& texts, ControlValue& value) {
-    const std::size_t wanted = control.kind == ControlKind::RANGE ? 2 : 1;
-    value.clear();
-    if (texts.size() == 1 && texts[0] == "auto") {
-        return true;
-    }
-    for (const std::string& text : texts) {
-        const auto number = parseNumber<int>(text);
-        if (!number) {
-            return false;
-        }
-        value.push_back(*number);
-    }
-    if (value.size() != wanted) {
-        return false;
-    }
-    if (value == ControlValue(wanted, -1)) {
-        value.clear();
-    }
-    return true;
 }
 
 std::string checkName(const std::string& name) {
@@ -168,11 +124,17 @@ ExitStatus get(oru::CameraOne& camera, const ControlsOptions& options) {
     return printControl(camera, *findControl(options.name), options.json);
 }
 
+/// Prints what the control holds after the write.
+ExitStatus write(oru::CameraOne& camera, const Control& control, const ControlValue& value, bool json) {
+    if (!setControl(camera, control, value)) {
+        return EXIT_FAILED;
+    }
+    return control.kind == ControlKind::WRITE_ONLY ? EXIT_OK : printControl(camera, control, json);
+}
+
 ExitStatus set(oru::CameraOne& camera, const ControlsOptions& options) {
     const Control& control = *findControl(options.name);
-    ControlValue value;
-    (void)parseValues(control, options.values, value);
-    return write(camera, control, value, options.json);
+    return write(camera, control, parseValue(control, options.values).value_or(ControlValue()), options.json);
 }
 
 ExitStatus region(oru::CameraOne& camera, const ControlsOptions& options) {
@@ -184,17 +146,8 @@ ExitStatus region(oru::CameraOne& camera, const ControlsOptions& options) {
 
 void checkSet(const ControlsOptions& options) {
     const Control& control = *findControl(options.name);
-    ControlValue value;
-    if (control.kind == ControlKind::REGION) {
-        throw CLI::ValidationError("AEC_AGC_ROI is set by 'koruone controls roi X Y W H'");
-    }
-    if (control.kind == ControlKind::READ_ONLY) {
-        throw CLI::ValidationError(std::string(control.name) + " can only be read");
-    }
-    if (!parseValues(control, options.values, value)) {
-        throw CLI::ValidationError(std::string(control.name) + (control.kind == ControlKind::RANGE
-                                                                    ? " takes a minimum and a maximum, or auto"
-                                                                    : " takes one whole number, or auto"));
+    if (!parseValue(control, options.values)) {
+        throw CLI::ValidationError("set", std::string(control.name) + " " + valueForm(control));
     }
 }
 
@@ -231,9 +184,9 @@ void registerControls(CLI::App& tool, ExitStatus& status) {
     setter->add_option("name", options->name, "Its name, for instance GAIN")
         ->required()
         ->check(CLI::Validator([](std::string& name) { return checkName(name); }, ""));
-    setter->add_option("value", options->values, "A number, or auto; of a range control the minimum and the maximum")
+    setter->add_option("value", options->values, "A number, or auto; of a range its minimum and maximum")
         ->required()
-        ->expected(1, 2)
+        ->expected(1, 4)
         ->type_name("VALUE");
     setter->callback([options, &status] {
         checkSet(*options);

@@ -37,7 +37,7 @@ constexpr std::array<std::array<unsigned char, kDigitHeight>, 10> kDigits{{
 class Canvas {
 public:
     Canvas(std::size_t width, std::size_t height)
-        : width_(width), height_(height), pixels_(width * height * 4, kPaper) {}
+        : sheetWidth(width), sheetHeight(height), canvas(width * height * 4, kPaper) {}
 
     void copy(std::size_t x, std::size_t y, const std::vector<unsigned char>& pixels, std::size_t width) {
         const std::size_t rows = pixels.size() / (width * 4);
@@ -53,10 +53,10 @@ public:
         }
     }
 
-    [[nodiscard]] PictureView view() const { return {pixels_.data(), width_, height_, width_ * 4, false}; }
+    [[nodiscard]] PictureView view() const { return {canvas.data(), sheetWidth, sheetHeight, sheetWidth * 4, false}; }
 
 private:
-    unsigned char* at(std::size_t x, std::size_t y) { return pixels_.data() + (y * width_ + x) * 4; }
+    unsigned char* at(std::size_t x, std::size_t y) { return canvas.data() + (y * sheetWidth + x) * 4; }
 
     void drawDigit(std::size_t x, std::size_t y, const std::array<unsigned char, kDigitHeight>& rows) {
         for (std::size_t row = 0; row < kDigitHeight * kDigitScale; ++row) {
@@ -69,9 +69,9 @@ private:
         }
     }
 
-    std::size_t width_;
-    std::size_t height_;
-    std::vector<unsigned char> pixels_;
+    std::size_t sheetWidth;
+    std::size_t sheetHeight;
+    std::vector<unsigned char> canvas;
 };
 
 /// Mean of a block of the picture in one channel.
@@ -91,39 +91,39 @@ unsigned char mean(const PictureView& picture, std::size_t x0, std::size_t x1, s
 }  // namespace
 
 void ContactSheet::offer(uint64_t frame, const PictureView& picture) {
-    if (picture.width == 0 || picture.height == 0 || offered_++ % stride_ != 0) {
+    if (picture.width == 0 || picture.height == 0 || offered++ % stride != 0) {
         return;
     }
-    if (thumbnails_.empty()) {
-        width_ = std::min(kThumbnailWidth, picture.width);
-        height_ = std::max<std::size_t>(picture.height * width_ / picture.width, 1);
+    if (thumbnails.empty()) {
+        thumbnailWidth = std::min(kThumbnailWidth, picture.width);
+        thumbnailHeight = std::max<std::size_t>(picture.height * thumbnailWidth / picture.width, 1);
     }
-    if (thumbnails_.size() == kMost) {
+    if (thumbnails.size() == kMost) {
         keepEverySecond();
-        if ((offered_ - 1) % stride_ != 0) {
+        if ((offered - 1) % stride != 0) {
             return;
         }
     }
-    thumbnails_.push_back(shrink(frame, picture));
+    thumbnails.push_back(shrink(frame, picture));
 }
 
 void ContactSheet::keepEverySecond() {
-    stride_ *= 2;
+    stride *= 2;
     for (std::size_t i = 1; i < kMost / 2; ++i) {
-        thumbnails_[i] = std::move(thumbnails_[2 * i]);
+        thumbnails[i] = std::move(thumbnails[2 * i]);
     }
-    thumbnails_.resize(kMost / 2);
+    thumbnails.resize(kMost / 2);
 }
 
 ContactSheet::Thumbnail ContactSheet::shrink(uint64_t frame, const PictureView& picture) const {
-    Thumbnail thumbnail{frame, std::vector<unsigned char>(width_ * height_ * 4)};
+    Thumbnail thumbnail{frame, std::vector<unsigned char>(thumbnailWidth * thumbnailHeight * 4)};
     unsigned char* out = thumbnail.pixels.data();
-    for (std::size_t y = 0; y < height_; ++y) {
-        const std::size_t y0 = y * picture.height / height_;
-        const std::size_t y1 = std::max((y + 1) * picture.height / height_, y0 + 1);
-        for (std::size_t x = 0; x < width_; ++x) {
-            const std::size_t x0 = x * picture.width / width_;
-            const std::size_t x1 = std::max((x + 1) * picture.width / width_, x0 + 1);
+    for (std::size_t y = 0; y < thumbnailHeight; ++y) {
+        const std::size_t y0 = y * picture.height / thumbnailHeight;
+        const std::size_t y1 = std::max((y + 1) * picture.height / thumbnailHeight, y0 + 1);
+        for (std::size_t x = 0; x < thumbnailWidth; ++x) {
+            const std::size_t x0 = x * picture.width / thumbnailWidth;
+            const std::size_t x1 = std::max((x + 1) * picture.width / thumbnailWidth, x0 + 1);
             for (std::size_t channel = 0; channel < 4; ++channel) {
                 *out++ = mean(picture, x0, x1, y0, y1, channel);
             }
@@ -133,19 +133,19 @@ ContactSheet::Thumbnail ContactSheet::shrink(uint64_t frame, const PictureView& 
 }
 
 bool ContactSheet::write(const std::filesystem::path& path, PngEncoder& encoder, std::string& error) const {
-    if (thumbnails_.empty()) {
+    if (thumbnails.empty()) {
         return true;
     }
-    const std::size_t columns = std::min(kColumns, thumbnails_.size());
-    const std::size_t rows = (thumbnails_.size() + columns - 1) / columns;
-    const std::size_t cellWidth = std::max(width_, (kDigitWidth + 1) * kDigitScale * 20) + kMargin;
-    const std::size_t cellHeight = height_ + kCaption + kMargin;
+    const std::size_t columns = std::min(kColumns, thumbnails.size());
+    const std::size_t rows = (thumbnails.size() + columns - 1) / columns;
+    const std::size_t cellWidth = std::max(thumbnailWidth, (kDigitWidth + 1) * kDigitScale * 20) + kMargin;
+    const std::size_t cellHeight = thumbnailHeight + kCaption + kMargin;
     Canvas canvas(columns * cellWidth + kMargin, rows * cellHeight + kMargin);
-    for (std::size_t i = 0; i < thumbnails_.size(); ++i) {
+    for (std::size_t i = 0; i < thumbnails.size(); ++i) {
         const std::size_t x = kMargin + i % columns * cellWidth;
         const std::size_t y = kMargin + i / columns * cellHeight;
-        canvas.copy(x, y, thumbnails_[i].pixels, width_);
-        canvas.drawNumber(x, y + height_ + 3, fmt::format("{}", thumbnails_[i].frame));
+        canvas.copy(x, y, thumbnails[i].pixels, thumbnailWidth);
+        canvas.drawNumber(x, y + thumbnailHeight + 3, fmt::format("{}", thumbnails[i].frame));
     }
     return encoder.write(path, canvas.view(), error);
 }

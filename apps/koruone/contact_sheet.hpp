@@ -29,11 +29,11 @@ private:
     void keepEverySecond();
     [[nodiscard]] Thumbnail shrink(uint64_t frame, const PictureView& picture) const;
 
-    std::size_t width_ = 0;
-    std::size_t height_ = 0;
-    uint64_t offered_ = 0;
-    uint64_t stride_ = 1;
-    std::vector<Thumbnail> thumbnails_;
+    std::size_t thumbnailWidth = 0;
+    std::size_t thumbnailHeight = 0;
+    uint64_t offered = 0;
+    uint64_t stride = 1;
+    std::vector<Thumbnail> thumbnails;
 };
 
 }  // namespace koruone

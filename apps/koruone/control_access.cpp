@@ -6,6 +6,8 @@
 #include <map>
 
 #include "interrupt.hpp"
+#include "option_helpers.hpp"
+#include "report.hpp"
 
 namespace koruone {
 namespace {
@@ -28,6 +30,32 @@ bool isWritable(const Control& control) {
 
 bool isLive(oru::CameraOne& camera) {
     return camera.getCameraInformation().input_type == oru::GMSL;
+}
+
+std::size_t valueSize(const Control& control) {
+    switch (control.kind) {
+        case ControlKind::REGION:
+            return 4;
+        case ControlKind::RANGE:
+            return 2;
+        default:
+            return 1;
+    }
+}
+
+/// Reads until the control holds the value, a second at most (a stream's sender answers late). False: it does not;
+/// `found` is what it holds.
+bool confirm(oru::CameraOne& camera, const Control& control, const ControlValue& wanted, ControlValue& found) {
+    const auto deadline = std::chrono::steady_clock::now() + kConfirmPatience;
+    for (;;) {
+        if (readControl(camera, control, found) == oru::SUCCESS && found == wanted) {
+            return true;
+        }
+        const auto next = std::chrono::steady_clock::now() + kConfirmPause;
+        if (next > deadline || !sleepUntil(next)) {
+            return false;
+        }
+    }
 }
 
 ControlState readState(oru::CameraOne& camera, const Control& control) {
@@ -153,17 +181,68 @@ std::vector<std::string> resetControls(oru::CameraOne& camera) {
     return refused;
 }
 
-bool confirmControl(oru::CameraOne& camera, const Control& control, const ControlValue& wanted, ControlValue& found) {
-    const auto deadline = std::chrono::steady_clock::now() + kConfirmPatience;
-    for (;;) {
-        if (readControl(camera, control, found) == oru::SUCCESS && found == wanted) {
-            return true;
-        }
-        const auto next = std::chrono::steady_clock::now() + kConfirmPause;
-        if (next > deadline || !sleepUntil(next)) {
-            return false;
-        }
+bool setControl(oru::CameraOne& camera, const Control& control, const ControlValue& value) {
+    const oru::ERROR_CODE code = writeControl(camera, control, value);
+    if (code != oru::SUCCESS) {
+        complain(code, fmt::format("cannot set {} to {}", control.name, value.empty() ? "auto" : valueText(value)));
+        return false;
     }
+    ControlValue found;
+    if (value.empty() || control.kind == ControlKind::WRITE_ONLY || confirm(camera, control, value, found)) {
+        return true;
+    }
+    complain("the camera did not take {} {}: it holds {}; see 'koruone controls list' for what it offers.",
+             control.name, valueText(value), found.empty() ? "nothing" : valueText(found));
+    return false;
+}
+
+std::optional<ControlValue> parseValue(const Control& control, const std::vector<std::string>& texts) {
+    if (control.kind == ControlKind::READ_ONLY) {
+        return std::nullopt;
+    }
+    ControlValue value;
+    if (texts.size() == 1 && texts.front() == "auto") {
+        return value;
+    }
+    for (const std::string& text : texts) {
+        const auto number = parseNumber<int>(text);
+        if (!number || (control.kind == ControlKind::REGION && *number < 0)) {
+            return std::nullopt;
+        }
+        value.push_back(*number);
+    }
+    if (value.size() != valueSize(control)) {
+        return std::nullopt;
+    }
+    return value == ControlValue(value.size(), -1) ? ControlValue() : value;
+}
+
+const char* valueForm(const Control& control) {
+    switch (control.kind) {
+        case ControlKind::READ_ONLY:
+            return "can only be read";
+        case ControlKind::RANGE:
+            return "takes a minimum and a maximum, or auto";
+        case ControlKind::REGION:
+            return "takes x, y, width and height, or auto";
+        default:
+            return "takes one whole number, or auto";
+    }
+}
+
+std::optional<ControlAssignment> parseAssignment(const std::string& text, std::string& error) {
+    const std::size_t equals = text.find('=');
+    const Control* control = findControl(text.substr(0, equals));
+    if (equals == std::string::npos || control == nullptr) {
+        error = "'" + text + "' is not NAME=VALUE with a name that 'koruone controls list' shows";
+        return std::nullopt;
+    }
+    const std::optional<ControlValue> value = parseValue(*control, CLI::detail::split(text.substr(equals + 1), ','));
+    if (!value) {
+        error = std::string(control->name) + " " + valueForm(*control);
+        return std::nullopt;
+    }
+    return ControlAssignment{control, *value};
 }
 
 std::string valueText(const ControlValue& value) {

@@ -36,9 +36,22 @@ std::vector<ControlState> describeControls(oru::CameraOne& camera);
 /// The automatic value of every supported control, the switches last. Names those that refused.
 std::vector<std::string> resetControls(oru::CameraOne& camera);
 
-/// Reads until the control holds the value, a second at most (a stream's sender answers late). False: it does not;
-/// `found` is what it holds.
-bool confirmControl(oru::CameraOne& camera, const Control& control, const ControlValue& wanted, ControlValue& found);
+/// The value that texts give for a control; "auto" or only -1 gives an empty one. Nothing when the control does not
+/// take them.
+std::optional<ControlValue> parseValue(const Control& control, const std::vector<std::string>& texts);
+/// What parseValue takes for the control, as the end of a sentence.
+const char* valueForm(const Control& control);
+
+/// Writes a control and, but for an empty value, reads it back. False: it did not take; the reason has been said.
+bool setControl(oru::CameraOne& camera, const Control& control, const ControlValue& value);
+
+/// A control and its value from "NAME=VALUE" or "NAME=VALUE,VALUE".
+struct ControlAssignment {
+    const Control* control = nullptr;
+    ControlValue value;
+};
+/// Nothing, with what is wrong in `error`, for anything else.
+std::optional<ControlAssignment> parseAssignment(const std::string& text, std::string& error);
 
 /// "12", "100 .. 5000" or "0 0 1920 1200".
 std::string valueText(const ControlValue& value);

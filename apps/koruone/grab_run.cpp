@@ -39,103 +39,103 @@ Json percentile(const TimingHistogram& times, double percent) {
 
 }  // namespace
 
-GrabRun::GrabRun(GrabOptions options) : options_(std::move(options)) {}
+GrabRun::GrabRun(GrabOptions given) : options(std::move(given)) {}
 
 ExitStatus GrabRun::run() {
     const InterruptGuard guard;
-    if (!prepareOutput() || !openCamera(camera_, options_.input) || !goToFirstFrame()) {
+    if (!prepareOutput() || !openCamera(camera, options.input) || !goToFirstFrame()) {
         return EXIT_FAILED;
     }
-    sourceFps_ = camera_.getCameraFPS();
+    sourceFps = camera.getCameraFPS();
     takeFrames();
-    const oru::FrameCounters counters = camera_.getFrameCounters();
-    camera_.close();
+    const oru::FrameCounters counters = camera.getFrameCounters();
+    camera.close();
     finishOutput();
-    progress_.clear();
-    if (options_.json) {
+    progress.clear();
+    if (options.json) {
         printJson(counters);
     } else {
         printText(counters);
     }
-    return status_ == EXIT_OK && interrupted() ? EXIT_INTERRUPTED : status_;
+    return status == EXIT_OK && interrupted() ? EXIT_INTERRUPTED : status;
 }
 
 bool GrabRun::prepareOutput() {
-    if (options_.directory.empty()) {
+    if (options.directory.empty()) {
         return true;
     }
     std::string error;
-    if (!makeDirectory(options_.directory, error)) {
+    if (!makeDirectory(options.directory, error)) {
         complain("{}; choose another --out.", error);
         return false;
     }
-    if (!table_.open(std::filesystem::path(options_.directory) / "frames.csv")) {
-        complain("{}; choose another --out.", table_.error());
+    if (!table.open(std::filesystem::path(options.directory) / "frames.csv")) {
+        complain("{}; choose another --out.", table.error());
         return false;
     }
     std::string header = "index,timestamp_ns";
     for (const auto& counter : namedCounters({})) {
         header += fmt::format(",{}", counter.first);
     }
-    table_.write(header + "\n");
-    writer_ = std::make_unique<PictureWriter>(options_.directory);
+    table.write(header + "\n");
+    writer = std::make_unique<PictureWriter>(options.directory);
     return true;
 }
 
 bool GrabRun::goToFirstFrame() {
-    const oru::ERROR_CODE code = options_.from == 0 ? oru::SUCCESS : camera_.setRLXPosition(options_.from);
+    const oru::ERROR_CODE code = options.from == 0 ? oru::SUCCESS : camera.setRLXPosition(options.from);
     if (code != oru::SUCCESS) {
-        complain("{} has {} frames; there is no frame {}.", options_.input.file, camera_.getRLXNumberOfFrames(),
-                 options_.from);
+        complain("{} has {} frames; there is no frame {}.", options.input.file, camera.getRLXNumberOfFrames(),
+                 options.from);
     }
-    if (!options_.input.file.empty()) {
-        const int left = camera_.getRLXNumberOfFrames() - camera_.getRLXPosition();
-        options_.frames = std::min(options_.frames, static_cast<uint64_t>(std::max(left, 0)));
+    if (!options.input.file.empty()) {
+        const int left = camera.getRLXNumberOfFrames() - camera.getRLXPosition();
+        options.frames = std::min(options.frames, static_cast<uint64_t>(std::max(left, 0)));
     }
     return code == oru::SUCCESS;
 }
 
 void GrabRun::takeFrames() {
-    begin_ = lastFrame_ = Clock::now();
-    while (frames_ < options_.frames && !interrupted()) {
-        if (!takeFrame(frames_)) {
+    began = lastFrame = Clock::now();
+    while (taken < options.frames && !interrupted()) {
+        if (!takeFrame(taken)) {
             return;
         }
-        progress_.show(fmt::format("{}/{} frames, {:.1f} frames/s", frames_, options_.frames, grabFps()));
+        progress.show(fmt::format("{}/{} frames, {:.1f} frames/s", taken, options.frames, grabFps()));
     }
 }
 
 bool GrabRun::takeFrame(uint64_t frame) {
     const Time start = Clock::now();
-    const oru::ERROR_CODE code = camera_.grab();
-    lastFrame_ = Clock::now();
+    const oru::ERROR_CODE code = camera.grab();
+    lastFrame = Clock::now();
     if (code == oru::END_OF_INPUT) {
         return false;
     }
     if (code != oru::SUCCESS) {
-        progress_.clear();
-        complain(code, fmt::format("no frame after {}", frames_));
+        progress.clear();
+        complain(code, fmt::format("no frame after {}", taken));
         fail();
         return false;
     }
-    grabTimes_.record(lastFrame_ - start);
-    if (frames_++ == 0) {
-        firstFrame_ = lastFrame_;
+    grabTimes.record(lastFrame - start);
+    if (taken++ == 0) {
+        firstFrame = lastFrame;
     }
     writeRow(frame);
-    return frame % options_.every != 0 || retrieveFrame(frame);
+    return frame % options.every != 0 || retrieveFrame(frame);
 }
 
 bool GrabRun::retrieveFrame(uint64_t frame) {
-    return writer_ == nullptr ? retrieveInto(picture_) : writeFrame(frame);
+    return writer == nullptr ? retrieveInto(scratch) : writeFrame(frame);
 }
 
 bool GrabRun::retrieveInto(oru::Mat& picture) {
     const Time start = Clock::now();
-    const oru::ERROR_CODE code = camera_.retrieveImage(picture, options_.view, options_.memory, options_.size);
-    retrieveTimes_.record(Clock::now() - start);
+    const oru::ERROR_CODE code = camera.retrieveImage(picture, options.view, options.memory, options.size);
+    retrieveTimes.record(Clock::now() - start);
     if (code != oru::SUCCESS) {
-        progress_.clear();
+        progress.clear();
         complain(code, "cannot retrieve the picture");
         fail();
     }
@@ -149,7 +149,7 @@ bool GrabRun::writeFrame(uint64_t frame) {
         return false;
     }
     bool ready = retrieveInto(*picture);
-    if (ready && options_.memory == oru::GPU) {
+    if (ready && options.memory == oru::GPU) {
         const oru::Resolution size{picture->getWidth(), picture->getHeight()};
         ready =
             picture->alloc(size, picture->getDataType(), oru::CPU_AND_GPU) == oru::SUCCESS && downloadPicture(*picture);
@@ -159,82 +159,82 @@ bool GrabRun::writeFrame(uint64_t frame) {
         }
     }
     if (ready) {
-        writer_->submit(picture, frame);
+        writer->submit(picture, frame);
     } else {
-        writer_->release(picture);
+        writer->release(picture);
     }
-    return ready && !table_.failed();
+    return ready && !table.failed();
 }
 
 oru::Mat* GrabRun::acquirePicture() {
-    if (writer_->hasRoom()) {
-        return writer_->acquire();
+    if (writer->hasRoom()) {
+        return writer->acquire();
     }
-    if (waits_++ == 0) {
-        progress_.clear();
+    if (waits++ == 0) {
+        progress.clear();
         complain("the pictures are written more slowly than they come: waiting for the disk each time.");
     }
     const Time start = Clock::now();
-    oru::Mat* picture = writer_->acquire();
-    waited_ += Clock::now() - start;
+    oru::Mat* picture = writer->acquire();
+    waited += Clock::now() - start;
     return picture;
 }
 
 void GrabRun::writeRow(uint64_t frame) {
-    if (!table_.isOpen()) {
+    if (!table.isOpen()) {
         return;
     }
-    std::string row = fmt::format("{},{}", frame, camera_.getTimestamp(oru::IMAGE));
-    for (const auto& counter : namedCounters(camera_.getFrameCounters())) {
+    std::string row = fmt::format("{},{}", frame, camera.getTimestamp(oru::IMAGE));
+    for (const auto& counter : namedCounters(camera.getFrameCounters())) {
         row += fmt::format(",{}", counter.second);
     }
-    table_.write(row + "\n");
+    table.write(row + "\n");
 }
 
 void GrabRun::finishOutput() {
-    if (writer_ == nullptr) {
+    if (writer == nullptr) {
         return;
     }
-    progress_.show("finishing the pictures");
-    const bool pictures = writer_->finish();
-    const bool table = table_.close();
-    progress_.clear();
-    if (!pictures || !table) {
-        complain("{}; make room or choose another --out.", pictures ? table_.error() : writer_->error());
+    progress.show("finishing the pictures");
+    const bool picturesKept = writer->finish();
+    const bool tableKept = table.close();
+    progress.clear();
+    if (!picturesKept || !tableKept) {
+        complain("{}; make room or choose another --out.", picturesKept ? table.error() : writer->error());
         fail();
     }
-    if (waits_ > 0) {
-        complain("waited {:.1f} s for the disk, before {} of {} pictures.", toSeconds(waited_), waits_,
-                 writer_->written());
+    if (waits > 0) {
+        complain("waited {:.1f} s for the disk, before {} of {} pictures.", toSeconds(waited), waits,
+                 writer->written());
     }
 }
 
 double GrabRun::seconds() const {
-    return toSeconds(lastFrame_ - begin_);
+    return toSeconds(lastFrame - began);
 }
 
 double GrabRun::grabFps() const {
-    const double span = toSeconds(lastFrame_ - firstFrame_);
-    return frames_ < 2 || span <= 0.0 ? 0.0 : static_cast<double>(frames_ - 1) / span;
+    const double span = toSeconds(lastFrame - firstFrame);
+    return taken < 2 || span <= 0.0 ? 0.0 : static_cast<double>(taken - 1) / span;
 }
 
 void GrabRun::printJson(const oru::FrameCounters& counters) const {
     Json result;
-    result["frames"] = frames_;
+    result["frames"] = taken;
     result["seconds"] = number(seconds());
-    result["source_fps"] = number(static_cast<double>(sourceFps_));
+    result["source_fps"] = number(static_cast<double>(sourceFps));
     result["grab_fps"] = number(grabFps());
     result["counters"] = toJson(counters);
-    result["grab_p50_us"] = percentile(grabTimes_, 50.0);
-    result["grab_p99_us"] = percentile(grabTimes_, 99.0);
-    result["retrieve_p50_us"] = percentile(retrieveTimes_, 50.0);
-    result["retrieve_p99_us"] = percentile(retrieveTimes_, 99.0);
+    result["grab_p50_us"] = percentile(grabTimes, 50.0);
+    result["grab_p99_us"] = percentile(grabTimes, 99.0);
+    result["retrieve_p50_us"] = percentile(retrieveTimes, 50.0);
+    result["retrieve_p99_us"] = percentile(retrieveTimes, 99.0);
     writeJsonLine(result);
 }
 
 void GrabRun::printText(const oru::FrameCounters& counters) const {
-    std::string text = fmt::format("{} frames in {:.3f} s: {:.2f} frames/s from a source of {:.0f} frames/s\n", frames_,
-                                   seconds(), grabFps(), sourceFps_);
+    std::string text = fmt::format("{} frames in {:.3f} s: {:.2f} frames/s from a source of {:.0f} frames/s\n", taken,
+                                   seconds(), grabFps(), sourceFps);
     text += fmt::format("source: {} produced, {} delivered, {} lost", counters.produced, counters.delivered,
                         counters.lost());
     for (const auto& [name, value] : namedCounters(counters)) {
@@ -244,14 +244,14 @@ void GrabRun::printText(const oru::FrameCounters& counters) const {
         }
     }
     text += fmt::format("\n{:<10}  {:>10}  {:>10}\n", "time in us", "median", "99 %");
-    text += fmt::format("{:<10}  {:>10.1f}  {:>10.1f}\n", "grab", grabTimes_.percentileUs(50.0),
-                        grabTimes_.percentileUs(99.0));
-    if (retrieveTimes_.count() > 0) {
-        text += fmt::format("{:<10}  {:>10.1f}  {:>10.1f}\n", "retrieve", retrieveTimes_.percentileUs(50.0),
-                            retrieveTimes_.percentileUs(99.0));
+    text += fmt::format("{:<10}  {:>10.1f}  {:>10.1f}\n", "grab", grabTimes.percentileUs(50.0),
+                        grabTimes.percentileUs(99.0));
+    if (retrieveTimes.count() > 0) {
+        text += fmt::format("{:<10}  {:>10.1f}  {:>10.1f}\n", "retrieve", retrieveTimes.percentileUs(50.0),
+                            retrieveTimes.percentileUs(99.0));
     }
-    if (writer_ != nullptr) {
-        text += fmt::format("{} pictures written to {}\n", writer_->written(), options_.directory);
+    if (writer != nullptr) {
+        text += fmt::format("{} pictures written to {}\n", writer->written(), options.directory);
     }
     writeOutput(text);
 }

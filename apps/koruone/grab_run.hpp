@@ -30,7 +30,7 @@ struct GrabOptions {
 /// One `koruone grab`: takes frames, retrieves every n-th, writes pictures and prints what it measured.
 class GrabRun {
 public:
-    explicit GrabRun(GrabOptions options);
+    explicit GrabRun(GrabOptions given);
 
     ExitStatus run();
 
@@ -47,30 +47,30 @@ private:
     oru::Mat* acquirePicture();
     void writeRow(uint64_t frame);
     void finishOutput();
-    void fail() { status_ = EXIT_FAILED; }
+    void fail() { status = EXIT_FAILED; }
 
     [[nodiscard]] double seconds() const;
     [[nodiscard]] double grabFps() const;
     void printJson(const oru::FrameCounters& counters) const;
     void printText(const oru::FrameCounters& counters) const;
 
-    GrabOptions options_;
-    ExitStatus status_ = EXIT_OK;
-    oru::CameraOne camera_;
-    oru::Mat picture_;
-    OutputFile table_;
-    std::unique_ptr<PictureWriter> writer_;
-    Progress progress_{"grab"};
+    GrabOptions options;
+    ExitStatus status = EXIT_OK;
+    oru::CameraOne camera;
+    oru::Mat scratch;
+    OutputFile table;
+    std::unique_ptr<PictureWriter> writer;
+    Progress progress{"grab"};
 
-    TimingHistogram grabTimes_;
-    TimingHistogram retrieveTimes_;
-    uint64_t frames_ = 0;
-    float sourceFps_ = 0.0F;
-    Time begin_;
-    Time firstFrame_;
-    Time lastFrame_;
-    uint64_t waits_ = 0;
-    std::chrono::nanoseconds waited_{0};
+    TimingHistogram grabTimes;
+    TimingHistogram retrieveTimes;
+    uint64_t taken = 0;
+    float sourceFps = 0.0F;
+    Time began;
+    Time firstFrame;
+    Time lastFrame;
+    uint64_t waits = 0;
+    std::chrono::nanoseconds waited{0};
 };
 
 }  // namespace koruone

@@ -118,11 +118,11 @@ std::vector<PlotPanel> imuPanels() {
 
 std::array<double, TimePlot::kMostLines> ImuPlotValues::next(const SensorsData& sample) {
     std::array<double, 3> now = angles(sample.imu.pose.getOrientation());
-    for (std::size_t i = 0; i < now.size() && started_; ++i) {
-        now[i] += 360.0 * std::round((angles_[i] - now[i]) / 360.0);
+    for (std::size_t i = 0; i < now.size() && started; ++i) {
+        now[i] += 360.0 * std::round((previous[i] - now[i]) / 360.0);
     }
-    angles_ = now;
-    started_ = true;
+    previous = now;
+    started = true;
     const auto& imu = sample.imu;
     return {component(imu.vector_1, 0),
             component(imu.vector_1, 1),

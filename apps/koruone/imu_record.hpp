@@ -22,8 +22,8 @@ public:
     std::array<double, TimePlot::kMostLines> next(const oru::SensorsData& sample);
 
 private:
-    std::array<double, 3> angles_{};
-    bool started_ = false;
+    std::array<double, 3> previous{};
+    bool started = false;
 };
 
 }  // namespace koruone

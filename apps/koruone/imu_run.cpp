@@ -30,37 +30,37 @@ bool mayPass(oru::ERROR_CODE code) {
 
 }  // namespace
 
-ImuRun::ImuRun(ImuOptions options) : options_(std::move(options)), plot_(imuPanels()) {}
+ImuRun::ImuRun(ImuOptions given) : options(std::move(given)), plot(imuPanels()) {}
 
 ExitStatus ImuRun::run() {
     const InterruptGuard guard;
-    if (!openFiles() || !openCamera(camera_, options_.input)) {
+    if (!openFiles() || !openCamera(camera, options.input)) {
         return EXIT_FAILED;
     }
-    serial_ = camera_.getCameraInformation().serial_number;
-    if (options_.current) {
+    serial = camera.getCameraInformation().serial_number;
+    if (options.current) {
         collectCurrent();
     } else {
         collectBatches();
     }
-    camera_.close();
-    progress_.clear();
+    camera.close();
+    progress.clear();
     if (!closeFiles()) {
         fail();
     }
-    if (status_ == EXIT_OK && clock_.packets() == 0 && !interrupted()) {
+    if (status == EXIT_OK && packetClock.packets() == 0 && !interrupted()) {
         complain("no inertial sample came; look longer with --seconds, or choose an input with sensors.");
         fail();
     }
     print();
-    return status_ == EXIT_OK && interrupted() ? EXIT_INTERRUPTED : status_;
+    return status == EXIT_OK && interrupted() ? EXIT_INTERRUPTED : status;
 }
 
 void ImuRun::collectBatches() {
-    const Clock::time_point deadline = deadlineIn(options_.seconds);
+    const Clock::time_point deadline = deadlineIn(options.seconds);
     std::vector<oru::SensorsData> batch;
-    while (!interrupted() && Clock::now() < deadline && !table_.failed()) {
-        if (!accept(camera_.grab(), "no frame") || !accept(camera_.getSensorsDataBatch(batch), "no inertial samples")) {
+    while (!interrupted() && Clock::now() < deadline && !table.failed()) {
+        if (!accept(camera.grab(), "no frame") || !accept(camera.getSensorsDataBatch(batch), "no inertial samples")) {
             return;
         }
         for (const oru::SensorsData& sample : batch) {
@@ -81,10 +81,10 @@ void ImuRun::collectCurrent() {
 
 void ImuRun::pollCurrent(const std::atomic<oru::ERROR_CODE>& ending) {
     const Clock::time_point start = Clock::now();
-    const Clock::time_point deadline = deadlineIn(options_.seconds);
+    const Clock::time_point deadline = deadlineIn(options.seconds);
     oru::SensorsData sample;
-    for (Clock::time_point next = start; next < deadline && !table_.failed() && ending.load() == oru::SUCCESS;) {
-        const oru::ERROR_CODE code = camera_.getSensorsData(sample, oru::CURRENT);
+    for (Clock::time_point next = start; next < deadline && !table.failed() && ending.load() == oru::SUCCESS;) {
+        const oru::ERROR_CODE code = camera.getSensorsData(sample, oru::CURRENT);
         if (code == oru::SUCCESS) {
             take(sample);
         } else if (!mayPass(code) || Clock::now() - start > kFirstSamplePatience) {
@@ -100,7 +100,7 @@ void ImuRun::pollCurrent(const std::atomic<oru::ERROR_CODE>& ending) {
 
 void ImuRun::grabUntilStopped(std::atomic<bool>& stop, std::atomic<oru::ERROR_CODE>& ending) {
     while (!stop.load()) {
-        const oru::ERROR_CODE code = camera_.grab();
+        const oru::ERROR_CODE code = camera.grab();
         if (code != oru::SUCCESS) {
             ending.store(code);
             return;
@@ -110,7 +110,7 @@ void ImuRun::grabUntilStopped(std::atomic<bool>& stop, std::atomic<oru::ERROR_CO
 
 bool ImuRun::accept(oru::ERROR_CODE code, const char* what) {
     if (code != oru::SUCCESS && code != oru::END_OF_INPUT) {
-        progress_.clear();
+        progress.clear();
         complain(code, what);
         fail();
     }
@@ -118,51 +118,50 @@ bool ImuRun::accept(oru::ERROR_CODE code, const char* what) {
 }
 
 void ImuRun::take(const oru::SensorsData& sample) {
-    const PacketClock::Step step = clock_.add(sample.imu.timestamp);
+    const PacketClock::Step step = packetClock.add(sample.imu.timestamp);
     if (step == PacketClock::REPEATED) {
         return;
     }
     if (step == PacketClock::FIRST) {
-        first_ = sample.imu.timestamp;
+        firstTimestamp = sample.imu.timestamp;
     }
-    synced_ += sample.synced_with_image != 0 ? 1 : 0;
-    if (table_.isOpen()) {
-        table_.write(imuCsvRow(sample));
+    synced += sample.synced_with_image != 0 ? 1 : 0;
+    if (table.isOpen()) {
+        table.write(imuCsvRow(sample));
     }
-    if (drawing_.isOpen()) {
-        const double seconds = static_cast<double>(static_cast<int64_t>(sample.imu.timestamp - first_)) / 1e9;
-        plot_.add(seconds, plotValues_.next(sample), step != PacketClock::NEXT && step != PacketClock::FIRST);
+    if (drawing.isOpen()) {
+        const double seconds = static_cast<double>(static_cast<int64_t>(sample.imu.timestamp - firstTimestamp)) / 1e9;
+        plot.add(seconds, plotValues.next(sample), step != PacketClock::NEXT && step != PacketClock::FIRST);
     }
-    progress_.show(fmt::format("{} packets", clock_.packets()));
+    progress.show(fmt::format("{} packets", packetClock.packets()));
 }
 
 bool ImuRun::openFiles() {
-    if ((!options_.csv.empty() && !table_.open(options_.csv)) ||
-        (!options_.plot.empty() && !drawing_.open(options_.plot))) {
-        complain("{}; choose another file.", table_.failed() ? table_.error() : drawing_.error());
+    if ((!options.csv.empty() && !table.open(options.csv)) || (!options.plot.empty() && !drawing.open(options.plot))) {
+        complain("{}; choose another file.", table.failed() ? table.error() : drawing.error());
         return false;
     }
-    table_.write(imuCsvHeader());
+    table.write(imuCsvHeader());
     return true;
 }
 
 bool ImuRun::closeFiles() {
-    if (drawing_.isOpen()) {
-        const PacketClock::Summary summary = clock_.summary();
-        drawing_.write(plot_.svg(fmt::format("Inertial samples of camera {}: {} packets, {:.1f} a second", serial_,
-                                             summary.packets, summary.rate)));
+    if (drawing.isOpen()) {
+        const PacketClock::Summary summary = packetClock.summary();
+        drawing.write(plot.svg(fmt::format("Inertial samples of camera {}: {} packets, {:.1f} a second", serial,
+                                           summary.packets, summary.rate)));
     }
-    const bool table = table_.close();
-    const bool drawing = drawing_.close();
-    if (!table || !drawing) {
-        complain("{}; make room or choose another file.", table ? drawing_.error() : table_.error());
+    const bool tableKept = table.close();
+    const bool drawingKept = drawing.close();
+    if (!tableKept || !drawingKept) {
+        complain("{}; make room or choose another file.", tableKept ? drawing.error() : table.error());
     }
-    return table && drawing;
+    return tableKept && drawingKept;
 }
 
 void ImuRun::print() const {
-    const PacketClock::Summary summary = clock_.summary();
-    if (options_.json) {
+    const PacketClock::Summary summary = packetClock.summary();
+    if (options.json) {
         writeJsonLine({{"packets", summary.packets},
                        {"seconds", summary.seconds},
                        {"rate", summary.rate},
@@ -171,7 +170,7 @@ void ImuRun::print() const {
                        {"gaps", summary.gaps},
                        {"missing", summary.missing},
                        {"out_of_order", summary.out_of_order},
-                       {"synced_with_image", synced_}});
+                       {"synced_with_image", synced}});
         return;
     }
     writeOutput(

@@ -29,7 +29,7 @@ struct ImuOptions {
 /// One `koruone imu`: collects inertial samples, writes table and plot, prints rate and gaps.
 class ImuRun {
 public:
-    explicit ImuRun(ImuOptions options);
+    explicit ImuRun(ImuOptions given);
 
     ExitStatus run();
 
@@ -46,20 +46,20 @@ private:
     bool openFiles();
     bool closeFiles();
     void print() const;
-    void fail() { status_ = EXIT_FAILED; }
+    void fail() { status = EXIT_FAILED; }
 
-    ImuOptions options_;
-    ExitStatus status_ = EXIT_OK;
-    oru::CameraOne camera_;
-    OutputFile table_;
-    OutputFile drawing_;
-    TimePlot plot_;
-    ImuPlotValues plotValues_;
-    PacketClock clock_;
-    int serial_ = 0;
-    uint64_t first_ = 0;
-    uint64_t synced_ = 0;
-    Progress progress_{"imu"};
+    ImuOptions options;
+    ExitStatus status = EXIT_OK;
+    oru::CameraOne camera;
+    OutputFile table;
+    OutputFile drawing;
+    TimePlot plot;
+    ImuPlotValues plotValues;
+    PacketClock packetClock;
+    int serial = 0;
+    uint64_t firstTimestamp = 0;
+    uint64_t synced = 0;
+    Progress progress{"imu"};
 };
 
 }  // namespace koruone

@@ -4,6 +4,7 @@
 
 #include <limits>
 
+#include "control_access.hpp"
 #include "option_helpers.hpp"
 
 namespace koruone {
@@ -43,6 +44,12 @@ std::string checkEndpoint(std::string& text) {
     return parseEndpoint(text) ? "" : "'" + text + "' is not HOST or HOST:PORT with a port from 1 to 65535";
 }
 
+std::string checkAssignment(std::string& text) {
+    std::string error;
+    (void)parseAssignment(text, error);
+    return error;
+}
+
 void addLiveOptions(CLI::App& command, InputOptions& options) {
     addChoiceOption(command, "--resolution", options.resolution, kResolutions,
                     "Image size of a live camera: HD2160, HD1800, HD1200 (default), HD1080 or HD600");
@@ -66,6 +73,10 @@ void addInputOptions(CLI::App& command, InputOptions& options) {
     source->require_option(0, 1);
     command.add_flag("--realtime", options.realtime, "Play a recorded file at its recorded pace");
     addLiveOptions(command, options);
+    command.add_option("--set", options.controls, "Write a control after opening; may be given several times")
+        ->check(CLI::Validator(checkAssignment, ""))
+        ->type_name("NAME=VALUE")
+        ->allow_extra_args(false);
     command.add_option("--settings", options.settings, "Directory of the calibration files")->type_name("DIR");
 }
 

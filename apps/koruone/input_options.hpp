@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "oru/types.hpp"
 
@@ -19,12 +20,13 @@ struct InputOptions {
     int fps = 0;
     int flip = 0;
     bool hdr = false;
-    bool realtime = false;  ///< a recorded file at its recorded pace
-    std::string settings;   ///< directory, empty for the default one
+    bool realtime = false;              ///< a recorded file at its recorded pace
+    std::string settings;               ///< directory, empty for the default one
+    std::vector<std::string> controls;  ///< NAME=VALUE, checked, in the order to be written
 };
 
-/// Adds --id, --serial, --file, --stream (one of them at most), --realtime, --resolution, --fps, --flip, --hdr and
-/// --settings. `options` must outlive the parsing.
+/// Adds --id, --serial, --file, --stream (one of them at most), --realtime, --resolution, --fps, --flip, --hdr, --set
+/// and --settings. `options` must outlive the parsing.
 void addInputOptions(CLI::App& command, InputOptions& options);
 
 /// The parameters of open() for these options.

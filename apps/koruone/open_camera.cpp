@@ -3,6 +3,7 @@
 #include <filesystem>
 
 #include "calibration_text.hpp"
+#include "control_access.hpp"
 #include "report.hpp"
 
 namespace koruone {
@@ -45,6 +46,17 @@ void warnOfOtherCalibration(oru::CameraOne& camera) {
         information.serial_number);
 }
 
+bool setControls(oru::CameraOne& camera, const InputOptions& options) {
+    for (const std::string& text : options.controls) {
+        std::string error;
+        const auto assignment = parseAssignment(text, error);
+        if (!assignment || !setControl(camera, *assignment->control, assignment->value)) {
+            return false;
+        }
+    }
+    return true;
+}
+
 }  // namespace
 
 bool openCamera(oru::CameraOne& camera, const InputOptions& options) {
@@ -61,7 +73,7 @@ bool openCamera(oru::CameraOne& camera, const InputOptions& options) {
         return false;
     }
     warnOfOtherCalibration(camera);
-    return true;
+    return setControls(camera, options);
 }
 
 }  // namespace koruone

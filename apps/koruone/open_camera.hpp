@@ -5,9 +5,9 @@
 
 namespace koruone {
 
-/// Opens the input that the options name. A size that goes with another HDR mode only is opened with that mode, and a
-/// calibration file that disagrees with the attached camera is pointed out, both on standard error.
-/// False: not open, and the reason has been said.
+/// Opens the input that the options name and writes the controls that they name. A size that goes with another HDR mode
+/// only is opened with that mode, and a calibration file that disagrees with the attached camera is pointed out, both
+/// on standard error. False: not open, and the reason has been said.
 [[nodiscard]] bool openCamera(oru::CameraOne& camera, const InputOptions& options);
 
 }  // namespace koruone

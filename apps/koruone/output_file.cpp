@@ -8,29 +8,29 @@
 namespace koruone {
 
 bool OutputFile::open(const std::filesystem::path& path) {
-    path_ = path;
-    file_.reset(std::fopen(path.c_str(), "w"));
-    if (file_ == nullptr) {
+    target = path;
+    file.reset(std::fopen(path.c_str(), "w"));
+    if (file == nullptr) {
         fail(errno);
     }
     return isOpen();
 }
 
 void OutputFile::write(std::string_view text) {
-    if (isOpen() && !failed() && std::fwrite(text.data(), 1, text.size(), file_.get()) != text.size()) {
+    if (isOpen() && !failed() && std::fwrite(text.data(), 1, text.size(), file.get()) != text.size()) {
         fail(errno);
     }
 }
 
 bool OutputFile::close() {
-    if (isOpen() && std::fclose(file_.release()) != 0 && !failed()) {
+    if (isOpen() && std::fclose(file.release()) != 0 && !failed()) {
         fail(errno);
     }
     return !failed();
 }
 
 void OutputFile::fail(int number) {
-    error_ = fmt::format("cannot write {}: {}", path_.string(), std::strerror(number));
+    reason = fmt::format("cannot write {}: {}", target.string(), std::strerror(number));
 }
 
 bool makeDirectory(const std::filesystem::path& directory, std::string& error) {

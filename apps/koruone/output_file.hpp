@@ -16,10 +16,10 @@ public:
     void write(std::string_view text);
     /// Hands everything to the disk. False: something was lost; error() says why.
     bool close();
-    [[nodiscard]] bool isOpen() const { return file_ != nullptr; }
-    [[nodiscard]] bool failed() const { return !error_.empty(); }
+    [[nodiscard]] bool isOpen() const { return file != nullptr; }
+    [[nodiscard]] bool failed() const { return !reason.empty(); }
     /// "cannot write PATH: reason", empty while all is well.
-    [[nodiscard]] const std::string& error() const { return error_; }
+    [[nodiscard]] const std::string& error() const { return reason; }
 
 private:
     struct Closer {
@@ -27,9 +27,9 @@ private:
     };
     void fail(int number);
 
-    std::filesystem::path path_;
-    std::unique_ptr<std::FILE, Closer> file_;
-    std::string error_;
+    std::filesystem::path target;
+    std::unique_ptr<std::FILE, Closer> file;
+    std::string reason;
 };
 
 /// Makes the directory and its parents where missing. False: it is not there; `error` says why.

@@ -29,17 +29,17 @@ public:
     };
 
     Step add(uint64_t timestampNs);
-    [[nodiscard]] uint64_t packets() const { return packets_; }
+    [[nodiscard]] uint64_t packets() const { return received; }
     [[nodiscard]] Summary summary() const;
 
 private:
-    TimingHistogram intervals_;
-    uint64_t packets_ = 0;
-    uint64_t first_ = 0;
-    uint64_t last_ = 0;
-    uint64_t largestNs_ = 0;
-    uint64_t outOfOrder_ = 0;
-    double usualUs_ = 0.0;
+    TimingHistogram intervals;
+    uint64_t received = 0;
+    uint64_t firstNs = 0;
+    uint64_t lastNs = 0;
+    uint64_t largestNs = 0;
+    uint64_t outOfOrder = 0;
+    double usualUs = 0.0;
 };
 
 }  // namespace koruone

@@ -17,11 +17,11 @@ PictureView viewOf(const oru::Mat& picture) {
 
 }  // namespace
 
-PictureWriter::PictureWriter(std::filesystem::path directory) : directory_(std::move(directory)) {
-    for (oru::Mat& picture : pictures_) {
-        free_.push_back(&picture);
+PictureWriter::PictureWriter(std::filesystem::path directory) : folder(std::move(directory)) {
+    for (oru::Mat& picture : pictures) {
+        unused.push_back(&picture);
     }
-    thread_ = std::thread([this] { run(); });
+    worker = std::thread([this] { run(); });
 }
 
 PictureWriter::~PictureWriter() {
@@ -29,63 +29,63 @@ PictureWriter::~PictureWriter() {
 }
 
 bool PictureWriter::hasRoom() {
-    const oru::MutexLock lock(mutex_);
-    return !free_.empty();
+    const oru::MutexLock lock(mutex);
+    return !unused.empty();
 }
 
 oru::Mat* PictureWriter::acquire() {
-    const oru::MutexLock lock(mutex_);
-    while (free_.empty() && error_.empty()) {
-        const uint64_t before = written_;
-        if (changed_.wait_for(mutex_, kWriterPatience) == std::cv_status::timeout && written_ == before) {
-            error_ = fmt::format("{} takes no picture for {} s", directory_.string(), kWriterPatience.count());
+    const oru::MutexLock lock(mutex);
+    while (unused.empty() && failure.empty()) {
+        const uint64_t before = finished;
+        if (changed.wait_for(mutex, kWriterPatience) == std::cv_status::timeout && finished == before) {
+            failure = fmt::format("{} takes no picture for {} s", folder.string(), kWriterPatience.count());
         }
     }
-    if (!error_.empty()) {
+    if (!failure.empty()) {
         return nullptr;
     }
-    oru::Mat* picture = free_.back();
-    free_.pop_back();
+    oru::Mat* picture = unused.back();
+    unused.pop_back();
     return picture;
 }
 
 void PictureWriter::submit(oru::Mat* picture, uint64_t frame) {
-    const oru::MutexLock lock(mutex_);
-    queued_.push_back({picture, frame});
-    changed_.notify_all();
+    const oru::MutexLock lock(mutex);
+    waiting.push_back({picture, frame});
+    changed.notify_all();
 }
 
 void PictureWriter::release(oru::Mat* picture) {
-    const oru::MutexLock lock(mutex_);
-    free_.push_back(picture);
+    const oru::MutexLock lock(mutex);
+    unused.push_back(picture);
 }
 
 bool PictureWriter::finish() {
     {
-        const oru::MutexLock lock(mutex_);
-        ending_ = true;
-        changed_.notify_all();
+        const oru::MutexLock lock(mutex);
+        ending = true;
+        changed.notify_all();
     }
-    if (thread_.joinable()) {
-        thread_.join();
+    if (worker.joinable()) {
+        worker.join();
         std::string reason;
-        const bool sheet = sheet_.write(directory_ / "contact_sheet.png", encoder_, reason);
-        const oru::MutexLock lock(mutex_);
-        if (!sheet && error_.empty()) {
-            error_ = reason;
+        const bool sheet = sheet.write(folder / "contact_sheet.png", encoder, reason);
+        const oru::MutexLock lock(mutex);
+        if (!sheet && failure.empty()) {
+            failure = reason;
         }
     }
     return error().empty();
 }
 
 std::string PictureWriter::error() {
-    const oru::MutexLock lock(mutex_);
-    return error_;
+    const oru::MutexLock lock(mutex);
+    return failure;
 }
 
 uint64_t PictureWriter::written() {
-    const oru::MutexLock lock(mutex_);
-    return written_;
+    const oru::MutexLock lock(mutex);
+    return finished;
 }
 
 void PictureWriter::run() {
@@ -96,15 +96,15 @@ void PictureWriter::run() {
 }
 
 bool PictureWriter::takeJob(Job& job) {
-    const oru::MutexLock lock(mutex_);
-    while (queued_.empty() && !ending_) {
-        changed_.wait(mutex_);
+    const oru::MutexLock lock(mutex);
+    while (waiting.empty() && !ending) {
+        changed.wait(mutex);
     }
-    if (queued_.empty() || !error_.empty()) {
+    if (waiting.empty() || !failure.empty()) {
         return false;
     }
-    job = queued_.front();
-    queued_.pop_front();
+    job = waiting.front();
+    waiting.pop_front();
     return true;
 }
 
@@ -112,17 +112,17 @@ void PictureWriter::writeJob(const Job& job) {
     std::string reason;
     const PictureView view = viewOf(*job.picture);
     const bool ok =
-        view.pixels != nullptr && encoder_.write(directory_ / fmt::format("frame_{:06}.png", job.frame), view, reason);
+        view.pixels != nullptr && encoder.write(folder / fmt::format("frame_{:06}.png", job.frame), view, reason);
     if (ok) {
-        sheet_.offer(job.frame, view);
+        sheet.offer(job.frame, view);
     }
-    const oru::MutexLock lock(mutex_);
-    free_.push_back(job.picture);
-    written_ += ok ? 1 : 0;
-    if (!ok && error_.empty()) {
-        error_ = reason.empty() ? "a picture without pixels was queued" : reason;
+    const oru::MutexLock lock(mutex);
+    unused.push_back(job.picture);
+    finished += ok ? 1 : 0;
+    if (!ok && failure.empty()) {
+        failure = reason.empty() ? "a picture without pixels was queued" : reason;
     }
-    changed_.notify_all();
+    changed.notify_all();
 }
 
 }  // namespace koruone

@@ -28,19 +28,19 @@ public:
     PictureWriter& operator=(const PictureWriter&) = delete;
 
     /// An empty place right now? Otherwise acquire will wait.
-    [[nodiscard]] bool hasRoom() ORU_EXCLUDES(mutex_);
+    [[nodiscard]] bool hasRoom() ORU_EXCLUDES(mutex);
     /// A container to fill, to be given back by submit or release. Waits while the queue is full; null when writing
     /// failed, or when no picture was finished for ten seconds. Its memory is reused from picture to picture.
-    oru::Mat* acquire() ORU_EXCLUDES(mutex_);
+    oru::Mat* acquire() ORU_EXCLUDES(mutex);
     /// Queues the container as picture of this frame; it must hold host memory.
-    void submit(oru::Mat* picture, uint64_t frame) ORU_EXCLUDES(mutex_);
-    void release(oru::Mat* picture) ORU_EXCLUDES(mutex_);
+    void submit(oru::Mat* picture, uint64_t frame) ORU_EXCLUDES(mutex);
+    void release(oru::Mat* picture) ORU_EXCLUDES(mutex);
 
     /// Writes what is queued and DIR/contact_sheet.png, and ends the thread. False: something was not written.
-    bool finish() ORU_EXCLUDES(mutex_);
+    bool finish() ORU_EXCLUDES(mutex);
     /// The first failure, empty while there is none.
-    [[nodiscard]] std::string error() ORU_EXCLUDES(mutex_);
-    [[nodiscard]] uint64_t written() ORU_EXCLUDES(mutex_);
+    [[nodiscard]] std::string error() ORU_EXCLUDES(mutex);
+    [[nodiscard]] uint64_t written() ORU_EXCLUDES(mutex);
 
 private:
     struct Job {
@@ -48,24 +48,24 @@ private:
         uint64_t frame = 0;
     };
 
-    void run() ORU_EXCLUDES(mutex_);
-    bool takeJob(Job& job) ORU_EXCLUDES(mutex_);
-    void writeJob(const Job& job) ORU_EXCLUDES(mutex_);
+    void run() ORU_EXCLUDES(mutex);
+    bool takeJob(Job& job) ORU_EXCLUDES(mutex);
+    void writeJob(const Job& job) ORU_EXCLUDES(mutex);
 
-    std::filesystem::path directory_;
-    PngEncoder encoder_;  // this and the sheet are the writer thread's until it has ended
-    ContactSheet sheet_;
-    std::array<oru::Mat, kQueueLength> pictures_;
+    std::filesystem::path folder;
+    PngEncoder encoder;  // this and the sheet are the writer thread's until it has ended
+    ContactSheet sheet;
+    std::array<oru::Mat, kQueueLength> pictures;
 
-    oru::Mutex mutex_;
-    std::condition_variable_any changed_;
-    std::vector<oru::Mat*> free_ ORU_GUARDED_BY(mutex_);
-    std::deque<Job> queued_ ORU_GUARDED_BY(mutex_);
-    bool ending_ ORU_GUARDED_BY(mutex_) = false;
-    uint64_t written_ ORU_GUARDED_BY(mutex_) = 0;
-    std::string error_ ORU_GUARDED_BY(mutex_);
+    oru::Mutex mutex;
+    std::condition_variable_any changed;
+    std::vector<oru::Mat*> unused ORU_GUARDED_BY(mutex);
+    std::deque<Job> waiting ORU_GUARDED_BY(mutex);
+    bool ending ORU_GUARDED_BY(mutex) = false;
+    uint64_t finished ORU_GUARDED_BY(mutex) = 0;
+    std::string failure ORU_GUARDED_BY(mutex);
 
-    std::thread thread_;  // last: it uses all of the above
+    std::thread worker;  // last: it uses all of the above
 };
 
 }  // namespace koruone

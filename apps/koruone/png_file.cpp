@@ -87,7 +87,7 @@ struct PngEncoder::Compressor {
     ~Compressor() { libdeflate_free_compressor(handle); }
 };
 
-PngEncoder::PngEncoder() : compressor_(std::make_unique<Compressor>()) {}
+PngEncoder::PngEncoder() : compressor(std::make_unique<Compressor>()) {}
 PngEncoder::~PngEncoder() = default;
 
 bool PngEncoder::write(const std::filesystem::path& path, const PictureView& picture, std::string& error) {
@@ -108,9 +108,9 @@ bool PngEncoder::write(const std::filesystem::path& path, const PictureView& pic
 
 void PngEncoder::filterRows(const PictureView& picture) {
     const std::size_t row = 1 + picture.width * (picture.gray ? 1 : 3);
-    filtered_.resize(row * picture.height);
+    filtered.resize(row * picture.height);
     for (std::size_t y = 0; y < picture.height; ++y) {
-        unsigned char* to = filtered_.data() + y * row;
+        unsigned char* to = filtered.data() + y * row;
         const unsigned char* from = picture.pixels + y * picture.step;
         *to = PNG_FILTER_VALUE_SUB;
         if (picture.gray) {
@@ -122,13 +122,13 @@ void PngEncoder::filterRows(const PictureView& picture) {
 }
 
 bool PngEncoder::compress() {
-    if (compressor_->handle == nullptr) {
+    if (compressor->handle == nullptr) {
         return false;
     }
-    compressed_.resize(libdeflate_zlib_compress_bound(compressor_->handle, filtered_.size()));
-    compressedSize_ = libdeflate_zlib_compress(compressor_->handle, filtered_.data(), filtered_.size(),
-                                               compressed_.data(), compressed_.size());
-    return compressedSize_ > 0;
+    compressed.resize(libdeflate_zlib_compress_bound(compressor->handle, filtered.size()));
+    compressedSize = libdeflate_zlib_compress(compressor->handle, filtered.data(), filtered.size(), compressed.data(),
+                                              compressed.size());
+    return compressedSize > 0;
 }
 
 bool PngEncoder::writeFile(const std::filesystem::path& path, const PictureView& picture) const {
@@ -138,7 +138,7 @@ bool PngEncoder::writeFile(const std::filesystem::path& path, const PictureView&
     }
     Container container;
     const bool written = container.info != nullptr && writeChunks(container.png, container.info, file.get(), picture,
-                                                                  compressed_.data(), compressedSize_);
+                                                                  compressed.data(), compressedSize);
     const int reason = errno;
     const bool closed = std::fclose(file.release()) == 0;
     if (!written) {

@@ -36,10 +36,10 @@ private:
     bool compress();
     bool writeFile(const std::filesystem::path& path, const PictureView& picture) const;
 
-    std::unique_ptr<Compressor> compressor_;
-    std::vector<unsigned char> filtered_;    ///< for each row the filter's number and the differences
-    std::vector<unsigned char> compressed_;  ///< grows to the largest picture
-    std::size_t compressedSize_ = 0;
+    std::unique_ptr<Compressor> compressor;
+    std::vector<unsigned char> filtered;    ///< for each row the filter's number and the differences
+    std::vector<unsigned char> compressed;  ///< grows to the largest picture
+    std::size_t compressedSize = 0;
 };
 
 }  // namespace koruone

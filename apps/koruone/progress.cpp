@@ -14,8 +14,8 @@ constexpr const char* kEraseLine = "\r\x1b[K";
 
 }  // namespace
 
-Progress::Progress(std::string label)
-    : label_(std::move(label)), terminal_(isatty(STDERR_FILENO) == 1), next_(std::chrono::steady_clock::now()) {}
+Progress::Progress(std::string name)
+    : label(std::move(name)), terminal(isatty(STDERR_FILENO) == 1), nextRefresh(std::chrono::steady_clock::now()) {}
 
 Progress::~Progress() {
     clear();
@@ -23,20 +23,20 @@ Progress::~Progress() {
 
 void Progress::show(std::string_view text) {
     const auto now = std::chrono::steady_clock::now();
-    if (!terminal_ || now < next_) {
+    if (!terminal || now < nextRefresh) {
         return;
     }
-    next_ = now + kRefresh;
-    shown_ = true;
-    (void)fmt::print(stderr, "{}{} {}", kEraseLine, label_, text);
+    nextRefresh = now + kRefresh;
+    shown = true;
+    (void)fmt::print(stderr, "{}{} {}", kEraseLine, label, text);
     std::fflush(stderr);
 }
 
 void Progress::clear() {
-    if (shown_) {
+    if (shown) {
         (void)fmt::print(stderr, "{}", kEraseLine);
         std::fflush(stderr);
-        shown_ = false;
+        shown = false;
     }
 }
 

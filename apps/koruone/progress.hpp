@@ -10,7 +10,7 @@ namespace koruone {
 /// One line that is rewritten on standard error, only where that is a terminal.
 class Progress {
 public:
-    explicit Progress(std::string label);
+    explicit Progress(std::string name);
     /// Clears the line.
     ~Progress();
     Progress(const Progress&) = delete;
@@ -22,10 +22,10 @@ public:
     void clear();
 
 private:
-    std::string label_;
-    bool terminal_;
-    bool shown_ = false;
-    std::chrono::steady_clock::time_point next_;
+    std::string label;
+    bool terminal;
+    bool shown = false;
+    std::chrono::steady_clock::time_point nextRefresh;
 };
 
 }  // namespace koruone

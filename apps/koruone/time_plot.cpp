@@ -101,7 +101,7 @@ struct TimePlot::Frame {
     }
 };
 
-TimePlot::TimePlot(std::vector<PlotPanel> panels) : panels_(std::move(panels)) {}
+TimePlot::TimePlot(std::vector<PlotPanel> given) : panels(std::move(given)) {}
 
 void TimePlot::add(double seconds, std::span<const double> values, bool afterGap) {
     Bucket sample;
@@ -114,16 +114,16 @@ void TimePlot::add(double seconds, std::span<const double> values, bool afterGap
             sample.low[i] = sample.high[i] = values[i];
         }
     }
-    if (inLast_ < bucketSize_ && !buckets_.empty() && !afterGap) {
-        merge(buckets_.back(), sample);
-        ++inLast_;
+    if (inLast < bucketSize && !buckets.empty() && !afterGap) {
+        merge(buckets.back(), sample);
+        ++inLast;
         return;
     }
-    if (buckets_.size() == kMostBuckets) {
+    if (buckets.size() == kMostBuckets) {
         mergePairs();
     }
-    buckets_.push_back(sample);
-    inLast_ = 1;
+    buckets.push_back(sample);
+    inLast = 1;
 }
 
 void TimePlot::merge(Bucket& into, const Bucket& later) {
@@ -135,26 +135,26 @@ void TimePlot::merge(Bucket& into, const Bucket& later) {
 }
 
 void TimePlot::mergePairs() {
-    bucketSize_ *= 2;
+    bucketSize *= 2;
     for (std::size_t i = 0; i < kMostBuckets / 2; ++i) {
-        Bucket pair = buckets_[2 * i];
-        merge(pair, buckets_[2 * i + 1]);
-        pair.after_gap = pair.after_gap || buckets_[2 * i + 1].after_gap;
-        buckets_[i] = pair;
+        Bucket pair = buckets[2 * i];
+        merge(pair, buckets[2 * i + 1]);
+        pair.after_gap = pair.after_gap || buckets[2 * i + 1].after_gap;
+        buckets[i] = pair;
     }
-    buckets_.resize(kMostBuckets / 2);
+    buckets.resize(kMostBuckets / 2);
 }
 
 TimePlot::Frame TimePlot::frameOf(std::size_t panel, std::size_t firstLine) const {
     Frame frame{};
     frame.top = kTop + static_cast<double>(panel) * (kPanelHeight + kPanelTop + kPanelBottom) + kPanelTop;
     frame.height = kPanelHeight;
-    frame.t0 = buckets_.empty() ? 0.0 : buckets_.front().begin;
-    frame.t1 = buckets_.empty() ? 1.0 : std::max(buckets_.back().end, frame.t0 + 1e-3);
+    frame.t0 = buckets.empty() ? 0.0 : buckets.front().begin;
+    frame.t1 = buckets.empty() ? 1.0 : std::max(buckets.back().end, frame.t0 + 1e-3);
     frame.low = std::numeric_limits<double>::infinity();
     frame.high = -frame.low;
-    for (const Bucket& bucket : buckets_) {
-        for (std::size_t i = firstLine; i < firstLine + panels_[panel].lines.size(); ++i) {
+    for (const Bucket& bucket : buckets) {
+        for (std::size_t i = firstLine; i < firstLine + panels[panel].lines.size(); ++i) {
             frame.low = std::min(frame.low, bucket.low[i]);
             frame.high = std::max(frame.high, bucket.high[i]);
         }
@@ -170,10 +170,10 @@ TimePlot::Frame TimePlot::frameOf(std::size_t panel, std::size_t firstLine) cons
 
 std::string TimePlot::gapsSvg(const Frame& frame) const {
     std::string result;
-    for (std::size_t i = 1; i < buckets_.size(); ++i) {
-        if (buckets_[i].after_gap) {
-            const double x = frame.x(buckets_[i - 1].end);
-            const double width = std::max(frame.x(buckets_[i].begin) - x, 1.0);
+    for (std::size_t i = 1; i < buckets.size(); ++i) {
+        if (buckets[i].after_gap) {
+            const double x = frame.x(buckets[i - 1].end);
+            const double width = std::max(frame.x(buckets[i].begin) - x, 1.0);
             result +=
                 fmt::format("<rect x=\"{:.1f}\" y=\"{:.1f}\" width=\"{:.1f}\" height=\"{:.1f}\" fill=\"#f5c6c0\"/>\n",
                             x, frame.top, width, frame.height);
@@ -194,7 +194,7 @@ std::string TimePlot::lineSvg(const Frame& frame, std::size_t line, const char* 
         }
         points.clear();
     };
-    for (const Bucket& bucket : buckets_) {
+    for (const Bucket& bucket : buckets) {
         if (bucket.after_gap) {
             finish();
         }
@@ -213,7 +213,7 @@ std::string TimePlot::lineSvg(const Frame& frame, std::size_t line, const char* 
 
 std::string TimePlot::panelSvg(std::size_t panel, std::size_t firstLine) const {
     const Frame frame = frameOf(panel, firstLine);
-    const PlotPanel& what = panels_[panel];
+    const PlotPanel& what = panels[panel];
     std::string result = gapsSvg(frame) + frame.grid();
     result += text(kLeft, frame.top - 8.0, "start", 14, fmt::format("{} ({})", what.quantity, what.unit));
     for (std::size_t i = 0; i < what.lines.size(); ++i) {
@@ -228,7 +228,7 @@ std::string TimePlot::panelSvg(std::size_t panel, std::size_t firstLine) const {
 
 std::string TimePlot::svg(const std::string& title) const {
     const double height =
-        kTop + static_cast<double>(panels_.size()) * (kPanelHeight + kPanelTop + kPanelBottom) + kBottom;
+        kTop + static_cast<double>(panels.size()) * (kPanelHeight + kPanelTop + kPanelBottom) + kBottom;
     std::string result = fmt::format(
         "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"{0:.0f}\" height=\"{1:.0f}\" viewBox=\"0 0 {0:.0f} "
         "{1:.0f}\" font-family=\"sans-serif\" fill=\"#222222\">\n<rect width=\"100%\" height=\"100%\" "
@@ -236,9 +236,9 @@ std::string TimePlot::svg(const std::string& title) const {
         kWidth, height);
     result += text(kLeft, 28.0, "start", 17, title);
     std::size_t line = 0;
-    for (std::size_t panel = 0; panel < panels_.size(); ++panel) {
+    for (std::size_t panel = 0; panel < panels.size(); ++panel) {
         result += panelSvg(panel, line);
-        line += panels_[panel].lines.size();
+        line += panels[panel].lines.size();
     }
     result += text((kLeft + kWidth - kRight) / 2.0, height - 12.0, "middle", 13, "time since the first packet (s)");
     return result + "</svg>\n";

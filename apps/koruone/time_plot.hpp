@@ -21,7 +21,7 @@ class TimePlot {
 public:
     static constexpr std::size_t kMostLines = 9;
 
-    explicit TimePlot(std::vector<PlotPanel> panels);
+    explicit TimePlot(std::vector<PlotPanel> given);
 
     /// Adds one sample of every line, panel by panel; a value that is not finite is left out. With `afterGap` the lines
     /// are broken before it.
@@ -46,10 +46,10 @@ private:
     [[nodiscard]] std::string lineSvg(const Frame& frame, std::size_t line, const char* colour) const;
     [[nodiscard]] Frame frameOf(std::size_t panel, std::size_t firstLine) const;
 
-    std::vector<PlotPanel> panels_;
-    std::vector<Bucket> buckets_;
-    uint64_t bucketSize_ = 1;
-    uint64_t inLast_ = 0;
+    std::vector<PlotPanel> panels;
+    std::vector<Bucket> buckets;
+    uint64_t bucketSize = 1;
+    uint64_t inLast = 0;
 };
 
 }  // namespace koruone

@@ -8,18 +8,18 @@ namespace koruone {
 void TimingHistogram::record(std::chrono::nanoseconds duration) {
     const auto ns = static_cast<uint64_t>(std::max<int64_t>(duration.count(), 0));
     const std::size_t index = slot(ns);
-    ++counts_[index];
-    latest_[index] = ns;
-    ++count_;
+    ++perClass[index];
+    latest[index] = ns;
+    ++samples;
 }
 
 double TimingHistogram::percentileUs(double percent) const {
-    const auto rank = std::max(1.0, std::ceil(percent / 100.0 * static_cast<double>(count_)));
+    const auto rank = std::max(1.0, std::ceil(percent / 100.0 * static_cast<double>(samples)));
     uint64_t seen = 0;
-    for (std::size_t i = 0; i < counts_.size(); ++i) {
-        seen += counts_[i];
+    for (std::size_t i = 0; i < perClass.size(); ++i) {
+        seen += perClass[i];
         if (static_cast<double>(seen) >= rank) {
-            return static_cast<double>(latest_[i]) / 1000.0;
+            return static_cast<double>(latest[i]) / 1000.0;
         }
     }
     return 0.0;

@@ -13,15 +13,15 @@ namespace koruone {
 class TimingHistogram {
 public:
     void record(std::chrono::nanoseconds duration);
-    [[nodiscard]] uint64_t count() const { return count_; }
+    [[nodiscard]] uint64_t count() const { return samples; }
     /// The duration that `percent` of the samples do not exceed, in microseconds; 0 without samples.
     [[nodiscard]] double percentileUs(double percent) const;
     /// Calls visit(duration in microseconds, samples) for each class that holds samples.
     template <class Visit>
     void forEach(Visit visit) const {
-        for (std::size_t i = 0; i < counts_.size(); ++i) {
-            if (counts_[i] != 0) {
-                visit(static_cast<double>(latest_[i]) / 1000.0, counts_[i]);
+        for (std::size_t i = 0; i < perClass.size(); ++i) {
+            if (perClass[i] != 0) {
+                visit(static_cast<double>(latest[i]) / 1000.0, perClass[i]);
             }
         }
     }
@@ -34,9 +34,9 @@ private:
 
     using PerClass = std::array<uint64_t, (64 - kClassBits + 1) * kClasses>;
 
-    PerClass counts_{};
-    PerClass latest_{};  ///< nanoseconds
-    uint64_t count_ = 0;
+    PerClass perClass{};
+    PerClass latest{};  ///< nanoseconds
+    uint64_t samples = 0;
 };
 
 }  // namespace koruone

@@ -68,27 +68,27 @@ pid_t Tool::start(const Arguments& arguments) {
     std::vector<char*> envp = pointers(settings);
     const std::string output = outputFile.empty() ? home.path("output") : outputFile;
     const std::string errors = home.path("errors");
-    process_ = ::fork();
-    if (process_ == 0) {
+    process = ::fork();
+    if (process == 0) {
         redirect(output, STDOUT_FILENO);
         redirect(errors, STDERR_FILENO);
         ::execve(argv[0], argv.data(), envp.data());
         ::_exit(127);
     }
-    return process_;
+    return process;
 }
 
 void Tool::signal(int number) const {
-    ::kill(process_, number);
+    ::kill(process, number);
 }
 
 ToolResult Tool::wait() {
     const auto deadline = std::chrono::steady_clock::now() + kLongestRun;
     int status = 0;
-    while (::waitpid(process_, &status, WNOHANG) == 0) {
+    while (::waitpid(process, &status, WNOHANG) == 0) {
         if (std::chrono::steady_clock::now() > deadline) {
-            ::kill(process_, SIGKILL);
-            ::waitpid(process_, &status, 0);
+            ::kill(process, SIGKILL);
+            ::waitpid(process, &status, 0);
             break;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(5));

@@ -45,7 +45,7 @@ public:
     std::string outputFile;
 
 private:
-    pid_t process_ = -1;
+    pid_t process = -1;
 };
 
 /// The rows of a CSV file, the header first.
