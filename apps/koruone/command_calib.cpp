@@ -87,8 +87,8 @@ void printDifferences(const CalibrationText& file, uint32_t serial) {
         writeOutput("agrees with the camera's factory calibration\n");
         return;
     }
-    writeOutput(fmt::format("differs from the camera's factory calibration in {} values; --refresh replaces it\n",
-                            differences.size()));
+    writeOutput(fmt::format("differs from the camera's factory calibration in {}; --refresh replaces it\n",
+                            counted(differences.size(), "value")));
     for (const CalibrationDifference& difference : differences) {
         writeOutput(fmt::format("  {:<20} {}, factory {}\n", difference.key, difference.file, difference.factory));
     }

@@ -24,10 +24,6 @@ bool isSwitch(oru::VIDEO_SETTINGS setting) {
     return false;
 }
 
-bool isWritable(const Control& control) {
-    return control.kind != ControlKind::READ_ONLY;
-}
-
 bool isLive(oru::CameraOne& camera) {
     return camera.getCameraInformation().input_type == oru::GMSL;
 }
@@ -84,7 +80,7 @@ ControlState readState(oru::CameraOne& camera, const Control& control) {
 void probeDefault(oru::CameraOne& camera, ControlState& state) {
     const Control& control = *state.control;
     ControlValue value;
-    if (!state.supported || !state.value || control.automatic_switch || !isWritable(control) ||
+    if (!state.supported || !state.value || control.automatic_switch ||
         writeControl(camera, control, {}) != oru::SUCCESS) {
         return;
     }
@@ -170,7 +166,7 @@ std::vector<std::string> resetControls(oru::CameraOne& camera) {
     std::vector<std::string> refused;
     for (const bool switches : {false, true}) {
         for (const Control& control : controls()) {
-            const bool wanted = isWritable(control) && isSwitch(control.setting) == switches;
+            const bool wanted = isSwitch(control.setting) == switches;
             const bool offered =
                 control.kind == ControlKind::REGION || camera.isCameraSettingSupported(control.setting);
             if (wanted && offered && writeControl(camera, control, {}) != oru::SUCCESS) {
@@ -197,9 +193,6 @@ bool setControl(oru::CameraOne& camera, const Control& control, const ControlVal
 }
 
 std::optional<ControlValue> parseValue(const Control& control, const std::vector<std::string>& texts) {
-    if (control.kind == ControlKind::READ_ONLY) {
-        return std::nullopt;
-    }
     ControlValue value;
     if (texts.size() == 1 && texts.front() == "auto") {
         return value;
@@ -219,8 +212,6 @@ std::optional<ControlValue> parseValue(const Control& control, const std::vector
 
 const char* valueForm(const Control& control) {
     switch (control.kind) {
-        case ControlKind::READ_ONLY:
-            return "can only be read";
         case ControlKind::RANGE:
             return "takes a minimum and a maximum, or auto";
         case ControlKind::REGION:

@@ -23,14 +23,14 @@ constexpr std::array kControls{
     Control{oru::SETTING_10, "SETTING_10", Kind::VALUE, oru::SETTING_10_AUTO},
     Control{oru::SETTING_10_AUTO, "SETTING_10_AUTO", Kind::VALUE, {}},
     Control{oru::SETTING_12, "SETTING_12", Kind::WRITE_ONLY, {}},
-    Control{oru::GMSL_SETTING_13, "GMSL_SETTING_13", Kind::READ_ONLY, {}},
-    Control{oru::GMSL_SETTING_14, "GMSL_SETTING_14", Kind::READ_ONLY, {}},
-    Control{oru::GMSL_SETTING_15, "GMSL_SETTING_15", Kind::READ_ONLY, {}},
+    Control{oru::GMSL_SETTING_13, "GMSL_SETTING_13", Kind::VALUE, oru::AEC_AGC},
+    Control{oru::GMSL_SETTING_14, "GMSL_SETTING_14", Kind::VALUE, oru::AEC_AGC},
+    Control{oru::GMSL_SETTING_15, "GMSL_SETTING_15", Kind::VALUE, oru::AEC_AGC},
     Control{oru::RANGE_SETTING_16, "RANGE_SETTING_16", Kind::RANGE, {}},
     Control{oru::RANGE_SETTING_17, "RANGE_SETTING_17", Kind::RANGE, {}},
     Control{oru::RANGE_SETTING_18, "RANGE_SETTING_18", Kind::RANGE, {}},
-    Control{oru::GMSL_SETTING_19, "GMSL_SETTING_19", Kind::READ_ONLY, {}},
-    Control{oru::GMSL_SETTING_20, "GMSL_SETTING_20", Kind::READ_ONLY, {}},
+    Control{oru::GMSL_SETTING_19, "GMSL_SETTING_19", Kind::VALUE, {}},
+    Control{oru::GMSL_SETTING_20, "GMSL_SETTING_20", Kind::VALUE, {}},
 };
 
 }  // namespace
@@ -52,8 +52,6 @@ const char* kindName(ControlKind kind) {
     switch (kind) {
         case Kind::VALUE:
             return "value";
-        case Kind::READ_ONLY:
-            return "read only";
         case Kind::WRITE_ONLY:
             return "write only";
         case Kind::REGION:

@@ -8,7 +8,7 @@
 
 namespace koruone {
 
-enum class ControlKind { VALUE, READ_ONLY, WRITE_ONLY, REGION, RANGE };
+enum class ControlKind { VALUE, WRITE_ONLY, REGION, RANGE };
 
 /// One control of the camera as the tool names it.
 struct Control {

@@ -96,7 +96,7 @@ bool GrabRun::goToFirstFrame() {
 }
 
 void GrabRun::takeFrames() {
-    began = lastFrame = Clock::now();
+    began = ended = Clock::now();
     while (taken < options.frames && !interrupted()) {
         if (!takeFrame(taken)) {
             return;
@@ -108,19 +108,20 @@ void GrabRun::takeFrames() {
 bool GrabRun::takeFrame(uint64_t frame) {
     const Time start = Clock::now();
     const oru::ERROR_CODE code = camera.grab();
-    lastFrame = Clock::now();
+    ended = Clock::now();
     if (code == oru::END_OF_INPUT) {
         return false;
     }
     if (code != oru::SUCCESS) {
         progress.clear();
-        complain(code, fmt::format("no frame after {}", taken));
+        complain(code, "no frame after " + counted(taken, "frame"));
         fail();
         return false;
     }
-    grabTimes.record(lastFrame - start);
+    grabTimes.record(ended - start);
+    lastFrame = ended;
     if (taken++ == 0) {
-        firstFrame = lastFrame;
+        firstFrame = ended;
     }
     writeRow(frame);
     return frame % options.every != 0 || retrieveFrame(frame);
@@ -210,7 +211,7 @@ void GrabRun::finishOutput() {
 }
 
 double GrabRun::seconds() const {
-    return toSeconds(lastFrame - began);
+    return toSeconds(ended - began);
 }
 
 double GrabRun::grabFps() const {
@@ -233,8 +234,8 @@ void GrabRun::printJson(const oru::FrameCounters& counters) const {
 }
 
 void GrabRun::printText(const oru::FrameCounters& counters) const {
-    std::string text = fmt::format("{} frames in {:.3f} s: {:.2f} frames/s from a source of {:.0f} frames/s\n", taken,
-                                   seconds(), grabFps(), sourceFps);
+    std::string text = fmt::format("{} in {:.3f} s: {:.2f} frames/s from a source of {:.0f} frames/s\n",
+                                   counted(taken, "frame"), seconds(), grabFps(), sourceFps);
     text += fmt::format("source: {} produced, {} delivered, {} lost", counters.produced, counters.delivered,
                         counters.lost());
     for (const auto& [name, value] : namedCounters(counters)) {
@@ -251,7 +252,7 @@ void GrabRun::printText(const oru::FrameCounters& counters) const {
                             retrieveTimes.percentileUs(99.0));
     }
     if (writer != nullptr) {
-        text += fmt::format("{} pictures written to {}\n", writer->written(), options.directory);
+        text += fmt::format("{} written to {}\n", counted(writer->written(), "picture"), options.directory);
     }
     writeOutput(text);
 }

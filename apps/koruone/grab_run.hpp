@@ -69,6 +69,7 @@ private:
     Time began;
     Time firstFrame;
     Time lastFrame;
+    Time ended;  ///< the last attempt, frame or not
     uint64_t waits = 0;
     std::chrono::nanoseconds waited{0};
 };

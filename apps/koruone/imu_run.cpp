@@ -178,7 +178,8 @@ void ImuRun::print() const {
     writeOutput(fmt::format("interval: median {:.3f} ms, longest {:.3f} ms\n", summary.median_ms, summary.largest_ms));
     writeOutput(summary.gaps == 0
                     ? "no gap\n"
-                    : fmt::format("{} gaps, in which {} packets are missing\n", summary.gaps, summary.missing));
+                    : fmt::format("{}, in which {} missing\n", counted(summary.gaps, "gap"),
+                                  counted(summary.missing, "packet") + (summary.missing == 1 ? " is" : " are")));
     if (summary.out_of_order > 0) {
         writeOutput(fmt::format("{} packets out of order\n", summary.out_of_order));
     }

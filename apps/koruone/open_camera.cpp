@@ -40,9 +40,9 @@ void warnOfOtherCalibration(oru::CameraOne& camera) {
                              differences[i].factory);
     }
     complain(
-        "the calibration file {} disagrees with the camera's factory calibration in {} values ({}{}); to replace it, "
+        "the calibration file {} disagrees with the camera's factory calibration in {} ({}{}); to replace it, "
         "run 'koruone calib --serial {} --refresh'.",
-        file.path, differences.size(), shown, differences.size() > kDifferencesShown ? ", ..." : "",
+        file.path, counted(differences.size(), "value"), shown, differences.size() > kDifferencesShown ? ", ..." : "",
         information.serial_number);
 }
 

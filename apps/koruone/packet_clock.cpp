@@ -45,15 +45,15 @@ PacketClock::Summary PacketClock::summary() const {
     if (intervals.count() == 0) {
         return result;
     }
-    const double usualUs = intervals.percentileUs(50.0);
+    const double median = intervals.percentileUs(50.0);
     result.seconds = lastNs > firstNs ? static_cast<double>(lastNs - firstNs) / 1e9 : 0.0;
     result.rate = result.seconds > 0.0 ? static_cast<double>(received - 1) / result.seconds : 0.0;
-    result.median_ms = usualUs / 1000.0;
+    result.median_ms = median / 1000.0;
     result.largest_ms = static_cast<double>(largestNs) / 1e6;
     intervals.forEach([&](double intervalUs, uint64_t count) {
-        if (intervalUs > kGapFactor * usualUs) {
+        if (intervalUs > kGapFactor * median) {
             result.gaps += count;
-            result.missing += count * static_cast<uint64_t>(std::max(std::lround(intervalUs / usualUs) - 1, 1L));
+            result.missing += count * static_cast<uint64_t>(std::max(std::lround(intervalUs / median) - 1, 1L));
         }
     });
     return result;

@@ -69,9 +69,9 @@ bool PictureWriter::finish() {
     if (worker.joinable()) {
         worker.join();
         std::string reason;
-        const bool sheet = sheet.write(folder / "contact_sheet.png", encoder, reason);
+        const bool sheetKept = sheet.write(folder / "contact_sheet.png", encoder, reason);
         const oru::MutexLock lock(mutex);
-        if (!sheet && failure.empty()) {
+        if (!sheetKept && failure.empty()) {
             failure = reason;
         }
     }

@@ -43,7 +43,8 @@ constexpr std::array kCodeTexts{
     CodeText{oru::RLX_CODEC_UNAVAILABLE, "RLX_CODEC_UNAVAILABLE",
              "this machine cannot decode the recording's compression: convert it where it was made"},
     CodeText{oru::END_OF_INPUT, "END_OF_INPUT", "the input has ended"},
-    CodeText{oru::INVALID_PARAMETER, "INVALID_PARAMETER", "a value is outside what this input takes: see --help"},
+    CodeText{oru::INVALID_PARAMETER, "INVALID_PARAMETER",
+             "a value is outside what this input takes: see 'koruone controls list' and --help"},
     CodeText{oru::CAMERA_NOT_READY, "CAMERA_NOT_READY", "no frame came in time: check the cable and try again"},
     CodeText{oru::INVALID_CALL, "INVALID_CALL", "this input does not offer that"},
     CodeText{oru::INSTALLATION_DAMAGED, "INSTALLATION_DAMAGED", "install the camera software again"},
@@ -84,6 +85,10 @@ void writeComplaint(std::string_view text) {
         oru::flush(*logger);
     }
     (void)fmt::print(stderr, "koruone: {}\n", text);
+}
+
+std::string counted(uint64_t count, const char* noun) {
+    return fmt::format("{} {}{}", count, noun, count == 1 ? "" : "s");
 }
 
 void writeOutput(std::string_view text) {

@@ -2,6 +2,7 @@
 
 #include <fmt/core.h>
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -23,6 +24,9 @@ template <class... Arguments>
 void complain(fmt::format_string<Arguments...> format, Arguments&&... arguments) {
     writeComplaint(fmt::format(format, std::forward<Arguments>(arguments)...));
 }
+
+/// "1 frame", "2 frames".
+std::string counted(uint64_t count, const char* noun);
 
 /// Writes to standard output, where results go. A failure is remembered by the stream; finishOutput reports it.
 void writeOutput(std::string_view text);

@@ -56,7 +56,7 @@ TEST(KoruoneCalib, ComparesWithTheFactoryAndRefreshes) {
     const ToolResult quiet = tool.run({"grab", "--frames", "1", "--resolution", "HD600"});
 
     EXPECT_EQ(changed.status, 0);
-    EXPECT_NE(changed.output.find("differs from the camera's factory calibration in 1 values"), std::string::npos)
+    EXPECT_NE(changed.output.find("differs from the camera's factory calibration in 1 value;"), std::string::npos)
         << changed.output;
     EXPECT_NE(changed.output.find("1000.5"), std::string::npos) << changed.output;
     EXPECT_EQ(grabbed.status, 0);

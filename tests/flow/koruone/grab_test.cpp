@@ -150,8 +150,11 @@ TEST(KoruoneGrab, RefusesAWrongCommandLineWithTwo) {
         {"controls", "get", "NOTHING"},
         {"controls", "set", "GAIN", "much"},
         {"controls", "set", "RANGE_SETTING_16", "5"},
-        {"controls", "set", "GMSL_SETTING_13", "5"},
+        {"controls", "set", "GAIN", "1", "2"},
         {"controls", "roi", "1", "2", "3"},
+        {"grab", "--set", "GAIN"},
+        {"grab", "--set", "NOTHING=1"},
+        {"grab", "--set", "GAIN=1,2"},
         {"calib"},
     };
     Tool tool;
@@ -207,6 +210,39 @@ TEST(KoruoneGrab, StopsCleanlyWhenInterrupted) {
         EXPECT_EQ(readPng(out + name).width, 960U) << name;
     }
     EXPECT_EQ(tool.run(grabSmall({"--frames", "1"})).status, 0) << "the camera was not given back";
+}
+
+TEST(KoruoneGrab, NamesTheCauseWhenTheCameraIsUnplugged) {
+    Tool tool;
+    tool.environment["KORU_VIRTUAL_BUS"] = tool.home.write("bus.ini",
+                                                           "[camera 0]\nmodel = 30\nserial = 30010001\n"
+                                                           "unplugged = on from 0.5\n");
+
+    const ToolResult result = tool.run(grabSmall({"--frames", "100000", "--every", "100000"}));
+    const nlohmann::json printed = result.json();
+
+    EXPECT_EQ(result.status, 1);
+    EXPECT_NE(result.errors.find("FAILURE"), std::string::npos) << result.errors;
+    EXPECT_NE(result.errors.find("unplugged"), std::string::npos) << result.errors;
+    EXPECT_LT(printed.at("seconds").get<double>(), 15.0) << "2.5 s and what a busy machine adds";
+    EXPECT_EQ(printed.at("counters").at("delivered"), printed.at("frames"));
+}
+
+TEST(KoruoneGrab, ShowsTheControlsThatItSets) {
+    const auto brightness = [](const Arguments& controls) {
+        Tool tool;
+        const std::string out = tool.home.path("out");
+        Arguments arguments{"--frames", "4", "--every", "3", "--view", "unrectified_gray", "--out", out};
+        arguments.insert(arguments.end(), controls.begin(), controls.end());
+        EXPECT_EQ(tool.run(grabSmall(arguments)).status, 0);
+        return readPng(out + "/frame_000003.png").mean();
+    };
+
+    const double dark = brightness({"--set", "AEC_AGC=0", "--set", "GMSL_SETTING_13=1000", "--set", "gain=0"});
+    const double light = brightness({"--set", "AEC_AGC=0", "--set", "EXPOSURE=60", "--set", "gain=0"});
+
+    EXPECT_GT(dark, 0.0);
+    EXPECT_GT(light, dark * 2.0);
 }
 
 TEST(KoruoneGrab, LeavesACameraToItsOwner) {

@@ -72,7 +72,7 @@ TEST(PacketClock, FindsGapsAndCountsWhatIsMissing) {
 TEST(PngEncoder, WritesWhatAnyDecoderReads) {
     constexpr std::size_t kWidth = 37;
     constexpr std::size_t kHeight = 11;
-    const oru::TemporaryDirectory directory;
+    const oru::doubles::TemporaryDirectory directory;
     PngEncoder encoder;
     for (const bool gray : {false, true, false}) {
         const std::size_t step = kWidth * (gray ? 1 : 4) + 5;
@@ -108,7 +108,7 @@ TEST(PngEncoder, LeavesNothingBehindWhenItFails) {
 }
 
 TEST(ContactSheet, KeepsPicturesEvenlyOverALongRun) {
-    const oru::TemporaryDirectory directory;
+    const oru::doubles::TemporaryDirectory directory;
     ContactSheet sheet;
     for (uint64_t frame = 0; frame < 1000; ++frame) {
         // The brightness tells the frame: 0 at the begin, 249 at the end.

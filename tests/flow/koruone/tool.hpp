@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "support/TemporaryDirectory.hpp"
+#include "doubles/temporary_directory.hpp"
 
 namespace oru {
 
@@ -40,7 +40,7 @@ public:
 
     /// Added to the tool's environment.
     std::map<std::string, std::string> environment;
-    TemporaryDirectory home;
+    doubles::TemporaryDirectory home;
     /// Where standard output goes instead of into the result.
     std::string outputFile;
 
