@@ -56,6 +56,8 @@ struct IndexEntry {
     uint32_t cluster_size = 0;
     bool key = true;
     uint64_t time_ms = 0;  ///< container time
+
+    friend bool operator==(const IndexEntry&, const IndexEntry&) = default;
 };
 
 /// Cues and index as they follow the last Cluster, which ends at `offset`.

@@ -148,7 +148,7 @@ RepairReport repairRecording(const std::string& input, const std::string& output
         report.code = repairToOutput(recording, walk, output);
         return report;
     }
-    if (report.condition == Condition::INTACT && walk.entries.size() == indexed.size()) {
+    if (report.condition == Condition::INTACT && walk.entries == indexed) {
         report.code = kRepaired;
         report.bytes_cut = 0;
         return report;
