@@ -11,6 +11,8 @@
 
 namespace oru {
 
+using doubles::TemporaryDirectory;
+
 /// How a run of the tool ended and what it wrote.
 struct ToolResult {
     int status = -1;  ///< exit code, or 1000 plus the signal that ended it
