@@ -1,0 +1,128 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "tool.hpp"
+
+namespace oru {
+namespace {
+
+/// Records a short file of the small image; its path.
+std::string recordShort(Tool& tool, const std::string& compression) {
+    const std::string path = tool.home.path("a.rlx2");
+    const ToolResult recorded = tool.run({"record", path, "--serial", "30010001", "--resolution", "HD600", "--frames",
+                                          "20", "--compression", compression});
+    EXPECT_EQ(recorded.status, 0) << recorded.errors;
+    EXPECT_NE(recorded.output.find("frames written"), std::string::npos) << recorded.output;
+    return path;
+}
+
+uint64_t framesPlayed(Tool& tool, const std::string& path) {
+    const ToolResult played = tool.run({"play", path, "--json"});
+    EXPECT_EQ(played.status, 0) << played.errors;
+    return played.json().value("frames", uint64_t{0});
+}
+
+void shorten(const std::string& path, uint64_t bytes) {
+    std::filesystem::resize_file(path, std::filesystem::file_size(path) - bytes);
+}
+
+TEST(KoruoneRecord, FilePlaysWhereTheCameraWasNeverSeen) {
+    Tool tool;
+    const std::string path = recordShort(tool, "lossless");
+    Tool elsewhere;
+    elsewhere.environment["KORU_VIRTUAL_BUS"] = "off";
+
+    const ToolResult verified = elsewhere.run({"verify", path});
+    const uint64_t frames = framesPlayed(elsewhere, path);
+    const ToolResult from = elsewhere.run({"play", path, "--from", "1", "--json"});
+    const ToolResult beyond = elsewhere.run({"play", path, "--from", "1000"});
+    const ToolResult info = elsewhere.run({"info", "--file", path, "--json"});
+
+    EXPECT_EQ(verified.status, 0) << verified.errors;
+    EXPECT_GT(frames, 1U);
+    EXPECT_EQ(from.json().value("frames", uint64_t{0}), frames - 1);
+    EXPECT_EQ(beyond.status, 1);
+    EXPECT_NE(beyond.errors.find("no frame 1000"), std::string::npos) << beyond.errors;
+    EXPECT_EQ(info.status, 0) << info.errors;
+}
+
+TEST(KoruoneRecord, ExistingFileIsKeptUnlessAsked) {
+    Tool tool;
+    const std::string path = tool.home.path("a.rlx2");
+    std::ofstream(path) << "precious";
+    const Arguments record{"record", path, "--resolution", "HD600", "--frames", "2"};
+    Arguments overwrite = record;
+    overwrite.emplace_back("--overwrite");
+
+    EXPECT_EQ(tool.run(record).status, 1);
+    EXPECT_EQ(tool.home.read("a.rlx2"), "precious");
+    EXPECT_EQ(tool.run(overwrite).status, 0);
+    EXPECT_EQ(tool.run({"verify", path}).status, 0);
+}
+
+TEST(KoruoneRepair, CutFileComesBackAndTheExitStatusTellsTheLoss) {
+    Tool tool;
+    const std::string path = recordShort(tool, "h264");
+    const std::string copy = tool.home.path("copy.rlx2");
+    const uint64_t frames = framesPlayed(tool, path);
+    std::filesystem::copy_file(path, copy);
+
+    shorten(path, 10);
+    const int cut_index = tool.run({"verify", path}).status;
+    const ToolResult whole = tool.run({"repair", path});
+    shorten(copy, std::filesystem::file_size(copy) / 3);
+    const ToolResult lossy = tool.run({"repair", copy, "--output", tool.home.path("fixed.rlx2")});
+
+    EXPECT_EQ(cut_index, 3);
+    EXPECT_EQ(whole.status, 0) << whole.output << whole.errors;
+    EXPECT_EQ(framesPlayed(tool, path), frames);
+    EXPECT_EQ(lossy.status, 3) << lossy.output << lossy.errors;
+    EXPECT_EQ(tool.run({"verify", tool.home.path("fixed.rlx2")}).status, 0);
+    EXPECT_EQ(tool.run({"verify", copy}).status, 3) << "the input of --output stays as it is";
+}
+
+TEST(KoruoneRepair, SaysWhichKindOfFileCannotBeHelped) {
+    Tool tool;
+    std::ofstream(tool.home.path("empty"));
+    std::ofstream(tool.home.path("text")) << "no recording at all";
+    const struct {
+        std::string path;
+        const char* reason;
+    } cases[] = {{tool.home.path("missing"), "does not exist"},
+                 {tool.home.path("empty"), "is empty"},
+                 {tool.home.path("text"), "is not an RLX recording"},
+                 {tool.home.path(""), "is not a file"}};
+    for (const auto& sample : cases) {
+        for (const char* command : {"verify", "repair"}) {
+            const ToolResult result = tool.run({command, sample.path});
+            EXPECT_EQ(result.status, 1) << command << ' ' << sample.path;
+            EXPECT_NE(result.errors.find(sample.reason), std::string::npos) << result.errors;
+        }
+    }
+}
+
+TEST(KoruoneConvert, WritesTheOtherForms) {
+    Tool tool;
+    const std::string path = recordShort(tool, "raw");
+    const uint64_t frames = framesPlayed(tool, path);
+    const std::string other = tool.home.path("b.rlx2");
+    const std::string directory = tool.home.path("euroc");
+
+    EXPECT_EQ(tool.run({"convert", path, other, "--compression", "ffv1"}).status, 0);
+    EXPECT_EQ(framesPlayed(tool, other), frames);
+    EXPECT_EQ(tool.run({"convert", path, tool.home.path("c.mp4")}).status, 0);
+    EXPECT_EQ(tool.home.read("c.mp4").substr(4, 4), "ftyp");
+    EXPECT_EQ(tool.run({"convert", path, directory}).status, 0);
+    const auto rows = readCsv(directory + "/mav0/cam0/data.csv");
+    ASSERT_EQ(rows.size(), frames + 1);
+    EXPECT_EQ(readPng(directory + "/mav0/cam0/data/" + rows[1][1]).width, 960U);
+    EXPECT_GT(readCsv(directory + "/mav0/imu0/data.csv").size(), frames);
+    EXPECT_EQ(tool.run({"convert", path, other}).status, 1) << "an existing output";
+    EXPECT_EQ(tool.run({"convert", path, tool.home.path("d.xyz")}).status, 2);
+    EXPECT_EQ(tool.run({"convert", path, path, "--overwrite"}).status, 1) << "onto itself";
+}
+
+}  // namespace
+}  // namespace oru
