@@ -145,10 +145,11 @@ NumberedSource::NumberedSource(UDPOutput& sender, uint32_t width, uint32_t heigh
       width_(width),
       height_(height),
       samplesPerFrame_(samples_per_frame),
+      step_(fps < 30 ? 30 / static_cast<uint64_t>(fps) : 1),
       periodNs_(1000000000 / static_cast<uint64_t>(fps)) {}
 
 void NumberedSource::step(const std::function<void(uint64_t)>& before) {
-    ++number_;
+    number_ += step_;
     picture_ = numberedPicture(width_, height_, number_);
     const uint64_t time = numberedTime(number_);
     if (before) {

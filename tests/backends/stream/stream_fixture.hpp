@@ -43,7 +43,8 @@ rlxrw::rlxSampleMetadata numberedMetadata(uint64_t number);
 std::vector<IMUPacket> numberedSamples(uint64_t number, uint64_t time, int count);
 uint64_t numberedTime(uint64_t number);
 
-/// Sends numbered frames at a steady pace, with their samples.
+/// Sends numbered frames at a steady pace, with their samples. Numbers count 30ths of a second: at 15 frames/s every
+/// second one is sent.
 class NumberedSource {
 public:
     NumberedSource(UDPOutput& sender, uint32_t width, uint32_t height, int fps, int samples_per_frame = 4);
@@ -58,6 +59,7 @@ private:
     uint32_t width_;
     uint32_t height_;
     int samplesPerFrame_;
+    uint64_t step_;
     std::vector<unsigned char> picture_;
     uint64_t number_ = 0;
     uint64_t periodNs_;
