@@ -1,6 +1,7 @@
 #include "utils/yuv.hpp"
 
 #include <gtest/gtest.h>
+#include <hwy/highway.h>
 
 #include <array>
 #include <random>
@@ -51,6 +52,26 @@ struct Picture {
     Bytes packed, y, u, v;
 };
 
+/// The tests below, once for each instruction set that was built and that this processor has.
+class Yuv : public testing::TestWithParam<int64_t> {
+protected:
+    Yuv() { confineTo(GetParam()); }
+    ~Yuv() override { confineTo(0); }
+
+    static void confineTo(int64_t target) {
+        hwy::SetSupportedTargetsForTest(target);
+        hwy::GetChosenTarget().Update(hwy::SupportedTargets());
+    }
+};
+
+std::vector<int64_t> targets() {
+    std::vector<int64_t> all;
+    for (int64_t left = hwy::SupportedTargets() & HWY_TARGETS; left != 0; left &= left - 1) {
+        all.push_back(left & -left);
+    }
+    return all;
+}
+
 const std::vector<Shape> kShapes{{2, 1, 0},   {4, 2, 3},  {6, 3, 1},   {30, 5, 0},  {32, 4, 16}, {62, 7, 5},
                                  {64, 6, 64}, {66, 9, 2}, {128, 3, 0}, {130, 2, 7}, {254, 5, 1}, {258, 4, 0}};
 
@@ -64,7 +85,7 @@ unsigned char packedSample(const Picture& picture, std::size_t row, std::size_t 
     return picture.packed[row * picture.packedStep + 4 * pair + component];
 }
 
-TEST(Yuv, SplitsIntoPlanarAndJoinsBackWithoutLossIn422) {
+TEST_P(Yuv, SplitsIntoPlanarAndJoinsBackWithoutLossIn422) {
     for (const Shape& shape : kShapes) {
         Picture original(shape);
         original.fillPacked(1);
@@ -79,7 +100,7 @@ TEST(Yuv, SplitsIntoPlanarAndJoinsBackWithoutLossIn422) {
     }
 }
 
-TEST(Yuv, AveragesChromaOfRowPairsAndKeepsLumaIn420) {
+TEST_P(Yuv, AveragesChromaOfRowPairsAndKeepsLumaIn420) {
     for (const Shape& shape : kShapes) {
         Picture picture(shape);
         picture.fillPacked(2);
@@ -102,7 +123,7 @@ TEST(Yuv, AveragesChromaOfRowPairsAndKeepsLumaIn420) {
     }
 }
 
-TEST(Yuv, GivesBothRowsOfAPairTheirSharedChromaFrom420) {
+TEST_P(Yuv, GivesBothRowsOfAPairTheirSharedChromaFrom420) {
     for (const Shape& shape : kShapes) {
         Picture picture(shape);
         picture.fillPacked(3);
@@ -120,7 +141,7 @@ TEST(Yuv, GivesBothRowsOfAPairTheirSharedChromaFrom420) {
     }
 }
 
-TEST(Yuv, LeavesPaddingAndUnusedChromaRowsUntouched) {
+TEST_P(Yuv, LeavesPaddingAndUnusedChromaRowsUntouched) {
     for (const Shape& shape : kShapes) {
         Picture picture(shape);
         picture.fillPacked(4);
@@ -140,6 +161,9 @@ TEST(Yuv, LeavesPaddingAndUnusedChromaRowsUntouched) {
         expectUntouched(back.packed, back.packedStep, 2 * shape.width, shape.height);
     }
 }
+
+INSTANTIATE_TEST_SUITE_P(Targets, Yuv, testing::ValuesIn(targets()),
+                         [](const auto& target) { return std::string(hwy::TargetName(target.param)); });
 
 }  // namespace
 }  // namespace oru

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "bt601.hpp"
 #include "plain_view.hpp"
 
 #undef HWY_TARGET_INCLUDE
@@ -45,12 +46,6 @@ constexpr int kPixels = kVectorBytes / 2;  // of a step
 constexpr int kMargin = 4;                 // bytes read before and after the step's own: one pair of pixels
 constexpr int kColorBits = 5;
 constexpr int kShareBits = 7;
-
-constexpr double kLuma = 255.0 / 219;
-constexpr double kBlueOfU = 1.772 * 255 / 224;
-constexpr double kGreenOfU = -0.344136 * 255 / 224;
-constexpr double kGreenOfV = -0.714136 * 255 / 224;
-constexpr double kRedOfV = 1.402 * 255 / 224;
 
 constexpr int16_t chromaFactor(double factor) {
     return static_cast<int16_t>(factor * (1 << (15 + kColorBits - kShareBits)) + 0.5);

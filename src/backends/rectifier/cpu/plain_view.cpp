@@ -4,6 +4,8 @@
 #include <cmath>
 #include <cstring>
 
+#include "bt601.hpp"
+
 namespace oru::rectifier {
 namespace {
 
@@ -68,11 +70,13 @@ Yuv sampleYuv(const YuyvFrame& frame, SourcePosition position) {
 }
 
 Bgr toBgr(Yuv yuv) {
-    const float y = (yuv.y - 16) * (255.0F / 219);
-    const float u = (yuv.u - 128) * (255.0F / 224);
-    const float v = (yuv.v - 128) * (255.0F / 224);
+    const float y = (yuv.y - 16) * static_cast<float>(kLuma);
+    const float u = yuv.u - 128;
+    const float v = yuv.v - 128;
     const auto clamped = [](float value) { return std::clamp(value, 0.0F, 255.0F); };
-    return {clamped(y + 1.772F * u), clamped(y - 0.344136F * u - 0.714136F * v), clamped(y + 1.402F * v)};
+    return {clamped(y + u * static_cast<float>(kBlueOfU)),
+            clamped(y + u * static_cast<float>(kGreenOfU) + v * static_cast<float>(kGreenOfV)),
+            clamped(y + v * static_cast<float>(kRedOfV))};
 }
 
 void drawBgra(const YuyvFrame& frame, const SourcePosition* positions, std::size_t count, unsigned char* out) {
