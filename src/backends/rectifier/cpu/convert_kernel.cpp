@@ -40,61 +40,68 @@ using DU16 = hn::Repartition<uint16_t, D8>;
 using DU32 = hn::Repartition<uint32_t, D8>;
 using V8 = hn::VFromD<D8>;
 using V16 = hn::VFromD<D16>;
+using VU16 = hn::VFromD<DU16>;
 
 constexpr int kVectorBytes = static_cast<int>(hn::MaxLanes(D8()));
-constexpr int kPixels = kVectorBytes / 2;  // of a step
-constexpr int kMargin = 4;                 // bytes read before and after the step's own: one pair of pixels
+constexpr int kMargin = 4;  // bytes read before and after a step's own: one pair of pixels
 constexpr int kColorBits = 5;
 constexpr int kShareBits = 7;
 
-constexpr int16_t chromaFactor(double factor) {
-    return static_cast<int16_t>(factor * (1 << (15 + kColorBits - kShareBits)) + 0.5);
+/// Pixels of a step; gray ones fill a whole vector.
+constexpr int stepPixels(bool gray) {
+    return gray ? kVectorBytes : kVectorBytes / 2;
 }
 
-/// Half a level for rounding, and half a step for the luma product, which is cut off.
-constexpr int16_t colorBias(double chromaFactors) {
-    const double bias = -(16 * kLuma + 128 * chromaFactors) * (1 << kColorBits) + (1 << (kColorBits - 1)) + 0.5;
+/// For samples times 256, to levels with kColorBits of fraction in the upper half of the product.
+constexpr uint16_t colorFactor(double factor) {
+    return static_cast<uint16_t>(factor * (1 << (8 + kColorBits)) + 0.5);
+}
+
+/// The offsets of the components, half a level for rounding, and half a step for each product, which is cut off.
+constexpr int16_t colorBias(double chromaFactors, double cutOff) {
+    const double bias = -(16 * kLuma + 128 * chromaFactors) * (1 << kColorBits) + (1 << (kColorBits - 1)) + cutOff;
     return static_cast<int16_t>(bias < 0 ? bias - 0.5 : bias + 0.5);
 }
 
-/// Chroma of the even and of the odd pixels, each as U and V by turns, times 128.
+/// Chroma of the even and of the odd pixels, each as U and V by turns, times 256.
 struct Chroma {
-    V16 even;
-    V16 odd;
+    VU16 even;
+    VU16 odd;
 };
 
 template <bool kCoSited>
 HWY_INLINE Chroma chromaOf(const unsigned char* in, ChromaShares shares) {
     const D8 d8;
-    const DU16 u16;
-    const D16 d16;
-    const auto chromaAt = [&](const unsigned char* from) HWY_ATTR {
-        return hn::BitCast(d16, hn::ShiftRight<8>(hn::BitCast(u16, hn::LoadU(d8, from))));
-    };
+    const DU16 d;
+    const auto chromaAt = [&](const unsigned char* from)
+                              HWY_ATTR { return hn::And(hn::BitCast(d, hn::LoadU(d8, from)), hn::Set(d, 0xFF00)); };
     const auto own = chromaAt(in);
     const auto next = chromaAt(in + kMargin);
     if constexpr (kCoSited) {
-        return {hn::ShiftLeft<kShareBits>(own), hn::ShiftLeft<kShareBits - 1>(hn::Add(own, next))};
+        return {own, hn::AverageRound(own, next)};
     } else {
-        const auto mixed = [&](V16 neighbour, int share) HWY_ATTR {
-            return hn::Add(hn::ShiftLeft<kShareBits>(own),
-                           hn::Mul(hn::Sub(neighbour, own), hn::Set(d16, static_cast<int16_t>(share))));
+        const auto share = [&](VU16 value, int part) HWY_ATTR {
+            return hn::Mul(hn::ShiftRight<8>(value), hn::Set(d, static_cast<uint16_t>(part)));
         };
-        return {mixed(chromaAt(in - kMargin), shares.previousOfEven), mixed(next, shares.nextOfOdd)};
+        constexpr int kWhole = 1 << kShareBits;
+        const auto previous = chromaAt(in - kMargin);
+        const auto even = hn::Add(share(own, kWhole - shares.previousOfEven), share(previous, shares.previousOfEven));
+        const auto odd = hn::Add(share(own, kWhole - shares.nextOfOdd), share(next, shares.nextOfOdd));
+        return {hn::ShiftLeft<8 - kShareBits>(even), hn::ShiftLeft<8 - kShareBits>(odd)};
     }
 }
 
-/// The low halves of the 32-bit words of `even` and of `odd` by turns: what belongs to the pixels 0, 1, 2, ...
-HWY_INLINE V16 lowByTurns(V16 even, V16 odd) {
+/// The first component of the even and of the odd pixels by turns: what belongs to the pixels 0, 1, 2, ...
+HWY_INLINE VU16 firstByTurns(const Chroma& chroma) {
     const DU32 d;
-    const auto low = hn::Set(d, 0xFFFF);
-    return hn::BitCast(D16(), hn::Or(hn::And(hn::BitCast(d, even), low), hn::ShiftLeft<16>(hn::BitCast(d, odd))));
+    const auto moved = hn::ShiftLeft<16>(hn::BitCast(d, chroma.odd));
+    return hn::OddEven(hn::BitCast(DU16(), moved), chroma.even);
 }
 
-HWY_INLINE V16 highByTurns(V16 even, V16 odd) {
+HWY_INLINE VU16 secondByTurns(const Chroma& chroma) {
     const DU32 d;
-    const auto low = hn::Set(d, 0xFFFF);
-    return hn::BitCast(D16(), hn::Or(hn::ShiftRight<16>(hn::BitCast(d, even)), hn::AndNot(low, hn::BitCast(d, odd))));
+    const auto moved = hn::ShiftRight<16>(hn::BitCast(d, chroma.even));
+    return hn::OddEven(chroma.odd, hn::BitCast(DU16(), moved));
 }
 
 template <bool kStream>
@@ -106,46 +113,29 @@ HWY_INLINE void storeBytes(V8 pixels, unsigned char* out) {
     }
 }
 
-/// In each word, both halves become their sum.
-HWY_INLINE V16 sumOfHalves(V16 value) {
-    const DU32 d;
-    const auto words = hn::BitCast(d, value);
-    return hn::Add(value, hn::BitCast(D16(), hn::Or(hn::ShiftLeft<16>(words), hn::ShiftRight<16>(words))));
-}
-
 template <bool kCoSited, bool kFlip, bool kStream>
 HWY_INLINE void bgraStep(const unsigned char* in, ChromaShares shares, unsigned char* out) {
     const D16 d;
     const D8 d8;
     const DU16 u16;
-    const auto words = [&](double low, double high) HWY_ATTR {
-        const DU32 d32;
-        return hn::BitCast(d,
-                           hn::Set(d32, static_cast<uint16_t>(chromaFactor(low)) |
-                                            (static_cast<uint32_t>(static_cast<uint16_t>(chromaFactor(high))) << 16)));
+    const auto scaled = [&](VU16 samples, double factor) HWY_ATTR {
+        return hn::BitCast(d, hn::MulHigh(samples, hn::Set(u16, colorFactor(factor))));
     };
-    const auto pixels = hn::BitCast(u16, hn::LoadU(d8, in));
-    const auto luma =
-        hn::BitCast(d, hn::MulHigh(hn::ShiftLeft<8>(pixels),
-                                   hn::Set(u16, static_cast<uint16_t>(kLuma * (1 << (8 + kColorBits)) + 0.5))));
+    const auto luma = scaled(hn::ShiftLeft<8>(hn::BitCast(u16, hn::LoadU(d8, in))), kLuma);
     const Chroma chroma = chromaOf<kCoSited>(in, shares);
-    const auto blueRed = words(kBlueOfU, kRedOfV);
-    const auto evenBlueRed = hn::MulFixedPoint15(chroma.even, blueRed);
-    const auto oddBlueRed = hn::MulFixedPoint15(chroma.odd, blueRed);
-    const auto greens = words(-kGreenOfU, -kGreenOfV);
-    const auto evenGreen = sumOfHalves(hn::MulFixedPoint15(chroma.even, greens));
-    const auto oddGreen = sumOfHalves(hn::MulFixedPoint15(chroma.odd, greens));
-    const auto level = [&](V16 color, double factors) HWY_ATTR {
-        return hn::ShiftRight<kColorBits>(hn::Add(hn::Add(luma, hn::Set(d, colorBias(factors))), color));
-    };
-    const auto blue = level(lowByTurns(evenBlueRed, oddBlueRed), kBlueOfU);
-    const auto red = level(highByTurns(evenBlueRed, oddBlueRed), kRedOfV);
-    const auto green = level(hn::Neg(lowByTurns(evenGreen, oddGreen)), kGreenOfU + kGreenOfV);
+    const auto u = firstByTurns(chroma);
+    const auto v = secondByTurns(chroma);
+    const auto biased = [&](double chromaFactors, double cutOff)
+                            HWY_ATTR { return hn::Add(luma, hn::Set(d, colorBias(chromaFactors, cutOff))); };
+    const auto lessGreen = hn::Add(scaled(u, -kGreenOfU), scaled(v, -kGreenOfV));
+    const auto blue = hn::ShiftRight<kColorBits>(hn::Add(biased(kBlueOfU, 1), scaled(u, kBlueOfU)));
+    const auto red = hn::ShiftRight<kColorBits>(hn::Add(biased(kRedOfV, 1), scaled(v, kRedOfV)));
+    const auto green = hn::ShiftRight<kColorBits>(hn::Sub(biased(kGreenOfU + kGreenOfV, -0.5), lessGreen));
     V8 first;
     V8 second;
     interleaveBgra(d, blue, green, red, first, second);
     if constexpr (kFlip) {
-        HWY_ALIGN unsigned char turned[4 * kPixels];
+        HWY_ALIGN unsigned char turned[2 * kVectorBytes];
         storeByTurns(d8, first, second, turned,
                      [](auto tag, auto bytes, unsigned char* to) HWY_ATTR { hn::Store(bytes, tag, to); });
         const DU32 d32;
@@ -170,18 +160,16 @@ template <bool kFlip, bool kStream>
 HWY_INLINE void grayStep(const unsigned char* in, unsigned char* out) {
     const D8 d8;
     const D16 d;
-    const DU16 u16;
+    const hn::Half<D8> half;
     const hn::Rebind<uint8_t, D16> bytes;
-    const auto luma = hn::And(hn::BitCast(u16, hn::LoadU(d8, in)), hn::Set(u16, 0xFF));
-    auto packed = hn::DemoteTo(bytes, hn::BitCast(d, luma));
-    if constexpr (kFlip) {
-        packed = hn::DemoteTo(bytes, hn::BitCast(d, hn::Reverse(u16, luma)));
-    }
-    if constexpr (kStream) {
-        hn::Stream(packed, bytes, out);
-    } else {
-        hn::StoreU(packed, bytes, out);
-    }
+    static_assert(hn::MaxLanes(half) == hn::MaxLanes(bytes), "two halves make a vector");
+    const auto lumaAt = [&](const unsigned char* from) HWY_ATTR {
+        const auto luma = hn::And(hn::BitCast(d, hn::LoadU(d8, from)), hn::Set(d, 0xFF));
+        return hn::DemoteTo(bytes, kFlip ? hn::Reverse(d, luma) : luma);
+    };
+    const auto first = lumaAt(in);
+    const auto second = lumaAt(in + kVectorBytes);
+    storeBytes<kStream>(kFlip ? hn::Combine(d8, first, second) : hn::Combine(d8, second, first), out);
 }
 
 template <bool kGray, bool kCoSited, bool kFlip, bool kStream>
@@ -198,9 +186,10 @@ template <bool kGray, bool kCoSited, bool kFlip>
 void edgeStep(const unsigned char* row, int rowBytes, ChromaShares shares, int first, int count, int width,
               unsigned char* out) {
     constexpr int kPixelBytes = kGray ? 1 : 4;
-    HWY_ALIGN unsigned char in[kVectorBytes + 2 * kMargin];
+    constexpr int kPixels = stepPixels(kGray);
+    HWY_ALIGN unsigned char in[2 * kPixels + 2 * kMargin];
     HWY_ALIGN unsigned char drawn[kPixels * kPixelBytes];
-    for (int byte = 0; byte < kVectorBytes + 2 * kMargin; byte += kMargin) {
+    for (int byte = 0; byte < 2 * kPixels + 2 * kMargin; byte += kMargin) {
         const int from = std::clamp(2 * first - kMargin + byte, 0, rowBytes - kMargin);
         std::memcpy(in + byte, row + from, kMargin);
     }
@@ -214,13 +203,15 @@ void edgeStep(const unsigned char* row, int rowBytes, ChromaShares shares, int f
 template <bool kGray, bool kCoSited, bool kFlip, bool kStream>
 void drawLine(const unsigned char* row, int width, ChromaShares shares, unsigned char* out) {
     constexpr int kPixelBytes = kGray ? 1 : 4;
+    constexpr int kPixels = stepPixels(kGray);
+    constexpr int kReadBehind = kGray ? 0 : kMargin;
     const int rowBytes = (width + 1) / 2 * 4;
     int first = 0;
     if constexpr (!kGray && !kCoSited) {
         first = std::min(width, kPixels);
         edgeStep<kGray, kCoSited, kFlip>(row, rowBytes, shares, 0, first, width, out);
     }
-    for (; 2 * (first + kPixels) + kMargin <= rowBytes; first += kPixels) {
+    for (; first + kPixels <= width && 2 * (first + kPixels) + kReadBehind <= rowBytes; first += kPixels) {
         const int begin = kFlip ? width - first - kPixels : first;
         step<kGray, kCoSited, kFlip, kStream>(row + 2 * first, shares, out + begin * kPixelBytes);
     }

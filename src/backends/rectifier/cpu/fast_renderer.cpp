@@ -8,7 +8,7 @@ namespace {
 
 constexpr int kBlockRows = 32;  // a multiple of the tiles' height
 constexpr int kPixelsWorthSharing = 1000 * 1000;
-constexpr std::size_t kBytesWorthStreaming = 4U << 20;
+constexpr std::size_t kBytesWorthStreaming = 2U << 20;
 
 bool isHalf(Size source, Size view) {
     return source.width == 2 * view.width && source.height == 2 * view.height && source.width % 4 == 0;
@@ -33,7 +33,9 @@ FastRenderer::FastRenderer(const ViewGeometry& viewGeometry, Size viewSize, RowP
 void FastRenderer::draw(const YuyvFrame& frame, bool rectified, const ViewTarget& target) {
     const YuyvFrame picture = view == geometry.source ? frame : reducedFrame(frame);
     if (!rectified) {
-        const bool streaming = target.step * static_cast<std::size_t>(target.height) >= kBytesWorthStreaming;
+        // A smaller view comes from a reduced picture in the caches, and fits there itself.
+        const bool streaming =
+            view == geometry.source && target.step * static_cast<std::size_t>(target.height) >= kBytesWorthStreaming;
         pool.run(view.height, kBlockRows, alone, [&](int first, int end, int) {
             drawUnrectifiedRows(picture, target, geometry.flipped, streaming, first, end);
         });

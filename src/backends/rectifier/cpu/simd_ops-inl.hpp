@@ -104,9 +104,16 @@ HWY_INLINE void storeByTurns(D8 d8, hn::VFromD<D8> first, hn::VFromD<D8> second,
         store(d8, hn::ConcatLowerLower(d8, second, first), out);
         store(d8, hn::ConcatUpperUpper(d8, second, first), out + 32);
     } else {
+#if HWY_TARGET == HWY_AVX3
+        const __m512i low = _mm512_setr_epi64(0, 1, 8, 9, 2, 3, 10, 11);
+        const __m512i high = _mm512_setr_epi64(4, 5, 12, 13, 6, 7, 14, 15);
+        store(d8, hn::VFromD<D8>{_mm512_permutex2var_epi64(first.raw, low, second.raw)}, out);
+        store(d8, hn::VFromD<D8>{_mm512_permutex2var_epi64(first.raw, high, second.raw)}, out + 64);
+#else
         const hn::Half<D8> half;
         storeByTurns(half, hn::LowerHalf(half, first), hn::LowerHalf(half, second), out, store);
         storeByTurns(half, hn::UpperHalf(half, first), hn::UpperHalf(half, second), out + 64, store);
+#endif
     }
 }
 
