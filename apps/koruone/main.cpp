@@ -45,8 +45,10 @@ ExitStatus runTool(int argc, char** argv) {
 }  // namespace koruone
 
 int main(int argc, char** argv) {
-    // A reader that goes away (`| head`) shows as a failed write, so that the camera is still closed in order.
+    // A reader that goes away (`| head`) or a file at its size limit shows as a failed write, so that the camera and a
+    // recording are still closed in order.
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
     try {
         const koruone::ExitStatus status = koruone::runTool(argc, argv);
         return koruone::finishOutput(status);
