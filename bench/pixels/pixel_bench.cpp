@@ -229,11 +229,12 @@ void printConversions(Size size, int rounds, const std::vector<std::vector<unsig
     Samples fromOurs(1);
     Samples fromTheirs(1);
     for (int round = 0; round < rounds; ++round) {
-        const auto& frame = frames[static_cast<std::size_t>(round) % kFrames];
+        const auto& frame = frames[static_cast<std::size_t>(2 * round) % kFrames];
+        const auto& other = frames[static_cast<std::size_t>(2 * round + 1) % kFrames];
         const YuvPlanes i420{y, y + pixels, y + pixels + pixels / 4, width, width / 2, width / 2};
         const ConstYuvPlanes i422{y, y + pixels, y + pixels + pixels / 2, width, width / 2, width / 2};
         toOurs.time([&] { yuyvToI420(frame.data(), 2 * width, i420, width, height); });
-        toTheirs.time([&] { peerToI420(frame.data(), y, size.width, size.height); });
+        toTheirs.time([&] { peerToI420(other.data(), y, size.width, size.height); });
         fromOurs.time([&] { i422ToYuyv(i422, packed.data(), 2 * width, width, height); });
         fromTheirs.time([&] { peerFromI422(y, packed.data(), size.width, size.height); });
     }

@@ -81,43 +81,33 @@ using Bytes = hn::Rebind<uint8_t, Words>;         // luma, or U and V by turns
 using Chroma = hn::Repartition<uint16_t, Bytes>;  // a pair each: U below, V above
 using ChromaBytes = hn::Rebind<uint8_t, Chroma>;
 
-template <class Narrow, class D>
-HWY_INLINE hn::VFromD<Narrow> lowBytes(Narrow narrow, D d, hn::VFromD<D> words) {
-    const hn::RebindToSigned<D> s;
-    return hn::DemoteTo(narrow, hn::BitCast(s, hn::And(words, hn::Set(d, 0xFF))));
-}
+using Packed = hn::Repartition<uint8_t, Words>;
 
-template <class Narrow, class D>
-HWY_INLINE hn::VFromD<Narrow> highBytes(Narrow narrow, D, hn::VFromD<D> words) {
-    const hn::RebindToSigned<D> s;
-    return hn::DemoteTo(narrow, hn::BitCast(s, hn::ShiftRight<8>(words)));
-}
-
-HWY_INLINE hn::VFromD<Words> packedAt(const unsigned char* packed) {
-    const Words d;
-    const hn::Repartition<uint8_t, Words> bytes;
-    return hn::BitCast(d, hn::LoadU(bytes, packed));
+/// Writes the luma of two vectors of packed pixels and returns their chroma, U and V by turns.
+HWY_INLINE hn::VFromD<Packed> splitLuma(const unsigned char* packed, unsigned char* y) {
+    const Packed d;
+    const auto first = hn::LoadU(d, packed);
+    const auto second = hn::LoadU(d, packed + hn::Lanes(d));
+    hn::StoreU(hn::ConcatEven(d, second, first), d, y);
+    return hn::ConcatOdd(d, second, first);
 }
 
 void splitRow(const SplitRows& rows, std::size_t pairs) {
-    const Words d;
-    const Bytes bytes;
-    const Chroma chromaWords;
-    const ChromaBytes chromaBytes;
-    const std::size_t step = hn::Lanes(d) / 2;
+    const Packed d;
+    const std::size_t step = hn::Lanes(d);  // pairs: four vectors of packed pixels
     std::size_t pair = 0;
     for (; pair + step <= pairs; pair += step) {
-        const auto words = packedAt(rows.packed + 4 * pair);
-        hn::StoreU(lowBytes(bytes, d, words), bytes, rows.y + 2 * pair);
-        auto chroma = highBytes(bytes, d, words);
+        const auto chromaOf = [&](const unsigned char* packed, unsigned char* y, std::size_t half) HWY_ATTR {
+            return splitLuma(packed + 4 * pair + 2 * half * step, y + 2 * pair + half * step);
+        };
+        auto first = chromaOf(rows.packed, rows.y, 0);
+        auto second = chromaOf(rows.packed, rows.y, 1);
         if (rows.secondPacked != nullptr) {
-            const auto second = packedAt(rows.secondPacked + 4 * pair);
-            hn::StoreU(lowBytes(bytes, d, second), bytes, rows.secondY + 2 * pair);
-            chroma = hn::AverageRound(chroma, highBytes(bytes, d, second));
+            first = hn::AverageRound(first, chromaOf(rows.secondPacked, rows.secondY, 0));
+            second = hn::AverageRound(second, chromaOf(rows.secondPacked, rows.secondY, 1));
         }
-        const auto both = hn::BitCast(chromaWords, chroma);
-        hn::StoreU(lowBytes(chromaBytes, chromaWords, both), chromaBytes, rows.u + pair);
-        hn::StoreU(highBytes(chromaBytes, chromaWords, both), chromaBytes, rows.v + pair);
+        hn::StoreU(hn::ConcatEven(d, second, first), d, rows.u + pair);
+        hn::StoreU(hn::ConcatOdd(d, second, first), d, rows.v + pair);
     }
     splitPairs(rows, pair, pairs);
 }
@@ -128,7 +118,7 @@ void joinRow(const unsigned char* y, const unsigned char* u, const unsigned char
     const Bytes bytes;
     const Chroma chromaWords;
     const ChromaBytes chromaBytes;
-    const hn::Repartition<uint8_t, Words> packedBytes;
+    const Packed packedBytes;
     const std::size_t step = hn::Lanes(d) / 2;
     std::size_t pair = 0;
     for (; pair + step <= pairs; pair += step) {

@@ -72,8 +72,9 @@ std::vector<int64_t> targets() {
     return all;
 }
 
-const std::vector<Shape> kShapes{{2, 1, 0},   {4, 2, 3},  {6, 3, 1},   {30, 5, 0},  {32, 4, 16}, {62, 7, 5},
-                                 {64, 6, 64}, {66, 9, 2}, {128, 3, 0}, {130, 2, 7}, {254, 5, 1}, {258, 4, 0}};
+const std::vector<Shape> kShapes{{2, 1, 0},   {4, 2, 3},   {6, 3, 1},  {30, 5, 0},  {32, 4, 16},
+                                 {62, 7, 5},  {64, 6, 64}, {66, 9, 2}, {128, 3, 0}, {130, 2, 7},
+                                 {254, 5, 1}, {258, 4, 0}, {392, 3, 2}};
 
 std::string named(Shape shape) {
     return std::to_string(shape.width) + "x" + std::to_string(shape.height) + " padding " +
