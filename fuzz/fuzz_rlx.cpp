@@ -27,26 +27,26 @@ public:
 /// A file in memory with a path.
 class MemoryFile {
 public:
-    MemoryFile() : descriptor_(::memfd_create("recording", MFD_CLOEXEC)) {}
-    ~MemoryFile() { ::close(descriptor_); }
+    MemoryFile() : descriptor(::memfd_create("recording", MFD_CLOEXEC)) {}
+    ~MemoryFile() { ::close(descriptor); }
     MemoryFile(const MemoryFile&) = delete;
     MemoryFile& operator=(const MemoryFile&) = delete;
 
-    std::string path() const { return "/proc/self/fd/" + std::to_string(descriptor_); }
+    std::string path() const { return "/proc/self/fd/" + std::to_string(descriptor); }
     void set(const std::vector<uint8_t>& bytes) const {
-        if (::ftruncate(descriptor_, 0) != 0 || ::pwrite(descriptor_, bytes.data(), bytes.size(), 0) < 0) {
+        if (::ftruncate(descriptor, 0) != 0 || ::pwrite(descriptor, bytes.data(), bytes.size(), 0) < 0) {
             std::abort();
         }
     }
     std::vector<uint8_t> get() const {
-        std::vector<uint8_t> bytes(static_cast<std::size_t>(::lseek(descriptor_, 0, SEEK_END)));
+        std::vector<uint8_t> bytes(static_cast<std::size_t>(::lseek(descriptor, 0, SEEK_END)));
         bytes.resize(
-            static_cast<std::size_t>(std::max<ssize_t>(0, ::pread(descriptor_, bytes.data(), bytes.size(), 0))));
+            static_cast<std::size_t>(std::max<ssize_t>(0, ::pread(descriptor, bytes.data(), bytes.size(), 0))));
         return bytes;
     }
 
 private:
-    int descriptor_;
+    int descriptor;
 };
 
 constexpr uint32_t kWidth = 32;

@@ -37,7 +37,7 @@ std::string addressText(const sockaddr_storage& address) {
 
 }  // namespace
 
-Audience::Audience(Clock& clock) : clock_(clock) {}
+Audience::Audience(Clock& systemClock) : clock(systemClock) {}
 
 Audience::~Audience() {
     close();
@@ -46,12 +46,12 @@ Audience::~Audience() {
 int Audience::open(uint16_t port, std::size_t batch_bytes) {
     constexpr int kNoSocket = -2;
     constexpr int kPortTaken = -3;
-    batchBytes_ = std::max<std::size_t>(1, batch_bytes / kMessageBytes) * kMessageBytes;
-    listener_.reset(srt_create_socket());
-    const bool ready = listener_.valid() && setCommonOptions(listener_) &&
-                       listener_.set(SRTO_PEERLATENCY, kViewerLatencyMs) &&
-                       listener_.set(SRTO_RCVLATENCY, kRequestLatencyMs) &&
-                       listener_.set(SRTO_SNDBUF, kSendBufferBytes) && listener_.set(SRTO_RCVBUF, kReceiveBufferBytes);
+    batchBytes = std::max<std::size_t>(1, batch_bytes / kMessageBytes) * kMessageBytes;
+    listener.reset(srt_create_socket());
+    const bool ready = listener.valid() && setCommonOptions(listener) &&
+                       listener.set(SRTO_PEERLATENCY, kViewerLatencyMs) &&
+                       listener.set(SRTO_RCVLATENCY, kRequestLatencyMs) &&
+                       listener.set(SRTO_SNDBUF, kSendBufferBytes) && listener.set(SRTO_RCVBUF, kReceiveBufferBytes);
     if (!ready) {
         ORU_LOG(Error, "{} cannot prepare the stream socket: {}", kTagStreaming, lastSrtError());
         return kNoSocket;
@@ -60,41 +60,41 @@ int Audience::open(uint16_t port, std::size_t batch_bytes) {
     address.sin_family = AF_INET;
     address.sin_port = htons(port);
     address.sin_addr.s_addr = htonl(INADDR_ANY);
-    if (srt_bind(listener_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 ||
-        srt_listen(listener_.get(), kPendingConnections) != 0) {
+    if (srt_bind(listener.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 ||
+        srt_listen(listener.get(), kPendingConnections) != 0) {
         ORU_LOG(Error, "{} cannot listen on port {}: {}", kTagStreaming, port, lastSrtError());
-        listener_.reset();
+        listener.reset();
         return kPortTaken;
     }
-    poll_.watch(listener_.get(), SRT_EPOLL_IN | SRT_EPOLL_ERR);
-    stop_.store(false, std::memory_order_release);
-    thread_ = std::thread([this] { serve(); });
+    poll.watch(listener.get(), SRT_EPOLL_IN | SRT_EPOLL_ERR);
+    stopWanted.store(false, std::memory_order_release);
+    thread = std::thread([this] { serve(); });
     return 0;
 }
 
 void Audience::close() {
-    stop_.store(true, std::memory_order_release);
-    if (thread_.joinable()) {
-        thread_.join();
+    stopWanted.store(true, std::memory_order_release);
+    if (thread.joinable()) {
+        thread.join();
     }
-    MutexLock lock(mutex_);
-    receivers_.clear();
-    count_.store(0, std::memory_order_release);
-    listener_.reset();
+    MutexLock lock(mutex);
+    receivers.clear();
+    count.store(0, std::memory_order_release);
+    listener.reset();
 }
 
 void Audience::serve() {
-    while (!stop_.load(std::memory_order_acquire)) {
-        for (const SRT_EPOLL_EVENT& event : poll_.wait(kServiceMs)) {
-            if (event.fd == listener_.get()) {
+    while (!stopWanted.load(std::memory_order_acquire)) {
+        for (const SRT_EPOLL_EVENT& event : poll.wait(kServiceMs)) {
+            if (event.fd == listener.get()) {
                 admit();
                 continue;
             }
-            MutexLock lock(mutex_);
+            MutexLock lock(mutex);
             hearRequests(event.fd);
         }
-        MutexLock lock(mutex_);
-        watchReceivers(clock_.monotonicNanoseconds());
+        MutexLock lock(mutex);
+        watchReceivers(clock.monotonicNanoseconds());
         dropFailed();
     }
 }
@@ -102,33 +102,33 @@ void Audience::serve() {
 void Audience::admit() {
     sockaddr_storage address{};
     int length = sizeof(address);
-    SrtSocket socket(srt_accept(listener_.get(), reinterpret_cast<sockaddr*>(&address), &length));
+    SrtSocket socket(srt_accept(listener.get(), reinterpret_cast<sockaddr*>(&address), &length));
     if (!socket.valid()) {
         return;
     }
-    const uint64_t now = clock_.monotonicNanoseconds();
+    const uint64_t now = clock.monotonicNanoseconds();
     Receiver receiver;
     receiver.address = addressText(address);
     receiver.joined_ns = now;
     receiver.heard_ns = now;
-    MutexLock lock(mutex_);
+    MutexLock lock(mutex);
     if (!makeRoom(now)) {
         ORU_LOG(Warning, "{} receiver {} refused: {} are connected", kTagStreaming, receiver.address, kMaxReceivers);
         return;
     }
     ORU_LOG(Info, "{} receiver {} connected", kTagStreaming, receiver.address);
-    poll_.watch(socket.get(), SRT_EPOLL_IN | SRT_EPOLL_ERR);
+    poll.watch(socket.get(), SRT_EPOLL_IN | SRT_EPOLL_ERR);
     receiver.socket = std::move(socket);
-    receivers_.push_back(std::move(receiver));
-    count_.store(receivers_.size(), std::memory_order_release);
+    receivers.push_back(std::move(receiver));
+    count.store(receivers.size(), std::memory_order_release);
     wishKeyFrame();
 }
 
 bool Audience::makeRoom(uint64_t now) {
-    if (receivers_.size() < kMaxReceivers) {
+    if (receivers.size() < kMaxReceivers) {
         return true;
     }
-    const auto quietest = std::min_element(receivers_.begin(), receivers_.end(),
+    const auto quietest = std::min_element(receivers.begin(), receivers.end(),
                                            [](const auto& a, const auto& b) { return a.heard_ns < b.heard_ns; });
     if (now - quietest->heard_ns < kEvictableNs) {
         return false;
@@ -153,7 +153,7 @@ void Audience::hearRequests(SRTSOCKET socket) {
 }
 
 void Audience::watchReceivers(uint64_t now) {
-    for (Receiver& receiver : receivers_) {
+    for (Receiver& receiver : receivers) {
         SRT_TRACEBSTATS measured{};
         const bool alive = srt_getsockstate(receiver.socket.get()) == SRTS_CONNECTED &&
                            srt_bistats(receiver.socket.get(), &measured, 0, 1) == 0;
@@ -177,17 +177,17 @@ void Audience::watchReceivers(uint64_t now) {
 }
 
 void Audience::dropFailed() {
-    std::erase_if(receivers_, [this](Receiver& receiver) ORU_NO_THREAD_SAFETY_ANALYSIS {
+    std::erase_if(receivers, [this](Receiver& receiver) ORU_NO_THREAD_SAFETY_ANALYSIS {
         if (!receiver.failed) {
             return false;
         }
         ORU_LOG(Info, "{} receiver {} left", kTagStreaming, receiver.address);
-        poll_.forget(receiver.socket.get());
-        gonePackets_ += receiver.sent_packets;
-        goneRepeated_ += receiver.repeated_packets;
+        poll.forget(receiver.socket.get());
+        gonePackets += receiver.sent_packets;
+        goneRepeated += receiver.repeated_packets;
         return true;
     });
-    count_.store(receivers_.size(), std::memory_order_release);
+    count.store(receivers.size(), std::memory_order_release);
 }
 
 bool Audience::accepts(Receiver& receiver, Part part) {
@@ -206,7 +206,7 @@ bool Audience::accepts(Receiver& receiver, Part part) {
     const bool behind = receiver.backlog_ms > (receiver.needs_key ? kCaughtUpMs : kMaxBacklogMs);
     receiver.needs_key = receiver.needs_key || behind;
     if (behind || (receiver.needs_key && part != Part::KEY_FRAME)) {
-        ++heldBack_;
+        ++heldBack;
         return false;
     }
     receiver.needs_key = false;
@@ -214,7 +214,7 @@ bool Audience::accepts(Receiver& receiver, Part part) {
 }
 
 bool Audience::sendBatch(Receiver& receiver, const std::vector<uint8_t>& bytes) {
-    const std::size_t end = std::min(bytes.size(), receiver.sent + batchBytes_);
+    const std::size_t end = std::min(bytes.size(), receiver.sent + batchBytes);
     while (receiver.sent < end) {
         const std::size_t size = std::min<std::size_t>(kMessageBytes, end - receiver.sent);
         const auto* message = reinterpret_cast<const char*>(bytes.data() + receiver.sent);
@@ -225,25 +225,25 @@ bool Audience::sendBatch(Receiver& receiver, const std::vector<uint8_t>& bytes) 
             return false;
         }
         receiver.sent += size;
-        sentBytes_ += size;
+        sentBytes += size;
     }
     return receiver.sent < bytes.size();
 }
 
 void Audience::send(const std::vector<uint8_t>& bytes, Part part) {
-    MutexLock lock(mutex_);
-    for (Receiver& receiver : receivers_) {
+    MutexLock lock(mutex);
+    for (Receiver& receiver : receivers) {
         receiver.sent = accepts(receiver, part) ? 0 : bytes.size();
         const bool describes = part == Part::KEY_FRAME || part == Part::DESCRIPTION;
         receiver.described = receiver.described || (receiver.sent == 0 && describes);
     }
     const auto served = [](const Receiver& receiver) { return !receiver.needs_key; };
-    if (part == Part::KEY_FRAME && std::all_of(receivers_.begin(), receivers_.end(), served)) {
-        keyFrameWanted_.store(false, std::memory_order_release);
+    if (part == Part::KEY_FRAME && std::all_of(receivers.begin(), receivers.end(), served)) {
+        keyFrameWanted.store(false, std::memory_order_release);
     }
     for (bool more = true; more;) {
         more = false;
-        for (Receiver& receiver : receivers_) {
+        for (Receiver& receiver : receivers) {
             const bool unfinished = receiver.sent < bytes.size() && sendBatch(receiver, bytes);
             more = more || unfinished;
         }
@@ -251,22 +251,22 @@ void Audience::send(const std::vector<uint8_t>& bytes, Part part) {
 }
 
 bool Audience::descriptionOverdue(uint64_t nanoseconds) {
-    MutexLock lock(mutex_);
-    const uint64_t now = clock_.monotonicNanoseconds();
-    return std::any_of(receivers_.begin(), receivers_.end(), [&](const Receiver& receiver) {
+    MutexLock lock(mutex);
+    const uint64_t now = clock.monotonicNanoseconds();
+    return std::any_of(receivers.begin(), receivers.end(), [&](const Receiver& receiver) {
         return !receiver.described && now - receiver.joined_ns >= nanoseconds;
     });
 }
 
 Audience::State Audience::state() {
-    MutexLock lock(mutex_);
+    MutexLock lock(mutex);
     State state;
-    state.receivers = static_cast<unsigned>(receivers_.size());
-    state.sent_packets = gonePackets_;
-    state.repeated_packets = goneRepeated_;
-    state.held_back_frames = heldBack_;
-    state.sent_bytes = sentBytes_;
-    for (const Receiver& receiver : receivers_) {
+    state.receivers = static_cast<unsigned>(receivers.size());
+    state.sent_packets = gonePackets;
+    state.repeated_packets = goneRepeated;
+    state.held_back_frames = heldBack;
+    state.sent_bytes = sentBytes;
+    for (const Receiver& receiver : receivers) {
         state.sent_packets += receiver.sent_packets;
         state.repeated_packets += receiver.repeated_packets;
         state.backlog_ms = std::max(state.backlog_ms, receiver.backlog_ms);

@@ -30,7 +30,7 @@ public:
 
     static constexpr std::size_t kMaxReceivers = 16;
 
-    explicit Audience(Clock& clock);
+    explicit Audience(Clock& systemClock);
     ~Audience();
     Audience(const Audience&) = delete;
     Audience& operator=(const Audience&) = delete;
@@ -41,9 +41,9 @@ public:
     void close();
 
     void send(const std::vector<uint8_t>& bytes, Part part);
-    [[nodiscard]] bool empty() const { return count_.load(std::memory_order_acquire) == 0; }
+    [[nodiscard]] bool empty() const { return count.load(std::memory_order_acquire) == 0; }
     /// A receiver needs a key frame; asked once for each need.
-    [[nodiscard]] bool takeKeyFrameWish() { return keyFrameWanted_.exchange(false, std::memory_order_acq_rel); }
+    [[nodiscard]] bool takeKeyFrameWish() { return keyFrameWanted.exchange(false, std::memory_order_acq_rel); }
     /// Some receiver has waited this long without a description.
     [[nodiscard]] bool descriptionOverdue(uint64_t nanoseconds);
     [[nodiscard]] State state();
@@ -66,29 +66,29 @@ private:
 
     void serve();
     void admit();
-    void hearRequests(SRTSOCKET socket) ORU_REQUIRES(mutex_);
-    void watchReceivers(uint64_t now) ORU_REQUIRES(mutex_);
-    void dropFailed() ORU_REQUIRES(mutex_);
-    [[nodiscard]] bool makeRoom(uint64_t now) ORU_REQUIRES(mutex_);
-    [[nodiscard]] bool accepts(Receiver& receiver, Part part) ORU_REQUIRES(mutex_);
-    [[nodiscard]] bool sendBatch(Receiver& receiver, const std::vector<uint8_t>& bytes) ORU_REQUIRES(mutex_);
-    void wishKeyFrame() { keyFrameWanted_.store(true, std::memory_order_release); }
+    void hearRequests(SRTSOCKET socket) ORU_REQUIRES(mutex);
+    void watchReceivers(uint64_t now) ORU_REQUIRES(mutex);
+    void dropFailed() ORU_REQUIRES(mutex);
+    [[nodiscard]] bool makeRoom(uint64_t now) ORU_REQUIRES(mutex);
+    [[nodiscard]] bool accepts(Receiver& receiver, Part part) ORU_REQUIRES(mutex);
+    [[nodiscard]] bool sendBatch(Receiver& receiver, const std::vector<uint8_t>& bytes) ORU_REQUIRES(mutex);
+    void wishKeyFrame() { keyFrameWanted.store(true, std::memory_order_release); }
 
-    SrtLibrary library_;
-    Clock& clock_;
-    SrtSocket listener_;
-    SrtPoll poll_;
-    std::thread thread_;
-    std::size_t batchBytes_ = 0;
-    std::atomic<bool> stop_{false};
-    std::atomic<bool> keyFrameWanted_{false};
-    std::atomic<std::size_t> count_{0};
-    Mutex mutex_;
-    std::vector<Receiver> receivers_ ORU_GUARDED_BY(mutex_);
-    uint64_t gonePackets_ ORU_GUARDED_BY(mutex_) = 0;
-    uint64_t sentBytes_ ORU_GUARDED_BY(mutex_) = 0;
-    uint64_t goneRepeated_ ORU_GUARDED_BY(mutex_) = 0;
-    uint64_t heldBack_ ORU_GUARDED_BY(mutex_) = 0;
+    SrtLibrary library;
+    Clock& clock;
+    SrtSocket listener;
+    SrtPoll poll;
+    std::thread thread;
+    std::size_t batchBytes = 0;
+    std::atomic<bool> stopWanted{false};
+    std::atomic<bool> keyFrameWanted{false};
+    std::atomic<std::size_t> count{0};
+    Mutex mutex;
+    std::vector<Receiver> receivers ORU_GUARDED_BY(mutex);
+    uint64_t gonePackets ORU_GUARDED_BY(mutex) = 0;
+    uint64_t sentBytes ORU_GUARDED_BY(mutex) = 0;
+    uint64_t goneRepeated ORU_GUARDED_BY(mutex) = 0;
+    uint64_t heldBack ORU_GUARDED_BY(mutex) = 0;
 };
 
 }  // namespace oru::stream

@@ -14,7 +14,7 @@ static_assert(std::endian::native == std::endian::little, "records are written i
 /// Appends little-endian values to a caller's vector, whose capacity is reused from record to record.
 class ByteWriter {
 public:
-    explicit ByteWriter(std::vector<uint8_t>& target) : target_(target) {}
+    explicit ByteWriter(std::vector<uint8_t>& bytes) : target(bytes) {}
 
     template <class T>
     void put(const T& value) {
@@ -23,24 +23,24 @@ public:
     }
     void bytes(const void* from, std::size_t size) {
         const auto* first = static_cast<const uint8_t*>(from);
-        target_.insert(target_.end(), first, first + size);
+        target.insert(target.end(), first, first + size);
     }
-    [[nodiscard]] std::size_t size() const { return target_.size(); }
+    [[nodiscard]] std::size_t size() const { return target.size(); }
     /// Overwrites a value written before, at a byte position inside the vector.
     template <class T>
     void patch(std::size_t at, const T& value) {
-        std::memcpy(target_.data() + at, &value, sizeof(T));
+        std::memcpy(target.data() + at, &value, sizeof(T));
     }
 
 private:
-    std::vector<uint8_t>& target_;
+    std::vector<uint8_t>& target;
 };
 
 /// Reads little-endian values from bytes of unknown origin: past the end every read leaves its output alone, and `ok()`
 /// is false from then on.
 class ByteReader {
 public:
-    ByteReader(const uint8_t* data, std::size_t size) : next_(data), left_(size) {}
+    ByteReader(const uint8_t* data, std::size_t size) : next(data), left(size) {}
 
     template <class T>
     bool get(T& value) {
@@ -56,31 +56,31 @@ public:
         return true;
     }
     bool bytes(void* to, std::size_t size) {
-        if (!good_ || size > left_) {
-            good_ = false;
+        if (!good || size > left) {
+            good = false;
             return false;
         }
-        std::memcpy(to, next_, size);
-        next_ += size;
-        left_ -= size;
+        std::memcpy(to, next, size);
+        next += size;
+        left -= size;
         return true;
     }
-    [[nodiscard]] const uint8_t* position() const { return next_; }
-    [[nodiscard]] std::size_t remaining() const { return good_ ? left_ : 0; }
-    [[nodiscard]] bool ok() const { return good_; }
+    [[nodiscard]] const uint8_t* position() const { return next; }
+    [[nodiscard]] std::size_t remaining() const { return good ? left : 0; }
+    [[nodiscard]] bool ok() const { return good; }
     bool skip(std::size_t size) {
-        good_ = good_ && size <= left_;
-        if (good_) {
-            next_ += size;
-            left_ -= size;
+        good = good && size <= left;
+        if (good) {
+            next += size;
+            left -= size;
         }
-        return good_;
+        return good;
     }
 
 private:
-    const uint8_t* next_;
-    std::size_t left_;
-    bool good_ = true;
+    const uint8_t* next;
+    std::size_t left;
+    bool good = true;
 };
 
 }  // namespace oru::stream

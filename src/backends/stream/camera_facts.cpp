@@ -55,80 +55,80 @@ bool metadataPresent(const rlxrw::rlxSampleMetadata& metadata) {
 }
 
 CameraFacts::CameraFacts(const UDPOutConfig& configuration, uint64_t session, std::string calibration)
-    : withImu_(configuration.version >= 2) {
-    record_.version_byte = withImu_ ? kVersionWithImu : kVersionPlain;
-    record_.session = session;
-    record_.fps = configuration.fps;
-    record_.camera.serial_number = static_cast<int>(configuration.serial_number);
-    record_.camera.model = static_cast<MODEL>(configuration.model);
-    record_.camera.camera_fw = configuration.camera_fw;
-    record_.camera.sensors_fw = configuration.sensors_fw;
-    record_.camera.width = configuration.width;
-    record_.camera.height = configuration.height;
-    record_.camera.flip_state = configuration.flipped ? 1 : 0;
-    record_.calibration = std::move(calibration);
+    : withImu(configuration.version >= 2) {
+    record.version_byte = withImu ? kVersionWithImu : kVersionPlain;
+    record.session = session;
+    record.fps = configuration.fps;
+    record.camera.serial_number = static_cast<int>(configuration.serial_number);
+    record.camera.model = static_cast<MODEL>(configuration.model);
+    record.camera.camera_fw = configuration.camera_fw;
+    record.camera.sensors_fw = configuration.sensors_fw;
+    record.camera.width = configuration.width;
+    record.camera.height = configuration.height;
+    record.camera.flip_state = configuration.flipped ? 1 : 0;
+    record.calibration = std::move(calibration);
 }
 
 void CameraFacts::setGrabber(LiveCameraGrabber* grabber) {
     // A camera that plays a file or relays a stream has a grabber too, without a device behind it.
     const bool live = grabber != nullptr && grabber->getEffectiveWidth() > 0;
     const bool imu = live && grabber->hasMCU() && grabber->getMCU() != nullptr;
-    MutexLock lock(mutex_);
-    grabber_ = grabber;
-    live_ = live;
-    liveImu_ = imu;
-    refreshedNs_ = 0;
+    MutexLock lock(mutex);
+    liveGrabber = grabber;
+    hasDevice = live;
+    liveImu = imu;
+    refreshedNs = 0;
 }
 
 void CameraFacts::noticeMetadata(const rlxrw::rlxSampleMetadata& metadata) {
     const bool present = metadataPresent(metadata);
-    MutexLock lock(mutex_);
-    framesSeen_ = true;
-    if (!withImu_ || liveImu_ || !present) {
+    MutexLock lock(mutex);
+    framesSeen = true;
+    if (!withImu || liveImu || !present) {
         return;
     }
     std::array<float, 7> pose{};
     std::memcpy(pose.data(), metadata.bytes + kPoseAt, sizeof(pose));
-    record_.pose = {pose[0], pose[1], pose[2], pose[3], pose[4], pose[5], pose[6]};
-    record_.pose_known = pose[0] != 0.0F || pose[1] != 0.0F || pose[2] != 0.0F || pose[3] != 0.0F;
-    record_.camera.has_imu = true;
+    record.pose = {pose[0], pose[1], pose[2], pose[3], pose[4], pose[5], pose[6]};
+    record.pose_known = pose[0] != 0.0F || pose[1] != 0.0F || pose[2] != 0.0F || pose[3] != 0.0F;
+    record.camera.has_imu = true;
 }
 
 void CameraFacts::noticeSample() {
-    MutexLock lock(mutex_);
-    record_.camera.has_imu = withImu_;
+    MutexLock lock(mutex);
+    record.camera.has_imu = withImu;
 }
 
 bool CameraFacts::complete() const {
-    MutexLock lock(mutex_);
-    return framesSeen_ || live_;
+    MutexLock lock(mutex);
+    return framesSeen || hasDevice;
 }
 
 void CameraFacts::refresh(uint64_t now_ns) {
     LiveCameraGrabber* grabber = nullptr;
     bool imu = false;
     {
-        MutexLock lock(mutex_);
-        if (!live_ || (refreshedNs_ != 0 && now_ns - refreshedNs_ < kRefreshNs)) {
+        MutexLock lock(mutex);
+        if (!hasDevice || (refreshedNs != 0 && now_ns - refreshedNs < kRefreshNs)) {
             return;
         }
-        refreshedNs_ = now_ns;
-        grabber = grabber_;
-        imu = withImu_ && liveImu_;
+        refreshedNs = now_ns;
+        grabber = liveGrabber;
+        imu = withImu && liveImu;
     }
     // The device may be slow to answer; nobody waits for it under the lock.
     std::vector<ControlState> controls = controlsOf(*grabber);
     Rect region;
     const bool regionKnown = grabber->getROIforAECAGC(0, region) == 0;
     const StreamImuPose pose = imu ? poseOf(grabber->getMCU()->getIMUCameraTransform()) : StreamImuPose{};
-    MutexLock lock(mutex_);
-    record_.controls = std::move(controls);
-    record_.region = region;
-    record_.region_known = regionKnown;
+    MutexLock lock(mutex);
+    record.controls = std::move(controls);
+    record.region = region;
+    record.region_known = regionKnown;
     if (imu) {
-        record_.camera.has_imu = true;
-        record_.pose = pose;
-        record_.pose_known = true;
+        record.camera.has_imu = true;
+        record.pose = pose;
+        record.pose_known = true;
     }
 }
 

@@ -27,19 +27,19 @@ public:
     /// Hands the present description to `use`, under the lock.
     template <class Use>
     void withDescription(Use&& use) const {
-        MutexLock lock(mutex_);
-        use(record_);
+        MutexLock lock(mutex);
+        use(record);
     }
 
 private:
-    const bool withImu_;
-    mutable Mutex mutex_;
-    DescriptionRecord record_ ORU_GUARDED_BY(mutex_);
-    LiveCameraGrabber* grabber_ ORU_GUARDED_BY(mutex_) = nullptr;
-    bool live_ ORU_GUARDED_BY(mutex_) = false;
-    bool liveImu_ ORU_GUARDED_BY(mutex_) = false;
-    bool framesSeen_ ORU_GUARDED_BY(mutex_) = false;
-    uint64_t refreshedNs_ ORU_GUARDED_BY(mutex_) = 0;
+    const bool withImu;
+    mutable Mutex mutex;
+    DescriptionRecord record ORU_GUARDED_BY(mutex);
+    LiveCameraGrabber* liveGrabber ORU_GUARDED_BY(mutex) = nullptr;
+    bool hasDevice ORU_GUARDED_BY(mutex) = false;
+    bool liveImu ORU_GUARDED_BY(mutex) = false;
+    bool framesSeen ORU_GUARDED_BY(mutex) = false;
+    uint64_t refreshedNs ORU_GUARDED_BY(mutex) = 0;
 };
 
 /// The metadata's first four floats, the orientation of its sample, are not all zero.

@@ -7,32 +7,32 @@ namespace oru::stream {
 
 bool CodedQueue::push(CodedPicture& picture) {
     {
-        MutexLock lock(mutex_);
-        if (count_ == kCapacity) {
+        MutexLock lock(mutex);
+        if (count == kCapacity) {
             return false;
         }
-        std::swap(pictures_[(first_ + count_) % kCapacity], picture);
-        ++count_;
+        std::swap(pictures[(first + count) % kCapacity], picture);
+        ++count;
     }
-    pushed_.notify_one();
+    pushed.notify_one();
     return true;
 }
 
 bool CodedQueue::pop(CodedPicture& picture, int milliseconds) {
-    MutexLock lock(mutex_);
-    const auto ready = [this]() ORU_NO_THREAD_SAFETY_ANALYSIS { return count_ > 0; };
-    if (!pushed_.wait_for(mutex_, std::chrono::milliseconds(milliseconds), ready)) {
+    MutexLock lock(mutex);
+    const auto ready = [this]() ORU_NO_THREAD_SAFETY_ANALYSIS { return count > 0; };
+    if (!pushed.wait_for(mutex, std::chrono::milliseconds(milliseconds), ready)) {
         return false;
     }
-    std::swap(pictures_[first_], picture);
-    first_ = (first_ + 1) % kCapacity;
-    --count_;
+    std::swap(pictures[first], picture);
+    first = (first + 1) % kCapacity;
+    --count;
     return true;
 }
 
 std::size_t CodedQueue::size() const {
-    MutexLock lock(mutex_);
-    return count_;
+    MutexLock lock(mutex);
+    return count;
 }
 
 }  // namespace oru::stream

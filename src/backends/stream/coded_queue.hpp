@@ -32,11 +32,11 @@ public:
     [[nodiscard]] std::size_t size() const;
 
 private:
-    mutable Mutex mutex_;
-    std::condition_variable_any pushed_;
-    std::array<CodedPicture, kCapacity> pictures_ ORU_GUARDED_BY(mutex_);
-    std::size_t first_ ORU_GUARDED_BY(mutex_) = 0;
-    std::size_t count_ ORU_GUARDED_BY(mutex_) = 0;
+    mutable Mutex mutex;
+    std::condition_variable_any pushed;
+    std::array<CodedPicture, kCapacity> pictures ORU_GUARDED_BY(mutex);
+    std::size_t first ORU_GUARDED_BY(mutex) = 0;
+    std::size_t count ORU_GUARDED_BY(mutex) = 0;
 };
 
 }  // namespace oru::stream

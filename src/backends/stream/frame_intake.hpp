@@ -19,13 +19,13 @@ class FrameIntake final : private TsSink, private RecordSink {
 public:
     using DescriptionHandler = std::function<void(DescriptionRecord&&)>;
 
-    FrameIntake(CodedQueue& queue, ImuStore& samples, FrameLedger& ledger, std::atomic<bool>& key_frame_wanted,
-                DescriptionHandler handler);
+    FrameIntake(CodedQueue& codedQueue, ImuStore& imuStore, FrameLedger& frameLedger, std::atomic<bool>& keyFrameWish,
+                DescriptionHandler descriptionHandler);
 
-    void feed(const uint8_t* data, std::size_t size) { demuxer_.feed(data, size); }
+    void feed(const uint8_t* data, std::size_t size) { demuxer.feed(data, size); }
     /// A new connection: what was half received is void.
     void restart();
-    [[nodiscard]] uint64_t malformedPackets() const { return malformed_; }
+    [[nodiscard]] uint64_t malformedPackets() const { return malformed; }
 
 private:
     void onVideo(PesPacket& packet) override;
@@ -40,24 +40,24 @@ private:
     void waitForKeyFrame(FrameLedger::Cause cause);
     void queuePicture(const FrameRecord& record);
 
-    CodedQueue& queue_;
-    ImuStore& samples_;
-    FrameLedger& ledger_;
-    std::atomic<bool>& keyFrameWanted_;
-    DescriptionHandler handler_;
-    TsDemuxer demuxer_;
-    RecordReader reader_;
-    PesPacket video_;
-    bool videoPresent_ = false;
-    uint64_t dataPts_ = 0;
-    CodedPicture next_;
-    bool sessionKnown_ = false;
-    bool pictureSeen_ = false;  ///< in this session
-    uint64_t session_ = 0;
-    uint64_t lastId_ = 0;
-    uint64_t lastSkipped_ = 0;
-    bool waiting_ = true;  ///< for a key frame
-    uint64_t malformed_ = 0;
+    CodedQueue& queue;
+    ImuStore& samples;
+    FrameLedger& ledger;
+    std::atomic<bool>& keyFrameWanted;
+    DescriptionHandler handler;
+    TsDemuxer demuxer;
+    RecordReader reader;
+    PesPacket video;
+    bool videoPresent = false;
+    uint64_t dataPts = 0;
+    CodedPicture next;
+    bool sessionKnown = false;
+    bool pictureSeen = false;  ///< in this session
+    uint64_t currentSession = 0;
+    uint64_t lastId = 0;
+    uint64_t lastSkipped = 0;
+    bool waiting = true;  ///< for a key frame
+    uint64_t malformed = 0;
 };
 
 }  // namespace oru::stream

@@ -15,19 +15,19 @@ public:
     void delivered(uint64_t frames = 1) { book(&FrameCounters::delivered, frames); }
     void lost(Cause cause, uint64_t frames = 1) { book(cause, frames); }
     [[nodiscard]] FrameCounters counters() const {
-        MutexLock lock(mutex_);
-        return counters_;
+        MutexLock lock(mutex);
+        return booked;
     }
 
 private:
     void book(Cause field, uint64_t frames) {
-        MutexLock lock(mutex_);
-        counters_.produced += frames;
-        counters_.*field += frames;
+        MutexLock lock(mutex);
+        booked.produced += frames;
+        booked.*field += frames;
     }
 
-    mutable Mutex mutex_;
-    FrameCounters counters_ ORU_GUARDED_BY(mutex_);
+    mutable Mutex mutex;
+    FrameCounters booked ORU_GUARDED_BY(mutex);
 };
 
 }  // namespace oru::stream

@@ -39,11 +39,11 @@ public:
     void waitForRoom(int milliseconds);
 
 private:
-    std::array<OutgoingFrame, kSlots> frames_;
-    Mutex mutex_;
-    std::condition_variable_any changed_;
-    std::size_t first_ ORU_GUARDED_BY(mutex_) = 0;  ///< the oldest one waiting or being encoded
-    std::size_t count_ ORU_GUARDED_BY(mutex_) = 0;  ///< waiting or being encoded
+    std::array<OutgoingFrame, kSlots> frames;
+    Mutex mutex;
+    std::condition_variable_any changed;
+    std::size_t first ORU_GUARDED_BY(mutex) = 0;  ///< the oldest one waiting or being encoded
+    std::size_t count ORU_GUARDED_BY(mutex) = 0;  ///< waiting or being encoded
 };
 
 }  // namespace oru::stream

@@ -12,7 +12,7 @@ namespace oru::stream {
 /// source's. A lost source frame does not change the rate. Timestamps that fit no whole ratio are all taken.
 class FrameDecimator {
 public:
-    explicit FrameDecimator(int fps) : fps_(fps) {}
+    explicit FrameDecimator(int streamFps) : fps(streamFps) {}
 
     [[nodiscard]] bool take(Timestamp time);
 
@@ -22,11 +22,11 @@ private:
     [[nodiscard]] uint64_t medianInterval() const;
     [[nodiscard]] uint64_t ratio(uint64_t interval) const;
 
-    int fps_;
-    Timestamp last_ = 0;
-    std::array<uint64_t, kIntervals> intervals_{};
-    std::size_t count_ = 0;
-    uint64_t sinceTaken_ = 0;
+    int fps;
+    Timestamp last = 0;
+    std::array<uint64_t, kIntervals> intervals{};
+    std::size_t count = 0;
+    uint64_t sinceTaken = 0;
 };
 
 /// Decides how many frames an encoder that is slower than the stream passes over, so that those it takes are evenly
@@ -39,14 +39,14 @@ public:
     [[nodiscard]] bool admit();
     /// How long the last frame took. True: the machine has just turned out too slow for every frame.
     [[nodiscard]] bool measured(uint64_t nanoseconds);
-    [[nodiscard]] unsigned every() const { return every_; }
+    [[nodiscard]] unsigned every() const { return admitInterval; }
 
 private:
-    double periodNs_;
-    double averageNs_ = 0.0;
-    unsigned samples_ = 0;
-    unsigned every_ = 1;
-    unsigned turn_ = 0;
+    double periodNs;
+    double averageNs = 0.0;
+    unsigned samples = 0;
+    unsigned admitInterval = 1;
+    unsigned turn = 0;
 };
 
 /// Follows what the network can carry: down at once when receivers fall behind or much is repeated, up slowly.
@@ -60,17 +60,17 @@ public:
     };
 
     /// `highest` in kbit/s; never below a fifth of it.
-    explicit BitrateControl(uint32_t highest) : highest_(highest), current_(highest) {}
+    explicit BitrateControl(uint32_t highest) : highestRate(highest), currentRate(highest) {}
 
     /// Once every half second; the rate to use from now on.
     [[nodiscard]] uint32_t update(const Observation& seen);
-    [[nodiscard]] uint32_t current() const { return current_; }
+    [[nodiscard]] uint32_t current() const { return currentRate; }
 
 private:
-    uint32_t highest_;
-    uint32_t current_;
-    unsigned calm_ = 0;
-    Observation last_;
+    uint32_t highestRate;
+    uint32_t currentRate;
+    unsigned calm = 0;
+    Observation last;
 };
 
 }  // namespace oru::stream

@@ -19,7 +19,7 @@ namespace oru::stream {
 /// Threads: the encoding thread.
 class FrameTransmitter {
 public:
-    FrameTransmitter(Audience& audience, CameraFacts& facts, SampleQueue& samples, uint64_t session);
+    FrameTransmitter(Audience& receivers, CameraFacts& facts, SampleQueue& sampleQueue, uint64_t sessionNumber);
 
     /// False: there is no encoder for this codec and size.
     [[nodiscard]] bool open(const UDPOutConfig& configuration);
@@ -30,8 +30,8 @@ public:
     void sendSamples(int64_t pts, uint64_t last_id, bool describe);
     /// Nobody listens: what waits is dropped.
     void dropSamples();
-    [[nodiscard]] bool setBitrate(uint32_t kilobits) { return encoder_.setBitrate(kilobits); }
-    [[nodiscard]] const char* encoderName() const { return encoder_.name(); }
+    [[nodiscard]] bool setBitrate(uint32_t kilobits) { return encoder.setBitrate(kilobits); }
+    [[nodiscard]] const char* encoderName() const { return encoder.name(); }
 
 private:
     /// Facts of the frames that the encoder has not given back yet.
@@ -47,17 +47,17 @@ private:
     void writeDescriptionPacket(int64_t pts);
     void writeRecordPacket(const FrameRecord& record, int64_t pts);
 
-    Audience& audience_;
-    CameraFacts& facts_;
-    SampleQueue& queue_;
-    uint64_t session_;
-    VideoEncoder encoder_;
-    VideoEncoder::Settings settings_;
-    TsMuxer muxer_;
-    std::vector<uint8_t> record_;
-    std::vector<IMUPacket> samples_;
-    std::array<Pending, kPending> pending_;
-    std::size_t nextPending_ = 0;
+    Audience& audience;
+    CameraFacts& cameraFacts;
+    SampleQueue& queue;
+    uint64_t session;
+    VideoEncoder encoder;
+    VideoEncoder::Settings settings;
+    TsMuxer muxer;
+    std::vector<uint8_t> recordBytes;
+    std::vector<IMUPacket> samples;
+    std::array<Pending, kPending> pending;
+    std::size_t nextPending = 0;
 };
 
 }  // namespace oru::stream

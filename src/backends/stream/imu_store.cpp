@@ -14,49 +14,49 @@ bool earlier(const IMUPacket& packet, uint64_t time) {
 }  // namespace
 
 void ImuStore::add(const std::vector<IMUPacket>& packets) {
-    MutexLock lock(mutex_);
+    MutexLock lock(mutex);
     for (const IMUPacket& packet : packets) {
-        if (any_ && packet.imu_timestamp + kBackwardNs < newest_.imu_timestamp) {
-            dropped_ += packets_.size();
-            packets_.clear();
+        if (any && packet.imu_timestamp + kBackwardNs < latest.imu_timestamp) {
+            droppedPackets += stored.size();
+            stored.clear();
         }
         const auto later = [](uint64_t time, const IMUPacket& other) { return time < other.imu_timestamp; };
-        packets_.insert(std::upper_bound(packets_.begin(), packets_.end(), packet.imu_timestamp, later), packet);
-        newest_ = packet;
-        any_ = true;
-        if (packets_.size() > kCapacity) {
-            packets_.pop_front();
-            ++dropped_;
+        stored.insert(std::upper_bound(stored.begin(), stored.end(), packet.imu_timestamp, later), packet);
+        latest = packet;
+        any = true;
+        if (stored.size() > kCapacity) {
+            stored.pop_front();
+            ++droppedPackets;
         }
     }
 }
 
 std::vector<IMUPacket> ImuStore::takeBefore(Timestamp time) {
-    MutexLock lock(mutex_);
-    const auto end = std::lower_bound(packets_.begin(), packets_.end(), time, earlier);
-    std::vector<IMUPacket> taken(packets_.begin(), end);
-    packets_.erase(packets_.begin(), end);
+    MutexLock lock(mutex);
+    const auto end = std::lower_bound(stored.begin(), stored.end(), time, earlier);
+    std::vector<IMUPacket> taken(stored.begin(), end);
+    stored.erase(stored.begin(), end);
     return taken;
 }
 
 bool ImuStore::newest(IMUPacket& packet) const {
-    MutexLock lock(mutex_);
-    if (any_) {
-        packet = newest_;
+    MutexLock lock(mutex);
+    if (any) {
+        packet = latest;
     }
-    return any_;
+    return any;
 }
 
 uint64_t ImuStore::dropped() const {
-    MutexLock lock(mutex_);
-    return dropped_;
+    MutexLock lock(mutex);
+    return droppedPackets;
 }
 
 void ImuStore::clear() {
-    MutexLock lock(mutex_);
-    dropped_ += packets_.size();
-    packets_.clear();
-    any_ = false;
+    MutexLock lock(mutex);
+    droppedPackets += stored.size();
+    stored.clear();
+    any = false;
 }
 
 }  // namespace oru::stream

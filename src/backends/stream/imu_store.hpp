@@ -28,11 +28,11 @@ public:
     void clear();
 
 private:
-    mutable Mutex mutex_;
-    std::deque<IMUPacket> packets_ ORU_GUARDED_BY(mutex_);
-    IMUPacket newest_ ORU_GUARDED_BY(mutex_);
-    bool any_ ORU_GUARDED_BY(mutex_) = false;
-    uint64_t dropped_ ORU_GUARDED_BY(mutex_) = 0;
+    mutable Mutex mutex;
+    std::deque<IMUPacket> stored ORU_GUARDED_BY(mutex);
+    IMUPacket latest ORU_GUARDED_BY(mutex);
+    bool any ORU_GUARDED_BY(mutex) = false;
+    uint64_t droppedPackets ORU_GUARDED_BY(mutex) = 0;
 };
 
 }  // namespace oru::stream

@@ -7,91 +7,91 @@
 namespace oru::stream {
 
 void PictureRing::resize(std::size_t bytes) {
-    for (Slot& slot : slots_) {
+    for (Slot& slot : slots) {
         slot.pixels.resize(bytes);
     }
-    MutexLock lock(mutex_);
-    count_ = 0;
-    writing_ = kNone;
-    reading_ = kNone;
-    readNs_ = 0;
+    MutexLock lock(mutex);
+    count = 0;
+    writing = kNone;
+    reading = kNone;
+    readNs = 0;
 }
 
 void PictureRing::setPatience(uint64_t nanoseconds) {
-    MutexLock lock(mutex_);
-    patienceNs_ = nanoseconds;
+    MutexLock lock(mutex);
+    patienceNs = nanoseconds;
 }
 
 std::size_t PictureRing::popOldest() {
-    const std::size_t oldest = waiting_[0];
-    std::copy(waiting_.begin() + 1, waiting_.begin() + static_cast<std::ptrdiff_t>(count_), waiting_.begin());
-    --count_;
+    const std::size_t oldest = waiting[0];
+    std::copy(waiting.begin() + 1, waiting.begin() + static_cast<std::ptrdiff_t>(count), waiting.begin());
+    --count;
     return oldest;
 }
 
 bool PictureRing::isFree(std::size_t slot) const {
-    const auto* end = waiting_.begin() + count_;
-    return slot != writing_ && slot != reading_ && std::find(waiting_.begin(), end, slot) == end;
+    const auto* end = waiting.begin() + count;
+    return slot != writing && slot != reading && std::find(waiting.begin(), end, slot) == end;
 }
 
 void PictureRing::giveUpAllButNewest() {
-    ledger_.lost(&FrameCounters::overwritten, count_ - 1);
-    waiting_[0] = waiting_[count_ - 1];
-    count_ = 1;
+    ledger.lost(&FrameCounters::overwritten, count - 1);
+    waiting[0] = waiting[count - 1];
+    count = 1;
 }
 
 unsigned char* PictureRing::beginWrite() {
-    MutexLock lock(mutex_);
-    writing_ = kNone;
-    const uint64_t now = clock_.monotonicNanoseconds();
-    if (count_ == kMaxWaiting && readNs_ != 0 && now - readNs_ < patienceNs_) {
-        const auto room = [this]() ORU_NO_THREAD_SAFETY_ANALYSIS { return count_ < kMaxWaiting; };
-        taken_.wait_for(mutex_, std::chrono::nanoseconds(patienceNs_ - (now - readNs_)), room);
+    MutexLock lock(mutex);
+    writing = kNone;
+    const uint64_t now = clock.monotonicNanoseconds();
+    if (count == kMaxWaiting && readNs != 0 && now - readNs < patienceNs) {
+        const auto room = [this]() ORU_NO_THREAD_SAFETY_ANALYSIS { return count < kMaxWaiting; };
+        taken.wait_for(mutex, std::chrono::nanoseconds(patienceNs - (now - readNs)), room);
     }
-    if (count_ == kMaxWaiting) {
+    if (count == kMaxWaiting) {
         (void)popOldest();
-        ledger_.lost(&FrameCounters::overwritten);
+        ledger.lost(&FrameCounters::overwritten);
     }
     std::size_t slot = 0;
     while (!isFree(slot)) {
         ++slot;
     }
-    writing_ = slot;
-    return slots_[slot].pixels.data();
+    writing = slot;
+    return slots[slot].pixels.data();
 }
 
 void PictureRing::publish(const FrameFacts& facts) {
     {
-        MutexLock lock(mutex_);
-        slots_[writing_].facts = facts;
-        slots_[writing_].published_ns = clock_.monotonicNanoseconds();
-        waiting_[count_++] = writing_;
-        writing_ = kNone;
+        MutexLock lock(mutex);
+        slots[writing].facts = facts;
+        slots[writing].published_ns = clock.monotonicNanoseconds();
+        waiting[count++] = writing;
+        writing = kNone;
     }
-    published_.notify_one();
+    published.notify_one();
 }
 
 std::optional<FrameFacts> PictureRing::read(unsigned char* image, uint64_t wait_ns) {
     std::size_t slot = kNone;
     {
-        MutexLock lock(mutex_);
-        const auto ready = [this]() ORU_NO_THREAD_SAFETY_ANALYSIS { return count_ > 0; };
-        if (!published_.wait_for(mutex_, std::chrono::nanoseconds(wait_ns), ready)) {
+        MutexLock lock(mutex);
+        const auto ready = [this]() ORU_NO_THREAD_SAFETY_ANALYSIS { return count > 0; };
+        if (!published.wait_for(mutex, std::chrono::nanoseconds(wait_ns), ready)) {
             return std::nullopt;
         }
-        if (clock_.monotonicNanoseconds() - slots_[waiting_[0]].published_ns > patienceNs_) {
+        if (clock.monotonicNanoseconds() - slots[waiting[0]].published_ns > patienceNs) {
             giveUpAllButNewest();
         }
         slot = popOldest();
-        reading_ = slot;
-        readNs_ = clock_.monotonicNanoseconds();
+        reading = slot;
+        readNs = clock.monotonicNanoseconds();
     }
-    taken_.notify_one();
-    std::memcpy(image, slots_[slot].pixels.data(), slots_[slot].pixels.size());
-    MutexLock lock(mutex_);
-    reading_ = kNone;
-    ledger_.delivered();
-    return slots_[slot].facts;
+    taken.notify_one();
+    std::memcpy(image, slots[slot].pixels.data(), slots[slot].pixels.size());
+    MutexLock lock(mutex);
+    reading = kNone;
+    ledger.delivered();
+    return slots[slot].facts;
 }
 
 }  // namespace oru::stream

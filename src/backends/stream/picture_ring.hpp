@@ -33,7 +33,7 @@ public:
     static constexpr std::size_t kSlots = 6;
     static constexpr std::size_t kMaxWaiting = kSlots - 2;
 
-    PictureRing(Clock& clock, FrameLedger& ledger) : clock_(clock), ledger_(ledger) {}
+    PictureRing(Clock& systemClock, FrameLedger& frameLedger) : clock(systemClock), ledger(frameLedger) {}
 
     /// Makes room for pictures of this size. Before the threads use the ring.
     void resize(std::size_t bytes);
@@ -57,22 +57,22 @@ private:
         uint64_t published_ns = 0;
     };
 
-    [[nodiscard]] std::size_t popOldest() ORU_REQUIRES(mutex_);
-    void giveUpAllButNewest() ORU_REQUIRES(mutex_);
-    [[nodiscard]] bool isFree(std::size_t slot) const ORU_REQUIRES(mutex_);
+    [[nodiscard]] std::size_t popOldest() ORU_REQUIRES(mutex);
+    void giveUpAllButNewest() ORU_REQUIRES(mutex);
+    [[nodiscard]] bool isFree(std::size_t slot) const ORU_REQUIRES(mutex);
 
-    Clock& clock_;
-    FrameLedger& ledger_;
-    mutable Mutex mutex_;
-    std::condition_variable_any published_;
-    std::condition_variable_any taken_;
-    std::array<Slot, kSlots> slots_;  // the writer owns slot writing_, the reader slot reading_, the mutex the others
-    std::array<std::size_t, kMaxWaiting> waiting_ ORU_GUARDED_BY(mutex_){};  ///< oldest first
-    std::size_t count_ ORU_GUARDED_BY(mutex_) = 0;
-    std::size_t writing_ ORU_GUARDED_BY(mutex_) = kNone;
-    std::size_t reading_ ORU_GUARDED_BY(mutex_) = kNone;
-    uint64_t readNs_ ORU_GUARDED_BY(mutex_) = 0;  ///< when the reader last had a picture
-    uint64_t patienceNs_ ORU_GUARDED_BY(mutex_) = 0;
+    Clock& clock;
+    FrameLedger& ledger;
+    mutable Mutex mutex;
+    std::condition_variable_any published;
+    std::condition_variable_any taken;
+    std::array<Slot, kSlots> slots;  // the writer owns slot writing, the reader slot reading, the mutex the others
+    std::array<std::size_t, kMaxWaiting> waiting ORU_GUARDED_BY(mutex){};  ///< oldest first
+    std::size_t count ORU_GUARDED_BY(mutex) = 0;
+    std::size_t writing ORU_GUARDED_BY(mutex) = kNone;
+    std::size_t reading ORU_GUARDED_BY(mutex) = kNone;
+    uint64_t readNs ORU_GUARDED_BY(mutex) = 0;  ///< when the reader last had a picture
+    uint64_t patienceNs ORU_GUARDED_BY(mutex) = 0;
 };
 
 }  // namespace oru::stream

@@ -35,24 +35,24 @@ constexpr std::size_t kImuCountAt = 2;
 /// Writes key and length, and fills the length in when the record is complete.
 class Triplet {
 public:
-    Triplet(std::vector<uint8_t>& target, const Key& key) : writer(target), target_(target) {
+    Triplet(std::vector<uint8_t>& bytes, const Key& key) : writer(bytes), target(bytes) {
         writer.bytes(key.data(), key.size());
         constexpr std::array<uint8_t, 4> kLongLength = {0x83, 0, 0, 0};
         writer.put(kLongLength);
-        start_ = target_.size();
+        start = target.size();
     }
     void close() {
-        const std::size_t length = target_.size() - start_;
-        target_[start_ - 3] = static_cast<uint8_t>(length >> 16);
-        target_[start_ - 2] = static_cast<uint8_t>(length >> 8);
-        target_[start_ - 1] = static_cast<uint8_t>(length);
+        const std::size_t length = target.size() - start;
+        target[start - 3] = static_cast<uint8_t>(length >> 16);
+        target[start - 2] = static_cast<uint8_t>(length >> 8);
+        target[start - 1] = static_cast<uint8_t>(length);
     }
-    [[nodiscard]] std::size_t begin() const { return start_; }
+    [[nodiscard]] std::size_t begin() const { return start; }
     ByteWriter writer;
 
 private:
-    std::vector<uint8_t>& target_;
-    std::size_t start_ = 0;
+    std::vector<uint8_t>& target;
+    std::size_t start = 0;
 };
 
 uint8_t flag(bool on, uint8_t bit) {
@@ -227,16 +227,16 @@ bool RecordReader::readFrame(const uint8_t* data, std::size_t size, RecordSink& 
     if (!reader.ok() || version != kRecordVersion || count > kMaxImuPerRecord) {
         return false;
     }
-    samples_.resize(count);
+    samples.resize(count);
     IMUPacket previous = emptyImuPacket();
-    for (IMUPacket& sample : samples_) {
+    for (IMUPacket& sample : samples) {
         sample = previous;
         if (!readImuPacket(reader, sample)) {
             return false;
         }
         previous = sample;
     }
-    sink.onFrameRecord(record, samples_);
+    sink.onFrameRecord(record, samples);
     return true;
 }
 

@@ -83,7 +83,7 @@ private:
     bool readFrame(const uint8_t* data, std::size_t size, RecordSink& sink);
     static bool readDescription(const uint8_t* data, std::size_t size, RecordSink& sink);
 
-    std::vector<IMUPacket> samples_;
+    std::vector<IMUPacket> samples;
 };
 
 /// CRC-32 (IEEE 802.3, reflected) of a block.

@@ -20,8 +20,8 @@ public:
     void clear();
 
 private:
-    Mutex mutex_;
-    std::vector<IMUPacket> packets_ ORU_GUARDED_BY(mutex_);
+    Mutex mutex;
+    std::vector<IMUPacket> packets ORU_GUARDED_BY(mutex);
 };
 
 }  // namespace oru::stream

@@ -25,50 +25,50 @@ public:
 class SrtSocket {
 public:
     SrtSocket() = default;
-    explicit SrtSocket(SRTSOCKET handle) : handle_(handle) {}
+    explicit SrtSocket(SRTSOCKET descriptor) : handle(descriptor) {}
     ~SrtSocket() { reset(); }
-    SrtSocket(SrtSocket&& other) noexcept : handle_(std::exchange(other.handle_, SRT_INVALID_SOCK)) {}
+    SrtSocket(SrtSocket&& other) noexcept : handle(std::exchange(other.handle, SRT_INVALID_SOCK)) {}
     SrtSocket& operator=(SrtSocket&& other) noexcept {
-        reset(std::exchange(other.handle_, SRT_INVALID_SOCK));
+        reset(std::exchange(other.handle, SRT_INVALID_SOCK));
         return *this;
     }
 
-    [[nodiscard]] SRTSOCKET get() const { return handle_; }
-    [[nodiscard]] bool valid() const { return handle_ != SRT_INVALID_SOCK; }
-    void reset(SRTSOCKET handle = SRT_INVALID_SOCK) {
+    [[nodiscard]] SRTSOCKET get() const { return handle; }
+    [[nodiscard]] bool valid() const { return handle != SRT_INVALID_SOCK; }
+    void reset(SRTSOCKET descriptor = SRT_INVALID_SOCK) {
         if (valid()) {
-            srt_close(handle_);
+            srt_close(handle);
         }
-        handle_ = handle;
+        handle = descriptor;
     }
     template <class T>
     bool set(SRT_SOCKOPT option, const T& value) {
-        return srt_setsockflag(handle_, option, &value, sizeof(value)) == 0;
+        return srt_setsockflag(handle, option, &value, sizeof(value)) == 0;
     }
 
 private:
-    SRTSOCKET handle_ = SRT_INVALID_SOCK;
+    SRTSOCKET handle = SRT_INVALID_SOCK;
 };
 
 /// Owns one set of watched sockets.
 class SrtPoll {
 public:
-    SrtPoll() : id_(srt_epoll_create()) { srt_epoll_set(id_, SRT_EPOLL_ENABLE_EMPTY); }
-    ~SrtPoll() { srt_epoll_release(id_); }
+    SrtPoll() : id(srt_epoll_create()) { srt_epoll_set(id, SRT_EPOLL_ENABLE_EMPTY); }
+    ~SrtPoll() { srt_epoll_release(id); }
     SrtPoll(const SrtPoll&) = delete;
     SrtPoll& operator=(const SrtPoll&) = delete;
 
-    void watch(SRTSOCKET socket, int events) { srt_epoll_add_usock(id_, socket, &events); }
-    void forget(SRTSOCKET socket) { srt_epoll_remove_usock(id_, socket); }
+    void watch(SRTSOCKET socket, int events) { srt_epoll_add_usock(id, socket, &events); }
+    void forget(SRTSOCKET socket) { srt_epoll_remove_usock(id, socket); }
     /// Waits until something happens; what did, valid until the next call.
     std::span<const SRT_EPOLL_EVENT> wait(int milliseconds) {
-        const int count = srt_epoll_uwait(id_, events_.data(), static_cast<int>(events_.size()), milliseconds);
-        return {events_.data(), static_cast<std::size_t>(std::max(0, count))};
+        const int count = srt_epoll_uwait(id, happened.data(), static_cast<int>(happened.size()), milliseconds);
+        return {happened.data(), static_cast<std::size_t>(std::max(0, count))};
     }
 
 private:
-    std::array<SRT_EPOLL_EVENT, 32> events_{};
-    int id_;
+    std::array<SRT_EPOLL_EVENT, 32> happened{};
+    int id;
 };
 
 /// Payload of one message: seven transport packets, which fits every usual path.

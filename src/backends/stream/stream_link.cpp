@@ -22,7 +22,8 @@ constexpr char kStreamId[] = "#!::r=cam,m=request";
 
 }  // namespace
 
-StreamLink::StreamLink(Clock& clock, Handlers handlers) : clock_(clock), handlers_(std::move(handlers)) {}
+StreamLink::StreamLink(Clock& systemClock, Handlers linkHandlers)
+    : clock(systemClock), handlers(std::move(linkHandlers)) {}
 
 StreamLink::~StreamLink() {
     stop();
@@ -30,21 +31,21 @@ StreamLink::~StreamLink() {
 
 void StreamLink::start(const sockaddr_in& address) {
     stop();
-    address_ = address;
-    stop_.store(false, std::memory_order_release);
-    heardNs_.store(clock_.monotonicNanoseconds(), std::memory_order_release);
-    thread_ = std::thread([this] { run(); });
+    sender = address;
+    stopWanted.store(false, std::memory_order_release);
+    heardNs.store(clock.monotonicNanoseconds(), std::memory_order_release);
+    thread = std::thread([this] { run(); });
 }
 
 void StreamLink::stop() {
-    stop_.store(true, std::memory_order_release);
-    if (thread_.joinable()) {
-        thread_.join();
+    stopWanted.store(true, std::memory_order_release);
+    if (thread.joinable()) {
+        thread.join();
     }
 }
 
 bool StreamLink::silent() const {
-    return clock_.monotonicNanoseconds() - heardNs_.load(std::memory_order_acquire) > kSilentNs;
+    return clock.monotonicNanoseconds() - heardNs.load(std::memory_order_acquire) > kSilentNs;
 }
 
 void StreamLink::run() {
@@ -52,10 +53,10 @@ void StreamLink::run() {
     while (!stopping()) {
         SrtSocket socket;
         if (connect(socket)) {
-            connections_.fetch_add(1, std::memory_order_relaxed);
-            const uint64_t before = heardNs_.load(std::memory_order_acquire);
+            connectionCount.fetch_add(1, std::memory_order_relaxed);
+            const uint64_t before = heardNs.load(std::memory_order_acquire);
             receive(socket);
-            wait = before == heardNs_.load(std::memory_order_acquire) ? wait : kFirstPauseNs;
+            wait = before == heardNs.load(std::memory_order_acquire) ? wait : kFirstPauseNs;
         }
         socket.reset();
         pause(wait);
@@ -67,7 +68,7 @@ void StreamLink::pause(uint64_t nanoseconds) {
     for (uint64_t left = nanoseconds; left > 0 && !stopping();) {
         const uint64_t slice = std::min(left, kPauseSliceNs);
         const timespec duration{0, static_cast<long>(slice)};
-        clock_.nanosleep(duration, nullptr);
+        clock.nanosleep(duration, nullptr);
         left -= slice;
     }
 }
@@ -90,27 +91,27 @@ bool StreamLink::connect(SrtSocket& socket) {
     }
     SrtPoll poll;
     poll.watch(socket.get(), SRT_EPOLL_OUT | SRT_EPOLL_ERR);
-    if (srt_connect(socket.get(), reinterpret_cast<const sockaddr*>(&address_), sizeof(address_)) == SRT_ERROR) {
+    if (srt_connect(socket.get(), reinterpret_cast<const sockaddr*>(&sender), sizeof(sender)) == SRT_ERROR) {
         return false;
     }
-    const uint64_t deadline = clock_.monotonicNanoseconds() + kConnectMs * kMillisecond;
-    while (!stopping() && !settled(socket.get()) && clock_.monotonicNanoseconds() < deadline) {
+    const uint64_t deadline = clock.monotonicNanoseconds() + kConnectMs * kMillisecond;
+    while (!stopping() && !settled(socket.get()) && clock.monotonicNanoseconds() < deadline) {
         poll.wait(kPollMs);
     }
     return srt_getsockstate(socket.get()) == SRTS_CONNECTED;
 }
 
 void StreamLink::receive(SrtSocket& socket) {
-    const uint64_t since = clock_.monotonicNanoseconds();
+    const uint64_t since = clock.monotonicNanoseconds();
     SrtPoll poll;
     poll.watch(socket.get(), SRT_EPOLL_IN | SRT_EPOLL_ERR);
-    handlers_.connected();
+    handlers.connected();
     while (!stopping()) {
         poll.wait(kPollMs);
         if (!drain(socket.get())) {
             return;
         }
-        if (silent() && clock_.monotonicNanoseconds() - since > kSilentNs) {
+        if (silent() && clock.monotonicNanoseconds() - since > kSilentNs) {
             return;
         }
         requestKeyFrame(socket.get());
@@ -127,18 +128,18 @@ bool StreamLink::drain(SRTSOCKET socket) {
         if (size == 0) {
             return false;
         }
-        heardNs_.store(clock_.monotonicNanoseconds(), std::memory_order_release);
-        handlers_.received(reinterpret_cast<const uint8_t*>(message), static_cast<std::size_t>(size));
+        heardNs.store(clock.monotonicNanoseconds(), std::memory_order_release);
+        handlers.received(reinterpret_cast<const uint8_t*>(message), static_cast<std::size_t>(size));
     }
     return false;
 }
 
 void StreamLink::requestKeyFrame(SRTSOCKET socket) {
-    const uint64_t now = clock_.monotonicNanoseconds();
-    if (now - requestedNs_ < kRequestEveryNs || !keyFrameWanted_.exchange(false, std::memory_order_acq_rel)) {
+    const uint64_t now = clock.monotonicNanoseconds();
+    if (now - requestedNs < kRequestEveryNs || !keyFrameWish.exchange(false, std::memory_order_acq_rel)) {
         return;
     }
-    requestedNs_ = now;
+    requestedNs = now;
     srt_sendmsg(socket, kKeyFrameRequest, sizeof(kKeyFrameRequest) - 1, -1, 1);
 }
 

@@ -23,7 +23,7 @@ public:
         std::function<void(const uint8_t*, std::size_t)> received;  ///< one message
     };
 
-    StreamLink(Clock& clock, Handlers handlers);
+    StreamLink(Clock& systemClock, Handlers linkHandlers);
     ~StreamLink();
     StreamLink(const StreamLink&) = delete;
     StreamLink& operator=(const StreamLink&) = delete;
@@ -31,10 +31,10 @@ public:
     void start(const sockaddr_in& address);
     void stop();
     /// Asks for a key frame as soon as the link stands, not more often than the sender would listen.
-    [[nodiscard]] std::atomic<bool>& keyFrameWanted() { return keyFrameWanted_; }
+    [[nodiscard]] std::atomic<bool>& keyFrameWanted() { return keyFrameWish; }
     /// Nothing has come for a second.
     [[nodiscard]] bool silent() const;
-    [[nodiscard]] uint64_t connections() const { return connections_.load(std::memory_order_relaxed); }
+    [[nodiscard]] uint64_t connections() const { return connectionCount.load(std::memory_order_relaxed); }
 
 private:
     void run();
@@ -44,18 +44,18 @@ private:
     [[nodiscard]] bool drain(SRTSOCKET socket);
     void requestKeyFrame(SRTSOCKET socket);
     void pause(uint64_t nanoseconds);
-    [[nodiscard]] bool stopping() const { return stop_.load(std::memory_order_acquire); }
+    [[nodiscard]] bool stopping() const { return stopWanted.load(std::memory_order_acquire); }
 
-    SrtLibrary library_;
-    Clock& clock_;
-    Handlers handlers_;
-    sockaddr_in address_{};
-    std::thread thread_;
-    std::atomic<bool> stop_{false};
-    std::atomic<bool> keyFrameWanted_{false};
-    std::atomic<uint64_t> heardNs_{0};
-    std::atomic<uint64_t> connections_{0};
-    uint64_t requestedNs_ = 0;
+    SrtLibrary library;
+    Clock& clock;
+    Handlers handlers;
+    sockaddr_in sender{};
+    std::thread thread;
+    std::atomic<bool> stopWanted{false};
+    std::atomic<bool> keyFrameWish{false};
+    std::atomic<uint64_t> heardNs{0};
+    std::atomic<uint64_t> connectionCount{0};
+    uint64_t requestedNs = 0;
 };
 
 }  // namespace oru::stream

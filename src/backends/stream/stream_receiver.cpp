@@ -38,34 +38,34 @@ const ControlState* find(const std::vector<ControlState>& controls, VIDEO_SETTIN
 
 }  // namespace
 
-StreamReceiver::StreamReceiver(Clock& clock, CalibrationSource& calibration, std::unique_ptr<rlxrw::RLXVideo> recorder,
-                               bool verbose)
-    : clock_(clock),
-      calibration_(calibration),
-      recorder_(std::move(recorder)),
-      verbose_(verbose),
-      pictures_(clock, ledger_),
-      link_(clock, {[this] { intake_.restart(); },
-                    [this](const uint8_t* data, std::size_t size) { intake_.feed(data, size); }}),
-      intake_(queue_, samples_, ledger_, link_.keyFrameWanted(),
-              [this](DescriptionRecord&& record) { adopt(std::move(record)); }) {}
+StreamReceiver::StreamReceiver(Clock& systemClock, CalibrationSource& calibration,
+                               std::unique_ptr<rlxrw::RLXVideo> recorder, bool tellMore)
+    : clock(systemClock),
+      calibrationSource(calibration),
+      ownRecorder(std::move(recorder)),
+      verbose(tellMore),
+      pictures(clock, ledger),
+      link(clock,
+           {[this] { intake.restart(); }, [this](const uint8_t* data, std::size_t size) { intake.feed(data, size); }}),
+      intake(queue, samples, ledger, link.keyFrameWanted(),
+             [this](DescriptionRecord&& record) { adopt(std::move(record)); }) {}
 
 StreamReceiver::~StreamReceiver() {
     close();
 }
 
 void StreamReceiver::close() {
-    opened_ = false;
-    link_.stop();
-    stop_.store(true, std::memory_order_release);
-    if (decoding_.joinable()) {
-        decoding_.join();
+    opened = false;
+    link.stop();
+    stopWanted.store(true, std::memory_order_release);
+    if (decoding.joinable()) {
+        decoding.join();
     }
 }
 
 int StreamReceiver::open(String ip, unsigned short port, int /*unused*/) {
     close();
-    const uint64_t deadline = clock_.monotonicNanoseconds() + kOpenNs;
+    const uint64_t deadline = clock.monotonicNanoseconds() + kOpenNs;
     if (ip.empty() || port == 0) {
         ORU_LOG(Error, "{} \"{}\" port {} is no address of a stream", kTagStreaming, ip.get(), port);
         return kBadAddress;
@@ -76,21 +76,21 @@ int StreamReceiver::open(String ip, unsigned short port, int /*unused*/) {
         return kUnknownHost;
     }
     {
-        MutexLock lock(mutex_);
-        haveDescription_ = false;
+        MutexLock lock(mutex);
+        haveDescription = false;
     }
-    const uint64_t before = link_.connections();
-    link_.start(*address);
+    const uint64_t before = link.connections();
+    link.start(*address);
     if (!awaitDescription(deadline)) {
-        const bool connected = link_.connections() > before;
-        link_.stop();
+        const bool connected = link.connections() > before;
+        link.stop();
         ORU_LOG(Error, "{} {} {}:{}", kTagStreaming,
                 connected ? "no camera describes itself at" : "no stream answers at", ip.get(), port);
         return connected ? kNotDescribed : kNotConnected;
     }
-    stop_.store(false, std::memory_order_release);
-    decoding_ = std::thread([this] { decodeLoop(); });
-    opened_ = true;
+    stopWanted.store(false, std::memory_order_release);
+    decoding = std::thread([this] { decodeLoop(); });
+    opened = true;
     return 0;
 }
 
@@ -98,137 +98,137 @@ bool StreamReceiver::awaitDescription(uint64_t deadline) {
     int serial = 0;
     std::string calibration;
     {
-        MutexLock lock(mutex_);
-        const uint64_t now = clock_.monotonicNanoseconds();
+        MutexLock lock(mutex);
+        const uint64_t now = clock.monotonicNanoseconds();
         const std::chrono::nanoseconds left(deadline > now ? deadline - now : 0);
-        const auto ready = [this]() ORU_NO_THREAD_SAFETY_ANALYSIS { return haveDescription_; };
-        if (!described_.wait_for(mutex_, left, ready)) {
+        const auto ready = [this]() ORU_NO_THREAD_SAFETY_ANALYSIS { return haveDescription; };
+        if (!described.wait_for(mutex, left, ready)) {
             return false;
         }
-        width_ = description_.camera.width;
-        height_ = description_.camera.height;
-        serial = description_.camera.serial_number;
-        calibration = description_.calibration;
-        setPatience(description_.fps);
+        width = senderFacts.camera.width;
+        height = senderFacts.camera.height;
+        serial = senderFacts.camera.serial_number;
+        calibration = senderFacts.calibration;
+        setPatience(senderFacts.fps);
     }
-    pictures_.resize(std::size_t{width_} * height_ * 2);
+    pictures.resize(std::size_t{width} * height * 2);
     if (!calibration.empty()) {
-        calibration_.offer(serial, std::move(calibration));
+        calibrationSource.offer(serial, std::move(calibration));
     }
     return true;
 }
 
 void StreamReceiver::setPatience(int fps) {
     const uint64_t period = fps > 0 ? 1000 * kMillisecond / static_cast<uint64_t>(fps) : kLongestPatienceNs;
-    pictures_.setPatience(std::clamp(2 * period, kShortestPatienceNs, kLongestPatienceNs));
+    pictures.setPatience(std::clamp(2 * period, kShortestPatienceNs, kLongestPatienceNs));
 }
 
 void StreamReceiver::adopt(DescriptionRecord&& record) {
-    MutexLock lock(mutex_);
-    const bool sizeChanged = haveDescription_ && (record.camera.width != description_.camera.width ||
-                                                  record.camera.height != description_.camera.height);
+    MutexLock lock(mutex);
+    const bool sizeChanged = haveDescription && (record.camera.width != senderFacts.camera.width ||
+                                                 record.camera.height != senderFacts.camera.height);
     if (sizeChanged) {
         // The application's buffers have the old size; the sender's pictures are refused until it opens again.
-        if (!std::exchange(sizeWarned_, true)) {
+        if (!std::exchange(sizeWarned, true)) {
             ORU_LOG(Warning, "{} the sender now has {} x {} pictures; open the stream again", kTagStreaming,
                     record.camera.width, record.camera.height);
         }
         return;
     }
-    if (verbose_ && haveDescription_ && record.session != description_.session) {
+    if (verbose && haveDescription && record.session != senderFacts.session) {
         ORU_LOG(Info, "{} the sender started again", kTagStreaming);
     }
-    description_ = std::move(record);
-    haveDescription_ = true;
-    sizeWarned_ = false;
-    described_.notify_all();
+    senderFacts = std::move(record);
+    haveDescription = true;
+    sizeWarned = false;
+    described.notify_all();
 }
 
 bool StreamReceiver::readStreamData(unsigned char* image, unsigned char* /*second*/) {
-    if (!opened_ || image == nullptr) {
+    if (!opened || image == nullptr) {
         return false;
     }
-    const std::optional<FrameFacts> facts = pictures_.read(image, link_.silent() ? 0 : kReadNs);
+    const std::optional<FrameFacts> facts = pictures.read(image, link.silent() ? 0 : kReadNs);
     if (facts) {
-        frame_ = *facts;
+        frame = *facts;
     }
     return facts.has_value();
 }
 
 void StreamReceiver::decodeLoop() {
     CodedPicture picture;
-    needsKey_ = true;
-    while (!stop_.load(std::memory_order_acquire)) {
-        if (queue_.pop(picture, kDecodeWaitMs)) {
+    needsKey = true;
+    while (!stopWanted.load(std::memory_order_acquire)) {
+        if (queue.pop(picture, kDecodeWaitMs)) {
             decodePicture(picture);
         }
     }
 }
 
 void StreamReceiver::lose(FrameLedger::Cause cause) {
-    ledger_.lost(cause);
-    needsKey_ = true;
-    link_.keyFrameWanted().store(true, std::memory_order_release);
+    ledger.lost(cause);
+    needsKey = true;
+    link.keyFrameWanted().store(true, std::memory_order_release);
 }
 
 bool StreamReceiver::prepareDecoder(VideoCodec codec) {
-    return decoder_.codec() == codec || decoder_.open(codec, width_, height_);
+    return decoder.codec() == codec || decoder.open(codec, width, height);
 }
 
 void StreamReceiver::decodePicture(CodedPicture& picture) {
     const FrameRecord& record = picture.record;
-    if (needsKey_ && !record.key_frame) {
+    if (needsKey && !record.key_frame) {
         lose(&FrameCounters::damaged);
         return;
     }
     uint8_t* coded = picture.bytes.data() + picture.bytes.size() - picture.padding - record.picture_bytes;
     const AVFrame* decoded = nullptr;
     if (prepareDecoder(picture.codec)) {
-        decoded = decoder_.decode(coded, record.picture_bytes, static_cast<int64_t>(record.frame_id));
+        decoded = decoder.decode(coded, record.picture_bytes, static_cast<int64_t>(record.frame_id));
     }
     if (decoded == nullptr) {
-        decoder_.close();
+        decoder.close();
         lose(&FrameCounters::decode_failed);
         return;
     }
-    needsKey_ = false;
-    if (queue_.size() > kBacklogToSkip) {
-        ledger_.lost(&FrameCounters::overwritten);
+    needsKey = false;
+    if (queue.size() > kBacklogToSkip) {
+        ledger.lost(&FrameCounters::overwritten);
         return;
     }
-    planarToPacked(*decoded, pictures_.beginWrite());
-    pictures_.publish({record.frame_id, record.timestamp_ns, record.has_metadata, record.metadata});
+    planarToPacked(*decoded, pictures.beginWrite());
+    pictures.publish({record.frame_id, record.timestamp_ns, record.has_metadata, record.metadata});
 }
 
 StreamDescription StreamReceiver::description() {
-    MutexLock lock(mutex_);
-    return description_.camera;
+    MutexLock lock(mutex);
+    return senderFacts.camera;
 }
 
 int StreamReceiver::announcedFps() {
-    MutexLock lock(mutex_);
-    return std::max(0, description_.fps);
+    MutexLock lock(mutex);
+    return std::max(0, senderFacts.fps);
 }
 
 StreamImuPose StreamReceiver::announcedImuPose() {
-    MutexLock lock(mutex_);
-    return description_.pose_known ? description_.pose : StreamImuPose{};
+    MutexLock lock(mutex);
+    return senderFacts.pose_known ? senderFacts.pose : StreamImuPose{};
 }
 
 int StreamReceiver::versionByte() {
-    MutexLock lock(mutex_);
-    return description_.version_byte;
+    MutexLock lock(mutex);
+    return senderFacts.version_byte;
 }
 
 bool StreamReceiver::canSupplyCurrentImu() {
     IMUPacket unused;
     const bool announced = versionByte() >= kVersionWithImu && description().has_imu;
-    return announced && samples_.newest(unused);
+    return announced && samples.newest(unused);
 }
 
 bool StreamReceiver::valueRange(VIDEO_SETTINGS setting, int& min, int& max) {
-    MutexLock lock(mutex_);
-    const ControlState* state = find(description_.controls, setting);
+    MutexLock lock(mutex);
+    const ControlState* state = find(senderFacts.controls, setting);
     if (state == nullptr || !state->range_known) {
         return false;
     }
@@ -238,8 +238,8 @@ bool StreamReceiver::valueRange(VIDEO_SETTINGS setting, int& min, int& max) {
 }
 
 int StreamReceiver::getGrabberSettingsValue(VIDEO_SETTINGS setting) {
-    MutexLock lock(mutex_);
-    const ControlState* state = find(description_.controls, setting);
+    MutexLock lock(mutex);
+    const ControlState* state = find(senderFacts.controls, setting);
     if (state != nullptr && state->value_known) {
         return state->value;
     }
@@ -252,11 +252,11 @@ int StreamReceiver::setGrabberSettingsValue(VIDEO_SETTINGS /*setting*/, int /*va
 }
 
 int StreamReceiver::getGrabberSettingsValue(VIDEO_SETTINGS setting, int /*side*/, Rect& region) {
-    MutexLock lock(mutex_);
-    if (setting != AEC_AGC_ROI || !description_.region_known) {
+    MutexLock lock(mutex);
+    if (setting != AEC_AGC_ROI || !senderFacts.region_known) {
         return kUnknown;
     }
-    region = description_.region;
+    region = senderFacts.region;
     return 0;
 }
 

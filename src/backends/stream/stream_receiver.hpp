@@ -23,24 +23,24 @@ namespace oru::stream {
 /// The receiving end: a thread that keeps the connection and one that decodes. See UDPInput for who may call what.
 class StreamReceiver final : public UDPInput {
 public:
-    StreamReceiver(Clock& clock, CalibrationSource& calibration, std::unique_ptr<rlxrw::RLXVideo> recorder,
-                   bool verbose);
+    StreamReceiver(Clock& systemClock, CalibrationSource& calibration, std::unique_ptr<rlxrw::RLXVideo> recorder,
+                   bool tellMore);
     ~StreamReceiver() override;
 
     int open(String ip, unsigned short port, int unused) override;
     bool readStreamData(unsigned char* image, unsigned char* second) override;
-    Timestamp frameTimestamp() override { return frame_.timestamp; }
-    bool frameHasMetadata() override { return frame_.has_metadata; }
-    rlxrw::rlxSampleMetadata frameMetadata() override { return frame_.metadata; }
+    Timestamp frameTimestamp() override { return frame.timestamp; }
+    bool frameHasMetadata() override { return frame.has_metadata; }
+    rlxrw::rlxSampleMetadata frameMetadata() override { return frame.metadata; }
     StreamDescription description() override;
     int announcedFps() override;
     StreamImuPose announcedImuPose() override;
     int versionByte() override;
     bool canSupplyCurrentImu() override;
-    bool getCurrentIMU(IMUPacket& packet) override { return samples_.newest(packet); }
-    std::vector<IMUPacket> takeImuPacketsBefore(Timestamp time) override { return samples_.takeBefore(time); }
-    rlxrw::RLXVideo& recorder() override { return *recorder_; }
-    [[nodiscard]] FrameCounters counters() const override { return ledger_.counters(); }
+    bool getCurrentIMU(IMUPacket& packet) override { return samples.newest(packet); }
+    std::vector<IMUPacket> takeImuPacketsBefore(Timestamp time) override { return samples.takeBefore(time); }
+    rlxrw::RLXVideo& recorder() override { return *ownRecorder; }
+    [[nodiscard]] FrameCounters counters() const override { return ledger.counters(); }
     bool valueRange(VIDEO_SETTINGS setting, int& min, int& max) override;
     int getGrabberSettingsValue(VIDEO_SETTINGS setting) override;
     int setGrabberSettingsValue(VIDEO_SETTINGS setting, int value, bool automatic) override;
@@ -57,33 +57,33 @@ private:
     void lose(FrameLedger::Cause cause);
     void setPatience(int fps);
 
-    Clock& clock_;
-    CalibrationSource& calibration_;
-    std::unique_ptr<rlxrw::RLXVideo> recorder_;
-    bool verbose_;
+    Clock& clock;
+    CalibrationSource& calibrationSource;
+    std::unique_ptr<rlxrw::RLXVideo> ownRecorder;
+    bool verbose;
 
-    FrameLedger ledger_;
-    ImuStore samples_;
-    CodedQueue queue_;
-    PictureRing pictures_;
-    FrameFacts frame_;  // of the caller's thread
+    FrameLedger ledger;
+    ImuStore samples;
+    CodedQueue queue;
+    PictureRing pictures;
+    FrameFacts frame;  // of the caller's thread
 
-    mutable Mutex mutex_;
-    std::condition_variable_any described_;
-    DescriptionRecord description_ ORU_GUARDED_BY(mutex_);
-    bool haveDescription_ ORU_GUARDED_BY(mutex_) = false;
-    bool sizeWarned_ ORU_GUARDED_BY(mutex_) = false;
+    mutable Mutex mutex;
+    std::condition_variable_any described;
+    DescriptionRecord senderFacts ORU_GUARDED_BY(mutex);
+    bool haveDescription ORU_GUARDED_BY(mutex) = false;
+    bool sizeWarned ORU_GUARDED_BY(mutex) = false;
 
-    VideoDecoder decoder_;  // of the decoding thread
-    bool needsKey_ = true;
-    uint32_t width_ = 0;
-    uint32_t height_ = 0;
-    bool opened_ = false;
-    std::atomic<bool> stop_{false};
+    VideoDecoder decoder;  // of the decoding thread
+    bool needsKey = true;
+    uint32_t width = 0;
+    uint32_t height = 0;
+    bool opened = false;
+    std::atomic<bool> stopWanted{false};
 
-    StreamLink link_;
-    FrameIntake intake_;
-    std::thread decoding_;
+    StreamLink link;
+    FrameIntake intake;
+    std::thread decoding;
 };
 
 }  // namespace oru::stream

@@ -35,22 +35,22 @@ bool acceptable(const UDPOutConfig& configuration) {
 
 }  // namespace
 
-StreamSender::StreamSender(Clock& clock, CalibrationSource& calibration, bool verbose)
-    : clock_(clock), calibration_(calibration), verbose_(verbose) {}
+StreamSender::StreamSender(Clock& systemClock, CalibrationSource& calibrationSource, bool tellMore)
+    : clock(systemClock), calibration(calibrationSource), verbose(tellMore) {}
 
 StreamSender::~StreamSender() {
     close();
 }
 
 void StreamSender::close() {
-    running_.store(false, std::memory_order_release);
-    if (encoding_.joinable()) {
-        encoding_.join();
+    running.store(false, std::memory_order_release);
+    if (encoding.joinable()) {
+        encoding.join();
     }
-    if (audience_) {
-        audience_->close();
-        const FrameCounters seen = ledger_.counters();
-        if (verbose_) {
+    if (audience) {
+        audience->close();
+        const FrameCounters seen = ledger.counters();
+        if (verbose) {
             ORU_LOG(Info, "{} sent {} of {} frames", kTagStreaming, seen.delivered, seen.produced);
         }
     }
@@ -63,48 +63,48 @@ int StreamSender::open(UDPOutConfig configuration) {
                 configuration.width, configuration.height, configuration.bitrate, configuration.port);
         return kBadConfiguration;
     }
-    configuration_ = configuration;
+    settings = configuration;
     const uint64_t session = drawSession();
-    facts_ = std::make_unique<CameraFacts>(configuration, session,
-                                           calibration_.text(static_cast<int>(configuration.serial_number)));
-    audience_ = std::make_unique<Audience>(clock_);
-    transmitter_ = std::make_unique<FrameTransmitter>(*audience_, *facts_, samples_, session);
-    bitrate_ = std::make_unique<BitrateControl>(configuration.bitrate);
-    if (!mailbox_.allocate(configuration.width, configuration.height)) {
+    facts = std::make_unique<CameraFacts>(configuration, session,
+                                          calibration.text(static_cast<int>(configuration.serial_number)));
+    audience = std::make_unique<Audience>(clock);
+    transmitter = std::make_unique<FrameTransmitter>(*audience, *facts, samples, session);
+    bitrateControl = std::make_unique<BitrateControl>(configuration.bitrate);
+    if (!mailbox.allocate(configuration.width, configuration.height)) {
         return kNoMemory;
     }
-    if (!transmitter_->open(configuration)) {
+    if (!transmitter->open(configuration)) {
         ORU_LOG(Error, "{} no encoder for {}", kTagStreaming, configuration.codec == DENSE_CODEC ? "H.265" : "H.264");
         return kNoEncoder;
     }
     {
-        MutexLock lock(pacingMutex_);
-        decimator_ = FrameDecimator(configuration.fps);
-        pacer_ = LoadPacer(configuration.fps);
+        MutexLock lock(pacingMutex);
+        decimator = FrameDecimator(configuration.fps);
+        pacer = LoadPacer(configuration.fps);
     }
-    startedNs_ = clock_.monotonicNanoseconds();
-    if (const int status = audience_->open(configuration.port, configuration.chunk_size); status != 0) {
+    startedNs = clock.monotonicNanoseconds();
+    if (const int status = audience->open(configuration.port, configuration.chunk_size); status != 0) {
         return status;
     }
-    ORU_LOG(Info, "{} sending on port {} with {}", kTagStreaming, configuration.port, transmitter_->encoderName());
-    bitrateNow_.store(configuration.bitrate, std::memory_order_relaxed);
-    running_.store(true, std::memory_order_release);
-    encoding_ = std::thread([this] { encodeLoop(); });
+    ORU_LOG(Info, "{} sending on port {} with {}", kTagStreaming, configuration.port, transmitter->encoderName());
+    bitrateNow.store(configuration.bitrate, std::memory_order_relaxed);
+    running.store(true, std::memory_order_release);
+    encoding = std::thread([this] { encodeLoop(); });
     return 0;
 }
 
 void StreamSender::setGrabber(LiveCameraGrabber* grabber) {
-    if (facts_) {
-        facts_->setGrabber(grabber);
+    if (facts) {
+        facts->setGrabber(grabber);
     }
 }
 
 bool StreamSender::admit(Timestamp time) {
-    MutexLock lock(pacingMutex_);
-    if (!decimator_.take(time)) {
+    MutexLock lock(pacingMutex);
+    if (!decimator.take(time)) {
         return false;
     }
-    if (audience_->empty() || pacer_.admit()) {
+    if (audience->empty() || pacer.admit()) {
         return true;
     }
     noteSkippedFrame();
@@ -113,44 +113,44 @@ bool StreamSender::admit(Timestamp time) {
 
 void StreamSender::asyncingestYUVFrame(unsigned char* pixels, Timestamp time, rlxrw::rlxSampleMetadata metadata,
                                        int size) {
-    const std::size_t expected = std::size_t{configuration_.width} * configuration_.height * 2;
+    const std::size_t expected = std::size_t{settings.width} * settings.height * 2;
     if (!isRunning() || pixels == nullptr || size < 0 || static_cast<std::size_t>(size) < expected || !admit(time)) {
         return;
     }
-    OutgoingFrame* frame = mailbox_.reserve();
+    OutgoingFrame* frame = mailbox.reserve();
     if (frame == nullptr) {
         noteSkippedFrame();
         return;
     }
-    copying_.store(true, std::memory_order_release);
-    frame->id = nextId_.fetch_add(1, std::memory_order_relaxed) + 1;
+    copying.store(true, std::memory_order_release);
+    frame->id = nextId.fetch_add(1, std::memory_order_relaxed) + 1;
     frame->timestamp = time;
     frame->metadata = metadata;
-    frame->filled = !audience_->empty();
+    frame->filled = !audience->empty();
     if (frame->filled) {
         packedToPlanar(pixels, *frame->picture);
     }
-    facts_->noticeMetadata(metadata);
-    ledger_.delivered();
-    mailbox_.commit();
-    copying_.store(false, std::memory_order_release);
+    facts->noticeMetadata(metadata);
+    ledger.delivered();
+    mailbox.commit();
+    copying.store(false, std::memory_order_release);
 }
 
 void StreamSender::noteSkippedFrame() {
-    skipped_.fetch_add(1, std::memory_order_relaxed);
-    ledger_.lost(&FrameCounters::sender_busy);
+    skipped.fetch_add(1, std::memory_order_relaxed);
+    ledger.lost(&FrameCounters::sender_busy);
 }
 
 StreamingStatus StreamSender::status() const {
     StreamingStatus status;
-    status.frames = ledger_.counters();
+    status.frames = ledger.counters();
     if (!isRunning()) {
         return status;
     }
-    const Audience::State state = audience_->state();
+    const Audience::State state = audience->state();
     status.receivers = state.receivers;
-    status.bitrate = bitrateNow_.load(std::memory_order_relaxed);
-    status.frames_sent = sent_.load(std::memory_order_relaxed);
+    status.bitrate = bitrateNow.load(std::memory_order_relaxed);
+    status.frames_sent = sent.load(std::memory_order_relaxed);
     status.frames_held_back = state.held_back_frames;
     status.packets_sent = state.sent_packets;
     status.packets_repeated = state.repeated_packets;
@@ -161,7 +161,7 @@ StreamingStatus StreamSender::status() const {
 
 void StreamSender::waitingestYUVFrameProcessing() {
     if (isRunning()) {
-        mailbox_.waitForRoom(kRoomMs);
+        mailbox.waitForRoom(kRoomMs);
     }
 }
 
@@ -169,94 +169,94 @@ void StreamSender::ingestIMU(IMUPacket packet) {
     if (!carriesImu()) {
         return;
     }
-    facts_->noticeSample();
-    if (!samples_.push(packet) && !samplesLost_.exchange(true, std::memory_order_relaxed)) {
+    facts->noticeSample();
+    if (!samples.push(packet) && !samplesLost.exchange(true, std::memory_order_relaxed)) {
         ORU_LOG(Warning, "{} inertial samples come faster than they can be sent", kTagStreaming);
     }
 }
 
 int64_t StreamSender::ticks() const {
     constexpr uint64_t kNanosecondsPer9Ticks = 100000;
-    return static_cast<int64_t>((clock_.monotonicNanoseconds() - startedNs_) * 9 / kNanosecondsPer9Ticks) + 1;
+    return static_cast<int64_t>((clock.monotonicNanoseconds() - startedNs) * 9 / kNanosecondsPer9Ticks) + 1;
 }
 
 bool StreamSender::keyFrameDue(uint64_t now) {
-    const bool wanted = audience_->takeKeyFrameWish() || forceKey_;
-    forceKey_ = wanted && now - keyFrameNs_ < kKeyFrameEveryNs;
-    return wanted && !forceKey_;
+    const bool wanted = audience->takeKeyFrameWish() || forceKey;
+    forceKey = wanted && now - keyFrameNs < kKeyFrameEveryNs;
+    return wanted && !forceKey;
 }
 
 void StreamSender::encodeLoop() {
     while (isRunning()) {
-        const OutgoingFrame* frame = mailbox_.take(kSilenceMs);
+        const OutgoingFrame* frame = mailbox.take(kSilenceMs);
         if (frame == nullptr) {
             handleSilence();
             continue;
         }
         handleFrame(*frame);
-        mailbox_.release();
+        mailbox.release();
     }
 }
 
 void StreamSender::handleFrame(const OutgoingFrame& frame) {
-    const uint64_t begin = clock_.monotonicNanoseconds();
-    lastTicks_ = std::max(lastTicks_ + 1, ticks());
-    frame.picture->pts = lastTicks_;
-    if (audience_->empty() || !frame.filled) {
-        transmitter_->dropSamples();
+    const uint64_t begin = clock.monotonicNanoseconds();
+    lastTicks = std::max(lastTicks + 1, ticks());
+    frame.picture->pts = lastTicks;
+    if (audience->empty() || !frame.filled) {
+        transmitter->dropSamples();
         return;
     }
-    facts_->refresh(begin);
+    facts->refresh(begin);
     const bool key = keyFrameDue(begin);
     if (key) {
-        keyFrameNs_ = begin;
+        keyFrameNs = begin;
     }
-    if (transmitter_->sendFrame(frame, key, skipped_.load(std::memory_order_relaxed))) {
-        sent_.fetch_add(1, std::memory_order_relaxed);
+    if (transmitter->sendFrame(frame, key, skipped.load(std::memory_order_relaxed))) {
+        sent.fetch_add(1, std::memory_order_relaxed);
     } else {
-        ORU_LOG(Warning, "{} the encoder {} failed and starts again", kTagStreaming, transmitter_->encoderName());
-        forceKey_ = true;
+        ORU_LOG(Warning, "{} the encoder {} failed and starts again", kTagStreaming, transmitter->encoderName());
+        forceKey = true;
     }
-    sentNs_ = clock_.monotonicNanoseconds();
-    adaptBitrate(sentNs_);
-    MutexLock lock(pacingMutex_);
-    if (pacer_.measured(sentNs_ - begin)) {
+    sentNs = clock.monotonicNanoseconds();
+    adaptBitrate(sentNs);
+    MutexLock lock(pacingMutex);
+    if (pacer.measured(sentNs - begin)) {
         ORU_LOG(Warning, "{} {} is too slow here for every frame: frames are skipped evenly", kTagStreaming,
-                transmitter_->encoderName());
+                transmitter->encoderName());
     }
 }
 
 void StreamSender::handleSilence() {
-    const uint64_t now = clock_.monotonicNanoseconds();
-    if (audience_->empty()) {
-        transmitter_->dropSamples();
+    const uint64_t now = clock.monotonicNanoseconds();
+    if (audience->empty()) {
+        transmitter->dropSamples();
         return;
     }
-    const bool describe = audience_->descriptionOverdue(facts_->complete() ? 0 : kDescribeAfterNs);
-    if (!describe && now - sentNs_ < kSamplesEveryNs) {
+    const bool describe = audience->descriptionOverdue(facts->complete() ? 0 : kDescribeAfterNs);
+    if (!describe && now - sentNs < kSamplesEveryNs) {
         return;
     }
-    facts_->refresh(now);
-    lastTicks_ = std::max(lastTicks_ + 1, ticks());
-    transmitter_->sendSamples(lastTicks_, nextId_.load(std::memory_order_relaxed), describe);
-    sentNs_ = now;
+    facts->refresh(now);
+    lastTicks = std::max(lastTicks + 1, ticks());
+    transmitter->sendSamples(lastTicks, nextId.load(std::memory_order_relaxed), describe);
+    sentNs = now;
 }
 
 void StreamSender::adaptBitrate(uint64_t now) {
-    if (!configuration_.adaptive_bitrate || now - adaptedNs_ < kAdaptEveryNs) {
+    if (!settings.adaptive_bitrate || now - adaptedNs < kAdaptEveryNs) {
         return;
     }
-    adaptedNs_ = now;
-    const Audience::State state = audience_->state();
-    const uint32_t before = bitrate_->current();
+    adaptedNs = now;
+    const Audience::State state = audience->state();
+    const uint32_t before = bitrateControl->current();
     const uint32_t wanted =
-        bitrate_->update({state.sent_packets, state.repeated_packets, state.held_back_frames, state.backlog_ms});
+        bitrateControl->update({state.sent_packets, state.repeated_packets, state.held_back_frames, state.backlog_ms});
     if (wanted == before) {
         return;
     }
     ORU_LOG(Debug, "{} bitrate {} kbit/s", kTagStreaming, wanted);
-    bitrateNow_.store(wanted, std::memory_order_relaxed);
-    forceKey_ = !transmitter_->setBitrate(wanted) || forceKey_;
+    bitrateNow.store(wanted, std::memory_order_relaxed);
+    forceKey = !transmitter->setBitrate(wanted) || forceKey;
 }
 
 }  // namespace oru::stream

@@ -23,7 +23,7 @@ namespace oru::stream {
 /// receivers. See UDPOutput for who may call what.
 class StreamSender final : public UDPOutput {
 public:
-    StreamSender(Clock& clock, CalibrationSource& calibration, bool verbose);
+    StreamSender(Clock& systemClock, CalibrationSource& calibrationSource, bool tellMore);
     ~StreamSender() override;
 
     int open(UDPOutConfig configuration) override;
@@ -34,10 +34,10 @@ public:
     void noteSkippedFrame() override;
     void ingestIMU(IMUPacket packet) override;
     /// Only while a hand-off is copying: a frame that finds no free buffer is counted by the hand-off itself.
-    [[nodiscard]] bool isBusy() const override { return copying_.load(std::memory_order_acquire); }
-    [[nodiscard]] bool isRunning() const override { return running_.load(std::memory_order_acquire); }
-    [[nodiscard]] bool carriesImu() const override { return isRunning() && configuration_.version >= 2; }
-    [[nodiscard]] FrameCounters counters() const override { return ledger_.counters(); }
+    [[nodiscard]] bool isBusy() const override { return copying.load(std::memory_order_acquire); }
+    [[nodiscard]] bool isRunning() const override { return running.load(std::memory_order_acquire); }
+    [[nodiscard]] bool carriesImu() const override { return isRunning() && settings.version >= 2; }
+    [[nodiscard]] FrameCounters counters() const override { return ledger.counters(); }
     [[nodiscard]] StreamingStatus status() const override;
 
 private:
@@ -50,36 +50,36 @@ private:
     [[nodiscard]] int64_t ticks() const;
     [[nodiscard]] bool keyFrameDue(uint64_t now);
 
-    Clock& clock_;
-    CalibrationSource& calibration_;
-    bool verbose_;
-    UDPOutConfig configuration_{};
-    std::atomic<bool> running_{false};
-    std::atomic<bool> copying_{false};
-    FrameLedger ledger_;
-    FrameMailbox mailbox_;
-    std::unique_ptr<Audience> audience_;
-    std::unique_ptr<CameraFacts> facts_;
-    std::unique_ptr<FrameTransmitter> transmitter_;
-    std::thread encoding_;
+    Clock& clock;
+    CalibrationSource& calibration;
+    bool verbose;
+    UDPOutConfig settings{};
+    std::atomic<bool> running{false};
+    std::atomic<bool> copying{false};
+    FrameLedger ledger;
+    FrameMailbox mailbox;
+    std::unique_ptr<Audience> audience;
+    std::unique_ptr<CameraFacts> facts;
+    std::unique_ptr<FrameTransmitter> transmitter;
+    std::thread encoding;
 
-    Mutex pacingMutex_;
-    FrameDecimator decimator_ ORU_GUARDED_BY(pacingMutex_){0};
-    LoadPacer pacer_ ORU_GUARDED_BY(pacingMutex_){0};
+    Mutex pacingMutex;
+    FrameDecimator decimator ORU_GUARDED_BY(pacingMutex){0};
+    LoadPacer pacer ORU_GUARDED_BY(pacingMutex){0};
 
-    SampleQueue samples_;
-    std::atomic<bool> samplesLost_{false};
-    std::atomic<uint64_t> nextId_{0};
-    std::atomic<uint64_t> skipped_{0};
-    std::atomic<uint64_t> sent_{0};
-    std::atomic<uint32_t> bitrateNow_{0};
-    std::unique_ptr<BitrateControl> bitrate_;  // of the encoding thread, as all below
-    int64_t lastTicks_ = 0;
-    uint64_t startedNs_ = 0;
-    uint64_t keyFrameNs_ = 0;
-    uint64_t sentNs_ = 0;
-    uint64_t adaptedNs_ = 0;
-    bool forceKey_ = false;
+    SampleQueue samples;
+    std::atomic<bool> samplesLost{false};
+    std::atomic<uint64_t> nextId{0};
+    std::atomic<uint64_t> skipped{0};
+    std::atomic<uint64_t> sent{0};
+    std::atomic<uint32_t> bitrateNow{0};
+    std::unique_ptr<BitrateControl> bitrateControl;  // of the encoding thread, as all below
+    int64_t lastTicks = 0;
+    uint64_t startedNs = 0;
+    uint64_t keyFrameNs = 0;
+    uint64_t sentNs = 0;
+    uint64_t adaptedNs = 0;
+    bool forceKey = false;
 };
 
 }  // namespace oru::stream

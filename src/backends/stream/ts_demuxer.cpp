@@ -69,16 +69,16 @@ uint64_t timestampAt(const uint8_t* at) {
 
 }  // namespace
 
-TsDemuxer::TsDemuxer(TsSink& sink) : sink_(sink) {
-    video_.limit = kMaxVideoBytes;
-    data_.limit = kMaxDataBytes;
+TsDemuxer::TsDemuxer(TsSink& packetSink) : sink(packetSink) {
+    video.limit = kMaxVideoBytes;
+    data.limit = kMaxDataBytes;
 }
 
 void TsDemuxer::reset() {
-    assign(video_, kNoPid);
-    assign(data_, kNoPid);
-    mapPid_ = kNoPid;
-    codec_ = VideoCodec::NONE;
+    assign(video, kNoPid);
+    assign(data, kNoPid);
+    mapPid = kNoPid;
+    codec = VideoCodec::NONE;
 }
 
 void TsDemuxer::assign(Track& track, uint16_t pid) {
@@ -115,12 +115,12 @@ void TsDemuxer::feedPacket(const uint8_t* packet) {
     const std::size_t size = kPacketBytes - offset;
     if (pid == 0 && start) {
         readProgramAssociation(payload, size);
-    } else if (pid == mapPid_ && start) {
+    } else if (pid == mapPid && start) {
         readProgramMap(payload, size);
-    } else if (pid == video_.pid) {
-        readTrack(video_, packet, payload, size, start);
-    } else if (pid == data_.pid) {
-        readTrack(data_, packet, payload, size, start);
+    } else if (pid == video.pid) {
+        readTrack(video, packet, payload, size, start);
+    } else if (pid == data.pid) {
+        readTrack(data, packet, payload, size, start);
     }
 }
 
@@ -129,7 +129,7 @@ void TsDemuxer::readProgramAssociation(const uint8_t* payload, std::size_t size)
     for (const uint8_t* at = found.first; found.last - at >= 4; at += 4) {
         const bool network = at[0] == 0 && at[1] == 0;
         if (!network) {
-            mapPid_ = pidAt(at + 2);
+            mapPid = pidAt(at + 2);
             return;
         }
     }
@@ -158,9 +158,9 @@ void TsDemuxer::readProgramMap(const uint8_t* payload, std::size_t size) {
         }
         at += 5 + info;
     }
-    assign(video_, videoPid);
-    assign(data_, dataPid);
-    codec_ = kind;
+    assign(video, videoPid);
+    assign(data, dataPid);
+    codec = kind;
 }
 
 bool TsDemuxer::checkContinuity(Track& track, uint8_t counter) {
@@ -169,7 +169,7 @@ bool TsDemuxer::checkContinuity(Track& track, uint8_t counter) {
     track.counting = true;
     track.counter = counter;
     if (!expected && !repeated) {
-        ++errors_;
+        ++errors;
         track.packet.damaged = true;
     }
     return !repeated;
@@ -234,13 +234,13 @@ void TsDemuxer::finish(Track& track) {
     if (track.announced > track.packet.payload.size()) {
         track.packet.damaged = true;
     }
-    if (&track == &video_) {
-        sink_.onVideo(track.packet);
+    if (&track == &video) {
+        sink.onVideo(track.packet);
         return;
     }
     // The data packet follows the picture that it describes, so that picture is complete.
-    finish(video_);
-    sink_.onData(track.packet);
+    finish(video);
+    sink.onData(track.packet);
 }
 
 }  // namespace oru::stream

@@ -36,14 +36,14 @@ public:
     static constexpr std::size_t kMaxVideoBytes = std::size_t{4} << 20;
     static constexpr std::size_t kMaxDataBytes = std::size_t{128} << 10;
 
-    explicit TsDemuxer(TsSink& sink);
+    explicit TsDemuxer(TsSink& packetSink);
 
     /// Takes any number of whole transport packets; a rest shorter than one is ignored.
     void feed(const uint8_t* data, std::size_t size);
     /// Forgets the programme and everything half assembled: for a new connection.
     void reset();
-    [[nodiscard]] VideoCodec videoCodec() const { return codec_; }
-    [[nodiscard]] uint64_t continuityErrors() const { return errors_; }
+    [[nodiscard]] VideoCodec videoCodec() const { return codec; }
+    [[nodiscard]] uint64_t continuityErrors() const { return errors; }
 
 private:
     static constexpr uint16_t kNoPid = 0xFFFF;
@@ -68,12 +68,12 @@ private:
     void finish(Track& track);
     static void assign(Track& track, uint16_t pid);
 
-    TsSink& sink_;
-    Track video_;
-    Track data_;
-    uint16_t mapPid_ = kNoPid;
-    VideoCodec codec_ = VideoCodec::NONE;
-    uint64_t errors_ = 0;
+    TsSink& sink;
+    Track video;
+    Track data;
+    uint16_t mapPid = kNoPid;
+    VideoCodec codec = VideoCodec::NONE;
+    uint64_t errors = 0;
 };
 
 }  // namespace oru::stream

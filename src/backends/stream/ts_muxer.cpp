@@ -22,13 +22,13 @@ void TsMuxer::FormatDelete::operator()(AVFormatContext* context) const {
 }
 
 int TsMuxer::append(void* muxer, uint8_t* data, int size) {
-    std::vector<uint8_t>& bytes = static_cast<TsMuxer*>(muxer)->bytes_;
+    std::vector<uint8_t>& bytes = static_cast<TsMuxer*>(muxer)->bytes;
     bytes.insert(bytes.end(), data, data + size);
     return size;
 }
 
 bool TsMuxer::addStream(AVMediaType type, AVCodecID codec) {
-    AVStream* stream = avformat_new_stream(context_.get(), nullptr);
+    AVStream* stream = avformat_new_stream(context.get(), nullptr);
     if (stream == nullptr) {
         return false;
     }
@@ -43,12 +43,12 @@ bool TsMuxer::open(VideoCodec codec, uint32_t width, uint32_t height) {
     if (avformat_alloc_output_context2(&made, nullptr, "mpegts", nullptr) < 0) {
         return false;
     }
-    context_.reset(made);
-    packet_.reset(av_packet_alloc());
+    context.reset(made);
+    packet.reset(av_packet_alloc());
     auto* buffer = static_cast<uint8_t*>(av_malloc(kIoBytes));
     made->pb = avio_alloc_context(buffer, kIoBytes, 1, this, nullptr, &TsMuxer::append, nullptr);
     const AVCodecID id = codec == VideoCodec::H265 ? AV_CODEC_ID_HEVC : AV_CODEC_ID_H264;
-    if (packet_ == nullptr || made->pb == nullptr || !addStream(AVMEDIA_TYPE_VIDEO, id) ||
+    if (packet == nullptr || made->pb == nullptr || !addStream(AVMEDIA_TYPE_VIDEO, id) ||
         !addStream(AVMEDIA_TYPE_DATA, AV_CODEC_ID_SMPTE_KLV)) {
         return false;
     }
@@ -58,23 +58,23 @@ bool TsMuxer::open(VideoCodec codec, uint32_t width, uint32_t height) {
     made->flags |= AVFMT_FLAG_FLUSH_PACKETS;
     av_opt_set(made->priv_data, "omit_video_pes_length", "1", 0);
     av_opt_set(made->priv_data, "pat_period", "0.2", 0);
-    bytes_.reserve(kUsualFrameBytes);
+    bytes.reserve(kUsualFrameBytes);
     return avformat_write_header(made, nullptr) >= 0;
 }
 
 void TsMuxer::repeatTables() {
-    av_opt_set(context_->priv_data, "mpegts_flags", "resend_headers", 0);
+    av_opt_set(context->priv_data, "mpegts_flags", "resend_headers", 0);
 }
 
 bool TsMuxer::write(int stream, uint8_t* data, std::size_t size, int64_t pts, int flags) {
-    packet_->stream_index = stream;
-    packet_->data = data;
-    packet_->size = static_cast<int>(size);
-    packet_->pts = pts;
-    packet_->dts = pts;
-    packet_->flags = flags;
-    const bool written = av_write_frame(context_.get(), packet_.get()) >= 0;
-    av_packet_unref(packet_.get());
+    packet->stream_index = stream;
+    packet->data = data;
+    packet->size = static_cast<int>(size);
+    packet->pts = pts;
+    packet->dts = pts;
+    packet->flags = flags;
+    const bool written = av_write_frame(context.get(), packet.get()) >= 0;
+    av_packet_unref(packet.get());
     return written;
 }
 
@@ -87,13 +87,13 @@ bool TsMuxer::writeData(std::vector<uint8_t>& data, int64_t pts) {
 }
 
 const std::vector<uint8_t>& TsMuxer::finish() {
-    av_write_frame(context_.get(), nullptr);
-    avio_flush(context_->pb);
-    return bytes_;
+    av_write_frame(context.get(), nullptr);
+    avio_flush(context->pb);
+    return bytes;
 }
 
 void TsMuxer::clear() {
-    bytes_.clear();
+    bytes.clear();
 }
 
 }  // namespace oru::stream

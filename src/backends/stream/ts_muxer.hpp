@@ -35,9 +35,9 @@ private:
     [[nodiscard]] bool addStream(AVMediaType type, AVCodecID codec);
     [[nodiscard]] bool write(int stream, uint8_t* data, std::size_t size, int64_t pts, int flags);
 
-    std::vector<uint8_t> bytes_;
-    std::unique_ptr<AVFormatContext, FormatDelete> context_;
-    AvPtr<AVPacket> packet_;
+    std::vector<uint8_t> bytes;
+    std::unique_ptr<AVFormatContext, FormatDelete> context;
+    AvPtr<AVPacket> packet;
 };
 
 }  // namespace oru::stream

@@ -16,18 +16,18 @@ public:
 
     [[nodiscard]] bool open(VideoCodec codec, uint32_t width, uint32_t height);
     void close();
-    [[nodiscard]] VideoCodec codec() const { return codec_; }
+    [[nodiscard]] VideoCodec codec() const { return openCodec; }
     /// Decodes one coded picture, with kPadding readable bytes behind it. Null: it is damaged, of another size or
     /// format, or not complete. The result is valid until the next call.
     [[nodiscard]] const AVFrame* decode(uint8_t* data, std::size_t size, int64_t id);
 
 private:
-    VideoCodec codec_ = VideoCodec::NONE;
-    int width_ = 0;
-    int height_ = 0;
-    AvPtr<AVCodecContext> context_;
-    AvPtr<AVPacket> packet_;
-    AvPtr<AVFrame> picture_;
+    VideoCodec openCodec = VideoCodec::NONE;
+    int pictureWidth = 0;
+    int pictureHeight = 0;
+    AvPtr<AVCodecContext> context;
+    AvPtr<AVPacket> packet;
+    AvPtr<AVFrame> picture;
 };
 
 }  // namespace oru::stream

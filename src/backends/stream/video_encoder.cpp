@@ -65,10 +65,10 @@ AvPtr<AVFrame> makePicture(uint32_t width, uint32_t height) {
 }
 
 bool VideoEncoder::open(const Settings& settings) {
-    settings_ = settings;
-    packet_.reset(av_packet_alloc());
+    wanted = settings;
+    packet.reset(av_packet_alloc());
     const std::span<const char* const> names = settings.codec == VideoCodec::H265 ? kH265Names : kH264Names;
-    return packet_ != nullptr &&
+    return packet != nullptr &&
            std::any_of(names.begin(), names.end(), [&](const char* name) { return tryOpen(name); });
 }
 
@@ -81,69 +81,69 @@ bool VideoEncoder::tryOpen(const char* name) {
     if (!context) {
         return false;
     }
-    context->width = static_cast<int>(settings_.width);
-    context->height = static_cast<int>(settings_.height);
+    context->width = static_cast<int>(wanted.width);
+    context->height = static_cast<int>(wanted.height);
     context->pix_fmt = AV_PIX_FMT_YUV420P;
     context->time_base = kClock;
-    context->framerate = {settings_.fps > 0 ? settings_.fps : kFallbackFps, 1};
-    context->gop_size = settings_.gop_size > 0 ? settings_.gop_size : 2 * kFallbackFps;
+    context->framerate = {wanted.fps > 0 ? wanted.fps : kFallbackFps, 1};
+    context->gop_size = wanted.gop_size > 0 ? wanted.gop_size : 2 * kFallbackFps;
     context->max_b_frames = 0;
     context->color_range = AVCOL_RANGE_MPEG;
-    context->thread_count = settings_.width * settings_.height > kTwoThreadPixels ? 2 : 1;
+    context->thread_count = wanted.width * wanted.height > kTwoThreadPixels ? 2 : 1;
     for (const Option& option : kOptions) {
         if (std::string_view(option.encoder) == name) {
             av_opt_set(context->priv_data, option.key, option.value, 0);
         }
     }
-    context_ = std::move(context);
-    setRate(settings_.bitrate);
-    if (avcodec_open2(context_.get(), codec, nullptr) != 0) {
-        context_.reset();
+    codecContext = std::move(context);
+    setRate(wanted.bitrate);
+    if (avcodec_open2(codecContext.get(), codec, nullptr) != 0) {
+        codecContext.reset();
         return false;
     }
-    chosen_ = name;
+    chosen = name;
     return true;
 }
 
 void VideoEncoder::setRate(uint32_t kilobits) {
     constexpr int64_t kBufferPart = 4;  // the encoder may be a quarter of a second ahead of its rate
     const int64_t bits = int64_t{kilobits} * 1000;
-    context_->bit_rate = bits;
-    context_->rc_max_rate = bits;
-    context_->rc_buffer_size = static_cast<int>(bits / kBufferPart);
+    codecContext->bit_rate = bits;
+    codecContext->rc_max_rate = bits;
+    codecContext->rc_buffer_size = static_cast<int>(bits / kBufferPart);
 }
 
 bool VideoEncoder::setBitrate(uint32_t kilobits) {
-    settings_.bitrate = kilobits;
-    const bool adjustable = chosen_ == "libx264" || chosen_ == "h264_nvenc" || chosen_ == "hevc_nvenc";
+    wanted.bitrate = kilobits;
+    const bool adjustable = chosen == "libx264" || chosen == "h264_nvenc" || chosen == "hevc_nvenc";
     if (adjustable) {
         setRate(kilobits);
         return true;
     }
-    context_.reset();
-    return tryOpen(std::string(chosen_).c_str());
+    codecContext.reset();
+    return tryOpen(std::string(chosen).c_str());
 }
 
 const char* VideoEncoder::name() const {
-    return chosen_.c_str();
+    return chosen.c_str();
 }
 
 bool VideoEncoder::encode(AVFrame& picture, bool key_frame, const Output& output) {
     picture.pict_type = key_frame ? AV_PICTURE_TYPE_I : AV_PICTURE_TYPE_NONE;
-    if (context_ == nullptr || avcodec_send_frame(context_.get(), &picture) < 0) {
+    if (codecContext == nullptr || avcodec_send_frame(codecContext.get(), &picture) < 0) {
         return false;
     }
     while (true) {
-        const int result = avcodec_receive_packet(context_.get(), packet_.get());
+        const int result = avcodec_receive_packet(codecContext.get(), packet.get());
         if (result == AVERROR(EAGAIN)) {
             return true;
         }
         if (result < 0) {
             return false;
         }
-        output({packet_->data, static_cast<std::size_t>(packet_->size), packet_->pts,
-                (packet_->flags & AV_PKT_FLAG_KEY) != 0});
-        av_packet_unref(packet_.get());
+        output({packet->data, static_cast<std::size_t>(packet->size), packet->pts,
+                (packet->flags & AV_PKT_FLAG_KEY) != 0});
+        av_packet_unref(packet.get());
     }
 }
 

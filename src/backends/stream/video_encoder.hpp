@@ -44,10 +44,10 @@ private:
     [[nodiscard]] bool tryOpen(const char* name);
     void setRate(uint32_t kilobits);
 
-    Settings settings_;
-    std::string chosen_;
-    AvPtr<AVCodecContext> context_;
-    AvPtr<AVPacket> packet_;
+    Settings wanted;
+    std::string chosen;
+    AvPtr<AVCodecContext> codecContext;
+    AvPtr<AVPacket> packet;
 };
 
 /// A picture buffer for the encoder; null when there is no memory.

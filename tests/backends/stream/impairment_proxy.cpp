@@ -30,32 +30,32 @@ int boundSocket() {
 
 }  // namespace
 
-ImpairmentProxy::ImpairmentProxy(uint16_t server_port, const Impairment& impairment, uint64_t seed)
-    : impairment_(impairment), random_(seed), listening_(boundSocket()) {
-    server_.sin_family = AF_INET;
-    server_.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    server_.sin_port = htons(server_port);
+ImpairmentProxy::ImpairmentProxy(uint16_t serverPort, const Impairment& wanted, uint64_t seed)
+    : impairment(wanted), random(seed), listening(boundSocket()) {
+    server.sin_family = AF_INET;
+    server.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    server.sin_port = htons(serverPort);
     sockaddr_in own{};
     socklen_t length = sizeof(own);
-    (void)getsockname(listening_, reinterpret_cast<sockaddr*>(&own), &length);
-    port_ = ntohs(own.sin_port);
-    thread_ = std::thread([this] { run(); });
+    (void)getsockname(listening, reinterpret_cast<sockaddr*>(&own), &length);
+    ownPort = ntohs(own.sin_port);
+    thread = std::thread([this] { run(); });
 }
 
 ImpairmentProxy::~ImpairmentProxy() {
-    stop_ = true;
-    thread_.join();
-    close(listening_);
-    for (const auto& [port, handle] : upstream_) {
+    stop = true;
+    thread.join();
+    close(listening);
+    for (const auto& [port, handle] : upstream) {
         close(handle);
     }
 }
 
 int ImpairmentProxy::upstreamFor(const sockaddr_in& client) {
-    const auto [at, added] = upstream_.try_emplace(client.sin_port, -1);
+    const auto [at, added] = upstream.try_emplace(client.sin_port, -1);
     if (added) {
         at->second = boundSocket();
-        clients_[at->second] = client;
+        clients[at->second] = client;
     }
     return at->second;
 }
@@ -63,17 +63,17 @@ int ImpairmentProxy::upstreamFor(const sockaddr_in& client) {
 void ImpairmentProxy::schedule(int handle, const sockaddr_in& to, const char* data, std::size_t size) {
     std::uniform_real_distribution<double> chance(0.0, 1.0);
     std::normal_distribution<double> jitter(0.0, 1.0);
-    const bool lost = chance(random_) < impairment_.loss;
-    const bool held = chance(random_) < impairment_.reorder;
+    const bool lost = chance(random) < impairment.loss;
+    const bool held = chance(random) < impairment.reorder;
     const double wanted =
-        impairment_.delay_ms + jitter(random_) * impairment_.jitter_ms + (held ? impairment_.held_back_ms : 0.0);
-    if (lost || blackout_ || queue_.size() >= kMaxQueued) {
-        ++dropped_;
+        impairment.delay_ms + jitter(random) * impairment.jitter_ms + (held ? impairment.held_back_ms : 0.0);
+    if (lost || blackout || queue.size() >= kMaxQueued) {
+        ++droppedDatagrams;
         return;
     }
-    ++passed_;
+    ++passedDatagrams;
     const auto delay = static_cast<uint64_t>(std::max(0.0, wanted) * 1e6);
-    queue_.push({nowNs() + delay, order_++, handle, to, std::vector<char>(data, data + size)});
+    queue.push({nowNs() + delay, order++, handle, to, std::vector<char>(data, data + size)});
 }
 
 void ImpairmentProxy::receive(int handle, bool from_client) {
@@ -82,42 +82,42 @@ void ImpairmentProxy::receive(int handle, bool from_client) {
     socklen_t length = sizeof(from);
     ssize_t size = 0;
     while ((size = recvfrom(handle, bytes, sizeof(bytes), 0, reinterpret_cast<sockaddr*>(&from), &length)) >= 0) {
-        const int out = from_client ? upstreamFor(from) : listening_;
-        schedule(out, from_client ? server_ : clients_[handle], bytes, static_cast<std::size_t>(size));
+        const int out = from_client ? upstreamFor(from) : listening;
+        schedule(out, from_client ? server : clients[handle], bytes, static_cast<std::size_t>(size));
     }
 }
 
 void ImpairmentProxy::sendDue() {
     const uint64_t now = nowNs();
-    while (!queue_.empty() && queue_.top().due_ns <= now) {
-        const Datagram& next = queue_.top();
+    while (!queue.empty() && queue.top().due_ns <= now) {
+        const Datagram& next = queue.top();
         (void)sendto(next.handle, next.bytes.data(), next.bytes.size(), 0, reinterpret_cast<const sockaddr*>(&next.to),
                      sizeof(next.to));
-        queue_.pop();
+        queue.pop();
     }
 }
 
 int ImpairmentProxy::waitMilliseconds() const {
     constexpr int kIdleMs = 20;
-    if (queue_.empty()) {
+    if (queue.empty()) {
         return kIdleMs;
     }
     const uint64_t now = nowNs();
-    const uint64_t due = queue_.top().due_ns;
+    const uint64_t due = queue.top().due_ns;
     return due <= now ? 0 : std::min(kIdleMs, static_cast<int>((due - now) / 1000000) + 1);
 }
 
 void ImpairmentProxy::run() {
     std::vector<pollfd> watched;
-    while (!stop_) {
-        watched.assign(1, {listening_, POLLIN, 0});
-        for (const auto& [port, handle] : upstream_) {
+    while (!stop) {
+        watched.assign(1, {listening, POLLIN, 0});
+        for (const auto& [port, handle] : upstream) {
             watched.push_back({handle, POLLIN, 0});
         }
         (void)poll(watched.data(), watched.size(), waitMilliseconds());
         for (const pollfd& entry : watched) {
             if ((entry.revents & POLLIN) != 0) {
-                receive(entry.fd, entry.fd == listening_);
+                receive(entry.fd, entry.fd == listening);
             }
         }
         sendDue();

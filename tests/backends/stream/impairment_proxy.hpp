@@ -25,16 +25,16 @@ struct Impairment {
 /// A UDP relay on the loopback in front of a port, which loses, delays and reorders by a seeded choice.
 class ImpairmentProxy {
 public:
-    ImpairmentProxy(uint16_t server_port, const Impairment& impairment, uint64_t seed);
+    ImpairmentProxy(uint16_t serverPort, const Impairment& wanted, uint64_t seed);
     ~ImpairmentProxy();
     ImpairmentProxy(const ImpairmentProxy&) = delete;
     ImpairmentProxy& operator=(const ImpairmentProxy&) = delete;
 
-    [[nodiscard]] uint16_t port() const { return port_; }
+    [[nodiscard]] uint16_t port() const { return ownPort; }
     /// Nothing passes while this is on.
-    void setBlackout(bool on) { blackout_ = on; }
-    [[nodiscard]] uint64_t dropped() const { return dropped_; }
-    [[nodiscard]] uint64_t passed() const { return passed_; }
+    void setBlackout(bool on) { blackout = on; }
+    [[nodiscard]] uint64_t dropped() const { return droppedDatagrams; }
+    [[nodiscard]] uint64_t passed() const { return passedDatagrams; }
 
 private:
     struct Datagram {
@@ -55,20 +55,20 @@ private:
     [[nodiscard]] int upstreamFor(const sockaddr_in& client);
     [[nodiscard]] int waitMilliseconds() const;
 
-    sockaddr_in server_{};
-    Impairment impairment_;
-    std::mt19937_64 random_;
-    int listening_ = -1;
-    uint16_t port_ = 0;
-    std::map<uint16_t, int> upstream_;    // client port to our socket towards the server
-    std::map<int, sockaddr_in> clients_;  // and back
-    std::priority_queue<Datagram, std::vector<Datagram>, std::greater<>> queue_;
-    uint64_t order_ = 0;
-    std::atomic<bool> blackout_{false};
-    std::atomic<bool> stop_{false};
-    std::atomic<uint64_t> dropped_{0};
-    std::atomic<uint64_t> passed_{0};
-    std::thread thread_;
+    sockaddr_in server{};
+    Impairment impairment;
+    std::mt19937_64 random;
+    int listening = -1;
+    uint16_t ownPort = 0;
+    std::map<uint16_t, int> upstream;    // client port to our socket towards the server
+    std::map<int, sockaddr_in> clients;  // and back
+    std::priority_queue<Datagram, std::vector<Datagram>, std::greater<>> queue;
+    uint64_t order = 0;
+    std::atomic<bool> blackout{false};
+    std::atomic<bool> stop{false};
+    std::atomic<uint64_t> droppedDatagrams{0};
+    std::atomic<uint64_t> passedDatagrams{0};
+    std::thread thread;
 };
 
 }  // namespace oru::test

@@ -58,22 +58,22 @@ protected:
     void start(const Impairment& impairment) {
         UDPOutConfig configuration = streamConfiguration(freePort(), kWidth, kHeight, kFps);
         configuration.bitrate = kWidth * kHeight * kFps / 5000;
-        sender_ = makeStreamSender(*clock_, texts_, false);
-        ASSERT_EQ(sender_->open(configuration), 0);
-        proxy_.emplace(configuration.port, impairment, 20);
-        sent_ = std::vector<std::atomic<uint64_t>>(kMaxNumber);
-        running_ = true;
-        source_ = std::thread([this] { produce(); });
-        receiver_ = makeStreamReceiver(*clock_, texts_, nullptr, false);
-        ASSERT_EQ(receiver_->open("127.0.0.1", proxy_->port(), 0), 0);
+        sender = makeStreamSender(*clock, texts, false);
+        ASSERT_EQ(sender->open(configuration), 0);
+        proxy.emplace(configuration.port, impairment, 20);
+        sent = std::vector<std::atomic<uint64_t>>(kMaxNumber);
+        running = true;
+        producer = std::thread([this] { produce(); });
+        receiver = makeStreamReceiver(*clock, texts, nullptr, false);
+        ASSERT_EQ(receiver->open("127.0.0.1", proxy->port(), 0), 0);
     }
     void TearDown() override {
-        running_ = false;
-        if (source_.joinable()) {
-            source_.join();
+        running = false;
+        if (producer.joinable()) {
+            producer.join();
         }
-        receiver_.reset();
-        proxy_.reset();
+        receiver.reset();
+        proxy.reset();
     }
 
     /// Reads for some time; `onTime` is called with the seconds gone by.
@@ -81,54 +81,54 @@ protected:
     Reading read(int duration_s, OnTime&& onTime) {
         Reading run;
         std::vector<unsigned char> image(std::size_t{kWidth} * kHeight * 2);
-        const uint64_t begin = clock_->monotonicNanoseconds();
+        const uint64_t begin = clock->monotonicNanoseconds();
         for (uint64_t now = begin; now < begin + static_cast<uint64_t>(duration_s) * 1000 * kMillisecond;
-             now = clock_->monotonicNanoseconds()) {
+             now = clock->monotonicNanoseconds()) {
             onTime(static_cast<double>(now - begin) / 1e9);
-            if (receiver_->readStreamData(image.data(), nullptr)) {
+            if (receiver->readStreamData(image.data(), nullptr)) {
                 note(run, image);
             }
         }
-        run.counters = receiver_->counters();
+        run.counters = receiver->counters();
         return run;
     }
     Reading read(int duration_s) {
         return read(duration_s, [](double) {});
     }
 
-    std::unique_ptr<Clock> clock_ = makeSystemClock();
-    TextCalibration texts_;
-    std::unique_ptr<UDPOutput> sender_;
-    std::unique_ptr<UDPInput> receiver_;
-    std::optional<ImpairmentProxy> proxy_;
+    std::unique_ptr<Clock> clock = makeSystemClock();
+    TextCalibration texts;
+    std::unique_ptr<UDPOutput> sender;
+    std::unique_ptr<UDPInput> receiver;
+    std::optional<ImpairmentProxy> proxy;
 
 private:
     static constexpr std::size_t kMaxNumber = 1 << 20;
 
     void produce() {
-        NumberedSource source(*sender_, kWidth, kHeight, kFps);
-        while (running_) {
-            source.step([this](uint64_t number) { sent_[number] = clock_->monotonicNanoseconds(); });
+        NumberedSource source(*sender, kWidth, kHeight, kFps);
+        while (running) {
+            source.step([this](uint64_t number) { sent[number] = clock->monotonicNanoseconds(); });
         }
     }
     void note(Reading& run, const std::vector<unsigned char>& image) {
-        const uint64_t now = clock_->monotonicNanoseconds();
+        const uint64_t now = clock->monotonicNanoseconds();
         const SeenPicture seen = readPicture(image, kWidth, kHeight);
         const rlxrw::rlxSampleMetadata expected = numberedMetadata(seen.number);
         const bool right =
             seen.number < kMaxNumber && seen.mean_error < 10.0 &&
-            receiver_->frameTimestamp() == numberedTime(seen.number) &&
-            std::equal(expected.bytes, expected.bytes + sizeof(expected.bytes), receiver_->frameMetadata().bytes) &&
+            receiver->frameTimestamp() == numberedTime(seen.number) &&
+            std::equal(expected.bytes, expected.bytes + sizeof(expected.bytes), receiver->frameMetadata().bytes) &&
             (run.numbers.empty() || seen.number > run.numbers.back());
         run.wrong += right ? 0 : 1;
         run.numbers.push_back(seen.number);
         run.read_ns.push_back(now);
-        run.latency_ms.push_back(static_cast<double>(now - sent_[seen.number % kMaxNumber]) / 1e6);
+        run.latency_ms.push_back(static_cast<double>(now - sent[seen.number % kMaxNumber]) / 1e6);
     }
 
-    std::vector<std::atomic<uint64_t>> sent_;
-    std::atomic<bool> running_{false};
-    std::thread source_;
+    std::vector<std::atomic<uint64_t>> sent;
+    std::atomic<bool> running{false};
+    std::thread producer;
 };
 
 void report(const char* name, const Reading& run) {
@@ -169,7 +169,7 @@ TEST_F(BadNetwork, LossDelayJitterAndReorderingCostNoFrame) {
         EXPECT_EQ(run.lostOnTheWay(), 0U);
         EXPECT_EQ(run.counters.damaged + run.counters.decode_failed, 0U);
         EXPECT_EQ(run.wrong, 0U);
-        EXPECT_GT(proxy_->dropped(), 5U);
+        EXPECT_GT(proxy->dropped(), 5U);
         EXPECT_TRUE(!run.paced(seconds(5)) || run.latency(0.5) < 150.0);
         EXPECT_TRUE(!run.paced(seconds(5)) || run.latency(0.95) < 300.0);
         EXPECT_EQ(run.counters.produced, run.counters.delivered + run.counters.lost());
@@ -184,9 +184,9 @@ TEST_F(BadNetwork, ABlackoutOfTwoSecondsEndsByItself) {
     const Reading run = read(7, [&](double elapsed) {
         const bool dark = elapsed > 1.0 && elapsed < 3.0;
         if (elapsed >= 3.0 && returned == 0) {
-            returned = clock_->monotonicNanoseconds();
+            returned = clock->monotonicNanoseconds();
         }
-        proxy_->setBlackout(dark);
+        proxy->setBlackout(dark);
     });
 
     report("2 s blackout", run);

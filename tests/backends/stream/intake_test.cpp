@@ -14,7 +14,7 @@ constexpr std::size_t kPacket = TsDemuxer::kPacketBytes;
 /// Builds the transport packets of made-up coded pictures and feeds them to an intake.
 class Intake : public testing::Test {
 protected:
-    Intake() { EXPECT_TRUE(muxer_.open(VideoCodec::H264, 320, 240)); }
+    Intake() { EXPECT_TRUE(muxer.open(VideoCodec::H264, 320, 240)); }
 
     std::vector<uint8_t> packets(uint64_t id, bool key, std::size_t size = 3000) {
         // An access unit delimiter first, so that the muxer has nothing to add.
@@ -27,37 +27,37 @@ protected:
         record.has_picture = true;
         record.picture_bytes = static_cast<uint32_t>(picture.size());
         record.picture_crc = checksum(picture.data(), picture.size());
-        record.session = session_;
+        record.session = session;
         record.frame_id = id;
-        record.skipped_frames = skipped_;
+        record.skipped_frames = skipped;
         std::vector<uint8_t> bytes;
-        writeFrameRecord(bytes, record, samples_.data(), samples_.size());
-        muxer_.clear();
-        pts_ += 3000;
-        EXPECT_TRUE(muxer_.writeVideo(picture.data(), picture.size(), pts_, key));
-        EXPECT_TRUE(muxer_.writeData(bytes, pts_));
-        return muxer_.finish();
+        writeFrameRecord(bytes, record, samples.data(), samples.size());
+        muxer.clear();
+        pts += 3000;
+        EXPECT_TRUE(muxer.writeVideo(picture.data(), picture.size(), pts, key));
+        EXPECT_TRUE(muxer.writeData(bytes, pts));
+        return muxer.finish();
     }
-    void feed(const std::vector<uint8_t>& bytes) { intake_.feed(bytes.data(), bytes.size()); }
+    void feed(const std::vector<uint8_t>& bytes) { intake.feed(bytes.data(), bytes.size()); }
     std::vector<uint64_t> taken() {
         std::vector<uint64_t> ids;
         CodedPicture picture;
-        while (queue_.pop(picture, 0)) {
+        while (queue.pop(picture, 0)) {
             ids.push_back(picture.record.frame_id);
         }
         return ids;
     }
 
-    TsMuxer muxer_;
-    int64_t pts_ = 0;
-    uint64_t session_ = 1;
-    uint64_t skipped_ = 0;
-    std::vector<IMUPacket> samples_;
-    CodedQueue queue_;
-    ImuStore store_;
-    FrameLedger ledger_;
-    std::atomic<bool> keyFrameWanted_{false};
-    FrameIntake intake_{queue_, store_, ledger_, keyFrameWanted_, [](DescriptionRecord&&) {}};
+    TsMuxer muxer;
+    int64_t pts = 0;
+    uint64_t session = 1;
+    uint64_t skipped = 0;
+    std::vector<IMUPacket> samples;
+    CodedQueue queue;
+    ImuStore store;
+    FrameLedger ledger;
+    std::atomic<bool> keyFrameWanted{false};
+    FrameIntake intake{queue, store, ledger, keyFrameWanted, [](DescriptionRecord&&) {}};
 };
 
 using Ids = std::vector<uint64_t>;
@@ -68,8 +68,8 @@ TEST_F(Intake, WholeFramesPassInOrder) {
     }
 
     EXPECT_EQ(taken(), (Ids{10, 11, 12, 13, 14}));
-    EXPECT_EQ(ledger_.counters().lost(), 0U);
-    EXPECT_FALSE(keyFrameWanted_);
+    EXPECT_EQ(ledger.counters().lost(), 0U);
+    EXPECT_FALSE(keyFrameWanted);
 }
 
 TEST_F(Intake, NothingPassesBeforeTheFirstKeyFrame) {
@@ -77,8 +77,8 @@ TEST_F(Intake, NothingPassesBeforeTheFirstKeyFrame) {
     feed(packets(2, true));
 
     EXPECT_EQ(taken(), (Ids{2}));
-    EXPECT_TRUE(keyFrameWanted_);
-    EXPECT_EQ(ledger_.counters().damaged, 1U);
+    EXPECT_TRUE(keyFrameWanted);
+    EXPECT_EQ(ledger.counters().damaged, 1U);
 }
 
 TEST_F(Intake, AfterAnyDamageNothingPassesBeforeAKeyFrame) {
@@ -100,29 +100,29 @@ TEST_F(Intake, AfterAnyDamageNothingPassesBeforeAKeyFrame) {
         feed(packets(id, true));
         std::vector<uint8_t> damaged = packets(id + 1, false, 6000);
         test.damage(damaged);
-        const uint64_t lostBefore = ledger_.counters().lost();
-        keyFrameWanted_ = false;
+        const uint64_t lostBefore = ledger.counters().lost();
+        keyFrameWanted = false;
 
         feed(damaged);
         feed(packets(id + 2, false));
-        const bool asked = keyFrameWanted_;
+        const bool asked = keyFrameWanted;
         feed(packets(id + 3, true));
 
         EXPECT_EQ(taken(), (Ids{id, id + 3}));
         EXPECT_TRUE(asked);
-        EXPECT_EQ(ledger_.counters().lost(), lostBefore + 2);
+        EXPECT_EQ(ledger.counters().lost(), lostBefore + 2);
         id += 4;
     }
 }
 
 TEST_F(Intake, MissingFramesAreBookedToTheNetworkAndSkippedOnesToTheSender) {
     feed(packets(1, true));
-    skipped_ = 3;
+    skipped = 3;
     feed(packets(5, true));
 
     EXPECT_EQ(taken(), (Ids{1, 5}));
-    EXPECT_EQ(ledger_.counters().network, 3U);
-    EXPECT_EQ(ledger_.counters().sender_busy, 3U);
+    EXPECT_EQ(ledger.counters().network, 3U);
+    EXPECT_EQ(ledger.counters().sender_busy, 3U);
 }
 
 TEST_F(Intake, AFrameThatWasThereBeforeIsNotTakenAgain) {
@@ -131,19 +131,19 @@ TEST_F(Intake, AFrameThatWasThereBeforeIsNotTakenAgain) {
     feed(packets(7, true));
 
     EXPECT_EQ(taken(), (Ids{7}));
-    EXPECT_EQ(ledger_.counters().lost(), 0U);
+    EXPECT_EQ(ledger.counters().lost(), 0U);
 }
 
 TEST_F(Intake, AnotherSessionStartsAnewAndDropsTheSamplesOfTheOldOne) {
-    samples_ = test::numberedSamples(1, test::numberedTime(1), 3);
+    samples = test::numberedSamples(1, test::numberedTime(1), 3);
     feed(packets(900, true));
-    samples_ = test::numberedSamples(2, test::numberedTime(2), 2);
-    session_ = 2;
+    samples = test::numberedSamples(2, test::numberedTime(2), 2);
+    session = 2;
     feed(packets(1, true));
 
     EXPECT_EQ(taken(), (Ids{900, 1}));
-    EXPECT_EQ(ledger_.counters().lost(), 0U);
-    EXPECT_TRUE(store_.takeBefore(UINT64_MAX) == samples_);
+    EXPECT_EQ(ledger.counters().lost(), 0U);
+    EXPECT_TRUE(store.takeBefore(UINT64_MAX) == samples);
 }
 
 TEST_F(Intake, AFullQueueLosesFramesWithItsOwnCauseAndThenNeedsAKeyFrame) {
@@ -155,9 +155,9 @@ TEST_F(Intake, AFullQueueLosesFramesWithItsOwnCauseAndThenNeedsAKeyFrame) {
     feed(packets(CodedQueue::kCapacity + 2, false));
 
     EXPECT_TRUE(taken().empty());
-    EXPECT_EQ(ledger_.counters().queue_full, 1U);
-    EXPECT_EQ(ledger_.counters().damaged, 2U);
-    EXPECT_TRUE(keyFrameWanted_);
+    EXPECT_EQ(ledger.counters().queue_full, 1U);
+    EXPECT_EQ(ledger.counters().damaged, 2U);
+    EXPECT_TRUE(keyFrameWanted);
 }
 
 TEST_F(Intake, RubbishBetweenFramesChangesNothing) {

@@ -19,45 +19,45 @@ constexpr uint32_t kHeight = 240;
 class Loopback : public testing::Test {
 protected:
     void startSender(const UDPOutConfig& configuration) {
-        configuration_ = configuration;
-        sender_ = makeStreamSender(*clock_, senderTexts_, false);
-        ASSERT_EQ(sender_->open(configuration), 0);
-        sender_->setGrabber(nullptr);
+        settings = configuration;
+        sender = makeStreamSender(*clock, senderTexts, false);
+        ASSERT_EQ(sender->open(configuration), 0);
+        sender->setGrabber(nullptr);
     }
     void startSource() {
-        running_ = true;
-        source_ = std::thread([this] {
-            NumberedSource source(*sender_, configuration_.width, configuration_.height, configuration_.fps);
-            source.setNumber(firstNumber_);
-            while (running_) {
+        running = true;
+        producer = std::thread([this] {
+            NumberedSource source(*sender, settings.width, settings.height, settings.fps);
+            source.setNumber(firstNumber);
+            while (running) {
                 source.step();
             }
         });
     }
     void stopSource() {
-        running_ = false;
-        if (source_.joinable()) {
-            source_.join();
+        running = false;
+        if (producer.joinable()) {
+            producer.join();
         }
     }
-    std::unique_ptr<UDPInput> makeReceiver() { return makeStreamReceiver(*clock_, receiverTexts_, nullptr, false); }
+    std::unique_ptr<UDPInput> makeReceiver() { return makeStreamReceiver(*clock, receiverTexts, nullptr, false); }
     void TearDown() override { stopSource(); }
 
-    std::unique_ptr<Clock> clock_ = makeSystemClock();
-    TextCalibration senderTexts_;
-    TextCalibration receiverTexts_;
-    UDPOutConfig configuration_{};
-    std::unique_ptr<UDPOutput> sender_;
-    uint64_t firstNumber_ = 0;
-    std::atomic<bool> running_{false};
-    std::thread source_;
+    std::unique_ptr<Clock> clock = makeSystemClock();
+    TextCalibration senderTexts;
+    TextCalibration receiverTexts;
+    UDPOutConfig settings{};
+    std::unique_ptr<UDPOutput> sender;
+    uint64_t firstNumber = 0;
+    std::atomic<bool> running{false};
+    std::thread producer;
 };
 
 TEST_F(Loopback, DeliversEveryFrameOnceWithItsTimeMetadataAndSamples) {
     startSender(streamConfiguration(freePort(), kWidth, kHeight));
     startSource();
     auto receiver = makeReceiver();
-    ASSERT_EQ(receiver->open("127.0.0.1", configuration_.port, 0), 0);
+    ASSERT_EQ(receiver->open("127.0.0.1", settings.port, 0), 0);
 
     std::vector<unsigned char> image(kWidth * kHeight * 2);
     uint64_t last = 0;
@@ -79,11 +79,11 @@ TEST_F(Loopback, DeliversEveryFrameOnceWithItsTimeMetadataAndSamples) {
 }
 
 TEST_F(Loopback, GivesTheSendersDescriptionAndCalibrationInsideOpen) {
-    senderTexts_.texts[4711] = std::string(9000, 'c') + "[LEFT]";
+    senderTexts.texts[4711] = std::string(9000, 'c') + "[LEFT]";
     startSender(streamConfiguration(freePort(), kWidth, kHeight));
     startSource();
     auto receiver = makeReceiver();
-    ASSERT_EQ(receiver->open("localhost", configuration_.port, 0), 0);
+    ASSERT_EQ(receiver->open("localhost", settings.port, 0), 0);
 
     const StreamDescription seen = receiver->description();
     EXPECT_EQ(seen.serial_number, 4711);
@@ -96,14 +96,14 @@ TEST_F(Loopback, GivesTheSendersDescriptionAndCalibrationInsideOpen) {
     EXPECT_EQ(seen.flip_state, 1);
     EXPECT_EQ(receiver->announcedFps(), 30);
     EXPECT_EQ(receiver->versionByte(), 5);
-    EXPECT_EQ(receiverTexts_.texts[4711], senderTexts_.texts[4711]);
+    EXPECT_EQ(receiverTexts.texts[4711], senderTexts.texts[4711]);
 }
 
 TEST_F(Loopback, DescribesTheCameraBeforeItsFirstFrame) {
     startSender(streamConfiguration(freePort(), kWidth, kHeight));
     auto receiver = makeReceiver();
 
-    EXPECT_EQ(receiver->open("127.0.0.1", configuration_.port, 0), 0);
+    EXPECT_EQ(receiver->open("127.0.0.1", settings.port, 0), 0);
 
     EXPECT_EQ(receiver->description().serial_number, 4711);
     EXPECT_FALSE(receiver->description().has_imu);
@@ -115,11 +115,11 @@ TEST_F(Loopback, VersionOneCarriesNeitherSamplesNorPose) {
     startSender(configuration);
     startSource();
     auto receiver = makeReceiver();
-    ASSERT_EQ(receiver->open("127.0.0.1", configuration_.port, 0), 0);
+    ASSERT_EQ(receiver->open("127.0.0.1", settings.port, 0), 0);
     std::vector<unsigned char> image(kWidth * kHeight * 2);
     ASSERT_TRUE(readWithin(*receiver, image, 2000));
 
-    EXPECT_FALSE(sender_->carriesImu());
+    EXPECT_FALSE(sender->carriesImu());
     EXPECT_EQ(receiver->versionByte(), 4);
     EXPECT_FALSE(receiver->description().has_imu);
     EXPECT_FALSE(receiver->canSupplyCurrentImu());
@@ -132,7 +132,7 @@ TEST_F(Loopback, CarriesEverySampleBitForBitAndAheadOfItsFrame) {
     startSender(streamConfiguration(freePort(), kWidth, kHeight));
     startSource();
     auto receiver = makeReceiver();
-    ASSERT_EQ(receiver->open("127.0.0.1", configuration_.port, 0), 0);
+    ASSERT_EQ(receiver->open("127.0.0.1", settings.port, 0), 0);
     std::vector<unsigned char> image(kWidth * kHeight * 2);
     ASSERT_TRUE(readWithin(*receiver, image, 2000));
     (void)receiver->takeImuPacketsBefore(receiver->frameTimestamp());
@@ -168,13 +168,13 @@ TEST_F(Loopback, CarriesEverySampleBitForBitAndAheadOfItsFrame) {
 TEST_F(Loopback, AFrameWithoutOrientationComesWithoutMetadata) {
     startSender(streamConfiguration(freePort(), kWidth, kHeight));
     auto receiver = makeReceiver();
-    ASSERT_EQ(receiver->open("127.0.0.1", configuration_.port, 0), 0);
+    ASSERT_EQ(receiver->open("127.0.0.1", settings.port, 0), 0);
     std::vector<unsigned char> image(kWidth * kHeight * 2);
     auto picture = numberedPicture(kWidth, kHeight, 3);
     rlxrw::rlxSampleMetadata metadata = numberedMetadata(3);
     std::fill_n(metadata.bytes, 16, static_cast<unsigned char>(0));
 
-    sender_->asyncingestYUVFrame(picture.data(), 1000, metadata, static_cast<int>(picture.size()));
+    sender->asyncingestYUVFrame(picture.data(), 1000, metadata, static_cast<int>(picture.size()));
 
     ASSERT_TRUE(readWithin(*receiver, image, 2000));
     EXPECT_FALSE(receiver->frameHasMetadata());
@@ -185,7 +185,7 @@ TEST_F(Loopback, AReaderThatFallsBehindGetsTheNewestFrame) {
     startSender(streamConfiguration(freePort(), kWidth, kHeight));
     startSource();
     auto receiver = makeReceiver();
-    ASSERT_EQ(receiver->open("127.0.0.1", configuration_.port, 0), 0);
+    ASSERT_EQ(receiver->open("127.0.0.1", settings.port, 0), 0);
     std::vector<unsigned char> image(kWidth * kHeight * 2);
     ASSERT_TRUE(readWithin(*receiver, image, 2000));
     const uint64_t before = readPicture(image, kWidth, kHeight).number;
@@ -206,7 +206,7 @@ TEST_F(Loopback, SeveralReceiversAndALateOneGetTheSameFrames) {
     std::vector<unsigned char> image(kWidth * kHeight * 2);
     for (int i = 0; i < 4; ++i) {
         receivers.push_back(makeReceiver());
-        ASSERT_EQ(receivers.back()->open("127.0.0.1", configuration_.port, 0), 0);
+        ASSERT_EQ(receivers.back()->open("127.0.0.1", settings.port, 0), 0);
         ASSERT_TRUE(readWithin(*receivers.back(), image, 2000));
     }
 
@@ -228,17 +228,17 @@ TEST_F(Loopback, ARestartedSenderIsFoundAgainAndNothingOldComesBack) {
     startSender(streamConfiguration(freePort(), kWidth, kHeight));
     startSource();
     auto receiver = makeReceiver();
-    ASSERT_EQ(receiver->open("127.0.0.1", configuration_.port, 0), 0);
+    ASSERT_EQ(receiver->open("127.0.0.1", settings.port, 0), 0);
     std::vector<unsigned char> image(kWidth * kHeight * 2);
     ASSERT_TRUE(readWithin(*receiver, image, 2000));
     stopSource();
     while (receiver->readStreamData(image.data(), nullptr)) {
     }
-    sender_.reset();
+    sender.reset();
     EXPECT_FALSE(receiver->readStreamData(image.data(), nullptr));
 
-    firstNumber_ = 100000;
-    startSender(configuration_);
+    firstNumber = 100000;
+    startSender(settings);
     startSource();
 
     ASSERT_TRUE(readWithin(*receiver, image, 5000));
@@ -248,16 +248,16 @@ TEST_F(Loopback, ARestartedSenderIsFoundAgainAndNothingOldComesBack) {
 TEST_F(Loopback, AnswersAtOnceWhenTheSenderIsGone) {
     startSender(streamConfiguration(freePort(), kWidth, kHeight));
     auto receiver = makeReceiver();
-    ASSERT_EQ(receiver->open("127.0.0.1", configuration_.port, 0), 0);
+    ASSERT_EQ(receiver->open("127.0.0.1", settings.port, 0), 0);
     std::vector<unsigned char> image(kWidth * kHeight * 2);
-    sender_.reset();
+    sender.reset();
 
-    const uint64_t begin = clock_->monotonicNanoseconds();
+    const uint64_t begin = clock->monotonicNanoseconds();
     for (int cycle = 0; cycle < 250; ++cycle) {
         EXPECT_FALSE(receiver->readStreamData(image.data(), nullptr));
     }
 
-    EXPECT_LT(clock_->monotonicNanoseconds() - begin, 1500000000U);
+    EXPECT_LT(clock->monotonicNanoseconds() - begin, 1500000000U);
 }
 
 TEST_F(Loopback, OpenFailsWithinThreeSecondsWhereNobodySends) {
@@ -268,18 +268,18 @@ TEST_F(Loopback, OpenFailsWithinThreeSecondsWhereNobodySends) {
     } cases[] = {{"127.0.0.1", freePort(), -3}, {"", 30000, -1}, {"127.0.0.1", 0, -1}, {"no-such-host.invalid", 1, -2}};
     for (const auto& attempt : cases) {
         auto receiver = makeReceiver();
-        const uint64_t begin = clock_->monotonicNanoseconds();
+        const uint64_t begin = clock->monotonicNanoseconds();
         EXPECT_EQ(receiver->open(attempt.host, static_cast<unsigned short>(attempt.port), 0), attempt.status);
-        EXPECT_LT(clock_->monotonicNanoseconds() - begin, 4500000000U) << attempt.host;
+        EXPECT_LT(clock->monotonicNanoseconds() - begin, 4500000000U) << attempt.host;
     }
 }
 
 TEST_F(Loopback, APortThatIsTakenIsRefused) {
     startSender(streamConfiguration(freePort(), kWidth, kHeight));
 
-    auto second = makeStreamSender(*clock_, senderTexts_, false);
+    auto second = makeStreamSender(*clock, senderTexts, false);
 
-    EXPECT_LT(second->open(configuration_), 0);
+    EXPECT_LT(second->open(settings), 0);
     EXPECT_FALSE(second->isRunning());
 }
 

@@ -26,8 +26,8 @@ public:
         if (pipe(ends.data()) != 0) {
             return;
         }
-        pid_ = fork();
-        if (pid_ == 0) {
+        pid = fork();
+        if (pid == 0) {
             dup2(ends[1], STDOUT_FILENO);
             close(ends[0]);
             std::vector<char*> arguments;
@@ -39,27 +39,27 @@ public:
             _exit(127);
         }
         close(ends[1]);
-        output_ = fdopen(ends[0], "r");
+        output = fdopen(ends[0], "r");
     }
     ~Child() {
         kill();
-        if (output_ != nullptr) {
-            std::fclose(output_);
+        if (output != nullptr) {
+            std::fclose(output);
         }
     }
     Child(const Child&) = delete;
     Child& operator=(const Child&) = delete;
 
     void kill() {
-        if (pid_ > 0) {
-            ::kill(pid_, SIGKILL);
-            waitpid(pid_, nullptr, 0);
-            pid_ = -1;
+        if (pid > 0) {
+            ::kill(pid, SIGKILL);
+            waitpid(pid, nullptr, 0);
+            pid = -1;
         }
     }
     std::string line() {
         char text[512] = "";
-        return std::fgets(text, sizeof(text), output_) != nullptr ? text : "";
+        return std::fgets(text, sizeof(text), output) != nullptr ? text : "";
     }
     std::string rest() {
         std::string all;
@@ -70,8 +70,8 @@ public:
     }
 
 private:
-    pid_t pid_ = -1;
-    FILE* output_ = nullptr;
+    pid_t pid = -1;
+    FILE* output = nullptr;
 };
 
 int rounds(int usual) {

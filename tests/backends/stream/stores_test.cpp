@@ -77,23 +77,23 @@ TEST(ImuStore, WhenTimeGoesBackTheOldRestDoesNotComeLater) {
 class Ring : public testing::Test {
 protected:
     Ring() {
-        ring_.resize(1);
-        ring_.setPatience(50);
+        ring.resize(1);
+        ring.setPatience(50);
     }
     void write(uint64_t id) {
-        *ring_.beginWrite() = static_cast<unsigned char>(id);
-        ring_.publish({id, id, false, {}});
+        *ring.beginWrite() = static_cast<unsigned char>(id);
+        ring.publish({id, id, false, {}});
     }
     uint64_t read() {
         unsigned char image = 0;
-        const auto facts = ring_.read(&image, 0);
+        const auto facts = ring.read(&image, 0);
         EXPECT_TRUE(!facts || image == static_cast<unsigned char>(facts->id));
         return facts ? facts->id : 0;
     }
 
-    StandingClock clock_;
-    FrameLedger ledger_;
-    PictureRing ring_{clock_, ledger_};
+    StandingClock clock;
+    FrameLedger ledger;
+    PictureRing ring{clock, ledger};
 };
 
 TEST_F(Ring, GivesABurstInOrder) {
@@ -105,17 +105,17 @@ TEST_F(Ring, GivesABurstInOrder) {
         EXPECT_EQ(read(), id);
     }
     EXPECT_EQ(read(), 0U);
-    EXPECT_EQ(ledger_.counters().delivered, 4U);
+    EXPECT_EQ(ledger.counters().delivered, 4U);
 }
 
 TEST_F(Ring, GivesTheNewestToAReaderThatIsBehind) {
     write(1);
     write(2);
-    clock_.now += 60;
+    clock.now += 60;
     write(3);
 
     EXPECT_EQ(read(), 3U);
-    EXPECT_EQ(ledger_.counters().overwritten, 2U);
+    EXPECT_EQ(ledger.counters().overwritten, 2U);
 }
 
 TEST_F(Ring, OverwritesTheOldestWhenFull) {
@@ -124,11 +124,11 @@ TEST_F(Ring, OverwritesTheOldestWhenFull) {
     }
 
     EXPECT_EQ(read(), 4U);
-    EXPECT_EQ(ledger_.counters().overwritten, 3U);
+    EXPECT_EQ(ledger.counters().overwritten, 3U);
 }
 
 TEST_F(Ring, WaitsForAReaderThatKeepsUp) {
-    ring_.setPatience(5000000000);
+    ring.setPatience(5000000000);
     write(1);
     EXPECT_EQ(read(), 1U);
     for (uint64_t id = 2; id <= 5; ++id) {
@@ -142,7 +142,7 @@ TEST_F(Ring, WaitsForAReaderThatKeepsUp) {
     writer.join();
 
     EXPECT_EQ(read(), 6U);
-    EXPECT_EQ(ledger_.counters().overwritten, 0U);
+    EXPECT_EQ(ledger.counters().overwritten, 0U);
 }
 
 TEST_F(Ring, AReaderAndAWriterAtOnceNeverSeeHalfAPicture) {
@@ -159,7 +159,7 @@ TEST_F(Ring, AReaderAndAWriterAtOnceNeverSeeHalfAPicture) {
     }
     writer.join();
 
-    const FrameCounters counters = ledger_.counters();
+    const FrameCounters counters = ledger.counters();
     EXPECT_EQ(counters.produced, 20000U);
     EXPECT_EQ(counters.produced, counters.delivered + counters.overwritten);
 }

@@ -140,28 +140,29 @@ std::vector<IMUPacket> numberedSamples(uint64_t number, uint64_t time, int count
     return packets;
 }
 
-NumberedSource::NumberedSource(UDPOutput& sender, uint32_t width, uint32_t height, int fps, int samples_per_frame)
-    : sender_(sender),
-      width_(width),
-      height_(height),
-      samplesPerFrame_(samples_per_frame),
-      step_(fps < 30 ? 30 / static_cast<uint64_t>(fps) : 1),
-      periodNs_(1000000000 / static_cast<uint64_t>(fps)) {}
+NumberedSource::NumberedSource(UDPOutput& target, uint32_t pictureWidth, uint32_t pictureHeight, int fps,
+                               int samplesEach)
+    : sender(target),
+      width(pictureWidth),
+      height(pictureHeight),
+      samplesPerFrame(samplesEach),
+      stride(fps < 30 ? 30 / static_cast<uint64_t>(fps) : 1),
+      periodNs(1000000000 / static_cast<uint64_t>(fps)) {}
 
 void NumberedSource::step(const std::function<void(uint64_t)>& before) {
-    number_ += step_;
-    picture_ = numberedPicture(width_, height_, number_);
-    const uint64_t time = numberedTime(number_);
+    lastNumber += stride;
+    picture = numberedPicture(width, height, lastNumber);
+    const uint64_t time = numberedTime(lastNumber);
     if (before) {
-        before(number_);
+        before(lastNumber);
     }
-    sender_.asyncingestYUVFrame(picture_.data(), time, numberedMetadata(number_), static_cast<int>(picture_.size()));
-    for (const IMUPacket& packet : numberedSamples(number_, time, samplesPerFrame_)) {
-        sender_.ingestIMU(packet);
+    sender.asyncingestYUVFrame(picture.data(), time, numberedMetadata(lastNumber), static_cast<int>(picture.size()));
+    for (const IMUPacket& packet : numberedSamples(lastNumber, time, samplesPerFrame)) {
+        sender.ingestIMU(packet);
     }
-    const uint64_t now = clock_->monotonicNanoseconds();
-    nextNs_ = nextNs_ + periodNs_ < now ? now + periodNs_ : nextNs_ + periodNs_;
-    std::this_thread::sleep_for(std::chrono::nanoseconds(nextNs_ - now));
+    const uint64_t now = clock->monotonicNanoseconds();
+    nextNs = nextNs + periodNs < now ? now + periodNs : nextNs + periodNs;
+    std::this_thread::sleep_for(std::chrono::nanoseconds(nextNs - now));
 }
 
 bool readWithin(UDPInput& receiver, std::vector<unsigned char>& image, int milliseconds) {

@@ -47,24 +47,24 @@ uint64_t numberedTime(uint64_t number);
 /// second one is sent.
 class NumberedSource {
 public:
-    NumberedSource(UDPOutput& sender, uint32_t width, uint32_t height, int fps, int samples_per_frame = 4);
+    NumberedSource(UDPOutput& target, uint32_t pictureWidth, uint32_t pictureHeight, int fps, int samplesEach = 4);
 
     /// Hands over one frame and its samples, then waits for the next one's time; `before` learns the frame's number.
     void step(const std::function<void(uint64_t)>& before = {});
-    [[nodiscard]] uint64_t number() const { return number_; }
-    void setNumber(uint64_t number) { number_ = number; }
+    [[nodiscard]] uint64_t number() const { return lastNumber; }
+    void setNumber(uint64_t number) { lastNumber = number; }
 
 private:
-    UDPOutput& sender_;
-    uint32_t width_;
-    uint32_t height_;
-    int samplesPerFrame_;
-    uint64_t step_;
-    std::vector<unsigned char> picture_;
-    uint64_t number_ = 0;
-    uint64_t periodNs_;
-    uint64_t nextNs_ = 0;
-    std::unique_ptr<Clock> clock_ = makeSystemClock();
+    UDPOutput& sender;
+    uint32_t width;
+    uint32_t height;
+    int samplesPerFrame;
+    uint64_t stride;
+    std::vector<unsigned char> picture;
+    uint64_t lastNumber = 0;
+    uint64_t periodNs;
+    uint64_t nextNs = 0;
+    std::unique_ptr<Clock> clock = makeSystemClock();
 };
 
 /// Takes frames until there is one, or the time is over.
