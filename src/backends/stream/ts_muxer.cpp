@@ -13,12 +13,12 @@ constexpr std::size_t kUsualFrameBytes = std::size_t{1} << 18;
 TsMuxer::TsMuxer() = default;
 TsMuxer::~TsMuxer() = default;
 
-void TsMuxer::FormatDelete::operator()(AVFormatContext* context) const {
-    if (context->pb != nullptr) {
-        av_freep(&context->pb->buffer);
-        avio_context_free(&context->pb);
+void TsMuxer::FormatDelete::operator()(AVFormatContext* format) const {
+    if (format->pb != nullptr) {
+        av_freep(&format->pb->buffer);
+        avio_context_free(&format->pb);
     }
-    avformat_free_context(context);
+    avformat_free_context(format);
 }
 
 int TsMuxer::append(void* muxer, uint8_t* data, int size) {
