@@ -237,6 +237,12 @@ TEST(HalveRows, MakesTheSameBytesAsTheReducerOnEveryTarget) {
             reducer.reduceRows(picture.frame(), plain.data(), 0, size.height / 2, sums.data());
             halveRows(picture.frame(), halved.data(), reducer.step(), 0, size.height / 2);
             EXPECT_EQ(halved, plain) << hwy::TargetName(target) << " " << named(size);
+
+            std::vector<unsigned char> luma(static_cast<std::size_t>(size.width / 2));
+            halveLumaRows(picture.frame(), luma.data(), luma.size(), 0, 1);
+            for (std::size_t column = 0; column < luma.size(); ++column) {
+                ASSERT_EQ(luma[column], plain[2 * column]) << hwy::TargetName(target) << " " << named(size);
+            }
         }
     }
 }

@@ -47,6 +47,38 @@ HWY_INLINE hn::VFromD<hn::Repartition<uint32_t, D8>> meansOf(D8 d8, const unsign
     return hn::BitCast(d32, hn::Or(lumaBytes, hn::ShiftLeft<8>(chromaMean)));
 }
 
+/// The rounded means of luma alone, one in each 32-bit word.
+template <class D8>
+HWY_INLINE hn::VFromD<hn::Repartition<uint16_t, D8>> lumaMeansOf(D8 d8, const unsigned char* upper,
+                                                                 const unsigned char* lower) {
+    const hn::Repartition<uint16_t, D8> d16;
+    const hn::Repartition<uint32_t, D8> d32;
+    const auto byteMask = hn::Set(d16, 0xFF);
+    const auto up = hn::And(hn::BitCast(d16, hn::LoadU(d8, upper)), byteMask);
+    const auto low = hn::And(hn::BitCast(d16, hn::LoadU(d8, lower)), byteMask);
+    const auto sums = hn::Add(up, low);
+    const auto both = hn::Add(sums, hn::BitCast(d16, hn::ShiftRight<16>(hn::BitCast(d32, sums))));
+    return hn::ShiftRight<2>(hn::Add(both, hn::Set(d16, 2)));
+}
+
+int halveLumaVectors(const unsigned char* upper, const unsigned char* lower, int columns, unsigned char* out) {
+    const hn::CappedTag<uint8_t, 64> d8;
+    const hn::Repartition<uint16_t, decltype(d8)> d16;
+    const int bytes = static_cast<int>(hn::Lanes(d8));
+    int column = 0;
+    for (; 4 * column + 4 * bytes <= 2 * columns; column += bytes) {
+        const auto pair = [&](int offset) HWY_ATTR {
+            const int at = 4 * column + offset;
+            const auto first = lumaMeansOf(d8, upper + at, lower + at);
+            const auto second = lumaMeansOf(d8, upper + at + bytes, lower + at + bytes);
+            return hn::BitCast(d8, hn::ConcatEven(d16, second, first));
+        };
+        const auto first = pair(0);
+        hn::StoreU(hn::ConcatEven(d8, pair(2 * bytes), first), d8, out + column);
+    }
+    return column;
+}
+
 int halveVectors(const unsigned char* upper, const unsigned char* lower, int columns, unsigned char* out) {
     const hn::ScalableTag<uint8_t> d8;
     const hn::Repartition<uint32_t, decltype(d8)> d32;
@@ -61,6 +93,10 @@ int halveVectors(const unsigned char* upper, const unsigned char* lower, int col
 }
 
 #else
+
+int halveLumaVectors(const unsigned char*, const unsigned char*, int, unsigned char*) {
+    return 0;
+}
 
 int halveVectors(const unsigned char*, const unsigned char*, int, unsigned char*) {
     return 0;
@@ -79,6 +115,19 @@ void halve(const YuyvFrame& frame, unsigned char* output, std::size_t outputStep
     }
 }
 
+void halveLuma(const YuyvFrame& frame, unsigned char* output, std::size_t outputStep, int firstRow, int endRow) {
+    for (int row = firstRow; row < endRow; ++row) {
+        const unsigned char* upper = frame.row(2 * row);
+        const unsigned char* lower = frame.row(2 * row + 1);
+        unsigned char* out = output + static_cast<std::size_t>(row) * outputStep;
+        for (int column = halveLumaVectors(upper, lower, frame.width, out); column < frame.width / 2; ++column) {
+            const unsigned char* up = upper + 4 * column;
+            const unsigned char* low = lower + 4 * column;
+            out[column] = static_cast<unsigned char>((up[0] + up[2] + low[0] + low[2] + 2) / 4);
+        }
+    }
+}
+
 }  // namespace oru::rectifier::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();
 
@@ -86,9 +135,14 @@ HWY_AFTER_NAMESPACE();
 namespace oru::rectifier {
 
 HWY_EXPORT(halve);
+HWY_EXPORT(halveLuma);
 
 void halveRows(const YuyvFrame& frame, unsigned char* output, std::size_t outputStep, int firstRow, int endRow) {
     HWY_DYNAMIC_DISPATCH(halve)(frame, output, outputStep, firstRow, endRow);
+}
+
+void halveLumaRows(const YuyvFrame& frame, unsigned char* output, std::size_t outputStep, int firstRow, int endRow) {
+    HWY_DYNAMIC_DISPATCH(halveLuma)(frame, output, outputStep, firstRow, endRow);
 }
 
 }  // namespace oru::rectifier
