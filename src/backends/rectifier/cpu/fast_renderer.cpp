@@ -32,9 +32,8 @@ FastRenderer::FastRenderer(const ViewGeometry& viewGeometry, Size viewSize, RowP
 
 void FastRenderer::draw(const YuyvFrame& frame, bool rectified, const ViewTarget& target) {
     if (!rectified && target.gray && !geometry.flipped && isHalf(geometry.source, view)) {
-        pool.run(view.height, kBlockRows, alone, [&](int first, int end, int) {
-            halveLumaRows(frame, target.pixels, target.step, first, end);
-        });
+        pool.run(view.height, kBlockRows, alone,
+                 [&](int first, int end, int) { halveLumaRows(frame, target.pixels, target.step, first, end); });
         return;
     }
     const YuyvFrame picture = view == geometry.source ? frame : reducedFrame(frame);
