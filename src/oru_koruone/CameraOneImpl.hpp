@@ -108,7 +108,7 @@ private:
     ERROR_CODE openStream();
     ERROR_CODE finishOpen();
     ERROR_CODE loadCalibration();
-    void prepareGpu();
+    void prepareGpuContext();
     int readCameraParam();
 
     // grab

@@ -1,6 +1,7 @@
 #include "collaborators/kit_functions.hpp"
 #include "logging/log.hpp"
 #include "oru_koruone/CameraOneImpl.hpp"
+#include "oru_koruone/gpu_context.hpp"
 #include "oru_koruone/imu_frame.hpp"
 
 namespace oru {
@@ -20,6 +21,7 @@ void CameraOneImpl::processNewFrame() {
         const MutexLock lock(imuMutex);
         frameImuPackets.swap(packets);
     }
+    const GpuContextScope context(neighbours->gpu(), initParameters.cuda_context);
     rectifier->process(image, cudaStream);
 }
 

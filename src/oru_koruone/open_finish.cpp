@@ -1,6 +1,7 @@
 #include "calibration/readers.hpp"
 #include "oru_koruone/CameraOneImpl.hpp"
 #include "oru_koruone/addresses.hpp"
+#include "oru_koruone/gpu_context.hpp"
 #include "oru_koruone/report.hpp"
 
 namespace oru {
@@ -26,7 +27,10 @@ ERROR_CODE CameraOneImpl::finishOpen() {
     if (const ERROR_CODE loaded = loadCalibration(); loaded != SUCCESS) {
         return loaded;
     }
-    prepareGpu();
+    prepareGpuContext();
+    const GpuContextScope context(neighbours->gpu(), initParameters.cuda_context);
+    releaseCudaStream();
+    (void)neighbours->gpu().cudaStreamCreate(&cudaStream);
     CameraModeDescription& configuration = cameraInformation.configuration;
     configuration.calibration = rectifier->setup(configuration.raw_calibration, cudaStream, imageFlipped);
     if (imageFlipped) {
@@ -61,17 +65,16 @@ ERROR_CODE CameraOneImpl::loadCalibration() {
     return ORU_REPORT(CALIBRATION_INCOMPLETE);
 }
 
-void CameraOneImpl::prepareGpu() {
-    GpuRuntime& gpu = neighbours->gpu();
-    if (initParameters.cuda_context == nullptr) {
-        (void)gpu.cudaSetDevice(0);
-        (void)gpu.cuCtxGetCurrent(&initParameters.cuda_context);
-        if (initParameters.cuda_context == nullptr) {
-            (void)gpu.cuCtxCreate_v2(&initParameters.cuda_context, kYieldWhileWaiting, 0);
-        }
+void CameraOneImpl::prepareGpuContext() {
+    if (initParameters.cuda_context != nullptr) {
+        return;
     }
-    releaseCudaStream();
-    (void)gpu.cudaStreamCreate(&cudaStream);
+    GpuRuntime& gpu = neighbours->gpu();
+    (void)gpu.cudaSetDevice(0);
+    (void)gpu.cuCtxGetCurrent(&initParameters.cuda_context);
+    if (initParameters.cuda_context == nullptr) {
+        (void)gpu.cuCtxCreate_v2(&initParameters.cuda_context, kYieldWhileWaiting, 0);
+    }
 }
 
 }  // namespace oru

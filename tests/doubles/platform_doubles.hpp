@@ -64,6 +64,15 @@ public:
         return 0;
     }
     int cudaStreamSynchronize(CUstream_st*) override { return 0; }
+    int cuCtxPushCurrent_v2(CUctx_st* context) override {
+        log.add("cuCtxPush");
+        pushed = context;
+        return 0;
+    }
+    int cuCtxPopCurrent_v2(CUctx_st**) override {
+        log.add("cuCtxPop");
+        return 0;
+    }
     void* hostAlloc(std::size_t bytes) override { return std::calloc(1, bytes); }
     void hostFree(void* memory) override { std::free(memory); }
     void* deviceAlloc(std::size_t bytes) override { return std::calloc(1, bytes); }
@@ -78,6 +87,7 @@ public:
     }
 
     CUctx_st* current = nullptr;
+    CUctx_st* pushed = nullptr;  // last
 
 private:
     CallLog& log;

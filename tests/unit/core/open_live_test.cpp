@@ -249,6 +249,29 @@ TEST_F(OpenLive, ApplicationsCudaContextIsUsedUnchanged) {
     EXPECT_EQ(camera->getInitParameters().cuda_context, parameters.cuda_context);
 }
 
+TEST_F(OpenLive, EveryGpuCallRunsInTheCamerasContext) {
+    int mark = 0;
+    parameters.cuda_context = reinterpret_cast<CUctx_st*>(&mark);
+    Mat picture;
+    const auto runsInside = [&](const char* call) {
+        EXPECT_EQ(calls.count("cuCtxPush"), 1) << call;
+        EXPECT_EQ(calls.count("cuCtxPop"), 1) << call;
+        EXPECT_LT(calls.at("cuCtxPush"), calls.at(call));
+        EXPECT_LT(calls.at(call), calls.at("cuCtxPop"));
+        EXPECT_EQ(factory->gpuRuntime.pushed, parameters.cuda_context) << call;
+        calls.clear();
+    };
+
+    calls.clear();
+    ASSERT_EQ(openLive(), SUCCESS);
+    EXPECT_LT(calls.at("cuCtxPush"), calls.at("cudaStreamCreate"));
+    runsInside("setup 1920x1200 false");
+    ASSERT_EQ(camera->grab(), SUCCESS);
+    runsInside("process");
+    ASSERT_EQ(camera->retrieveImage(picture, RECTIFIED, CPU, {}), SUCCESS);
+    runsInside("getView 0 1920x1200 1");
+}
+
 TEST_F(OpenLive, UnknownInputKindsAreRefusedAfterTheGrabberWasReplaced) {
     for (const auto& [kind, expected] : std::vector<std::pair<int, ERROR_CODE>>{
              {0, INVALID_PARAMETER}, {1, INVALID_PARAMETER}, {6, DEVICE_NOT_FOUND}, {-1, DEVICE_NOT_FOUND}}) {
