@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace oru::stream {
 namespace {
@@ -55,24 +56,25 @@ bool LoadPacer::admit() {
 }
 
 bool LoadPacer::measured(uint64_t nanoseconds) {
-    constexpr double kWeight = 0.08;
-    constexpr unsigned kFewest = 30;
-    constexpr double kBusy = 1.0;
+    constexpr unsigned kWindow = 20;
+    constexpr unsigned kFewest = 4;
+    constexpr double kLongestWindowNs = 1.5 * kSecondNs;
     constexpr double kIdle = 0.75;
     constexpr unsigned kMost = 30;
-    const auto value = static_cast<double>(nanoseconds);
-    averageNs = samples == 0 ? value : averageNs + kWeight * (value - averageNs);
-    if (++samples < kFewest) {
+    totalNs += static_cast<double>(nanoseconds);
+    ++samples;
+    if (samples < kWindow && (samples < kFewest || totalNs < kLongestWindowNs)) {
         return false;
     }
-    if (averageNs > kBusy * periodNs * admitInterval && admitInterval < kMost) {
-        ++admitInterval;
-        samples = 1;
-        return admitInterval == 2;
+    const double mean = totalNs / samples;
+    totalNs = 0.0;
+    samples = 0;
+    if (mean > periodNs * admitInterval) {
+        admitInterval = std::min(kMost, static_cast<unsigned>(std::ceil(mean / periodNs)));
+        return !std::exchange(told, true);
     }
-    if (admitInterval > 1 && averageNs < kIdle * periodNs * (admitInterval - 1)) {
+    if (admitInterval > 1 && mean < kIdle * periodNs * (admitInterval - 1)) {
         --admitInterval;
-        samples = 1;
     }
     return false;
 }

@@ -37,16 +37,17 @@ public:
 
     /// False: pass this frame over.
     [[nodiscard]] bool admit();
-    /// How long the last frame took. True: the machine has just turned out too slow for every frame.
+    /// How long the last frame took. True, once: the machine has turned out too slow for every frame.
     [[nodiscard]] bool measured(uint64_t nanoseconds);
     [[nodiscard]] unsigned every() const { return admitInterval; }
 
 private:
     double periodNs;
-    double averageNs = 0.0;
+    double totalNs = 0.0;
     unsigned samples = 0;
     unsigned admitInterval = 1;
     unsigned turn = 0;
+    bool told = false;
 };
 
 /// Follows what the network can carry: down at once when receivers fall behind or much is repeated, up slowly.

@@ -11,6 +11,7 @@ namespace oru::test {
 namespace {
 
 constexpr std::size_t kMaxQueued = 20000;
+constexpr uint64_t kLongestQueueNs = 500000000;
 constexpr int kBufferBytes = 4 << 20;
 
 uint64_t nowNs() {
@@ -31,7 +32,7 @@ int boundSocket() {
 }  // namespace
 
 ImpairmentProxy::ImpairmentProxy(uint16_t serverPort, const Impairment& wanted, uint64_t seed)
-    : impairment(wanted), random(seed), listening(boundSocket()) {
+    : impairment(wanted), random(seed), listening(boundSocket()), capacity(wanted.megabits) {
     server.sin_family = AF_INET;
     server.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     server.sin_port = htons(serverPort);
@@ -60,6 +61,20 @@ int ImpairmentProxy::upstreamFor(const sockaddr_in& client) {
     return at->second;
 }
 
+uint64_t ImpairmentProxy::carriedAt(int handle, std::size_t size) {
+    const uint64_t now = nowNs();
+    const double megabits = capacity;
+    if (megabits <= 0.0) {
+        return now;
+    }
+    uint64_t& free = lineFreeNs[handle];
+    if (free > now + kLongestQueueNs) {
+        return 0;
+    }
+    free = std::max(free, now) + static_cast<uint64_t>(static_cast<double>(size) * 8000.0 / megabits);
+    return free;
+}
+
 void ImpairmentProxy::schedule(int handle, const sockaddr_in& to, const char* data, std::size_t size) {
     std::uniform_real_distribution<double> chance(0.0, 1.0);
     std::normal_distribution<double> jitter(0.0, 1.0);
@@ -67,13 +82,14 @@ void ImpairmentProxy::schedule(int handle, const sockaddr_in& to, const char* da
     const bool held = chance(random) < impairment.reorder;
     const double wanted =
         impairment.delay_ms + jitter(random) * impairment.jitter_ms + (held ? impairment.held_back_ms : 0.0);
-    if (lost || blackout || queue.size() >= kMaxQueued) {
+    const uint64_t carried = lost || blackout || queue.size() >= kMaxQueued ? 0 : carriedAt(handle, size);
+    if (carried == 0) {
         ++droppedDatagrams;
         return;
     }
     ++passedDatagrams;
     const auto delay = static_cast<uint64_t>(std::max(0.0, wanted) * 1e6);
-    queue.push({nowNs() + delay, order++, handle, to, std::vector<char>(data, data + size)});
+    queue.push({carried + delay, order++, handle, to, std::vector<char>(data, data + size)});
 }
 
 void ImpairmentProxy::receive(int handle, bool from_client) {

@@ -20,6 +20,7 @@ struct Impairment {
     double jitter_ms = 0.0;    ///< standard deviation, added to the delay; never less than no delay
     double reorder = 0.0;      ///< part of the datagrams that are held back
     double held_back_ms = 10;  ///< by this much
+    double megabits = 0.0;     ///< what passes in a second; what would wait longer than half a second is lost. 0: all
 };
 
 /// A UDP relay on the loopback in front of a port, which loses, delays and reorders by a seeded choice.
@@ -33,6 +34,8 @@ public:
     [[nodiscard]] uint16_t port() const { return ownPort; }
     /// Nothing passes while this is on.
     void setBlackout(bool on) { blackout = on; }
+    /// Bounds what passes from now on; 0 lifts the bound.
+    void setCapacity(double megabits) { capacity = megabits; }
     [[nodiscard]] uint64_t dropped() const { return droppedDatagrams; }
     [[nodiscard]] uint64_t passed() const { return passedDatagrams; }
 
@@ -52,6 +55,8 @@ private:
     void receive(int handle, bool from_client);
     void schedule(int handle, const sockaddr_in& to, const char* data, std::size_t size);
     void sendDue();
+    /// When the line will have carried this datagram; 0: it is given too much.
+    [[nodiscard]] uint64_t carriedAt(int handle, std::size_t size);
     [[nodiscard]] int upstreamFor(const sockaddr_in& client);
     [[nodiscard]] int waitMilliseconds() const;
 
@@ -65,6 +70,8 @@ private:
     std::priority_queue<Datagram, std::vector<Datagram>, std::greater<>> queue;
     uint64_t order = 0;
     std::atomic<bool> blackout{false};
+    std::atomic<double> capacity{0.0};
+    std::map<int, uint64_t> lineFreeNs;  // when the line towards a socket's peers has carried what it was given
     std::atomic<bool> stop{false};
     std::atomic<uint64_t> droppedDatagrams{0};
     std::atomic<uint64_t> passedDatagrams{0};

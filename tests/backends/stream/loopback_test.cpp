@@ -1,57 +1,18 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <cstring>
 #include <set>
 #include <thread>
 
-#include "stream_fixture.hpp"
+#include "loopback.hpp"
 
 namespace oru::test {
 namespace {
 
 constexpr uint32_t kWidth = 320;
 constexpr uint32_t kHeight = 240;
-
-/// Sender and receiver in one process; the source runs in a thread of its own while a test reads.
-class Loopback : public testing::Test {
-protected:
-    void startSender(const UDPOutConfig& configuration) {
-        settings = configuration;
-        sender = makeStreamSender(*clock, senderTexts, false);
-        ASSERT_EQ(sender->open(configuration), 0);
-        sender->setGrabber(nullptr);
-    }
-    void startSource() {
-        running = true;
-        producer = std::thread([this] {
-            NumberedSource source(*sender, settings.width, settings.height, settings.fps);
-            source.setNumber(firstNumber);
-            while (running) {
-                source.step();
-            }
-        });
-    }
-    void stopSource() {
-        running = false;
-        if (producer.joinable()) {
-            producer.join();
-        }
-    }
-    std::unique_ptr<UDPInput> makeReceiver() { return makeStreamReceiver(*clock, receiverTexts, nullptr, false); }
-    void TearDown() override { stopSource(); }
-
-    std::unique_ptr<Clock> clock = makeSystemClock();
-    TextCalibration senderTexts;
-    TextCalibration receiverTexts;
-    UDPOutConfig settings{};
-    std::unique_ptr<UDPOutput> sender;
-    uint64_t firstNumber = 0;
-    std::atomic<bool> running{false};
-    std::thread producer;
-};
 
 TEST_F(Loopback, DeliversEveryFrameOnceWithItsTimeMetadataAndSamples) {
     startSender(streamConfiguration(freePort(), kWidth, kHeight));
