@@ -72,7 +72,7 @@ HWY_INLINE Windows<D> placeWindows(D d, const TileRow& row, hn::VFromD<D> x, hn:
 }
 
 template <class D>
-HWY_INLINE hn::VFromD<hn::RebindToUnsigned<D>> pack16(D d, hn::VFromD<D> low, hn::VFromD<D> high) {
+HWY_INLINE hn::VFromD<hn::RebindToUnsigned<D>> pack16(D, hn::VFromD<D> low, hn::VFromD<D> high) {
     const hn::RebindToUnsigned<D> u;
     return hn::Or(hn::And(hn::BitCast(u, low), hn::Set(u, 0xFFFF)), hn::ShiftLeft<16>(hn::BitCast(u, high)));
 }
