@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "collaborators/RLXVideo.hpp"
@@ -64,6 +65,8 @@ public:
     virtual int setGrabberSettingsValue(VIDEO_SETTINGS setting, int value, bool automatic) = 0;
     virtual int getGrabberSettingsValue(VIDEO_SETTINGS setting, int side, Rect& region) = 0;
     virtual int setGrabberSettingsValue(VIDEO_SETTINGS setting, int side, Rect region, bool reset) = 0;
+    /// Why the sender, or the way to it, did not carry out the last of these; empty when it did.
+    virtual std::string controlRefusal() { return {}; }
 };
 
 }  // namespace oru

@@ -1,7 +1,5 @@
 #include "audience.hpp"
 
-#include <arpa/inet.h>
-
 #include <algorithm>
 #include <string_view>
 
@@ -23,21 +21,13 @@ constexpr int kRequestLatencyMs = 20;
 constexpr int kSendBufferBytes = 8 << 20;
 constexpr int kReceiveBufferBytes = 1 << 18;
 constexpr int kRequestsPerTurn = 8;
-
-std::string addressText(const sockaddr_storage& address) {
-    char text[INET6_ADDRSTRLEN] = "?";
-    if (address.ss_family == AF_INET) {
-        sockaddr_in ipv4{};
-        std::copy_n(reinterpret_cast<const char*>(&address), sizeof(ipv4), reinterpret_cast<char*>(&ipv4));
-        inet_ntop(AF_INET, &ipv4.sin_addr, text, sizeof(text));
-        return std::string(text) + ":" + std::to_string(ntohs(ipv4.sin_port));
-    }
-    return text;
-}
+constexpr double kMessagesAtOnce = 50;
+constexpr double kMessagesPerSecond = 20;
 
 }  // namespace
 
-Audience::Audience(Clock& systemClock) : clock(systemClock) {}
+Audience::Audience(Clock& systemClock, StreamKeys keys, ControlHandler controlHandler)
+    : clock(systemClock), control(std::move(controlHandler)), door(systemClock, std::move(keys)) {}
 
 Audience::~Audience() {
     close();
@@ -56,6 +46,7 @@ int Audience::open(uint16_t port, std::size_t batch_bytes) {
         ORU_LOG(Error, "{} cannot prepare the stream socket: {}", kTagStreaming, lastSrtError());
         return kNoSocket;
     }
+    door.guard(listener.get());
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_port = htons(port);
@@ -93,6 +84,7 @@ void Audience::serve() {
             MutexLock lock(mutex);
             hearRequests(event.fd);
         }
+        door.report();
         MutexLock lock(mutex);
         watchReceivers(clock.monotonicNanoseconds());
         dropFailed();
@@ -100,15 +92,24 @@ void Audience::serve() {
 }
 
 void Audience::admit() {
-    sockaddr_storage address{};
+    sockaddr_in address{};
     int length = sizeof(address);
     SrtSocket socket(srt_accept(listener.get(), reinterpret_cast<sockaddr*>(&address), &length));
     if (!socket.valid()) {
         return;
     }
+    const auto purpose = door.accepted(socket.get());
+    if (!purpose) {
+        return;
+    }
+    if (*purpose == Doorkeeper::Purpose::CONTROL) {
+        control(std::move(socket), addressText(address));
+        return;
+    }
     const uint64_t now = clock.monotonicNanoseconds();
     Receiver receiver;
     receiver.address = addressText(address);
+    receiver.messages = TokenBucket(kMessagesAtOnce, kMessagesPerSecond);
     receiver.joined_ns = now;
     receiver.heard_ns = now;
     MutexLock lock(mutex);
@@ -139,10 +140,20 @@ bool Audience::makeRoom(uint64_t now) {
 }
 
 void Audience::hearRequests(SRTSOCKET socket) {
+    const auto receiver = std::find_if(receivers.begin(), receivers.end(),
+                                       [socket](const Receiver& entry) { return entry.socket.get() == socket; });
+    if (receiver == receivers.end()) {
+        return;
+    }
     char message[SRT_LIVE_MAX_PLSIZE];
     for (int i = 0; i < kRequestsPerTurn; ++i) {
         const int size = srt_recvmsg(socket, message, sizeof(message));
         if (size <= 0) {
+            return;
+        }
+        if (!receiver->messages.take(clock.monotonicNanoseconds())) {
+            ORU_LOG(Warning, "{} receiver {} sends too much and is dropped", kTagStreaming, receiver->address);
+            receiver->failed = true;
             return;
         }
         const std::string_view request(message, static_cast<std::size_t>(size));

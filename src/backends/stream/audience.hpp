@@ -2,10 +2,13 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "admission_gate.hpp"
+#include "doorkeeper.hpp"
 #include "srt_socket.hpp"
 #include "utils/Clock.hpp"
 #include "utils/Mutex.hpp"
@@ -30,7 +33,10 @@ public:
 
     static constexpr std::size_t kMaxReceivers = 16;
 
-    explicit Audience(Clock& systemClock);
+    /// Takes over a connection that is for control; runs on the thread inside.
+    using ControlHandler = std::function<void(SrtSocket&&, const std::string&)>;
+
+    Audience(Clock& systemClock, StreamKeys keys, ControlHandler controlHandler);
     ~Audience();
     Audience(const Audience&) = delete;
     Audience& operator=(const Audience&) = delete;
@@ -56,6 +62,7 @@ private:
         bool described = false;
         bool failed = false;
         std::size_t sent = 0;  ///< bytes of the block in hand
+        TokenBucket messages;
         uint64_t joined_ns = 0;
         uint64_t heard_ns = 0;
         uint64_t acknowledgements = 0;
@@ -76,6 +83,8 @@ private:
 
     SrtLibrary library;
     Clock& clock;
+    ControlHandler control;
+    Doorkeeper door;
     SrtSocket listener;
     SrtPoll poll;
     std::thread thread;

@@ -104,6 +104,11 @@ bool CameraFacts::complete() const {
     return framesSeen || hasDevice;
 }
 
+void CameraFacts::expire() {
+    MutexLock lock(mutex);
+    refreshedNs = 0;
+}
+
 void CameraFacts::refresh(uint64_t now_ns) {
     LiveCameraGrabber* grabber = nullptr;
     bool imu = false;

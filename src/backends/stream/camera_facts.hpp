@@ -24,6 +24,8 @@ public:
     [[nodiscard]] bool complete() const;
     /// Asks the live camera for its controls, at most once a second.
     void refresh(uint64_t now_ns);
+    /// A control was written: the next refresh asks at once.
+    void expire();
     /// Hands the present description to `use`, under the lock.
     template <class Use>
     void withDescription(Use&& use) const {

@@ -80,6 +80,10 @@ constexpr char kKeyFrameRequest[] = "KORU key frame";
 /// Options that both ends set before they bind or connect.
 [[nodiscard]] bool setCommonOptions(SrtSocket& socket);
 
+/// The same for a control connection: messages, each delivered once and in order, and nothing kept after a close. Also
+/// for a connection that a listener is about to take.
+[[nodiscard]] bool setControlOptions(SRTSOCKET socket);
+
 /// Text of the library's last error on this thread.
 std::string lastSrtError();
 

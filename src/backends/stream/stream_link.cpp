@@ -29,9 +29,11 @@ StreamLink::~StreamLink() {
     stop();
 }
 
-void StreamLink::start(const sockaddr_in& address) {
+void StreamLink::start(const sockaddr_in& address, std::string viewingKey) {
     stop();
     sender = address;
+    key = std::move(viewingKey);
+    lastRejection.store(0, std::memory_order_release);
     stopWanted.store(false, std::memory_order_release);
     heardNs.store(clock.monotonicNanoseconds(), std::memory_order_release);
     thread = std::thread([this] { run(); });
@@ -85,7 +87,8 @@ bool StreamLink::connect(SrtSocket& socket) {
     const bool ready = socket.valid() && setCommonOptions(socket) && socket.set(SRTO_TSBPDMODE, false) &&
                        socket.set(SRTO_RCVLATENCY, kLatencyMs) && socket.set(SRTO_RCVBUF, kReceiveBufferBytes) &&
                        socket.set(SRTO_CONNTIMEO, kConnectMs) &&
-                       srt_setsockflag(socket.get(), SRTO_STREAMID, kStreamId, idLength) == 0;
+                       srt_setsockflag(socket.get(), SRTO_STREAMID, kStreamId, idLength) == 0 &&
+                       srt_setsockflag(socket.get(), SRTO_PASSPHRASE, key.data(), static_cast<int>(key.size())) == 0;
     if (!ready) {
         return false;
     }
@@ -98,7 +101,9 @@ bool StreamLink::connect(SrtSocket& socket) {
     while (!stopping() && !settled(socket.get()) && clock.monotonicNanoseconds() < deadline) {
         poll.wait(kPollMs);
     }
-    return srt_getsockstate(socket.get()) == SRTS_CONNECTED;
+    const bool connected = srt_getsockstate(socket.get()) == SRTS_CONNECTED;
+    lastRejection.store(connected ? 0 : srt_getrejectreason(socket.get()), std::memory_order_release);
+    return connected;
 }
 
 void StreamLink::receive(SrtSocket& socket) {

@@ -28,12 +28,15 @@ public:
     StreamLink(const StreamLink&) = delete;
     StreamLink& operator=(const StreamLink&) = delete;
 
-    void start(const sockaddr_in& address);
+    /// An empty key is none.
+    void start(const sockaddr_in& address, std::string viewingKey);
     void stop();
     /// Asks for a key frame as soon as the link stands, not more often than the sender would listen.
     [[nodiscard]] std::atomic<bool>& keyFrameWanted() { return keyFrameWish; }
     /// Nothing has come for a second.
     [[nodiscard]] bool silent() const;
+    /// The transport library's reason why the last attempt to connect was rejected; 0 when it was not.
+    [[nodiscard]] int rejection() const { return lastRejection.load(std::memory_order_acquire); }
     [[nodiscard]] uint64_t connections() const { return connectionCount.load(std::memory_order_relaxed); }
 
 private:
@@ -50,9 +53,11 @@ private:
     Clock& clock;
     Handlers handlers;
     sockaddr_in sender{};
+    std::string key;
     std::thread thread;
     std::atomic<bool> stopWanted{false};
     std::atomic<bool> keyFrameWish{false};
+    std::atomic<int> lastRejection{0};
     std::atomic<uint64_t> heardNs{0};
     std::atomic<uint64_t> connectionCount{0};
     uint64_t requestedNs = 0;

@@ -8,6 +8,7 @@
 #include "logging/log.hpp"
 #include "logging/messages.hpp"
 #include "picture_format.hpp"
+#include "refusal.hpp"
 #include "resolver.hpp"
 
 namespace oru::stream {
@@ -23,7 +24,11 @@ constexpr uint64_t kShortestPatienceNs = 50 * kMillisecond;
 constexpr uint64_t kLongestPatienceNs = 200 * kMillisecond;
 constexpr uint8_t kVersionWithImu = 5;
 
+constexpr uint64_t kLookNs = 50 * kMillisecond;
+
+constexpr int kBadKey = -6;
 constexpr int kNotDescribed = -5;
+constexpr int kKeyRefused = -4;
 constexpr int kNotConnected = -3;
 constexpr int kUnknownHost = -2;
 constexpr int kBadAddress = -1;
@@ -45,6 +50,7 @@ StreamReceiver::StreamReceiver(Clock& systemClock, CalibrationSource& calibratio
       ownRecorder(std::move(recorder)),
       verbose(tellMore),
       pictures(clock, ledger),
+      control(clock),
       link(clock,
            {[this] { intake.restart(); }, [this](const uint8_t* data, std::size_t size) { intake.feed(data, size); }}),
       intake(queue, samples, ledger, link.keyFrameWanted(),
@@ -56,6 +62,7 @@ StreamReceiver::~StreamReceiver() {
 
 void StreamReceiver::close() {
     opened = false;
+    control.stop();
     link.stop();
     stopWanted.store(true, std::memory_order_release);
     if (decoding.joinable()) {
@@ -70,6 +77,11 @@ int StreamReceiver::open(String ip, unsigned short port, int /*unused*/) {
         ORU_LOG(Error, "{} \"{}\" port {} is no address of a stream", kTagStreaming, ip.get(), port);
         return kBadAddress;
     }
+    const auto found = keysFromEnvironment();
+    if (!found) {
+        return kBadKey;
+    }
+    keys = *found;
     const auto address = resolve(ip.get(), port, kResolveMs);
     if (!address) {
         ORU_LOG(Error, "{} the host {} is not known", kTagStreaming, ip.get());
@@ -80,18 +92,32 @@ int StreamReceiver::open(String ip, unsigned short port, int /*unused*/) {
         haveDescription = false;
     }
     const uint64_t before = link.connections();
-    link.start(*address);
+    link.start(*address, keys.viewing);
     if (!awaitDescription(deadline)) {
-        const bool connected = link.connections() > before;
+        const std::string refusal = keyRefusal();
         link.stop();
-        ORU_LOG(Error, "{} {} {}:{}", kTagStreaming,
-                connected ? "no camera describes itself at" : "no stream answers at", ip.get(), port);
-        return connected ? kNotDescribed : kNotConnected;
+        return complainUnanswered(std::string(ip.get()) + ":" + std::to_string(port), refusal,
+                                  link.connections() > before);
     }
+    control.start(*address, keys.control);
     stopWanted.store(false, std::memory_order_release);
     decoding = std::thread([this] { decodeLoop(); });
     opened = true;
     return 0;
+}
+
+std::string StreamReceiver::keyRefusal() const {
+    return refusalText(link.rejection(), StreamKeys::kViewingVariable, !keys.viewing.empty());
+}
+
+int StreamReceiver::complainUnanswered(const std::string& address, const std::string& refusal, bool connected) {
+    if (!refusal.empty()) {
+        ORU_LOG(Error, "{} the sender at {} refuses this receiver: {}", kTagStreaming, address, refusal);
+        return kKeyRefused;
+    }
+    ORU_LOG(Error, "{} {} {}", kTagStreaming, connected ? "no camera describes itself at" : "no stream answers at",
+            address);
+    return connected ? kNotDescribed : kNotConnected;
 }
 
 bool StreamReceiver::awaitDescription(uint64_t deadline) {
@@ -99,11 +125,11 @@ bool StreamReceiver::awaitDescription(uint64_t deadline) {
     std::string calibration;
     {
         MutexLock lock(mutex);
-        const uint64_t now = clock.monotonicNanoseconds();
-        const std::chrono::nanoseconds left(deadline > now ? deadline - now : 0);
         const auto ready = [this]() ORU_NO_THREAD_SAFETY_ANALYSIS { return haveDescription; };
-        if (!described.wait_for(mutex, left, ready)) {
-            return false;
+        while (!described.wait_for(mutex, std::chrono::nanoseconds(kLookNs), ready)) {
+            if (clock.monotonicNanoseconds() > deadline || !keyRefusal().empty()) {
+                return false;
+            }
         }
         width = senderFacts.camera.width;
         height = senderFacts.camera.height;
@@ -226,7 +252,34 @@ bool StreamReceiver::canSupplyCurrentImu() {
     return announced && samples.newest(unused);
 }
 
+/// Asks the sender, when there is a control right. Nothing: there is none, or no good answer.
+std::optional<ControlMessage> StreamReceiver::askWithRight(ControlOperation operation, VIDEO_SETTINGS setting) {
+    if (!opened || keys.control.empty()) {
+        return std::nullopt;
+    }
+    ControlMessage request;
+    request.operation = operation;
+    request.control = setting;
+    const auto reply = control.ask(request);
+    return reply && reply->status == ControlStatus::DONE ? reply : std::nullopt;
+}
+
+int StreamReceiver::write(const ControlMessage& request) {
+    const auto reply = control.ask(request);
+    if (reply && reply->status == ControlStatus::DONE) {
+        return 0;
+    }
+    ORU_LOG(Warning, "{} control {} was not written: {}", kTagStreaming, static_cast<int>(request.control),
+            control.refusal());
+    return kRefused;
+}
+
 bool StreamReceiver::valueRange(VIDEO_SETTINGS setting, int& min, int& max) {
+    if (const auto reply = askWithRight(ControlOperation::RANGE, setting)) {
+        min = reply->values[0];
+        max = reply->values[1];
+        return true;
+    }
     MutexLock lock(mutex);
     const ControlState* state = find(senderFacts.controls, setting);
     if (state == nullptr || !state->range_known) {
@@ -238,6 +291,9 @@ bool StreamReceiver::valueRange(VIDEO_SETTINGS setting, int& min, int& max) {
 }
 
 int StreamReceiver::getGrabberSettingsValue(VIDEO_SETTINGS setting) {
+    if (const auto reply = askWithRight(ControlOperation::READ, setting)) {
+        return reply->values[0];
+    }
     MutexLock lock(mutex);
     const ControlState* state = find(senderFacts.controls, setting);
     if (state != nullptr && state->value_known) {
@@ -247,11 +303,25 @@ int StreamReceiver::getGrabberSettingsValue(VIDEO_SETTINGS setting) {
     return setting == SHARPNESS ? 0 : kUnknown;
 }
 
-int StreamReceiver::setGrabberSettingsValue(VIDEO_SETTINGS /*setting*/, int /*value*/, bool /*automatic*/) {
-    return kRefused;
+int StreamReceiver::setGrabberSettingsValue(VIDEO_SETTINGS setting, int value, bool automatic) {
+    ControlMessage request;
+    request.operation = ControlOperation::WRITE;
+    request.control = setting;
+    request.automatic = automatic;
+    if (!automatic) {
+        request.count = 1;
+        request.values[0] = value;
+    }
+    return write(request);
 }
 
 int StreamReceiver::getGrabberSettingsValue(VIDEO_SETTINGS setting, int /*side*/, Rect& region) {
+    const auto reply = setting == AEC_AGC_ROI ? askWithRight(ControlOperation::READ, setting) : std::nullopt;
+    if (reply) {
+        const auto number = [&](std::size_t i) { return static_cast<uint64_t>(std::max(0, reply->values[i])); };
+        region = {number(0), number(1), number(2), number(3)};
+        return 0;
+    }
     MutexLock lock(mutex);
     if (setting != AEC_AGC_ROI || !senderFacts.region_known) {
         return kUnknown;
@@ -260,8 +330,18 @@ int StreamReceiver::getGrabberSettingsValue(VIDEO_SETTINGS setting, int /*side*/
     return 0;
 }
 
-int StreamReceiver::setGrabberSettingsValue(VIDEO_SETTINGS /*setting*/, int /*side*/, Rect /*region*/, bool /*reset*/) {
-    return kRefused;
+int StreamReceiver::setGrabberSettingsValue(VIDEO_SETTINGS setting, int /*side*/, Rect region, bool reset) {
+    ControlMessage request;
+    request.operation = ControlOperation::WRITE;
+    request.control = setting;
+    request.automatic = reset;
+    if (!reset) {
+        // What does not fit is out of every image, and the sender says so.
+        const auto number = [](uint64_t value) { return static_cast<int32_t>(std::min<uint64_t>(value, INT32_MAX)); };
+        request.count = 4;
+        request.values = {number(region.x), number(region.y), number(region.width), number(region.height)};
+    }
+    return write(request);
 }
 
 }  // namespace oru::stream

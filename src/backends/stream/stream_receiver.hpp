@@ -3,16 +3,20 @@
 #include <atomic>
 #include <condition_variable>
 #include <memory>
+#include <optional>
+#include <string>
 #include <thread>
 #include <vector>
 
 #include "coded_queue.hpp"
 #include "collaborators/CalibrationSource.hpp"
 #include "collaborators/UDPInput.hpp"
+#include "control_client.hpp"
 #include "frame_intake.hpp"
 #include "frame_ledger.hpp"
 #include "imu_store.hpp"
 #include "picture_ring.hpp"
+#include "stream_keys.hpp"
 #include "stream_link.hpp"
 #include "utils/Clock.hpp"
 #include "utils/Mutex.hpp"
@@ -46,16 +50,21 @@ public:
     int setGrabberSettingsValue(VIDEO_SETTINGS setting, int value, bool automatic) override;
     int getGrabberSettingsValue(VIDEO_SETTINGS setting, int side, Rect& region) override;
     int setGrabberSettingsValue(VIDEO_SETTINGS setting, int side, Rect region, bool reset) override;
+    std::string controlRefusal() override { return control.refusal(); }
 
 private:
     void close();
     [[nodiscard]] bool awaitDescription(uint64_t deadline);
+    [[nodiscard]] std::string keyRefusal() const;
+    [[nodiscard]] static int complainUnanswered(const std::string& address, const std::string& refusal, bool connected);
     void adopt(DescriptionRecord&& record);
     void decodeLoop();
     void decodePicture(CodedPicture& picture);
     [[nodiscard]] bool prepareDecoder(VideoCodec codec);
     void lose(FrameLedger::Cause cause);
     void setPatience(int fps);
+    [[nodiscard]] std::optional<ControlMessage> askWithRight(ControlOperation operation, VIDEO_SETTINGS setting);
+    [[nodiscard]] int write(const ControlMessage& request);
 
     Clock& clock;
     CalibrationSource& calibrationSource;
@@ -81,6 +90,8 @@ private:
     bool opened = false;
     std::atomic<bool> stopWanted{false};
 
+    StreamKeys keys;
+    ControlClient control;
     StreamLink link;
     FrameIntake intake;
     std::thread decoding;

@@ -19,6 +19,7 @@ constexpr uint64_t kAdaptEveryNs = 500 * kMillisecond;
 constexpr int kRoomMs = 100;
 
 constexpr int kBadConfiguration = -1;
+constexpr int kBadKey = -6;
 constexpr int kNoEncoder = 1;
 constexpr int kNoMemory = 2;
 
@@ -49,6 +50,7 @@ void StreamSender::close() {
     }
     if (audience) {
         audience->close();
+        controls.reset();
         const FrameCounters seen = ledger.counters();
         if (verbose) {
             ORU_LOG(Info, "{} sent {} of {} frames", kTagStreaming, seen.delivered, seen.produced);
@@ -63,11 +65,20 @@ int StreamSender::open(UDPOutConfig configuration) {
                 configuration.width, configuration.height, configuration.bitrate, configuration.port);
         return kBadConfiguration;
     }
+    const auto keys = keysFromEnvironment();
+    if (!keys) {
+        return kBadKey;
+    }
     settings = configuration;
     const uint64_t session = drawSession();
     facts = std::make_unique<CameraFacts>(configuration, session,
                                           calibration.text(static_cast<int>(configuration.serial_number)));
-    audience = std::make_unique<Audience>(clock);
+    if (!keys->control.empty()) {
+        controls = std::make_unique<ControlService>(clock, keys->control, [this] { facts->expire(); });
+    }
+    audience = std::make_unique<Audience>(clock, *keys, [this](SrtSocket&& socket, const std::string& address) {
+        controls->adopt(std::move(socket), address);
+    });
     transmitter = std::make_unique<FrameTransmitter>(*audience, *facts, samples, session);
     bitrateControl = std::make_unique<BitrateControl>(configuration.bitrate);
     if (!mailbox.allocate(configuration.width, configuration.height)) {
@@ -86,7 +97,9 @@ int StreamSender::open(UDPOutConfig configuration) {
     if (const int status = audience->open(configuration.port, configuration.chunk_size); status != 0) {
         return status;
     }
-    ORU_LOG(Info, "{} sending on port {} with {}", kTagStreaming, configuration.port, transmitter->encoderName());
+    ORU_LOG(Info, "{} sending on port {} with {}; viewing {}, control {}", kTagStreaming, configuration.port,
+            transmitter->encoderName(), keys->viewing.empty() ? "open to all" : "with the key",
+            controls ? "with the control key" : "from outside refused");
     bitrateNow.store(configuration.bitrate, std::memory_order_relaxed);
     running.store(true, std::memory_order_release);
     encoding = std::thread([this] { encodeLoop(); });
@@ -96,6 +109,9 @@ int StreamSender::open(UDPOutConfig configuration) {
 void StreamSender::setGrabber(LiveCameraGrabber* grabber) {
     if (facts) {
         facts->setGrabber(grabber);
+    }
+    if (controls) {
+        controls->setGrabber(grabber);
     }
 }
 

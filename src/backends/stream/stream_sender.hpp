@@ -9,6 +9,7 @@
 #include "camera_facts.hpp"
 #include "collaborators/CalibrationSource.hpp"
 #include "collaborators/UDPOutput.hpp"
+#include "control_service.hpp"
 #include "frame_ledger.hpp"
 #include "frame_mailbox.hpp"
 #include "frame_rate.hpp"
@@ -58,8 +59,9 @@ private:
     std::atomic<bool> copying{false};
     FrameLedger ledger;
     FrameMailbox mailbox;
-    std::unique_ptr<Audience> audience;
     std::unique_ptr<CameraFacts> facts;
+    std::unique_ptr<ControlService> controls;  // null: nobody outside may control; outlives the audience
+    std::unique_ptr<Audience> audience;
     std::unique_ptr<FrameTransmitter> transmitter;
     std::thread encoding;
 
