@@ -26,9 +26,9 @@ private:
 /// not lock the others out. Threads: one at a time.
 class AdmissionGate {
 public:
-    static constexpr double kBurst = 24;       ///< attempts at once from one address
-    static constexpr double kPerSecond = 8;    ///< and then each second
-    static constexpr double kAllBurst = 48;    ///< from all addresses together
+    static constexpr double kBurst = 24;     ///< attempts at once from one address
+    static constexpr double kPerSecond = 8;  ///< and then each second
+    static constexpr double kAllBurst = 48;  ///< from all addresses together
     static constexpr double kAllPerSecond = 32;
 
     [[nodiscard]] bool admit(uint32_t address, uint64_t now_ns);

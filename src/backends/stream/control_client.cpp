@@ -63,8 +63,7 @@ void ControlClient::connect() {
     const bool ready = socket.valid() && setControlOptions(socket.get()) && socket.set(SRTO_CONNTIMEO, kConnectMs) &&
                        srt_setsockflag(socket.get(), SRTO_STREAMID, kStreamId, sizeof(kStreamId) - 1) == 0 &&
                        srt_setsockflag(socket.get(), SRTO_PASSPHRASE, key.data(), static_cast<int>(key.size())) == 0;
-    if (!ready ||
-        srt_connect(socket.get(), reinterpret_cast<const sockaddr*>(&sender), sizeof(sender)) == SRT_ERROR) {
+    if (!ready || srt_connect(socket.get(), reinterpret_cast<const sockaddr*>(&sender), sizeof(sender)) == SRT_ERROR) {
         socket.reset();
     }
 }

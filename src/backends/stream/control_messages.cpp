@@ -31,8 +31,8 @@ bool readMark(ByteReader& reader) {
 }
 
 bool sound(const ControlMessage& message, uint8_t kind, uint8_t detail) {
-    const bool operationKnown = kind >= static_cast<uint8_t>(ControlOperation::READ) &&
-                                kind <= static_cast<uint8_t>(ControlOperation::RANGE);
+    const bool operationKnown =
+        kind >= static_cast<uint8_t>(ControlOperation::READ) && kind <= static_cast<uint8_t>(ControlOperation::RANGE);
     const bool detailKnown = message.reply ? detail < kControlStatuses : detail <= kAutomatic;
     return operationKnown && detailKnown && message.count <= message.values.size() &&
            std::all_of(message.values.begin() + message.count, message.values.end(), [](int32_t v) { return v == 0; });

@@ -27,10 +27,7 @@ bool send(SRTSOCKET socket, const void* bytes, std::size_t size) {
 }  // namespace
 
 ControlService::ControlService(Clock& systemClock, std::string controlKey, std::function<void()> afterWrite)
-    : clock(systemClock),
-      key(std::move(controlKey)),
-      desk(std::move(afterWrite)),
-      thread([this] { serve(); }) {}
+    : clock(systemClock), key(std::move(controlKey)), desk(std::move(afterWrite)), thread([this] { serve(); }) {}
 
 ControlService::~ControlService() {
     stopWanted.store(true, std::memory_order_release);
@@ -45,17 +42,16 @@ void ControlService::adopt(SrtSocket&& socket, std::string address) {
     }
     MutexLock lock(mutex);
     if (clients.size() >= kMaxClients) {
-        const auto quietest = std::min_element(clients.begin(), clients.end(), [](const Client& a, const Client& b) {
-            return a.heard_ns < b.heard_ns;
-        });
+        const auto quietest = std::min_element(
+            clients.begin(), clients.end(), [](const Client& a, const Client& b) { return a.heard_ns < b.heard_ns; });
         ORU_LOG(Info, "{} control from {} gives way to another", kTagStreaming, quietest->address);
         poll.forget(quietest->socket.get());
         clients.erase(quietest);
     }
     ORU_LOG(Info, "{} control from {} connected", kTagStreaming, address);
     poll.watch(socket.get(), SRT_EPOLL_IN | SRT_EPOLL_ERR);
-    clients.push_back({std::move(socket), std::move(address), ControlSeal(key, challenge), 0,
-                       clock.monotonicNanoseconds(), false});
+    clients.push_back(
+        {std::move(socket), std::move(address), ControlSeal(key, challenge), 0, clock.monotonicNanoseconds(), false});
 }
 
 ControlService::Client* ControlService::find(SRTSOCKET socket) {
