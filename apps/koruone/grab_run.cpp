@@ -114,7 +114,7 @@ bool GrabRun::takeFrame(uint64_t frame) {
     }
     if (code != oru::SUCCESS) {
         progress.clear();
-        complain(code, "no frame after " + counted(taken, "frame"));
+        complain(code, "no frame after " + counted(taken, "frame"), inputKind(options.input));
         fail();
         return false;
     }

@@ -111,7 +111,7 @@ void ImuRun::grabUntilStopped(std::atomic<bool>& stop, std::atomic<oru::ERROR_CO
 bool ImuRun::accept(oru::ERROR_CODE code, const char* what) {
     if (code != oru::SUCCESS && code != oru::END_OF_INPUT) {
         progress.clear();
-        complain(code, what);
+        complain(code, what, inputKind(options.input));
         fail();
     }
     return code == oru::SUCCESS;

@@ -102,6 +102,10 @@ oru::InitParametersOne initParameters(const InputOptions& options) {
     return parameters;
 }
 
+oru::InputKind inputKind(const InputOptions& options) {
+    return initParameters(options).input.kind();
+}
+
 std::string inputName(const InputOptions& options) {
     if (options.id && *options.id >= 0) {
         return fmt::format("camera {}", *options.id);

@@ -32,6 +32,9 @@ void addInputOptions(CLI::App& command, InputOptions& options);
 /// The parameters of open() for these options.
 oru::InitParametersOne initParameters(const InputOptions& options);
 
+/// Live camera, recorded file or stream.
+oru::InputKind inputKind(const InputOptions& options);
+
 /// "camera 0", "the first free camera", "the camera with serial 30010001", "rec.rlx2", "the stream of host:30000".
 std::string inputName(const InputOptions& options);
 

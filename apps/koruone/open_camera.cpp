@@ -69,7 +69,7 @@ bool openCamera(oru::CameraOne& camera, const InputOptions& options) {
         code = camera.open(adjusted);
     }
     if (code != oru::SUCCESS) {
-        complain(code, "cannot open " + inputName(options));
+        complain(code, "cannot open " + inputName(options), inputKind(options));
         return false;
     }
     warnOfOtherCalibration(camera);

@@ -68,7 +68,7 @@ void RecordRun::grabFrames() {
         }
         if (code != oru::SUCCESS) {
             progress_.clear();
-            complain(code, fmt::format("no frame after {}", grabbed_));
+            complain(code, "no frame after " + counted(grabbed_, "frame"), inputKind(options_.input));
             status_ = EXIT_FAILED;
             return;
         }

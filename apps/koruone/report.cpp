@@ -1,9 +1,11 @@
 #include "report.hpp"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <span>
 
 #include "logging/KoruLogger.hpp"
 
@@ -56,13 +58,37 @@ constexpr std::array kCodeTexts{
     CodeText{oru::SENSORS_NOT_PRESENT, "SENSORS_NOT_PRESENT", "this input carries no sensors: choose another one"},
 };
 
-const CodeText* find(oru::ERROR_CODE code) {
-    for (const CodeText& text : kCodeTexts) {
-        if (text.code == code) {
-            return &text;
-        }
+// Where no cable is that could be checked.
+constexpr std::array kStreamTexts{
+    CodeText{oru::CAMERA_UNAVAILABLE, "CAMERA_UNAVAILABLE",
+             "the stream was lost: check that the sender runs, then run the command again"},
+    CodeText{oru::FAILURE, "FAILURE",
+             "check that it is a camera of this system that sends there, and the messages above"},
+    CodeText{oru::CAMERA_NOT_READY, "CAMERA_NOT_READY",
+             "no frame came in time: check that the sender still runs and the network reaches it"},
+    CodeText{oru::SENSOR_DATA_UNAVAILABLE, "SENSOR_DATA_UNAVAILABLE", "the sender has sent no inertial data yet"},
+};
+constexpr std::array kFileTexts{
+    CodeText{oru::CAMERA_UNAVAILABLE, "CAMERA_UNAVAILABLE", "the recording was closed: run the command again"},
+    CodeText{oru::FAILURE, "FAILURE", "check the recording with 'koruone verify', and the messages above"},
+    CodeText{oru::CAMERA_NOT_READY, "CAMERA_NOT_READY", "check the recording with 'koruone verify'"},
+    CodeText{oru::SENSOR_DATA_UNAVAILABLE, "SENSOR_DATA_UNAVAILABLE", "the recording has no inertial data here"},
+};
+
+const CodeText* find(std::span<const CodeText> texts, oru::ERROR_CODE code) {
+    const auto found =
+        std::find_if(texts.begin(), texts.end(), [&](const CodeText& text) { return text.code == code; });
+    return found == texts.end() ? nullptr : &*found;
+}
+
+const CodeText* find(oru::ERROR_CODE code, oru::InputKind input = oru::KIND_GMSL_ID) {
+    const CodeText* special = nullptr;
+    if (input == oru::KIND_STREAM) {
+        special = find(kStreamTexts, code);
+    } else if (input == oru::KIND_RLX_FILE) {
+        special = find(kFileTexts, code);
     }
-    return nullptr;
+    return special != nullptr ? special : find(kCodeTexts, code);
 }
 
 }  // namespace
@@ -72,8 +98,8 @@ std::string codeName(oru::ERROR_CODE code) {
     return text != nullptr ? text->name : fmt::format("ERROR_CODE {}", static_cast<int>(code));
 }
 
-void complain(oru::ERROR_CODE code, std::string_view what) {
-    const CodeText* text = find(code);
+void complain(oru::ERROR_CODE code, std::string_view what, oru::InputKind input) {
+    const CodeText* text = find(code, input);
     const std::string name = codeName(code);
     complain("{}: {}; {}.", what, name, text != nullptr ? text->advice : "see the messages above");
 }

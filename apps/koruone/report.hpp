@@ -8,14 +8,15 @@
 
 #include "exit_status.hpp"
 #include "oru/error_code.hpp"
+#include "oru/types.hpp"
 
 namespace koruone {
 
 /// The name of a code as programs write it, "ERROR_CODE 99" for a value that is not listed.
 std::string codeName(oru::ERROR_CODE code);
 
-/// One sentence on standard error: "koruone: <what failed>: <code>; <what to do>."
-void complain(oru::ERROR_CODE code, std::string_view what);
+/// One sentence on standard error: "koruone: <what failed>: <code>; <what to do with such an input>."
+void complain(oru::ERROR_CODE code, std::string_view what, oru::InputKind input = oru::KIND_GMSL_ID);
 
 void writeComplaint(std::string_view text);
 

@@ -6,6 +6,7 @@
 #include <net/if.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <utility>
 
@@ -52,9 +53,15 @@ double percentRepeated(const oru::StreamingStatus& now, const oru::StreamingStat
     return sent == 0 ? 0.0 : 100.0 * static_cast<double>(repeated) / static_cast<double>(sent);
 }
 
+/// Who reads a pipe or a file wants to see each line when it is due.
+void writeNow(std::string_view text) {
+    writeOutput(text);
+    (void)std::fflush(stdout);
+}
+
 }  // namespace
 
-StreamRun::StreamRun(StreamOptions options) : options_(std::move(options)) {}
+StreamRun::StreamRun(StreamOptions streamOptions) : options(std::move(streamOptions)) {}
 
 double StreamRun::secondsSince(Time begin) const {
     return std::chrono::duration<double>(Clock::now() - begin).count();
@@ -62,103 +69,104 @@ double StreamRun::secondsSince(Time begin) const {
 
 ExitStatus StreamRun::run() {
     const InterruptGuard guard;
-    if (!openCamera(camera_, options_.input) || !start()) {
+    if (!openCamera(camera, options.input) || !start()) {
         return EXIT_FAILED;
     }
     sendFrames();
     report(Clock::now());
     summarise();
-    camera_.disableStreaming();
-    camera_.close();
-    return status_ == EXIT_OK && interrupted() && options_.seconds > 0.0 ? EXIT_INTERRUPTED : status_;
+    camera.disableStreaming();
+    camera.close();
+    return exitStatus == EXIT_OK && interrupted() && options.seconds > 0.0 ? EXIT_INTERRUPTED : exitStatus;
 }
 
 bool StreamRun::start() {
-    const oru::ERROR_CODE code = camera_.enableStreaming(options_.stream);
+    const oru::ERROR_CODE code = camera.enableStreaming(options.stream);
     if (code != oru::SUCCESS) {
-        complain(code, fmt::format("cannot stream on port {}", options_.stream.port));
+        complain(code, fmt::format("cannot stream on port {}", options.stream.port));
         return false;
     }
-    const oru::StreamingParameters used = camera_.getStreamingParameters();
-    const oru::Resolution size = camera_.getCameraInformation().configuration.resolution;
+    const oru::StreamingParameters used = camera.getStreamingParameters();
+    const oru::Resolution size = camera.getCameraInformation().configuration.resolution;
     const std::string address = fmt::format("{}:{}", ownAddress(), used.port);
-    if (!options_.json) {
-        writeOutput(
+    if (!options.json) {
+        writeNow(
             fmt::format("streaming {} x {}, {}, {} kbit/s, port {}\n"
                         "in a player:      ffplay -fflags nobuffer srt://{}\n"
                         "in this tool:     koruone grab --stream {}\n",
                         size.width, size.height, used.codec == oru::DENSE_CODEC ? "H.265" : "H.264", used.bitrate,
                         used.port, address, address));
     }
-    begin_ = lastFrame_ = lastReport_ = Clock::now();
+    started = lastFrame = lastReport = Clock::now();
     return true;
 }
 
 void StreamRun::sendFrames() {
-    while (!interrupted() && outputWorks() && (options_.seconds <= 0.0 || secondsSince(begin_) < options_.seconds)) {
+    while (!interrupted() && outputWorks() && (options.seconds <= 0.0 || secondsSince(started) < options.seconds)) {
         if (!takeFrame()) {
             return;
         }
         const Time now = Clock::now();
-        if (now - lastReport_ >= kReportEvery) {
+        if (now - lastReport >= kReportEvery) {
             report(now);
         }
     }
 }
 
 bool StreamRun::takeFrame() {
-    const oru::ERROR_CODE code = camera_.grab();
+    const oru::ERROR_CODE code = camera.grab();
     if (code == oru::SUCCESS) {
-        ++frames_;
-        lastFrame_ = Clock::now();
+        ++framesTaken;
+        lastFrame = Clock::now();
         return true;
     }
     if (code == oru::END_OF_INPUT) {
         return false;
     }
     // A stream that is relayed may be away for a while and comes back by itself.
-    if (code == oru::CAMERA_NOT_READY && Clock::now() - lastFrame_ < kLongestWait) {
+    if (code == oru::CAMERA_NOT_READY && Clock::now() - lastFrame < kLongestWait) {
         return true;
     }
-    complain(code, fmt::format("no frame after {}", frames_));
-    status_ = EXIT_FAILED;
+    complain(code, "no frame after " + counted(framesTaken, "frame"), inputKind(options.input));
+    exitStatus = EXIT_FAILED;
     return false;
 }
 
 void StreamRun::report(Time now) {
-    const double seconds = std::chrono::duration<double>(now - lastReport_).count();
+    const double seconds = std::chrono::duration<double>(now - lastReport).count();
     if (seconds <= 0.0) {
         return;
     }
-    const oru::StreamingStatus status = camera_.getStreamingStatus();
-    mostReceivers_ = std::max<uint64_t>(mostReceivers_, status.receivers);
-    if (!options_.json) {
-        const double frames = static_cast<double>(status.frames_sent - last_.frames_sent) / seconds;
-        const double megabits = static_cast<double>(status.bytes_sent - last_.bytes_sent) * 8e-6 / seconds;
-        writeOutput(fmt::format(
-            "{:6.1f} s  {} receivers  {:5.1f} frames/s  {:6.2f} Mbit/s  {:4.1f} % repeated  "
-            "backlog {:3.0f} ms  {} skipped  {} held back\n",
-            std::chrono::duration<double>(now - begin_).count(), status.receivers, frames, megabits,
-            percentRepeated(status, last_), status.backlog_ms, status.frames.lost(), status.frames_held_back));
+    const oru::StreamingStatus status = camera.getStreamingStatus();
+    mostReceivers = std::max<uint64_t>(mostReceivers, status.receivers);
+    if (!options.json) {
+        const double frames = static_cast<double>(status.frames_sent - lastStatus.frames_sent) / seconds;
+        const double megabits = static_cast<double>(status.bytes_sent - lastStatus.bytes_sent) * 8e-6 / seconds;
+        writeNow(
+            fmt::format("{:6.1f} s  {}  {:5.1f} frames/s  {:6.2f} Mbit/s  {:4.1f} % repeated  "
+                        "backlog {:3.0f} ms  {} skipped  {} held back\n",
+                        std::chrono::duration<double>(now - started).count(), counted(status.receivers, "receiver"),
+                        frames, megabits, percentRepeated(status, lastStatus), status.backlog_ms, status.frames.lost(),
+                        status.frames_held_back));
     }
-    last_ = status;
-    lastReport_ = now;
+    lastStatus = status;
+    lastReport = now;
 }
 
 void StreamRun::summarise() const {
-    if (!options_.json) {
+    if (!options.json) {
         return;
     }
     Json result;
-    result["frames"] = frames_;
-    result["seconds"] = number(secondsSince(begin_));
-    result["most_receivers"] = mostReceivers_;
-    result["frames_sent"] = last_.frames_sent;
-    result["frames_skipped"] = last_.frames.lost();
-    result["frames_held_back"] = last_.frames_held_back;
-    result["packets_sent"] = last_.packets_sent;
-    result["packets_repeated"] = last_.packets_repeated;
-    result["bytes_sent"] = last_.bytes_sent;
+    result["frames"] = framesTaken;
+    result["seconds"] = number(secondsSince(started));
+    result["most_receivers"] = mostReceivers;
+    result["frames_sent"] = lastStatus.frames_sent;
+    result["frames_skipped"] = lastStatus.frames.lost();
+    result["frames_held_back"] = lastStatus.frames_held_back;
+    result["packets_sent"] = lastStatus.packets_sent;
+    result["packets_repeated"] = lastStatus.packets_repeated;
+    result["bytes_sent"] = lastStatus.bytes_sent;
     writeJsonLine(result);
 }
 

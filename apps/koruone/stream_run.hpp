@@ -20,7 +20,7 @@ struct StreamOptions {
 /// One `koruone stream`: sends an input to the network and says once a second how that goes.
 class StreamRun {
 public:
-    explicit StreamRun(StreamOptions options);
+    explicit StreamRun(StreamOptions streamOptions);
 
     ExitStatus run();
 
@@ -34,15 +34,15 @@ private:
     void summarise() const;
     [[nodiscard]] double secondsSince(Time begin) const;
 
-    StreamOptions options_;
-    ExitStatus status_ = EXIT_OK;
-    oru::CameraOne camera_;
-    Time begin_;
-    Time lastFrame_;
-    Time lastReport_;
-    uint64_t frames_ = 0;
-    uint64_t mostReceivers_ = 0;
-    oru::StreamingStatus last_;
+    StreamOptions options;
+    ExitStatus exitStatus = EXIT_OK;
+    oru::CameraOne camera;
+    Time started;
+    Time lastFrame;
+    Time lastReport;
+    uint64_t framesTaken = 0;
+    uint64_t mostReceivers = 0;
+    oru::StreamingStatus lastStatus;
 };
 
 }  // namespace koruone
