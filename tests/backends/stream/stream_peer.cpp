@@ -1,6 +1,10 @@
 // One end of a stream in a process of its own, so that tests can kill it.
 //   stream_peer send PORT FIRST_NUMBER WIDTH HEIGHT FPS
-//   stream_peer receive HOST PORT SECONDS       prints one line: frames wrong missing samples
+//   stream_peer receive HOST PORT SECONDS
+// The receiver prints "first" with the first frame, and at the end one line: frames, wrong ones, lost ones (by the
+// counters), samples, missing ones (by their numbers), wrong samples, and how many were lost only because a machine was
+// too slow.
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -31,6 +35,76 @@ int send(char** arguments) {
     }
 }
 
+/// Whether samples come in unbroken order, each as it was made.
+class SampleCheck {
+public:
+    void take(const std::vector<IMUPacket>& packets) {
+        for (const IMUPacket& packet : packets) {
+            const auto number = static_cast<uint64_t>(packet.vector_1[0]);
+            const auto index = static_cast<std::size_t>(packet.vector_1[1]);
+            const auto made = numberedSamples(number, numberedTime(number), kPerFrame);
+            const bool exact = index < made.size() && packet == made[index];
+            const bool follows = count == 0 || (index == 0 ? lastIndex == kPerFrame - 1 && number > lastNumber
+                                                           : index == lastIndex + 1 && number == lastNumber);
+            const bool even = index != 0 || stride == 0 || number == lastNumber + stride;
+            errors += exact && follows && even ? 0 : 1;
+            stride = index == 0 && count > 0 ? number - lastNumber : stride;
+            lastNumber = number;
+            lastIndex = index;
+            ++count;
+        }
+    }
+    unsigned long count = 0;
+    unsigned long errors = 0;
+
+private:
+    static constexpr int kPerFrame = 4;
+    uint64_t lastNumber = 0;
+    uint64_t stride = 0;
+    std::size_t lastIndex = 0;
+};
+
+class Received {
+public:
+    explicit Received(UDPInput& input) : receiver(input), camera(input.description()) {
+        image.resize(std::size_t{camera.width} * camera.height * 2);
+    }
+    bool read() {
+        if (!receiver.readStreamData(image.data(), nullptr)) {
+            return false;
+        }
+        const SeenPicture seen = readPicture(image, camera.width, camera.height);
+        const rlxrw::rlxSampleMetadata expected = numberedMetadata(seen.number);
+        const rlxrw::rlxSampleMetadata got = receiver.frameMetadata();
+        const bool right = seen.mean_error < 10.0 && receiver.frameTimestamp() == numberedTime(seen.number) &&
+                           std::memcmp(got.bytes, expected.bytes, sizeof(got)) == 0 &&
+                           (frames == 0 || seen.number > lastNumber);
+        wrong += right ? 0 : 1;
+        const auto stride = static_cast<uint64_t>(30 / std::max(1, receiver.announcedFps()));
+        missing += frames == 0 ? 0 : (seen.number - lastNumber) / std::max<uint64_t>(1, stride) - 1;
+        lastNumber = seen.number;
+        ++frames;
+        samples.take(receiver.takeImuPacketsBefore(receiver.frameTimestamp()));
+        return true;
+    }
+    void print() const {
+        const FrameCounters counters = receiver.counters();
+        std::printf("%lu %lu %lu %lu %lu %lu %lu\n", frames, wrong, static_cast<unsigned long>(counters.lost()),
+                    samples.count, missing, samples.errors,
+                    static_cast<unsigned long>(counters.overwritten + counters.sender_busy));
+    }
+    unsigned long frames = 0;
+
+private:
+    UDPInput& receiver;
+    StreamDescription camera;
+    std::vector<unsigned char> image;
+    SampleCheck samples;
+    uint64_t lastNumber = 0;
+    unsigned long wrong = 0;
+    unsigned long missing = 0;
+};
+
 int receive(char** arguments) {
     const auto clock = makeSystemClock();
     TextCalibration texts;
@@ -38,31 +112,15 @@ int receive(char** arguments) {
     if (receiver->open(arguments[0], static_cast<unsigned short>(std::atoi(arguments[1])), 0) != 0) {
         return 1;
     }
-    const StreamDescription camera = receiver->description();
-    std::vector<unsigned char> image(std::size_t{camera.width} * camera.height * 2);
-    unsigned long frames = 0;
-    unsigned long wrong = 0;
-    unsigned long samples = 0;
+    Received received(*receiver);
     const uint64_t end = clock->monotonicNanoseconds() + std::strtoull(arguments[2], nullptr, 10) * 1000000000;
     while (clock->monotonicNanoseconds() < end) {
-        if (!receiver->readStreamData(image.data(), nullptr)) {
-            continue;
-        }
-        const SeenPicture seen = readPicture(image, camera.width, camera.height);
-        const rlxrw::rlxSampleMetadata expected = numberedMetadata(seen.number);
-        const rlxrw::rlxSampleMetadata got = receiver->frameMetadata();
-        const bool right = seen.mean_error < 10.0 && receiver->frameTimestamp() == numberedTime(seen.number) &&
-                           std::memcmp(got.bytes, expected.bytes, sizeof(got)) == 0;
-        ++frames;
-        wrong += right ? 0 : 1;
-        samples += receiver->takeImuPacketsBefore(receiver->frameTimestamp()).size();
-        if (frames == 1) {
+        if (received.read() && received.frames == 1) {
             std::printf("first\n");
             std::fflush(stdout);
         }
     }
-    const auto lost = static_cast<unsigned long>(receiver->counters().lost());
-    std::printf("%lu %lu %lu %lu\n", frames, wrong, lost, samples);
+    received.print();
     return 0;
 }
 
