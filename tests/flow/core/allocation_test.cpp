@@ -16,6 +16,9 @@ std::atomic<long> allocations{0};
 
 }  // namespace
 
+// GCC inlines the releasing half into some callers, sees no allocating half there, and takes them for a mismatch.
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
+
 void* operator new(std::size_t size) {
     ++allocations;
     if (void* memory = std::malloc(size); memory != nullptr) {
