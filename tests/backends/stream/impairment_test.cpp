@@ -40,9 +40,10 @@ struct Reading {
     [[nodiscard]] uint64_t lostOnTheWay() const {
         return missing() - std::min(missing(), counters.overwritten + counters.sender_busy);
     }
-    /// The machine kept the pace, so that latencies mean something.
-    [[nodiscard]] bool paced(int duration_s) const {
-        return static_cast<double>(numbers.size()) > 0.95 * duration_s * kFps && missing() == 0;
+    /// Quick enough, or this machine did not keep the pace, so that latencies mean nothing.
+    [[nodiscard]] bool quick(int duration_s, double median_ms, double p95_ms) const {
+        const bool paced = static_cast<double>(numbers.size()) > 0.95 * duration_s * kFps && missing() == 0;
+        return !paced || (latency(0.5) < median_ms && latency(0.95) < p95_ms);
     }
 };
 
@@ -142,37 +143,34 @@ void report(const char* name, const Reading& run) {
         static_cast<unsigned long long>(c.queue_full), static_cast<unsigned long long>(c.sender_busy));
 }
 
-TEST_F(BadNetwork, ACleanOneAddsLittleLatency) {
-    start({});
-
-    const Reading run = read(seconds(4));
-
-    report("clean", run);
+void expectNothingLost(const Reading& run) {
     EXPECT_EQ(run.lostOnTheWay(), 0U);
+    EXPECT_EQ(run.counters.damaged + run.counters.decode_failed, 0U);
     EXPECT_EQ(run.wrong, 0U);
-    EXPECT_TRUE(!run.paced(seconds(4)) || run.latency(0.5) < 80.0);
+    EXPECT_EQ(run.counters.produced, run.counters.delivered + run.counters.lost());
 }
 
-TEST_F(BadNetwork, LossDelayJitterAndReorderingCostNoFrame) {
+TEST_F(BadNetwork, CostsLittleTimeAndNoFrame) {
     const struct {
         const char* name;
         Impairment impairment;
-    } cases[] = {{"2 % loss, 20 ms", {0.02, 20.0, 0.0, 0.0}},
-                 {"5 % loss, 20 ms, 3 ms jitter, 3 % reordered", {0.05, 20.0, 3.0, 0.03}}};
+        double median_ms, p95_ms;
+    } cases[] = {{"clean", {}, 40.0, 250.0},
+                 {"2 % loss, 20 ms", {0.02, 20.0, 0.0, 0.0}, 100.0, 250.0},
+                 {"5 % loss, 20 ms, 3 ms jitter, 3 % reordered", {0.05, 20.0, 3.0, 0.03}, 100.0, 250.0}};
     for (const auto& network : cases) {
         SCOPED_TRACE(network.name);
         start(network.impairment);
-
-        const Reading run = read(seconds(5));
-
-        report(network.name, run);
-        EXPECT_EQ(run.lostOnTheWay(), 0U);
-        EXPECT_EQ(run.counters.damaged + run.counters.decode_failed, 0U);
-        EXPECT_EQ(run.wrong, 0U);
-        EXPECT_GT(proxy->dropped(), 5U);
-        EXPECT_TRUE(!run.paced(seconds(5)) || run.latency(0.5) < 150.0);
-        EXPECT_TRUE(!run.paced(seconds(5)) || run.latency(0.95) < 300.0);
-        EXPECT_EQ(run.counters.produced, run.counters.delivered + run.counters.lost());
+        bool quick = false;
+        // Another program may take the processor for a while; the least disturbed of three readings counts.
+        for (int attempt = 0; attempt < 3 && !quick; ++attempt) {
+            const Reading run = read(seconds(4));
+            report(network.name, run);
+            expectNothingLost(run);
+            quick = run.quick(seconds(4), network.median_ms, network.p95_ms);
+        }
+        EXPECT_TRUE(quick);
+        EXPECT_TRUE(network.impairment.loss == 0.0 || proxy->dropped() > 5);
         TearDown();
     }
 }
@@ -198,7 +196,7 @@ TEST_F(BadNetwork, ABlackoutOfTwoSecondsEndsByItself) {
     ASSERT_LT(first, run.numbers.size());
     const double recovery = static_cast<double>(run.read_ns[first] - returned) / 1e9;
     std::printf("live again after %.2f s\n", recovery);
-    EXPECT_LT(recovery, 3.0);
+    EXPECT_LT(recovery, 2.0);
     EXPECT_EQ(run.wrong, 0U);
     EXPECT_GT(run.counters.network, 10U);
     EXPECT_EQ(run.counters.produced, run.counters.delivered + run.counters.lost());
