@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "child_process.hpp"
+#include "doubles/temporary_directory.hpp"
 #include "stream_fixture.hpp"
 
 namespace oru::test {
@@ -77,20 +78,28 @@ TEST(TwoProcesses, TheSenderOutlivesReceiversThatAreKilled) {
     EXPECT_GT(samples, 4 * (frames - 3));
 }
 
-TEST(Player, ReadsPicturesAndMetadataFromThePlainAddress) {
-    if (std::system("ffprobe -hide_banner -protocols 2>/dev/null | grep -q srt") != 0) {
-        GTEST_SKIP() << "no ffprobe with SRT here";
+/// A sender for players, which do not try again when it is not there yet.
+class Player : public testing::Test {
+protected:
+    void SetUp() override {
+        if (std::system("ffprobe -hide_banner -protocols 2>/dev/null | grep -q srt && command -v ffmpeg >/dev/null") !=
+            0) {
+            GTEST_SKIP() << "no ffmpeg with SRT here";
+        }
+        TextCalibration texts;
+        const auto clock = makeSystemClock();
+        ASSERT_EQ(makeStreamReceiver(*clock, texts, nullptr, false)->open("127.0.0.1", port, 0), 0);
     }
-    const uint16_t port = freePort();
-    Child sender(sendCommand(port, 0));
-    // The sender needs a moment before a player, which does not try again, can find it.
-    TextCalibration texts;
-    const auto clock = makeSystemClock();
-    ASSERT_EQ(makeStreamReceiver(*clock, texts, nullptr, false)->open("127.0.0.1", port, 0), 0);
 
+    const uint16_t port = freePort();
+    const std::string address = "srt://127.0.0.1:" + std::to_string(port);
+    Child sender{sendCommand(port, 0)};
+};
+
+TEST_F(Player, ReadsPicturesAndMetadataFromThePlainAddress) {
     Child probe({"ffprobe", "-v", "quiet", "-analyzeduration", "1000000", "-read_intervals", "%+2", "-show_entries",
                  "stream=codec_name,width,height:packet=codec_type", "-of", "compact", "-show_streams", "-show_packets",
-                 "srt://127.0.0.1:" + std::to_string(port)});
+                 address});
     const std::string seen = probe.rest();
 
     const auto count = [&](const std::string& text) {
@@ -105,6 +114,24 @@ TEST(Player, ReadsPicturesAndMetadataFromThePlainAddress) {
     EXPECT_GE(count("codec_name=h264"), 1U);
     EXPECT_GE(count("codec_name=klv"), 1U);
     EXPECT_GE(count("width=320"), 1U);
+}
+
+TEST_F(Player, DecodesThePicturesAndCopiesTheMetadata) {
+    const doubles::TemporaryDirectory directory;
+    const std::string input = "timeout 30 ffmpeg -y -v error -analyzeduration 1000000 -i " + address;
+
+    const int decoded = std::system((input + " -frames:v 20 -f null - >/dev/null 2>&1").c_str());
+    const int copied = std::system((input + " -map 0:d -c copy -t 1 -f data " + directory.path("klv")).c_str());
+
+    EXPECT_EQ(decoded, 0);
+    EXPECT_EQ(copied, 0);
+    const std::string klv = directory.read("klv");
+    const std::string key("\x06\x0E\x2B\x34\x01\x01\x01\x01\x0FKORU\x01\x00\x01", 16);
+    unsigned records = 0;
+    for (std::size_t at = klv.find(key); at != std::string::npos; at = klv.find(key, at + 1)) {
+        ++records;
+    }
+    EXPECT_GT(records, 10U);
 }
 
 }  // namespace
