@@ -57,7 +57,7 @@ bool LoadPacer::admit() {
 
 bool LoadPacer::measured(uint64_t nanoseconds) {
     constexpr unsigned kWindow = 20;
-    constexpr unsigned kFewest = 4;
+    constexpr unsigned kFewest = 2;
     constexpr double kLongestWindowNs = 1.5 * kSecondNs;
     constexpr double kIdle = 0.75;
     constexpr unsigned kMost = 30;
