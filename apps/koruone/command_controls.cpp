@@ -56,7 +56,7 @@ std::string defaultText(const ControlState& state) {
 std::string stateRow(const ControlState& state) {
     const std::string range = state.range ? fmt::format("{} .. {}", (*state.range)[0], (*state.range)[1]) : "";
     std::string value = state.value ? valueText(*state.value) : "";
-    if (state.automatic.value_or(false)) {
+    if (state.value && state.automatic.value_or(false)) {
         value += " (automatic)";
     }
     return fmt::format("{:<17}  {:<10}  {:<15}  {:<18}  {}\n", state.control->name, kindName(state.control->kind),
@@ -89,6 +89,10 @@ void printValue(const Control& control, const ControlValue& value, bool json) {
 }
 
 ExitStatus printControl(oru::CameraOne& camera, const Control& control, bool json) {
+    if (!isReadable(camera, control)) {
+        complain("{} cannot be read here.", control.name);
+        return EXIT_FAILED;
+    }
     ControlValue value;
     const oru::ERROR_CODE code = readControl(camera, control, value);
     if (code != oru::SUCCESS) {
@@ -129,7 +133,7 @@ ExitStatus write(oru::CameraOne& camera, const Control& control, const ControlVa
     if (!setControl(camera, control, value)) {
         return EXIT_FAILED;
     }
-    return control.kind == ControlKind::WRITE_ONLY ? EXIT_OK : printControl(camera, control, json);
+    return !isReadable(camera, control) ? EXIT_OK : printControl(camera, control, json);
 }
 
 ExitStatus set(oru::CameraOne& camera, const ControlsOptions& options) {

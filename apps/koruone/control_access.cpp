@@ -28,6 +28,18 @@ bool isLive(oru::CameraOne& camera) {
     return camera.getCameraInformation().input_type == oru::GMSL;
 }
 
+bool isOfLinkOnly(oru::VIDEO_SETTINGS setting) {
+    return (setting >= oru::GMSL_SETTING_13 && setting <= oru::GMSL_SETTING_15) || setting >= oru::GMSL_SETTING_19;
+}
+
+/// Writes, and asks whether a stream's sender carried it out: the write itself succeeds when it was sent.
+oru::ERROR_CODE writeThrough(oru::CameraOne& camera, const Control& control, const ControlValue& value,
+                             std::string& refusal) {
+    const oru::ERROR_CODE code = writeControl(camera, control, value);
+    refusal = code == oru::SUCCESS ? camera.getControlRefusal().get() : "";
+    return code;
+}
+
 std::size_t valueSize(const Control& control) {
     switch (control.kind) {
         case ControlKind::REGION:
@@ -58,7 +70,7 @@ ControlState readState(oru::CameraOne& camera, const Control& control) {
     ControlState state;
     state.control = &control;
     ControlValue value;
-    if (readControl(camera, control, value) == oru::SUCCESS) {
+    if (isReadable(camera, control) && readControl(camera, control, value) == oru::SUCCESS) {
         state.value = value;
     }
     int low = 0;
@@ -108,6 +120,11 @@ void copySwitchDefaults(std::vector<ControlState>& states) {
 }
 
 }  // namespace
+
+bool isReadable(oru::CameraOne& camera, const Control& control) {
+    return control.kind != ControlKind::WRITE_ONLY &&
+           (!isOfLinkOnly(control.setting) || camera.getCameraInformation().input_type != oru::INPUT_TYPE_STREAM);
+}
 
 oru::ERROR_CODE readControl(oru::CameraOne& camera, const Control& control, ControlValue& value) {
     if (control.kind == ControlKind::REGION) {
@@ -169,7 +186,13 @@ std::vector<std::string> resetControls(oru::CameraOne& camera) {
             const bool wanted = isSwitch(control.setting) == switches;
             const bool offered =
                 control.kind == ControlKind::REGION || camera.isCameraSettingSupported(control.setting);
-            if (wanted && offered && writeControl(camera, control, {}) != oru::SUCCESS) {
+            if (!wanted || !offered) {
+                continue;
+            }
+            std::string refusal;
+            const oru::ERROR_CODE code = writeThrough(camera, control, {}, refusal);
+            // A stream offers the ranges to be seen, not to be written.
+            if ((code != oru::SUCCESS && code != oru::NOT_SUPPORTED) || !refusal.empty()) {
                 refused.emplace_back(control.name);
             }
         }
@@ -178,13 +201,19 @@ std::vector<std::string> resetControls(oru::CameraOne& camera) {
 }
 
 bool setControl(oru::CameraOne& camera, const Control& control, const ControlValue& value) {
-    const oru::ERROR_CODE code = writeControl(camera, control, value);
+    std::string refusal;
+    const std::string wanted = value.empty() ? "auto" : valueText(value);
+    const oru::ERROR_CODE code = writeThrough(camera, control, value, refusal);
     if (code != oru::SUCCESS) {
-        complain(code, fmt::format("cannot set {} to {}", control.name, value.empty() ? "auto" : valueText(value)));
+        complain(code, fmt::format("cannot set {} to {}", control.name, wanted));
+        return false;
+    }
+    if (!refusal.empty()) {
+        complain("{} was not set to {}: {}.", control.name, wanted, refusal);
         return false;
     }
     ControlValue found;
-    if (value.empty() || control.kind == ControlKind::WRITE_ONLY || confirm(camera, control, value, found)) {
+    if (value.empty() || !isReadable(camera, control) || confirm(camera, control, value, found)) {
         return true;
     }
     complain("the camera did not take {} {}: it holds {}; see 'koruone controls list' for what it offers.",

@@ -24,6 +24,8 @@ struct ControlState {
     std::optional<bool> default_automatic;  ///< whether that is its default
 };
 
+/// False for the write-only control, and over a stream for those that the camera object asks of its own device.
+bool isReadable(oru::CameraOne& camera, const Control& control);
 /// Reads a control of any kind.
 oru::ERROR_CODE readControl(oru::CameraOne& camera, const Control& control, ControlValue& value);
 /// Writes a control of any kind; an empty value asks for the automatic value, the default range or the default region.

@@ -26,7 +26,7 @@ constexpr std::array kCodeTexts{
     CodeText{oru::SUCCESS, "SUCCESS", "nothing to do"},
     CodeText{oru::FAILURE, "FAILURE", "the device or the input failed: check its cable and the messages above"},
     CodeText{oru::STREAM_SETUP_FAILED, "STREAM_SETUP_FAILED",
-             "check the address and the port, that the sender is running, and that no firewall blocks it"},
+             "check the address, the port and the key, that the sender is running, and that no firewall blocks it"},
     CodeText{oru::DEVICE_NOT_FOUND, "DEVICE_NOT_FOUND", "choose a camera that 'koruone devices' lists"},
     CodeText{oru::SENSORS_SERIAL_INVALID, "SENSORS_SERIAL_INVALID",
              "the sensor board answers with another serial number: run 'koruone reboot', then try again"},

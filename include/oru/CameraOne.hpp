@@ -74,6 +74,9 @@ public:
     ERROR_CODE setCameraSettings(VIDEO_SETTINGS setting, Rect region, bool reset = false);
     ERROR_CODE getCameraSettingsRange(VIDEO_SETTINGS setting, int& min, int& max);
     [[nodiscard]] bool isCameraSettingSupported(VIDEO_SETTINGS setting);
+    /// A write to a stream's camera answers SUCCESS when it was sent. Here is why the sender did not carry out the last
+    /// one; empty when it did, and for every other input.
+    [[nodiscard]] String getControlRefusal();
 
     /// Sends every grabbed frame to the network; parameters out of range are clamped with a warning.
     ERROR_CODE enableStreaming(StreamingParameters parameters = {});

@@ -131,6 +131,9 @@ bool CameraOne::isStreamingEnabled() {
 StreamingParameters CameraOne::getStreamingParameters() {
     return impl->getStreamingParameters();
 }
+String CameraOne::getControlRefusal() {
+    return impl->getControlRefusal();
+}
 StreamingStatus CameraOne::getStreamingStatus() {
     return impl->getStreamingStatus();
 }

@@ -62,6 +62,7 @@ public:
 
     ERROR_CODE enableStreaming(StreamingParameters parameters);
     void disableStreaming();
+    [[nodiscard]] String getControlRefusal();
     [[nodiscard]] bool isStreamingEnabled();
     [[nodiscard]] StreamingParameters getStreamingParameters();
     [[nodiscard]] StreamingStatus getStreamingStatus() ORU_EXCLUDES(outputMutex);

@@ -97,6 +97,11 @@ bool CameraOneImpl::writeLiveSharpness(int value, bool automatic) {
     return true;
 }
 
+String CameraOneImpl::getControlRefusal() {
+    ORU_RETURN_IF_CLOSED(String());
+    return inputMode == INPUT_MODE_STREAM && streamInput ? String(streamInput->controlRefusal()) : String();
+}
+
 ERROR_CODE CameraOneImpl::setCameraSettings(VIDEO_SETTINGS setting, int min, int max) {
     ORU_RETURN_IF_CLOSED(INVALID_CALL);
     if (inputMode == INPUT_MODE_RECORDED) {

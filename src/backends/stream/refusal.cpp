@@ -8,12 +8,12 @@ namespace oru::stream {
 std::string refusalText(int reason, const char* variable, bool keyGiven) {
     switch (reason) {
         case SRT_REJ_BADSECRET:
-            return std::string("its key is not the one in ") + variable;
+            return std::string("the key in ") + variable + " is not the sender's";
         case SRT_REJ_UNSECURE:
-            return keyGiven ? std::string("it has no key, and ") + variable + " is set here"
-                            : std::string("it wants a key, and ") + variable + " is not set here";
+            return keyGiven ? std::string("the sender has no key, and ") + variable + " is set here"
+                            : std::string("the sender wants a key, and ") + variable + " is not set here";
         case SRT_REJX_FORBIDDEN:
-            return "it takes no control from outside";
+            return "the sender takes no control from outside";
         default:
             return "";
     }

@@ -112,7 +112,7 @@ std::string StreamReceiver::keyRefusal() const {
 
 int StreamReceiver::complainUnanswered(const std::string& address, const std::string& refusal, bool connected) {
     if (!refusal.empty()) {
-        ORU_LOG(Error, "{} the sender at {} refuses this receiver: {}", kTagStreaming, address, refusal);
+        ORU_LOG(Error, "{} {} refuses this receiver: {}", kTagStreaming, address, refusal);
         return kKeyRefused;
     }
     ORU_LOG(Error, "{} {} {}", kTagStreaming, connected ? "no camera describes itself at" : "no stream answers at",

@@ -108,7 +108,7 @@ TEST_F(RemoteControl, NeedsTheSendersControlKey) {
         const char* receiver;
         const char* reason;
     } cases[] = {{kControlKey, nullptr, "no control right here"},
-                 {kControlKey, "some other key", "its key is not the one"},
+                 {kControlKey, "some other key", "is not the sender's"},
                  {nullptr, kControlKey, "takes no control from outside"}};
     ASSERT_EQ(rig.grabber->setGrabberSettingsValue(GAIN, 17, false), 0);
     for (const auto& [senderKey, receiverKey, reason] : cases) {
