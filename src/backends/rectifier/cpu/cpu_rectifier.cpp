@@ -1,14 +1,12 @@
 #include "cpu_rectifier.hpp"
 
 #include <algorithm>
-#include <array>
 #include <optional>
 #include <thread>
-#include <utility>
 
+#include "backends/rectifier/recent_sizes.hpp"
+#include "backends/rectifier/runtime_memory.hpp"
 #include "fast_renderer.hpp"
-#include "logging/log.hpp"
-#include "logging/messages.hpp"
 #include "plain_view.hpp"
 
 namespace oru {
@@ -16,54 +14,7 @@ namespace {
 
 using namespace rectifier;
 
-constexpr std::size_t kSizesKept = 4;
 constexpr int kMostThreads = 4;
-constexpr uint64_t kLargestSide = 16384;
-constexpr int kGrayBit = 2;
-constexpr int kUnrectifiedBit = 4;
-
-bool isView(VIEW view) {
-    return (view & ~(kGrayBit | kUnrectifiedBit)) == 0;
-}
-
-bool isDrawable(Resolution size) {
-    return size.width >= 1 && size.height >= 1 && size.width <= kLargestSide && size.height <= kLargestSide;
-}
-
-Size toSize(Resolution size) {
-    return {static_cast<int>(size.width), static_cast<int>(size.height)};
-}
-
-/// Host memory of the runtime, grown on demand.
-class HostBuffer {
-public:
-    explicit HostBuffer(GpuRuntime& runtime) : gpu(runtime) {}
-    ~HostBuffer() { release(); }
-    HostBuffer(const HostBuffer&) = delete;
-    HostBuffer& operator=(const HostBuffer&) = delete;
-
-    /// Null when there is no memory.
-    unsigned char* reserve(std::size_t bytes) {
-        if (bytes > capacity) {
-            release();
-            memory = static_cast<unsigned char*>(gpu.hostAlloc(bytes));
-            capacity = memory == nullptr ? 0 : bytes;
-        }
-        return memory;
-    }
-
-    void release() {
-        if (memory != nullptr) {
-            gpu.hostFree(std::exchange(memory, nullptr));
-        }
-        capacity = 0;
-    }
-
-private:
-    GpuRuntime& gpu;
-    unsigned char* memory = nullptr;
-    std::size_t capacity = 0;
-};
 
 class CpuRectifier final : public MonoRectifier {
 public:
@@ -80,47 +31,24 @@ private:
         Resolution size;
         Timestamp time;
     };
-    struct Prepared {
-        Size size;
-        FastRenderer renderer;
-    };
 
-    [[nodiscard]] ViewResult check(VIEW view, Resolution size) const;
     ViewResult draw(VIEW view, Resolution size, const ViewTarget& target);
-    FastRenderer& rendererOf(Size size);
 
     GpuRuntime& gpu;
     int threads;
     std::optional<RowPool> pool;
-    ViewGeometry geometry{};
-    Resolution frameSize;
+    CameraViews views;
     std::optional<Frame> frame;
-    std::array<std::unique_ptr<Prepared>, kSizesKept> prepared;  // most recently used first
-    HostBuffer staging;                                          // what goes to device memory only
+    RecentSizes<FastRenderer> prepared;
+    HostMemory staging;  // what goes to device memory only
 };
 
 CameraParameters CpuRectifier::setup(CameraParameters& raw, CUstream_st*, bool flipped) {
     free();
-    CameraParameters rectified = raw;
-    rectified.distortion = {};
-    geometry = {Lens(raw), {}, {}, flipped};
-    if (!isDrawable(raw.image_size)) {
-        return rectified;
+    const CameraParameters rectified = views.setUp(raw, flipped);
+    if (views.isSetUp()) {
+        pool.emplace(threads - 1);
     }
-    pool.emplace(threads - 1);
-    frameSize = raw.image_size;
-    geometry.source = toSize(frameSize);
-    if (geometry.lens.usable()) {
-        geometry.rectified = rectifiedCamera(geometry.lens, {raw.fx, raw.fy, raw.cx, raw.cy}, geometry.source);
-    }
-    if (geometry.rectified.fx == 0) {
-        ORU_LOG(Warning, "{} The calibration of this camera gives no rectified view.", kTagInit);
-        return rectified;
-    }
-    rectified.fx = rectified.fy = static_cast<float>(geometry.rectified.fx);
-    rectified.cx = static_cast<float>(geometry.rectified.cx);
-    rectified.cy = static_cast<float>(geometry.rectified.cy);
-    geometry.rectified = {rectified.fx, rectified.fy, rectified.cx, rectified.cy};
     return rectified;
 }
 
@@ -140,7 +68,7 @@ void CpuRectifier::process(Mat& image, CUstream_st*) {
 }
 
 int CpuRectifier::getView(VIEW view, Resolution size, Mat& destination, MEM memory, CUstream_st*) {
-    const bool gray = (view & kGrayBit) != 0;
+    const bool gray = isGray(view);
     if (!isDrawable(size) || (memory & CPU_AND_GPU) == 0) {
         return VIEW_NOT_SUPPORTED;
     }
@@ -166,49 +94,22 @@ int CpuRectifier::getView(VIEW view, Resolution size, Mat& destination, MEM memo
 
 void CpuRectifier::free() {
     frame.reset();
-    prepared = {};
+    prepared.clear();
     pool.reset();
-    geometry = {};
-    frameSize = {};
+    views.forget();
     staging.release();
 }
 
-ViewResult CpuRectifier::check(VIEW view, Resolution size) const {
-    if (!frame) {
-        return VIEW_WITHOUT_FRAME;
-    }
-    if (frame->size != frameSize) {
-        return VIEW_OF_OTHER_SIZE;
-    }
-    if (!isView(view) || size.width > frameSize.width || size.height > frameSize.height || frameSize.width % 2 != 0) {
-        return VIEW_NOT_SUPPORTED;
-    }
-    const bool rectified = (view & kUnrectifiedBit) == 0;
-    return rectified && geometry.rectified.fx == 0 ? VIEW_WITHOUT_CAMERA : VIEW_DRAWN;
-}
-
 ViewResult CpuRectifier::draw(VIEW view, Resolution size, const ViewTarget& target) {
-    const ViewResult result = check(view, size);
+    const ViewResult result = views.check(view, size, frame ? &frame->size : nullptr);
     if (result == VIEW_DRAWN) {
-        rendererOf(toSize(size)).draw(frame->picture, (view & kUnrectifiedBit) == 0, target);
+        const Size viewSize = toSize(size);
+        prepared.of(viewSize, [&] { return std::make_unique<FastRenderer>(views.geometry(), viewSize, *pool); })
+            ->draw(frame->picture, isRectified(view), target);
     } else {
         drawBlack(target);
     }
     return result;
-}
-
-FastRenderer& CpuRectifier::rendererOf(Size size) {
-    auto found = std::find_if(prepared.begin(), prepared.end(),
-                              [&](const auto& entry) { return entry == nullptr || entry->size == size; });
-    if (found == prepared.end()) {
-        --found;
-        found->reset();
-    }
-    if (*found == nullptr) {
-        *found = std::make_unique<Prepared>(Prepared{size, FastRenderer(geometry, size, *pool)});
-    }
-    std::rotate(prepared.begin(), found, found + 1);
-    return prepared.front()->renderer;
 }
 
 }  // namespace

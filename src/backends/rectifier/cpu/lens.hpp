@@ -40,6 +40,9 @@ public:
     /// The picture position of the ray (x, y, 1).
     [[nodiscard]] Point project(Point ray) const;
 
+    [[nodiscard]] const Intrinsics& pinhole() const { return intrinsics; }
+    [[nodiscard]] const std::array<double, 12>& coefficients() const { return distortion; }
+
 private:
     Intrinsics intrinsics{};
     std::array<double, 12> distortion{};

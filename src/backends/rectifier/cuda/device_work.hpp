@@ -1,0 +1,20 @@
+#pragma once
+
+#include "collaborators/GpuRuntime.hpp"
+#include "reduce_pixel.hpp"
+#include "view_pixel.hpp"
+
+namespace oru::rectifier {
+
+/// Runs the pixel code over whole pictures: on a device in the order of the stream, without waiting for it. Pictures,
+/// tables and views lie in memory that the GPU runtime calls the device's. Results are 0 on success.
+class DeviceWork {
+public:
+    virtual ~DeviceWork() = default;
+
+    virtual int reduce(const ReduceJob& job, CUstream_st* stream) = 0;
+    virtual int drawBgra(const ViewJob& job, bool rectified, CUstream_st* stream) = 0;
+    virtual int drawGray(const ViewJob& job, bool rectified, CUstream_st* stream) = 0;
+};
+
+}  // namespace oru::rectifier

@@ -1,0 +1,67 @@
+#include "view_job.hpp"
+
+namespace oru::rectifier {
+namespace {
+
+template <class Real>
+LensRays<Real> raysOf(const ViewGeometry& geometry, Size view) {
+    const auto real = [](double value) { return static_cast<Real>(value); };
+    const Intrinsics& camera = geometry.rectified;
+    const Intrinsics& lens = geometry.lens.pinhole();
+    const auto& [k1, k2, p1, p2, k3, k4, k5, k6, s1, s2, s3, s4] = geometry.lens.coefficients();
+    // View and picture cover the same area: their pixel centres coincide only at full size.
+    const double reductionX = static_cast<double>(geometry.source.width) / view.width;
+    const double reductionY = static_cast<double>(geometry.source.height) / view.height;
+    const double direction = geometry.flipped ? -1 : 1;
+    const double leftCentre = 0.5 * reductionX - 0.5;
+    const double topCentre = 0.5 * reductionY - 0.5;
+    const double firstX = geometry.flipped ? geometry.source.width - 1 - leftCentre : leftCentre;
+    const double firstY = geometry.flipped ? geometry.source.height - 1 - topCentre : topCentre;
+    return {.firstX = real((firstX - camera.cx) / camera.fx),
+            .firstY = real((firstY - camera.cy) / camera.fy),
+            .perPixelX = real(direction * reductionX / camera.fx),
+            .perPixelY = real(direction * reductionY / camera.fy),
+            .k1 = real(k1),
+            .k2 = real(k2),
+            .p1 = real(p1),
+            .p2 = real(p2),
+            .k3 = real(k3),
+            .k4 = real(k4),
+            .k5 = real(k5),
+            .k6 = real(k6),
+            .s1 = real(s1),
+            .s2 = real(s2),
+            .s3 = real(s3),
+            .s4 = real(s4),
+            .scaleX = real(lens.fx / reductionX),
+            .scaleY = real(lens.fy / reductionY),
+            .originX = real((lens.cx + 0.5) / reductionX - 0.5),
+            .originY = real((lens.cy + 0.5) / reductionY - 0.5)};
+}
+
+}  // namespace
+
+ViewJob viewJob(const ViewGeometry& geometry, Size view) {
+    return {.picture = {},
+            .view = nullptr,
+            .width = view.width,
+            .height = view.height,
+            .flipped = geometry.flipped,
+            .rays = raysOf<float>(geometry, view),
+            .exactRays = raysOf<double>(geometry, view)};
+}
+
+ViewJob blackJob(Size view, unsigned char* pixels) {
+    ViewJob job{};
+    job.view = pixels;
+    job.width = view.width;
+    job.height = view.height;
+    return job;
+}
+
+PairPicture pairPicture(const void* pixels, Size size, float chromaSiting) {
+    return {static_cast<const std::uint32_t*>(pixels), (size.width + 1) / 2, size.width, size.height,
+            static_cast<int>(std::lround(chromaSiting * kFractionSteps))};
+}
+
+}  // namespace oru::rectifier
