@@ -15,21 +15,26 @@ if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
 endif()
 
 add_library(oru_warnings INTERFACE)
+set(warnings -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wno-sign-conversion -Wnon-virtual-dtor
+    -Woverloaded-virtual -Wold-style-cast -Wundef -Werror)
 target_compile_options(oru_warnings INTERFACE
-    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wno-sign-conversion -Wnon-virtual-dtor -Woverloaded-virtual
-    -Wold-style-cast -Wundef -Werror)
+    "$<$<COMPILE_LANGUAGE:CXX>:${warnings}>"
+    "$<$<COMPILE_LANGUAGE:CUDA>:-Werror=all-warnings;-Xcompiler=-Wall,-Wextra,-Wno-sign-conversion>")
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
     # At -O3 GCC 12 takes the growth path of an inlined std::vector::insert for an overflow.
-    target_compile_options(oru_warnings INTERFACE -Wno-stringop-overflow -Wno-array-bounds -Wno-restrict)
+    target_compile_options(oru_warnings INTERFACE
+        "$<$<COMPILE_LANGUAGE:CXX>:-Wno-stringop-overflow;-Wno-array-bounds;-Wno-restrict>")
 endif()
 if(CMAKE_CXX_COMPILER_ID MATCHES Clang)
-    target_compile_options(oru_warnings INTERFACE -Wthread-safety -Wthread-safety-beta)
+    target_compile_options(oru_warnings INTERFACE
+        "$<$<COMPILE_LANGUAGE:CXX>:-Wthread-safety;-Wthread-safety-beta>")
 endif()
 
 if(ORU_SANITIZE)
-    add_compile_options(-fsanitize=${ORU_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+    add_compile_options(
+        "$<$<COMPILE_LANGUAGE:CXX>:-fsanitize=${ORU_SANITIZE};-fno-omit-frame-pointer;-fno-sanitize-recover=all>")
     add_link_options(-fsanitize=${ORU_SANITIZE})
 endif()
 
 # One reproducible spelling of source paths in messages and debug information.
-add_compile_options(-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)
+add_compile_options("$<$<COMPILE_LANGUAGE:CXX>:-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=>")

@@ -125,6 +125,9 @@ public:
 
 class QuietFactory final : public CollaboratorFactory {
 public:
+    explicit QuietFactory(std::unique_ptr<GpuRuntime> runtime = std::make_unique<QuietGpu>())
+        : gpuRuntime(std::move(runtime)) {}
+
     std::unique_ptr<LiveCameraGrabber> makeGrabber(INPUT_TYPE) override { return std::make_unique<QuietGrabber>(); }
     std::unique_ptr<rlxrw::RLXVideo> makeRlxVideo(RlxRole) override { return nullptr; }
     std::unique_ptr<UDPInput> makeStreamInput(bool) override { return nullptr; }
@@ -133,13 +136,13 @@ public:
     std::unique_ptr<PlaybackRecorder> makePlaybackRecorder() override { return nullptr; }
     DeviceDirectory& devices() override { return directory; }
     CalibrationSource& calibration() override { return calibrationSource; }
-    GpuRuntime& gpu() override { return gpuRuntime; }
+    GpuRuntime& gpu() override { return *gpuRuntime; }
     Clock& clock() override { return *systemClock; }
 
 private:
     QuietDirectory directory;
     QuietCalibration calibrationSource;
-    QuietGpu gpuRuntime;
+    std::unique_ptr<GpuRuntime> gpuRuntime;
     std::unique_ptr<Clock> systemClock = makeSystemClock();
 };
 

@@ -61,9 +61,6 @@ private:
 CameraParameters DeviceRectifier::setup(CameraParameters& raw, CUstream_st*, bool flipped) {
     free();
     failureNoticed = false;
-    if (gpu.cudaEventCreate(&finished) != 0) {
-        noticeFailure();
-    }
     return views.setUp(raw, flipped);
 }
 
@@ -166,7 +163,11 @@ std::unique_ptr<DeviceRectifier::Prepared> DeviceRectifier::prepare(Size size, C
     return isReduced && !entry->reduced.prepare(views.geometry().source, size, stream) ? nullptr : std::move(entry);
 }
 
+/// Waits for what this stream has been given so far.
 bool DeviceRectifier::finish(CUstream_st* stream) {
+    if (finished == nullptr && gpu.cudaEventCreate(&finished) != 0) {
+        return false;
+    }
     return gpu.cudaEventRecord(finished, stream) == 0 && gpu.cudaEventSynchronize(finished) == 0;
 }
 

@@ -142,9 +142,12 @@ ORU_PIXEL_CODE int clampedTo(int value, int last) {
     return value < 0 ? 0 : smaller(value, last);
 }
 
-/// A position along an axis of `count` samples in steps of 1 / kFractionSteps, held inside.
-ORU_PIXEL_CODE int stepsOf(float position, int count) {
-    const int steps = static_cast<int>(std::floor(position * kFractionSteps + 0.5F));
+/// A position in steps of 1 / kFractionSteps.
+ORU_PIXEL_CODE int stepsOf(float position) {
+    return static_cast<int>(std::floor(position * kFractionSteps + 0.5F));
+}
+/// Held inside an axis of `count` samples.
+ORU_PIXEL_CODE int heldInside(int steps, int count) {
     return clampedTo(steps, (count - 1) * kFractionSteps);
 }
 
@@ -166,7 +169,7 @@ struct Window {
 };
 
 ORU_PIXEL_CODE Window windowAt(const PairPicture& picture, int firstPair, float y) {
-    const int steps = stepsOf(y, picture.height);
+    const int steps = heldInside(stepsOf(y), picture.height);
     const int row = steps >> kFractionBits;
     const int nextRow = smaller(row + 1, picture.height - 1);
     const int nextPair = smaller(firstPair + 1, (picture.width - 1) / 2);
@@ -230,9 +233,8 @@ ORU_PIXEL_CODE std::uint32_t bgraAt(const PairPicture& picture, const Sight& sig
     if (!sight.inside) {
         return 0xFF000000U;
     }
-    const int steps = pixel::stepsOf(sight.x, picture.width);
-    const int chromaSteps =
-        pixel::clampedTo((steps - picture.chromaSiting) >> 1, (picture.width - 1) / 2 * kFractionSteps);
+    const int steps = pixel::stepsOf(sight.x);
+    const int chromaSteps = pixel::heldInside((steps - picture.chromaSiting) >> 1, (picture.width + 1) / 2);
     const int firstPair = chromaSteps >> kFractionBits;
     const pixel::Window window = pixel::windowAt(picture, firstPair, sight.y);
     const std::uint32_t weights = pixel::weightsAt(chromaSteps);
@@ -243,14 +245,14 @@ ORU_PIXEL_CODE std::uint32_t bgraAt(const PairPicture& picture, const Sight& sig
         pixel::between(pixel::meanOfLower(weights, upper), pixel::meanOfLower(weights, lower), window.part) - kMiddle;
     const float v =
         pixel::between(pixel::meanOfUpper(weights, upper), pixel::meanOfUpper(weights, lower), window.part) - kMiddle;
-    return pixel::bgraOf(pixel::lumaIn(window, firstPair, steps), u, v);
+    return pixel::bgraOf(pixel::lumaIn(window, firstPair, pixel::heldInside(steps, picture.width)), u, v);
 }
 
 ORU_PIXEL_CODE unsigned char grayAt(const PairPicture& picture, const Sight& sight) {
     if (!sight.inside) {
         return 0;
     }
-    const int steps = pixel::stepsOf(sight.x, picture.width);
+    const int steps = pixel::heldInside(pixel::stepsOf(sight.x), picture.width);
     const int firstPair = steps >> (kFractionBits + 1);
     const float luma = pixel::lumaIn(pixel::windowAt(picture, firstPair, sight.y), firstPair, steps);
     const std::uint32_t sum = std::bit_cast<std::uint32_t>(luma) + kFractionSteps / 2;

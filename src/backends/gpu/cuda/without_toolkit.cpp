@@ -1,0 +1,10 @@
+#include "CudaGpuRuntime.hpp"
+
+namespace oru {
+
+std::unique_ptr<GpuRuntime> makeCudaGpuRuntime(std::string& absence) {
+    absence = "built without the CUDA toolkit";
+    return nullptr;
+}
+
+}  // namespace oru

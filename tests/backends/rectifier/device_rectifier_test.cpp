@@ -1,0 +1,104 @@
+#include "backends/rectifier/cuda/device_rectifier.hpp"
+
+#include "backends/gpu/cuda/CudaGpuRuntime.hpp"
+#include "backends/gpu/host/HostGpuRuntime.hpp"
+#include "backends/rectifier/cuda/CudaRectifier.hpp"
+#include "host_device_work.hpp"
+#include "random_views.hpp"
+#include "rectifier_contract.hpp"
+
+namespace oru {
+namespace {
+
+const Subject kPixelCodeOnHost{
+    "PixelCodeOnHost", [](std::string&) { return makeHostGpuRuntime(); },
+    [](GpuRuntime& gpu) { return makeDeviceRectifier(gpu, std::make_unique<HostDeviceWork>()); }};
+const Subject kCuda{"Cuda", &makeCudaGpuRuntime, &makeCudaRectifier};
+
+INSTANTIATE_TEST_SUITE_P(Device, RectifierContract, testing::Values(kPixelCodeOnHost, kCuda), nameOf);
+
+class DeviceRectifier : public RectifierContract {
+protected:
+    /// The frame without the padding of its rows.
+    static Mat packed(const TestPicture& picture) {
+        Mat mat;
+        const Resolution size{static_cast<uint64_t>(picture.size.width), static_cast<uint64_t>(picture.size.height)};
+        EXPECT_EQ(mat.alloc(size, U8_C2, CPU), SUCCESS);
+        auto* out = mat.getPtr<unsigned char>(CPU);
+        for (int row = 0; row < picture.size.height; ++row, out += picture.size.width * 2) {
+            std::copy_n(picture.frame().row(row), picture.size.width * 2, out);
+        }
+        return mat;
+    }
+
+    /// Draws all four views and compares them with the plain definition, borders included.
+    void expectPlainViews(const CameraParameters& lens, bool flipped, Size size, const TestPicture& picture,
+                          int tolerance, const std::string& what) {
+        CameraParameters raw = lens;
+        (void)rectifier->setup(raw, stream, flipped);
+        Mat image = packed(picture);
+        rectifier->process(image, stream);
+        ViewGeometry geometry = geometryOf(lens, flipped);
+        PlainRenderer plain(rounded(geometry), size);
+        for (const bool rectified : {true, false}) {
+            for (const bool gray : {true, false}) {
+                TestView expected(size, gray);
+                TestView drawn(size, gray);
+                plain.draw(picture.frame(), rectified, expected.target());
+                Mat delivered;
+                const auto kind = static_cast<VIEW>((rectified ? 0 : 4) | (gray ? 2 : 0));
+                const Resolution resolution{static_cast<uint64_t>(size.width), static_cast<uint64_t>(size.height)};
+                ASSERT_EQ(getView(kind, resolution, delivered, CPU), VIEW_DRAWN) << what;
+                drawn.bytes = bytesOf(delivered, CPU);
+                const Error error = compare(drawn, expected);
+                EXPECT_LE(error.largest, tolerance) << what << " view " << kind << " " << named(picture.size) << " to "
+                                                    << named(size) << " at " << error.x << "," << error.y;
+                EXPECT_LE(error.mean, 0.02) << what << " view " << kind << " " << named(size);
+            }
+        }
+    }
+
+    /// As a rectifier hands its camera out, in single precision.
+    static ViewGeometry rounded(ViewGeometry geometry) {
+        for (double* value :
+             {&geometry.rectified.fx, &geometry.rectified.fy, &geometry.rectified.cx, &geometry.rectified.cy}) {
+            *value = static_cast<double>(static_cast<float>(*value));
+        }
+        return geometry;
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(Device, DeviceRectifier, testing::Values(kPixelCodeOnHost, kCuda), nameOf);
+
+TEST_P(DeviceRectifier, DrawsThePlainViewsForEveryLensAtEverySizeWithinOneLevel) {
+    std::mt19937 random(11);
+    for (const NamedLens& lens : testLenses()) {
+        const Size source{672, 376};
+        const TestPicture picture = pictureOf(source, Content::InGamutNoise, 0, random);
+        for (const Size size : {source, Size{source.width / 2, source.height / 2}, Size{333, 201}, Size{7, 5}}) {
+            expectPlainViews(cameraOf(lens, source), size.width == 333, size, picture, 1, lens.name);
+        }
+    }
+}
+
+TEST_P(DeviceRectifier, DrawsTheLargestPictureWithinOneLevel) {
+    std::mt19937 random(12);
+    const Size source{3840, 2160};
+    const TestPicture picture = pictureOf(source, Content::InGamutNoise, 0, random);
+    expectPlainViews(cameraOf(testLenses()[4], source), false, source, picture, 1, testLenses()[4].name);
+}
+
+TEST_P(DeviceRectifier, NoticesAnUploadThatFailsAndShowsNoOldFrame) {
+    (void)setUp();
+    process();
+    gpu->refusesUploads = true;
+    process();
+    EXPECT_EQ(getView(RECTIFIED, kResolution, view, CPU), VIEW_WITHOUT_FRAME);
+    EXPECT_TRUE(isBlack(view, CPU));
+    gpu->refusesUploads = false;
+    process();
+    EXPECT_EQ(getView(RECTIFIED, kResolution, view, CPU), VIEW_DRAWN);
+}
+
+}  // namespace
+}  // namespace oru

@@ -1,0 +1,113 @@
+#include "backends/rectifier/cuda/reduced_picture.hpp"
+#include "backends/rectifier/cuda/view_job.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "backends/gpu/host/HostGpuRuntime.hpp"
+#include "backends/rectifier/cpu/plain_view.hpp"
+#include "random_views.hpp"
+
+namespace oru::rectifier {
+namespace {
+
+/// The picture's bytes as the pixel code wants them: whole pairs, no padding.
+std::vector<std::uint32_t> pairsOf(const TestPicture& picture) {
+    const int pairsPerRow = (picture.size.width + 1) / 2;
+    std::vector<std::uint32_t> pairs(static_cast<std::size_t>(pairsPerRow * picture.size.height));
+    for (int row = 0; row < picture.size.height; ++row) {
+        std::memcpy(&pairs[static_cast<std::size_t>(row * pairsPerRow)], picture.frame().row(row),
+                    static_cast<std::size_t>(picture.size.width) * 2);
+    }
+    return pairs;
+}
+
+TEST(PixelCode, SeesTheSamePlaceAsThePlainMapAndAgreesOnWhatIsInside) {
+    double largest = 0;
+    int outside = 0;
+    for (unsigned seed = 0; seed < 60; ++seed) {
+        const RandomCase random(seed);
+        const ViewMap map(random.geometry.lens, random.geometry.rectified, random.geometry.source, random.view,
+                          random.geometry.flipped);
+        ViewJob job = viewJob(random.geometry, random.view);
+        job.picture = pairPicture(nullptr, random.view, 0);
+        const TestPicture picture(random.view);
+        for (int v = 0; v < random.view.height; ++v) {
+            for (int u = 0; u < random.view.width; ++u) {
+                const SourcePosition place = map.sampleAt(u, v);
+                const Sight sight = rectifiedSight(job, u, v);
+                ASSERT_EQ(sight.inside, insidePicture(picture.frame(), place)) << seed << " at " << u << "," << v;
+                if (sight.inside) {
+                    largest = std::max<double>({largest, std::abs(sight.x - place.x), std::abs(sight.y - place.y)});
+                }
+                outside += sight.inside ? 0 : 1;
+            }
+        }
+    }
+    EXPECT_LT(largest, 0.002) << "pixels";
+    EXPECT_GT(outside, 1000) << "the cases must look beyond the border";
+}
+
+TEST(PixelCode, SamplesLikeThePlainViewAtEveryPlaceAndChromaSiting) {
+    std::mt19937 random(3);
+    for (const Size size : {Size{16, 9}, Size{15, 4}, Size{2, 1}, Size{1, 1}}) {
+        const TestPicture picture =
+            pictureOf({size.width + size.width % 2, size.height}, Content::FullRangeNoise, 0, random);
+        const std::vector<std::uint32_t> pairs = pairsOf(picture);
+        for (const float siting : {0.0F, 0.25F, 0.5F}) {
+            const PairPicture pixels = pairPicture(pairs.data(), size, siting);
+            const YuyvFrame frame{picture.bytes.data(), picture.step, size.width, size.height, siting};
+            for (int i = 0; i < 4000; ++i) {
+                const auto along = [&](int count) {
+                    return static_cast<float>(random() % 4096) / 4096.0F * static_cast<float>(count + 1) - 1;
+                };
+                const SourcePosition place{along(size.width), along(size.height)};
+                const Sight sight{place.x, place.y, insidePicture(frame, place)};
+                unsigned char gray = 0;
+                std::array<unsigned char, 4> bgra{};
+                drawGray(frame, &place, 1, &gray);
+                drawBgra(frame, &place, 1, bgra.data());
+                const std::uint32_t drawn = bgraAt(pixels, sight);
+                ASSERT_NEAR(grayAt(pixels, sight), gray, 1) << place.x << "," << place.y;
+                for (unsigned channel = 0; channel < 4; ++channel) {
+                    ASSERT_NEAR(drawn >> 8 * channel & 0xFF, bgra[channel], 1)
+                        << named(size) << " siting " << siting << " at " << place.x << "," << place.y;
+                }
+            }
+        }
+    }
+}
+
+TEST(PixelCode, ReducesToTheSameBytesAsTheReducer) {
+    const auto gpu = makeHostGpuRuntime();
+    std::mt19937 random(4);
+    for (const auto& [source, view] : std::vector<std::pair<Size, Size>>{{{64, 40}, {32, 20}},
+                                                                         {{64, 40}, {63, 39}},
+                                                                         {{66, 31}, {17, 9}},
+                                                                         {{128, 9}, {5, 9}},
+                                                                         {{2, 2}, {1, 1}},
+                                                                         {{640, 360}, {333, 201}}}) {
+        const TestPicture picture = pictureOf(source, Content::FullRangeNoise, 0, random);
+        const std::vector<std::uint32_t> pairs = pairsOf(picture);
+        const Reducer reducer(source, view);
+        std::vector<std::uint16_t> sums(reducer.scratchSize());
+        std::vector<unsigned char> plain(reducer.bytes());
+        reducer.reduceRows(picture.frame(), plain.data(), 0, view.height, sums.data());
+        ReducedPicture reduced(*gpu);
+        ASSERT_TRUE(reduced.prepare(source, view, nullptr));
+        const ReduceJob job = reduced.jobOf(pairPicture(pairs.data(), source, 0));
+        for (int row = 0; row < view.height; ++row) {
+            for (int pair = 0; pair < job.pairsPerRow; ++pair) {
+                std::uint32_t expected = 0;
+                std::memcpy(&expected,
+                            &plain[static_cast<std::size_t>(row) * reducer.step() + 4U * static_cast<unsigned>(pair)],
+                            4);
+                ASSERT_EQ(reducedPairAt(job, pair, row), expected) << named(source) << " to " << named(view);
+            }
+        }
+    }
+}
+
+}  // namespace
+}  // namespace oru::rectifier
