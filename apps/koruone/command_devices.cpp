@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "collaborators/CollaboratorFactory.hpp"
 #include "commands.hpp"
 #include "json_output.hpp"
 #include "oru/CameraOne.hpp"
@@ -27,6 +28,9 @@ void printJson(const std::vector<oru::DeviceProperties>& devices) {
 }
 
 void printTable(const std::vector<oru::DeviceProperties>& devices) {
+    if (devices.empty()) {
+        return;
+    }
     constexpr const char* kRow = "{:>4}  {:>5}  {:>13}  {:<16}  {}\n";
     writeOutput(fmt::format(kRow, "id", "model", "serial number", "path", "availability"));
     for (const oru::DeviceProperties& device : devices) {
@@ -40,8 +44,9 @@ ExitStatus runDevices(bool json) {
     const std::vector<oru::DeviceProperties> devices = camera.getDeviceList();
     if (json) {
         printJson(devices);
-    } else if (!devices.empty()) {
+    } else {
         printTable(devices);
+        writeOutput(fmt::format("GPU: {}\n", oru::CollaboratorFactory::processDefault()->gpu().description()));
     }
     if (devices.empty()) {
         complain("no camera is attached; check the cable, or unset KORU_VIRTUAL_BUS to get the virtual cameras.");

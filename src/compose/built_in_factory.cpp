@@ -1,16 +1,37 @@
 #include "compose/built_in_factory.hpp"
 
+#include <cstdlib>
+#include <string_view>
+
 #include "backends/calibration_fetch/CalibrationFetch.hpp"
+#include "backends/gpu/cuda/CudaGpuRuntime.hpp"
 #include "backends/gpu/host/HostGpuRuntime.hpp"
 #include "backends/rectifier/cpu/cpu_rectifier.hpp"
+#include "backends/rectifier/cuda/CudaRectifier.hpp"
 #include "backends/rlx/Rlx.hpp"
 #include "backends/stream/Stream.hpp"
 #include "backends/virtual_bus/VirtualBus.hpp"
 #include "collaborators/CollaboratorFactory.hpp"
 #include "compose/library_settings.hpp"
+#include "logging/log.hpp"
+#include "logging/messages.hpp"
 
 namespace oru {
 namespace {
+
+constexpr const char* kGpuVariable = "KORU_GPU";
+
+/// A CUDA device when one answers and KORU_GPU is not "off", else the host.
+std::unique_ptr<GpuRuntime> makeGpuRuntime(bool& hasDevice) {
+    const char* wish = std::getenv(kGpuVariable);
+    std::string absence = "switched off by KORU_GPU";
+    std::unique_ptr<GpuRuntime> device;
+    if (wish == nullptr || std::string_view(wish) != "off") {
+        device = makeCudaGpuRuntime(absence);
+    }
+    hasDevice = device != nullptr;
+    return hasDevice ? std::move(device) : makeHostGpuRuntime(absence);
+}
 
 /// The real neighbours of this build.
 class BuiltInFactory final : public CollaboratorFactory {
@@ -27,7 +48,10 @@ public:
     std::unique_ptr<UDPOutput> makeStreamOutput(STREAMING_MODE /*mode*/, bool verbose) override {
         return makeStreamSender(*systemClock, *calibrationSource, verbose);
     }
-    std::unique_ptr<MonoRectifier> makeRectifier() override { return makeCpuRectifier(*gpuRuntime); }
+    std::unique_ptr<MonoRectifier> makeRectifier() override {
+        ORU_LOG(Info, "{} GPU: {}", kTagInit, gpuRuntime->description());
+        return hasDevice ? makeCudaRectifier(*gpuRuntime) : makeCpuRectifier(*gpuRuntime);
+    }
     std::unique_ptr<PlaybackRecorder> makePlaybackRecorder() override {
         return oru::makePlaybackRecorder(*systemClock, *calibrationSource);
     }
@@ -38,7 +62,8 @@ public:
 
 private:
     std::unique_ptr<Clock> systemClock = makeSystemClock();
-    std::unique_ptr<GpuRuntime> gpuRuntime = makeHostGpuRuntime();
+    bool hasDevice = false;
+    std::unique_ptr<GpuRuntime> gpuRuntime = makeGpuRuntime(hasDevice);
     std::unique_ptr<CalibrationSource> calibrationSource = makeCalibrationFetch();
     std::shared_ptr<virtual_bus::VirtualBus> bus = virtual_bus::makeVirtualBus(*systemClock, calibrationSource.get());
     std::unique_ptr<DeviceDirectory> directory = virtual_bus::makeVirtualDirectory(bus);

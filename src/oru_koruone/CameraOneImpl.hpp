@@ -84,6 +84,7 @@ private:
     void leavePreviousOpening();
     void waitForSender();
     void destroySender();
+    void freeRectifier();
     void releaseCudaStream();
 
     // open

@@ -1,5 +1,6 @@
 #include "logging/KoruLogger.hpp"
 #include "oru_koruone/CameraOneImpl.hpp"
+#include "oru_koruone/gpu_context.hpp"
 
 namespace oru {
 
@@ -56,7 +57,7 @@ ERROR_CODE CameraOneImpl::close() {
         grabber->close(true);
         grabber.reset();
     }
-    rectifier->free();
+    freeRectifier();
     return SUCCESS;
 }
 
@@ -76,7 +77,7 @@ void CameraOneImpl::leavePreviousOpening() {
     if (grabber) {
         grabber->close(true);
     }
-    rectifier->free();
+    freeRectifier();
 }
 
 void CameraOneImpl::waitForSender() {
@@ -89,6 +90,11 @@ void CameraOneImpl::waitForSender() {
 void CameraOneImpl::destroySender() {
     streamOutput.reset();
     streamGrabber.reset();
+}
+
+void CameraOneImpl::freeRectifier() {
+    const GpuContextScope context(neighbours->gpu(), initParameters.cuda_context);
+    rectifier->free();
 }
 
 void CameraOneImpl::releaseCudaStream() {

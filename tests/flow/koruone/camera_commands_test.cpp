@@ -22,6 +22,8 @@ TEST(KoruoneDevices, ListsTheCamerasOfTheBus) {
 
     const nlohmann::json devices = tool.run({"devices", "--json"}).json();
     const ToolResult table = tool.run({"devices"});
+    tool.environment["KORU_GPU"] = "off";
+    const ToolResult withoutGpu = tool.run({"devices"});
     tool.environment["KORU_VIRTUAL_BUS"] = "off";
     const ToolResult none = tool.run({"devices", "--json"});
 
@@ -31,6 +33,10 @@ TEST(KoruoneDevices, ListsTheCamerasOfTheBus) {
                   {"id", 0}, {"model", 30}, {"serial_number", 30010001}, {"path", "virtual:0"}, {"availability", 0}}));
     EXPECT_EQ(devices[1].at("serial_number"), 31020002);
     EXPECT_NE(table.output.find(kSerial), std::string::npos);
+    EXPECT_NE(table.output.find("\nGPU: "), std::string::npos) << table.output;
+    EXPECT_NE(withoutGpu.output.find("\nGPU: none (switched off by KORU_GPU); views are drawn on the host\n"),
+              std::string::npos)
+        << withoutGpu.output;
     EXPECT_EQ(none.status, 0);
     EXPECT_EQ(none.json(), nlohmann::json::array());
 }

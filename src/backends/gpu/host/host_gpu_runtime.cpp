@@ -36,6 +36,8 @@ int copy(void* to, const void* from, std::size_t size) {
 
 class HostGpuRuntime final : public GpuRuntime {
 public:
+    explicit HostGpuRuntime(std::string absence) : reason(std::move(absence)) {}
+
     int cudaSetDevice(int device) override { return device == 0 ? kSuccess : kInvalidDevice; }
 
     int cuCtxGetCurrent(CUctx_st** result) override {
@@ -78,6 +80,8 @@ public:
     int copyHostToDevice(void* to, const void* from, std::size_t size) override { return copy(to, from, size); }
     int copyDeviceToHost(void* to, const void* from, std::size_t size) override { return copy(to, from, size); }
 
+    std::string description() override { return "none (" + reason + "); views are drawn on the host"; }
+
 private:
     struct Handle {
         unsigned char byte = 0;
@@ -85,6 +89,7 @@ private:
 
     CUctx_st* contextHandle() { return reinterpret_cast<CUctx_st*>(&context); }
 
+    std::string reason;
     Handle context;
     Mutex mutex;
     std::map<CUstream_st*, std::unique_ptr<Handle>> streams ORU_GUARDED_BY(mutex);
@@ -92,8 +97,8 @@ private:
 
 }  // namespace
 
-std::unique_ptr<GpuRuntime> makeHostGpuRuntime() {
-    return std::make_unique<HostGpuRuntime>();
+std::unique_ptr<GpuRuntime> makeHostGpuRuntime(std::string absence) {
+    return std::make_unique<HostGpuRuntime>(std::move(absence));
 }
 
 }  // namespace oru
