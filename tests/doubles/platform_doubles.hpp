@@ -65,12 +65,12 @@ public:
     }
     int cudaStreamSynchronize(CUstream_st*) override { return 0; }
     int cuCtxPushCurrent_v2(CUctx_st* context) override {
-        log.add("cuCtxPush");
+        addContextCall("cuCtxPush");
         pushed = context;
         return 0;
     }
     int cuCtxPopCurrent_v2(CUctx_st**) override {
-        log.add("cuCtxPop");
+        addContextCall("cuCtxPop");
         return 0;
     }
     void* hostAlloc(std::size_t bytes) override { return std::calloc(1, bytes); }
@@ -88,8 +88,15 @@ public:
 
     CUctx_st* current = nullptr;
     CUctx_st* pushed = nullptr;  // last
+    bool logsContexts = false;
 
 private:
+    void addContextCall(const char* call) {
+        if (logsContexts) {
+            log.add(call);
+        }
+    }
+
     CallLog& log;
     int createdContext = 0;
     int createdStream = 0;

@@ -252,6 +252,7 @@ TEST_F(OpenLive, ApplicationsCudaContextIsUsedUnchanged) {
 TEST_F(OpenLive, EveryGpuCallRunsInTheCamerasContext) {
     int mark = 0;
     parameters.cuda_context = reinterpret_cast<CUctx_st*>(&mark);
+    factory->gpuRuntime.logsContexts = true;
     Mat picture;
     const auto runsInside = [&](const char* call) {
         EXPECT_EQ(calls.count("cuCtxPush"), 1) << call;
@@ -270,6 +271,8 @@ TEST_F(OpenLive, EveryGpuCallRunsInTheCamerasContext) {
     runsInside("process");
     ASSERT_EQ(camera->retrieveImage(picture, RECTIFIED, CPU, {}), SUCCESS);
     runsInside("getView 0 1920x1200 1");
+    ASSERT_EQ(camera->close(), SUCCESS);
+    runsInside("freeRectifier");
 }
 
 TEST_F(OpenLive, UnknownInputKindsAreRefusedAfterTheGrabberWasReplaced) {
