@@ -124,10 +124,11 @@ TEST_F(Codec, H265ThatIsTooMuchForTheMachineSkipsFramesEvenlyAndSaysSoOnce) {
     EXPECT_EQ(codec, stream::VideoCodec::H265);
     EXPECT_EQ(sent.produced, sent.delivered + sent.lost());
     EXPECT_EQ(received.produced, received.delivered + received.lost());
-    EXPECT_EQ(received.network + received.damaged + received.decode_failed, 0U);
+    EXPECT_EQ(received.decode_failed, 0U);
     EXPECT_GT(numbers.size(), 2U);
     EXPECT_LE(log.texts(LogLevel::Warning).size(), 1U);
     if (numbers.size() >= kEnoughForAPace) {
+        EXPECT_EQ(received.network + received.damaged, 0U);
         EXPECT_EQ(log.texts(LogLevel::Warning).size(), sent.sender_busy > 0 ? 1U : 0U);
         EXPECT_EQ(received.sender_busy > 0, sent.sender_busy > 0);
         EXPECT_TRUE(mostlyEven(numbers));
@@ -209,14 +210,14 @@ TEST_P(AdaptiveBitrate, FallsWithTheNetworkAndRisesAgain) {
     ASSERT_TRUE(readWithin(*receiver, image, 3000));
     const double open = measuredRate(*receiver);
 
-    proxy.setCapacity(2.5);
+    proxy.setCapacity(0.4e-3 * open);
     const uint32_t low = readUntil(*receiver, 12, [](uint32_t rate) { return rate <= kHighest / 2; });
     const double narrow = measuredRate(*receiver);
     proxy.setCapacity(0.0);
     const uint32_t lowest = sender->status().bitrate;
     const uint32_t high = readUntil(*receiver, 15, [&](uint32_t rate) { return rate >= lowest + kHighest / 5; });
 
-    std::printf("%.0f kbit/s, %.0f through 2.5 Mbit/s; set %u, then %u\n", open, narrow, low, high);
+    std::printf("%.0f kbit/s, %.0f through a line for %.0f; set %u, then %u\n", open, narrow, 0.4 * open, low, high);
     EXPECT_LE(low, kHighest / 2);
     EXPECT_GE(low, kHighest / 5);
     EXPECT_LT(narrow, 0.7 * open) << "the encoder does not follow";

