@@ -17,40 +17,40 @@ constexpr std::size_t kMaxConfigBytes = 1 << 20;
 /// Unplugged from the start, by the configuration or by the control file.
 bool isAbsent(const BusConfig& bus, const CameraConfig& camera) {
     FaultFeed feed(camera.id, camera.faults, bus.control_file);
-    return feed.poll().at(Fault::unplugged, 0.0) != 0.0;
+    return feed.poll().at(Fault::UNPLUGGED, 0.0) != 0.0;
 }
 
 }  // namespace
 
 BusConfig VirtualBus::config() {
     const char* value = std::getenv(kEnvironment);
-    const std::string setting = setting_.value_or(value != nullptr ? value : "");
+    const std::string setting = givenSetting.value_or(value != nullptr ? value : "");
     if (setting.empty()) {
         return defaultBus();
     }
     if (setting == "off") {
         return {};
     }
-    const MutexLock lock(mutex_);
+    const MutexLock lock(mutex);
     reload(setting);
-    return file_config_;
+    return fileConfig;
 }
 
 void VirtualBus::reload(const std::string& path) {
     std::string text;
     const bool readable = readTextFile(path, kMaxConfigBytes, text);
-    if (path == file_ && text == file_text_) {
+    if (path == file && text == fileText) {
         return;
     }
-    file_ = path;
-    file_text_ = text;
-    file_config_ = {};
+    file = path;
+    fileText = text;
+    fileConfig = {};
     std::string error = "it cannot be read or is too long";
     const auto slash = path.rfind('/');
     const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);
     BusConfig read;
     if (readable && parseBus(text, directory, true, read, error)) {
-        file_config_ = std::move(read);
+        fileConfig = std::move(read);
     } else {
         ORU_LOG(Error, "{} {} {}: {}. There are no virtual cameras.", kTagKoru, kEnvironment, path, error);
     }
@@ -61,8 +61,8 @@ std::string VirtualBus::controlFile() {
 }
 
 void VirtualBus::offerCalibration(const CameraConfig& camera) {
-    if (calibration_ != nullptr) {
-        calibration_->offer(static_cast<int>(camera.serial), calibrationOf(camera));
+    if (calibrationSource != nullptr) {
+        calibrationSource->offer(static_cast<int>(camera.serial), calibrationOf(camera));
     }
 }
 
@@ -100,13 +100,13 @@ SETUP_STATE VirtualBus::claim(int id, CameraConfig& camera, CameraLock& lock) {
             continue;
         }
         const auto result = lock.acquire(candidate.serial);
-        if (result == CameraLock::Result::taken) {
+        if (result == CameraLock::Result::TAKEN) {
             offerCalibration(candidate);
             camera = candidate;
             FaultFeed feed(candidate.id, candidate.faults, bus.control_file);
-            return static_cast<SETUP_STATE>(feed.poll().at(Fault::setup_state, 0.0));
+            return static_cast<SETUP_STATE>(feed.poll().at(Fault::SETUP_STATE, 0.0));
         }
-        if (result == CameraLock::Result::failed) {
+        if (result == CameraLock::Result::FAILED) {
             ORU_LOG(Error, "{} The lock file of camera {} can be neither opened nor made.", kTagInit, candidate.serial);
         }
         state = ERROR_STREAM_START;
@@ -115,13 +115,13 @@ SETUP_STATE VirtualBus::claim(int id, CameraConfig& camera, CameraLock& lock) {
 }
 
 void VirtualBus::addMcu(VirtualMcu* mcu) {
-    const MutexLock lock(mutex_);
-    mcus_.push_back(mcu);
+    const MutexLock lock(mutex);
+    mcus.push_back(mcu);
 }
 
 void VirtualBus::removeMcu(VirtualMcu* mcu) {
-    const MutexLock lock(mutex_);
-    std::erase(mcus_, mcu);
+    const MutexLock lock(mutex);
+    std::erase(mcus, mcu);
 }
 
 ERROR_CODE VirtualBus::resetMcu(int /*index*/) {
@@ -129,8 +129,8 @@ ERROR_CODE VirtualBus::resetMcu(int /*index*/) {
     if (std::none_of(attached.begin(), attached.end(), [](const CameraConfig& camera) { return camera.mcu; })) {
         return DEVICE_NOT_FOUND;
     }
-    const MutexLock lock(mutex_);
-    for (VirtualMcu* mcu : mcus_) {
+    const MutexLock lock(mutex);
+    for (VirtualMcu* mcu : mcus) {
         mcu->reset();
     }
     return SUCCESS;
@@ -145,14 +145,14 @@ namespace {
 
 class VirtualDirectory final : public DeviceDirectory {
 public:
-    explicit VirtualDirectory(std::shared_ptr<VirtualBus> bus) : bus_(std::move(bus)) {}
+    explicit VirtualDirectory(std::shared_ptr<VirtualBus> virtualBus) : bus(std::move(virtualBus)) {}
 
-    std::vector<DeviceProperties> getGMSLDevices(bool, bool) override { return bus_->list(); }
-    std::vector<DeviceProperties> getGrabberList(bool) override { return bus_->list(); }
-    ERROR_CODE resetMCU(int index) override { return bus_->resetMcu(index); }
+    std::vector<DeviceProperties> getGMSLDevices(bool, bool) override { return bus->list(); }
+    std::vector<DeviceProperties> getGrabberList(bool) override { return bus->list(); }
+    ERROR_CODE resetMCU(int index) override { return bus->resetMcu(index); }
 
 private:
-    std::shared_ptr<VirtualBus> bus_;
+    std::shared_ptr<VirtualBus> bus;
 };
 
 }  // namespace

@@ -15,9 +15,9 @@ namespace oru::virtual_bus {
 class VirtualBus {
 public:
     VirtualBus(Clock& clock, CalibrationSource* calibration, std::optional<std::string> setting)
-        : clock_(clock), calibration_(calibration), setting_(std::move(setting)) {}
+        : systemClock(clock), calibrationSource(calibration), givenSetting(std::move(setting)) {}
 
-    [[nodiscard]] Clock& clock() const { return clock_; }
+    [[nodiscard]] Clock& clock() const { return systemClock; }
 
     /// Every camera, in configured order.
     [[nodiscard]] std::vector<DeviceProperties> list();
@@ -34,18 +34,18 @@ public:
 
 private:
     [[nodiscard]] BusConfig config();
-    void reload(const std::string& path) ORU_REQUIRES(mutex_);
+    void reload(const std::string& path) ORU_REQUIRES(mutex);
     void offerCalibration(const CameraConfig& camera);
 
-    Clock& clock_;
-    CalibrationSource* calibration_;
-    std::optional<std::string> setting_;
-    Mutex mutex_;
-    std::vector<VirtualMcu*> mcus_ ORU_GUARDED_BY(mutex_);
+    Clock& systemClock;
+    CalibrationSource* calibrationSource;
+    std::optional<std::string> givenSetting;
+    Mutex mutex;
+    std::vector<VirtualMcu*> mcus ORU_GUARDED_BY(mutex);
     // The configuration file as it was last read.
-    std::string file_ ORU_GUARDED_BY(mutex_);
-    std::string file_text_ ORU_GUARDED_BY(mutex_);
-    BusConfig file_config_ ORU_GUARDED_BY(mutex_);
+    std::string file ORU_GUARDED_BY(mutex);
+    std::string fileText ORU_GUARDED_BY(mutex);
+    BusConfig fileConfig ORU_GUARDED_BY(mutex);
 };
 
 }  // namespace oru::virtual_bus

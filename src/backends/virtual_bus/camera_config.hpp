@@ -25,7 +25,7 @@ struct CameraConfig {
     bool magnetometer = false;
     bool barometer = false;
     Lens lens;  ///< at the size of the whole sensor, or of the footage
-    Motion motion = Motion::gentle;
+    Motion motion = Motion::GENTLE;
     bool upside_down = false;
     FootageSettings footage;  ///< with an empty path the scene is seen
     FootageFacts facts;       ///< of the footage, once it has been looked at

@@ -45,7 +45,7 @@ struct flock wholeFile() {
 CameraLock& CameraLock::operator=(CameraLock&& other) noexcept {
     if (this != &other) {
         release();
-        file_ = std::exchange(other.file_, -1);
+        lockFile = std::exchange(other.lockFile, -1);
     }
     return *this;
 }
@@ -54,21 +54,21 @@ CameraLock::Result CameraLock::acquire(uint32_t serial) {
     release();
     const int file = openLockFile(serial);
     if (file < 0) {
-        return Result::failed;
+        return Result::FAILED;
     }
     struct flock range = wholeFile();
     if (::fcntl(file, F_OFD_SETLK, &range) != 0) {
         ::close(file);
-        return Result::busy;
+        return Result::BUSY;
     }
-    file_ = file;
-    return Result::taken;
+    lockFile = file;
+    return Result::TAKEN;
 }
 
 void CameraLock::release() {
-    if (file_ >= 0) {
-        ::close(file_);
-        file_ = -1;
+    if (lockFile >= 0) {
+        ::close(lockFile);
+        lockFile = -1;
     }
 }
 

@@ -10,10 +10,10 @@ namespace oru::virtual_bus {
 /// owner dies, however it dies.
 class CameraLock {
 public:
-    enum class Result : int32_t { taken, busy, failed };
+    enum class Result : int32_t { TAKEN, BUSY, FAILED };
 
     CameraLock() = default;
-    CameraLock(CameraLock&& other) noexcept : file_(std::exchange(other.file_, -1)) {}
+    CameraLock(CameraLock&& other) noexcept : lockFile(std::exchange(other.lockFile, -1)) {}
     CameraLock& operator=(CameraLock&& other) noexcept;
     CameraLock(const CameraLock&) = delete;
     CameraLock& operator=(const CameraLock&) = delete;
@@ -27,7 +27,7 @@ public:
     [[nodiscard]] static bool isHeld(uint32_t serial);
 
 private:
-    int file_ = -1;
+    int lockFile = -1;
 };
 
 }  // namespace oru::virtual_bus

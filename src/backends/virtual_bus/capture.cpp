@@ -21,83 +21,83 @@ double seconds(uint64_t nanoseconds) {
 }  // namespace
 
 Capture::Capture(Clock& clock, FrameExchange& frames, VirtualMcu& mcu, SensorControls& controls, Setup setup)
-    : clock_(clock),
-      frames_(frames),
-      mcu_(mcu),
-      controls_(controls),
-      setup_(std::move(setup)),
-      pipeline_(setup_.width, setup_.height),
-      axis_(clock),
-      faults_(setup_.camera, setup_.faults, setup_.control_file),
-      last_frame_(clock.monotonicNanoseconds()) {
-    frames_.reset(static_cast<std::size_t>(setup_.width) * static_cast<std::size_t>(setup_.height) * 2);
-    setup_.mcu.frame_period_ns = static_cast<double>(setup_.pictures->period());
-    mcu_.start(axis_, *setup_.inertial, setup_.mcu);
-    thread_ = std::thread(&Capture::run, this);
+    : systemClock(clock),
+      frameExchange(frames),
+      microController(mcu),
+      sensorControls(controls),
+      cameraSetup(std::move(setup)),
+      pipeline(cameraSetup.width, cameraSetup.height),
+      axis(clock),
+      faultFeed(cameraSetup.camera, cameraSetup.faults, cameraSetup.control_file),
+      lastFrame(clock.monotonicNanoseconds()) {
+    frameExchange.reset(static_cast<std::size_t>(cameraSetup.width) * static_cast<std::size_t>(cameraSetup.height) * 2);
+    cameraSetup.mcu.frame_period_ns = static_cast<double>(cameraSetup.pictures->period());
+    microController.start(axis, *cameraSetup.inertial, cameraSetup.mcu);
+    captureThread = std::thread(&Capture::run, this);
 }
 
 Capture::~Capture() {
     {
-        const MutexLock lock(mutex_);
-        stop_ = true;
+        const MutexLock lock(mutex);
+        stopping = true;
     }
-    wake_.notify_all();
-    thread_.join();
-    mcu_.stop();
-    frames_.wake();
+    wake.notify_all();
+    captureThread.join();
+    microController.stop();
+    frameExchange.wake();
 }
 
 FrameStatus Capture::status() const {
-    if (const FrameStatus status = final_.load(std::memory_order_acquire); status != NO_FRAME) {
+    if (const FrameStatus status = finalStatus.load(std::memory_order_acquire); status != NO_FRAME) {
         return status;
     }
-    const uint64_t last = last_frame_.load(std::memory_order_acquire);
-    const uint64_t now = clock_.monotonicNanoseconds();
+    const uint64_t last = lastFrame.load(std::memory_order_acquire);
+    const uint64_t now = systemClock.monotonicNanoseconds();
     return now > last && now - last > kSilenceIsErrorNs ? SOURCE_ERROR : NO_FRAME;
 }
 
 void Capture::finish(FrameStatus status) {
-    final_.store(status, std::memory_order_release);
-    frames_.wake();
+    finalStatus.store(status, std::memory_order_release);
+    frameExchange.wake();
 }
 
 bool Capture::waitUntil(uint64_t deadline) {
-    const MutexLock lock(mutex_);
-    while (!stop_) {
-        const uint64_t now = axis_.elapsed();
+    const MutexLock lock(mutex);
+    while (!stopping) {
+        const uint64_t now = axis.elapsed();
         if (now >= deadline) {
             return true;
         }
-        wake_.wait_for(mutex_, std::chrono::nanoseconds(deadline - now));
+        wake.wait_for(mutex, std::chrono::nanoseconds(deadline - now));
     }
     return false;
 }
 
 void Capture::run() {
     uint64_t due = 0;
-    while (setup_.pictures->next(due)) {
+    while (cameraSetup.pictures->next(due)) {
         // A source with long pauses must not hide a fault that begins in one.
-        Link link = followFaults(axis_.elapsed());
-        while (link != Link::lost && axis_.elapsed() + kLongestWaitNs < due) {
-            if (!waitUntil(axis_.elapsed() + kLongestWaitNs)) {
+        Link link = followFaults(axis.elapsed());
+        while (link != Link::LOST && axis.elapsed() + kLongestWaitNs < due) {
+            if (!waitUntil(axis.elapsed() + kLongestWaitNs)) {
                 return;
             }
-            link = followFaults(axis_.elapsed());
+            link = followFaults(axis.elapsed());
         }
         const uint64_t moment = due + jitter(due);
         if (!waitUntil(moment)) {
             return;
         }
-        link = link == Link::lost ? link : followFaults(moment);
-        if (link == Link::lost) {
+        link = link == Link::LOST ? link : followFaults(moment);
+        if (link == Link::LOST) {
             finish(SOURCE_ERROR);
             return;
         }
-        const bool late = axis_.elapsed() - moment >= setup_.pictures->patience();
-        if (late || link == Link::silent || happens(Fault::drop_rate, moment)) {
-            loseNext(Loss::sensor_gap);
-        } else if (happens(Fault::damage_rate, moment)) {
-            loseNext(Loss::damaged);
+        const bool late = axis.elapsed() - moment >= cameraSetup.pictures->patience();
+        if (late || link == Link::SILENT || happens(Fault::DROP_RATE, moment)) {
+            loseNext(Loss::SENSOR_GAP);
+        } else if (happens(Fault::DAMAGE_RATE, moment)) {
+            loseNext(Loss::DAMAGED);
         } else {
             produce(moment);
         }
@@ -106,72 +106,72 @@ void Capture::run() {
 }
 
 Capture::Link Capture::followFaults(uint64_t moment) {
-    plan_ = &faults_.poll();
-    fault_time_ = std::max(fault_time_, moment);
-    moment = fault_time_;
+    faultPlan = &faultFeed.poll();
+    faultTime = std::max(faultTime, moment);
+    moment = faultTime;
     const double now = seconds(moment);
-    axis_.followSystemClock();
-    const auto offset = static_cast<int64_t>(plan_->at(Fault::clock_offset_ms, now));
-    if (offset != clock_offset_ms_) {
-        (void)mcu_.isReady();  // brings the samples before the step up to date
-        axis_.step((offset - clock_offset_ms_) * 1'000'000);
-        clock_offset_ms_ = offset;
+    axis.followSystemClock();
+    const auto offset = static_cast<int64_t>(faultPlan->at(Fault::CLOCK_OFFSET_MS, now));
+    if (offset != clockOffsetMs) {
+        (void)microController.isReady();  // brings the samples before the step up to date
+        axis.step((offset - clockOffsetMs) * 1'000'000);
+        clockOffsetMs = offset;
     }
-    followPlug(plan_->at(Fault::unplugged, now) != 0.0, moment);
-    mcu_.setSilent(unplugged_ || plan_->at(Fault::mcu_silent, now) != 0.0);
-    if (unplugged_ && moment - unplugged_since_ > kSilenceIsErrorNs) {
-        ORU_LOG(Error, "{} Camera {} has been unplugged for 2 s and is given up.", kTagKoru, setup_.camera);
-        return Link::lost;
+    followPlug(faultPlan->at(Fault::UNPLUGGED, now) != 0.0, moment);
+    microController.setSilent(unpluggedNow || faultPlan->at(Fault::MCU_SILENT, now) != 0.0);
+    if (unpluggedNow && moment - unpluggedSince > kSilenceIsErrorNs) {
+        ORU_LOG(Error, "{} Camera {} has been unplugged for 2 s and is given up.", kTagKoru, cameraSetup.camera);
+        return Link::LOST;
     }
-    return unplugged_ || plan_->at(Fault::stall, now) != 0.0 ? Link::silent : Link::up;
+    return unpluggedNow || faultPlan->at(Fault::STALL, now) != 0.0 ? Link::SILENT : Link::UP;
 }
 
 void Capture::followPlug(bool unplugged, uint64_t moment) {
-    if (unplugged == unplugged_) {
+    if (unplugged == unpluggedNow) {
         return;
     }
-    unplugged_ = unplugged;
+    unpluggedNow = unplugged;
     if (unplugged) {
-        unplugged_since_ = moment;
-        ORU_LOG(Error, "{} Camera {} was unplugged.", kTagKoru, setup_.camera);
+        unpluggedSince = moment;
+        ORU_LOG(Error, "{} Camera {} was unplugged.", kTagKoru, cameraSetup.camera);
     } else {
-        ORU_LOG(Warning, "{} Camera {} was plugged in again.", kTagKoru, setup_.camera);
+        ORU_LOG(Warning, "{} Camera {} was plugged in again.", kTagKoru, cameraSetup.camera);
     }
 }
 
 uint64_t Capture::jitter(uint64_t moment) {
-    if (plan_ == nullptr) {
+    if (faultPlan == nullptr) {
         return 0;
     }
     // Less than a period, so that pictures keep their order.
-    const double longest = std::min(plan_->at(Fault::jitter_ms, seconds(moment)) * 1e6,
-                                    0.9 * static_cast<double>(setup_.pictures->period()));
-    return longest <= 0.0 ? 0 : static_cast<uint64_t>(std::uniform_real_distribution<double>(0.0, longest)(random_));
+    const double longest = std::min(faultPlan->at(Fault::JITTER_MS, seconds(moment)) * 1e6,
+                                    0.9 * static_cast<double>(cameraSetup.pictures->period()));
+    return longest <= 0.0 ? 0 : static_cast<uint64_t>(std::uniform_real_distribution<double>(0.0, longest)(randomBits));
 }
 
 bool Capture::happens(Fault fault, uint64_t moment) {
-    const double rate = plan_->at(fault, seconds(moment));
-    return rate > 0.0 && std::uniform_real_distribution<double>(0.0, 1.0)(random_) < rate;
+    const double rate = faultPlan->at(fault, seconds(moment));
+    return rate > 0.0 && std::uniform_real_distribution<double>(0.0, 1.0)(randomBits) < rate;
 }
 
 void Capture::loseNext(Loss cause) {
-    setup_.pictures->skip();
-    frames_.countLost(cause);
+    cameraSetup.pictures->skip();
+    frameExchange.countLost(cause);
 }
 
 void Capture::produce(uint64_t moment) {
-    Frame& frame = frames_.writeBuffer();
-    pipeline_.begin(controls_.picture());
-    if (setup_.pictures->draw(moment, frame.pixels.data(), pipeline_) != PictureResult::drawn) {
-        frames_.countLost(Loss::decode_failed);
+    Frame& frame = frameExchange.writeBuffer();
+    pipeline.begin(sensorControls.picture());
+    if (cameraSetup.pictures->draw(moment, frame.pixels.data(), pipeline) != PictureResult::DRAWN) {
+        frameExchange.countLost(Loss::DECODE_FAILED);
         return;
     }
-    pipeline_.finish(frame.pixels.data());
-    controls_.observe(pipeline_.meanLuma());
-    frame.time = axis_.stamp(moment);
-    frame.has_imu = mcu_.packetForPicture(moment, frame.imu);
-    last_frame_.store(clock_.monotonicNanoseconds(), std::memory_order_release);
-    frames_.publish();
+    pipeline.finish(frame.pixels.data());
+    sensorControls.observe(pipeline.meanLuma());
+    frame.time = axis.stamp(moment);
+    frame.has_imu = microController.packetForPicture(moment, frame.imu);
+    lastFrame.store(systemClock.monotonicNanoseconds(), std::memory_order_release);
+    frameExchange.publish();
 }
 
 }  // namespace oru::virtual_bus

@@ -47,7 +47,7 @@ public:
     [[nodiscard]] FrameStatus status() const;
 
 private:
-    enum class Link : int32_t { up, silent, lost };
+    enum class Link : int32_t { UP, SILENT, LOST };
 
     void run();
     void finish(FrameStatus status);
@@ -59,28 +59,28 @@ private:
     void loseNext(Loss cause);
     void produce(uint64_t moment);
 
-    Clock& clock_;
-    FrameExchange& frames_;
-    VirtualMcu& mcu_;
-    SensorControls& controls_;
-    Setup setup_;
-    PicturePipeline pipeline_;
-    TimeAxis axis_;
-    FaultFeed faults_;
-    std::atomic<uint64_t> last_frame_;  // monotonic time of the last frame offered
-    std::atomic<FrameStatus> final_{NO_FRAME};
+    Clock& systemClock;
+    FrameExchange& frameExchange;
+    VirtualMcu& microController;
+    SensorControls& sensorControls;
+    Setup cameraSetup;
+    PicturePipeline pipeline;
+    TimeAxis axis;
+    FaultFeed faultFeed;
+    std::atomic<uint64_t> lastFrame;  // monotonic time of the last frame offered
+    std::atomic<FrameStatus> finalStatus{NO_FRAME};
     // Of the capture thread alone.
-    std::mt19937 random_{12345};
-    const FaultPlan* plan_ = nullptr;
-    uint64_t fault_time_ = 0;  // never runs backwards, whoever asks
-    bool unplugged_ = false;
-    uint64_t unplugged_since_ = 0;
-    int64_t clock_offset_ms_ = 0;
+    std::mt19937 randomBits{12345};
+    const FaultPlan* faultPlan = nullptr;
+    uint64_t faultTime = 0;  // never runs backwards, whoever asks
+    bool unpluggedNow = false;
+    uint64_t unpluggedSince = 0;
+    int64_t clockOffsetMs = 0;
 
-    Mutex mutex_;
-    std::condition_variable_any wake_;
-    bool stop_ ORU_GUARDED_BY(mutex_) = false;
-    std::thread thread_;
+    Mutex mutex;
+    std::condition_variable_any wake;
+    bool stopping ORU_GUARDED_BY(mutex) = false;
+    std::thread captureThread;
 };
 
 }  // namespace oru::virtual_bus

@@ -16,47 +16,47 @@ constexpr double kDegrees = 180.0 / std::numbers::pi;
 void ComplementaryFilter::update(const Eigen::Vector3d& rate, const Eigen::Vector3d& force, double seconds) {
     const double norm = force.norm();
     const Eigen::Vector3d up(0.0, -1.0, 0.0);
-    if (!levelled_) {
+    if (!levelled) {
         if (norm > 0.1) {
-            orientation_ = Eigen::Quaterniond::FromTwoVectors(force, up);
-            levelled_ = true;
+            attitude = Eigen::Quaterniond::FromTwoVectors(force, up);
+            levelled = true;
         }
         return;
     }
     Eigen::Vector3d correction = Eigen::Vector3d::Zero();
     // A strongly accelerated body does not feel the direction of gravity.
     if (std::abs(norm - kGravity) < 0.3 * kGravity) {
-        const Eigen::Vector3d expected = orientation_.conjugate() * up;
+        const Eigen::Vector3d expected = attitude.conjugate() * up;
         const Eigen::Vector3d error = (force / norm).cross(expected);
-        bias_ -= kIntegral * error * seconds;
-        bias_ = bias_.cwiseMax(-kMaxBias).cwiseMin(kMaxBias);
+        bias -= kIntegral * error * seconds;
+        bias = bias.cwiseMax(-kMaxBias).cwiseMin(kMaxBias);
         correction = kProportional * error;
     }
-    const Eigen::Vector3d angle = (rate - bias_ + correction) * seconds;
+    const Eigen::Vector3d angle = (rate - bias + correction) * seconds;
     if (const double size = angle.norm(); size > 0.0) {
-        orientation_ = (orientation_ * Eigen::Quaterniond(Eigen::AngleAxisd(size, angle / size))).normalized();
+        attitude = (attitude * Eigen::Quaterniond(Eigen::AngleAxisd(size, angle / size))).normalized();
     }
 }
 
-EurocInertial::EurocInertial(const std::string& csv_path, const EurocCamera& camera, uint64_t origin_ns,
-                             uint64_t span_ns)
-    : path_(csv_path), file_(csv_path), origin_ns_(origin_ns), span_ns_(span_ns) {
-    Eigen::Matrix3d camera_to_body;
+EurocInertial::EurocInertial(const std::string& csvPath, const EurocCamera& camera, uint64_t firstPictureNs,
+                             uint64_t roundNs)
+    : path(csvPath), file(csvPath), originNs(firstPictureNs), spanNs(roundNs) {
+    Eigen::Matrix3d cameraToBody;
     Eigen::Vector3d position;
     for (int row = 0; row < 3; ++row) {
         for (int column = 0; column < 3; ++column) {
-            camera_to_body(row, column) = camera.pose[static_cast<std::size_t>(4 * row + column)];
+            cameraToBody(row, column) = camera.pose[static_cast<std::size_t>(4 * row + column)];
         }
         position[row] = camera.pose[static_cast<std::size_t>(4 * row + 3)];
     }
-    body_to_camera_ = camera_to_body.transpose();
-    mounting_.translation = body_to_camera_ * position;
+    bodyToCamera = cameraToBody.transpose();
+    sensorMounting.translation = bodyToCamera * position;
 }
 
 bool EurocInertial::readLine(EurocSample& sample) {
     std::string line;
-    while (std::getline(file_, line)) {
-        if (parseEurocSample(line, sample) && sample.time_ns >= origin_ns_) {
+    while (std::getline(file, line)) {
+        if (parseEurocSample(line, sample) && sample.time_ns >= originNs) {
             return true;
         }
     }
@@ -65,24 +65,24 @@ bool EurocInertial::readLine(EurocSample& sample) {
 
 bool EurocInertial::readAhead() {
     EurocSample sample;
-    while (!ahead_valid_) {
+    while (!aheadValid) {
         if (!readLine(sample)) {
-            if (span_ns_ == 0 || !any_) {
+            if (spanNs == 0 || !any) {
                 return false;
             }
-            ++round_;
-            any_ = false;
-            file_.clear();
-            file_.seekg(0);
+            ++round;
+            any = false;
+            file.clear();
+            file.seekg(0);
             continue;
         }
-        any_ = true;
-        const uint64_t within = sample.time_ns - origin_ns_;
-        const uint64_t elapsed = within + round_ * span_ns_;
-        const bool in_round = span_ns_ == 0 || within < span_ns_;
-        if (in_round && (latest_.elapsed_ns == 0 || elapsed > last_elapsed_)) {
-            ahead_ = convert(sample);
-            ahead_valid_ = true;
+        any = true;
+        const uint64_t within = sample.time_ns - originNs;
+        const uint64_t elapsed = within + round * spanNs;
+        const bool inRound = spanNs == 0 || within < spanNs;
+        if (inRound && (latest.elapsed_ns == 0 || elapsed > lastElapsed)) {
+            ahead = convert(sample);
+            aheadValid = true;
         }
     }
     return true;
@@ -90,16 +90,15 @@ bool EurocInertial::readAhead() {
 
 InertialSample EurocInertial::convert(const EurocSample& measured) {
     InertialSample sample;
-    sample.elapsed_ns = measured.time_ns - origin_ns_ + round_ * span_ns_;
-    const Eigen::Vector3d rate =
-        body_to_camera_ * Eigen::Vector3d(measured.rate[0], measured.rate[1], measured.rate[2]);
+    sample.elapsed_ns = measured.time_ns - originNs + round * spanNs;
+    const Eigen::Vector3d rate = bodyToCamera * Eigen::Vector3d(measured.rate[0], measured.rate[1], measured.rate[2]);
     const Eigen::Vector3d force =
-        body_to_camera_ * Eigen::Vector3d(measured.force[0], measured.force[1], measured.force[2]);
+        bodyToCamera * Eigen::Vector3d(measured.force[0], measured.force[1], measured.force[2]);
     // After a gap the rate says nothing about the time between.
-    const double seconds = std::min(static_cast<double>(sample.elapsed_ns - last_elapsed_) * 1e-9, 0.1);
-    filter_.update(rate, force, seconds);
-    last_elapsed_ = sample.elapsed_ns;
-    sample.orientation = filter_.orientation();
+    const double seconds = std::min(static_cast<double>(sample.elapsed_ns - lastElapsed) * 1e-9, 0.1);
+    filter.update(rate, force, seconds);
+    lastElapsed = sample.elapsed_ns;
+    sample.orientation = filter.orientation();
     sample.rate = rate * kDegrees;
     sample.raw_rate = sample.rate;
     sample.force = force;
@@ -108,17 +107,17 @@ InertialSample EurocInertial::convert(const EurocSample& measured) {
 }
 
 bool EurocInertial::next(uint64_t until, InertialSample& sample) {
-    if (!readAhead() || ahead_.elapsed_ns > until) {
+    if (!readAhead() || ahead.elapsed_ns > until) {
         return false;
     }
-    sample = ahead_;
-    latest_ = ahead_;
-    ahead_valid_ = false;
+    sample = ahead;
+    latest = ahead;
+    aheadValid = false;
     return true;
 }
 
 InertialSample EurocInertial::atPicture(uint64_t /*elapsed*/) {
-    return latest_;
+    return latest;
 }
 
 Eigen::Vector3d EurocInertial::rateVariance() const {

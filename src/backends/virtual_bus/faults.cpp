@@ -24,15 +24,15 @@ struct Key {
 };
 
 constexpr std::array<Key, 9> kKeys{{
-    {"drop_rate", Fault::drop_rate, false, 0.0, 1.0, 1.0},
-    {"damage_rate", Fault::damage_rate, false, 0.0, 1.0, 1.0},
-    {"jitter_ms", Fault::jitter_ms, false, 0.0, 1000.0, 1.0},
-    {"clock_offset_ms", Fault::clock_offset_ms, false, -1e9, 1e9, 1.0},
-    {"stall", Fault::stall, true, 0.0, 1.0, 1.0},
-    {"unplugged", Fault::unplugged, true, 0.0, 1.0, 1.0},
-    {"mcu_silent", Fault::mcu_silent, true, 0.0, 1.0, 1.0},
-    {"setup_state", Fault::setup_state, false, -1000.0, 1000.0, 1.0},
-    {"wrong_sensors_serial", Fault::setup_state, true, 0.0, 1.0, 11.0},
+    {"drop_rate", Fault::DROP_RATE, false, 0.0, 1.0, 1.0},
+    {"damage_rate", Fault::DAMAGE_RATE, false, 0.0, 1.0, 1.0},
+    {"jitter_ms", Fault::JITTER_MS, false, 0.0, 1000.0, 1.0},
+    {"clock_offset_ms", Fault::CLOCK_OFFSET_MS, false, -1e9, 1e9, 1.0},
+    {"stall", Fault::STALL, true, 0.0, 1.0, 1.0},
+    {"unplugged", Fault::UNPLUGGED, true, 0.0, 1.0, 1.0},
+    {"mcu_silent", Fault::MCU_SILENT, true, 0.0, 1.0, 1.0},
+    {"setup_state", Fault::SETUP_STATE, false, -1000.0, 1000.0, 1.0},
+    {"wrong_sensors_serial", Fault::SETUP_STATE, true, 0.0, 1.0, 11.0},
 }};
 
 constexpr std::size_t kMaxControlBytes = 65'536;
@@ -67,7 +67,7 @@ bool readValue(const Key& key, const std::string& word, double& value) {
 }  // namespace
 
 double FaultPlan::at(Fault fault, double seconds) const {
-    const Setting& setting = settings_[static_cast<std::size_t>(fault)];
+    const Setting& setting = settings[static_cast<std::size_t>(fault)];
     return seconds >= setting.from && seconds < setting.until ? setting.value : 0.0;
 }
 
@@ -84,13 +84,12 @@ bool FaultPlan::set(std::string_view name, std::string_view text, std::string& e
     const auto parts = words(text);
     Setting setting;
     setting.given = true;
-    const bool has_from = parts.size() >= 3;
-    const bool has_for = parts.size() == 5;
+    const bool hasFrom = parts.size() >= 3;
+    const bool hasFor = parts.size() == 5;
     double duration = 0.0;
-    const bool valid = (parts.size() == 1 || parts.size() == 3 || has_for) &&
-                       readValue(*key, parts[0], setting.value) &&
-                       (!has_from || (parts[1] == "from" && toNumber(parts[2], setting.from) && setting.from >= 0.0)) &&
-                       (!has_for || (parts[3] == "for" && toNumber(parts[4], duration) && duration >= 0.0));
+    const bool valid = (parts.size() == 1 || parts.size() == 3 || hasFor) && readValue(*key, parts[0], setting.value) &&
+                       (!hasFrom || (parts[1] == "from" && toNumber(parts[2], setting.from) && setting.from >= 0.0)) &&
+                       (!hasFor || (parts[3] == "for" && toNumber(parts[4], duration) && duration >= 0.0));
     if (!valid) {
         error = key->is_switch
                     ? fmt::format("{} must be on or off, optionally: on from SECONDS for SECONDS", name)
@@ -98,17 +97,17 @@ bool FaultPlan::set(std::string_view name, std::string_view text, std::string& e
                                   key->min, key->max);
         return false;
     }
-    if (has_for) {
+    if (hasFor) {
         setting.until = setting.from + duration;
     }
-    settings_[static_cast<std::size_t>(key->fault)] = setting;
+    settings[static_cast<std::size_t>(key->fault)] = setting;
     return true;
 }
 
 void FaultPlan::overlay(const FaultPlan& other) {
-    for (std::size_t i = 0; i < settings_.size(); ++i) {
-        if (other.settings_[i].given) {
-            settings_[i] = other.settings_[i];
+    for (std::size_t i = 0; i < settings.size(); ++i) {
+        if (other.settings[i].given) {
+            settings[i] = other.settings[i];
         }
     }
 }
@@ -134,31 +133,31 @@ bool parseFaults(std::string_view text, std::map<int, FaultPlan>& plans, std::st
 }
 
 const FaultPlan& FaultFeed::poll() {
-    if (control_file_.empty()) {
-        return current_;
+    if (controlPath.empty()) {
+        return currentPlan;
     }
     struct stat facts {};
     std::array<int64_t, 4> version{};
-    if (::stat(control_file_.c_str(), &facts) == 0) {
+    if (::stat(controlPath.c_str(), &facts) == 0) {
         version = {facts.st_mtim.tv_sec, facts.st_mtim.tv_nsec, facts.st_size, static_cast<int64_t>(facts.st_ino)};
     }
-    if (version == version_) {
-        return current_;
+    if (version == readVersion) {
+        return currentPlan;
     }
-    version_ = version;
+    readVersion = version;
     std::string text;
     std::string error;
     std::map<int, FaultPlan> plans;
-    if (version[3] != 0 && !readTextFile(control_file_, kMaxControlBytes, text)) {
+    if (version[3] != 0 && !readTextFile(controlPath, kMaxControlBytes, text)) {
         error = "it cannot be read or is too long";
     }
     if (error.empty() && parseFaults(text, plans, error)) {
-        current_ = configured_;
-        current_.overlay(plans[camera_]);
+        currentPlan = configuredPlan;
+        currentPlan.overlay(plans[cameraId]);
     } else {
-        ORU_LOG(Error, "{} Control file {}: {}. Nothing is changed.", kTagKoru, control_file_, error);
+        ORU_LOG(Error, "{} Control file {}: {}. Nothing is changed.", kTagKoru, controlPath, error);
     }
-    return current_;
+    return currentPlan;
 }
 
 }  // namespace oru::virtual_bus

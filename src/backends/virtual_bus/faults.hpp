@@ -10,14 +10,14 @@
 namespace oru::virtual_bus {
 
 enum class Fault : std::size_t {
-    drop_rate,        ///< share of pictures that never leave the sensor
-    damage_rate,      ///< share of pictures that arrive damaged and are thrown away
-    jitter_ms,        ///< each picture is taken up to that much late
-    clock_offset_ms,  ///< all stamps moved; a change is a step of the clock
-    stall,            ///< no pictures, while the micro-controller goes on
-    unplugged,        ///< nothing at all
-    mcu_silent,       ///< no samples
-    setup_state,      ///< what setUp() answers
+    DROP_RATE,        ///< share of pictures that never leave the sensor
+    DAMAGE_RATE,      ///< share of pictures that arrive damaged and are thrown away
+    JITTER_MS,        ///< each picture is taken up to that much late
+    CLOCK_OFFSET_MS,  ///< all stamps moved; a change is a step of the clock
+    STALL,            ///< no pictures, while the micro-controller goes on
+    UNPLUGGED,        ///< nothing at all
+    MCU_SILENT,       ///< no samples
+    SETUP_STATE,      ///< what setUp() answers
 };
 inline constexpr std::size_t kFaultCount = 8;
 
@@ -40,7 +40,7 @@ private:
         double from = 0.0;
         double until = std::numeric_limits<double>::infinity();
     };
-    std::array<Setting, kFaultCount> settings_{};
+    std::array<Setting, kFaultCount> settings{};
 };
 
 /// Faults of several cameras as a file in the form of the configuration: sections [camera ID] with fault keys only.
@@ -50,18 +50,18 @@ private:
 /// at the moment. One thread at a time.
 class FaultFeed {
 public:
-    FaultFeed(int camera, FaultPlan configured, std::string control_file)
-        : camera_(camera), configured_(configured), current_(configured), control_file_(std::move(control_file)) {}
+    FaultFeed(int camera, FaultPlan configured, std::string controlFile)
+        : cameraId(camera), configuredPlan(configured), currentPlan(configured), controlPath(std::move(controlFile)) {}
 
     /// Looks whether the control file changed; one that is wrong is reported once and changes nothing.
     const FaultPlan& poll();
 
 private:
-    int camera_;
-    FaultPlan configured_;
-    FaultPlan current_;
-    std::string control_file_;
-    std::array<int64_t, 4> version_{};  // of the file: seconds, nanoseconds, size, inode
+    int cameraId;
+    FaultPlan configuredPlan;
+    FaultPlan currentPlan;
+    std::string controlPath;
+    std::array<int64_t, 4> readVersion{};  // of the file: seconds, nanoseconds, size, inode
 };
 
 }  // namespace oru::virtual_bus

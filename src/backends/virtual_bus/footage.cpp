@@ -153,67 +153,67 @@ class FootageSource final : public PictureSource {
 public:
     FootageSource(std::unique_ptr<FootageReader> reader, const FootageFacts& facts, bool loop, uint64_t lead, int width,
                   int height)
-        : reader_(std::move(reader)),
-          facts_(facts),
-          loop_(loop),
-          lead_(lead),
-          width_(width),
-          height_(height),
-          cover_(coverOf(facts.width, facts.height, width, height)),
-          scaler_(cover_.scaled_width, cover_.scaled_height) {}
+        : footageReader(std::move(reader)),
+          footageFacts(facts),
+          looping(loop),
+          leadTime(lead),
+          pictureWidth(width),
+          pictureHeight(height),
+          pictureCover(coverOf(facts.width, facts.height, width, height)),
+          scaler(pictureCover.scaled_width, pictureCover.scaled_height) {}
 
     bool next(uint64_t& moment) override {
         uint64_t time = 0;
-        if (!reader_->next(time)) {
+        if (!footageReader->next(time)) {
             // A round without a single picture would repeat for ever.
-            if (!loop_ || !any_ || !reader_->rewind() || !reader_->next(time)) {
+            if (!looping || !any || !footageReader->rewind() || !footageReader->next(time)) {
                 return false;
             }
-            round_start_ += last_ + period() + lead_;
-            any_ = false;
+            roundStart += last + period() + leadTime;
+            any = false;
         }
-        last_ = time;
-        moment = round_start_ + lead_ + time;
+        last = time;
+        moment = roundStart + leadTime + time;
         return true;
     }
 
     PictureResult draw(uint64_t /*moment*/, unsigned char* pixels, RowSink& sink) override {
-        any_ = true;
-        const AVFrame* frame = reader_->read(true);
-        if (frame == nullptr || frame->width != facts_.width || frame->height != facts_.height ||
-            !scaler_.scale(*frame)) {
-            return PictureResult::failed;
+        any = true;
+        const AVFrame* frame = footageReader->read(true);
+        if (frame == nullptr || frame->width != footageFacts.width || frame->height != footageFacts.height ||
+            !scaler.scale(*frame)) {
+            return PictureResult::FAILED;
         }
-        const auto bytes = static_cast<std::size_t>(width_) * 2;
-        for (int row = 0; row < height_; ++row) {
+        const auto bytes = static_cast<std::size_t>(pictureWidth) * 2;
+        for (int row = 0; row < pictureHeight; ++row) {
             std::memcpy(pixels + static_cast<std::size_t>(row) * bytes,
-                        scaler_.row(cover_.top + row) + static_cast<std::size_t>(cover_.left) * 2, bytes);
+                        scaler.row(pictureCover.top + row) + static_cast<std::size_t>(pictureCover.left) * 2, bytes);
         }
-        sink.rows(pixels, 0, height_);
-        return PictureResult::drawn;
+        sink.rows(pixels, 0, pictureHeight);
+        return PictureResult::DRAWN;
     }
 
     void skip() override {
-        any_ = true;
-        (void)reader_->read(false);
+        any = true;
+        (void)footageReader->read(false);
     }
 
-    [[nodiscard]] uint64_t period() const override { return static_cast<uint64_t>(kSecond / facts_.fps); }
+    [[nodiscard]] uint64_t period() const override { return static_cast<uint64_t>(kSecond / footageFacts.fps); }
     // Each picture is worth waiting for, up to a second.
     [[nodiscard]] uint64_t patience() const override { return static_cast<uint64_t>(kSecond); }
 
 private:
-    std::unique_ptr<FootageReader> reader_;
-    FootageFacts facts_;
-    bool loop_;
-    uint64_t lead_;  // from the start of a round to its first picture
-    int width_;
-    int height_;
-    Cover cover_;
-    YuyvScaler scaler_;
-    uint64_t round_start_ = 0;
-    uint64_t last_ = 0;
-    bool any_ = false;
+    std::unique_ptr<FootageReader> footageReader;
+    FootageFacts footageFacts;
+    bool looping;
+    uint64_t leadTime;  // from the start of a round to its first picture
+    int pictureWidth;
+    int pictureHeight;
+    Cover pictureCover;
+    YuyvScaler scaler;
+    uint64_t roundStart = 0;
+    uint64_t last = 0;
+    bool any = false;
 };
 
 }  // namespace
@@ -235,12 +235,12 @@ bool probeFootage(const FootageSettings& settings, FootageFacts& facts, std::str
     return found;
 }
 
-Cover coverOf(int footage_width, int footage_height, int width, int height) {
+Cover coverOf(int footageWidth, int footageHeight, int width, int height) {
     const double scale =
-        std::max(static_cast<double>(width) / footage_width, static_cast<double>(height) / footage_height);
+        std::max(static_cast<double>(width) / footageWidth, static_cast<double>(height) / footageHeight);
     Cover cover;
-    cover.scaled_width = std::max(width, static_cast<int>(std::lround(footage_width * scale / 2.0)) * 2);
-    cover.scaled_height = std::max(height, static_cast<int>(std::lround(footage_height * scale)));
+    cover.scaled_width = std::max(width, static_cast<int>(std::lround(footageWidth * scale / 2.0)) * 2);
+    cover.scaled_height = std::max(height, static_cast<int>(std::lround(footageHeight * scale)));
     cover.left = (cover.scaled_width - width) / 4 * 2;
     cover.top = (cover.scaled_height - height) / 2;
     return cover;

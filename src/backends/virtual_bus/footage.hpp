@@ -38,7 +38,7 @@ struct Cover {
     int left = 0;
     int top = 0;
 };
-[[nodiscard]] Cover coverOf(int footage_width, int footage_height, int width, int height);
+[[nodiscard]] Cover coverOf(int footageWidth, int footageHeight, int width, int height);
 /// A lens given at the footage's size as it is at the picture's.
 [[nodiscard]] Lens coveredLens(const Lens& lens, const FootageFacts& facts, int width, int height);
 

@@ -23,7 +23,7 @@ struct FrameFreer {
     void operator()(AVFrame* frame) const { av_frame_free(&frame); }
 };
 struct PacketFreer {
-    void operator()(AVPacket* packet) const { av_packet_free(&packet); }
+    void operator()(AVPacket* used) const { av_packet_free(&used); }
 };
 struct ScalerFreer {
     void operator()(SwsContext* context) const { sws_freeContext(context); }
@@ -44,11 +44,11 @@ public:
     [[nodiscard]] double secondsOf(const AVFrame& frame) const;
 
 private:
-    std::unique_ptr<AVFormatContext, FormatCloser> format_;
-    std::unique_ptr<AVCodecContext, CodecFreer> codec_;
-    std::unique_ptr<AVPacket, PacketFreer> packet_;
-    AVStream* stream_ = nullptr;
-    bool draining_ = false;
+    std::unique_ptr<AVFormatContext, FormatCloser> formatContext;
+    std::unique_ptr<AVCodecContext, CodecFreer> codecContext;
+    std::unique_ptr<AVPacket, PacketFreer> packet;
+    AVStream* stream = nullptr;
+    bool draining = false;
 };
 
 /// Pictures of footage in their order with their times. One thread at a time.
@@ -78,20 +78,20 @@ public:
     /// False when the picture's format cannot be converted.
     [[nodiscard]] bool scale(const AVFrame& frame);
     [[nodiscard]] const unsigned char* row(int y) const {
-        return pixels_.data() + static_cast<std::size_t>(y) * static_cast<std::size_t>(width_) * 2;
+        return pixels.data() + static_cast<std::size_t>(y) * static_cast<std::size_t>(targetWidth) * 2;
     }
 
 private:
     [[nodiscard]] bool prepare(const AVFrame& frame);
 
-    int width_;
-    int height_;
-    int source_width_ = 0;
-    int source_height_ = 0;
-    int source_format_ = -1;
-    int source_range_ = -1;
-    std::unique_ptr<SwsContext, ScalerFreer> scaler_;
-    std::vector<unsigned char> pixels_;
+    int targetWidth;
+    int targetHeight;
+    int sourceWidth = 0;
+    int sourceHeight = 0;
+    int sourceFormat = -1;
+    int sourceRange = -1;
+    std::unique_ptr<SwsContext, ScalerFreer> scaler;
+    std::vector<unsigned char> pixels;
 };
 
 }  // namespace oru::virtual_bus

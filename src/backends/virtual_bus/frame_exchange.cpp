@@ -6,55 +6,55 @@
 namespace oru::virtual_bus {
 
 void FrameExchange::reset(std::size_t bytes) {
-    const MutexLock lock(mutex_);
-    for (Frame& frame : frames_) {
+    const MutexLock lock(mutex);
+    for (Frame& frame : frames) {
         frame = Frame{};
         frame.pixels.resize(bytes);
     }
-    fresh_ = false;
-    holding_ = false;
-    untaken_ = false;
-    counters_ = {};
+    freshWaits = false;
+    holding = false;
+    untaken = false;
+    account = {};
 }
 
 void FrameExchange::publish() {
     {
-        const MutexLock lock(mutex_);
-        if (fresh_) {
-            ++counters_.overwritten;
+        const MutexLock lock(mutex);
+        if (freshWaits) {
+            ++account.overwritten;
         }
-        std::swap(writing_, ready_);
-        fresh_ = true;
+        std::swap(writingIndex, readyIndex);
+        freshWaits = true;
     }
-    changed_.notify_all();
+    changed.notify_all();
 }
 
 void FrameExchange::countLost(Loss cause) {
-    const MutexLock lock(mutex_);
+    const MutexLock lock(mutex);
     switch (cause) {
-        case Loss::sensor_gap:
-            ++counters_.sensor_gap;
+        case Loss::SENSOR_GAP:
+            ++account.sensor_gap;
             break;
-        case Loss::damaged:
-            ++counters_.damaged;
+        case Loss::DAMAGED:
+            ++account.damaged;
             break;
-        case Loss::decode_failed:
-            ++counters_.decode_failed;
+        case Loss::DECODE_FAILED:
+            ++account.decode_failed;
             break;
     }
 }
 
 bool FrameExchange::fresh() {
-    const MutexLock lock(mutex_);
-    return fresh_;
+    const MutexLock lock(mutex);
+    return freshWaits;
 }
 
 void FrameExchange::waitForFresh(int milliseconds) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
-    const MutexLock lock(mutex_);
-    const uint64_t wakes = wakes_;
-    while (!fresh_ && wakes_ == wakes) {
-        if (changed_.wait_until(mutex_, deadline) == std::cv_status::timeout) {
+    const MutexLock lock(mutex);
+    const uint64_t wakes = wakeCount;
+    while (!freshWaits && wakeCount == wakes) {
+        if (changed.wait_until(mutex, deadline) == std::cv_status::timeout) {
             return;
         }
     }
@@ -62,42 +62,42 @@ void FrameExchange::waitForFresh(int milliseconds) {
 
 void FrameExchange::wake() {
     {
-        const MutexLock lock(mutex_);
-        ++wakes_;
+        const MutexLock lock(mutex);
+        ++wakeCount;
     }
-    changed_.notify_all();
+    changed.notify_all();
 }
 
 void FrameExchange::latch() {
-    const MutexLock lock(mutex_);
-    if (!fresh_) {
+    const MutexLock lock(mutex);
+    if (!freshWaits) {
         return;
     }
-    if (untaken_) {
-        ++counters_.overwritten;
+    if (untaken) {
+        ++account.overwritten;
     }
-    std::swap(ready_, held_);
-    fresh_ = false;
-    holding_ = true;
-    untaken_ = true;
+    std::swap(readyIndex, heldIndex);
+    freshWaits = false;
+    holding = true;
+    untaken = true;
 }
 
 Frame* FrameExchange::held() {
-    const MutexLock lock(mutex_);
-    return holding_ ? &frames_[held_] : nullptr;
+    const MutexLock lock(mutex);
+    return holding ? &frames[heldIndex] : nullptr;
 }
 
 void FrameExchange::taken() {
-    const MutexLock lock(mutex_);
-    if (untaken_) {
-        ++counters_.delivered;
-        untaken_ = false;
+    const MutexLock lock(mutex);
+    if (untaken) {
+        ++account.delivered;
+        untaken = false;
     }
 }
 
 FrameCounters FrameExchange::counters() const {
-    const MutexLock lock(mutex_);
-    FrameCounters result = counters_;
+    const MutexLock lock(mutex);
+    FrameCounters result = account;
     result.produced = result.delivered + result.lost();
     return result;
 }

@@ -18,7 +18,7 @@ struct Frame {
     bool has_imu = false;
 };
 
-enum class Loss : int32_t { sensor_gap, damaged, decode_failed };
+enum class Loss : int32_t { SENSOR_GAP, DAMAGED, DECODE_FAILED };
 
 /// Hands the newest frame from the capture thread to the taker over three buffers, so that neither waits for the
 /// other, and keeps the account: produced = delivered + lost.
@@ -29,7 +29,7 @@ public:
     void reset(std::size_t bytes);
 
     /// The buffer to draw into; unshared until publish().
-    [[nodiscard]] Frame& writeBuffer() { return frames_[writing_]; }
+    [[nodiscard]] Frame& writeBuffer() { return frames[writingIndex]; }
     /// Offers the written frame as the newest; one that nobody took is counted as overwritten.
     void publish();
     void countLost(Loss cause);
@@ -50,17 +50,17 @@ public:
     [[nodiscard]] FrameCounters counters() const;
 
 private:
-    mutable Mutex mutex_;
-    std::condition_variable_any changed_;
-    std::array<Frame, 3> frames_;
-    std::size_t writing_ = 0;  // changed by publish() alone
-    std::size_t ready_ ORU_GUARDED_BY(mutex_) = 1;
-    std::size_t held_ ORU_GUARDED_BY(mutex_) = 2;
-    bool fresh_ ORU_GUARDED_BY(mutex_) = false;
-    bool holding_ ORU_GUARDED_BY(mutex_) = false;
-    bool untaken_ ORU_GUARDED_BY(mutex_) = false;
-    uint64_t wakes_ ORU_GUARDED_BY(mutex_) = 0;
-    FrameCounters counters_ ORU_GUARDED_BY(mutex_);
+    mutable Mutex mutex;
+    std::condition_variable_any changed;
+    std::array<Frame, 3> frames;
+    std::size_t writingIndex = 0;  // changed by publish() alone
+    std::size_t readyIndex ORU_GUARDED_BY(mutex) = 1;
+    std::size_t heldIndex ORU_GUARDED_BY(mutex) = 2;
+    bool freshWaits ORU_GUARDED_BY(mutex) = false;
+    bool holding ORU_GUARDED_BY(mutex) = false;
+    bool untaken ORU_GUARDED_BY(mutex) = false;
+    uint64_t wakeCount ORU_GUARDED_BY(mutex) = 0;
+    FrameCounters account ORU_GUARDED_BY(mutex);
 };
 
 }  // namespace oru::virtual_bus

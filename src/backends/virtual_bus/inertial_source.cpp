@@ -39,58 +39,58 @@ Eigen::Vector3d digitise(const Eigen::Vector3d& value, const Characteristics& se
 }  // namespace
 
 TrajectoryInertial::TrajectoryInertial(const Trajectory& trajectory, uint32_t seed)
-    : trajectory_(trajectory), mounting_(factoryMounting()), random_(seed), picture_random_(seed + 1U) {
+    : cameraTrajectory(trajectory), sensorMounting(factoryMounting()), noiseBits(seed), pictureNoiseBits(seed + 1U) {
     std::mt19937 factory(seed + 2U);
-    factory_rate_bias_ = normal(factory, 0.3);
-    factory_force_bias_ = normal(factory, 0.05);
+    factoryRateBias = normal(factory, 0.3);
+    factoryForceBias = normal(factory, 0.05);
 }
 
 bool TrajectoryInertial::next(uint64_t until, InertialSample& sample) {
-    const uint64_t elapsed = index_ * kPeriodNs;
+    const uint64_t elapsed = nextIndex * kPeriodNs;
     if (elapsed > until) {
         return false;
     }
-    ++index_;
-    const double step_s = 1.0 / kRateHz;
-    const double keep = 1.0 - step_s / kWalkTimeConstantS;
-    rate_walk_ = keep * rate_walk_ + normal(random_, kGyroscope.random_walk * std::sqrt(step_s));
-    force_walk_ = keep * force_walk_ + normal(random_, kAccelerometer.random_walk * std::sqrt(step_s));
-    sample = measure(elapsed, random_);
+    ++nextIndex;
+    const double stepS = 1.0 / kRateHz;
+    const double keep = 1.0 - stepS / kWalkTimeConstantS;
+    rateWalk = keep * rateWalk + normal(noiseBits, kGyroscope.random_walk * std::sqrt(stepS));
+    forceWalk = keep * forceWalk + normal(noiseBits, kAccelerometer.random_walk * std::sqrt(stepS));
+    sample = measure(elapsed, noiseBits);
     return true;
 }
 
 InertialSample TrajectoryInertial::atPicture(uint64_t elapsed) {
-    return measure(elapsed, picture_random_);
+    return measure(elapsed, pictureNoiseBits);
 }
 
 InertialSample TrajectoryInertial::measure(uint64_t elapsed, std::mt19937& random) {
-    const MotionState state = trajectory_.at(static_cast<double>(elapsed) * 1e-9);
+    const MotionState state = cameraTrajectory.at(static_cast<double>(elapsed) * 1e-9);
     InertialSample sample;
     sample.elapsed_ns = elapsed;
     sample.orientation = state.orientation;
     sample.height = -state.position.y();
     const Eigen::Vector3d rate =
-        state.angular_rate * (180.0 / std::numbers::pi) + rate_walk_ + normal(random, noiseDeviation(kGyroscope));
-    const Eigen::Vector3d force = specificForce(state) + force_walk_ + normal(random, noiseDeviation(kAccelerometer));
-    sample.raw_rate = digitise(rate + factory_rate_bias_, kGyroscope);
-    sample.raw_force = digitise(force + factory_force_bias_, kAccelerometer);
-    sample.rate = sample.raw_rate - factory_rate_bias_;
-    sample.force = sample.raw_force - factory_force_bias_;
+        state.angular_rate * (180.0 / std::numbers::pi) + rateWalk + normal(random, noiseDeviation(kGyroscope));
+    const Eigen::Vector3d force = specificForce(state) + forceWalk + normal(random, noiseDeviation(kAccelerometer));
+    sample.raw_rate = digitise(rate + factoryRateBias, kGyroscope);
+    sample.raw_force = digitise(force + factoryForceBias, kAccelerometer);
+    sample.rate = sample.raw_rate - factoryRateBias;
+    sample.force = sample.raw_force - factoryForceBias;
     return sample;
 }
 
 Eigen::Vector3d TrajectoryInertial::normal(std::mt19937& random, double deviation) {
-    const double x = unit_normal_(random);
-    const double y = unit_normal_(random);
-    const double z = unit_normal_(random);
+    const double x = unitNormal(random);
+    const double y = unitNormal(random);
+    const double z = unitNormal(random);
     return deviation * Eigen::Vector3d(x, y, z);
 }
 
 ImuCalibration TrajectoryInertial::calibration() const {
     ImuCalibration calibration;
     for (int axis = 0; axis < 3; ++axis) {
-        calibration.values[static_cast<std::size_t>(axis)] = static_cast<float>(factory_rate_bias_[axis]);
-        calibration.values[static_cast<std::size_t>(18 + axis)] = static_cast<float>(factory_force_bias_[axis]);
+        calibration.values[static_cast<std::size_t>(axis)] = static_cast<float>(factoryRateBias[axis]);
+        calibration.values[static_cast<std::size_t>(18 + axis)] = static_cast<float>(factoryForceBias[axis]);
     }
     return calibration;
 }

@@ -47,7 +47,7 @@ public:
 
     bool next(uint64_t until, InertialSample& sample) override;
     InertialSample atPicture(uint64_t elapsed) override;
-    [[nodiscard]] Mounting mounting() const override { return mounting_; }
+    [[nodiscard]] Mounting mounting() const override { return sensorMounting; }
     [[nodiscard]] ImuCalibration calibration() const override;
     [[nodiscard]] Eigen::Vector3d rateVariance() const override;
     [[nodiscard]] Eigen::Vector3d forceVariance() const override;
@@ -56,17 +56,17 @@ private:
     InertialSample measure(uint64_t elapsed, std::mt19937& random);
     Eigen::Vector3d normal(std::mt19937& random, double deviation);
 
-    Trajectory trajectory_;
-    Mounting mounting_;
+    Trajectory cameraTrajectory;
+    Mounting sensorMounting;
     // Two generators, so that the train of samples does not depend on how many pictures are taken.
-    std::mt19937 random_;
-    std::mt19937 picture_random_;
-    std::normal_distribution<double> unit_normal_;
-    Eigen::Vector3d factory_rate_bias_;
-    Eigen::Vector3d factory_force_bias_;
-    Eigen::Vector3d rate_walk_ = Eigen::Vector3d::Zero();
-    Eigen::Vector3d force_walk_ = Eigen::Vector3d::Zero();
-    uint64_t index_ = 0;
+    std::mt19937 noiseBits;
+    std::mt19937 pictureNoiseBits;
+    std::normal_distribution<double> unitNormal;
+    Eigen::Vector3d factoryRateBias;
+    Eigen::Vector3d factoryForceBias;
+    Eigen::Vector3d rateWalk = Eigen::Vector3d::Zero();
+    Eigen::Vector3d forceWalk = Eigen::Vector3d::Zero();
+    uint64_t nextIndex = 0;
 };
 
 }  // namespace oru::virtual_bus

@@ -47,9 +47,9 @@ std::string normalise(std::string_view text) {
 }
 
 /// One line that is neither empty nor a comment.
-bool parseLine(std::string_view line, IniEntry& entry, bool& is_section) {
-    is_section = line.front() == '[';
-    if (is_section) {
+bool parseLine(std::string_view line, IniEntry& entry, bool& isSection) {
+    isSection = line.front() == '[';
+    if (isSection) {
         if (line.back() != ']' || trim(line.substr(1, line.size() - 2)).empty()) {
             return false;
         }
@@ -80,12 +80,12 @@ bool parseIni(std::string_view text, std::vector<IniEntry>& entries, std::string
         if (line.empty() || line.front() == ';' || line.front() == '#') {
             continue;
         }
-        bool is_section = false;
-        if (line.find('\0') != std::string_view::npos || !parseLine(line, entry, is_section)) {
+        bool isSection = false;
+        if (line.find('\0') != std::string_view::npos || !parseLine(line, entry, isSection)) {
             error = fmt::format("line {}: neither a [section] nor key = value", entry.line);
             return false;
         }
-        if (!is_section) {
+        if (!isSection) {
             if (entries.size() == kMaxEntries) {
                 error = fmt::format("line {}: more than {} entries", entry.line, kMaxEntries);
                 return false;

@@ -35,29 +35,29 @@ Eigen::Matrix3d yuvFromRgb() {
 }  // namespace
 
 PicturePipeline::PicturePipeline(int width, int height)
-    : width_(width),
-      height_(height),
-      noise_(kNoiseTable),
-      above_(static_cast<std::size_t>(width) * 2),
-      current_(static_cast<std::size_t>(width) * 2) {}
+    : pictureWidth(width),
+      pictureHeight(height),
+      noise(kNoiseTable),
+      rowAbove(static_cast<std::size_t>(width) * 2),
+      currentRow(static_cast<std::size_t>(width) * 2) {}
 
 void PicturePipeline::begin(const PictureSettings& settings) {
-    luma_sum_ = 0;
-    luma_count_ = 0;
-    if (prepared_ && settings == settings_) {
+    lumaSum = 0;
+    lumaCount = 0;
+    if (prepared && settings == currentSettings) {
         return;
     }
-    settings_ = settings;
-    prepared_ = true;
+    currentSettings = settings;
+    prepared = true;
     const bool linear = settings.brightness == 4 && settings.contrast == 4 && settings.gamma == 5 && !settings.hdr;
-    const bool plain_colour = settings.hue == 0 && settings.white_balance == 4600;
-    if (!plain_colour) {
-        path_ = Path::colour;
+    const bool plainColour = settings.hue == 0 && settings.white_balance == 4600;
+    if (!plainColour) {
+        path = Path::COLOUR;
     } else if (!linear || settings.saturation != 4) {
-        path_ = Path::tables;
+        path = Path::TABLES;
     } else {
-        path_ = settings.light == 1.0 ? Path::untouched : Path::scale;
-        path_ = settings.light > kMaxScale ? Path::tables : path_;
+        path = settings.light == 1.0 ? Path::UNTOUCHED : Path::SCALE;
+        path = settings.light > kMaxScale ? Path::TABLES : path;
     }
     prepareTone();
     prepareColour();
@@ -65,76 +65,77 @@ void PicturePipeline::begin(const PictureSettings& settings) {
 }
 
 void PicturePipeline::prepareTone() {
-    const double contrast = 1.0 + 0.125 * (settings_.contrast - 4);
-    const double brightness = 8.0 * (settings_.brightness - 4);
-    const double exponent = std::exp2(0.125 * (5 - settings_.gamma)) * (settings_.hdr ? 0.6 : 1.0);
+    const double contrast = 1.0 + 0.125 * (currentSettings.contrast - 4);
+    const double brightness = 8.0 * (currentSettings.brightness - 4);
+    const double exponent = std::exp2(0.125 * (5 - currentSettings.gamma)) * (currentSettings.hdr ? 0.6 : 1.0);
     // The colour path scales before it looks up.
-    const double light = path_ == Path::colour ? 1.0 : settings_.light;
+    const double light = path == Path::COLOUR ? 1.0 : currentSettings.light;
     const double middle = (kWhite - kBlack) / 2.0;
-    for (std::size_t i = 0; i < luma_.size(); ++i) {
+    for (std::size_t i = 0; i < lumaTable.size(); ++i) {
         const double scaled = std::clamp((static_cast<double>(i) - kBlack) * light, 0.0, kWhite - kBlack);
         const double toned = std::pow(scaled / (kWhite - kBlack), exponent) * (kWhite - kBlack);
-        luma_[i] = toByte(kBlack + middle + (toned - middle) * contrast + brightness, kBlack, kWhite);
-        const double chroma = (static_cast<double>(i) - kMiddle) * settings_.light * settings_.saturation / 4.0;
-        chroma_[i] = toByte(kMiddle + chroma, kChromaMin, kChromaMax);
+        lumaTable[i] = toByte(kBlack + middle + (toned - middle) * contrast + brightness, kBlack, kWhite);
+        const double chroma =
+            (static_cast<double>(i) - kMiddle) * currentSettings.light * currentSettings.saturation / 4.0;
+        chromaTable[i] = toByte(kMiddle + chroma, kChromaMin, kChromaMax);
     }
 }
 
 void PicturePipeline::prepareColour() {
     // A camera set for a warmer light than there is turns the picture blue, and the other way round.
-    const double warm = std::pow(settings_.white_balance / 4600.0, 0.8);
+    const double warm = std::pow(currentSettings.white_balance / 4600.0, 0.8);
     const Eigen::Vector3d balance(warm, 1.0, 1.0 / warm);
-    const double angle = settings_.hue * std::numbers::pi / 6.0;
-    const double saturation = settings_.saturation / 4.0;
+    const double angle = currentSettings.hue * std::numbers::pi / 6.0;
+    const double saturation = currentSettings.saturation / 4.0;
     Eigen::Matrix3d turn = Eigen::Matrix3d::Identity();
     turn(1, 1) = saturation * std::cos(angle);
     turn(1, 2) = -saturation * std::sin(angle);
     turn(2, 1) = saturation * std::sin(angle);
     turn(2, 2) = saturation * std::cos(angle);
     const Eigen::Matrix3d matrix =
-        settings_.light * turn * yuvFromRgb() * balance.asDiagonal() * yuvFromRgb().inverse();
+        currentSettings.light * turn * yuvFromRgb() * balance.asDiagonal() * yuvFromRgb().inverse();
     for (std::size_t row = 0; row < 3; ++row) {
         for (std::size_t column = 0; column < 3; ++column) {
-            matrix_[row][column] = static_cast<float>(matrix(static_cast<int>(row), static_cast<int>(column)));
+            colourMatrix[row][column] = static_cast<float>(matrix(static_cast<int>(row), static_cast<int>(column)));
         }
     }
 }
 
 void PicturePipeline::prepareNoise() {
-    if (settings_.noise < kVisibleNoise) {
+    if (currentSettings.noise < kVisibleNoise) {
         return;
     }
     std::mt19937 random(1);
-    std::normal_distribution<double> normal(0.0, settings_.noise);
-    for (int8_t& value : noise_) {
+    std::normal_distribution<double> normal(0.0, currentSettings.noise);
+    for (int8_t& value : noise) {
         value = static_cast<int8_t>(std::lround(std::clamp(normal(random), -100.0, 100.0)));
     }
 }
 
 void PicturePipeline::rows(unsigned char* pixels, int first, int count) {
     for (int row = first; row < first + count; ++row) {
-        switch (path_) {
-            case Path::untouched:
+        switch (path) {
+            case Path::UNTOUCHED:
                 break;
-            case Path::scale:
+            case Path::SCALE:
                 scaleRow(pixels);
                 break;
-            case Path::tables:
+            case Path::TABLES:
                 tableRow(pixels);
                 break;
-            case Path::colour:
+            case Path::COLOUR:
                 colourRow(pixels);
                 break;
         }
-        if (settings_.noise >= kVisibleNoise) {
+        if (currentSettings.noise >= kVisibleNoise) {
             addNoise(pixels);
         }
         const auto y = static_cast<uint64_t>(row);
-        const Rect& region = settings_.region;
+        const Rect& region = currentSettings.region;
         if (y >= region.y && y < region.y + region.height && (y - region.y) % kMeasureStep == 0) {
             measureRow(pixels);
         }
-        pixels += static_cast<std::size_t>(width_) * 2;
+        pixels += static_cast<std::size_t>(pictureWidth) * 2;
     }
 }
 
@@ -143,14 +144,14 @@ void PicturePipeline::scaleRow(unsigned char* row) const {
     // difference is raised by 7 bits and the gain by 10, and the upper half of their product, which is twice the
     // result, is rounded.
     constexpr std::size_t kBlock = 64;
-    const auto gain = static_cast<int16_t>(std::lround(settings_.light * 1024.0));
+    const auto gain = static_cast<int16_t>(std::lround(currentSettings.light * 1024.0));
     std::array<int16_t, kBlock> offset{};
     std::array<int16_t, kBlock> high{};
     for (std::size_t i = 0; i < kBlock; ++i) {
         offset[i] = i % 2 == 0 ? 16 : 128;
         high[i] = i % 2 == 0 ? 235 : 240;
     }
-    const auto bytes = static_cast<std::size_t>(width_) * 2;
+    const auto bytes = static_cast<std::size_t>(pictureWidth) * 2;
     for (std::size_t start = 0; start < bytes; start += kBlock) {
         unsigned char* block = row + start;
         for (std::size_t i = 0; i < kBlock; ++i) {
@@ -164,16 +165,16 @@ void PicturePipeline::scaleRow(unsigned char* row) const {
 }
 
 void PicturePipeline::tableRow(unsigned char* row) const {
-    const auto bytes = static_cast<std::size_t>(width_) * 2;
+    const auto bytes = static_cast<std::size_t>(pictureWidth) * 2;
     for (std::size_t i = 0; i < bytes; i += 2) {
-        row[i] = luma_[row[i]];
-        row[i + 1] = chroma_[row[i + 1]];
+        row[i] = lumaTable[row[i]];
+        row[i + 1] = chromaTable[row[i + 1]];
     }
 }
 
 void PicturePipeline::colourRow(unsigned char* row) const {
-    const auto bytes = static_cast<std::size_t>(width_) * 2;
-    const auto& m = matrix_;
+    const auto bytes = static_cast<std::size_t>(pictureWidth) * 2;
+    const auto& m = colourMatrix;
     const auto limit = [](float value, float low, float high) {
         return static_cast<unsigned char>(std::min(std::max(value, low), high) + 0.5F);
     };
@@ -182,70 +183,71 @@ void PicturePipeline::colourRow(unsigned char* row) const {
         const float y1 = static_cast<float>(row[i + 2]) - 16.0F;
         const float u = static_cast<float>(row[i + 1]) - 128.0F;
         const float v = static_cast<float>(row[i + 3]) - 128.0F;
-        const float from_chroma = m[0][1] * u + m[0][2] * v + 16.0F;
+        const float fromChroma = m[0][1] * u + m[0][2] * v + 16.0F;
         const float y = 0.5F * (y0 + y1);
-        row[i] = luma_[limit(m[0][0] * y0 + from_chroma, 0.0F, 255.0F)];
-        row[i + 2] = luma_[limit(m[0][0] * y1 + from_chroma, 0.0F, 255.0F)];
+        row[i] = lumaTable[limit(m[0][0] * y0 + fromChroma, 0.0F, 255.0F)];
+        row[i + 2] = lumaTable[limit(m[0][0] * y1 + fromChroma, 0.0F, 255.0F)];
         row[i + 1] = limit(m[1][0] * y + m[1][1] * u + m[1][2] * v + 128.0F, 16.0F, 240.0F);
         row[i + 3] = limit(m[2][0] * y + m[2][1] * u + m[2][2] * v + 128.0F, 16.0F, 240.0F);
     }
 }
 
 void PicturePipeline::addNoise(unsigned char* row) {
-    noise_seed_ = noise_seed_ * 1664525U + 1013904223U;
-    const std::size_t start = noise_seed_ >> 16U;
-    for (std::size_t x = 0; x < static_cast<std::size_t>(width_); ++x) {
-        const int value = row[2 * x] + noise_[(start + x) % kNoiseTable];
+    noiseSeed = noiseSeed * 1664525U + 1013904223U;
+    const std::size_t start = noiseSeed >> 16U;
+    for (std::size_t x = 0; x < static_cast<std::size_t>(pictureWidth); ++x) {
+        const int value = row[2 * x] + noise[(start + x) % kNoiseTable];
         row[2 * x] = static_cast<unsigned char>(std::clamp(value, 16, 235));
     }
 }
 
 void PicturePipeline::measureRow(const unsigned char* row) {
-    const Rect& region = settings_.region;
+    const Rect& region = currentSettings.region;
     for (uint64_t x = region.x; x < region.x + region.width; x += kMeasureStep) {
-        luma_sum_ += row[2 * x];
-        ++luma_count_;
+        lumaSum += row[2 * x];
+        ++lumaCount;
     }
 }
 
 double PicturePipeline::meanLuma() const {
-    return luma_count_ == 0 ? 0.0 : static_cast<double>(luma_sum_) / static_cast<double>(luma_count_);
+    return lumaCount == 0 ? 0.0 : static_cast<double>(lumaSum) / static_cast<double>(lumaCount);
 }
 
 void PicturePipeline::finish(unsigned char* pixels) {
-    if (settings_.sharpness != kNeutralSharpness) {
+    if (currentSettings.sharpness != kNeutralSharpness) {
         sharpen(pixels);
     }
-    if (settings_.lamp) {
+    if (currentSettings.lamp) {
         drawLamp(pixels);
     }
 }
 
 void PicturePipeline::sharpen(unsigned char* pixels) {
     // Luma plus its difference from the mean of the four neighbours; a negative amount softens.
-    const int excess = settings_.sharpness - kNeutralSharpness;
+    const int excess = currentSettings.sharpness - kNeutralSharpness;
     const int amount = excess < 0 ? excess * 20 : excess * 32;  // 64 is one
-    const std::size_t bytes = static_cast<std::size_t>(width_) * 2;
-    std::memcpy(above_.data(), pixels, bytes);
-    for (int row = 1; row + 1 < height_; ++row) {
+    const std::size_t bytes = static_cast<std::size_t>(pictureWidth) * 2;
+    std::memcpy(rowAbove.data(), pixels, bytes);
+    for (int row = 1; row + 1 < pictureHeight; ++row) {
         unsigned char* line = pixels + static_cast<std::size_t>(row) * bytes;
         const unsigned char* below = line + bytes;
-        std::memcpy(current_.data(), line, bytes);
+        std::memcpy(currentRow.data(), line, bytes);
         for (std::size_t i = 2; i + 2 < bytes; i += 2) {
-            const int centre = current_[i];
-            const int mean4 = above_[i] + below[i] + current_[i - 2] + current_[i + 2];
+            const int centre = currentRow[i];
+            const int mean4 = rowAbove[i] + below[i] + currentRow[i - 2] + currentRow[i + 2];
             const int value = centre + (((4 * centre - mean4) * amount) >> 8);
             line[i] = static_cast<unsigned char>(std::clamp(value, 16, 235));
         }
-        std::swap(above_, current_);
+        std::swap(rowAbove, currentRow);
     }
 }
 
 void PicturePipeline::drawLamp(unsigned char* pixels) const {
-    const std::size_t side = static_cast<std::size_t>(width_) / 40 * 2;  // even, so that pairs stay whole
-    const std::size_t bytes = static_cast<std::size_t>(width_) * 2;
+    const std::size_t side = static_cast<std::size_t>(pictureWidth) / 40 * 2;  // even, so that pairs stay whole
+    const std::size_t bytes = static_cast<std::size_t>(pictureWidth) * 2;
     constexpr std::array<unsigned char, 4> kGreenPair{145, 54, 145, 34};
-    for (std::size_t row = static_cast<std::size_t>(height_) - side; row < static_cast<std::size_t>(height_); ++row) {
+    for (std::size_t row = static_cast<std::size_t>(pictureHeight) - side;
+         row < static_cast<std::size_t>(pictureHeight); ++row) {
         unsigned char* line = pixels + row * bytes;
         for (std::size_t i = 0; i < side * 2; i += 4) {
             std::memcpy(line + i, kGreenPair.data(), kGreenPair.size());

@@ -37,22 +37,22 @@ private:
     void sharpen(unsigned char* pixels);
     void drawLamp(unsigned char* pixels) const;
 
-    enum class Path : int32_t { untouched, scale, tables, colour };
+    enum class Path : int32_t { UNTOUCHED, SCALE, TABLES, COLOUR };
 
-    int width_;
-    int height_;
-    PictureSettings settings_;
-    bool prepared_ = false;
-    Path path_ = Path::untouched;
-    std::array<unsigned char, 256> luma_{};
-    std::array<unsigned char, 256> chroma_{};
-    std::array<std::array<float, 3>, 3> matrix_{};
-    std::vector<int8_t> noise_;
-    uint32_t noise_seed_ = 1;
-    std::vector<unsigned char> above_;
-    std::vector<unsigned char> current_;
-    uint64_t luma_sum_ = 0;
-    uint64_t luma_count_ = 0;
+    int pictureWidth;
+    int pictureHeight;
+    PictureSettings currentSettings;
+    bool prepared = false;
+    Path path = Path::UNTOUCHED;
+    std::array<unsigned char, 256> lumaTable{};
+    std::array<unsigned char, 256> chromaTable{};
+    std::array<std::array<float, 3>, 3> colourMatrix{};
+    std::vector<int8_t> noise;
+    uint32_t noiseSeed = 1;
+    std::vector<unsigned char> rowAbove;
+    std::vector<unsigned char> currentRow;
+    uint64_t lumaSum = 0;
+    uint64_t lumaCount = 0;
 };
 
 }  // namespace oru::virtual_bus

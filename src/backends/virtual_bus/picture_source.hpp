@@ -5,8 +5,8 @@
 namespace oru::virtual_bus {
 
 enum class PictureResult : int32_t {
-    drawn,
-    failed,  ///< this picture is lost; the next may come
+    DRAWN,
+    FAILED,  ///< this picture is lost; the next may come
 };
 
 /// Receives the rows of a picture in order, as they are drawn, and may change them.

@@ -35,57 +35,57 @@ Hit hitRoom(const Vector3& low, const Vector3& high, const Vector3& eye, const V
 
 }  // namespace
 
-Scene::Scene() : textures_(sceneTextures()) {
-    addBox({kRoomLow, kRoomHigh}, TextureName::brick, 512.0F);
-    const auto paint = [this](std::size_t surface, TextureName name, float texels_per_metre) {
-        surfaces_[surface].texture = &(*textures_)[static_cast<std::size_t>(name)];
-        surfaces_[surface].u_scale = texels_per_metre;
-        surfaces_[surface].v_scale = texels_per_metre;
+Scene::Scene() : textureSet(sceneTextures()) {
+    addBox({kRoomLow, kRoomHigh}, TextureName::BRICK, 512.0F);
+    const auto paint = [this](std::size_t surface, TextureName name, float texelsPerMetre) {
+        allSurfaces[surface].texture = &(*textureSet)[static_cast<std::size_t>(name)];
+        allSurfaces[surface].u_scale = texelsPerMetre;
+        allSurfaces[surface].v_scale = texelsPerMetre;
     };
-    paint(1, TextureName::panel, 512.0F);
-    paint(2, TextureName::ceiling, 256.0F);
-    paint(3, TextureName::floor, 512.0F);
-    paint(4, TextureName::panel, 512.0F);
+    paint(1, TextureName::PANEL, 512.0F);
+    paint(2, TextureName::CEILING, 256.0F);
+    paint(3, TextureName::FLOOR, 512.0F);
+    paint(4, TextureName::PANEL, 512.0F);
 
-    addBox({{-2.5F, -1.6F, 1.0F}, {-2.1F, 1.6F, 1.4F}}, TextureName::column, 256.0F);
-    addBox({{2.3F, -1.6F, 2.2F}, {2.7F, 1.6F, 2.6F}}, TextureName::column, 256.0F);
-    addBox({{-4.0F, -1.6F, 3.2F}, {4.0F, -1.3F, 3.5F}}, TextureName::column, 256.0F);
-    addBox({{-1.0F, 0.7F, 1.4F}, {-0.1F, 1.6F, 2.3F}}, TextureName::crate, 0.0F);
-    addBox({{1.1F, 0.95F, 0.6F}, {1.75F, 1.6F, 1.25F}}, TextureName::crate, 0.0F);
-    addBox({{-3.9F, 0.4F, 3.4F}, {-2.7F, 1.6F, 4.6F}}, TextureName::crate, 0.0F);
-    addBox({{-1.3F, -1.0F, 4.93F}, {1.3F, 0.8F, 5.0F}}, TextureName::chart, 0.0F);
-    addBox({{3.93F, -0.9F, -0.6F}, {4.0F, 0.7F, 1.0F}}, TextureName::chart, 0.0F);
-    addBox({{-4.0F, -0.9F, -1.6F}, {-3.93F, 0.7F, 0.0F}}, TextureName::chart, 0.0F);
-    cart_ = boxes_.size();
-    addBox({{-kCartHalfWidth, 1.0F, 2.75F}, {kCartHalfWidth, 1.5F, 3.1F}}, TextureName::cart, 512.0F);
-    for (std::size_t box = 4; box < cart_; ++box) {
-        fitTexture(box, box < 7 ? TextureName::crate : TextureName::chart);
+    addBox({{-2.5F, -1.6F, 1.0F}, {-2.1F, 1.6F, 1.4F}}, TextureName::COLUMN, 256.0F);
+    addBox({{2.3F, -1.6F, 2.2F}, {2.7F, 1.6F, 2.6F}}, TextureName::COLUMN, 256.0F);
+    addBox({{-4.0F, -1.6F, 3.2F}, {4.0F, -1.3F, 3.5F}}, TextureName::COLUMN, 256.0F);
+    addBox({{-1.0F, 0.7F, 1.4F}, {-0.1F, 1.6F, 2.3F}}, TextureName::CRATE, 0.0F);
+    addBox({{1.1F, 0.95F, 0.6F}, {1.75F, 1.6F, 1.25F}}, TextureName::CRATE, 0.0F);
+    addBox({{-3.9F, 0.4F, 3.4F}, {-2.7F, 1.6F, 4.6F}}, TextureName::CRATE, 0.0F);
+    addBox({{-1.3F, -1.0F, 4.93F}, {1.3F, 0.8F, 5.0F}}, TextureName::CHART, 0.0F);
+    addBox({{3.93F, -0.9F, -0.6F}, {4.0F, 0.7F, 1.0F}}, TextureName::CHART, 0.0F);
+    addBox({{-4.0F, -0.9F, -1.6F}, {-3.93F, 0.7F, 0.0F}}, TextureName::CHART, 0.0F);
+    cartIndex = boxes.size();
+    addBox({{-kCartHalfWidth, 1.0F, 2.75F}, {kCartHalfWidth, 1.5F, 3.1F}}, TextureName::CART, 512.0F);
+    for (std::size_t box = 4; box < cartIndex; ++box) {
+        fitTexture(box, box < 7 ? TextureName::CRATE : TextureName::CHART);
     }
 }
 
-void Scene::addBox(const Box& box, TextureName texture, float texels_per_metre) {
-    boxes_.push_back(box);
+void Scene::addBox(const Box& box, TextureName texture, float texelsPerMetre) {
+    boxes.push_back(box);
     for (int axis = 0; axis < 3; ++axis) {
         for (int side = 0; side < 2; ++side) {
             Surface surface;
-            surface.texture = &(*textures_)[static_cast<std::size_t>(texture)];
+            surface.texture = &(*textureSet)[static_cast<std::size_t>(texture)];
             surface.u_axis = axis == 0 ? 2 : 0;
             surface.v_axis = axis == 1 ? 2 : 1;
             surface.u_origin = component(box.low, surface.u_axis);
             surface.v_origin = component(box.low, surface.v_axis);
-            surface.u_scale = texels_per_metre;
-            surface.v_scale = texels_per_metre;
-            surfaces_.push_back(surface);
+            surface.u_scale = texelsPerMetre;
+            surface.v_scale = texelsPerMetre;
+            allSurfaces.push_back(surface);
         }
     }
 }
 
 void Scene::fitTexture(std::size_t box, TextureName texture) {
-    const auto size = static_cast<float>((*textures_)[static_cast<std::size_t>(texture)].size);
+    const auto size = static_cast<float>((*textureSet)[static_cast<std::size_t>(texture)].size);
     for (std::size_t i = 6 * box; i < 6 * box + 6; ++i) {
-        Surface& surface = surfaces_[i];
-        surface.u_scale = size / (component(boxes_[box].high, surface.u_axis) - surface.u_origin);
-        surface.v_scale = size / (component(boxes_[box].high, surface.v_axis) - surface.v_origin);
+        Surface& surface = allSurfaces[i];
+        surface.u_scale = size / (component(boxes[box].high, surface.u_axis) - surface.u_origin);
+        surface.v_scale = size / (component(boxes[box].high, surface.v_axis) - surface.v_origin);
     }
 }
 
@@ -94,11 +94,11 @@ void Scene::setTime(double seconds) {
 }
 
 void Scene::placeCart(float x) {
-    boxes_[cart_].low.x = x - kCartHalfWidth;
-    boxes_[cart_].high.x = x + kCartHalfWidth;
-    for (std::size_t i = 6 * cart_; i < 6 * cart_ + 6; ++i) {
-        if (surfaces_[i].u_axis == 0) {
-            surfaces_[i].u_origin = x - kCartHalfWidth;
+    boxes[cartIndex].low.x = x - kCartHalfWidth;
+    boxes[cartIndex].high.x = x + kCartHalfWidth;
+    for (std::size_t i = 6 * cartIndex; i < 6 * cartIndex + 6; ++i) {
+        if (allSurfaces[i].u_axis == 0) {
+            allSurfaces[i].u_origin = x - kCartHalfWidth;
         }
     }
 }
@@ -111,13 +111,13 @@ void Scene::trace(const Vector3& eye, const Rays& rays) const {
     float* distance = rays.distance.data();
     int32_t* surface = rays.surface.data();
     for (std::size_t i = 0; i < count; ++i) {
-        const Hit hit = hitRoom(boxes_[0].low, boxes_[0].high, eye, {dx[i], dy[i], dz[i]});
+        const Hit hit = hitRoom(boxes[0].low, boxes[0].high, eye, {dx[i], dy[i], dz[i]});
         distance[i] = hit.distance;
         surface[i] = hit.surface;
     }
-    for (std::size_t box = 1; box < boxes_.size(); ++box) {
-        const Vector3 low{boxes_[box].low.x - eye.x, boxes_[box].low.y - eye.y, boxes_[box].low.z - eye.z};
-        const Vector3 high{boxes_[box].high.x - eye.x, boxes_[box].high.y - eye.y, boxes_[box].high.z - eye.z};
+    for (std::size_t box = 1; box < boxes.size(); ++box) {
+        const Vector3 low{boxes[box].low.x - eye.x, boxes[box].low.y - eye.y, boxes[box].low.z - eye.z};
+        const Vector3 high{boxes[box].high.x - eye.x, boxes[box].high.y - eye.y, boxes[box].high.z - eye.z};
         const auto base = static_cast<int32_t>(6 * box);
         for (std::size_t i = 0; i < count; ++i) {
             const float ix = 1.0F / dx[i];
@@ -144,7 +144,7 @@ void Scene::trace(const Vector3& eye, const Rays& rays) const {
 }
 
 Hit Scene::traceAmong(const Vector3& eye, const Vector3& d, std::span<const int32_t, 4> surfaces) const {
-    Hit best = hitRoom(boxes_[0].low, boxes_[0].high, eye, d);
+    Hit best = hitRoom(boxes[0].low, boxes[0].high, eye, d);
     std::size_t previous = 0;
     for (const int32_t candidate : surfaces) {
         const auto box = static_cast<std::size_t>(candidate) / 6;
@@ -152,7 +152,7 @@ Hit Scene::traceAmong(const Vector3& eye, const Vector3& d, std::span<const int3
             continue;
         }
         previous = box;
-        const Box& b = boxes_[box];
+        const Box& b = boxes[box];
         const Vector3 inverse{1.0F / d.x, 1.0F / d.y, 1.0F / d.z};
         const float x1 = (b.low.x - eye.x) * inverse.x;
         const float x2 = (b.high.x - eye.x) * inverse.x;

@@ -47,7 +47,7 @@ public:
     /// Moves what moves to where it is at that time.
     void setTime(double seconds);
 
-    [[nodiscard]] std::span<const Surface> surfaces() const { return surfaces_; }
+    [[nodiscard]] std::span<const Surface> surfaces() const { return allSurfaces; }
 
     /// The nearest hits of many rays from one eye; dx, dy, dz, distance and surface have the same length.
     struct Rays {
@@ -68,14 +68,14 @@ private:
         Vector3 low;
         Vector3 high;
     };
-    void addBox(const Box& box, TextureName texture, float texels_per_metre);
+    void addBox(const Box& box, TextureName texture, float texelsPerMetre);
     void fitTexture(std::size_t box, TextureName texture);
     void placeCart(float x);
 
-    std::shared_ptr<const TextureSet> textures_;
-    std::vector<Box> boxes_;
-    std::vector<Surface> surfaces_;
-    std::size_t cart_ = 0;
+    std::shared_ptr<const TextureSet> textureSet;
+    std::vector<Box> boxes;
+    std::vector<Surface> allSurfaces;
+    std::size_t cartIndex = 0;
 };
 
 }  // namespace oru::virtual_bus

@@ -21,7 +21,7 @@ public:
     void begin(const View& view, double seconds);
     /// Draws kCell rows; `pixels` is the start of the band. Bands are drawn in order, from 0 to height / kCell.
     void drawBand(int band, unsigned char* pixels);
-    [[nodiscard]] int bands() const { return height_ / kCell; }
+    [[nodiscard]] int bands() const { return pictureHeight / kCell; }
 
 private:
     struct CornerRow {
@@ -42,16 +42,16 @@ private:
                       std::span<uint32_t, kCell> texels) const;
     [[nodiscard]] Footprint footprint(const Hit& hit, const Vector3& direction) const;
 
-    int width_;
-    int height_;
-    int columns_;  // corners in a row
-    float pixel_angle_;
-    std::vector<float> ray_x_;
-    std::vector<float> ray_y_;
-    Scene scene_;
-    View view_;
-    CornerRow upper_;
-    CornerRow lower_;
+    int pictureWidth;
+    int pictureHeight;
+    int columns;  // corners in a row
+    float pixelAngle;
+    std::vector<float> rayX;
+    std::vector<float> rayY;
+    Scene hallScene;
+    View currentView;
+    CornerRow upper;
+    CornerRow lower;
 };
 
 }  // namespace oru::virtual_bus

@@ -21,32 +21,32 @@ View viewOf(const MotionState& state, const Mounting& mounting) {
 }  // namespace
 
 SceneSource::SceneSource(const Lens& lens, int width, int height, int fps, const Trajectory& trajectory)
-    : trajectory_(trajectory),
-      mounting_(factoryMounting()),
-      renderer_(lens, width, height),
-      band_bytes_(static_cast<std::size_t>(width) * 2 * SceneRenderer::kCell),
-      fps_(static_cast<uint64_t>(fps)) {}
+    : cameraTrajectory(trajectory),
+      cameraMounting(factoryMounting()),
+      renderer(lens, width, height),
+      bandBytes(static_cast<std::size_t>(width) * 2 * SceneRenderer::kCell),
+      framesPerSecond(static_cast<uint64_t>(fps)) {}
 
 bool SceneSource::next(uint64_t& moment) {
     // From the whole index each time, so that no rounding accumulates.
-    moment = index_ / fps_ * kSecond + index_ % fps_ * kSecond / fps_;
+    moment = index / framesPerSecond * kSecond + index % framesPerSecond * kSecond / framesPerSecond;
     return true;
 }
 
 uint64_t SceneSource::period() const {
-    return kSecond / fps_;
+    return kSecond / framesPerSecond;
 }
 
 PictureResult SceneSource::draw(uint64_t moment, unsigned char* pixels, RowSink& sink) {
-    ++index_;
+    ++index;
     const double seconds = static_cast<double>(moment) * 1e-9;
-    renderer_.begin(viewOf(trajectory_.at(seconds), mounting_), seconds);
-    for (int band = 0; band < renderer_.bands(); ++band) {
-        unsigned char* start = pixels + static_cast<std::size_t>(band) * band_bytes_;
-        renderer_.drawBand(band, start);
+    renderer.begin(viewOf(cameraTrajectory.at(seconds), cameraMounting), seconds);
+    for (int band = 0; band < renderer.bands(); ++band) {
+        unsigned char* start = pixels + static_cast<std::size_t>(band) * bandBytes;
+        renderer.drawBand(band, start);
         sink.rows(start, band * SceneRenderer::kCell, SceneRenderer::kCell);
     }
-    return PictureResult::drawn;
+    return PictureResult::DRAWN;
 }
 
 }  // namespace oru::virtual_bus

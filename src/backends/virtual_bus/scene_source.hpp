@@ -13,16 +13,16 @@ public:
 
     bool next(uint64_t& moment) override;
     PictureResult draw(uint64_t moment, unsigned char* pixels, RowSink& sink) override;
-    void skip() override { ++index_; }
+    void skip() override { ++index; }
     [[nodiscard]] uint64_t period() const override;
 
 private:
-    Trajectory trajectory_;
-    Mounting mounting_;
-    SceneRenderer renderer_;
-    std::size_t band_bytes_;
-    uint64_t fps_;
-    uint64_t index_ = 0;
+    Trajectory cameraTrajectory;
+    Mounting cameraMounting;
+    SceneRenderer renderer;
+    std::size_t bandBytes;
+    uint64_t framesPerSecond;
+    uint64_t index = 0;
 };
 
 }  // namespace oru::virtual_bus

@@ -51,8 +51,8 @@ constexpr double kTargetLuma = 110.0;
 constexpr double kLoopTolerance = 0.02;
 constexpr double kLoopExponent = 0.6;
 
-double factor(int milli_db) {
-    return std::pow(10.0, milli_db / 20'000.0);
+double factor(int milliDb) {
+    return std::pow(10.0, milliDb / 20'000.0);
 }
 double milliDb(double amplification) {
     return 20'000.0 * std::log10(amplification);
@@ -73,19 +73,19 @@ bool isRange(VIDEO_SETTINGS setting) {
 }  // namespace
 
 void SensorControls::reset(int width, int height, int fps, bool hdr) {
-    const MutexLock lock(mutex_);
-    configured_ = true;
-    hdr_ = hdr;
-    width_ = width;
-    height_ = height;
-    for (std::size_t i = 0; i < plain_.size(); ++i) {
-        plain_[i] = kControls[i].standard;
+    const MutexLock lock(mutex);
+    configured = true;
+    hdrMode = hdr;
+    pictureWidth = width;
+    pictureHeight = height;
+    for (std::size_t i = 0; i < plainValues.size(); ++i) {
+        plainValues[i] = kControls[i].standard;
     }
-    hardware_ = {Limits{kMinExposureUs, std::min(kMaxExposureUs, 1'000'000 / std::max(fps, 1))},
-                 Limits{0, kMaxAnalogueMilliDb}, Limits{0, kMaxDigitalMilliDb}};
-    bounds_ = hardware_;
-    level_ = {clampTo(kExposureTime, kNominalExposureUs), 0, 0};
-    region_ = {0, 0, static_cast<uint64_t>(width), static_cast<uint64_t>(height)};
+    hardwareLimits = {Limits{kMinExposureUs, std::min(kMaxExposureUs, 1'000'000 / std::max(fps, 1))},
+                      Limits{0, kMaxAnalogueMilliDb}, Limits{0, kMaxDigitalMilliDb}};
+    rangeBounds = hardwareLimits;
+    levels = {clampTo(EXPOSURE_TIME, kNominalExposureUs), 0, 0};
+    meteringRegion = {0, 0, static_cast<uint64_t>(width), static_cast<uint64_t>(height)};
 }
 
 bool SensorControls::limits(VIDEO_SETTINGS setting, Limits& limits) const {
@@ -95,20 +95,20 @@ bool SensorControls::limits(VIDEO_SETTINGS setting, Limits& limits) const {
         return true;
     }
     if (isLevel(setting)) {
-        limits = hardware_[static_cast<std::size_t>(setting - GMSL_SETTING_13)];
+        limits = hardwareLimits[static_cast<std::size_t>(setting - GMSL_SETTING_13)];
         return true;
     }
     if (isRange(setting)) {
-        limits = hardware_[static_cast<std::size_t>(setting - RANGE_SETTING_16)];
+        limits = hardwareLimits[static_cast<std::size_t>(setting - RANGE_SETTING_16)];
         return true;
     }
     return false;
 }
 
 bool SensorControls::range(VIDEO_SETTINGS setting, int& min, int& max) {
-    const MutexLock lock(mutex_);
+    const MutexLock lock(mutex);
     Limits found;
-    if (!configured_ || !limits(setting, found)) {
+    if (!configured || !limits(setting, found)) {
         return false;
     }
     min = found.min;
@@ -117,192 +117,192 @@ bool SensorControls::range(VIDEO_SETTINGS setting, int& min, int& max) {
 }
 
 bool SensorControls::accepts(VIDEO_SETTINGS setting, int value) {
-    const MutexLock lock(mutex_);
+    const MutexLock lock(mutex);
     Limits found;
-    if (!configured_ || isRange(setting) || !limits(setting, found)) {
+    if (!configured || isRange(setting) || !limits(setting, found)) {
         return false;
     }
     return value == -1 || (value >= found.min && value <= found.max);
 }
 
 int SensorControls::value(VIDEO_SETTINGS setting) {
-    const MutexLock lock(mutex_);
-    if (!configured_) {
+    const MutexLock lock(mutex);
+    if (!configured) {
         return 0;
     }
     if (isLevel(setting)) {
-        return level_[static_cast<std::size_t>(setting - GMSL_SETTING_13)];
+        return levels[static_cast<std::size_t>(setting - GMSL_SETTING_13)];
     }
     if (setting == GAIN) {
-        return static_cast<int>(std::lround((level_[kAnalogueGain] + level_[kDigitalGain]) / kGainPercentMilliDb));
+        return static_cast<int>(std::lround((levels[ANALOGUE_GAIN] + levels[DIGITAL_GAIN]) / kGainPercentMilliDb));
     }
     if (setting == EXPOSURE) {
-        const Limits& time = hardware_[kExposureTime];
-        return static_cast<int>(std::lround(100.0 * (level_[kExposureTime] - time.min) / (time.max - time.min)));
+        const Limits& time = hardwareLimits[EXPOSURE_TIME];
+        return static_cast<int>(std::lround(100.0 * (levels[EXPOSURE_TIME] - time.min) / (time.max - time.min)));
     }
-    return isPlain(setting) ? plain_[static_cast<std::size_t>(setting)] : 0;
+    return isPlain(setting) ? plainValues[static_cast<std::size_t>(setting)] : 0;
 }
 
 int SensorControls::set(VIDEO_SETTINGS setting, int value, bool automatic) {
     if (!accepts(setting, value)) {
         return -1;
     }
-    const MutexLock lock(mutex_);
+    const MutexLock lock(mutex);
     const bool level = setting == GAIN || setting == EXPOSURE || isLevel(setting);
     if (automatic || value == -1) {
         if (level) {
             setDefaultLevel(setting);
         } else {
-            plain_[static_cast<std::size_t>(setting)] = kControls[static_cast<std::size_t>(setting)].standard;
+            plainValues[static_cast<std::size_t>(setting)] = kControls[static_cast<std::size_t>(setting)].standard;
         }
         return 0;
     }
     if (level) {
-        plain_[AEC_AGC] = 0;
+        plainValues[AEC_AGC] = 0;
         setManual(setting, value);
         return 0;
     }
     if (setting == SETTING_10) {
-        plain_[SETTING_10_AUTO] = 0;
+        plainValues[SETTING_10_AUTO] = 0;
     }
-    plain_[static_cast<std::size_t>(setting)] = value;
+    plainValues[static_cast<std::size_t>(setting)] = value;
     return 0;
 }
 
 void SensorControls::setManual(VIDEO_SETTINGS setting, int value) {
     if (setting == GAIN) {
         const double wanted = value * kGainPercentMilliDb;
-        level_[kAnalogueGain] = clampTo(kAnalogueGain, wanted);
-        level_[kDigitalGain] = clampTo(kDigitalGain, wanted - level_[kAnalogueGain]);
+        levels[ANALOGUE_GAIN] = clampTo(ANALOGUE_GAIN, wanted);
+        levels[DIGITAL_GAIN] = clampTo(DIGITAL_GAIN, wanted - levels[ANALOGUE_GAIN]);
     } else if (setting == EXPOSURE) {
-        const Limits& time = hardware_[kExposureTime];
-        level_[kExposureTime] = clampTo(kExposureTime, time.min + value / 100.0 * (time.max - time.min));
+        const Limits& time = hardwareLimits[EXPOSURE_TIME];
+        levels[EXPOSURE_TIME] = clampTo(EXPOSURE_TIME, time.min + value / 100.0 * (time.max - time.min));
     } else {
         const auto quantity = static_cast<Quantity>(setting - GMSL_SETTING_13);
-        level_[quantity] = clampTo(quantity, value);
+        levels[quantity] = clampTo(quantity, value);
     }
 }
 
 void SensorControls::setDefaultLevel(VIDEO_SETTINGS setting) {
     // While the loop runs, the automatic level is what it says.
-    if (plain_[AEC_AGC] != 0) {
+    if (plainValues[AEC_AGC] != 0) {
         return;
     }
     if (setting == EXPOSURE || setting == GMSL_SETTING_13) {
-        level_[kExposureTime] = clampTo(kExposureTime, kNominalExposureUs);
+        levels[EXPOSURE_TIME] = clampTo(EXPOSURE_TIME, kNominalExposureUs);
     }
     if (setting == GAIN || setting == GMSL_SETTING_14) {
-        level_[kAnalogueGain] = clampTo(kAnalogueGain, 0.0);
+        levels[ANALOGUE_GAIN] = clampTo(ANALOGUE_GAIN, 0.0);
     }
     if (setting == GAIN || setting == GMSL_SETTING_15) {
-        level_[kDigitalGain] = clampTo(kDigitalGain, 0.0);
+        levels[DIGITAL_GAIN] = clampTo(DIGITAL_GAIN, 0.0);
     }
 }
 
 int SensorControls::setRange(VIDEO_SETTINGS setting, std::pair<int, int> range, bool automatic) {
-    const MutexLock lock(mutex_);
-    if (!configured_ || !isRange(setting)) {
+    const MutexLock lock(mutex);
+    if (!configured || !isRange(setting)) {
         return -1;
     }
     const auto quantity = static_cast<Quantity>(setting - RANGE_SETTING_16);
-    const Limits& hardware = hardware_[quantity];
+    const Limits& hardware = hardwareLimits[quantity];
     if (automatic) {
-        bounds_[quantity] = hardware;
+        rangeBounds[quantity] = hardware;
     } else if (range.first >= hardware.min && range.second <= hardware.max && range.first <= range.second) {
-        bounds_[quantity] = {range.first, range.second};
+        rangeBounds[quantity] = {range.first, range.second};
     } else {
         return -1;
     }
-    level_[quantity] = clampTo(quantity, level_[quantity]);
+    levels[quantity] = clampTo(quantity, levels[quantity]);
     return 0;
 }
 
 std::pair<int, int> SensorControls::rangeValue(VIDEO_SETTINGS setting) {
-    const MutexLock lock(mutex_);
-    if (!configured_ || !isRange(setting)) {
+    const MutexLock lock(mutex);
+    if (!configured || !isRange(setting)) {
         return {-1, -1};
     }
-    const Limits& bounds = bounds_[static_cast<std::size_t>(setting - RANGE_SETTING_16)];
+    const Limits& bounds = rangeBounds[static_cast<std::size_t>(setting - RANGE_SETTING_16)];
     return {bounds.min, bounds.max};
 }
 
 int SensorControls::region(Rect& region) {
-    const MutexLock lock(mutex_);
-    if (!configured_) {
+    const MutexLock lock(mutex);
+    if (!configured) {
         return -1;
     }
-    region = region_;
+    region = meteringRegion;
     return 0;
 }
 
 int SensorControls::setRegion(const Rect& region) {
-    const MutexLock lock(mutex_);
-    const auto width = static_cast<uint64_t>(width_);
-    const auto height = static_cast<uint64_t>(height_);
+    const MutexLock lock(mutex);
+    const auto width = static_cast<uint64_t>(pictureWidth);
+    const auto height = static_cast<uint64_t>(pictureHeight);
     const bool inside = region.width > 0 && region.height > 0 && region.x < width && region.y < height &&
                         region.width <= width - region.x && region.height <= height - region.y;
-    if (!configured_ || !inside) {
+    if (!configured || !inside) {
         return -1;
     }
-    region_ = region;
+    meteringRegion = region;
     return 0;
 }
 
 int SensorControls::resetRegion() {
-    const MutexLock lock(mutex_);
-    region_ = {0, 0, static_cast<uint64_t>(width_), static_cast<uint64_t>(height_)};
-    return configured_ ? 0 : -1;
+    const MutexLock lock(mutex);
+    meteringRegion = {0, 0, static_cast<uint64_t>(pictureWidth), static_cast<uint64_t>(pictureHeight)};
+    return configured ? 0 : -1;
 }
 
 PictureSettings SensorControls::picture() {
-    const MutexLock lock(mutex_);
+    const MutexLock lock(mutex);
     PictureSettings picture;
     picture.light = light();
-    picture.brightness = plain_[SETTING_0];
-    picture.contrast = plain_[SETTING_1];
-    picture.hue = plain_[SETTING_2];
-    picture.saturation = plain_[SETTING_3];
-    picture.sharpness = plain_[SHARPNESS];
-    picture.gamma = plain_[SETTING_5];
-    picture.white_balance = plain_[SETTING_10_AUTO] != 0 ? kNeutralKelvin : plain_[SETTING_10];
-    picture.lamp = plain_[SETTING_12] != 0;
-    picture.hdr = hdr_;
+    picture.brightness = plainValues[SETTING_0];
+    picture.contrast = plainValues[SETTING_1];
+    picture.hue = plainValues[SETTING_2];
+    picture.saturation = plainValues[SETTING_3];
+    picture.sharpness = plainValues[SHARPNESS];
+    picture.gamma = plainValues[SETTING_5];
+    picture.white_balance = plainValues[SETTING_10_AUTO] != 0 ? kNeutralKelvin : plainValues[SETTING_10];
+    picture.lamp = plainValues[SETTING_12] != 0;
+    picture.hdr = hdrMode;
     // Gain lifts the noise of a dark sensor along with the light; full denoising leaves a tenth of it.
-    const double gain = factor(level_[kAnalogueGain] + level_[kDigitalGain]);
-    picture.noise = 0.6 * (gain - 1.0) * (1.0 - 0.009 * plain_[GMSL_SETTING_20]);
-    picture.region = region_;
+    const double gain = factor(levels[ANALOGUE_GAIN] + levels[DIGITAL_GAIN]);
+    picture.noise = 0.6 * (gain - 1.0) * (1.0 - 0.009 * plainValues[GMSL_SETTING_20]);
+    picture.region = meteringRegion;
     return picture;
 }
 
-void SensorControls::observe(double mean_luma) {
-    const MutexLock lock(mutex_);
-    if (plain_[AEC_AGC] == 0) {
+void SensorControls::observe(double meanLuma) {
+    const MutexLock lock(mutex);
+    if (plainValues[AEC_AGC] == 0) {
         return;
     }
-    const double compensation = std::exp2((plain_[GMSL_SETTING_19] - 50) / 50.0);
+    const double compensation = std::exp2((plainValues[GMSL_SETTING_19] - 50) / 50.0);
     const double target = (kTargetLuma - kBlack) * compensation;
-    const double ratio = target / std::max(mean_luma - kBlack, 1.0);
+    const double ratio = target / std::max(meanLuma - kBlack, 1.0);
     if (std::abs(ratio - 1.0) > kLoopTolerance) {
         setLight(light() * std::pow(std::clamp(ratio, 0.3, 3.0), kLoopExponent));
     }
 }
 
 int SensorControls::clampTo(Quantity quantity, double value) const {
-    const Limits& bounds = bounds_[quantity];
+    const Limits& bounds = rangeBounds[quantity];
     return static_cast<int>(
         std::lround(std::clamp(value, static_cast<double>(bounds.min), static_cast<double>(bounds.max))));
 }
 
 double SensorControls::light() const {
-    return static_cast<double>(level_[kExposureTime]) / kNominalExposureUs *
-           factor(level_[kAnalogueGain] + level_[kDigitalGain]);
+    return static_cast<double>(levels[EXPOSURE_TIME]) / kNominalExposureUs *
+           factor(levels[ANALOGUE_GAIN] + levels[DIGITAL_GAIN]);
 }
 
 void SensorControls::setLight(double light) {
-    level_[kExposureTime] = clampTo(kExposureTime, light * kNominalExposureUs);
-    const double left = milliDb(light * kNominalExposureUs / level_[kExposureTime]);
-    level_[kAnalogueGain] = clampTo(kAnalogueGain, left);
-    level_[kDigitalGain] = clampTo(kDigitalGain, left - level_[kAnalogueGain]);
+    levels[EXPOSURE_TIME] = clampTo(EXPOSURE_TIME, light * kNominalExposureUs);
+    const double left = milliDb(light * kNominalExposureUs / levels[EXPOSURE_TIME]);
+    levels[ANALOGUE_GAIN] = clampTo(ANALOGUE_GAIN, left);
+    levels[DIGITAL_GAIN] = clampTo(DIGITAL_GAIN, left - levels[ANALOGUE_GAIN]);
 }
 
 }  // namespace oru::virtual_bus

@@ -48,34 +48,34 @@ public:
 
     [[nodiscard]] PictureSettings picture();
     /// One step of the automatic exposure and gain, after a picture whose region had that mean luma.
-    void observe(double mean_luma);
+    void observe(double meanLuma);
 
 private:
     // Exposure time, analogue gain, digital gain: microseconds, and thousandths of a decibel.
-    enum Quantity : std::size_t { kExposureTime, kAnalogueGain, kDigitalGain };
+    enum Quantity : std::size_t { EXPOSURE_TIME, ANALOGUE_GAIN, DIGITAL_GAIN };
     struct Limits {
         int min = 0;
         int max = 0;
     };
     static constexpr std::size_t kPlainControls = 21;
 
-    [[nodiscard]] bool limits(VIDEO_SETTINGS setting, Limits& limits) const ORU_REQUIRES(mutex_);
-    [[nodiscard]] int clampTo(Quantity quantity, double value) const ORU_REQUIRES(mutex_);
-    [[nodiscard]] double light() const ORU_REQUIRES(mutex_);
-    void setLight(double light) ORU_REQUIRES(mutex_);
-    void setManual(VIDEO_SETTINGS setting, int value) ORU_REQUIRES(mutex_);
-    void setDefaultLevel(VIDEO_SETTINGS setting) ORU_REQUIRES(mutex_);
+    [[nodiscard]] bool limits(VIDEO_SETTINGS setting, Limits& limits) const ORU_REQUIRES(mutex);
+    [[nodiscard]] int clampTo(Quantity quantity, double value) const ORU_REQUIRES(mutex);
+    [[nodiscard]] double light() const ORU_REQUIRES(mutex);
+    void setLight(double light) ORU_REQUIRES(mutex);
+    void setManual(VIDEO_SETTINGS setting, int value) ORU_REQUIRES(mutex);
+    void setDefaultLevel(VIDEO_SETTINGS setting) ORU_REQUIRES(mutex);
 
-    Mutex mutex_;
-    bool configured_ ORU_GUARDED_BY(mutex_) = false;
-    bool hdr_ ORU_GUARDED_BY(mutex_) = false;
-    int width_ ORU_GUARDED_BY(mutex_) = 0;
-    int height_ ORU_GUARDED_BY(mutex_) = 0;
-    std::array<int, kPlainControls> plain_ ORU_GUARDED_BY(mutex_){};
-    std::array<int, 3> level_ ORU_GUARDED_BY(mutex_){};
-    std::array<Limits, 3> hardware_ ORU_GUARDED_BY(mutex_){};
-    std::array<Limits, 3> bounds_ ORU_GUARDED_BY(mutex_){};
-    Rect region_ ORU_GUARDED_BY(mutex_);
+    Mutex mutex;
+    bool configured ORU_GUARDED_BY(mutex) = false;
+    bool hdrMode ORU_GUARDED_BY(mutex) = false;
+    int pictureWidth ORU_GUARDED_BY(mutex) = 0;
+    int pictureHeight ORU_GUARDED_BY(mutex) = 0;
+    std::array<int, kPlainControls> plainValues ORU_GUARDED_BY(mutex){};
+    std::array<int, 3> levels ORU_GUARDED_BY(mutex){};
+    std::array<Limits, 3> hardwareLimits ORU_GUARDED_BY(mutex){};
+    std::array<Limits, 3> rangeBounds ORU_GUARDED_BY(mutex){};
+    Rect meteringRegion ORU_GUARDED_BY(mutex);
 };
 
 }  // namespace oru::virtual_bus

@@ -63,11 +63,11 @@ Lens modeLens(MODEL model, const Lens& sensor, const SensorMode& mode) {
 }
 
 std::string calibrationText(MODEL model, const std::array<double, 12>& distortion,
-                            const std::function<Lens(const SensorMode&)>& lens_of) {
+                            const std::function<Lens(const SensorMode&)>& lensOf) {
     static constexpr const char* kNames[] = {"k1", "k2", "p1", "p2", "k3", "k4", "k5", "k6", "s1", "s2", "s3", "s4"};
     std::string text = fmt::format("[MISC]\nSensor_ID = {}\n", model == MODEL_MONO_2UM ? 2 : 1);
     for (const SensorMode& mode : modes(model)) {
-        const Lens lens = lens_of(mode);
+        const Lens lens = lensOf(mode);
         fmt::format_to(std::back_inserter(text), "\n[CAM_{}]\nfx = {:.6f}\nfy = {:.6f}\ncx = {:.6f}\ncy = {:.6f}\n",
                        mode.section, lens.fx, lens.fy, lens.cx, lens.cy);
     }

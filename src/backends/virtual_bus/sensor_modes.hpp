@@ -29,7 +29,7 @@ struct SensorMode {
 
 /// A factory calibration file: sections MISC, CAM_<mode> for each mode of the model with its pinhole, DISTO.
 [[nodiscard]] std::string calibrationText(MODEL model, const std::array<double, 12>& distortion,
-                                          const std::function<Lens(const SensorMode&)>& lens_of);
+                                          const std::function<Lens(const SensorMode&)>& lensOf);
 
 /// The lens of a camera of that model for which nothing else is configured.
 [[nodiscard]] Lens defaultLens(MODEL model);

@@ -25,10 +25,10 @@ constexpr int kNoiseSize = 256;
 /// Smooth repeating noise in -1..1, looked up by position in 0..1.
 class Noise {
 public:
-    Noise() : values_(static_cast<std::size_t>(kNoiseSize) * kNoiseSize) {
+    Noise() : values(static_cast<std::size_t>(kNoiseSize) * kNoiseSize) {
         for (int y = 0; y < kNoiseSize; ++y) {
             for (int x = 0; x < kNoiseSize; ++x) {
-                values_[static_cast<std::size_t>(y * kNoiseSize + x)] =
+                values[static_cast<std::size_t>(y * kNoiseSize + x)] =
                     0.5F * octave(x, y, 8) + 0.3F * octave(x, y, 32) + 0.2F * octave(x, y, 128);
             }
         }
@@ -37,7 +37,7 @@ public:
     [[nodiscard]] float at(float u, float v) const {
         const int x = static_cast<int>(u * kNoiseSize) & (kNoiseSize - 1);
         const int y = static_cast<int>(v * kNoiseSize) & (kNoiseSize - 1);
-        return values_[static_cast<std::size_t>(y * kNoiseSize + x)];
+        return values[static_cast<std::size_t>(y * kNoiseSize + x)];
     }
 
 private:
@@ -60,7 +60,7 @@ private:
         return std::lerp(top, bottom, fy);
     }
 
-    std::vector<float> values_;
+    std::vector<float> values;
 };
 
 float fraction(float value) {
@@ -188,18 +188,18 @@ uint32_t toTexel(Colour colour) {
 }
 
 Texture::Level halve(const Texture::Level& fine) {
-    const std::size_t fine_size = std::size_t{1} << static_cast<unsigned>(fine.log2_size);
-    const std::size_t size = fine_size / 2;
+    const std::size_t fineSize = std::size_t{1} << static_cast<unsigned>(fine.log2_size);
+    const std::size_t size = fineSize / 2;
     Texture::Level coarse;
     coarse.log2_size = fine.log2_size - 1;
     coarse.texels.resize(size * size);
     for (std::size_t y = 0; y < size; ++y) {
         for (std::size_t x = 0; x < size; ++x) {
-            const uint32_t* from = &fine.texels[2 * y * fine_size + 2 * x];
+            const uint32_t* from = &fine.texels[2 * y * fineSize + 2 * x];
             uint32_t texel = 0;
             for (unsigned shift = 0; shift < 32; shift += 8) {
                 const uint32_t sum = ((from[0] >> shift) & 255U) + ((from[1] >> shift) & 255U) +
-                                     ((from[fine_size] >> shift) & 255U) + ((from[fine_size + 1] >> shift) & 255U);
+                                     ((from[fineSize] >> shift) & 255U) + ((from[fineSize + 1] >> shift) & 255U);
                 texel |= ((sum + 2U) / 4U) << shift;
             }
             coarse.texels[y * size + x] = texel;
@@ -234,14 +234,14 @@ std::shared_ptr<const TextureSet> makeTextures() {
     const auto make = [&](TextureName name, int size, Colour (*colour)(float, float, const Noise&)) {
         (*set)[static_cast<std::size_t>(name)] = makeTexture(size, colour, noise);
     };
-    make(TextureName::floor, 1024, floorColour);
-    make(TextureName::brick, 1024, brickColour);
-    make(TextureName::panel, 1024, panelColour);
-    make(TextureName::ceiling, 512, ceilingColour);
-    make(TextureName::crate, 512, crateColour);
-    make(TextureName::chart, 1024, chartColour);
-    make(TextureName::column, 512, columnColour);
-    make(TextureName::cart, 256, cartColour);
+    make(TextureName::FLOOR, 1024, floorColour);
+    make(TextureName::BRICK, 1024, brickColour);
+    make(TextureName::PANEL, 1024, panelColour);
+    make(TextureName::CEILING, 512, ceilingColour);
+    make(TextureName::CRATE, 512, crateColour);
+    make(TextureName::CHART, 1024, chartColour);
+    make(TextureName::COLUMN, 512, columnColour);
+    make(TextureName::CART, 256, cartColour);
     return set;
 }
 

@@ -18,7 +18,7 @@ struct Texture {
     int size = 0;
 };
 
-enum class TextureName : int32_t { floor, brick, panel, ceiling, crate, chart, column, cart };
+enum class TextureName : int32_t { FLOOR, BRICK, PANEL, CEILING, CRATE, CHART, COLUMN, CART };
 inline constexpr int kTextureCount = 8;
 
 using TextureSet = std::array<Texture, kTextureCount>;

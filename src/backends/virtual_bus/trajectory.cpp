@@ -47,11 +47,11 @@ Derivatives evaluate(const Path& path, double seconds, double speed) {
 
 double speedOf(Motion motion) {
     switch (motion) {
-        case Motion::gentle:
+        case Motion::GENTLE:
             return 1.0;
-        case Motion::lively:
+        case Motion::LIVELY:
             return 3.0;
-        case Motion::rest:
+        case Motion::REST:
             return 0.0;
     }
     return 1.0;
@@ -60,14 +60,14 @@ double speedOf(Motion motion) {
 }  // namespace
 
 MotionState Trajectory::at(double seconds) const {
-    const double speed = speedOf(motion_);
+    const double speed = speedOf(motionPattern);
     const Derivatives x = evaluate(kX, seconds, speed);
     const Derivatives y = evaluate(kY, seconds, speed);
     const Derivatives z = evaluate(kZ, seconds, speed);
     const Derivatives yaw = evaluate(kYaw, seconds, speed);
     const Derivatives pitch = evaluate(kPitch, seconds, speed);
     Derivatives roll = evaluate(kRoll, seconds, speed);
-    roll.value += upside_down_ ? std::numbers::pi : 0.0;
+    roll.value += mountedUpsideDown ? std::numbers::pi : 0.0;
 
     MotionState state;
     state.position = {x.value, y.value, z.value};
@@ -77,9 +77,9 @@ MotionState Trajectory::at(double seconds) const {
     const Eigen::AngleAxisd tilt(roll.value, Eigen::Vector3d::UnitZ());
     state.orientation = turn * nod * tilt;
     // Rates of yaw, pitch and roll along their own axes, carried into the body: R = Ry(yaw) Rx(pitch) Rz(roll).
-    const Eigen::Vector3d after_nod = nod.inverse() * Eigen::Vector3d(0.0, yaw.first, 0.0);
+    const Eigen::Vector3d afterNod = nod.inverse() * Eigen::Vector3d(0.0, yaw.first, 0.0);
     state.angular_rate =
-        tilt.inverse() * (after_nod + Eigen::Vector3d(pitch.first, 0.0, 0.0)) + Eigen::Vector3d(0.0, 0.0, roll.first);
+        tilt.inverse() * (afterNod + Eigen::Vector3d(pitch.first, 0.0, 0.0)) + Eigen::Vector3d(0.0, 0.0, roll.first);
     return state;
 }
 

@@ -9,9 +9,9 @@ namespace oru::virtual_bus {
 inline constexpr double kGravity = 9.80665;
 
 enum class Motion : int32_t {
-    gentle,  ///< a hand-held camera: up to 30 degrees and 0.6 m a second
-    lively,  ///< about three times as fast
-    rest,    ///< the camera stands still; only the scene moves
+    GENTLE,  ///< a hand-held camera: up to 30 degrees and 0.6 m a second
+    LIVELY,  ///< about three times as fast
+    REST,    ///< the camera stands still; only the scene moves
 };
 
 /// Position and attitude of the IMU with their exact derivatives.
@@ -32,13 +32,14 @@ struct Mounting {
 /// and not differences.
 class Trajectory {
 public:
-    explicit Trajectory(Motion motion, bool upside_down = false) : motion_(motion), upside_down_(upside_down) {}
+    explicit Trajectory(Motion motion, bool upsideDown = false)
+        : motionPattern(motion), mountedUpsideDown(upsideDown) {}
 
     [[nodiscard]] MotionState at(double seconds) const;
 
 private:
-    Motion motion_;
-    bool upside_down_;
+    Motion motionPattern;
+    bool mountedUpsideDown;
 };
 
 /// The mounting of every virtual camera.

@@ -21,22 +21,22 @@ CameraConfig noCamera() {
 }  // namespace
 
 VirtualGrabber::VirtualGrabber(std::shared_ptr<VirtualBus> bus, INPUT_TYPE type)
-    : bus_(std::move(bus)), type_(type), camera_(noCamera()) {
-    bus_->addMcu(&mcu_);
+    : virtualBus(std::move(bus)), chosenType(type), claimedCamera(noCamera()) {
+    virtualBus->addMcu(&mcu);
 }
 
 VirtualGrabber::~VirtualGrabber() {
-    bus_->removeMcu(&mcu_);
+    virtualBus->removeMcu(&mcu);
     close(true);
 }
 
 SETUP_STATE VirtualGrabber::setUp(int& id, int width, int height, int fps, int /*option*/, bool, IMU_FREQ /*frequency*/,
                                   bool, bool hdr) {
     close(true);
-    camera_ = noCamera();
+    claimedCamera = noCamera();
     CameraConfig camera;
     CameraLock lock;
-    if (const SETUP_STATE state = bus_->claim(id, camera, lock); state != SETUP_OK) {
+    if (const SETUP_STATE state = virtualBus->claim(id, camera, lock); state != SETUP_OK) {
         return state;
     }
     const SensorMode* mode = findMode(camera.model, width, height);
@@ -46,29 +46,29 @@ SETUP_STATE VirtualGrabber::setUp(int& id, int width, int height, int fps, int /
     ORU_LOG(Warning, "{} Camera {} with serial number {} is virtual: its pictures and samples are computed.", kTagKoru,
             camera.id, camera.serial);
     id = camera.id;
-    camera_ = camera;
-    lock_ = std::move(lock);
+    claimedCamera = camera;
+    cameraLock = std::move(lock);
     return startCapture(*mode, fps, hdr);
 }
 
 bool VirtualGrabber::fillSources(const SensorMode& mode, int fps, Capture::Setup& setup) {
-    const Trajectory trajectory(camera_.motion, camera_.upside_down);
-    if (camera_.footage.path.empty()) {
-        fps_ = std::clamp(fps, 1, mode.max_fps);
-        setup.pictures =
-            std::make_unique<SceneSource>(lensOf(camera_, mode), mode.width, mode.height, fps_, trajectory);
+    const Trajectory trajectory(claimedCamera.motion, claimedCamera.upside_down);
+    if (claimedCamera.footage.path.empty()) {
+        framesPerSecond = std::clamp(fps, 1, mode.max_fps);
+        setup.pictures = std::make_unique<SceneSource>(lensOf(claimedCamera, mode), mode.width, mode.height,
+                                                       framesPerSecond, trajectory);
     } else {
-        fps_ = std::max(1, static_cast<int>(std::lround(camera_.facts.fps)));
+        framesPerSecond = std::max(1, static_cast<int>(std::lround(claimedCamera.facts.fps)));
         std::string error;
-        setup.pictures = openFootage(camera_.footage, camera_.facts, mode.width, mode.height, error);
-        setup.inertial = camera_.mcu ? openFootageInertial(camera_.footage) : nullptr;
+        setup.pictures = openFootage(claimedCamera.footage, claimedCamera.facts, mode.width, mode.height, error);
+        setup.inertial = claimedCamera.mcu ? openFootageInertial(claimedCamera.footage) : nullptr;
         if (setup.pictures == nullptr) {
-            ORU_LOG(Error, "{} Footage {}: {}.", kTagInit, camera_.footage.path, error);
+            ORU_LOG(Error, "{} Footage {}: {}.", kTagInit, claimedCamera.footage.path, error);
             return false;
         }
     }
     if (setup.inertial == nullptr) {
-        setup.inertial = std::make_unique<TrajectoryInertial>(trajectory, camera_.serial);
+        setup.inertial = std::make_unique<TrajectoryInertial>(trajectory, claimedCamera.serial);
     }
     return true;
 }
@@ -79,55 +79,55 @@ SETUP_STATE VirtualGrabber::startCapture(const SensorMode& mode, int fps, bool h
         close(true);
         return ERROR_STREAM_START;
     }
-    width_ = mode.width;
-    height_ = mode.height;
-    setup.camera = camera_.id;
-    setup.mcu.present = camera_.mcu;
-    setup.mcu.magnetometer = camera_.magnetometer;
-    setup.mcu.barometer = camera_.barometer;
-    setup.mcu.firmware = camera_.mcu_firmware;
-    setup.faults = camera_.faults;
-    setup.control_file = bus_->controlFile();
-    setup.width = width_;
-    setup.height = height_;
+    pictureWidth = mode.width;
+    pictureHeight = mode.height;
+    setup.camera = claimedCamera.id;
+    setup.mcu.present = claimedCamera.mcu;
+    setup.mcu.magnetometer = claimedCamera.magnetometer;
+    setup.mcu.barometer = claimedCamera.barometer;
+    setup.mcu.firmware = claimedCamera.mcu_firmware;
+    setup.faults = claimedCamera.faults;
+    setup.control_file = virtualBus->controlFile();
+    setup.width = pictureWidth;
+    setup.height = pictureHeight;
     // The 3 micrometre sensor has no HDR read-out and ignores the wish.
-    controls_.reset(width_, height_, fps_, hdr && camera_.model == MODEL_MONO_2UM);
-    capture_ = std::make_unique<Capture>(bus_->clock(), frames_, mcu_, controls_, std::move(setup));
+    controls.reset(pictureWidth, pictureHeight, framesPerSecond, hdr && claimedCamera.model == MODEL_MONO_2UM);
+    captureRun = std::make_unique<Capture>(virtualBus->clock(), frames, mcu, controls, std::move(setup));
     return SETUP_OK;
 }
 
 void VirtualGrabber::close(bool /*wait*/) {
-    capture_.reset();
-    lock_.release();
+    captureRun.reset();
+    cameraLock.release();
 }
 
 int VirtualGrabber::waitForNewFrame(int milliseconds) {
     // A source that will bring nothing more is not worth a wait.
-    if (capture_ != nullptr && capture_->status() == NO_FRAME) {
-        frames_.waitForFresh(milliseconds);
+    if (captureRun != nullptr && captureRun->status() == NO_FRAME) {
+        frames.waitForFresh(milliseconds);
     }
-    return frames_.fresh() ? 0 : -1;
+    return frames.fresh() ? 0 : -1;
 }
 
 FrameStatus VirtualGrabber::getFrameStatus() {
-    if (capture_ == nullptr) {
+    if (captureRun == nullptr) {
         return SOURCE_UNAVAILABLE;
     }
-    return frames_.fresh() ? NEW_FRAME : capture_->status();
+    return frames.fresh() ? NEW_FRAME : captureRun->status();
 }
 
 unsigned char* VirtualGrabber::getPixels() {
-    Frame* frame = frames_.held();
+    Frame* frame = frames.held();
     return frame != nullptr ? frame->pixels.data() : nullptr;
 }
 
 Timestamp VirtualGrabber::getTimeStamp() {
-    const Frame* frame = frames_.held();
+    const Frame* frame = frames.held();
     return frame != nullptr ? frame->time : 0;
 }
 
 const IMUPacket* VirtualGrabber::getIMUPacket() {
-    const Frame* frame = frames_.held();
+    const Frame* frame = frames.held();
     return frame != nullptr && frame->has_imu ? &frame->imu : nullptr;
 }
 

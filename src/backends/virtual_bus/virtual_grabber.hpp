@@ -16,66 +16,66 @@ public:
     VirtualGrabber(std::shared_ptr<VirtualBus> bus, INPUT_TYPE type);
     ~VirtualGrabber() override;
 
-    void setInputType(INPUT_TYPE type) override { type_ = type; }
-    [[nodiscard]] INPUT_TYPE inputType() const override { return type_; }
+    void setInputType(INPUT_TYPE type) override { chosenType = type; }
+    [[nodiscard]] INPUT_TYPE inputType() const override { return chosenType; }
     void setMonoCapture(bool /*mono*/) override {}
     SETUP_STATE setUp(int& id, int width, int height, int fps, int option, bool, IMU_FREQ frequency, bool,
                       bool hdr) override;
-    int getEffectiveWidth() override { return width_; }
-    int getEffectiveHeight() override { return height_; }
-    MODEL getCameraModel() override { return camera_.model; }
-    int getSerialNumber() override { return static_cast<int>(camera_.serial); }
-    int getFWVersion() override { return camera_.firmware; }
-    int getRequestedFPS() override { return fps_; }
+    int getEffectiveWidth() override { return pictureWidth; }
+    int getEffectiveHeight() override { return pictureHeight; }
+    MODEL getCameraModel() override { return claimedCamera.model; }
+    int getSerialNumber() override { return static_cast<int>(claimedCamera.serial); }
+    int getFWVersion() override { return claimedCamera.firmware; }
+    int getRequestedFPS() override { return framesPerSecond; }
     void endSetup(unsigned char* /*unused*/) override {}
-    bool hasMCU() override { return mcu_.present(); }
-    KORUmcu* getMCU() override { return &mcu_; }
+    bool hasMCU() override { return mcu.present(); }
+    KORUmcu* getMCU() override { return &mcu; }
 
     int waitForNewFrame(int milliseconds) override;
     FrameStatus getFrameStatus() override;
-    void enterCriticalSection() override { frames_.latch(); }
+    void enterCriticalSection() override { frames.latch(); }
     void exitCriticalSection() override {}
     unsigned char* getPixels() override;
     Timestamp getTimeStamp() override;
     const IMUPacket* getIMUPacket() override;
-    void afterGrab() override { frames_.taken(); }
+    void afterGrab() override { frames.taken(); }
     void close(bool wait) override;
 
     bool getVideoSettingRange(VIDEO_SETTINGS setting, int& min, int& max) override {
-        return controls_.range(setting, min, max);
+        return controls.range(setting, min, max);
     }
-    bool valueInRange(VIDEO_SETTINGS setting, int value) override { return controls_.accepts(setting, value); }
-    int getGrabberSettingsValue(VIDEO_SETTINGS setting) override { return controls_.value(setting); }
+    bool valueInRange(VIDEO_SETTINGS setting, int value) override { return controls.accepts(setting, value); }
+    int getGrabberSettingsValue(VIDEO_SETTINGS setting) override { return controls.value(setting); }
     int setGrabberSettingsValue(VIDEO_SETTINGS setting, int value, bool automatic) override {
-        return controls_.set(setting, value, automatic);
+        return controls.set(setting, value, automatic);
     }
     int setGrabberSettingsValue(VIDEO_SETTINGS setting, std::pair<int, int> range, bool automatic) override {
-        return controls_.setRange(setting, range, automatic);
+        return controls.setRange(setting, range, automatic);
     }
     std::pair<int, int> getGrabberSettingsRangeValue(VIDEO_SETTINGS setting) override {
-        return controls_.rangeValue(setting);
+        return controls.rangeValue(setting);
     }
-    int getROIforAECAGC(int side, Rect& region) override { return side == 0 ? controls_.region(region) : -1; }
-    int setROIforAECAGC(int side, Rect region) override { return side == 0 ? controls_.setRegion(region) : -1; }
-    int resetROIforAECAGC(int side) override { return side == 0 ? controls_.resetRegion() : -1; }
+    int getROIforAECAGC(int side, Rect& region) override { return side == 0 ? controls.region(region) : -1; }
+    int setROIforAECAGC(int side, Rect region) override { return side == 0 ? controls.setRegion(region) : -1; }
+    int resetROIforAECAGC(int side) override { return side == 0 ? controls.resetRegion() : -1; }
 
-    [[nodiscard]] FrameCounters counters() const override { return frames_.counters(); }
+    [[nodiscard]] FrameCounters counters() const override { return frames.counters(); }
 
 private:
     [[nodiscard]] bool fillSources(const SensorMode& mode, int fps, Capture::Setup& setup);
     SETUP_STATE startCapture(const SensorMode& mode, int fps, bool hdr);
 
-    std::shared_ptr<VirtualBus> bus_;
-    INPUT_TYPE type_;
-    CameraConfig camera_;
-    int width_ = 0;
-    int height_ = 0;
-    int fps_ = 0;
-    FrameExchange frames_;
-    VirtualMcu mcu_;
-    SensorControls controls_;
-    CameraLock lock_;
-    std::unique_ptr<Capture> capture_;
+    std::shared_ptr<VirtualBus> virtualBus;
+    INPUT_TYPE chosenType;
+    CameraConfig claimedCamera;
+    int pictureWidth = 0;
+    int pictureHeight = 0;
+    int framesPerSecond = 0;
+    FrameExchange frames;
+    VirtualMcu mcu;
+    SensorControls controls;
+    CameraLock cameraLock;
+    std::unique_ptr<Capture> captureRun;
 };
 
 }  // namespace oru::virtual_bus

@@ -49,23 +49,23 @@ public:
     bool isReady() override;
 
 private:
-    void advance() ORU_REQUIRES(mutex_);
-    void append(const IMUPacket& packet) ORU_REQUIRES(mutex_);
-    [[nodiscard]] IMUPacket packetFrom(const InertialSample& sample) const ORU_REQUIRES(mutex_);
-    void addEnvironment(const InertialSample& sample, IMUPacket& packet) const ORU_REQUIRES(mutex_);
-    [[nodiscard]] int picturesIn(uint64_t elapsed) const ORU_REQUIRES(mutex_);
-    [[nodiscard]] const IMUPacket& packetAt(std::size_t age_order) const ORU_REQUIRES(mutex_);
+    void advance() ORU_REQUIRES(mutex);
+    void append(const IMUPacket& packet) ORU_REQUIRES(mutex);
+    [[nodiscard]] IMUPacket packetFrom(const InertialSample& sample) const ORU_REQUIRES(mutex);
+    void addEnvironment(const InertialSample& sample, IMUPacket& packet) const ORU_REQUIRES(mutex);
+    [[nodiscard]] int picturesIn(uint64_t elapsed) const ORU_REQUIRES(mutex);
+    [[nodiscard]] const IMUPacket& packetAt(std::size_t ageOrder) const ORU_REQUIRES(mutex);
 
-    Mutex mutex_;
-    const TimeAxis* axis_ ORU_GUARDED_BY(mutex_) = nullptr;
-    InertialSource* source_ ORU_GUARDED_BY(mutex_) = nullptr;
-    Options options_ ORU_GUARDED_BY(mutex_);
-    bool silent_ ORU_GUARDED_BY(mutex_) = false;
-    std::vector<IMUPacket> ring_ ORU_GUARDED_BY(mutex_);
-    std::size_t first_ ORU_GUARDED_BY(mutex_) = 0;
-    std::size_t count_ ORU_GUARDED_BY(mutex_) = 0;
-    Mounting mounting_ ORU_GUARDED_BY(mutex_);
-    ImuCalibration calibration_ ORU_GUARDED_BY(mutex_);
+    Mutex mutex;
+    const TimeAxis* timeAxis ORU_GUARDED_BY(mutex) = nullptr;
+    InertialSource* inertialSource ORU_GUARDED_BY(mutex) = nullptr;
+    Options chosenOptions ORU_GUARDED_BY(mutex);
+    bool silenced ORU_GUARDED_BY(mutex) = false;
+    std::vector<IMUPacket> ring ORU_GUARDED_BY(mutex);
+    std::size_t firstPacket ORU_GUARDED_BY(mutex) = 0;
+    std::size_t packetCount ORU_GUARDED_BY(mutex) = 0;
+    Mounting mounting ORU_GUARDED_BY(mutex);
+    ImuCalibration imuCalibration ORU_GUARDED_BY(mutex);
 };
 
 }  // namespace oru::virtual_bus

@@ -20,17 +20,17 @@ class CalibrationShelf final : public CalibrationSource {
 public:
     bool downloadCalibFile(String, int) override { return false; }
     void offer(int serial, std::string text) override {
-        const MutexLock lock(mutex_);
-        texts_[serial] = std::move(text);
+        const MutexLock lock(mutex);
+        texts[serial] = std::move(text);
     }
     std::string text(int serial) override {
-        const MutexLock lock(mutex_);
-        return texts_[serial];
+        const MutexLock lock(mutex);
+        return texts[serial];
     }
 
 private:
-    Mutex mutex_;
-    std::map<int, std::string> texts_;
+    Mutex mutex;
+    std::map<int, std::string> texts;
 };
 
 inline constexpr double kRadians = 3.14159265358979323846 / 180.0;

@@ -34,15 +34,15 @@ TEST(BusConfig, ReadsEveryKey) {
     EXPECT_EQ(camera.mcu_firmware, 12U);
     EXPECT_FALSE(camera.mcu);
     EXPECT_TRUE(camera.magnetometer && camera.barometer && camera.upside_down);
-    EXPECT_EQ(camera.motion, Motion::lively);
+    EXPECT_EQ(camera.motion, Motion::LIVELY);
     EXPECT_EQ(camera.lens.fx, 2000.5);
     EXPECT_EQ(camera.lens.distortion[0], 0.1);
     EXPECT_EQ(camera.lens.distortion[3], -1e-3);
     EXPECT_EQ(camera.lens.distortion[11], 2e-4);
-    EXPECT_EQ(camera.faults.at(Fault::drop_rate, 1.9), 0.0);
-    EXPECT_EQ(camera.faults.at(Fault::drop_rate, 4.9), 0.25);
-    EXPECT_EQ(camera.faults.at(Fault::drop_rate, 5.0), 0.0);
-    EXPECT_EQ(camera.faults.at(Fault::stall, 1e6), 1.0);
+    EXPECT_EQ(camera.faults.at(Fault::DROP_RATE, 1.9), 0.0);
+    EXPECT_EQ(camera.faults.at(Fault::DROP_RATE, 4.9), 0.25);
+    EXPECT_EQ(camera.faults.at(Fault::DROP_RATE, 5.0), 0.0);
+    EXPECT_EQ(camera.faults.at(Fault::STALL, 1e6), 1.0);
 }
 
 TEST(BusConfig, ASerialOfItsOwnFollowsTheLens) {

@@ -24,11 +24,11 @@ struct Watch {
     int frames = 0;
     double seconds = 0.0;
 };
-Watch watch(BusRig& rig, FrameStatus wanted, int limit_s) {
+Watch watch(BusRig& rig, FrameStatus wanted, int limitS) {
     Watch result;
     const auto start = steady_clock::now();
     Timestamp newest = 0;
-    while (!result.reached && steady_clock::now() - start < std::chrono::seconds(limit_s)) {
+    while (!result.reached && steady_clock::now() - start < std::chrono::seconds(limitS)) {
         const FrameStatus status = rig.take();
         if (status == NEW_FRAME) {
             ++result.frames;
@@ -200,7 +200,7 @@ TEST(CameraLock, OfAKilledProcessIsFree) {
     ASSERT_GE(child, 0);
     if (child == 0) {
         CameraLock lock;
-        const char answer = lock.acquire(30010001) == CameraLock::Result::taken ? 'y' : 'n';
+        const char answer = lock.acquire(30010001) == CameraLock::Result::TAKEN ? 'y' : 'n';
         (void)!::write(ready[1], &answer, 1);
         for (;;) {
             ::pause();

@@ -80,17 +80,17 @@ TEST(VirtualGrabber, GivesTheLowestFreeCameraForMinusOne) {
     BusRig first;
     BusRig second;
     BusRig third;
-    int first_id = -1;
-    int second_id = -1;
-    int third_id = -1;
+    int firstId = -1;
+    int secondId = -1;
+    int thirdId = -1;
 
-    ASSERT_EQ(first.open(first_id, 1920, 1200), SETUP_OK);
-    ASSERT_EQ(second.open(second_id, 1920, 1200), SETUP_OK);
+    ASSERT_EQ(first.open(firstId, 1920, 1200), SETUP_OK);
+    ASSERT_EQ(second.open(secondId, 1920, 1200), SETUP_OK);
 
-    EXPECT_EQ(first_id, 0);
-    EXPECT_EQ(second_id, 1);
-    EXPECT_EQ(third.open(third_id, 1920, 1200), ERROR_STREAM_START);
-    EXPECT_EQ(third_id, -1);
+    EXPECT_EQ(firstId, 0);
+    EXPECT_EQ(secondId, 1);
+    EXPECT_EQ(third.open(thirdId, 1920, 1200), ERROR_STREAM_START);
+    EXPECT_EQ(thirdId, -1);
 }
 
 TEST(VirtualGrabber, HoldsItsCameraAloneUntilItLetsGo) {
@@ -114,7 +114,7 @@ TEST(VirtualGrabber, DeliversMovingColourfulFramesOnTheSystemClock) {
     const std::size_t bytes = 960 * 600 * 2;
     ASSERT_TRUE(rig.takeFrame());
     const std::vector<unsigned char> first(rig.pixels, rig.pixels + bytes);
-    const Timestamp first_time = rig.time;
+    const Timestamp firstTime = rig.time;
 
     for (int i = 0; i < 10; ++i) {
         const Timestamp before = rig.time;
@@ -123,7 +123,7 @@ TEST(VirtualGrabber, DeliversMovingColourfulFramesOnTheSystemClock) {
     }
 
     const uint64_t now = rig.clock->systemNanoseconds();
-    EXPECT_LT(now - first_time, 60'000'000'000ULL);
+    EXPECT_LT(now - firstTime, 60'000'000'000ULL);
     EXPECT_LE(rig.time, now);
     EXPECT_GT(meanDifference(first, rig.pixels), 0.5) << "the scene moves";
     const std::set<unsigned char> chroma{first[1], first[bytes / 3 | 1U], first[bytes / 2 | 1U], first[bytes - 1]};

@@ -22,7 +22,7 @@ public:
 };
 
 struct McuRig {
-    explicit McuRig(Motion motion = Motion::gentle, bool environment = false)
+    explicit McuRig(Motion motion = Motion::GENTLE, bool environment = false)
         : source(Trajectory(motion), 7), axis(clock) {
         VirtualMcu::Options options;
         options.magnetometer = environment;
@@ -88,7 +88,7 @@ TEST(VirtualMcuRing, IsSilentWhenToldAndReadyAgainAfterwards) {
 }
 
 TEST(VirtualMcuPacket, AtRestFeelsGravityWithinItsNoise) {
-    McuRig rig(Motion::rest);
+    McuRig rig(Motion::REST);
     rig.clock.now += 5 * kSecond;
 
     const auto batch = rig.mcu.getIMUPacketBatch(0, ~0UL);
@@ -111,7 +111,7 @@ TEST(VirtualMcuPacket, CalibrationTurnsRawVectorsIntoCalibratedOnes) {
     rig.clock.now += kSecond;
     const ImuCalibration calibration = rig.mcu.exportCalib();
     InertialSample sample;
-    TrajectoryInertial again(Trajectory(Motion::gentle), 7);
+    TrajectoryInertial again(Trajectory(Motion::GENTLE), 7);
     ASSERT_TRUE(again.next(0, sample));
 
     for (int axis = 0; axis < 3; ++axis) {
@@ -124,7 +124,7 @@ TEST(VirtualMcuPacket, CalibrationTurnsRawVectorsIntoCalibratedOnes) {
 
 TEST(VirtualMcuPacket, CarriesTheExtraSensorsOnlyWhenTheyAreThere) {
     McuRig without;
-    McuRig with(Motion::rest, true);
+    McuRig with(Motion::REST, true);
     without.clock.now += kSecond;
     with.clock.now += kSecond;
 

@@ -14,16 +14,16 @@ class Scratch {
 public:
     Scratch() {
         std::string name = testing::TempDir() + "koru-bus-XXXXXX";
-        path_ = ::mkdtemp(name.data());
+        folder = ::mkdtemp(name.data());
     }
     ~Scratch() {
         std::error_code ignored;
-        std::filesystem::remove_all(path_, ignored);
+        std::filesystem::remove_all(folder, ignored);
     }
     Scratch(const Scratch&) = delete;
     Scratch& operator=(const Scratch&) = delete;
 
-    [[nodiscard]] std::string path(const std::string& name) const { return path_ + "/" + name; }
+    [[nodiscard]] std::string path(const std::string& name) const { return folder + "/" + name; }
 
     /// Writes a file, making its folders; returns its path.
     std::string write(const std::string& name, const std::string& text) const {
@@ -41,7 +41,7 @@ public:
     }
 
 private:
-    std::string path_;
+    std::string folder;
 };
 
 /// A camera of 3 um pixels, with more keys.

@@ -7,7 +7,7 @@ namespace {
 
 TEST(Trajectory, RateAndAccelerationAreTheDerivativesOfThePose) {
     const double h = 1e-4;
-    for (const Motion motion : {Motion::gentle, Motion::lively}) {
+    for (const Motion motion : {Motion::GENTLE, Motion::LIVELY}) {
         for (const bool upside_down : {false, true}) {
             const Trajectory trajectory(motion, upside_down);
             for (double t = 0.3; t < 20.0; t += 1.37) {
@@ -27,7 +27,7 @@ TEST(Trajectory, RateAndAccelerationAreTheDerivativesOfThePose) {
 }
 
 TEST(Trajectory, AtRestNothingButGravityIsFelt) {
-    const Trajectory trajectory(Motion::rest);
+    const Trajectory trajectory(Motion::REST);
 
     const MotionState state = trajectory.at(12.0);
 
