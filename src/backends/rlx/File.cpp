@@ -24,55 +24,55 @@ int openRetrying(const char* path, int flags) {
 File& File::operator=(File&& other) noexcept {
     if (this != &other) {
         close();
-        descriptor_ = std::exchange(other.descriptor_, -1);
+        fileDescriptor = std::exchange(other.fileDescriptor, -1);
     }
     return *this;
 }
 
 bool File::openToRead(const std::string& path) {
     close();
-    descriptor_ = openRetrying(path.c_str(), O_RDONLY);
+    fileDescriptor = openRetrying(path.c_str(), O_RDONLY);
     return isOpen();
 }
 
 bool File::openToChange(const std::string& path) {
     close();
-    descriptor_ = openRetrying(path.c_str(), O_RDWR);
+    fileDescriptor = openRetrying(path.c_str(), O_RDWR);
     return isOpen();
 }
 
 bool File::createToWrite(const std::string& path, bool overwrite) {
     close();
-    descriptor_ = openRetrying(path.c_str(), O_RDWR | O_CREAT | (overwrite ? 0 : O_EXCL));
+    fileDescriptor = openRetrying(path.c_str(), O_RDWR | O_CREAT | (overwrite ? 0 : O_EXCL));
     return isOpen();
 }
 
 void File::close() {
     if (isOpen()) {
-        ::close(std::exchange(descriptor_, -1));
+        ::close(std::exchange(fileDescriptor, -1));
     }
 }
 
 bool File::isRegular() const {
     struct stat status {};
-    return ::fstat(descriptor_, &status) == 0 && S_ISREG(status.st_mode);
+    return ::fstat(fileDescriptor, &status) == 0 && S_ISREG(status.st_mode);
 }
 
 bool File::lockShared() {
-    return ::flock(descriptor_, LOCK_SH | LOCK_NB) == 0;
+    return ::flock(fileDescriptor, LOCK_SH | LOCK_NB) == 0;
 }
 
 bool File::lockAlone() {
-    return ::flock(descriptor_, LOCK_EX | LOCK_NB) == 0;
+    return ::flock(fileDescriptor, LOCK_EX | LOCK_NB) == 0;
 }
 
 uint64_t File::size() const {
     struct stat status {};
-    return ::fstat(descriptor_, &status) == 0 && status.st_size > 0 ? static_cast<uint64_t>(status.st_size) : 0;
+    return ::fstat(fileDescriptor, &status) == 0 && status.st_size > 0 ? static_cast<uint64_t>(status.st_size) : 0;
 }
 
 bool File::resize(uint64_t size) {
-    return ::ftruncate(descriptor_, static_cast<off_t>(size)) == 0;
+    return ::ftruncate(fileDescriptor, static_cast<off_t>(size)) == 0;
 }
 
 bool File::readAt(uint64_t offset, void* data, std::size_t count) const {
@@ -83,7 +83,7 @@ std::size_t File::readUpTo(uint64_t offset, void* data, std::size_t count) const
     std::size_t done = 0;
     while (done < count) {
         const ssize_t step =
-            ::pread(descriptor_, static_cast<char*>(data) + done, count - done, static_cast<off_t>(offset + done));
+            ::pread(fileDescriptor, static_cast<char*>(data) + done, count - done, static_cast<off_t>(offset + done));
         if (step > 0) {
             done += static_cast<std::size_t>(step);
         } else if (step == 0 || errno != EINTR) {
@@ -100,7 +100,7 @@ bool File::writeAt(uint64_t offset, ByteView data) {
 
 bool File::writePartsAt(uint64_t offset, iovec* parts, int count) {
     while (count > 0) {
-        const ssize_t step = ::pwritev(descriptor_, parts, count, static_cast<off_t>(offset));
+        const ssize_t step = ::pwritev(fileDescriptor, parts, count, static_cast<off_t>(offset));
         if (step < 0 && errno == EINTR) {
             continue;
         }
@@ -124,7 +124,7 @@ bool File::syncData() {
     // A signal is no failure of the disk.
     int result = -1;
     do {
-        result = ::fdatasync(descriptor_);
+        result = ::fdatasync(fileDescriptor);
     } while (result != 0 && errno == EINTR);
     return result == 0;
 }

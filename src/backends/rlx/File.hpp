@@ -15,7 +15,7 @@ class File {
 public:
     File() = default;
     ~File() { close(); }
-    File(File&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
+    File(File&& other) noexcept : fileDescriptor(std::exchange(other.fileDescriptor, -1)) {}
     File& operator=(File&& other) noexcept;
     File(const File&) = delete;
     File& operator=(const File&) = delete;
@@ -25,7 +25,7 @@ public:
     /// With `overwrite` an existing file is opened and kept until it is resized.
     [[nodiscard]] bool createToWrite(const std::string& path, bool overwrite);
     void close();
-    [[nodiscard]] bool isOpen() const { return descriptor_ >= 0; }
+    [[nodiscard]] bool isOpen() const { return fileDescriptor >= 0; }
 
     /// A regular file, not a directory or a device.
     [[nodiscard]] bool isRegular() const;
@@ -46,7 +46,7 @@ public:
     [[nodiscard]] bool syncData();
 
 private:
-    int descriptor_ = -1;
+    int fileDescriptor = -1;
 };
 
 /// Makes the name of a new file outlive a crash.

@@ -21,67 +21,67 @@ constexpr std::size_t kMaxPassedOver = 65'536;
 
 int FilePlayer::open(const std::string& path) {
     close();
-    recording_ = openRecording(path, false);
-    Condition condition = recording_.condition;
+    openedFile = openRecording(path, false);
+    Condition condition = openedFile.condition;
     if (condition == Condition::INTACT) {
-        condition = loadIndex(recording_, entries_);
+        condition = loadIndex(openedFile, indexEntries);
     }
     if (condition != Condition::INTACT) {
         ORU_LOG(Warning, "{} {} {}", kTagInit, path, describe(condition));
-        recording_ = OpenedFile{};
-        entries_.clear();
+        openedFile = OpenedFile{};
+        indexEntries.clear();
         return kDamaged;
     }
-    auto decoder = makeDecoder(recording_.header.facts, recording_.header.codec_private);
+    auto decoder = makeDecoder(openedFile.header.facts, openedFile.header.codec_private);
     if (decoder == nullptr) {
         ORU_LOG(Warning, "{} {} has compression mode {}, which cannot be decoded here", kTagInit, path,
-                static_cast<int>(recording_.header.facts.compression_mode));
-        recording_ = OpenedFile{};
-        entries_.clear();
+                static_cast<int>(openedFile.header.facts.compression_mode));
+        openedFile = OpenedFile{};
+        indexEntries.clear();
         return kNotDecodable;
     }
-    decoder_ = std::make_unique<FrameDecoder>(recording_, entries_, std::move(decoder));
-    delivered_ = late_ = damaged_ = decode_failed_ = 0;
+    frameDecoder = std::make_unique<FrameDecoder>(openedFile, indexEntries, std::move(decoder));
+    deliveredFrames = lateFrames = damagedFrames = undecodedFrames = 0;
     {
-        const MutexLock lock(mutex_);
-        stop_ = false;
+        const MutexLock lock(mutex);
+        stopping = false;
     }
     restartAt(0);
-    worker_ = std::thread([this] { decodeAhead(); });
+    worker = std::thread([this] { decodeAhead(); });
     return kOpened;
 }
 
 void FilePlayer::close() {
     {
-        const MutexLock lock(mutex_);
-        stop_ = true;
+        const MutexLock lock(mutex);
+        stopping = true;
     }
-    wake_.notify_all();
-    if (worker_.joinable()) {
-        worker_.join();
+    wake.notify_all();
+    if (worker.joinable()) {
+        worker.join();
     }
-    decoder_.reset();
-    recording_ = OpenedFile{};
-    entries_.clear();
-    for (DecodedFrame& slot : ring_) {
+    frameDecoder.reset();
+    openedFile = OpenedFile{};
+    indexEntries.clear();
+    for (DecodedFrame& slot : ring) {
         slot = DecodedFrame{};
     }
     restartAt(0);
 }
 
 Timestamp FilePlayer::frameTime(int index) const {
-    return index >= 0 && index < frameCount() ? entries_[static_cast<std::size_t>(index)].time_ns : 0;
+    return index >= 0 && index < frameCount() ? indexEntries[static_cast<std::size_t>(index)].time_ns : 0;
 }
 
 void FilePlayer::restartAt(int index) {
-    const MutexLock lock(mutex_);
-    ++generation_;
-    filled_ = 0;
-    next_to_decode_ = index;
-    position_ = index;
-    has_current_ = false;
-    passed_over_.clear();
-    wake_.notify_all();
+    const MutexLock lock(mutex);
+    ++restarts;
+    filledSlots = 0;
+    nextToDecode = index;
+    nextPosition = index;
+    hasCurrentFrame = false;
+    passedOver.clear();
+    wake.notify_all();
 }
 
 void FilePlayer::setPosition(int index) {
@@ -89,65 +89,65 @@ void FilePlayer::setPosition(int index) {
 }
 
 void FilePlayer::decodeAhead() {
-    mutex_.lock();
-    while (!stop_) {
-        if (filled_ == kAhead || next_to_decode_ >= static_cast<int>(entries_.size())) {
-            wake_.wait(mutex_);
+    mutex.lock();
+    while (!stopping) {
+        if (filledSlots == kAhead || nextToDecode >= static_cast<int>(indexEntries.size())) {
+            wake.wait(mutex);
             continue;
         }
-        const uint64_t generation = generation_;
-        const int index = next_to_decode_;
-        DecodedFrame& slot = ring_[(front_ + filled_) % kAhead];
-        mutex_.unlock();
-        decoder_->decode(index, slot);
-        mutex_.lock();
-        if (generation == generation_) {
-            ++filled_;
-            next_to_decode_ = index + 1;
-            wake_.notify_all();
+        const uint64_t generation = restarts;
+        const int index = nextToDecode;
+        DecodedFrame& slot = ring[(frontSlot + filledSlots) % kAhead];
+        mutex.unlock();
+        frameDecoder->decode(index, slot);
+        mutex.lock();
+        if (generation == restarts) {
+            ++filledSlots;
+            nextToDecode = index + 1;
+            wake.notify_all();
         }
     }
-    mutex_.unlock();
+    mutex.unlock();
 }
 
-DecodedFrame* FilePlayer::waitForFront(int wait_ms) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(wait_ms);
-    while (filled_ == 0) {
-        if (wake_.wait_until(mutex_, deadline) == std::cv_status::timeout) {
+DecodedFrame* FilePlayer::waitForFront(int waitMs) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(waitMs);
+    while (filledSlots == 0) {
+        if (wake.wait_until(mutex, deadline) == std::cv_status::timeout) {
             break;
         }
     }
-    return filled_ == 0 ? nullptr : &ring_[front_];
+    return filledSlots == 0 ? nullptr : &ring[frontSlot];
 }
 
 void FilePlayer::popFront() {
-    front_ = (front_ + 1) % kAhead;
-    --filled_;
-    ++position_;
-    wake_.notify_all();
+    frontSlot = (frontSlot + 1) % kAhead;
+    --filledSlots;
+    ++nextPosition;
+    wake.notify_all();
 }
 
 void FilePlayer::joinPackets(DecodedFrame& frame) {
-    if (frame.record_whole && passed_over_.size() + frame.packets.size() <= kMaxPassedOver) {
-        passed_over_.insert(passed_over_.end(), frame.packets.begin(), frame.packets.end());
+    if (frame.record_whole && passedOver.size() + frame.packets.size() <= kMaxPassedOver) {
+        passedOver.insert(passedOver.end(), frame.packets.begin(), frame.packets.end());
     }
 }
 
 void FilePlayer::takeFacts(DecodedFrame& frame) {
     joinPackets(frame);
-    current_.index = frame.index;
-    current_.time = frame.time;
-    current_.metadata = frame.metadata;
-    current_.has_imu = frame.has_imu;
-    current_.imu = frame.imu;
-    current_.packets.swap(passed_over_);
-    passed_over_.clear();
-    has_current_ = true;
+    currentFrame.index = frame.index;
+    currentFrame.time = frame.time;
+    currentFrame.metadata = frame.metadata;
+    currentFrame.has_imu = frame.has_imu;
+    currentFrame.imu = frame.imu;
+    currentFrame.packets.swap(passedOver);
+    passedOver.clear();
+    hasCurrentFrame = true;
 }
 
 void FilePlayer::skipFrame() {
-    const MutexLock lock(mutex_);
-    if (position_ >= static_cast<int>(entries_.size())) {
+    const MutexLock lock(mutex);
+    if (nextPosition >= static_cast<int>(indexEntries.size())) {
         return;
     }
     // Waits for the decoder, which has to go through the frame anyway where frames build on each other.
@@ -156,7 +156,7 @@ void FilePlayer::skipFrame() {
         return;
     }
     if (frame->quality == FrameQuality::WHOLE) {
-        ++late_;
+        ++lateFrames;
         joinPackets(*frame);
     } else {
         leaveOut(*frame);
@@ -166,12 +166,12 @@ void FilePlayer::skipFrame() {
 
 void FilePlayer::leaveOut(DecodedFrame& frame) {
     const bool damaged = frame.quality == FrameQuality::DAMAGED;
-    if (damaged_ + decode_failed_ == 0) {
+    if (damagedFrames + undecodedFrames == 0) {
         ORU_LOG(Warning, "{} Frames of the recording are damaged and left out, the first is frame {}", kTagKoru,
                 frame.index);
     }
     ORU_LOG(Debug, "{} Frame {} of the recording is {}", kTagKoru, frame.index, damaged ? "damaged" : "not decodable");
-    ++(damaged ? damaged_ : decode_failed_);
+    ++(damaged ? damagedFrames : undecodedFrames);
     joinPackets(frame);
 }
 
@@ -180,8 +180,8 @@ FrameStatus FilePlayer::readFrame(unsigned char* pixels, std::size_t size, Times
         return SOURCE_UNAVAILABLE;
     }
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kReadWaitMs);
-    const MutexLock lock(mutex_);
-    while (position_ < static_cast<int>(entries_.size())) {
+    const MutexLock lock(mutex);
+    while (nextPosition < static_cast<int>(indexEntries.size())) {
         DecodedFrame* frame = waitForFront(kReadWaitMs);
         if (frame == nullptr) {
             return NO_FRAME;
@@ -193,7 +193,7 @@ FrameStatus FilePlayer::readFrame(unsigned char* pixels, std::size_t size, Times
             std::memcpy(pixels, frame->pixels.data(), size);
             time = frame->time;
             takeFacts(*frame);
-            ++delivered_;
+            ++deliveredFrames;
             popFront();
             return NEW_FRAME;
         }
@@ -207,27 +207,27 @@ FrameStatus FilePlayer::readFrame(unsigned char* pixels, std::size_t size, Times
 }
 
 bool FilePlayer::metadata(rlxrw::rlxSampleMetadata& out) const {
-    const MutexLock lock(mutex_);
-    if (has_current_) {
-        out = current_.metadata;
+    const MutexLock lock(mutex);
+    if (hasCurrentFrame) {
+        out = currentFrame.metadata;
     }
-    return has_current_;
+    return hasCurrentFrame;
 }
 
 bool FilePlayer::imuOfImage(IMUPacket& out) const {
-    const MutexLock lock(mutex_);
-    const bool known = has_current_ && current_.has_imu;
+    const MutexLock lock(mutex);
+    const bool known = hasCurrentFrame && currentFrame.has_imu;
     if (known) {
-        out = current_.imu;
+        out = currentFrame.imu;
     }
     return known;
 }
 
 bool FilePlayer::newestImu(IMUPacket& out) const {
     {
-        const MutexLock lock(mutex_);
-        if (has_current_ && !current_.packets.empty()) {
-            out = current_.packets.back();
+        const MutexLock lock(mutex);
+        if (hasCurrentFrame && !currentFrame.packets.empty()) {
+            out = currentFrame.packets.back();
             return true;
         }
     }
@@ -235,16 +235,16 @@ bool FilePlayer::newestImu(IMUPacket& out) const {
 }
 
 std::vector<IMUPacket> FilePlayer::packets() const {
-    const MutexLock lock(mutex_);
-    return has_current_ ? current_.packets : std::vector<IMUPacket>{};
+    const MutexLock lock(mutex);
+    return hasCurrentFrame ? currentFrame.packets : std::vector<IMUPacket>{};
 }
 
 FrameCounters FilePlayer::counters() const {
     FrameCounters counters;
-    counters.delivered = delivered_.load();
-    counters.late = late_.load();
-    counters.damaged = damaged_.load();
-    counters.decode_failed = decode_failed_.load();
+    counters.delivered = deliveredFrames.load();
+    counters.late = lateFrames.load();
+    counters.damaged = damagedFrames.load();
+    counters.decode_failed = undecodedFrames.load();
     counters.produced = counters.delivered + counters.lost();
     return counters;
 }

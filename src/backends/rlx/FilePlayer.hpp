@@ -26,11 +26,11 @@ public:
     /// 0 opened, 1 damaged or unreadable (the log says what), 2 compression not decodable here.
     [[nodiscard]] int open(const std::string& path);
     void close();
-    [[nodiscard]] bool isOpen() const { return worker_.joinable(); }
-    [[nodiscard]] const HeaderRecord& header() const { return recording_.header; }
+    [[nodiscard]] bool isOpen() const { return worker.joinable(); }
+    [[nodiscard]] const HeaderRecord& header() const { return openedFile.header; }
 
-    [[nodiscard]] int frameCount() const { return static_cast<int>(entries_.size()); }
-    [[nodiscard]] int position() const { return position_; }
+    [[nodiscard]] int frameCount() const { return static_cast<int>(indexEntries.size()); }
+    [[nodiscard]] int position() const { return nextPosition; }
     [[nodiscard]] Timestamp frameTime(int index) const;
     void setPosition(int index);
     void skipFrame();
@@ -48,36 +48,36 @@ private:
     static constexpr std::size_t kAhead = 4;
 
     void decodeAhead();
-    DecodedFrame* waitForFront(int wait_ms) ORU_REQUIRES(mutex_);
-    void popFront() ORU_REQUIRES(mutex_);
-    void takeFacts(DecodedFrame& frame) ORU_REQUIRES(mutex_);
-    void leaveOut(DecodedFrame& frame) ORU_REQUIRES(mutex_);
-    void joinPackets(DecodedFrame& frame) ORU_REQUIRES(mutex_);
+    DecodedFrame* waitForFront(int waitMs) ORU_REQUIRES(mutex);
+    void popFront() ORU_REQUIRES(mutex);
+    void takeFacts(DecodedFrame& frame) ORU_REQUIRES(mutex);
+    void leaveOut(DecodedFrame& frame) ORU_REQUIRES(mutex);
+    void joinPackets(DecodedFrame& frame) ORU_REQUIRES(mutex);
     void restartAt(int index);
 
-    OpenedFile recording_;
-    std::vector<IndexEntry> entries_;
-    std::unique_ptr<FrameDecoder> decoder_;  // the worker's while it runs
+    OpenedFile openedFile;
+    std::vector<IndexEntry> indexEntries;
+    std::unique_ptr<FrameDecoder> frameDecoder;  // the worker's while it runs
 
-    std::atomic<int> position_{0};
+    std::atomic<int> nextPosition{0};
 
-    std::thread worker_;
-    mutable Mutex mutex_;
-    bool has_current_ ORU_GUARDED_BY(mutex_) = false;
-    DecodedFrame current_ ORU_GUARDED_BY(mutex_);                // without its picture
-    std::vector<IMUPacket> passed_over_ ORU_GUARDED_BY(mutex_);  // of skipped and damaged frames, for the next one
-    std::condition_variable_any wake_;
-    std::array<DecodedFrame, kAhead> ring_;
-    std::size_t front_ ORU_GUARDED_BY(mutex_) = 0;
-    std::size_t filled_ ORU_GUARDED_BY(mutex_) = 0;
-    int next_to_decode_ ORU_GUARDED_BY(mutex_) = 0;
-    uint64_t generation_ ORU_GUARDED_BY(mutex_) = 0;
-    bool stop_ ORU_GUARDED_BY(mutex_) = false;
+    std::thread worker;
+    mutable Mutex mutex;
+    bool hasCurrentFrame ORU_GUARDED_BY(mutex) = false;
+    DecodedFrame currentFrame ORU_GUARDED_BY(mutex);          // without its picture
+    std::vector<IMUPacket> passedOver ORU_GUARDED_BY(mutex);  // of skipped and damaged frames, for the next one
+    std::condition_variable_any wake;
+    std::array<DecodedFrame, kAhead> ring;
+    std::size_t frontSlot ORU_GUARDED_BY(mutex) = 0;
+    std::size_t filledSlots ORU_GUARDED_BY(mutex) = 0;
+    int nextToDecode ORU_GUARDED_BY(mutex) = 0;
+    uint64_t restarts ORU_GUARDED_BY(mutex) = 0;
+    bool stopping ORU_GUARDED_BY(mutex) = false;
 
-    std::atomic<uint64_t> delivered_{0};
-    std::atomic<uint64_t> late_{0};
-    std::atomic<uint64_t> damaged_{0};
-    std::atomic<uint64_t> decode_failed_{0};
+    std::atomic<uint64_t> deliveredFrames{0};
+    std::atomic<uint64_t> lateFrames{0};
+    std::atomic<uint64_t> damagedFrames{0};
+    std::atomic<uint64_t> undecodedFrames{0};
 };
 
 }  // namespace oru::rlx

@@ -31,130 +31,130 @@ uint64_t newRecordingId() {
 
 bool sizeCanBeCoded(const rlxrw::RlxRecordingHeader& facts) {
     constexpr uint32_t kMaxSide = 16'384;
-    const bool even_height = facts.height % 2 == 0 || isIntraOnly(facts.compression_mode);
+    const bool evenHeight = facts.height % 2 == 0 || isIntraOnly(facts.compression_mode);
     return facts.width > 0 && facts.height > 0 && facts.width <= kMaxSide && facts.height <= kMaxSide &&
-           facts.width % 2 == 0 && even_height;
+           facts.width % 2 == 0 && evenHeight;
 }
 
 }  // namespace
 
 int FileRecorder::create(const std::string& path, const rlxrw::RlxRecordingHeader& facts) {
     close();
-    encoder_ = sizeCanBeCoded(facts) ? makeEncoder(facts) : nullptr;
-    if (encoder_ == nullptr) {
+    encoder = sizeCanBeCoded(facts) ? makeEncoder(facts) : nullptr;
+    if (encoder == nullptr) {
         ORU_LOG(Error, "{} No encoder for RLX compression mode {} at {}x{}", kTagKoru,
                 static_cast<int>(facts.compression_mode), facts.width, facts.height);
         return NO_ENCODER;
     }
-    header_ = {facts, newRecordingId(), encoder_->codecPrivate()};
-    pending_.resize(kMaxPending);
-    first_pending_ = 0;
-    next_number_ = 0;
-    entries_.clear();
-    write_failed_ = false;
-    written_ = 0;
-    offered_ = 0;
-    sync_failed_ = false;
-    sink_ = [this](const CodedPicture& picture) { return append(picture); };
+    fileHeader = {facts, newRecordingId(), encoder->codecPrivate()};
+    pendingFrames.resize(kMaxPending);
+    firstPending = 0;
+    nextNumber = 0;
+    indexEntries.clear();
+    writeFailed = false;
+    writtenFrames = 0;
+    offeredFrames = 0;
+    syncFailed = false;
+    sink = [this](const CodedPicture& picture) { return append(picture); };
     if (!openFile(path)) {
         ORU_LOG(Error, "{} Cannot create {}: {}", kTagKoru, path, std::strerror(errno));
-        file_.close();
+        file.close();
         return NOT_CREATABLE;
     }
     {
-        const MutexLock lock(sync_mutex_);
-        stop_syncing_ = false;
+        const MutexLock lock(syncMutex);
+        syncingStops = false;
     }
-    syncer_ = std::thread([this] { syncWhileOpen(); });
+    syncer = std::thread([this] { syncWhileOpen(); });
     return CREATED;
 }
 
 bool FileRecorder::openFile(const std::string& path) {
-    path_ = path;
-    if (!file_.createToWrite(path, true)) {
+    filePath = path;
+    if (!file.createToWrite(path, true)) {
         return false;
     }
-    if (!file_.isRegular()) {
+    if (!file.isRegular()) {
         errno = EINVAL;
         return false;
     }
-    const Bytes head = buildHead(header_, std::nullopt);
-    if (!file_.lockAlone() || !file_.resize(0) || !file_.writeAt(0, head)) {
+    const Bytes head = buildHead(fileHeader, std::nullopt);
+    if (!file.lockAlone() || !file.resize(0) || !file.writeAt(0, head)) {
         return false;
     }
-    end_ = head.size();
+    endOffset = head.size();
     syncDirectoryOf(path);
     return true;
 }
 
 FrameRecord& FileRecorder::pendingSlot() {
-    return pending_[next_number_ % kMaxPending];
+    return pendingFrames[nextNumber % kMaxPending];
 }
 
 int FileRecorder::writeFrame(const rlxrw::RlxFrame& frame) {
-    const std::size_t expected = std::size_t{header_.facts.width} * header_.facts.height * 2;
-    if (!isOpen() || write_failed_ || sync_failed_.load(std::memory_order_relaxed)) {
+    const std::size_t expected = std::size_t{fileHeader.facts.width} * fileHeader.facts.height * 2;
+    if (!isOpen() || writeFailed || syncFailed.load(std::memory_order_relaxed)) {
         return CANNOT_GROW;
     }
-    if (frame.pixels == nullptr || frame.size != expected || next_number_ - first_pending_ >= kMaxPending) {
+    if (frame.pixels == nullptr || frame.size != expected || nextNumber - firstPending >= kMaxPending) {
         return ENCODER_FAILED;
     }
-    offered_.fetch_add(1, std::memory_order_relaxed);
+    offeredFrames.fetch_add(1, std::memory_order_relaxed);
     FrameRecord& record = pendingSlot();
-    record.recording_id = header_.recording_id;
-    record.number = next_number_++;
+    record.recording_id = fileHeader.recording_id;
+    record.number = nextNumber++;
     record.time_ns = frame.time;
     record.lost_before = frame.lost_before;
     record.metadata = frame.metadata;
     record.has_imu = frame.imu != nullptr;
     record.imu = frame.imu != nullptr ? *frame.imu : IMUPacket{};
     record.packets.assign(frame.packets, frame.packets + frame.packet_count);
-    const bool coded = encoder_->encode(frame.pixels, record.number, sink_);
-    if (write_failed_) {
+    const bool coded = encoder->encode(frame.pixels, record.number, sink);
+    if (writeFailed) {
         return CANNOT_GROW;
     }
     return coded ? WRITTEN : ENCODER_FAILED;
 }
 
 void FileRecorder::describePicture(const CodedPicture& picture, FrameRecord& frame) {
-    if (entries_.empty()) {
-        first_time_ns_ = frame.time_ns;
+    if (indexEntries.empty()) {
+        firstTimeNs = frame.time_ns;
     }
-    const uint64_t last_ms = entries_.empty() ? 0 : entries_.back().time_ms;
-    const uint64_t since = frame.time_ns > first_time_ns_ ? frame.time_ns - first_time_ns_ : 0;
-    frame.time_ms = std::max(last_ms, (since + kNanosecondsPerMillisecond / 2) / kNanosecondsPerMillisecond);
+    const uint64_t lastMs = indexEntries.empty() ? 0 : indexEntries.back().time_ms;
+    const uint64_t since = frame.time_ns > firstTimeNs ? frame.time_ns - firstTimeNs : 0;
+    frame.time_ms = std::max(lastMs, (since + kNanosecondsPerMillisecond / 2) / kNanosecondsPerMillisecond);
     frame.key = picture.key;
-    frame.reference_delta = picture.key ? 0 : frame.time_ms - last_ms;
+    frame.reference_delta = picture.key ? 0 : frame.time_ms - lastMs;
     frame.picture_size = static_cast<uint32_t>(picture.bytes.size());
     frame.picture_crc = crc32c(picture.bytes.data(), picture.bytes.size());
 }
 
 bool FileRecorder::append(const CodedPicture& picture) {
-    if (picture.number != first_pending_ || picture.bytes.size() > UINT32_MAX / 2) {
+    if (picture.number != firstPending || picture.bytes.size() > UINT32_MAX / 2) {
         return false;
     }
-    FrameRecord& frame = pending_[first_pending_++ % kMaxPending];
+    FrameRecord& frame = pendingFrames[firstPending++ % kMaxPending];
     describePicture(picture, frame);
-    record_.clear();
-    encodeFrame(frame, header_.facts.version, record_);
-    prefix_.clear();
-    buildPrefix(frame, record_.size(), prefix_);
-    suffix_.clear();
-    buildSuffixFraming(frame, record_.size(), suffix_);
-    const std::size_t total = prefix_.size() + picture.bytes.size() + suffix_.size() + record_.size();
-    const uint64_t end = end_.load(std::memory_order_relaxed);
-    iovec parts[] = {{prefix_.data(), prefix_.size()},
+    recordBytes.clear();
+    encodeFrame(frame, fileHeader.facts.version, recordBytes);
+    prefix.clear();
+    buildPrefix(frame, recordBytes.size(), prefix);
+    suffix.clear();
+    buildSuffixFraming(frame, recordBytes.size(), suffix);
+    const std::size_t total = prefix.size() + picture.bytes.size() + suffix.size() + recordBytes.size();
+    const uint64_t end = endOffset.load(std::memory_order_relaxed);
+    iovec parts[] = {{prefix.data(), prefix.size()},
                      {const_cast<uint8_t*>(picture.bytes.data()), picture.bytes.size()},
-                     {suffix_.data(), suffix_.size()},
-                     {record_.data(), record_.size()}};
-    if (!file_.writePartsAt(end, parts, 4)) {
-        ORU_LOG(Error, "{} Cannot write to {}: {}", kTagKoru, path_, std::strerror(errno));
-        write_failed_ = true;
+                     {suffix.data(), suffix.size()},
+                     {recordBytes.data(), recordBytes.size()}};
+    if (!file.writePartsAt(end, parts, 4)) {
+        ORU_LOG(Error, "{} Cannot write to {}: {}", kTagKoru, filePath, std::strerror(errno));
+        writeFailed = true;
         return false;
     }
-    entries_.push_back({end, frame.time_ns, static_cast<uint32_t>(total), frame.key, frame.time_ms});
-    end_.store(end + total, std::memory_order_relaxed);
-    written_.fetch_add(1, std::memory_order_relaxed);
+    indexEntries.push_back({end, frame.time_ns, static_cast<uint32_t>(total), frame.key, frame.time_ms});
+    endOffset.store(end + total, std::memory_order_relaxed);
+    writtenFrames.fetch_add(1, std::memory_order_relaxed);
     return true;
 }
 
@@ -162,66 +162,66 @@ void FileRecorder::close() {
     if (!isOpen()) {
         return;
     }
-    if (!write_failed_ && !encoder_->finish(sink_)) {
-        ORU_LOG(Warning, "{} The last frames of {} could not be coded", kTagKoru, path_);
+    if (!writeFailed && !encoder->finish(sink)) {
+        ORU_LOG(Warning, "{} The last frames of {} could not be coded", kTagKoru, filePath);
     }
     stopSyncing();
     finish();
-    file_.close();
-    encoder_.reset();
+    file.close();
+    encoder.reset();
 }
 
 void FileRecorder::finish() {
     std::size_t dropped = 0;
     std::size_t drop = kFirstFramesDropped;
-    while (!finishRecording(file_, header_, entries_, end_.load())) {
+    while (!finishRecording(file, fileHeader, indexEntries, endOffset.load())) {
         const bool full = errno == ENOSPC || errno == EFBIG || errno == EDQUOT;
-        if (!full || entries_.empty()) {
-            ORU_LOG(Error, "{} Cannot complete {}: {}; it can be repaired", kTagKoru, path_, std::strerror(errno));
+        if (!full || indexEntries.empty()) {
+            ORU_LOG(Error, "{} Cannot complete {}: {}; it can be repaired", kTagKoru, filePath, std::strerror(errno));
             return;
         }
         // The index needs room as well: the last frames make it.
-        for (std::size_t i = 0; i < drop && !entries_.empty(); ++i) {
-            end_ = entries_.back().offset;
-            entries_.pop_back();
+        for (std::size_t i = 0; i < drop && !indexEntries.empty(); ++i) {
+            endOffset = indexEntries.back().offset;
+            indexEntries.pop_back();
             ++dropped;
         }
         drop *= 2;
     }
     if (dropped > 0) {
-        ORU_LOG(Warning, "{} The last {} frames of {} made room for its index", kTagKoru, dropped, path_);
-        written_.fetch_sub(dropped);
+        ORU_LOG(Warning, "{} The last {} frames of {} made room for its index", kTagKoru, dropped, filePath);
+        writtenFrames.fetch_sub(dropped);
     }
 }
 
 void FileRecorder::syncWhileOpen() {
     uint64_t synced = 0;
-    sync_mutex_.lock();
-    while (!stop_syncing_) {
-        (void)sync_wake_.wait_for(sync_mutex_, kSyncPeriod);
-        const uint64_t end = end_.load(std::memory_order_relaxed);
-        if (stop_syncing_ || end == synced) {
+    syncMutex.lock();
+    while (!syncingStops) {
+        (void)syncWake.wait_for(syncMutex, kSyncPeriod);
+        const uint64_t end = endOffset.load(std::memory_order_relaxed);
+        if (syncingStops || end == synced) {
             continue;
         }
-        sync_mutex_.unlock();
+        syncMutex.unlock();
         synced = end;
-        if (!file_.syncData()) {
-            ORU_LOG(Error, "{} Cannot bring {} to the disk: {}", kTagKoru, path_, std::strerror(errno));
-            sync_failed_.store(true, std::memory_order_relaxed);
+        if (!file.syncData()) {
+            ORU_LOG(Error, "{} Cannot bring {} to the disk: {}", kTagKoru, filePath, std::strerror(errno));
+            syncFailed.store(true, std::memory_order_relaxed);
         }
-        sync_mutex_.lock();
+        syncMutex.lock();
     }
-    sync_mutex_.unlock();
+    syncMutex.unlock();
 }
 
 void FileRecorder::stopSyncing() {
     {
-        const MutexLock lock(sync_mutex_);
-        stop_syncing_ = true;
+        const MutexLock lock(syncMutex);
+        syncingStops = true;
     }
-    sync_wake_.notify_all();
-    if (syncer_.joinable()) {
-        syncer_.join();
+    syncWake.notify_all();
+    if (syncer.joinable()) {
+        syncer.join();
     }
 }
 

@@ -31,11 +31,11 @@ public:
     /// Ends the file: playable and complete, if need be without its last frames when the disk is full.
     void close();
 
-    [[nodiscard]] bool isOpen() const { return file_.isOpen(); }
-    [[nodiscard]] const HeaderRecord& header() const { return header_; }
-    [[nodiscard]] uint64_t framesWritten() const { return written_.load(std::memory_order_relaxed); }
-    [[nodiscard]] uint64_t framesOffered() const { return offered_.load(std::memory_order_relaxed); }
-    [[nodiscard]] uint64_t bytesWritten() const { return end_.load(std::memory_order_relaxed); }
+    [[nodiscard]] bool isOpen() const { return file.isOpen(); }
+    [[nodiscard]] const HeaderRecord& header() const { return fileHeader; }
+    [[nodiscard]] uint64_t framesWritten() const { return writtenFrames.load(std::memory_order_relaxed); }
+    [[nodiscard]] uint64_t framesOffered() const { return offeredFrames.load(std::memory_order_relaxed); }
+    [[nodiscard]] uint64_t bytesWritten() const { return endOffset.load(std::memory_order_relaxed); }
 
 private:
     bool openFile(const std::string& path);
@@ -46,29 +46,29 @@ private:
     void syncWhileOpen();
     void stopSyncing();
 
-    std::string path_;
-    File file_;
-    HeaderRecord header_;
-    std::unique_ptr<PictureEncoder> encoder_;
-    CodedSink sink_;
-    std::vector<FrameRecord> pending_;  // a ring of frames that the encoder still holds
-    uint64_t first_pending_ = 0;
-    uint64_t next_number_ = 0;
-    uint64_t first_time_ns_ = 0;
-    std::vector<IndexEntry> entries_;
-    Bytes record_;
-    Bytes prefix_;
-    Bytes suffix_;
-    bool write_failed_ = false;
-    std::atomic<uint64_t> written_{0};
-    std::atomic<uint64_t> offered_{0};
-    std::atomic<uint64_t> end_{0};
+    std::string filePath;
+    File file;
+    HeaderRecord fileHeader;
+    std::unique_ptr<PictureEncoder> encoder;
+    CodedSink sink;
+    std::vector<FrameRecord> pendingFrames;  // a ring of frames that the encoder still holds
+    uint64_t firstPending = 0;
+    uint64_t nextNumber = 0;
+    uint64_t firstTimeNs = 0;
+    std::vector<IndexEntry> indexEntries;
+    Bytes recordBytes;
+    Bytes prefix;
+    Bytes suffix;
+    bool writeFailed = false;
+    std::atomic<uint64_t> writtenFrames{0};
+    std::atomic<uint64_t> offeredFrames{0};
+    std::atomic<uint64_t> endOffset{0};
 
-    std::thread syncer_;
-    Mutex sync_mutex_;
-    std::condition_variable_any sync_wake_;
-    bool stop_syncing_ ORU_GUARDED_BY(sync_mutex_) = false;
-    std::atomic<bool> sync_failed_{false};
+    std::thread syncer;
+    Mutex syncMutex;
+    std::condition_variable_any syncWake;
+    bool syncingStops ORU_GUARDED_BY(syncMutex) = false;
+    std::atomic<bool> syncFailed{false};
 };
 
 }  // namespace oru::rlx

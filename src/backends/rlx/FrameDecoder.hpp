@@ -42,15 +42,15 @@ private:
     void describe(DecodedFrame& out) const;
     [[nodiscard]] int keyBefore(int index) const;
 
-    const OpenedFile& recording_;
-    const std::vector<IndexEntry>& entries_;
-    std::unique_ptr<PictureDecoder> decoder_;
-    bool intra_only_;
-    std::size_t picture_bytes_;
-    StoredFrame stored_;
-    int next_ = 0;              // the frame that the decoder is ready for
-    bool chain_whole_ = false;  // every picture since the last key one was decoded
-    uint64_t next_number_ = 0;
+    const OpenedFile& openedFile;
+    const std::vector<IndexEntry>& indexEntries;
+    std::unique_ptr<PictureDecoder> pictureDecoder;
+    bool intraOnly;
+    std::size_t pictureBytes;
+    StoredFrame stored;
+    int next = 0;             // the frame that the decoder is ready for
+    bool chainWhole = false;  // every picture since the last key one was decoded
+    uint64_t nextNumber = 0;
 };
 
 }  // namespace oru::rlx

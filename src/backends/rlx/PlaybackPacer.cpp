@@ -17,25 +17,25 @@ bool isContinuous(Timestamp from, Timestamp to) {
 }  // namespace
 
 void PlaybackPacer::anchor(uint64_t now, Timestamp time) {
-    anchored_ = true;
-    anchor_clock_ = now;
-    anchor_time_ = time;
-    last_time_ = time;
+    anchored = true;
+    anchorClock = now;
+    anchorTime = time;
+    lastTime = time;
 }
 
 bool PlaybackPacer::waitForNext(rlxrw::RLXVideo& reader) {
     const int position = reader.position();
     const Timestamp time = reader.frameTime(position);
-    if (!anchored_ || position != expected_position_) {
-        anchor(clock_.monotonicNanoseconds(), time);
-        expected_position_ = position;
+    if (!anchored || position != expectedPosition) {
+        anchor(systemClock.monotonicNanoseconds(), time);
+        expectedPosition = position;
         return true;
     }
-    if (!isContinuous(last_time_, time)) {
-        if (time > last_time_) {
-            sleepUntil(dueAt(last_time_) + kLongestGapNs);
+    if (!isContinuous(lastTime, time)) {
+        if (time > lastTime) {
+            sleepUntil(dueAt(lastTime) + kLongestGapNs);
         }
-        anchor(clock_.monotonicNanoseconds(), time);
+        anchor(systemClock.monotonicNanoseconds(), time);
         return true;
     }
     sleepUntil(dueAt(time));
@@ -43,7 +43,7 @@ bool PlaybackPacer::waitForNext(rlxrw::RLXVideo& reader) {
 }
 
 bool PlaybackPacer::skipOvertaken(rlxrw::RLXVideo& reader) {
-    const uint64_t now = clock_.monotonicNanoseconds();
+    const uint64_t now = systemClock.monotonicNanoseconds();
     for (int position = reader.position(); position + 1 < reader.frameCount(); ++position) {
         const Timestamp time = reader.frameTime(position);
         const Timestamp next = reader.frameTime(position + 1);
@@ -51,28 +51,28 @@ bool PlaybackPacer::skipOvertaken(rlxrw::RLXVideo& reader) {
             break;
         }
         reader.skipFrame();
-        expected_position_ = reader.position();
-        if (expected_position_ == position) {
+        expectedPosition = reader.position();
+        if (expectedPosition == position) {
             return false;
         }
-        last_time_ = time;
+        lastTime = time;
     }
     return true;
 }
 
 void PlaybackPacer::noteTaken(int position, Timestamp time) {
-    expected_position_ = position;
-    last_time_ = time;
+    expectedPosition = position;
+    lastTime = time;
 }
 
 void PlaybackPacer::sleepUntil(uint64_t due) {
-    const uint64_t now = clock_.monotonicNanoseconds();
+    const uint64_t now = systemClock.monotonicNanoseconds();
     if (due <= now) {
         return;
     }
     const uint64_t wait = std::min(due - now, kLongestGapNs);
     timespec left{static_cast<time_t>(wait / kNanosecondsPerSecond), static_cast<long>(wait % kNanosecondsPerSecond)};
-    while (clock_.nanosleep(left, &left) != 0 && errno == EINTR) {
+    while (systemClock.nanosleep(left, &left) != 0 && errno == EINTR) {
     }
 }
 

@@ -9,7 +9,7 @@ namespace oru::rlx {
 /// up. A gap of more than a second, a step back in time, or a new position starts the schedule anew. Threads: one.
 class PlaybackPacer {
 public:
-    explicit PlaybackPacer(Clock& clock) : clock_(clock) {}
+    explicit PlaybackPacer(Clock& clock) : systemClock(clock) {}
 
     /// Waits until the reader's next frame is due, at most a second. Frames that the frame after them has overtaken
     /// are skipped in the reader. False: the reader needs more time, ask again.
@@ -17,20 +17,20 @@ public:
     /// After the frame was taken: where the reader stands now.
     void noteTaken(int position, Timestamp time);
     /// The next frame starts the schedule.
-    void restart() { anchored_ = false; }
+    void restart() { anchored = false; }
 
 private:
     void anchor(uint64_t now, Timestamp time);
-    [[nodiscard]] uint64_t dueAt(Timestamp time) const { return anchor_clock_ + (time - anchor_time_); }
+    [[nodiscard]] uint64_t dueAt(Timestamp time) const { return anchorClock + (time - anchorTime); }
     [[nodiscard]] bool skipOvertaken(rlxrw::RLXVideo& reader);
     void sleepUntil(uint64_t due);
 
-    Clock& clock_;
-    bool anchored_ = false;
-    int expected_position_ = 0;
-    Timestamp last_time_ = 0;  // of the frame before the next one
-    uint64_t anchor_clock_ = 0;
-    Timestamp anchor_time_ = 0;
+    Clock& systemClock;
+    bool anchored = false;
+    int expectedPosition = 0;
+    Timestamp lastTime = 0;  // of the frame before the next one
+    uint64_t anchorClock = 0;
+    Timestamp anchorTime = 0;
 };
 
 }  // namespace oru::rlx

@@ -29,28 +29,28 @@ std::size_t slotsFor(float fps) {
 }  // namespace
 
 RecordingSession::RecordingSession(rlxrw::RLXVideo& recorder, const rlxrw::RlxRecordingHeader& header, Clock& clock)
-    : recorder_(recorder),
-      header_(header),
-      clock_(clock),
-      buffer_size_(std::size_t{header.width} * header.height * 2),
-      started_(clock.monotonicNanoseconds()),
-      slots_(slotsFor(header.fps)) {
-    for (Slot& slot : slots_) {
-        slot.pixels = std::make_unique<unsigned char[]>(buffer_size_);
+    : rlxRecorder(recorder),
+      recordingHeader(header),
+      systemClock(clock),
+      slotBytes(std::size_t{header.width} * header.height * 2),
+      started(clock.monotonicNanoseconds()),
+      slots(slotsFor(header.fps)) {
+    for (Slot& slot : slots) {
+        slot.pixels = std::make_unique<unsigned char[]>(slotBytes);
         slot.packets.reserve(64);
     }
     {
-        const MutexLock lock(mutex_);
-        status_.recording = true;
+        const MutexLock lock(mutex);
+        currentStatus.recording = true;
     }
-    writer_ = std::thread([this] { writeUntilStopped(); });
+    writer = std::thread([this] { writeUntilStopped(); });
 }
 
-void RecordingSession::offer(const Facts& facts, WhenFull when_full) {
-    Slot& slot = slots_[free_];
-    recorder_.takeWrittenPackets(slot.packets);
-    const MutexLock lock(mutex_);
-    if (failed_ || stop_ || !hasRoom(when_full)) {
+void RecordingSession::offer(const Facts& facts, WhenFull whenFull) {
+    Slot& slot = slots[freeSlot];
+    rlxRecorder.takeWrittenPackets(slot.packets);
+    const MutexLock lock(mutex);
+    if (failed || stopping || !hasRoom(whenFull)) {
         // The packets stay with the buffer and go with the next frame.
         if (slot.packets.size() > kMaxPacketsOfAFrame) {
             slot.packets.clear();
@@ -59,146 +59,146 @@ void RecordingSession::offer(const Facts& facts, WhenFull when_full) {
         return;
     }
     slot.facts = facts;
-    slot.lost_before = lost_;
-    lost_ = 0;
-    if (queued_++ == 0) {
-        writing_since_ = clock_.monotonicNanoseconds();
+    slot.lost_before = lostFrames;
+    lostFrames = 0;
+    if (queuedSlots++ == 0) {
+        writingSince = systemClock.monotonicNanoseconds();
     }
-    free_ = (free_ + 1) % slots_.size();
-    changed_.notify_all();
+    freeSlot = (freeSlot + 1) % slots.size();
+    changed.notify_all();
 }
 
 uint64_t RecordingSession::frameCostNs() const {
-    const uint64_t under_way = queued_ > 0 ? clock_.monotonicNanoseconds() - writing_since_ : 0;
-    return std::max(write_ns_, under_way);
+    const uint64_t underWay = queuedSlots > 0 ? systemClock.monotonicNanoseconds() - writingSince : 0;
+    return std::max(writeNs, underWay);
 }
 
 bool RecordingSession::isBehind() const {
-    return queued_ > 1 && queued_ * frameCostNs() > kMaxBacklogNs;
+    return queuedSlots > 1 && queuedSlots * frameCostNs() > kMaxBacklogNs;
 }
 
-bool RecordingSession::hasRoom(WhenFull when_full) {
-    const auto has_room = [this]() ORU_REQUIRES(mutex_) { return queued_ + 1 < slots_.size(); };
-    if (when_full == WhenFull::DROP) {
-        return has_room() && !isBehind();
+bool RecordingSession::hasRoom(WhenFull whenFull) {
+    const auto hasRoom = [this]() ORU_REQUIRES(mutex) { return queuedSlots + 1 < slots.size(); };
+    if (whenFull == WhenFull::DROP) {
+        return hasRoom() && !isBehind();
     }
     const auto deadline = std::chrono::steady_clock::now() + kLongestWait;
-    while (!has_room() && !failed_) {
-        if (changed_.wait_until(mutex_, deadline) == std::cv_status::timeout) {
+    while (!hasRoom() && !failed) {
+        if (changed.wait_until(mutex, deadline) == std::cv_status::timeout) {
             break;
         }
     }
-    return has_room() && !failed_;
+    return hasRoom() && !failed;
 }
 
 void RecordingSession::drop() {
-    ++lost_;
-    ++status_.frames_dropped;
-    if (!failed_) {
+    ++lostFrames;
+    ++currentStatus.frames_dropped;
+    if (!failed) {
         sayThatItIsTooSlow();
     }
 }
 
 void RecordingSession::sayThatItIsTooSlow() {
-    if (!said_slow_) {
-        said_slow_ = true;
+    if (!saidSlow) {
+        saidSlow = true;
         ORU_LOG(Warning,
                 "{} Recording in compression mode {} takes {:.1f} ms a frame and cannot keep up: frames are left out "
                 "evenly and counted",
-                kTagKoru, static_cast<int>(header_.compression_mode), static_cast<double>(frameCostNs()) / 1e6);
+                kTagKoru, static_cast<int>(recordingHeader.compression_mode), static_cast<double>(frameCostNs()) / 1e6);
     }
 }
 
 int RecordingSession::writeSlot(Slot& slot) {
     rlxrw::RlxFrame frame;
     frame.pixels = slot.pixels.get();
-    frame.size = buffer_size_;
+    frame.size = slotBytes;
     frame.time = slot.facts.time;
     frame.metadata = slot.facts.metadata;
     frame.imu = slot.facts.has_imu ? &slot.facts.imu : nullptr;
     frame.packets = slot.packets.data();
     frame.packet_count = slot.packets.size();
     frame.lost_before = slot.lost_before;
-    const int result = recorder_.writeFrame(frame);
+    const int result = rlxRecorder.writeFrame(frame);
     slot.packets.clear();
     return result;
 }
 
 void RecordingSession::noteWritten(int result, uint64_t nanoseconds) {
-    write_ns_ = write_ns_ == 0 ? nanoseconds : (write_ns_ * (kMeanWeight - 1) + nanoseconds) / kMeanWeight;
+    writeNs = writeNs == 0 ? nanoseconds : (writeNs * (kMeanWeight - 1) + nanoseconds) / kMeanWeight;
     if (result == 0) {
-        ++status_.frames_written;
+        ++currentStatus.frames_written;
     } else {
-        failed_ = true;
-        ++status_.frames_dropped;
-        status_.last_result = FAILURE;
+        failed = true;
+        ++currentStatus.frames_dropped;
+        currentStatus.last_result = FAILURE;
     }
-    status_.bytes_written = recorder_.bytesWritten();
-    first_ = (first_ + 1) % slots_.size();
-    --queued_;
-    changed_.notify_all();
+    currentStatus.bytes_written = rlxRecorder.bytesWritten();
+    firstQueued = (firstQueued + 1) % slots.size();
+    --queuedSlots;
+    changed.notify_all();
 }
 
 void RecordingSession::writeUntilStopped() {
-    mutex_.lock();
-    while (!failed_ && !give_up_ && (queued_ > 0 || !stop_)) {
-        if (queued_ == 0) {
-            changed_.wait(mutex_);
+    mutex.lock();
+    while (!failed && !giveUp && (queuedSlots > 0 || !stopping)) {
+        if (queuedSlots == 0) {
+            changed.wait(mutex);
             continue;
         }
-        Slot& slot = slots_[first_];
-        writing_since_ = clock_.monotonicNanoseconds();
-        mutex_.unlock();
+        Slot& slot = slots[firstQueued];
+        writingSince = systemClock.monotonicNanoseconds();
+        mutex.unlock();
         const int result = writeSlot(slot);
-        mutex_.lock();
-        noteWritten(result, clock_.monotonicNanoseconds() - writing_since_);
+        mutex.lock();
+        noteWritten(result, systemClock.monotonicNanoseconds() - writingSince);
     }
-    status_.frames_dropped += queued_;
-    queued_ = 0;
-    mutex_.unlock();
-    recorder_.close();
+    currentStatus.frames_dropped += queuedSlots;
+    queuedSlots = 0;
+    mutex.unlock();
+    rlxRecorder.close();
     // On a full disk the last frames make room for the index.
-    const FrameCounters counters = recorder_.counters();
-    mutex_.lock();
-    if (counters.produced > 0 && counters.delivered < status_.frames_written) {
-        status_.frames_dropped += status_.frames_written - counters.delivered;
-        status_.frames_written = counters.delivered;
+    const FrameCounters counters = rlxRecorder.counters();
+    mutex.lock();
+    if (counters.produced > 0 && counters.delivered < currentStatus.frames_written) {
+        currentStatus.frames_dropped += currentStatus.frames_written - counters.delivered;
+        currentStatus.frames_written = counters.delivered;
     }
-    status_.recording = false;
-    status_.seconds = static_cast<double>(clock_.monotonicNanoseconds() - started_) / 1e9;
-    changed_.notify_all();
-    mutex_.unlock();
+    currentStatus.recording = false;
+    currentStatus.seconds = static_cast<double>(systemClock.monotonicNanoseconds() - started) / 1e9;
+    changed.notify_all();
+    mutex.unlock();
 }
 
 void RecordingSession::stop() {
     const auto deadline = std::chrono::steady_clock::now() + kLongestWait;
     {
-        const MutexLock lock(mutex_);
-        stop_ = true;
-        changed_.notify_all();
-        while (queued_ > 0 && !failed_) {
-            if (changed_.wait_until(mutex_, deadline) == std::cv_status::timeout) {
+        const MutexLock lock(mutex);
+        stopping = true;
+        changed.notify_all();
+        while (queuedSlots > 0 && !failed) {
+            if (changed.wait_until(mutex, deadline) == std::cv_status::timeout) {
                 break;
             }
         }
-        give_up_ = true;
-        changed_.notify_all();
+        giveUp = true;
+        changed.notify_all();
     }
-    if (writer_.joinable()) {
-        writer_.join();
+    if (writer.joinable()) {
+        writer.join();
     }
 }
 
 bool RecordingSession::hasFailed() const {
-    const MutexLock lock(mutex_);
-    return failed_;
+    const MutexLock lock(mutex);
+    return failed;
 }
 
 RecordingStatus RecordingSession::status() const {
-    const MutexLock lock(mutex_);
-    RecordingStatus status = status_;
+    const MutexLock lock(mutex);
+    RecordingStatus status = currentStatus;
     if (status.recording) {
-        status.seconds = static_cast<double>(clock_.monotonicNanoseconds() - started_) / 1e9;
+        status.seconds = static_cast<double>(systemClock.monotonicNanoseconds() - started) / 1e9;
     }
     return status;
 }

@@ -34,10 +34,10 @@ public:
     };
 
     /// Where the next picture belongs; never null, changes with every frame that is taken.
-    [[nodiscard]] unsigned char* freeBuffer() const { return slots_[free_].pixels.get(); }
-    [[nodiscard]] std::size_t bufferSize() const { return buffer_size_; }
+    [[nodiscard]] unsigned char* freeBuffer() const { return slots[freeSlot].pixels.get(); }
+    [[nodiscard]] std::size_t bufferSize() const { return slotBytes; }
     /// Takes the picture in freeBuffer() and the packets that the recorder was given since the last one taken.
-    void offer(const Facts& facts, WhenFull when_full);
+    void offer(const Facts& facts, WhenFull whenFull);
     /// Writes what was taken, in bounded time, and closes the file.
     void stop();
 
@@ -45,7 +45,7 @@ public:
     [[nodiscard]] bool hasFailed() const;
     /// All fields but `paused`.
     [[nodiscard]] RecordingStatus status() const;
-    [[nodiscard]] const rlxrw::RlxRecordingHeader& header() const { return header_; }
+    [[nodiscard]] const rlxrw::RlxRecordingHeader& header() const { return recordingHeader; }
 
 private:
     struct Slot {
@@ -57,36 +57,36 @@ private:
 
     void writeUntilStopped();
     [[nodiscard]] int writeSlot(Slot& slot);
-    void noteWritten(int result, uint64_t nanoseconds) ORU_REQUIRES(mutex_);
-    [[nodiscard]] bool hasRoom(WhenFull when_full) ORU_REQUIRES(mutex_);
-    [[nodiscard]] bool isBehind() const ORU_REQUIRES(mutex_);
+    void noteWritten(int result, uint64_t nanoseconds) ORU_REQUIRES(mutex);
+    [[nodiscard]] bool hasRoom(WhenFull whenFull) ORU_REQUIRES(mutex);
+    [[nodiscard]] bool isBehind() const ORU_REQUIRES(mutex);
     /// What a frame costs the writer, as measured, or more when it is at one for longer.
-    [[nodiscard]] uint64_t frameCostNs() const ORU_REQUIRES(mutex_);
-    void drop() ORU_REQUIRES(mutex_);
-    void sayThatItIsTooSlow() ORU_REQUIRES(mutex_);
+    [[nodiscard]] uint64_t frameCostNs() const ORU_REQUIRES(mutex);
+    void drop() ORU_REQUIRES(mutex);
+    void sayThatItIsTooSlow() ORU_REQUIRES(mutex);
 
-    rlxrw::RLXVideo& recorder_;
-    const rlxrw::RlxRecordingHeader header_;
-    Clock& clock_;
-    const std::size_t buffer_size_;
-    const uint64_t started_;
-    std::vector<Slot> slots_;  // a ring: queued ones from first_, then the free one
-    std::size_t free_ = 0;
-    Timestamp first_time_ = 0;
+    rlxrw::RLXVideo& rlxRecorder;
+    const rlxrw::RlxRecordingHeader recordingHeader;
+    Clock& systemClock;
+    const std::size_t slotBytes;
+    const uint64_t started;
+    std::vector<Slot> slots;  // a ring: queued ones from firstQueued, then the free one
+    std::size_t freeSlot = 0;
+    Timestamp firstTime = 0;
 
-    mutable Mutex mutex_;
-    std::condition_variable_any changed_;
-    std::size_t first_ ORU_GUARDED_BY(mutex_) = 0;
-    std::size_t queued_ ORU_GUARDED_BY(mutex_) = 0;
-    bool stop_ ORU_GUARDED_BY(mutex_) = false;
-    bool give_up_ ORU_GUARDED_BY(mutex_) = false;
-    bool said_slow_ ORU_GUARDED_BY(mutex_) = false;
-    bool failed_ ORU_GUARDED_BY(mutex_) = false;
-    uint64_t write_ns_ ORU_GUARDED_BY(mutex_) = 0;  // running mean of one frame
-    uint64_t writing_since_ ORU_GUARDED_BY(mutex_) = 0;
-    uint32_t lost_ ORU_GUARDED_BY(mutex_) = 0;  // since the last frame taken
-    RecordingStatus status_ ORU_GUARDED_BY(mutex_);
-    std::thread writer_;
+    mutable Mutex mutex;
+    std::condition_variable_any changed;
+    std::size_t firstQueued ORU_GUARDED_BY(mutex) = 0;
+    std::size_t queuedSlots ORU_GUARDED_BY(mutex) = 0;
+    bool stopping ORU_GUARDED_BY(mutex) = false;
+    bool giveUp ORU_GUARDED_BY(mutex) = false;
+    bool saidSlow ORU_GUARDED_BY(mutex) = false;
+    bool failed ORU_GUARDED_BY(mutex) = false;
+    uint64_t writeNs ORU_GUARDED_BY(mutex) = 0;  // running mean of one frame
+    uint64_t writingSince ORU_GUARDED_BY(mutex) = 0;
+    uint32_t lostFrames ORU_GUARDED_BY(mutex) = 0;  // since the last frame taken
+    RecordingStatus currentStatus ORU_GUARDED_BY(mutex);
+    std::thread writer;
 };
 
 }  // namespace oru::rlx

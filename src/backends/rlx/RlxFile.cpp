@@ -21,25 +21,25 @@ constexpr std::size_t kMaxWaitingPackets = 16'384;
 
 class VersionOneFacts final : public rlxrw::IRLXWriter {
 public:
-    void set(const RlxRecordingHeader& facts) { facts_ = &facts; }
-    int getSerialNumber() override { return facts_->serial_number; }
-    int getWidth() override { return static_cast<int>(facts_->width); }
-    int getHeight() override { return static_cast<int>(facts_->height); }
-    float getfps() override { return facts_->fps; }
-    int getType() override { return facts_->compression_mode; }
+    void set(const RlxRecordingHeader& facts) { headerFacts = &facts; }
+    int getSerialNumber() override { return headerFacts->serial_number; }
+    int getWidth() override { return static_cast<int>(headerFacts->width); }
+    int getHeight() override { return static_cast<int>(headerFacts->height); }
+    float getfps() override { return headerFacts->fps; }
+    int getType() override { return headerFacts->compression_mode; }
 
 private:
-    const RlxRecordingHeader* facts_ = nullptr;
+    const RlxRecordingHeader* headerFacts = nullptr;
 };
 
 class RlxFile final : public rlxrw::RLXVideo {
 public:
-    explicit RlxFile(CalibrationSource& calibration) : calibration_(calibration) {}
+    explicit RlxFile(CalibrationSource& calibration) : calibrationSource(calibration) {}
 
     int open(const char* path) override;
     void close() override;
-    int repairFile(const char* in, const char* out, bool reopen, bool all_pictures) override;
-    void setPosition(int frame) override { player_.setPosition(frame); }
+    int repairFile(const char* in, const char* out, bool reopen, bool allPictures) override;
+    void setPosition(int frame) override { player.setPosition(frame); }
     int getRLXVersion() override { return isOpen() ? facts().version : 0; }
     rlxrw::IRLXWriter* v1() override;
     const RlxHeaderV2* v2() override;
@@ -53,76 +53,76 @@ public:
     RLX_COMPRESSION_MODE getCompressionMode() override { return facts().compression_mode; }
     bool getDecompressionPlatform() override;
 
-    bool getCurrentIMU(IMUPacket& packet) override { return player_.newestImu(packet); }
-    bool getCurrentMetadata(rlxrw::rlxSampleMetadata& metadata) override { return player_.metadata(metadata); }
+    bool getCurrentIMU(IMUPacket& packet) override { return player.newestImu(packet); }
+    bool getCurrentMetadata(rlxrw::rlxSampleMetadata& metadata) override { return player.metadata(metadata); }
     const Matrix4f* getIMUCamTransform() override;
-    std::vector<IMUPacket> getFrameIMUPackets() override { return player_.packets(); }
-    bool getFrameIMU(IMUPacket& packet) override { return player_.imuOfImage(packet); }
+    std::vector<IMUPacket> getFrameIMUPackets() override { return player.packets(); }
+    bool getFrameIMU(IMUPacket& packet) override { return player.imuOfImage(packet); }
 
     FrameStatus readFrame(unsigned char* pixels, std::size_t size, Timestamp& time) override {
-        return player_.readFrame(pixels, size, time);
+        return player.readFrame(pixels, size, time);
     }
-    int frameCount() override { return player_.frameCount(); }
-    int position() override { return player_.position(); }
-    Timestamp frameTime(int frame) override { return player_.frameTime(frame); }
-    void skipFrame() override { player_.skipFrame(); }
+    int frameCount() override { return player.frameCount(); }
+    int position() override { return player.position(); }
+    Timestamp frameTime(int frame) override { return player.frameTime(frame); }
+    void skipFrame() override { player.skipFrame(); }
 
     int create(const char* path, const RlxRecordingHeader& header) override;
-    int writeFrame(const rlxrw::RlxFrame& frame) override { return recorder_.writeFrame(frame); }
+    int writeFrame(const rlxrw::RlxFrame& frame) override { return recorder.writeFrame(frame); }
     void writeCurrentIMU(IMUPacket packet) override;
     void takeWrittenPackets(std::vector<IMUPacket>& packets) override;
-    uint64_t bytesWritten() override { return recorder_.bytesWritten(); }
+    uint64_t bytesWritten() override { return recorder.bytesWritten(); }
     FrameCounters counters() const override;
 
 private:
-    bool isOpen() const { return player_.isOpen() || recording_; }
+    bool isOpen() const { return player.isOpen() || recording; }
     const RlxRecordingHeader& facts() const;
 
-    CalibrationSource& calibration_;
-    rlx::FilePlayer player_;
-    rlx::FileRecorder recorder_;
-    std::atomic<bool> recording_{false};
-    std::atomic<bool> counts_recording_{false};  // a recorder's counts are told even after close()
-    RlxRecordingHeader none_;
-    VersionOneFacts version_one_;
-    RlxHeaderV2 version_two_;
-    Mutex packets_mutex_;
-    std::vector<IMUPacket> packets_ ORU_GUARDED_BY(packets_mutex_);
+    CalibrationSource& calibrationSource;
+    rlx::FilePlayer player;
+    rlx::FileRecorder recorder;
+    std::atomic<bool> recording{false};
+    std::atomic<bool> countsRecording{false};  // a recorder's counts are told even after close()
+    RlxRecordingHeader noFacts;
+    VersionOneFacts versionOne;
+    RlxHeaderV2 versionTwo;
+    Mutex packetsMutex;
+    std::vector<IMUPacket> writtenPackets ORU_GUARDED_BY(packetsMutex);
 };
 
 const RlxRecordingHeader& RlxFile::facts() const {
-    if (player_.isOpen()) {
-        return player_.header().facts;
+    if (player.isOpen()) {
+        return player.header().facts;
     }
-    return recording_ ? recorder_.header().facts : none_;
+    return recording ? recorder.header().facts : noFacts;
 }
 
 int RlxFile::open(const char* path) {
     close();
-    counts_recording_ = false;
-    const int result = player_.open(path);
+    countsRecording = false;
+    const int result = player.open(path);
     if (result == 0) {
         const RlxRecordingHeader& head = facts();
-        version_one_.set(head);
-        version_two_ = {head.serial_number, static_cast<int>(head.width), static_cast<int>(head.height),
-                        head.fps,           head.decompression_platform,  head.flipped};
+        versionOne.set(head);
+        versionTwo = {head.serial_number, static_cast<int>(head.width), static_cast<int>(head.height),
+                      head.fps,           head.decompression_platform,  head.flipped};
         if (!head.calibration_text.empty()) {
-            calibration_.offer(head.serial_number, head.calibration_text);
+            calibrationSource.offer(head.serial_number, head.calibration_text);
         }
     }
     return result;
 }
 
 void RlxFile::close() {
-    player_.close();
-    recorder_.close();
-    recording_ = false;
-    const MutexLock lock(packets_mutex_);
-    packets_.clear();
+    player.close();
+    recorder.close();
+    recording = false;
+    const MutexLock lock(packetsMutex);
+    writtenPackets.clear();
 }
 
-int RlxFile::repairFile(const char* in, const char* out, bool reopen, bool all_pictures) {
-    const auto check = all_pictures ? rlx::PictureCheck::ALL : rlx::PictureCheck::TAIL;
+int RlxFile::repairFile(const char* in, const char* out, bool reopen, bool allPictures) {
+    const auto check = allPictures ? rlx::PictureCheck::ALL : rlx::PictureCheck::TAIL;
     const rlx::RepairReport report = rlx::repairRecording(in, out, check);
     if (report.code != 0) {
         ORU_LOG(Warning, "{} {} {} and was not repaired", kTagInit, in, rlx::describe(report.condition));
@@ -141,11 +141,11 @@ int RlxFile::repairFile(const char* in, const char* out, bool reopen, bool all_p
 }
 
 rlxrw::IRLXWriter* RlxFile::v1() {
-    return player_.isOpen() && facts().version == 1 ? &version_one_ : nullptr;
+    return player.isOpen() && facts().version == 1 ? &versionOne : nullptr;
 }
 
 const RlxHeaderV2* RlxFile::v2() {
-    return player_.isOpen() && facts().version == 2 ? &version_two_ : nullptr;
+    return player.isOpen() && facts().version == 2 ? &versionTwo : nullptr;
 }
 
 bool RlxFile::getDecompressionPlatform() {
@@ -163,32 +163,32 @@ const Matrix4f* RlxFile::getIMUCamTransform() {
 
 int RlxFile::create(const char* path, const RlxRecordingHeader& header) {
     close();
-    const int result = recorder_.create(path, header);
-    recording_ = result == 0;
-    counts_recording_ = true;
+    const int result = recorder.create(path, header);
+    recording = result == 0;
+    countsRecording = true;
     return result;
 }
 
 void RlxFile::writeCurrentIMU(IMUPacket packet) {
-    const MutexLock lock(packets_mutex_);
-    if (packets_.size() < kMaxWaitingPackets) {
-        packets_.push_back(packet);
+    const MutexLock lock(packetsMutex);
+    if (writtenPackets.size() < kMaxWaitingPackets) {
+        writtenPackets.push_back(packet);
     }
 }
 
 void RlxFile::takeWrittenPackets(std::vector<IMUPacket>& packets) {
-    const MutexLock lock(packets_mutex_);
-    packets.insert(packets.end(), packets_.begin(), packets_.end());
-    packets_.clear();
+    const MutexLock lock(packetsMutex);
+    packets.insert(packets.end(), writtenPackets.begin(), writtenPackets.end());
+    writtenPackets.clear();
 }
 
 FrameCounters RlxFile::counters() const {
-    if (!counts_recording_) {
-        return player_.counters();
+    if (!countsRecording) {
+        return player.counters();
     }
     FrameCounters counters;
-    counters.delivered = recorder_.framesWritten();
-    counters.queue_full = std::max(recorder_.framesOffered(), counters.delivered) - counters.delivered;
+    counters.delivered = recorder.framesWritten();
+    counters.queue_full = std::max(recorder.framesOffered(), counters.delivered) - counters.delivered;
     counters.produced = counters.delivered + counters.queue_full;
     return counters;
 }

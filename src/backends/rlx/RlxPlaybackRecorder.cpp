@@ -40,8 +40,8 @@ std::size_t bytesOf(const CameraFrameContext& camera) {
     return camera.image.getStepBytes(CPU) * camera.image.getHeight();
 }
 
-void putPose(const Matrix4f& imu_to_camera, rlxSampleMetadata& metadata) {
-    const Transform pose(imu_to_camera);
+void putPose(const Matrix4f& imuToCamera, rlxSampleMetadata& metadata) {
+    const Transform pose(imuToCamera);
     const Orientation q = pose.getOrientation();
     const Translation t = pose.getTranslation();
     const float rotation[] = {q[3], q[0], q[1], q[2]};
@@ -63,38 +63,38 @@ bool endsWith(const std::string& text, const std::string& end) {
 /// Picks frames evenly, by their times, out of a faster source.
 class RateFilter {
 public:
-    void start(uint32_t target_fps, float source_fps) {
-        const bool slower = target_fps > 0 && static_cast<float>(target_fps) < source_fps;
-        period_ns_ = slower ? 1'000'000'000U / target_fps : 0;
-        tolerance_ns_ = slower ? static_cast<uint64_t>(5e8F / source_fps) : 0;
-        next_ = 0;
+    void start(uint32_t targetFps, float sourceFps) {
+        const bool slower = targetFps > 0 && static_cast<float>(targetFps) < sourceFps;
+        periodNs = slower ? 1'000'000'000U / targetFps : 0;
+        toleranceNs = slower ? static_cast<uint64_t>(5e8F / sourceFps) : 0;
+        next = 0;
     }
     bool takes(Timestamp time) {
-        if (period_ns_ == 0) {
+        if (periodNs == 0) {
             return true;
         }
-        const bool off_schedule = time + 2 * period_ns_ < next_ || time > next_ + period_ns_;
-        if (next_ == 0 || off_schedule) {
-            next_ = time + period_ns_;
+        const bool offSchedule = time + 2 * periodNs < next || time > next + periodNs;
+        if (next == 0 || offSchedule) {
+            next = time + periodNs;
             return true;
         }
-        if (time + tolerance_ns_ < next_) {
+        if (time + toleranceNs < next) {
             return false;
         }
-        next_ += period_ns_;
+        next += periodNs;
         return true;
     }
 
 private:
-    uint64_t period_ns_ = 0;
-    uint64_t tolerance_ns_ = 0;
-    Timestamp next_ = 0;
+    uint64_t periodNs = 0;
+    uint64_t toleranceNs = 0;
+    Timestamp next = 0;
 };
 
 class RlxPlaybackRecorder final : public PlaybackRecorder {
 public:
     RlxPlaybackRecorder(Clock& clock, CalibrationSource& calibration)
-        : clock_(clock), calibration_(calibration), pacer_(clock) {}
+        : systemClock(clock), calibrationSource(calibration), pacer(clock) {}
 
     FrameStatus nextImageOfRLX(CameraFrameContext camera, bool flag) override;
     void handleRLXFrameRecording(CameraFrameContext camera) override;
@@ -111,7 +111,7 @@ public:
 private:
     RlxRecordingHeader headerFor(const CameraFrameContext& camera, const RecordingParameters& parameters,
                                  const RlxRecordingHeader& source) const;
-    std::string calibrationText(const CameraFrameContext& camera, int serial_number) const;
+    std::string calibrationText(const CameraFrameContext& camera, int serialNumber) const;
     void recordFrame(const CameraFrameContext& camera);
     RecordingSession::Facts factsOfFrame(const CameraFrameContext& camera) const;
     rlxSampleMetadata metadataOfFrame(const CameraFrameContext& camera, const IMUPacket& imu) const;
@@ -119,13 +119,13 @@ private:
     void takeImu(const CameraFrameContext& camera) const;
     void endSession(const CameraFrameContext& camera);
 
-    Clock& clock_;
-    CalibrationSource& calibration_;
-    rlx::PlaybackPacer pacer_;
-    RateFilter rate_;
-    bool buffer_is_filled_ = false;
-    std::vector<IMUPacket> discarded_;
-    std::unique_ptr<RecordingSession> session_;
+    Clock& systemClock;
+    CalibrationSource& calibrationSource;
+    rlx::PlaybackPacer pacer;
+    RateFilter rate;
+    bool bufferIsFilled = false;
+    std::vector<IMUPacket> discarded;
+    std::unique_ptr<RecordingSession> session;
 };
 
 FrameStatus RlxPlaybackRecorder::nextImageOfRLX(CameraFrameContext camera, bool /*flag*/) {
@@ -138,12 +138,12 @@ FrameStatus RlxPlaybackRecorder::nextImageOfRLX(CameraFrameContext camera, bool 
     if (camera.streamingEnabled.load(std::memory_order_acquire) && camera.streamOutput != nullptr) {
         camera.streamOutput->waitingestYUVFrameProcessing();
     }
-    if (camera.initParameters.rlx_real_time && !pacer_.waitForNext(camera.reader)) {
+    if (camera.initParameters.rlx_real_time && !pacer.waitForNext(camera.reader)) {
         return NO_FRAME;
     }
     Timestamp time = 0;
     const FrameStatus status = camera.reader.readFrame(pixelsOf(camera), bytesOf(camera), time);
-    pacer_.noteTaken(camera.reader.position(), camera.reader.frameTime(camera.reader.position() - 1));
+    pacer.noteTaken(camera.reader.position(), camera.reader.frameTime(camera.reader.position() - 1));
     if (status != NEW_FRAME) {
         return status;
     }
@@ -163,17 +163,17 @@ void RlxPlaybackRecorder::takeImu(const CameraFrameContext& camera) const {
     IMUPacket imu;
     rlxSampleMetadata metadata{};
     const bool exact = camera.reader.getFrameIMU(imu);
-    const bool from_metadata = !exact && camera.reader.getCurrentMetadata(metadata);
+    const bool fromMetadata = !exact && camera.reader.getCurrentMetadata(metadata);
     const MutexLock lock(camera.imuMutex);
     if (exact) {
         camera.currentImu = imu;
-    } else if (from_metadata) {
+    } else if (fromMetadata) {
         rlxrw::convertMetadataToMCUData(metadata, camera.currentImu);
     }
 }
 
 void RlxPlaybackRecorder::handleRLXFrameRecording(CameraFrameContext camera) {
-    if (session_ != nullptr) {
+    if (session != nullptr) {
         recordFrame(camera);
     }
     if (playsAFile(camera)) {
@@ -196,34 +196,33 @@ void RlxPlaybackRecorder::sendFrame(const CameraFrameContext& camera) const {
 }
 
 void RlxPlaybackRecorder::recordFrame(const CameraFrameContext& camera) {
-    if (!camera.recordingEnabled.load(std::memory_order_acquire) || session_->hasFailed()) {
+    if (!camera.recordingEnabled.load(std::memory_order_acquire) || session->hasFailed()) {
         endSession(camera);
         return;
     }
     if (camera.recordingStateFlag.load(std::memory_order_acquire)) {
-        discarded_.clear();
-        camera.recorder.takeWrittenPackets(discarded_);
+        discarded.clear();
+        camera.recorder.takeWrittenPackets(discarded);
         return;
     }
-    if (!rate_.takes(camera.currentTimestamp)) {
+    if (!rate.takes(camera.currentTimestamp)) {
         return;
     }
     // The recording may have been started between the intake's copy and here.
-    if (!buffer_is_filled_) {
-        std::memcpy(session_->freeBuffer(), pixelsOf(camera), std::min(bytesOf(camera), session_->bufferSize()));
-        buffer_is_filled_ = true;
+    if (!bufferIsFilled) {
+        std::memcpy(session->freeBuffer(), pixelsOf(camera), std::min(bytesOf(camera), session->bufferSize()));
+        bufferIsFilled = true;
     }
-    const bool may_wait = playsAFile(camera) && !camera.initParameters.rlx_real_time;
-    session_->offer(factsOfFrame(camera),
-                    may_wait ? RecordingSession::WhenFull::WAIT : RecordingSession::WhenFull::DROP);
-    camera.recordingFrameBuffer = session_->freeBuffer();
+    const bool mayWait = playsAFile(camera) && !camera.initParameters.rlx_real_time;
+    session->offer(factsOfFrame(camera), mayWait ? RecordingSession::WhenFull::WAIT : RecordingSession::WhenFull::DROP);
+    camera.recordingFrameBuffer = session->freeBuffer();
     camera.status = getRecordingStatus(camera);
 }
 
 RecordingSession::Facts RlxPlaybackRecorder::factsOfFrame(const CameraFrameContext& camera) const {
     RecordingSession::Facts facts;
     facts.time = camera.currentTimestamp;
-    facts.has_imu = session_->header().has_imu;
+    facts.has_imu = session->header().has_imu;
     {
         const MutexLock lock(camera.imuMutex);
         facts.imu = camera.currentImu;
@@ -240,23 +239,23 @@ rlxSampleMetadata RlxPlaybackRecorder::metadataOfFrame(const CameraFrameContext&
         if (camera.streamInput->frameHasMetadata()) {
             metadata = camera.streamInput->frameMetadata();
         }
-    } else if (session_->header().has_imu) {
+    } else if (session->header().has_imu) {
         rlxrw::convertMetadataFromMCUData(metadata, imu);
-        putPose(session_->header().imu_to_camera, metadata);
+        putPose(session->header().imu_to_camera, metadata);
     }
     return metadata;
 }
 
 void RlxPlaybackRecorder::endSession(const CameraFrameContext& camera) {
-    if (session_ == nullptr) {
+    if (session == nullptr) {
         return;
     }
     camera.recordingEnabled.store(false, std::memory_order_release);
     camera.recordingStateFlag.store(false, std::memory_order_release);
-    session_->stop();
-    camera.status = session_->status();
+    session->stop();
+    camera.status = session->status();
     camera.recordingFrameBuffer = nullptr;
-    session_.reset();
+    session.reset();
     ORU_LOG(Info, "{} Recording {} ended: {} frames written, {} dropped", kTagKoru,
             camera.parameters.video_filename.get(), camera.status.frames_written, camera.status.frames_dropped);
 }
@@ -266,11 +265,11 @@ void RlxPlaybackRecorder::disableRecording(CameraFrameContext camera) {
     endSession(camera);
 }
 
-std::string RlxPlaybackRecorder::calibrationText(const CameraFrameContext& camera, int serial_number) const {
+std::string RlxPlaybackRecorder::calibrationText(const CameraFrameContext& camera, int serialNumber) const {
     ConfManager conf;
-    openConfFile(camera.initParameters.settings_path.get(), serial_number, conf);
+    openConfFile(camera.initParameters.settings_path.get(), serialNumber, conf);
     std::string text = conf.is_open ? readText(conf.path) : std::string{};
-    return text.empty() ? calibration_.text(serial_number) : text;
+    return text.empty() ? calibrationSource.text(serialNumber) : text;
 }
 
 RlxRecordingHeader RlxPlaybackRecorder::headerFor(const CameraFrameContext& camera,
@@ -288,7 +287,7 @@ RlxRecordingHeader RlxPlaybackRecorder::headerFor(const CameraFrameContext& came
 
 ERROR_CODE RlxPlaybackRecorder::enableRecording(CameraFrameContext camera, const RecordingParameters& parameters,
                                                 const RlxRecordingHeader& source) {
-    if (session_ != nullptr) {
+    if (session != nullptr) {
         return INVALID_CALL;
     }
     const std::string& path = parameters.video_filename.get();
@@ -300,29 +299,29 @@ ERROR_CODE RlxPlaybackRecorder::enableRecording(CameraFrameContext camera, const
     if (const int result = camera.recorder.create(path.c_str(), header); result != 0) {
         return result == 2 ? RLX_CODEC_UNAVAILABLE : INVALID_PARAMETER;
     }
-    session_ = std::make_unique<RecordingSession>(camera.recorder, header, clock_);
-    rate_.start(parameters.target_fps, source.fps);
-    buffer_is_filled_ = false;
+    session = std::make_unique<RecordingSession>(camera.recorder, header, systemClock);
+    rate.start(parameters.target_fps, source.fps);
+    bufferIsFilled = false;
     camera.parameters = parameters;
-    camera.recordingFrameBuffer = session_->freeBuffer();
+    camera.recordingFrameBuffer = session->freeBuffer();
     camera.recordingStateFlag.store(false, std::memory_order_release);
     camera.recordingEnabled.store(true, std::memory_order_release);
-    camera.status = session_->status();
+    camera.status = session->status();
     return SUCCESS;
 }
 
 void RlxPlaybackRecorder::pauseRecording(CameraFrameContext camera, bool paused) {
-    if (session_ != nullptr) {
+    if (session != nullptr) {
         camera.recordingStateFlag.store(paused, std::memory_order_release);
         camera.status.paused = paused;
     }
 }
 
 RecordingStatus RlxPlaybackRecorder::getRecordingStatus(CameraFrameContext camera) {
-    if (session_ == nullptr) {
+    if (session == nullptr) {
         return camera.status;
     }
-    RecordingStatus status = session_->status();
+    RecordingStatus status = session->status();
     status.paused = camera.recordingStateFlag.load(std::memory_order_acquire);
     return status;
 }
@@ -335,7 +334,7 @@ ERROR_CODE RlxPlaybackRecorder::setRLXPosition(CameraFrameContext camera, int fr
         return INVALID_PARAMETER;
     }
     camera.reader.setPosition(frame);
-    pacer_.restart();
+    pacer.restart();
     return SUCCESS;
 }
 

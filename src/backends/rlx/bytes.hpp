@@ -16,16 +16,16 @@ using ByteView = std::span<const uint8_t>;
 /// Appends fields in little-endian order, as all records of the format are stored.
 class FieldWriter {
 public:
-    explicit FieldWriter(Bytes& out) : out_(out) {}
+    explicit FieldWriter(Bytes& out) : target(out) {}
 
-    void u8(uint8_t value) { out_.push_back(value); }
+    void u8(uint8_t value) { target.push_back(value); }
     void u16(uint16_t value) { put(value, 2); }
     void u32(uint32_t value) { put(value, 4); }
     void u64(uint64_t value) { put(value, 8); }
     void i32(int32_t value) { u32(static_cast<uint32_t>(value)); }
     void f32(float value) { u32(std::bit_cast<uint32_t>(value)); }
-    void bytes(ByteView view) { out_.insert(out_.end(), view.begin(), view.end()); }
-    void zeros(std::size_t count) { out_.insert(out_.end(), count, 0); }
+    void bytes(ByteView view) { target.insert(target.end(), view.begin(), view.end()); }
+    void zeros(std::size_t count) { target.insert(target.end(), count, 0); }
     template <std::size_t N>
     void floats(const std::array<float, N>& values) {
         for (const float value : values) {
@@ -39,19 +39,19 @@ private:
         for (std::size_t i = 0; i < raw.size(); ++i) {
             raw[i] = static_cast<uint8_t>(value >> (8 * i));
         }
-        out_.insert(out_.end(), raw.begin(), raw.begin() + count);
+        target.insert(target.end(), raw.begin(), raw.begin() + count);
     }
 
-    Bytes& out_;
+    Bytes& target;
 };
 
 /// Reads little-endian fields; after a read past the end every value is zero and ok() is false.
 class FieldReader {
 public:
-    explicit FieldReader(ByteView view) : view_(view) {}
+    explicit FieldReader(ByteView view) : source(view) {}
 
-    [[nodiscard]] bool ok() const { return ok_; }
-    [[nodiscard]] std::size_t left() const { return view_.size() - position_; }
+    [[nodiscard]] bool ok() const { return complete; }
+    [[nodiscard]] std::size_t left() const { return source.size() - position; }
     uint8_t u8() { return static_cast<uint8_t>(get(1)); }
     uint16_t u16() { return static_cast<uint16_t>(get(2)); }
     uint32_t u32() { return static_cast<uint32_t>(get(4)); }
@@ -62,8 +62,8 @@ public:
         if (!has(count)) {
             return {};
         }
-        const ByteView part = view_.subspan(position_, count);
-        position_ += count;
+        const ByteView part = source.subspan(position, count);
+        position += count;
         return part;
     }
     std::string text(std::size_t count) {
@@ -79,8 +79,8 @@ public:
 
 private:
     bool has(std::size_t count) {
-        ok_ = ok_ && count <= left();
-        return ok_;
+        complete = complete && count <= left();
+        return complete;
     }
     uint64_t get(std::size_t count) {
         if (!has(count)) {
@@ -88,15 +88,15 @@ private:
         }
         uint64_t value = 0;
         for (std::size_t i = 0; i < count; ++i) {
-            value |= static_cast<uint64_t>(view_[position_ + i]) << (8 * i);
+            value |= static_cast<uint64_t>(source[position + i]) << (8 * i);
         }
-        position_ += count;
+        position += count;
         return value;
     }
 
-    ByteView view_;
-    std::size_t position_ = 0;
-    bool ok_ = true;
+    ByteView source;
+    std::size_t position = 0;
+    bool complete = true;
 };
 
 }  // namespace oru::rlx

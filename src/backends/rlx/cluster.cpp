@@ -16,31 +16,31 @@ std::size_t suffixFramingSize(bool key) {
            (1 + kSizeBytes);
 }
 
-std::size_t clusterSize(const FrameRecord& frame, std::size_t record_size) {
-    return kPrefixSize + frame.picture_size + suffixFramingSize(frame.key) + record_size;
+std::size_t clusterSize(const FrameRecord& frame, std::size_t recordSize) {
+    return kPrefixSize + frame.picture_size + suffixFramingSize(frame.key) + recordSize;
 }
 
-void buildPrefix(const FrameRecord& frame, std::size_t record_size, Bytes& out) {
-    const std::size_t total = clusterSize(frame, record_size);
-    const std::size_t cluster_header = 4 + kSizeBytes;
-    const std::size_t group_header = 1 + kSizeBytes;
-    const std::size_t time_element = 1 + kSizeBytes + 8;
+void buildPrefix(const FrameRecord& frame, std::size_t recordSize, Bytes& out) {
+    const std::size_t total = clusterSize(frame, recordSize);
+    const std::size_t clusterHeader = 4 + kSizeBytes;
+    const std::size_t groupHeader = 1 + kSizeBytes;
+    const std::size_t timeElement = 1 + kSizeBytes + 8;
     putId(out, ID_CLUSTER);
-    putSize(out, total - cluster_header);
+    putSize(out, total - clusterHeader);
     putUnsigned(out, ID_CLUSTER_TIMESTAMP, frame.time_ms);
     putId(out, ID_BLOCK_GROUP);
-    putSize(out, total - cluster_header - time_element - group_header);
+    putSize(out, total - clusterHeader - timeElement - groupHeader);
     putId(out, ID_BLOCK);
     putSize(out, 4 + uint64_t{frame.picture_size});
     out.push_back(0x80 | kTrackNumber);
     putBigEndian(out, 0, 3);
 }
 
-void buildSuffixFraming(const FrameRecord& frame, std::size_t record_size, Bytes& out) {
+void buildSuffixFraming(const FrameRecord& frame, std::size_t recordSize, Bytes& out) {
     if (!frame.key) {
         putSigned(out, ID_REFERENCE_BLOCK, -static_cast<int64_t>(frame.reference_delta));
     }
-    const std::size_t additional = 1 + kSizeBytes + record_size;
+    const std::size_t additional = 1 + kSizeBytes + recordSize;
     const std::size_t more = 1 + kSizeBytes + (1 + kSizeBytes + 8) + additional;
     putId(out, ID_BLOCK_ADDITIONS);
     putSize(out, more);
@@ -48,7 +48,7 @@ void buildSuffixFraming(const FrameRecord& frame, std::size_t record_size, Bytes
     putSize(out, more - 1 - kSizeBytes);
     putUnsigned(out, ID_BLOCK_ADD_ID, 1);
     putId(out, ID_BLOCK_ADDITIONAL);
-    putSize(out, record_size);
+    putSize(out, recordSize);
 }
 
 std::optional<ClusterShape> readPrefix(ByteView prefix) {
@@ -68,20 +68,19 @@ std::optional<ClusterShape> readPrefix(ByteView prefix) {
     return shape.total > smallest && shape.total - smallest <= kMaxRecordSize ? std::optional(shape) : std::nullopt;
 }
 
-bool readSuffix(ByteView prefix, ByteView suffix, uint64_t recording_id, FrameRecord& frame, Bytes& scratch) {
+bool readSuffix(ByteView prefix, ByteView suffix, uint64_t recordingId, FrameRecord& frame, Bytes& scratch) {
     Element reference;
     if (!readElement(suffix, reference)) {
         return false;
     }
     const std::size_t framing = suffixFramingSize(reference.id != ID_REFERENCE_BLOCK);
-    if (suffix.size() <= framing || !decodeFrame(suffix.subspan(framing), frame) ||
-        frame.recording_id != recording_id) {
+    if (suffix.size() <= framing || !decodeFrame(suffix.subspan(framing), frame) || frame.recording_id != recordingId) {
         return false;
     }
-    const std::size_t record_size = suffix.size() - framing;
+    const std::size_t recordSize = suffix.size() - framing;
     scratch.clear();
-    buildPrefix(frame, record_size, scratch);
-    buildSuffixFraming(frame, record_size, scratch);
+    buildPrefix(frame, recordSize, scratch);
+    buildSuffixFraming(frame, recordSize, scratch);
     return scratch.size() == kPrefixSize + framing && std::memcmp(scratch.data(), prefix.data(), kPrefixSize) == 0 &&
            std::memcmp(scratch.data() + kPrefixSize, suffix.data(), framing) == 0;
 }

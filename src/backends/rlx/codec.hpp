@@ -57,7 +57,7 @@ public:
 
 /// Null when this machine cannot decode the recording's compression.
 [[nodiscard]] std::unique_ptr<PictureDecoder> makeDecoder(const rlxrw::RlxRecordingHeader& header,
-                                                          const Bytes& codec_private);
+                                                          const Bytes& codecPrivate);
 
 /// Whether every picture is coded by itself.
 [[nodiscard]] bool isIntraOnly(RLX_COMPRESSION_MODE mode);

@@ -20,8 +20,8 @@ struct Finished {
 };
 
 /// What the head of a finished recording says; the last Cluster ends at `clusters_end`.
-[[nodiscard]] Finished finishedFacts(const HeaderRecord& header, uint64_t last_time_ms, uint64_t clusters_end,
-                                     uint64_t file_size);
+[[nodiscard]] Finished finishedFacts(const HeaderRecord& header, uint64_t lastTimeMs, uint64_t clustersEnd,
+                                     uint64_t fileSize);
 
 /// The head of a file; unfinished without `finished`. Its length does not depend on `finished`.
 [[nodiscard]] Bytes buildHead(const HeaderRecord& header, const std::optional<Finished>& finished);
@@ -34,10 +34,10 @@ struct Finished {
 
 /// Bytes before and after the picture in a frame's Cluster.
 inline constexpr std::size_t kPrefixSize = 51;
-void buildPrefix(const FrameRecord& frame, std::size_t record_size, Bytes& out);
-void buildSuffixFraming(const FrameRecord& frame, std::size_t record_size, Bytes& out);
+void buildPrefix(const FrameRecord& frame, std::size_t recordSize, Bytes& out);
+void buildSuffixFraming(const FrameRecord& frame, std::size_t recordSize, Bytes& out);
 [[nodiscard]] std::size_t suffixFramingSize(bool key);
-[[nodiscard]] std::size_t clusterSize(const FrameRecord& frame, std::size_t record_size);
+[[nodiscard]] std::size_t clusterSize(const FrameRecord& frame, std::size_t recordSize);
 
 /// Where one Cluster's parts lie, from its first bytes.
 struct ClusterShape {
@@ -47,7 +47,7 @@ struct ClusterShape {
 /// The shape that `prefix` (kPrefixSize bytes) claims; nothing unless it is that of a frame's Cluster.
 [[nodiscard]] std::optional<ClusterShape> readPrefix(ByteView prefix);
 /// Decodes the record at the end of `suffix`, all bytes after the picture, and compares the framing byte for byte.
-[[nodiscard]] bool readSuffix(ByteView prefix, ByteView suffix, uint64_t recording_id, FrameRecord& frame,
+[[nodiscard]] bool readSuffix(ByteView prefix, ByteView suffix, uint64_t recordingId, FrameRecord& frame,
                               Bytes& scratch);
 
 struct IndexEntry {
@@ -70,6 +70,6 @@ struct Footer {
 };
 [[nodiscard]] std::optional<Footer> readFooter(ByteView footer);
 /// The entries of an index payload; nothing unless checksum and recording are right.
-[[nodiscard]] std::optional<std::vector<IndexEntry>> readIndex(ByteView payload, uint64_t recording_id);
+[[nodiscard]] std::optional<std::vector<IndexEntry>> readIndex(ByteView payload, uint64_t recordingId);
 
 }  // namespace oru::rlx

@@ -61,7 +61,7 @@ void putVoid(Bytes& out, std::size_t total) {
 namespace {
 
 /// Reads a big-endian number whose first byte's leading zeros tell its length.
-bool readNumber(ByteView view, std::size_t longest, bool keep_marker, uint64_t& value, std::size_t& length) {
+bool readNumber(ByteView view, std::size_t longest, bool keepMarker, uint64_t& value, std::size_t& length) {
     if (view.empty() || view[0] == 0) {
         return false;
     }
@@ -69,7 +69,7 @@ bool readNumber(ByteView view, std::size_t longest, bool keep_marker, uint64_t& 
     if (length > longest || length > view.size()) {
         return false;
     }
-    value = keep_marker ? view[0] : view[0] & (0xFFU >> length);
+    value = keepMarker ? view[0] : view[0] & (0xFFU >> length);
     for (std::size_t i = 1; i < length; ++i) {
         value = (value << 8) | view[i];
     }
@@ -80,18 +80,18 @@ bool readNumber(ByteView view, std::size_t longest, bool keep_marker, uint64_t& 
 
 bool readElement(ByteView view, Element& element) {
     uint64_t id = 0;
-    std::size_t id_length = 0;
-    std::size_t size_length = 0;
-    if (!readNumber(view, 4, true, id, id_length) ||
-        !readNumber(view.subspan(id_length), 8, false, element.size, size_length)) {
+    std::size_t idLength = 0;
+    std::size_t sizeLength = 0;
+    if (!readNumber(view, 4, true, id, idLength) ||
+        !readNumber(view.subspan(idLength), 8, false, element.size, sizeLength)) {
         return false;
     }
-    const uint64_t all_ones = (uint64_t{1} << (7 * size_length)) - 1;
-    if (element.size == all_ones) {
+    const uint64_t allOnes = (uint64_t{1} << (7 * sizeLength)) - 1;
+    if (element.size == allOnes) {
         element.size = kUnknownSize;
     }
     element.id = static_cast<uint32_t>(id);
-    element.header_size = id_length + size_length;
+    element.header_size = idLength + sizeLength;
     return true;
 }
 

@@ -26,19 +26,19 @@ constexpr int64_t kBitsPerKilobit = 1000;
 /// Stores the camera's bytes as they are.
 class RawEncoder final : public PictureEncoder {
 public:
-    explicit RawEncoder(std::size_t size) : size_(size) {}
+    explicit RawEncoder(std::size_t size) : pictureBytes(size) {}
 
-    const Bytes& codecPrivate() const override { return none_; }
-    const std::string& name() const override { return name_; }
+    const Bytes& codecPrivate() const override { return noBytes; }
+    const std::string& name() const override { return encoderName; }
     bool encode(const unsigned char* yuyv, uint64_t number, const CodedSink& sink) override {
-        return sink({{yuyv, size_}, true, number});
+        return sink({{yuyv, pictureBytes}, true, number});
     }
     bool finish(const CodedSink& /*sink*/) override { return true; }
 
 private:
-    std::size_t size_;
-    Bytes none_;
-    std::string name_ = "raw";
+    std::size_t pictureBytes;
+    Bytes noBytes;
+    std::string encoderName = "raw";
 };
 
 class LibraryEncoder final : public PictureEncoder {
@@ -46,8 +46,8 @@ public:
     static std::unique_ptr<PictureEncoder> open(const rlxrw::RlxRecordingHeader& header, const ModeCodec& mode,
                                                 const char* name);
 
-    const Bytes& codecPrivate() const override { return codec_private_; }
-    const std::string& name() const override { return name_; }
+    const Bytes& codecPrivate() const override { return extraData; }
+    const std::string& name() const override { return encoderName; }
     bool encode(const unsigned char* yuyv, uint64_t number, const CodedSink& sink) override;
     bool finish(const CodedSink& sink) override;
 
@@ -56,14 +56,14 @@ private:
     bool makeCodecPrivate(const rlxrw::RlxRecordingHeader& header);
     bool drain(const CodedSink& sink);
 
-    Context context_;
-    Frame frame_{av_frame_alloc()};
-    Packet packet_{av_packet_alloc()};
-    bool byte_stream_ = false;
-    Bytes codec_private_;
-    Bytes coded_;
-    std::vector<ByteView> units_;
-    std::string name_;
+    Context codecContext;
+    Frame frame{av_frame_alloc()};
+    Packet packet{av_packet_alloc()};
+    bool byteStream = false;
+    Bytes extraData;
+    Bytes codedBytes;
+    std::vector<ByteView> units;
+    std::string encoderName;
 };
 
 void setOption(AVCodecContext& context, const char* name, const char* value) {
@@ -156,38 +156,38 @@ std::unique_ptr<PictureEncoder> LibraryEncoder::open(const rlxrw::RlxRecordingHe
         return nullptr;
     }
     auto encoder = std::make_unique<LibraryEncoder>();
-    encoder->name_ = name;
-    encoder->context_.reset(avcodec_alloc_context3(codec));
-    if (encoder->context_ == nullptr || !encoder->prepare(header, mode)) {
+    encoder->encoderName = name;
+    encoder->codecContext.reset(avcodec_alloc_context3(codec));
+    if (encoder->codecContext == nullptr || !encoder->prepare(header, mode)) {
         return nullptr;
     }
     return encoder;
 }
 
 bool LibraryEncoder::prepare(const rlxrw::RlxRecordingHeader& header, const ModeCodec& mode) {
-    if (frame_ == nullptr || packet_ == nullptr) {
+    if (frame == nullptr || packet == nullptr) {
         return false;
     }
-    configure(*context_, header, mode.format, name_);
-    if (avcodec_open2(context_.get(), nullptr, nullptr) < 0) {
+    configure(*codecContext, header, mode.format, encoderName);
+    if (avcodec_open2(codecContext.get(), nullptr, nullptr) < 0) {
         return false;
     }
-    frame_->format = mode.format;
-    frame_->width = context_->width;
-    frame_->height = context_->height;
-    return av_frame_get_buffer(frame_.get(), 0) >= 0 && makeCodecPrivate(header);
+    frame->format = mode.format;
+    frame->width = codecContext->width;
+    frame->height = codecContext->height;
+    return av_frame_get_buffer(frame.get(), 0) >= 0 && makeCodecPrivate(header);
 }
 
 bool LibraryEncoder::makeCodecPrivate(const rlxrw::RlxRecordingHeader& header) {
-    const ByteView extra(context_->extradata, static_cast<std::size_t>(std::max(0, context_->extradata_size)));
+    const ByteView extra(codecContext->extradata, static_cast<std::size_t>(std::max(0, codecContext->extradata_size)));
     std::optional<Bytes> result;
     switch (header.compression_mode) {
         case RLX_H264:
-            byte_stream_ = true;
+            byteStream = true;
             result = avcConfiguration(extra);
             break;
         case RLX_H265:
-            byte_stream_ = true;
+            byteStream = true;
             result = hevcConfiguration(extra);
             break;
         case RLX_LOSSLESS:
@@ -196,45 +196,45 @@ bool LibraryEncoder::makeCodecPrivate(const rlxrw::RlxRecordingHeader& header) {
         default:
             result = Bytes(extra.begin(), extra.end());
     }
-    codec_private_ = result.value_or(Bytes{});
+    extraData = result.value_or(Bytes{});
     return result.has_value();
 }
 
 bool LibraryEncoder::encode(const unsigned char* yuyv, uint64_t number, const CodedSink& sink) {
-    if (av_frame_make_writable(frame_.get()) < 0) {
+    if (av_frame_make_writable(frame.get()) < 0) {
         return false;
     }
-    const YuvPlanes planes{frame_->data[0],    frame_->data[1],    frame_->data[2],
-                           stepOf(*frame_, 0), stepOf(*frame_, 1), stepOf(*frame_, 2)};
-    const auto width = static_cast<std::size_t>(frame_->width);
-    const auto height = static_cast<std::size_t>(frame_->height);
-    const bool is_420 = frame_->format == AV_PIX_FMT_YUV420P;
-    (is_420 ? yuyvToI420 : yuyvToI422)(yuyv, width * 2, planes, width, height);
-    frame_->pts = static_cast<int64_t>(number);
-    return avcodec_send_frame(context_.get(), frame_.get()) >= 0 && drain(sink);
+    const YuvPlanes planes{frame->data[0],    frame->data[1],    frame->data[2],
+                           stepOf(*frame, 0), stepOf(*frame, 1), stepOf(*frame, 2)};
+    const auto width = static_cast<std::size_t>(frame->width);
+    const auto height = static_cast<std::size_t>(frame->height);
+    const bool is420 = frame->format == AV_PIX_FMT_YUV420P;
+    (is420 ? yuyvToI420 : yuyvToI422)(yuyv, width * 2, planes, width, height);
+    frame->pts = static_cast<int64_t>(number);
+    return avcodec_send_frame(codecContext.get(), frame.get()) >= 0 && drain(sink);
 }
 
 bool LibraryEncoder::finish(const CodedSink& sink) {
-    return avcodec_send_frame(context_.get(), nullptr) >= 0 && drain(sink);
+    return avcodec_send_frame(codecContext.get(), nullptr) >= 0 && drain(sink);
 }
 
 bool LibraryEncoder::drain(const CodedSink& sink) {
     while (true) {
-        const int result = avcodec_receive_packet(context_.get(), packet_.get());
+        const int result = avcodec_receive_packet(codecContext.get(), packet.get());
         if (result < 0) {
             return result == AVERROR(EAGAIN) || result == AVERROR_EOF;
         }
         CodedPicture picture;
-        picture.bytes = {packet_->data, static_cast<std::size_t>(packet_->size)};
-        picture.key = (packet_->flags & AV_PKT_FLAG_KEY) != 0;
-        picture.number = static_cast<uint64_t>(packet_->pts);
-        if (byte_stream_) {
-            coded_.clear();
-            putLengthPrefixed(picture.bytes, units_, coded_);
-            picture.bytes = coded_;
+        picture.bytes = {packet->data, static_cast<std::size_t>(packet->size)};
+        picture.key = (packet->flags & AV_PKT_FLAG_KEY) != 0;
+        picture.number = static_cast<uint64_t>(packet->pts);
+        if (byteStream) {
+            codedBytes.clear();
+            putLengthPrefixed(picture.bytes, units, codedBytes);
+            picture.bytes = codedBytes;
         }
         const bool taken = sink(picture);
-        av_packet_unref(packet_.get());
+        av_packet_unref(packet.get());
         if (!taken) {
             return false;
         }

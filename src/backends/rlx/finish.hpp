@@ -11,6 +11,6 @@ namespace oru::rlx {
 /// and at last the Segment's size, each on the disk before the next. Whenever it is interrupted the file counts as
 /// unfinished and can be repaired. False with errno when the disk refuses.
 [[nodiscard]] bool finishRecording(File& file, const HeaderRecord& header, const std::vector<IndexEntry>& entries,
-                                   uint64_t clusters_end);
+                                   uint64_t clustersEnd);
 
 }  // namespace oru::rlx

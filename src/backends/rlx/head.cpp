@@ -162,10 +162,10 @@ std::size_t segmentBodyOffset() {
     return segmentSizeOffset() + kSizeBytes;
 }
 
-Finished finishedFacts(const HeaderRecord& header, uint64_t last_time_ms, uint64_t clusters_end, uint64_t file_size) {
+Finished finishedFacts(const HeaderRecord& header, uint64_t lastTimeMs, uint64_t clustersEnd, uint64_t fileSize) {
     const float fps = header.facts.fps;
-    const uint64_t last_frame_ms = fps >= 1.0F && std::isfinite(fps) ? static_cast<uint64_t>(1000.0F / fps) : 0;
-    return {file_size - segmentBodyOffset(), last_time_ms + last_frame_ms, clusters_end};
+    const uint64_t lastFrameMs = fps >= 1.0F && std::isfinite(fps) ? static_cast<uint64_t>(1000.0F / fps) : 0;
+    return {fileSize - segmentBodyOffset(), lastTimeMs + lastFrameMs, clustersEnd};
 }
 
 Bytes buildHead(const HeaderRecord& header, const std::optional<Finished>& finished) {

@@ -54,14 +54,14 @@ void putLengthPrefixed(ByteView stream, std::vector<ByteView>& scratch, Bytes& o
     }
 }
 
-std::optional<Bytes> avcConfiguration(ByteView parameter_sets) {
+std::optional<Bytes> avcConfiguration(ByteView parameterSets) {
     std::vector<ByteView> units;
-    splitByteStream(parameter_sets, units);
-    const auto of_type = [&](int type) {
+    splitByteStream(parameterSets, units);
+    const auto ofType = [&](int type) {
         return std::find_if(units.begin(), units.end(), [&](ByteView unit) { return (unit[0] & 0x1F) == type; });
     };
-    const auto sps = of_type(7);
-    const auto pps = of_type(8);
+    const auto sps = ofType(7);
+    const auto pps = ofType(8);
     if (sps == units.end() || pps == units.end() || sps->size() < 4) {
         return std::nullopt;
     }
@@ -77,10 +77,10 @@ std::optional<Bytes> avcConfiguration(ByteView parameter_sets) {
     return out;
 }
 
-std::optional<Bytes> hevcConfiguration(ByteView parameter_sets) {
+std::optional<Bytes> hevcConfiguration(ByteView parameterSets) {
     constexpr int kTypes[] = {32, 33, 34};  // video, sequence and picture parameter set
     std::vector<ByteView> units;
-    splitByteStream(parameter_sets, units);
+    splitByteStream(parameterSets, units);
     std::vector<ByteView> sets;
     for (const int type : kTypes) {
         const auto unit = std::find_if(units.begin(), units.end(),
@@ -97,10 +97,10 @@ std::optional<Bytes> hevcConfiguration(ByteView parameter_sets) {
     }
     Bytes out{1};
     out.insert(out.end(), sps.begin() + 3, sps.begin() + 15);
-    const auto temporal_layers = static_cast<uint8_t>(((sps[2] >> 1) & 7) + 1);
+    const auto temporalLayers = static_cast<uint8_t>(((sps[2] >> 1) & 7) + 1);
     const auto nested = static_cast<uint8_t>(sps[2] & 1);
     const Bytes facts{
-        0xF0, 0, 0xFC, 0xFC | 1, 0xF8, 0xF8, 0, 0, static_cast<uint8_t>((temporal_layers << 3) | (nested << 2) | 3), 3};
+        0xF0, 0, 0xFC, 0xFC | 1, 0xF8, 0xF8, 0, 0, static_cast<uint8_t>((temporalLayers << 3) | (nested << 2) | 3), 3};
     out.insert(out.end(), facts.begin(), facts.end());
     for (std::size_t i = 0; i < sets.size(); ++i) {
         out.push_back(static_cast<uint8_t>(0x80 | kTypes[i]));

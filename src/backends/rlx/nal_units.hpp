@@ -16,7 +16,7 @@ void putLengthPrefixed(ByteView stream, std::vector<ByteView>& scratch, Bytes& o
 
 /// The decoder configuration records of ISO/IEC 14496-15 from parameter sets with start codes; nothing when a
 /// parameter set is missing. 8 bits a sample, 4:2:0.
-[[nodiscard]] std::optional<Bytes> avcConfiguration(ByteView parameter_sets);
-[[nodiscard]] std::optional<Bytes> hevcConfiguration(ByteView parameter_sets);
+[[nodiscard]] std::optional<Bytes> avcConfiguration(ByteView parameterSets);
+[[nodiscard]] std::optional<Bytes> hevcConfiguration(ByteView parameterSets);
 
 }  // namespace oru::rlx

@@ -169,27 +169,27 @@ std::optional<HeaderRecord> decodeHeader(ByteView view) {
     const uint32_t magic = in.u32();
     header.facts.version = static_cast<int>(in.u32());
     const std::size_t size = in.u32();
-    const std::size_t private_size = in.u32();
-    const std::size_t text_size = in.u32();
+    const std::size_t privateSize = in.u32();
+    const std::size_t textSize = in.u32();
     header.recording_id = in.u64();
     const bool plausible = in.ok() && magic == kHeaderMagic && size <= view.size() && size <= kMaxHeaderSize &&
-                           size == kHeaderFixedSize + private_size + text_size + 4;
+                           size == kHeaderFixedSize + privateSize + textSize + 4;
     if (!plausible || !checksumHolds(view.first(size))) {
         return std::nullopt;
     }
     getHeaderFacts(in, header.facts);
     FieldReader tail(view.subspan(kHeaderFixedSize));
-    const ByteView codec_private = tail.bytes(private_size);
-    header.codec_private.assign(codec_private.begin(), codec_private.end());
-    header.facts.calibration_text = tail.text(text_size);
+    const ByteView codecPrivate = tail.bytes(privateSize);
+    header.codec_private.assign(codecPrivate.begin(), codecPrivate.end());
+    header.facts.calibration_text = tail.text(textSize);
     return header;
 }
 
 void encodeFrame(const FrameRecord& frame, int version, Bytes& out) {
     const std::size_t start = out.size();
-    const bool with_imu = version == 2;
-    const std::size_t packets = with_imu ? std::min(frame.packets.size(), kMaxPackets) : 0;
-    const bool own_packet = with_imu && frame.has_imu;
+    const bool withImu = version == 2;
+    const std::size_t packets = withImu ? std::min(frame.packets.size(), kMaxPackets) : 0;
+    const bool ownPacket = withImu && frame.has_imu;
     FieldWriter fields(out);
     fields.u32(kFrameMagic);
     fields.u32(static_cast<uint32_t>(version));
@@ -200,13 +200,13 @@ void encodeFrame(const FrameRecord& frame, int version, Bytes& out) {
     fields.u64(frame.reference_delta);
     fields.u32(frame.picture_size);
     fields.u32(frame.picture_crc);
-    fields.u32((frame.key ? KEY : 0U) | (own_packet ? HAS_FRAME_IMU : 0U));
+    fields.u32((frame.key ? KEY : 0U) | (ownPacket ? HAS_FRAME_IMU : 0U));
     fields.u32(frame.lost_before);
     fields.u32(static_cast<uint32_t>(packets));
     fields.u32(kPacketSize);
     fields.zeros(start + kFrameFixedSize - sizeof frame.metadata.bytes - out.size());
     fields.bytes(frame.metadata.bytes);
-    if (own_packet) {
+    if (ownPacket) {
         putPacket(fields, frame.imu);
     }
     for (std::size_t i = 0; i < packets; ++i) {
@@ -234,9 +234,9 @@ bool decodeFrame(ByteView view, FrameRecord& frame) {
     frame.has_imu = (flags & HAS_FRAME_IMU) != 0;
     frame.lost_before = in.u32();
     const std::size_t packets = in.u32();
-    const uint32_t packet_size = in.u32();
+    const uint32_t packetSize = in.u32();
     const std::size_t expected = kFrameFixedSize + (packets + (frame.has_imu ? 1 : 0)) * kPacketSize + 4;
-    if (magic != kFrameMagic || packet_size != kPacketSize || packets > kMaxPackets || view.size() != expected) {
+    if (magic != kFrameMagic || packetSize != kPacketSize || packets > kMaxPackets || view.size() != expected) {
         return false;
     }
     FieldReader body(view.subspan(kFrameFixedSize - sizeof frame.metadata.bytes));

@@ -97,10 +97,10 @@ Condition conditionOf(const OpenedFile& recording, std::vector<IndexEntry>& entr
 /// Whether the recording went on behind the last whole frame: a torn Cluster, or Cues that once began further on.
 bool framesFollowed(const OpenedFile& recording, Condition condition, const Walk& walk) {
     uint8_t id[4] = {};
-    Bytes cluster_id;
-    putId(cluster_id, ID_CLUSTER);
+    Bytes clusterId;
+    putId(clusterId, ID_CLUSTER);
     const std::size_t count = recording.file.readUpTo(walk.clusters_end, id, sizeof id);
-    if (count > 0 && std::equal(id, id + count, cluster_id.begin())) {
+    if (count > 0 && std::equal(id, id + count, clusterId.begin())) {
         return true;
     }
     uint8_t position[8] = {};

@@ -59,14 +59,14 @@ Condition openErrno(int error) {
     }
 }
 
-Condition openAndLock(const std::string& path, bool to_change, File& file) {
-    if (!(to_change ? file.openToChange(path) : file.openToRead(path))) {
+Condition openAndLock(const std::string& path, bool toChange, File& file) {
+    if (!(toChange ? file.openToChange(path) : file.openToRead(path))) {
         return openErrno(errno);
     }
     if (!file.isRegular()) {
         return Condition::NOT_A_FILE;
     }
-    if (!(to_change ? file.lockAlone() : file.lockShared())) {
+    if (!(toChange ? file.lockAlone() : file.lockShared())) {
         return Condition::BEING_RECORDED;
     }
     return file.size() == 0 ? Condition::EMPTY : Condition::INTACT;
@@ -108,9 +108,9 @@ const char* describe(Condition condition) {
     return "is in an unknown state";
 }
 
-OpenedFile openRecording(const std::string& path, bool to_change) {
+OpenedFile openRecording(const std::string& path, bool toChange) {
     OpenedFile recording;
-    recording.condition = openAndLock(path, to_change, recording.file);
+    recording.condition = openAndLock(path, toChange, recording.file);
     if (recording.condition != Condition::INTACT) {
         recording.file.close();
         return recording;
@@ -134,25 +134,25 @@ OpenedFile openRecording(const std::string& path, bool to_change) {
 Condition loadIndex(const OpenedFile& recording, std::vector<IndexEntry>& entries) {
     const File& file = recording.file;
     const uint64_t size = file.size();
-    uint8_t size_field[kSizeBytes] = {};
-    if (!file.readAt(segmentSizeOffset(), size_field, sizeof size_field)) {
+    uint8_t sizeField[kSizeBytes] = {};
+    if (!file.readAt(segmentSizeOffset(), sizeField, sizeof sizeField)) {
         return Condition::CUT_OFF;
     }
     Bytes unknown;
     putSize(unknown, kUnknownSize);
-    if (std::memcmp(unknown.data(), size_field, kSizeBytes) == 0) {
+    if (std::memcmp(unknown.data(), sizeField, kSizeBytes) == 0) {
         return Condition::UNFINISHED;
     }
     Bytes claimed;
     putSize(claimed, size - segmentBodyOffset());
-    if (std::memcmp(claimed.data(), size_field, kSizeBytes) != 0) {
-        return std::memcmp(claimed.data(), size_field, kSizeBytes) < 0 ? Condition::CUT_OFF : Condition::DAMAGED;
+    if (std::memcmp(claimed.data(), sizeField, kSizeBytes) != 0) {
+        return std::memcmp(claimed.data(), sizeField, kSizeBytes) < 0 ? Condition::CUT_OFF : Condition::DAMAGED;
     }
-    uint8_t footer_bytes[kFooterSize] = {};
-    if (size < recording.head_size + kFooterSize || !file.readAt(size - kFooterSize, footer_bytes, kFooterSize)) {
+    uint8_t footerBytes[kFooterSize] = {};
+    if (size < recording.head_size + kFooterSize || !file.readAt(size - kFooterSize, footerBytes, kFooterSize)) {
         return Condition::DAMAGED;
     }
-    const std::optional<Footer> footer = readFooter(footer_bytes);
+    const std::optional<Footer> footer = readFooter(footerBytes);
     if (!footer || footer->index_offset < recording.head_size || footer->index_offset >= size ||
         footer->index_size != size - kFooterSize - footer->index_offset) {
         return Condition::DAMAGED;
@@ -177,11 +177,11 @@ Condition loadIndex(const OpenedFile& recording, std::vector<IndexEntry>& entrie
     }
     const Bytes trailer = buildTrailer(recording.header, *index, end);
     const Bytes head = buildHead(recording.header, finishedFacts(recording.header, index->back().time_ms, end, size));
-    Bytes stored_head(head.size());
-    Bytes stored_trailer(std::min<uint64_t>(trailer.size(), size - end));
-    const bool same = file.readAt(0, stored_head.data(), stored_head.size()) &&
-                      file.readAt(end, stored_trailer.data(), stored_trailer.size()) && head == stored_head &&
-                      trailer == stored_trailer && end + trailer.size() == size;
+    Bytes storedHead(head.size());
+    Bytes storedTrailer(std::min<uint64_t>(trailer.size(), size - end));
+    const bool same = file.readAt(0, storedHead.data(), storedHead.size()) &&
+                      file.readAt(end, storedTrailer.data(), storedTrailer.size()) && head == storedHead &&
+                      trailer == storedTrailer && end + trailer.size() == size;
     entries = std::move(*index);
     return same ? Condition::INTACT : Condition::DAMAGED;
 }
@@ -198,10 +198,10 @@ void readStoredFrame(const OpenedFile& recording, const IndexEntry& entry, Store
     if (!shape || shape->total != cluster.size()) {
         return;
     }
-    const auto picture_size = static_cast<std::size_t>(shape->picture_size);
-    out.record_whole = readSuffix(cluster.first(kPrefixSize), cluster.subspan(kPrefixSize + picture_size),
+    const auto pictureSize = static_cast<std::size_t>(shape->picture_size);
+    out.record_whole = readSuffix(cluster.first(kPrefixSize), cluster.subspan(kPrefixSize + pictureSize),
                                   recording.header.recording_id, out.frame, out.scratch);
-    out.picture = cluster.subspan(kPrefixSize, picture_size);
+    out.picture = cluster.subspan(kPrefixSize, pictureSize);
     if (out.record_whole && crc32c(out.picture.data(), out.picture.size()) == out.frame.picture_crc) {
         out.check = FrameCheck::WHOLE;
     }

@@ -37,7 +37,7 @@ struct OpenedFile {
     uint64_t head_size = 0;
     bool head_whole = false;  ///< every byte of the head but for what finishing changes is as it must be
 };
-[[nodiscard]] OpenedFile openRecording(const std::string& path, bool to_change);
+[[nodiscard]] OpenedFile openRecording(const std::string& path, bool toChange);
 
 /// A finished recording's index, checked against head and trailer byte for byte; INTACT, NO_WHOLE_FRAME, UNFINISHED,
 /// CUT_OFF or DAMAGED. Reads no frame.

@@ -18,10 +18,10 @@ void putBinaryTag(Bytes& out, const char* name, ByteView data) {
     putMaster(out, ID_SIMPLE_TAG, tag);
 }
 
-Bytes wrapTags(const Bytes& simple_tags) {
+Bytes wrapTags(const Bytes& simpleTags) {
     Bytes tag;
     putMaster(tag, ID_TARGETS, {});
-    tag.insert(tag.end(), simple_tags.begin(), simple_tags.end());
+    tag.insert(tag.end(), simpleTags.begin(), simpleTags.end());
     Bytes body;
     putMaster(body, ID_TAG, tag);
     Bytes out;

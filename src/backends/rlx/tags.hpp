@@ -10,6 +10,6 @@ namespace oru::rlx {
 void putTag(Bytes& out, const char* name, const std::string& value);
 void putBinaryTag(Bytes& out, const char* name, ByteView data);
 /// A Tags element that describes the whole file by the SimpleTags.
-[[nodiscard]] Bytes wrapTags(const Bytes& simple_tags);
+[[nodiscard]] Bytes wrapTags(const Bytes& simpleTags);
 
 }  // namespace oru::rlx

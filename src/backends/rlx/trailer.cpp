@@ -54,18 +54,18 @@ Bytes buildTrailer(const HeaderRecord& header, const std::vector<IndexEntry>& en
         fields.u32(entry.key ? 1 : 0);
     }
     fields.u32(crc32c(payload.data(), payload.size()));
-    const std::size_t index_size = payload.size();
+    const std::size_t indexSize = payload.size();
     fields.zeros(kFooterSize);
 
     Bytes tags;
     putBinaryTag(tags, "RLX_INDEX", payload);
     const Bytes element = wrapTags(tags);
     out.insert(out.end(), element.begin(), element.end());
-    const uint64_t index_offset = offset + out.size() - payload.size();
+    const uint64_t indexOffset = offset + out.size() - payload.size();
     out.resize(out.size() - kFooterSize);
     FieldWriter footer(out);
-    footer.u64(index_offset);
-    footer.u64(index_size);
+    footer.u64(indexOffset);
+    footer.u64(indexSize);
     footer.u32(kFooterMagic);
     footer.u32(crc32c(out.data() + out.size() - 20, 20));
     return out;
@@ -82,14 +82,14 @@ std::optional<Footer> readFooter(ByteView footer) {
     return right ? std::optional(result) : std::nullopt;
 }
 
-std::optional<std::vector<IndexEntry>> readIndex(ByteView payload, uint64_t recording_id) {
+std::optional<std::vector<IndexEntry>> readIndex(ByteView payload, uint64_t recordingId) {
     FieldReader in(payload);
     const uint32_t magic = in.u32();
     const uint32_t version = in.u32();
     const uint64_t id = in.u64();
     const uint64_t count = in.u64();
-    if (!in.ok() || magic != kIndexMagic || version != 1 || id != recording_id ||
-        payload.size() < kIndexFixedSize + 4 || (payload.size() - kIndexFixedSize - 4) / kEntrySize != count ||
+    if (!in.ok() || magic != kIndexMagic || version != 1 || id != recordingId || payload.size() < kIndexFixedSize + 4 ||
+        (payload.size() - kIndexFixedSize - 4) / kEntrySize != count ||
         (payload.size() - kIndexFixedSize - 4) % kEntrySize != 0) {
         return std::nullopt;
     }

@@ -14,11 +14,11 @@ constexpr std::size_t kSearchBlock = std::size_t{1} << 20;
 constexpr std::array<uint8_t, 4> kClusterId{0x1F, 0x43, 0xB6, 0x75};
 
 /// Looks for the next whole frame at or behind `from`; `file_size` when there is none.
-uint64_t findFrame(const OpenedFile& recording, uint64_t from, uint64_t file_size, StoredFrame& scratch) {
+uint64_t findFrame(const OpenedFile& recording, uint64_t from, uint64_t fileSize, StoredFrame& scratch) {
     Bytes block;
     IndexEntry entry;
-    while (from + kPrefixSize <= file_size) {
-        block.resize(std::min<uint64_t>(kSearchBlock, file_size - from));
+    while (from + kPrefixSize <= fileSize) {
+        block.resize(std::min<uint64_t>(kSearchBlock, fileSize - from));
         block.resize(recording.file.readUpTo(from, block.data(), block.size()));
         if (block.size() < kClusterId.size()) {
             break;
@@ -26,23 +26,23 @@ uint64_t findFrame(const OpenedFile& recording, uint64_t from, uint64_t file_siz
         auto hit = block.begin();
         while ((hit = std::search(hit, block.end(), kClusterId.begin(), kClusterId.end())) != block.end()) {
             const uint64_t offset = from + static_cast<uint64_t>(hit - block.begin());
-            if (readRecordAt(recording, offset, file_size, scratch, entry)) {
+            if (readRecordAt(recording, offset, fileSize, scratch, entry)) {
                 return offset;
             }
             ++hit;
         }
         from += block.size() - (kClusterId.size() - 1);
     }
-    return file_size;
+    return fileSize;
 }
 
 /// Bytes of a Void element at `offset`, 0 when there is none.
-uint64_t voidAt(const OpenedFile& recording, uint64_t offset, uint64_t file_size) {
+uint64_t voidAt(const OpenedFile& recording, uint64_t offset, uint64_t fileSize) {
     std::array<uint8_t, 12> bytes{};
     Element element;
     const std::size_t count = recording.file.readUpTo(offset, bytes.data(), bytes.size());
     if (!readElement(ByteView(bytes).first(count), element) || element.id != ID_VOID ||
-        element.size > file_size - offset) {
+        element.size > fileSize - offset) {
         return 0;
     }
     return element.header_size + element.size;
@@ -52,7 +52,7 @@ void leaveOutBadPictures(const OpenedFile& recording, PictureCheck check, Walk& 
                          const ProgressSink& progress) {
     const uint64_t last = walk.entries.empty() ? 0 : walk.entries.back().time_ms;
     const uint64_t from = check == PictureCheck::ALL || last < kTailMs ? 0 : last - kTailMs;
-    const auto is_bad = [&](const IndexEntry& entry) {
+    const auto isBad = [&](const IndexEntry& entry) {
         if (entry.time_ms < from || walk.stopped) {
             return false;
         }
@@ -65,25 +65,25 @@ void leaveOutBadPictures(const OpenedFile& recording, PictureCheck check, Walk& 
         ++walk.bad_pictures;
         return true;
     };
-    std::erase_if(walk.entries, is_bad);
+    std::erase_if(walk.entries, isBad);
 }
 
 }  // namespace
 
-bool readRecordAt(const OpenedFile& recording, uint64_t offset, uint64_t file_size, StoredFrame& scratch,
+bool readRecordAt(const OpenedFile& recording, uint64_t offset, uint64_t fileSize, StoredFrame& scratch,
                   IndexEntry& entry) {
     std::array<uint8_t, kPrefixSize> prefix{};
     if (!recording.file.readAt(offset, prefix.data(), prefix.size())) {
         return false;
     }
     const std::optional<ClusterShape> shape = readPrefix(prefix);
-    if (!shape || shape->total > file_size - offset) {
+    if (!shape || shape->total > fileSize - offset) {
         return false;
     }
     Bytes& suffix = scratch.cluster;
-    const uint64_t suffix_offset = kPrefixSize + shape->picture_size;
-    suffix.resize(shape->total - suffix_offset);
-    if (!recording.file.readAt(offset + suffix_offset, suffix.data(), suffix.size()) ||
+    const uint64_t suffixOffset = kPrefixSize + shape->picture_size;
+    suffix.resize(shape->total - suffixOffset);
+    if (!recording.file.readAt(offset + suffixOffset, suffix.data(), suffix.size()) ||
         !readSuffix(prefix, suffix, recording.header.recording_id, scratch.frame, scratch.scratch)) {
         return false;
     }
@@ -95,26 +95,26 @@ bool readRecordAt(const OpenedFile& recording, uint64_t offset, uint64_t file_si
 Walk walkFrames(const OpenedFile& recording, PictureCheck check, const ProgressSink& progress) {
     Walk walk;
     StoredFrame scratch;
-    const uint64_t file_size = recording.file.size();
+    const uint64_t fileSize = recording.file.size();
     uint64_t offset = recording.head_size;
-    uint64_t expected_number = 0;
+    uint64_t expectedNumber = 0;
     IndexEntry entry;
-    while (offset + kPrefixSize <= file_size) {
-        if (readRecordAt(recording, offset, file_size, scratch, entry)) {
+    while (offset + kPrefixSize <= fileSize) {
+        if (readRecordAt(recording, offset, fileSize, scratch, entry)) {
             const uint64_t number = scratch.frame.number;
-            walk.missing_frames += number > expected_number ? number - expected_number : 0;
-            expected_number = number + 1;
+            walk.missing_frames += number > expectedNumber ? number - expectedNumber : 0;
+            expectedNumber = number + 1;
             walk.entries.push_back(entry);
             offset += entry.cluster_size;
             continue;
         }
-        const uint64_t behind_void = offset + voidAt(recording, offset, file_size);
-        if (behind_void > offset && readRecordAt(recording, behind_void, file_size, scratch, entry)) {
-            offset = behind_void;
+        const uint64_t behindVoid = offset + voidAt(recording, offset, fileSize);
+        if (behindVoid > offset && readRecordAt(recording, behindVoid, fileSize, scratch, entry)) {
+            offset = behindVoid;
             continue;
         }
-        const uint64_t next = findFrame(recording, offset + 1, file_size, scratch);
-        if (next == file_size) {
+        const uint64_t next = findFrame(recording, offset + 1, fileSize, scratch);
+        if (next == fileSize) {
             break;
         }
         walk.holes.push_back({offset, next - offset});

@@ -38,7 +38,7 @@ struct Walk {
 [[nodiscard]] Walk walkFrames(const OpenedFile& recording, PictureCheck check, const ProgressSink& progress = {});
 
 /// A frame whose Cluster begins at `offset`, its picture unread; false when there is none.
-[[nodiscard]] bool readRecordAt(const OpenedFile& recording, uint64_t offset, uint64_t file_size, StoredFrame& scratch,
+[[nodiscard]] bool readRecordAt(const OpenedFile& recording, uint64_t offset, uint64_t fileSize, StoredFrame& scratch,
                                 IndexEntry& entry);
 
 }  // namespace oru::rlx

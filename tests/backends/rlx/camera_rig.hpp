@@ -34,14 +34,14 @@ public:
     std::unique_ptr<MonoRectifier> makeRectifier() override { return nullptr; }
     std::unique_ptr<PlaybackRecorder> makePlaybackRecorder() override { return nullptr; }
     DeviceDirectory& devices() override { std::abort(); }
-    CalibrationSource& calibration() override { return calibration_; }
-    GpuRuntime& gpu() override { return *gpu_; }
-    Clock& clock() override { return clock_; }
+    CalibrationSource& calibration() override { return keptCalibration; }
+    GpuRuntime& gpu() override { return *gpuRuntime; }
+    Clock& clock() override { return steppedClock; }
 
 private:
-    KeptCalibration calibration_;
-    SteppedClock clock_;
-    std::unique_ptr<GpuRuntime> gpu_ = makeHostGpuRuntime();
+    KeptCalibration keptCalibration;
+    SteppedClock steppedClock;
+    std::unique_ptr<GpuRuntime> gpuRuntime = makeHostGpuRuntime();
 };
 
 /// Keeps what it was given.
@@ -73,11 +73,11 @@ public:
 
 /// The members of a camera that recording and playback work on, and its calls in the order of grab().
 struct CameraRig {
-    explicit CameraRig(const Scene& what, Clock& time, std::unique_ptr<rlxrw::RLXVideo> recorder_double = nullptr)
+    explicit CameraRig(const Scene& what, Clock& time, std::unique_ptr<rlxrw::RLXVideo> recorderDouble = nullptr)
         : scene(what),
-          recorder(recorder_double ? std::move(recorder_double) : makeRlxVideo(calibration)),
+          recorder(recorderDouble ? std::move(recorderDouble) : makeRlxVideo(calibration)),
           module(makePlaybackRecorder(time, calibration)) {
-        previous_ = CollaboratorFactory::setProcessDefault(std::make_shared<MemoryOnly>());
+        previousFactory = CollaboratorFactory::setProcessDefault(std::make_shared<MemoryOnly>());
         EXPECT_EQ(image.alloc({scene.width, scene.height}, U8_C2, CPU), SUCCESS);
         image_size = {scene.width, scene.height};
     }
@@ -85,7 +85,7 @@ struct CameraRig {
         module->disableRecording(context());
         module.reset();
         image.free(CPU_AND_GPU);
-        CollaboratorFactory::setProcessDefault(previous_);
+        CollaboratorFactory::setProcessDefault(previousFactory);
     }
 
     CameraFrameContext context() {
@@ -119,11 +119,11 @@ struct CameraRig {
     }
 
     FrameStatus grabFile() {
-        const FrameStatus status_of_grab = module->nextImageOfRLX(context(), false);
-        if (status_of_grab == NEW_FRAME) {
+        const FrameStatus grabStatus = module->nextImageOfRLX(context(), false);
+        if (grabStatus == NEW_FRAME) {
             finishGrab(reader->getFrameIMUPackets());
         }
-        return status_of_grab;
+        return grabStatus;
     }
 
     void finishGrab(const std::vector<IMUPacket>& packets) {
@@ -163,7 +163,7 @@ struct CameraRig {
     std::unique_ptr<PlaybackRecorder> module;
 
 private:
-    std::shared_ptr<CollaboratorFactory> previous_;
+    std::shared_ptr<CollaboratorFactory> previousFactory;
 };
 
 }  // namespace oru::rlx_test

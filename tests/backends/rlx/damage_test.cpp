@@ -22,52 +22,53 @@ protected:
     static constexpr uint64_t kFrames = 40;
 
     void SetUp() override {
-        scene_.mode = GetParam();
-        scene_.fps = 10.0F;
-        scene_.calibrated = false;
-        record(whole_, scene_, kFrames);
-        bytes_ = readBytes(whole_);
-        const rlx::OpenedFile opened = rlx::openRecording(whole_, false);
-        head_size_ = opened.head_size;
-        ASSERT_EQ(rlx::loadIndex(opened, entries_), Condition::INTACT);
+        recordedScene.mode = GetParam();
+        recordedScene.fps = 10.0F;
+        recordedScene.calibrated = false;
+        record(wholePath, recordedScene, kFrames);
+        wholeBytes = readBytes(wholePath);
+        const rlx::OpenedFile opened = rlx::openRecording(wholePath, false);
+        headSize = opened.head_size;
+        ASSERT_EQ(rlx::loadIndex(opened, indexEntries), Condition::INTACT);
     }
 
     uint64_t wholeFramesIn(uint64_t size) const {
-        return static_cast<uint64_t>(std::count_if(entries_.begin(), entries_.end(), [&](const rlx::IndexEntry& entry) {
-            return entry.offset + entry.cluster_size <= size;
-        }));
+        return static_cast<uint64_t>(
+            std::count_if(indexEntries.begin(), indexEntries.end(),
+                          [&](const rlx::IndexEntry& entry) { return entry.offset + entry.cluster_size <= size; }));
     }
 
     uint64_t framesOutside(const std::vector<unsigned char>& damaged) const {
-        return static_cast<uint64_t>(std::count_if(entries_.begin(), entries_.end(), [&](const rlx::IndexEntry& entry) {
-            const auto from = static_cast<std::ptrdiff_t>(entry.offset);
-            return std::equal(damaged.begin() + from, damaged.begin() + from + entry.cluster_size,
-                              bytes_.begin() + from);
-        }));
+        return static_cast<uint64_t>(
+            std::count_if(indexEntries.begin(), indexEntries.end(), [&](const rlx::IndexEntry& entry) {
+                const auto from = static_cast<std::ptrdiff_t>(entry.offset);
+                return std::equal(damaged.begin() + from, damaged.begin() + from + entry.cluster_size,
+                                  wholeBytes.begin() + from);
+            }));
     }
 
     void expectRepairs(const std::vector<unsigned char>& damaged, uint64_t frames, const std::string& what) {
-        writeBytes(damaged_, damaged);
+        writeBytes(damagedPath, damaged);
         KeptCalibration calibration;
         const auto file = makeRlxVideo(calibration);
-        ASSERT_EQ(file->open(damaged_.c_str()), 1) << what;
-        ASSERT_EQ(file->repairFile(damaged_.c_str(), "", true, false), frames > 0 ? 0 : 1) << what;
+        ASSERT_EQ(file->open(damagedPath.c_str()), 1) << what;
+        ASSERT_EQ(file->repairFile(damagedPath.c_str(), "", true, false), frames > 0 ? 0 : 1) << what;
         if (frames == 0) {
-            ASSERT_EQ(readBytes(damaged_), damaged) << what << ": touched";
+            ASSERT_EQ(readBytes(damagedPath), damaged) << what << ": touched";
             return;
         }
-        const rlx::VerifyReport report = rlx::verifyRecording(damaged_);
+        const rlx::VerifyReport report = rlx::verifyRecording(damagedPath);
         ASSERT_EQ(report.condition, Condition::INTACT) << what;
         ASSERT_EQ(report.frames, frames) << what;
     }
 
-    Scene scene_;
-    Folder folder_;
-    std::string whole_ = folder_.path("whole.rlx2");
-    std::string damaged_ = folder_.path("damaged.rlx2");
-    std::vector<unsigned char> bytes_;
-    uint64_t head_size_ = 0;
-    std::vector<rlx::IndexEntry> entries_;
+    Scene recordedScene;
+    Folder testFolder;
+    std::string wholePath = testFolder.path("whole.rlx2");
+    std::string damagedPath = testFolder.path("damaged.rlx2");
+    std::vector<unsigned char> wholeBytes;
+    uint64_t headSize = 0;
+    std::vector<rlx::IndexEntry> indexEntries;
 };
 
 std::string modeName(const testing::TestParamInfo<RLX_COMPRESSION_MODE>& info) {
@@ -80,11 +81,11 @@ INSTANTIATE_TEST_SUITE_P(Rlx, EveryMode, testing::ValuesIn(kModes), modeName);
 
 TEST_P(EveryMode, CutAnywhereKeepsEveryWholeFrame) {
     std::set<uint64_t> cuts;
-    for (uint64_t i = 1; i <= head_size_; i += scene_.mode == RLX_RAW ? 1 : 37) {
+    for (uint64_t i = 1; i <= headSize; i += recordedScene.mode == RLX_RAW ? 1 : 37) {
         cuts.insert(i);
     }
-    const rlx::IndexEntry& last = entries_.back();
-    for (const rlx::IndexEntry& entry : {entries_[kFrames - 2], last}) {
+    const rlx::IndexEntry& last = indexEntries.back();
+    for (const rlx::IndexEntry& entry : {indexEntries[kFrames - 2], last}) {
         for (uint64_t i = 0; i <= rlx::kPrefixSize; ++i) {
             cuts.insert(entry.offset + i);
         }
@@ -94,10 +95,11 @@ TEST_P(EveryMode, CutAnywhereKeepsEveryWholeFrame) {
     }
     std::minstd_rand random(4711);
     for (int i = 0; i < 500; ++i) {
-        cuts.insert(1 + random() % (bytes_.size() - 1));
+        cuts.insert(1 + random() % (wholeBytes.size() - 1));
     }
     for (const uint64_t cut : cuts) {
-        const std::vector<unsigned char> damaged(bytes_.begin(), bytes_.begin() + static_cast<std::ptrdiff_t>(cut));
+        const std::vector<unsigned char> damaged(wholeBytes.begin(),
+                                                 wholeBytes.begin() + static_cast<std::ptrdiff_t>(cut));
         ASSERT_NO_FATAL_FAILURE(expectRepairs(damaged, wholeFramesIn(cut), "cut at " + std::to_string(cut)));
     }
 }
@@ -106,39 +108,39 @@ TEST_P(EveryMode, CutFileIsPlayableByOthersAfterRepair) {
     if (std::system("command -v mkvinfo ffprobe >/dev/null 2>&1") != 0) {
         GTEST_SKIP() << "ffprobe or mkvinfo is not installed";
     }
-    for (const uint64_t cut : {entries_[7].offset + 60, entries_.back().offset - 1, bytes_.size() - 5}) {
-        writeBytes(damaged_, {bytes_.begin(), bytes_.begin() + static_cast<std::ptrdiff_t>(cut)});
-        ASSERT_EQ(rlx::repairRecording(damaged_, "", PictureCheck::TAIL).code, 0);
-        EXPECT_EQ(std::system(("mkvinfo " + damaged_ + " >/dev/null").c_str()), 0) << cut;
-        EXPECT_EQ(std::system(("ffmpeg -v error -xerror -i " + damaged_ + " -f null -").c_str()), 0) << cut;
-        const Played played = play(damaged_, scene_);
+    for (const uint64_t cut : {indexEntries[7].offset + 60, indexEntries.back().offset - 1, wholeBytes.size() - 5}) {
+        writeBytes(damagedPath, {wholeBytes.begin(), wholeBytes.begin() + static_cast<std::ptrdiff_t>(cut)});
+        ASSERT_EQ(rlx::repairRecording(damagedPath, "", PictureCheck::TAIL).code, 0);
+        EXPECT_EQ(std::system(("mkvinfo " + damagedPath + " >/dev/null").c_str()), 0) << cut;
+        EXPECT_EQ(std::system(("ffmpeg -v error -xerror -i " + damagedPath + " -f null -").c_str()), 0) << cut;
+        const Played played = play(damagedPath, recordedScene);
         EXPECT_EQ(played.times.size(), wholeFramesIn(cut));
         EXPECT_EQ(played.wrong_pictures + played.wrong_facts, 0U);
     }
 }
 
 TEST_P(EveryMode, FlippedBitsAreNoticedAndNeverDelivered) {
-    std::minstd_rand random(static_cast<unsigned>(815 + scene_.mode));
+    std::minstd_rand random(static_cast<unsigned>(815 + recordedScene.mode));
     for (int round = 0; round < 400; ++round) {
-        std::vector<unsigned char> damaged = bytes_;
+        std::vector<unsigned char> damaged = wholeBytes;
         const std::size_t place = random() % damaged.size();
         const std::size_t zeroed = std::min(round % 4 == 0 ? 1 + random() % 4096 : 0, damaged.size() - place);
         damaged[place] ^= static_cast<unsigned char>(1U << random() % 8);
         std::fill_n(damaged.begin() + static_cast<std::ptrdiff_t>(place), zeroed, 0);
-        writeBytes(damaged_, damaged);
+        writeBytes(damagedPath, damaged);
 
-        Played played = play(damaged_, scene_);
+        Played played = play(damagedPath, recordedScene);
 
         const std::string what = "round " + std::to_string(round) + " at " + std::to_string(place);
         ASSERT_EQ(played.wrong_pictures + played.wrong_facts, 0U) << what;
-        if (damaged != bytes_) {
+        if (damaged != wholeBytes) {
             ASSERT_TRUE(played.open_result == 1 || played.counters.lost() > 0) << what << ": not noticed";
         }
-        if (round % 8 == 0 && damaged != bytes_) {
-            const rlx::RepairReport report = rlx::repairRecording(damaged_, "", PictureCheck::ALL);
+        if (round % 8 == 0 && damaged != wholeBytes) {
+            const rlx::RepairReport report = rlx::repairRecording(damagedPath, "", PictureCheck::ALL);
             if (report.code == 0) {
-                ASSERT_EQ(rlx::verifyRecording(damaged_).condition, Condition::INTACT) << what;
-                played = play(damaged_, scene_);
+                ASSERT_EQ(rlx::verifyRecording(damagedPath).condition, Condition::INTACT) << what;
+                played = play(damagedPath, recordedScene);
                 ASSERT_EQ(played.open_result, 0) << what;
                 ASSERT_EQ(played.wrong_pictures + played.wrong_facts, 0U) << what;
                 ASSERT_EQ(report.frames_recovered, framesOutside(damaged)) << what;
@@ -148,33 +150,33 @@ TEST_P(EveryMode, FlippedBitsAreNoticedAndNeverDelivered) {
 }
 
 TEST_P(EveryMode, DamageInTheMiddleCostsOnlyTheFramesItTouches) {
-    std::vector<unsigned char> damaged(bytes_.begin(), bytes_.end() - 100);
+    std::vector<unsigned char> damaged(wholeBytes.begin(), wholeBytes.end() - 100);
     const auto at = [&](const rlx::IndexEntry& entry) {
         return damaged.begin() + static_cast<std::ptrdiff_t>(entry.offset);
     };
-    std::fill(at(entries_[5]), at(entries_[5]) + 20, 0xAB);
-    std::fill(at(entries_[20]) + 30, at(entries_[22]) + 10, 0);
+    std::fill(at(indexEntries[5]), at(indexEntries[5]) + 20, 0xAB);
+    std::fill(at(indexEntries[20]) + 30, at(indexEntries[22]) + 10, 0);
 
     ASSERT_NO_FATAL_FAILURE(expectRepairs(damaged, kFrames - 4, "two holes"));
 
-    const rlx::RepairReport report = rlx::repairRecording(damaged_, folder_.path("copy.rlx2"), PictureCheck::ALL);
+    const rlx::RepairReport report = rlx::repairRecording(damagedPath, testFolder.path("copy.rlx2"), PictureCheck::ALL);
     EXPECT_EQ(report.code, 0);
     EXPECT_EQ(report.frames_lost, 4U);
-    const Played played = play(folder_.path("copy.rlx2"), scene_);
+    const Played played = play(testFolder.path("copy.rlx2"), recordedScene);
     EXPECT_EQ(played.wrong_pictures + played.wrong_facts, 0U);
     EXPECT_EQ(played.counters.produced, kFrames - 4);
-    EXPECT_EQ(play(damaged_, scene_).times, played.times);
+    EXPECT_EQ(play(damagedPath, recordedScene).times, played.times);
 }
 
 TEST_P(EveryMode, OneWholeCopyOfTheHeaderIsEnough) {
-    std::vector<unsigned char> damaged = bytes_;
+    std::vector<unsigned char> damaged = wholeBytes;
     const std::string magic = "RLXH";
     const auto first = std::search(damaged.begin(), damaged.end(), magic.begin(), magic.end());
     std::fill(first + 40, first + 140, 0);
 
     ASSERT_NO_FATAL_FAILURE(expectRepairs(damaged, kFrames, "first copy"));
 
-    EXPECT_EQ(readBytes(damaged_), bytes_);
+    EXPECT_EQ(readBytes(damagedPath), wholeBytes);
 }
 
 TEST(Repair, SaysWhatIsWrongAndTouchesNothingItCannotHelp) {
@@ -223,15 +225,15 @@ TEST(Repair, InterruptedAtAnyStepLeavesARepairableFile) {
     std::vector<rlx::IndexEntry> entries;
     ASSERT_EQ(rlx::loadIndex(opened, entries), Condition::INTACT);
     const auto clusters_end = static_cast<std::ptrdiff_t>(entries.back().offset + entries.back().cluster_size);
-    const rlx::Bytes unfinished_head = rlx::buildHead(opened.header, std::nullopt);
+    const rlx::Bytes unfinishedHead = rlx::buildHead(opened.header, std::nullopt);
     opened.file.close();
     // The states between the steps of finishing: no trailer, part of it, all of it; old head, new head without its
     // size.
     for (const std::ptrdiff_t trailer : {std::ptrdiff_t{0}, std::ptrdiff_t{50}, std::ssize(whole) - clusters_end}) {
         for (const bool new_head : {false, true}) {
             std::vector<unsigned char> state(whole.begin(), whole.begin() + clusters_end + trailer);
-            const auto replaced = new_head ? rlx::segmentBodyOffset() : unfinished_head.size();
-            std::copy_n(unfinished_head.begin(), replaced, state.begin());
+            const auto replaced = new_head ? rlx::segmentBodyOffset() : unfinishedHead.size();
+            std::copy_n(unfinishedHead.begin(), replaced, state.begin());
             writeBytes(path, state);
 
             const rlx::RepairReport report = rlx::repairRecording(path, "", PictureCheck::TAIL);

@@ -20,7 +20,7 @@ public:
         if (::pipe2(ends, O_CLOEXEC) != 0) {
             return;
         }
-        output_ = ends[0];
+        output = ends[0];
         arguments.insert(arguments.begin(), RLX_RECORD_HELPER);
         std::vector<char*> pointers;
         for (std::string& argument : arguments) {
@@ -30,49 +30,49 @@ public:
         posix_spawn_file_actions_t actions;
         ::posix_spawn_file_actions_init(&actions);
         ::posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
-        started_ = ::posix_spawn(&child_, RLX_RECORD_HELPER, &actions, nullptr, pointers.data(), environ) == 0;
+        started = ::posix_spawn(&child, RLX_RECORD_HELPER, &actions, nullptr, pointers.data(), environ) == 0;
         ::posix_spawn_file_actions_destroy(&actions);
         ::close(ends[1]);
     }
     ~HelperProcess() {
         (void)killAndCount();
-        ::close(output_);
+        ::close(output);
     }
     HelperProcess(const HelperProcess&) = delete;
     HelperProcess& operator=(const HelperProcess&) = delete;
 
     /// False under an emulator that cannot start its own kind of program.
-    [[nodiscard]] bool hasStarted() const { return started_; }
+    [[nodiscard]] bool hasStarted() const { return started; }
     /// Blocks until the child has written something.
     void waitForOutput() {
         char first = 0;
-        written_ += ::read(output_, &first, 1) == 1 ? 1 : 0;
+        written += ::read(output, &first, 1) == 1 ? 1 : 0;
     }
     [[nodiscard]] int exitStatus() {
         int status = -1;
-        ::waitpid(child_, &status, 0);
-        started_ = false;
+        ::waitpid(child, &status, 0);
+        started = false;
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
     /// Ends the child with SIGKILL; how many bytes it had written.
     std::size_t killAndCount() {
-        if (started_) {
-            ::kill(child_, SIGKILL);
+        if (started) {
+            ::kill(child, SIGKILL);
             (void)exitStatus();
             std::vector<char> block(65'536);
             ssize_t count = 0;
-            while ((count = ::read(output_, block.data(), block.size())) > 0) {
-                written_ += static_cast<std::size_t>(count);
+            while ((count = ::read(output, block.data(), block.size())) > 0) {
+                written += static_cast<std::size_t>(count);
             }
         }
-        return written_;
+        return written;
     }
 
 private:
-    pid_t child_ = -1;
-    int output_ = -1;
-    bool started_ = false;
-    std::size_t written_ = 0;
+    pid_t child = -1;
+    int output = -1;
+    bool started = false;
+    std::size_t written = 0;
 };
 
 }  // namespace oru::rlx_test

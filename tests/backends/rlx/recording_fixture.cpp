@@ -130,12 +130,12 @@ std::vector<IMUPacket> Scene::packets(uint64_t number) const {
 
 Folder::Folder() {
     std::string name = (std::filesystem::temp_directory_path() / "rlx-XXXXXX").string();
-    path_ = ::mkdtemp(name.data());
+    folderPath = ::mkdtemp(name.data());
 }
 
 Folder::~Folder() {
     std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
+    std::filesystem::remove_all(folderPath, ignored);
 }
 
 int writeSceneFrame(rlxrw::RLXVideo& recorder, const Scene& scene, uint64_t number) {
@@ -174,12 +174,12 @@ bool factsAreRight(rlxrw::RLXVideo& reader, const Scene& scene, uint64_t number,
     IMUPacket imu;
     const auto expected = scene.metadata(number);
     const bool second = scene.version == 2;
-    const bool imu_right = reader.getFrameIMU(imu) == second && (!second || imu == scene.imu(number));
+    const bool imuRight = reader.getFrameIMU(imu) == second && (!second || imu == scene.imu(number));
     // A frame carries the packets of the damaged ones before it as well.
     const std::vector<IMUPacket> own = second ? scene.packets(number) : std::vector<IMUPacket>{};
     const std::vector<IMUPacket> packets = reader.getFrameIMUPackets();
     return time == scene.time(number) && reader.getCurrentMetadata(metadata) &&
-           std::equal(std::begin(metadata.bytes), std::end(metadata.bytes), expected.bytes) && imu_right &&
+           std::equal(std::begin(metadata.bytes), std::end(metadata.bytes), expected.bytes) && imuRight &&
            packets.size() >= own.size() && std::equal(own.rbegin(), own.rend(), packets.rbegin());
 }
 

@@ -56,10 +56,10 @@ class Folder {
 public:
     Folder();
     ~Folder();
-    [[nodiscard]] std::string path(const std::string& name) const { return (path_ / name).string(); }
+    [[nodiscard]] std::string path(const std::string& name) const { return (folderPath / name).string(); }
 
 private:
-    std::filesystem::path path_;
+    std::filesystem::path folderPath;
 };
 
 /// Writes one frame of the scene; the result of writeFrame.
