@@ -27,31 +27,42 @@ void recordTimes(const std::string& path, const Scene& scene, const std::vector<
     recorder->close();
 }
 
-FrameStatus grabSoon(CameraRig& camera) {
-    FrameStatus status = NO_FRAME;
-    for (int i = 0; i < 50 && status == NO_FRAME; ++i) {
-        status = camera.grabFile();
-    }
-    return status;
-}
-
 }  // namespace
 
-TEST(Playback, RealTimeKeepsAbsoluteDeadlines) {
+/// A recording and the camera that plays it, on a clock that moves only when told.
+class Playback : public testing::Test {
+protected:
+    void open() { ASSERT_EQ(camera.openFile(path), 0); }
+    void open(const std::vector<Timestamp>& times) {
+        recordTimes(path, scene, times);
+        open();
+    }
+
+    FrameStatus grabSoon() {
+        FrameStatus status = NO_FRAME;
+        for (int i = 0; i < 50 && status == NO_FRAME; ++i) {
+            status = camera.grabFile();
+        }
+        return status;
+    }
+
     const Folder folder;
+    const std::string path = folder.path("a.rlx2");
     const Scene scene;
+    SteppedClock clock;
+    CameraRig camera{scene, clock};
+};
+
+TEST_F(Playback, RealTimeKeepsAbsoluteDeadlines) {
     std::vector<Timestamp> times;
     for (uint64_t i = 0; i < 200; ++i) {
         times.push_back(5 * kSecond + i * 33'333'333 + (i % 3) * 1'000'000);
     }
-    recordTimes(folder.path("a.rlx2"), scene, times);
-    SteppedClock clock;
-    CameraRig camera(scene, clock);
-    ASSERT_EQ(camera.openFile(folder.path("a.rlx2")), 0);
+    open(times);
     const uint64_t start = clock.now;
 
     for (std::size_t i = 0; i < times.size(); ++i) {
-        ASSERT_EQ(grabSoon(camera), NEW_FRAME);
+        ASSERT_EQ(grabSoon(), NEW_FRAME);
         EXPECT_EQ(camera.current_timestamp, times[i]);
         EXPECT_EQ(clock.now - start, times[i] - times[0]) << i;
         clock.now += 5'000'000;  // the application's own work
@@ -59,85 +70,67 @@ TEST(Playback, RealTimeKeepsAbsoluteDeadlines) {
     EXPECT_EQ(camera.reader->counters().late, 0U);
 }
 
-TEST(Playback, RealTimeSkipsOvertakenFramesAndJoinsTheirPackets) {
-    const Folder folder;
-    const Scene scene;
+TEST_F(Playback, RealTimeSkipsOvertakenFramesAndJoinsTheirPackets) {
     std::vector<Timestamp> times;
     for (uint64_t i = 0; i < 20; ++i) {
         times.push_back(5 * kSecond + i * 100'000'000);
     }
-    recordTimes(folder.path("a.rlx2"), scene, times);
-    SteppedClock clock;
-    CameraRig camera(scene, clock);
-    ASSERT_EQ(camera.openFile(folder.path("a.rlx2")), 0);
-    ASSERT_EQ(grabSoon(camera), NEW_FRAME);
+    open(times);
+    ASSERT_EQ(grabSoon(), NEW_FRAME);
 
     clock.now += 350'000'000;
-    ASSERT_EQ(grabSoon(camera), NEW_FRAME);
+    ASSERT_EQ(grabSoon(), NEW_FRAME);
 
     EXPECT_EQ(camera.current_timestamp, times[3]);
     EXPECT_EQ(camera.reader->getFrameIMUPackets().size(), 1U + 2U + 3U);
-    ASSERT_EQ(grabSoon(camera), NEW_FRAME);
+    ASSERT_EQ(grabSoon(), NEW_FRAME);
     EXPECT_EQ(camera.current_timestamp, times[4]);
     clock.now += 100 * kSecond;
-    ASSERT_EQ(grabSoon(camera), NEW_FRAME);
+    ASSERT_EQ(grabSoon(), NEW_FRAME);
     EXPECT_EQ(camera.current_timestamp, times[19]) << "the last frame is shown however late";
-    EXPECT_EQ(grabSoon(camera), INPUT_ENDED);
+    EXPECT_EQ(grabSoon(), INPUT_ENDED);
     const FrameCounters counters = camera.reader->counters();
     EXPECT_EQ(counters.late, 2U + 14U);
     EXPECT_EQ(counters.delivered, 4U);
     EXPECT_EQ(counters.produced, 20U);
 }
 
-TEST(Playback, GapsAndStepsBackStartTheScheduleAnew) {
-    const Folder folder;
-    const Scene scene;
+TEST_F(Playback, GapsAndStepsBackStartTheScheduleAnew) {
     const std::vector<Timestamp> times{5 * kSecond, 5 * kSecond + 100'000'000, 65 * kSecond, 65 * kSecond + 100'000'000,
                                        2 * kSecond, 2 * kSecond + 100'000'000};
     const uint64_t due[] = {0, 100'000'000, 1'100'000'000, 1'200'000'000, 1'200'000'000, 1'300'000'000};
-    recordTimes(folder.path("a.rlx2"), scene, times);
-    SteppedClock clock;
-    CameraRig camera(scene, clock);
-    ASSERT_EQ(camera.openFile(folder.path("a.rlx2")), 0);
+    open(times);
     const uint64_t start = clock.now;
 
     for (std::size_t i = 0; i < times.size(); ++i) {
-        ASSERT_EQ(grabSoon(camera), NEW_FRAME);
+        ASSERT_EQ(grabSoon(), NEW_FRAME);
         EXPECT_EQ(camera.current_timestamp, times[i]);
         EXPECT_EQ(clock.now - start, due[i]) << i;
     }
 }
 
-TEST(Playback, NotRealTimeGivesEveryFrameOnceWithoutWaiting) {
-    const Folder folder;
-    const Scene scene;
-    record(folder.path("a.rlx2"), scene, 50);
-    SteppedClock clock;
-    CameraRig camera(scene, clock);
+TEST_F(Playback, NotRealTimeGivesEveryFrameOnceWithoutWaiting) {
+    record(path, scene, 50);
     camera.init.rlx_real_time = false;
-    ASSERT_EQ(camera.openFile(folder.path("a.rlx2")), 0);
+    open();
     const uint64_t start = clock.now;
 
     for (uint64_t number = 0; number < 50; ++number) {
         clock.now += kSecond;
-        ASSERT_EQ(grabSoon(camera), NEW_FRAME);
+        ASSERT_EQ(grabSoon(), NEW_FRAME);
         EXPECT_EQ(camera.current_timestamp, scene.time(number));
     }
 
     EXPECT_EQ(clock.now - start, 50 * kSecond);
-    EXPECT_EQ(grabSoon(camera), INPUT_ENDED);
+    EXPECT_EQ(grabSoon(), INPUT_ENDED);
 }
 
-TEST(Playback, PositionsAreExactAndReviveAnEndedInput) {
-    const Folder folder;
-    const Scene scene;
-    record(folder.path("a.rlx2"), scene, 30);
-    SteppedClock clock;
-    CameraRig camera(scene, clock);
+TEST_F(Playback, PositionsAreExactAndReviveAnEndedInput) {
+    record(path, scene, 30);
     PlaybackRecorder& module = *camera.module;
     EXPECT_EQ(module.setRLXPosition(camera.context(), 0), INVALID_CALL) << "no file is open";
     EXPECT_EQ(camera.grabFile(), SOURCE_UNAVAILABLE);
-    ASSERT_EQ(camera.openFile(folder.path("a.rlx2")), 0);
+    open();
     EXPECT_EQ(module.getRLXNumberOfFrames(camera.context()), 30);
     const struct {
         Timestamp time;
@@ -147,53 +140,44 @@ TEST(Playback, PositionsAreExactAndReviveAnEndedInput) {
     for (const auto& sample : cases) {
         EXPECT_EQ(module.setRLXPositionAt(camera.context(), sample.time), SUCCESS);
         EXPECT_EQ(module.getRLXPosition(camera.context()), sample.frame);
-        ASSERT_EQ(grabSoon(camera), NEW_FRAME);
+        ASSERT_EQ(grabSoon(), NEW_FRAME);
         EXPECT_EQ(camera.current_timestamp, scene.time(static_cast<uint64_t>(sample.frame)));
     }
-    EXPECT_EQ(grabSoon(camera), INPUT_ENDED);
+    EXPECT_EQ(grabSoon(), INPUT_ENDED);
     EXPECT_EQ(module.setRLXPositionAt(camera.context(), scene.time(29) + 1), INVALID_PARAMETER);
     EXPECT_EQ(module.setRLXPosition(camera.context(), 30), INVALID_PARAMETER);
     EXPECT_EQ(module.setRLXPosition(camera.context(), -1), INVALID_PARAMETER);
     EXPECT_EQ(module.setRLXPosition(camera.context(), 28), SUCCESS);
-    EXPECT_EQ(grabSoon(camera), NEW_FRAME);
+    EXPECT_EQ(grabSoon(), NEW_FRAME);
 }
 
-TEST(Playback, DamagedFrameIsLeftOutAndTheImageStaysUntouched) {
-    const Folder folder;
-    const Scene scene;
-    const std::string path = folder.path("a.rlx2");
+TEST_F(Playback, DamagedFrameIsLeftOutAndTheImageStaysUntouched) {
     record(path, scene, 1);
     std::vector<unsigned char> bytes = readBytes(path);
     const std::vector<unsigned char> picture = scene.picture(0);
     *std::search(bytes.begin(), bytes.end(), picture.begin(), picture.end()) ^= 1;
     writeBytes(path, bytes);
-    SteppedClock clock;
-    CameraRig camera(scene, clock);
-    ASSERT_EQ(camera.openFile(path), 0);
+    open();
     const std::vector<unsigned char> before = camera.picture();
 
-    EXPECT_EQ(grabSoon(camera), INPUT_ENDED);
+    EXPECT_EQ(grabSoon(), INPUT_ENDED);
 
     EXPECT_EQ(camera.picture(), before);
     EXPECT_EQ(camera.reader->counters().damaged, 1U);
 }
 
-TEST(Playback, FileIsHandedToASenderWithTimeAndMetadata) {
-    const Folder folder;
-    const Scene scene;
-    record(folder.path("a.rlx2"), scene, 3);
-    SteppedClock clock;
+TEST_F(Playback, FileIsHandedToASenderWithTimeAndMetadata) {
+    record(path, scene, 3);
     SenderLog sender;
-    CameraRig camera(scene, clock);
     camera.sender = &sender;
     camera.streaming = true;
-    ASSERT_EQ(camera.openFile(folder.path("a.rlx2")), 0);
+    open();
 
-    ASSERT_EQ(grabSoon(camera), NEW_FRAME);
+    ASSERT_EQ(grabSoon(), NEW_FRAME);
     sender.busy = true;
-    ASSERT_EQ(grabSoon(camera), NEW_FRAME);
+    ASSERT_EQ(grabSoon(), NEW_FRAME);
     sender.busy = false;
-    ASSERT_EQ(grabSoon(camera), NEW_FRAME);
+    ASSERT_EQ(grabSoon(), NEW_FRAME);
 
     ASSERT_EQ(sender.times.size(), 2U);
     EXPECT_EQ(sender.pictures[1], scene.picture(2));
