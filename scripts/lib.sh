@@ -58,7 +58,7 @@ build_preset() {  # PRESET [TARGET...]
     mkdir -p "build/$preset"
     local launcher=()
     if command -v ccache >/dev/null; then
-        launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
+        launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DCMAKE_CUDA_COMPILER_LAUNCHER=ccache)
     fi
     say "configure and build: $preset"
     cmake --preset "$preset" "${launcher[@]}" "${ORU_CMAKE_OPTIONS[@]}" >"$log" 2>&1 || {

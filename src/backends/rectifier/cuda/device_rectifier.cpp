@@ -2,6 +2,7 @@
 
 #include <optional>
 
+#include "CudaRectifier.hpp"
 #include "backends/rectifier/camera_views.hpp"
 #include "backends/rectifier/cpu/plain_view.hpp"
 #include "backends/rectifier/notices.hpp"
@@ -184,3 +185,8 @@ std::unique_ptr<MonoRectifier> makeDeviceRectifier(GpuRuntime& gpu, std::unique_
 }
 
 }  // namespace oru::rectifier
+
+std::unique_ptr<oru::MonoRectifier> oru::makeCudaRectifier(GpuRuntime& gpu) {
+    auto work = rectifier::makeCudaWork();
+    return work == nullptr ? nullptr : rectifier::makeDeviceRectifier(gpu, std::move(work));
+}

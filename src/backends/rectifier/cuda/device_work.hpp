@@ -1,5 +1,7 @@
 #pragma once
 
+#include <memory>
+
 #include "collaborators/GpuRuntime.hpp"
 #include "reduce_pixel.hpp"
 #include "view_pixel.hpp"
@@ -16,5 +18,8 @@ public:
     virtual int drawBgra(const ViewJob& job, bool rectified, CUstream_st* stream) = 0;
     virtual int drawGray(const ViewJob& job, bool rectified, CUstream_st* stream) = 0;
 };
+
+/// On CUDA, one kernel for each operation; null in a build without the toolkit.
+[[nodiscard]] std::unique_ptr<DeviceWork> makeCudaWork();
 
 }  // namespace oru::rectifier

@@ -144,7 +144,11 @@ ORU_PIXEL_CODE int clampedTo(int value, int last) {
 
 /// A position in steps of 1 / kFractionSteps.
 ORU_PIXEL_CODE int stepsOf(float position) {
-    return static_cast<int>(std::floor(position * kFractionSteps + 0.5F));
+#ifdef __CUDA_ARCH__
+    return __float2int_rn(position * kFractionSteps);
+#else
+    return static_cast<int>(std::nearbyint(position * kFractionSteps));
+#endif
 }
 /// Held inside an axis of `count` samples.
 ORU_PIXEL_CODE int heldInside(int steps, int count) {
@@ -173,11 +177,12 @@ ORU_PIXEL_CODE Window windowAt(const PairPicture& picture, int firstPair, float 
     const int row = steps >> kFractionBits;
     const int nextRow = smaller(row + 1, picture.height - 1);
     const int nextPair = smaller(firstPair + 1, (picture.width - 1) / 2);
-    const std::uint32_t* upper = picture.pairs + static_cast<std::ptrdiff_t>(row) * picture.pairsPerRow;
-    const std::uint32_t* lower = picture.pairs + static_cast<std::ptrdiff_t>(nextRow) * picture.pairsPerRow;
+    const int upper = row * picture.pairsPerRow;  // a picture has fewer pairs than 2^31
+    const int lower = nextRow * picture.pairsPerRow;
     const auto part = static_cast<std::uint32_t>(steps & (kFractionSteps - 1));
-    return {loadPair(upper + firstPair), loadPair(upper + nextPair), loadPair(lower + firstPair),
-            loadPair(lower + nextPair), std::bit_cast<float>(kPartBits | part) - 256.0F};
+    return {loadPair(picture.pairs + (upper + firstPair)), loadPair(picture.pairs + (upper + nextPair)),
+            loadPair(picture.pairs + (lower + firstPair)), loadPair(picture.pairs + (lower + nextPair)),
+            std::bit_cast<float>(kPartBits | part) - 256.0F};
 }
 
 /// Luma at a place, as of meanOfLower. `steps` counts from the picture's left border.

@@ -1,9 +1,9 @@
-#include "CudaRectifier.hpp"
+#include "device_work.hpp"
 
-namespace oru {
+namespace oru::rectifier {
 
-std::unique_ptr<MonoRectifier> makeCudaRectifier(GpuRuntime& /*gpu*/) {
+std::unique_ptr<DeviceWork> makeCudaWork() {
     return nullptr;
 }
 
-}  // namespace oru
+}  // namespace oru::rectifier

@@ -1,12 +1,9 @@
 #include <cuda_runtime.h>
 
-#include "CudaRectifier.hpp"
-#include "device_rectifier.hpp"
+#include "device_work.hpp"
 
-namespace oru {
+namespace oru::rectifier {
 namespace {
-
-using namespace rectifier;
 
 constexpr int kBlockWidth = 32;
 constexpr int kBlockHeight = 8;
@@ -69,8 +66,8 @@ public:
 
 }  // namespace
 
-std::unique_ptr<MonoRectifier> makeCudaRectifier(GpuRuntime& gpu) {
-    return makeDeviceRectifier(gpu, std::make_unique<CudaWork>());
+std::unique_ptr<DeviceWork> makeCudaWork() {
+    return std::make_unique<CudaWork>();
 }
 
-}  // namespace oru
+}  // namespace oru::rectifier
