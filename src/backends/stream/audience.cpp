@@ -114,10 +114,15 @@ void Audience::admit() {
     receiver.heard_ns = now;
     MutexLock lock(mutex);
     if (!makeRoom(now)) {
-        ORU_LOG(Warning, "{} receiver {} refused: {} are connected", kTagStreaming, receiver.address, kMaxReceivers);
+        if (mayLog()) {
+            ORU_LOG(Warning, "{} receiver {} refused: {} are connected", kTagStreaming, receiver.address,
+                    kMaxReceivers);
+        }
         return;
     }
-    ORU_LOG(Info, "{} receiver {} connected", kTagStreaming, receiver.address);
+    if (mayLog()) {
+        ORU_LOG(Info, "{} receiver {} connected", kTagStreaming, receiver.address);
+    }
     poll.watch(socket.get(), SRT_EPOLL_IN | SRT_EPOLL_ERR);
     receiver.socket = std::move(socket);
     receivers.push_back(std::move(receiver));
@@ -152,7 +157,9 @@ void Audience::hearRequests(SRTSOCKET socket) {
             return;
         }
         if (!receiver->messages.take(clock.monotonicNanoseconds())) {
-            ORU_LOG(Warning, "{} receiver {} sends too much and is dropped", kTagStreaming, receiver->address);
+            if (mayLog()) {
+                ORU_LOG(Warning, "{} receiver {} sends too much and is dropped", kTagStreaming, receiver->address);
+            }
             receiver->failed = true;
             return;
         }
@@ -192,7 +199,9 @@ void Audience::dropFailed() {
         if (!receiver.failed) {
             return false;
         }
-        ORU_LOG(Info, "{} receiver {} left", kTagStreaming, receiver.address);
+        if (mayLog()) {
+            ORU_LOG(Info, "{} receiver {} left", kTagStreaming, receiver.address);
+        }
         poll.forget(receiver.socket.get());
         gonePackets += receiver.sent_packets;
         goneRepeated += receiver.repeated_packets;

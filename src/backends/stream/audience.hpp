@@ -73,6 +73,8 @@ private:
 
     void serve();
     void admit();
+    /// Whether there is still room for a line on those who come and go: strangers may do that all day.
+    [[nodiscard]] bool mayLog() ORU_REQUIRES(mutex) { return lines.take(clock.monotonicNanoseconds()); }
     void hearRequests(SRTSOCKET socket) ORU_REQUIRES(mutex);
     void watchReceivers(uint64_t now) ORU_REQUIRES(mutex);
     void dropFailed() ORU_REQUIRES(mutex);
@@ -94,6 +96,7 @@ private:
     std::atomic<std::size_t> count{0};
     Mutex mutex;
     std::vector<Receiver> receivers ORU_GUARDED_BY(mutex);
+    TokenBucket lines ORU_GUARDED_BY(mutex){40, 2};
     uint64_t gonePackets ORU_GUARDED_BY(mutex) = 0;
     uint64_t sentBytes ORU_GUARDED_BY(mutex) = 0;
     uint64_t goneRepeated ORU_GUARDED_BY(mutex) = 0;

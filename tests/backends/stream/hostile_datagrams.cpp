@@ -14,6 +14,7 @@ namespace {
 constexpr uint32_t kControlBit = 0x80000000;
 constexpr std::size_t kHeaderWords = 4;
 constexpr std::size_t kHandshakeWords = 12;
+constexpr std::size_t kKindAt = kHeaderWords + 5;
 constexpr std::size_t kCookieAt = kHeaderWords + 7;
 constexpr uint32_t kOldVersion = 4;
 constexpr uint32_t kVersion = 5;
@@ -111,6 +112,17 @@ bool HostileSocket::openHalf(bool withAnswer) {
     last.insert(last.end(), {kHello, kLibraryVersion, kFlags, 120U << 16 | 120});
     sendWords(last);
     return !receiveWords(500).empty();
+}
+
+bool HostileSocket::openOld() {
+    sendWords(handshake(kOldVersion, kDatagramType, kInduction, 0));
+    const std::vector<uint32_t> answer = receiveWords(500);
+    if (answer.size() < kHeaderWords + kHandshakeWords) {
+        return false;
+    }
+    sendWords(handshake(kOldVersion, kDatagramType, kConclusion, answer[kCookieAt]));
+    const std::vector<uint32_t> last = receiveWords(500);
+    return last.size() >= kHeaderWords + kHandshakeWords && last[kKindAt] == static_cast<uint32_t>(kConclusion);
 }
 
 }  // namespace oru::test

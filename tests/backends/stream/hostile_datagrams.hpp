@@ -22,6 +22,9 @@ public:
     /// Begins a connection as the protocol demands, up to and with its last handshake, and then never speaks again.
     /// `withAnswer` false: stops after the first. True: the sender has answered.
     bool openHalf(bool withAnswer);
+    /// The same with the handshake of version 4, which exchanges keys after the connection stands.
+    /// Whether the sender took it.
+    bool openOld();
 
 private:
     void sendWords(const std::vector<uint32_t>& words);

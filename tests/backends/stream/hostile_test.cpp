@@ -214,5 +214,13 @@ TEST_F(UnderAttackWithAKey, WrongKeysCostTheSenderOnlySoManyDerivations) {
     expectNothingChanged();
 }
 
+TEST_F(UnderAttackWithAKey, AnOldHandshakeIsRefused) {
+    HostileSocket stranger(settings.port, 1);
+
+    EXPECT_FALSE(stranger.openOld());
+    expectNothingChanged();
+    EXPECT_EQ(sender->status().receivers, 1U);
+}
+
 }  // namespace
 }  // namespace oru::test

@@ -1,4 +1,6 @@
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <unistd.h>
 
 #include <cmath>
 
@@ -202,6 +204,53 @@ TEST(KoruoneControls, WritesAndReadsBack) {
             EXPECT_NE(result.errors.find("koruone: "), std::string::npos) << name;
         }
     }
+}
+
+TEST(KoruoneControls, WritesToTheCameraOfAStreamOrSaysWhyNot) {
+    constexpr char kViewing[] = "KORU_STREAM_PASSPHRASE";
+    constexpr char kControl[] = "KORU_STREAM_CONTROL_PASSPHRASE";
+    const std::string port = std::to_string(20000 + ::getpid() % 10000);
+    Tool sender;
+    sender.environment = {{kViewing, "the-viewing-key"}, {kControl, "the-control-key"}};
+    ASSERT_GT(sender.start({"stream", "--resolution", "HD600", "--port", port}), 0);
+
+    struct Case {
+        const char* viewing;
+        const char* control;
+        Arguments arguments;
+        int status;
+        const char* says;
+    };
+    const std::vector<Case> cases{
+        {"the-viewing-key", "the-control-key", {"set", "GAIN", "40"}, 0, "GAIN 40"},
+        {"the-viewing-key", "the-control-key", {"set", "SHARPNESS", "99"}, 1, "outside what the sending camera takes"},
+        {"the-viewing-key", "the-control-key", {"roi", "10", "20", "300", "200"}, 0, "AEC_AGC_ROI 10 20 300 200"},
+        {"the-viewing-key", "the-control-key", {"set", "GMSL_SETTING_19", "60"}, 0, ""},
+        {"the-viewing-key", "another-control-key", {"set", "GAIN", "50"}, 1, "is not the sender's"},
+        {"the-viewing-key", "", {"set", "GAIN", "50"}, 1, "KORU_STREAM_CONTROL_PASSPHRASE is not set"},
+        {"the-viewing-key", "", {"get", "GMSL_SETTING_19"}, 1, "cannot be read here"},
+        {"", "", {"list"}, 1, "cannot open"},
+        {"the-viewing-key", "the-control-key", {"get", "GAIN"}, 0, "GAIN 40"},
+    };
+    const auto run = [&](const Case& each) {
+        Tool tool;
+        tool.environment = {{kViewing, each.viewing}, {kControl, each.control}};
+        Arguments arguments{"controls", "--stream", "127.0.0.1:" + port};
+        arguments.insert(arguments.end(), each.arguments.begin(), each.arguments.end());
+        return tool.run(arguments);
+    };
+    // A busy machine may take longer to start the sender than a receiver waits for it.
+    for (int attempt = 0; attempt < 10 && run(cases.front()).status != 0; ++attempt) {
+    }
+    for (const Case& each : cases) {
+        const ToolResult result = run(each);
+
+        const std::string name = each.arguments.front() + ": " + each.says;
+        EXPECT_EQ(result.status, each.status) << name << "; " << result.errors;
+        EXPECT_NE((result.output + result.errors).find(each.says), std::string::npos) << name << "; " << result.errors;
+    }
+    sender.signal(SIGTERM);
+    (void)sender.wait();
 }
 
 TEST(KoruoneControls, ResetPutsEveryControlToItsDefault) {
