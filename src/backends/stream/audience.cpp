@@ -12,6 +12,7 @@ namespace {
 constexpr uint64_t kMillisecond = 1000000;
 constexpr double kMaxBacklogMs = 400.0;
 constexpr double kCaughtUpMs = 60.0;
+constexpr uint64_t kLastingNs = 150 * kMillisecond;
 constexpr uint64_t kSilentNs = 4000 * kMillisecond;
 constexpr uint64_t kEvictableNs = 1000 * kMillisecond;
 constexpr int kServiceMs = 50;
@@ -210,6 +211,21 @@ void Audience::dropFailed() {
     count.store(receivers.size(), std::memory_order_release);
 }
 
+bool Audience::isBehind(Receiver& receiver) const {
+    if (receiver.needs_key) {
+        receiver.late_since_ns = 0;
+        return receiver.backlog_ms > kCaughtUpMs;
+    }
+    if (receiver.backlog_ms <= kMaxBacklogMs) {
+        receiver.late_since_ns = 0;
+        return false;
+    }
+    // After a moment without processor time the acknowledgements are there, but not yet looked at.
+    const uint64_t now = clock.monotonicNanoseconds();
+    receiver.late_since_ns = receiver.late_since_ns == 0 ? now : receiver.late_since_ns;
+    return now - receiver.late_since_ns >= kLastingNs;
+}
+
 bool Audience::accepts(Receiver& receiver, Part part) {
     if (receiver.failed) {
         return false;
@@ -223,7 +239,7 @@ bool Audience::accepts(Receiver& receiver, Part part) {
         return false;
     }
     receiver.backlog_ms = measured.msSndBuf;
-    const bool behind = receiver.backlog_ms > (receiver.needs_key ? kCaughtUpMs : kMaxBacklogMs);
+    const bool behind = isBehind(receiver);
     receiver.needs_key = receiver.needs_key || behind;
     if (behind || (receiver.needs_key && part != Part::KEY_FRAME)) {
         ++heldBack;

@@ -69,6 +69,7 @@ private:
         uint64_t sent_packets = 0;
         uint64_t repeated_packets = 0;
         double backlog_ms = 0.0;
+        uint64_t late_since_ns = 0;  ///< since when the backlog has been too long; 0: it is not
     };
 
     void serve();
@@ -79,6 +80,7 @@ private:
     void watchReceivers(uint64_t now) ORU_REQUIRES(mutex);
     void dropFailed() ORU_REQUIRES(mutex);
     [[nodiscard]] bool makeRoom(uint64_t now) ORU_REQUIRES(mutex);
+    [[nodiscard]] bool isBehind(Receiver& receiver) const ORU_REQUIRES(mutex);
     [[nodiscard]] bool accepts(Receiver& receiver, Part part) ORU_REQUIRES(mutex);
     [[nodiscard]] bool sendBatch(Receiver& receiver, const std::vector<uint8_t>& bytes) ORU_REQUIRES(mutex);
     void wishKeyFrame() { keyFrameWanted.store(true, std::memory_order_release); }
