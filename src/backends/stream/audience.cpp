@@ -242,10 +242,11 @@ bool Audience::accepts(Receiver& receiver, Part part) {
     const bool behind = isBehind(receiver);
     receiver.needs_key = receiver.needs_key || behind;
     if (behind || (receiver.needs_key && part != Part::KEY_FRAME)) {
-        ++heldBack;
+        heldBack += receiver.started ? 1U : 0U;
         return false;
     }
     receiver.needs_key = false;
+    receiver.started = true;
     return true;
 }
 

@@ -60,6 +60,7 @@ private:
         std::string address;
         bool needs_key = true;
         bool described = false;
+        bool started = false;  ///< has had a key frame
         bool failed = false;
         std::size_t sent = 0;  ///< bytes of the block in hand
         TokenBucket messages;
