@@ -73,17 +73,17 @@ CalibrationText readCalibration(const std::string& path) {
     return calibration;
 }
 
-CalibrationText loadCalibration(const std::string& directory, int serial_number) {
+CalibrationText loadCalibration(const std::string& directory, int serialNumber) {
     oru::ConfManager conf;
-    oru::openConfFile(directory, serial_number, conf);
+    oru::openConfFile(directory, serialNumber, conf);
     return conf.is_open ? readCalibration(conf.path) : CalibrationText{};
 }
 
-CalibrationText factoryCalibration(int serial_number) {
+CalibrationText factoryCalibration(int serialNumber) {
     const auto platform = oru::CollaboratorFactory::processDefault();
     CalibrationText calibration;
     if (platform != nullptr) {
-        calibration.values = parse(platform->calibration().text(serial_number));
+        calibration.values = parse(platform->calibration().text(serialNumber));
     }
     return calibration;
 }

@@ -24,9 +24,9 @@ struct CalibrationDifference {
 /// Reads one file; empty when it cannot be read or holds no value.
 CalibrationText readCalibration(const std::string& path);
 /// The file that open() finds for a camera: in `directory` (a prefix) or the system's settings directory.
-CalibrationText loadCalibration(const std::string& directory, int serial_number);
+CalibrationText loadCalibration(const std::string& directory, int serialNumber);
 /// What the attached camera itself carries; empty when it is not attached.
-CalibrationText factoryCalibration(int serial_number);
+CalibrationText factoryCalibration(int serialNumber);
 
 /// The values in which a file differs from the factory's, numbers compared as numbers.
 std::vector<CalibrationDifference> compareCalibrations(const CalibrationText& file, const CalibrationText& factory);

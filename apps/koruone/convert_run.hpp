@@ -41,7 +41,7 @@ public:
 /// recordings, .mp4 is a video, a name without an ending is a directory in the EuRoC layout.
 class ConvertRun {
 public:
-    explicit ConvertRun(ConvertOptions options);
+    explicit ConvertRun(ConvertOptions given);
 
     ExitStatus run();
 
@@ -51,12 +51,12 @@ private:
     bool makeWay();
     bool copyFrames();
 
-    ConvertOptions options_;
-    oru::rlx::HeaderRecord header_;
-    std::unique_ptr<oru::rlxrw::RLXVideo> reader_;
-    std::unique_ptr<FrameTarget> target_;
-    Progress progress_{"convert"};
-    uint64_t frames_ = 0;
+    ConvertOptions options;
+    oru::rlx::HeaderRecord header;
+    std::unique_ptr<oru::rlxrw::RLXVideo> reader;
+    std::unique_ptr<FrameTarget> target;
+    Progress progress{"convert"};
+    uint64_t frameCount = 0;
 };
 
 }  // namespace koruone

@@ -19,21 +19,21 @@ public:
     bool open(const std::string& path, const oru::rlxrw::RlxRecordingHeader& facts) override;
     bool write(const ConvertedFrame& frame) override;
     bool finish() override;
-    const std::string& error() const override { return error_; }
+    const std::string& error() const override { return failure; }
 
 private:
     void writeSamples(const std::vector<oru::IMUPacket>& packets);
     bool fail(std::string reason);
 
-    std::filesystem::path pictures_;
-    std::size_t width_ = 0;
-    std::size_t height_ = 0;
-    std::vector<unsigned char> gray_;
-    PngEncoder encoder_;
-    OutputFile frames_;
-    OutputFile samples_;
-    uint64_t last_sample_ns_ = 0;
-    std::string error_;
+    std::filesystem::path pictures;
+    std::size_t width = 0;
+    std::size_t height = 0;
+    std::vector<unsigned char> gray;
+    PngEncoder encoder;
+    OutputFile frameTable;
+    OutputFile sampleTable;
+    uint64_t lastSampleNs = 0;
+    std::string failure;
 };
 
 }  // namespace koruone

@@ -2,6 +2,7 @@
 
 #include <fmt/core.h>
 
+#include <filesystem>
 #include <utility>
 
 #include "interrupt.hpp"
@@ -33,11 +34,16 @@ std::string compressionName(oru::RLX_COMPRESSION_MODE mode) {
     return fmt::format("mode {}", static_cast<int>(mode));
 }
 
-RecordRun::RecordRun(RecordOptions options) : options_(std::move(options)) {}
+RecordRun::RecordRun(RecordOptions given) : options(std::move(given)) {}
 
 ExitStatus RecordRun::run() {
     const InterruptGuard guard;
-    if (!openCamera(camera_, options_.input) || !start()) {
+    std::error_code unknown;
+    if (!options.overwrite && std::filesystem::exists(options.file, unknown)) {
+        complain("{} exists; use --overwrite to replace it.", options.file);
+        return EXIT_FAILED;
+    }
+    if (!openCamera(camera, options.input) || !start()) {
         return EXIT_FAILED;
     }
     grabFrames();
@@ -45,35 +51,35 @@ ExitStatus RecordRun::run() {
 }
 
 bool RecordRun::start() {
-    const oru::RecordingParameters parameters{options_.file, options_.compression, options_.bitrate,
-                                              options_.target_fps, options_.overwrite};
-    const oru::ERROR_CODE code = camera_.enableRecording(parameters);
+    const oru::RecordingParameters parameters{options.file, options.compression, options.bitrate, options.target_fps,
+                                              options.overwrite};
+    const oru::ERROR_CODE code = camera.enableRecording(parameters);
     if (code != oru::SUCCESS) {
-        complain(code, fmt::format("cannot record to {} as {}", options_.file, compressionName(options_.compression)));
+        complain(code, fmt::format("cannot record to {} as {}", options.file, compressionName(options.compression)));
     }
     return code == oru::SUCCESS;
 }
 
 bool RecordRun::isOver() const {
-    return (options_.frames && grabbed_ >= *options_.frames) ||
-           (options_.seconds && secondsSince(begin_) >= static_cast<double>(*options_.seconds)) || interrupted();
+    return (options.frames && grabbed >= *options.frames) ||
+           (options.seconds && secondsSince(beginTime) >= static_cast<double>(*options.seconds)) || interrupted();
 }
 
 void RecordRun::grabFrames() {
-    begin_ = std::chrono::steady_clock::now();
+    beginTime = std::chrono::steady_clock::now();
     while (!isOver()) {
-        const oru::ERROR_CODE code = camera_.grab();
+        const oru::ERROR_CODE code = camera.grab();
         if (code == oru::END_OF_INPUT) {
             return;
         }
         if (code != oru::SUCCESS) {
-            progress_.clear();
-            complain(code, "no frame after " + counted(grabbed_, "frame"), inputKind(options_.input));
-            status_ = EXIT_FAILED;
+            progress.clear();
+            complain(code, "no frame after " + counted(grabbed, "frame"), inputKind(options.input));
+            status = EXIT_FAILED;
             return;
         }
-        ++grabbed_;
-        if (!camera_.getRecordingStatus().recording) {
+        ++grabbed;
+        if (!camera.getRecordingStatus().recording) {
             return;
         }
         showProgress();
@@ -81,29 +87,29 @@ void RecordRun::grabFrames() {
 }
 
 void RecordRun::showProgress() {
-    const oru::RecordingStatus recording = camera_.getRecordingStatus();
+    const oru::RecordingStatus recording = camera.getRecordingStatus();
     const std::string frames =
-        options_.frames ? fmt::format("{}/{}", grabbed_, *options_.frames) : fmt::format("{}", grabbed_);
-    progress_.show(fmt::format("{} frames, {} dropped, {:.1f} MB, {:.1f} s", frames, recording.frames_dropped,
-                               static_cast<double>(recording.bytes_written) / kMegabyte, recording.seconds));
+        options.frames ? fmt::format("{}/{}", grabbed, *options.frames) : fmt::format("{}", grabbed);
+    progress.show(fmt::format("{} frames, {} dropped, {:.1f} MB, {:.1f} s", frames, recording.frames_dropped,
+                              static_cast<double>(recording.bytes_written) / kMegabyte, recording.seconds));
 }
 
 ExitStatus RecordRun::finish() {
-    progress_.show("finishing the file");
-    camera_.disableRecording();
-    const oru::RecordingStatus recording = camera_.getRecordingStatus();
-    camera_.close();
-    progress_.clear();
+    progress.show("finishing the file");
+    camera.disableRecording();
+    const oru::RecordingStatus recording = camera.getRecordingStatus();
+    camera.close();
+    progress.clear();
     if (recording.last_result != oru::SUCCESS) {
         complain(recording.last_result,
-                 fmt::format("the recording of {} ended early, the disk may be full", options_.file));
-        status_ = EXIT_FAILED;
+                 fmt::format("the recording of {} ended early, the disk may be full", options.file));
+        status = EXIT_FAILED;
     }
-    writeOutput(fmt::format("{}: {} frames written, {} dropped, {:.1f} MB in {:.1f} s, {}\n", options_.file,
+    writeOutput(fmt::format("{}: {} frames written, {} dropped, {:.1f} MB in {:.1f} s, {}\n", options.file,
                             recording.frames_written, recording.frames_dropped,
                             static_cast<double>(recording.bytes_written) / kMegabyte, recording.seconds,
-                            compressionName(options_.compression)));
-    return status_ == EXIT_OK && interrupted() && (options_.frames || options_.seconds) ? EXIT_INTERRUPTED : status_;
+                            compressionName(options.compression)));
+    return status == EXIT_OK && interrupted() && (options.frames || options.seconds) ? EXIT_INTERRUPTED : status;
 }
 
 }  // namespace koruone

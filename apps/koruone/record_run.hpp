@@ -31,7 +31,7 @@ struct RecordOptions {
 /// One `koruone record`: grabs until the asked frames or seconds are over, the input ends or Ctrl-C comes.
 class RecordRun {
 public:
-    explicit RecordRun(RecordOptions options);
+    explicit RecordRun(RecordOptions given);
 
     ExitStatus run();
 
@@ -42,12 +42,12 @@ private:
     void showProgress();
     ExitStatus finish();
 
-    RecordOptions options_;
-    ExitStatus status_ = EXIT_OK;
-    oru::CameraOne camera_;
-    Progress progress_{"record"};
-    uint64_t grabbed_ = 0;
-    std::chrono::steady_clock::time_point begin_;
+    RecordOptions options;
+    ExitStatus status = EXIT_OK;
+    oru::CameraOne camera;
+    Progress progress{"record"};
+    uint64_t grabbed = 0;
+    std::chrono::steady_clock::time_point beginTime;
 };
 
 }  // namespace koruone

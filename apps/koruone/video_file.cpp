@@ -37,41 +37,41 @@ void VideoFile::FreePacket::operator()(AVPacket* packet) const {
     av_packet_free(&packet);
 }
 
-VideoFile::VideoFile() : packet_(av_packet_alloc()), times_us_(kHeldTimes) {}
+VideoFile::VideoFile() : packet(av_packet_alloc()), timesUs(kHeldTimes) {}
 
 VideoFile::~VideoFile() = default;
 
 bool VideoFile::fail(std::string reason) {
-    if (error_.empty()) {
-        error_ = std::move(reason);
+    if (failure.empty()) {
+        failure = std::move(reason);
     }
     return false;
 }
 
 bool VideoFile::open(const std::string& path, const oru::rlxrw::RlxRecordingHeader& facts) {
-    path_ = path;
+    filePath = path;
     const bool playable = facts.compression_mode == oru::RLX_H264 || facts.compression_mode == oru::RLX_H265;
     if (!playable) {
         return fail(fmt::format("an MP4 file holds h264 or h265, not {}", compressionName(facts.compression_mode)));
     }
-    encoder_ = oru::rlx::makeEncoder(facts);
-    if (encoder_ == nullptr) {
+    pictureEncoder = oru::rlx::makeEncoder(facts);
+    if (pictureEncoder == nullptr) {
         return fail(fmt::format("no encoder for {} is available", compressionName(facts.compression_mode)));
     }
-    sink_ = [this](const oru::rlx::CodedPicture& picture) { return writePicture(picture); };
+    sink = [this](const oru::rlx::CodedPicture& picture) { return writePicture(picture); };
     return openMuxer(facts);
 }
 
 bool VideoFile::openMuxer(const oru::rlxrw::RlxRecordingHeader& facts) {
     AVFormatContext* context = nullptr;
-    if (avformat_alloc_output_context2(&context, nullptr, "mp4", path_.c_str()) < 0) {
+    if (avformat_alloc_output_context2(&context, nullptr, "mp4", filePath.c_str()) < 0) {
         return fail("no MP4 writer is available");
     }
-    muxer_.reset(context);
+    muxer.reset(context);
     AVStream* stream = avformat_new_stream(context, nullptr);
-    const oru::rlx::Bytes& extra = encoder_->codecPrivate();
+    const oru::rlx::Bytes& extra = pictureEncoder->codecPrivate();
     auto* copy = static_cast<uint8_t*>(av_mallocz(extra.size() + AV_INPUT_BUFFER_PADDING_SIZE));
-    if (stream == nullptr || copy == nullptr || packet_ == nullptr) {
+    if (stream == nullptr || copy == nullptr || packet == nullptr) {
         av_free(copy);
         return fail("out of memory");
     }
@@ -86,45 +86,45 @@ bool VideoFile::openMuxer(const oru::rlxrw::RlxRecordingHeader& facts) {
     parameters.extradata = copy;
     parameters.extradata_size = static_cast<int>(extra.size());
     stream->time_base = {1, kMicrosecondsPerSecond};
-    int result = avio_open(&context->pb, path_.c_str(), AVIO_FLAG_WRITE);
+    int result = avio_open(&context->pb, filePath.c_str(), AVIO_FLAG_WRITE);
     if (result >= 0) {
         result = avformat_write_header(context, nullptr);
     }
-    return result >= 0 || fail(fmt::format("{} cannot be created: {}", path_, reasonOf(result)));
+    return result >= 0 || fail(fmt::format("{} cannot be created: {}", filePath, reasonOf(result)));
 }
 
 bool VideoFile::write(const ConvertedFrame& frame) {
-    if (frames_ == 0) {
-        first_time_ = frame.time;
+    if (frameCount == 0) {
+        firstTime = frame.time;
     }
-    const auto since = static_cast<int64_t>((frame.time > first_time_ ? frame.time - first_time_ : 0) / 1000);
-    last_time_us_ = std::max(last_time_us_ + 1, since);
-    times_us_[frames_ % kHeldTimes] = last_time_us_;
-    return encoder_->encode(frame.pixels, frames_++, sink_) || fail("the encoder failed");
+    const auto since = static_cast<int64_t>((frame.time > firstTime ? frame.time - firstTime : 0) / 1000);
+    lastTimeUs = std::max(lastTimeUs + 1, since);
+    timesUs[frameCount % kHeldTimes] = lastTimeUs;
+    return pictureEncoder->encode(frame.pixels, frameCount++, sink) || fail("the encoder failed");
 }
 
 bool VideoFile::writePicture(const oru::rlx::CodedPicture& picture) {
-    if (av_new_packet(packet_.get(), static_cast<int>(picture.bytes.size())) < 0) {
+    if (av_new_packet(packet.get(), static_cast<int>(picture.bytes.size())) < 0) {
         return fail("out of memory");
     }
-    std::memcpy(packet_->data, picture.bytes.data(), picture.bytes.size());
-    const AVStream& stream = *muxer_->streams[0];
-    const int64_t time = times_us_[picture.number % kHeldTimes];
-    packet_->pts = packet_->dts = av_rescale_q(time, {1, kMicrosecondsPerSecond}, stream.time_base);
-    packet_->flags = picture.key ? AV_PKT_FLAG_KEY : 0;
-    const int result = av_interleaved_write_frame(muxer_.get(), packet_.get());
-    av_packet_unref(packet_.get());
-    return result >= 0 || fail(fmt::format("{} cannot be written: {}", path_, reasonOf(result)));
+    std::memcpy(packet->data, picture.bytes.data(), picture.bytes.size());
+    const AVStream& stream = *muxer->streams[0];
+    const int64_t time = timesUs[picture.number % kHeldTimes];
+    packet->pts = packet->dts = av_rescale_q(time, {1, kMicrosecondsPerSecond}, stream.time_base);
+    packet->flags = picture.key ? AV_PKT_FLAG_KEY : 0;
+    const int result = av_interleaved_write_frame(muxer.get(), packet.get());
+    av_packet_unref(packet.get());
+    return result >= 0 || fail(fmt::format("{} cannot be written: {}", filePath, reasonOf(result)));
 }
 
 bool VideoFile::finish() {
-    if (!encoder_->finish(sink_)) {
+    if (!pictureEncoder->finish(sink)) {
         return fail("the encoder failed");
     }
-    int result = av_write_trailer(muxer_.get());
-    const int closed = avio_closep(&muxer_->pb);
+    int result = av_write_trailer(muxer.get());
+    const int closed = avio_closep(&muxer->pb);
     result = result < 0 ? result : closed;
-    return result >= 0 || fail(fmt::format("{} cannot be completed: {}", path_, reasonOf(result)));
+    return result >= 0 || fail(fmt::format("{} cannot be completed: {}", filePath, reasonOf(result)));
 }
 
 }  // namespace koruone

@@ -22,7 +22,7 @@ public:
     bool open(const std::string& path, const oru::rlxrw::RlxRecordingHeader& facts) override;
     bool write(const ConvertedFrame& frame) override;
     bool finish() override;
-    const std::string& error() const override { return error_; }
+    const std::string& error() const override { return failure; }
 
 private:
     bool openMuxer(const oru::rlxrw::RlxRecordingHeader& facts);
@@ -36,16 +36,16 @@ private:
         void operator()(AVPacket* packet) const;
     };
 
-    std::string path_;
-    std::unique_ptr<oru::rlx::PictureEncoder> encoder_;
-    std::unique_ptr<AVFormatContext, CloseMuxer> muxer_;
-    std::unique_ptr<AVPacket, FreePacket> packet_;
-    oru::rlx::CodedSink sink_;
-    std::vector<int64_t> times_us_;  // of the frames that the encoder may still hold, by number
-    uint64_t frames_ = 0;
-    oru::Timestamp first_time_ = 0;
-    int64_t last_time_us_ = -1;
-    std::string error_;
+    std::string filePath;
+    std::unique_ptr<oru::rlx::PictureEncoder> pictureEncoder;
+    std::unique_ptr<AVFormatContext, CloseMuxer> muxer;
+    std::unique_ptr<AVPacket, FreePacket> packet;
+    oru::rlx::CodedSink sink;
+    std::vector<int64_t> timesUs;  // of the frames that the encoder may still hold, by number
+    uint64_t frameCount = 0;
+    oru::Timestamp firstTime = 0;
+    int64_t lastTimeUs = -1;
+    std::string failure;
 };
 
 }  // namespace koruone

@@ -56,7 +56,10 @@ TEST(KoruoneRecord, ExistingFileIsKeptUnlessAsked) {
     Arguments overwrite = record;
     overwrite.emplace_back("--overwrite");
 
-    EXPECT_EQ(tool.run(record).status, 1);
+    const ToolResult kept = tool.run(record);
+
+    EXPECT_EQ(kept.status, 1);
+    EXPECT_NE(kept.errors.find("--overwrite"), std::string::npos) << kept.errors;
     EXPECT_EQ(tool.home.read("a.rlx2"), "precious");
     EXPECT_EQ(tool.run(overwrite).status, 0);
     EXPECT_EQ(tool.run({"verify", path}).status, 0);
@@ -70,12 +73,12 @@ TEST(KoruoneRepair, CutFileComesBackAndTheExitStatusTellsTheLoss) {
     std::filesystem::copy_file(path, copy);
 
     shorten(path, 10);
-    const int cut_index = tool.run({"verify", path}).status;
+    const int cutIndex = tool.run({"verify", path}).status;
     const ToolResult whole = tool.run({"repair", path});
     shorten(copy, std::filesystem::file_size(copy) / 3);
     const ToolResult lossy = tool.run({"repair", copy, "--output", tool.home.path("fixed.rlx2")});
 
-    EXPECT_EQ(cut_index, 3);
+    EXPECT_EQ(cutIndex, 3);
     EXPECT_EQ(whole.status, 0) << whole.output << whole.errors;
     EXPECT_EQ(framesPlayed(tool, path), frames);
     EXPECT_EQ(lossy.status, 3) << lossy.output << lossy.errors;
