@@ -2,8 +2,12 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <signal.h>
+
+#include <chrono>
 #include <cmath>
 
+#include "backends/calibration_fetch/HttpServer.hpp"
 #include "tool.hpp"
 
 namespace oru {
@@ -17,6 +21,18 @@ std::string withValue(std::string text, const std::string& key, const std::strin
     EXPECT_NE(begin, std::string::npos) << text;
     const std::size_t number = text.find('=', begin) + 1;
     return text.replace(number, text.find('\n', number) - number, value);
+}
+
+/// Whether the camera is shown as held by somebody before half a minute is over.
+bool becomesHeld(Tool& tool) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (std::chrono::steady_clock::now() < deadline) {
+        const nlohmann::json devices = tool.run({"devices", "--json"}).json();
+        if (devices.is_array() && !devices.empty() && devices[0].at("availability") != 0) {
+            return true;
+        }
+    }
+    return false;
 }
 
 TEST(KoruoneDevices, ListsTheCamerasOfTheBus) {
@@ -52,7 +68,7 @@ TEST(KoruoneReboot, RestartsALiveCamera) {
 TEST(KoruoneCalib, ComparesWithTheFactoryAndRefreshes) {
     Tool tool;
     const std::string path = tool.settings() + "SN30010001.conf";
-    const ToolResult fetched = tool.run({"calib", "--serial", kSerial});
+    const ToolResult fetched = tool.run({"calib", "--serial", kSerial, "--refresh"});
     ASSERT_EQ(fetched.status, 0) << fetched.errors;
     EXPECT_NE(fetched.output.find("agrees"), std::string::npos) << fetched.output;
     const std::string factory = tool.home.read("data/koru/settings/SN30010001.conf");
@@ -91,6 +107,47 @@ TEST(KoruoneCalib, RefusesWhatIsNoCalibration) {
     EXPECT_EQ(missing.status, 1);
     EXPECT_EQ(unknown.status, 1);
     EXPECT_EQ(tool.home.list().size(), 3U) << "something was left behind";  // output, errors, data
+}
+
+TEST(KoruoneGrab, IsRefusedWhileAnotherProgramHoldsTheCameraAndTakesItOnceThatIsKilled) {
+    Tool first;
+    Tool second;
+    const Arguments oneFrame{"grab", "--serial", kSerial, "--frames", "1", "--resolution", "HD600"};
+    first.start({"grab", "--serial", kSerial, "--frames", "1000000", "--every", "1000000", "--resolution", "HD600"});
+    const bool held = becomesHeld(second);
+
+    const ToolResult refused = second.run(oneFrame);
+    first.signal(SIGKILL);
+    const ToolResult killed = first.wait();
+    const ToolResult taken = second.run(oneFrame);
+
+    ASSERT_TRUE(held) << killed.errors;
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_NE(refused.errors.find("CAMERA_IN_USE"), std::string::npos) << refused.errors;
+    EXPECT_EQ(killed.status, 1000 + SIGKILL) << "it ended by itself: " << killed.errors;
+    EXPECT_EQ(taken.status, 0) << taken.errors;
+}
+
+TEST(KoruoneCalib, FetchesFromTheAddressAndKeepsNothingOfAWrongAnswer) {
+    Tool tool;
+    ASSERT_EQ(tool.run({"calib", "--serial", kSerial, "--refresh"}).status, 0);
+    const std::string calibration = tool.home.read("data/koru/settings/SN30010001.conf");
+    HttpServer good([&](const HttpConnection& client) { client.send(httpAnswer(calibration)); });
+    HttpServer wrong([](const HttpConnection& client) { client.send(httpAnswer("<html>Sign in</html>")); });
+    ASSERT_TRUE(good.isReady() && wrong.isReady());
+
+    tool.environment["KORU_CALIB_URL"] = wrong.url("/calib/");
+    const ToolResult nothing = tool.run({"calib", "--serial", "60000001"});
+    const bool left = std::filesystem::exists(tool.settings() + "SN60000001.conf");
+    tool.environment["KORU_CALIB_URL"] = good.url("/calib/");
+    const ToolResult fetched = tool.run({"calib", "--serial", "60000001"});
+
+    EXPECT_EQ(nothing.status, 1);
+    EXPECT_NE(wrong.lastRequest().find("60000001"), std::string::npos) << wrong.lastRequest();
+    EXPECT_FALSE(left) << tool.home.read("data/koru/settings/SN60000001.conf");
+    EXPECT_EQ(fetched.status, 0) << fetched.errors;
+    EXPECT_EQ(tool.home.read("data/koru/settings/SN60000001.conf"), calibration);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(tool.settings()), {}), 2);
 }
 
 TEST(KoruoneInfo, ExpressesTheCalibrationForASize) {
