@@ -157,6 +157,7 @@ private:
     void resetCacheSettings(VIDEO_SETTINGS setting, int value, bool isAuto);
     [[nodiscard]] bool isOpenForRanges() const;
     [[nodiscard]] bool deviceRange(VIDEO_SETTINGS setting, int& min, int& max);
+    [[nodiscard]] ERROR_CODE rangeRefusal(VIDEO_SETTINGS setting) const;
     [[nodiscard]] bool isCached(VIDEO_SETTINGS setting, int value) const;
     ERROR_CODE writeStreamSetting(VIDEO_SETTINGS setting, int value, bool automatic);
     ERROR_CODE writeLiveSetting(VIDEO_SETTINGS setting, int value, bool automatic);

@@ -54,16 +54,21 @@ ERROR_CODE CameraOneImpl::readCachedSetting(VIDEO_SETTINGS setting, int& value) 
     return SUCCESS;
 }
 
-ERROR_CODE CameraOneImpl::getCameraSettings(VIDEO_SETTINGS setting, int& min, int& max) {
-    ORU_RETURN_IF_CLOSED(INVALID_CALL);
+/// Why a range control cannot be reached on this input; SUCCESS when it can.
+ERROR_CODE CameraOneImpl::rangeRefusal(VIDEO_SETTINGS setting) const {
     if (inputMode == INPUT_MODE_RECORDED) {
         return INVALID_CALL;
     }
     if (!isRangeSetting(setting)) {
         return INVALID_PARAMETER;
     }
-    if (inputMode != INPUT_MODE_LIVE) {
-        return NOT_SUPPORTED;
+    return inputMode == INPUT_MODE_LIVE ? SUCCESS : NOT_SUPPORTED;
+}
+
+ERROR_CODE CameraOneImpl::getCameraSettings(VIDEO_SETTINGS setting, int& min, int& max) {
+    ORU_RETURN_IF_CLOSED(INVALID_CALL);
+    if (const ERROR_CODE refusal = rangeRefusal(setting); refusal != SUCCESS) {
+        return refusal;
     }
     if (!grabber) {
         return SUCCESS;

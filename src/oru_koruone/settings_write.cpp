@@ -104,14 +104,8 @@ String CameraOneImpl::getControlRefusal() {
 
 ERROR_CODE CameraOneImpl::setCameraSettings(VIDEO_SETTINGS setting, int min, int max) {
     ORU_RETURN_IF_CLOSED(INVALID_CALL);
-    if (inputMode == INPUT_MODE_RECORDED) {
-        return INVALID_CALL;
-    }
-    if (!isRangeSetting(setting)) {
-        return INVALID_PARAMETER;
-    }
-    if (inputMode != INPUT_MODE_LIVE) {
-        return NOT_SUPPORTED;
+    if (const ERROR_CODE refusal = rangeRefusal(setting); refusal != SUCCESS) {
+        return refusal;
     }
     if (!grabber) {
         return FAILURE;
