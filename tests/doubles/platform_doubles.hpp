@@ -2,14 +2,13 @@
 
 #include <fmt/core.h>
 
-#include <cstdlib>
-#include <cstring>
 #include <functional>
 #include <string>
 #include <vector>
 
 #include "collaborators/CollaboratorFactory.hpp"
 #include "doubles/call_log.hpp"
+#include "doubles/host_memory_gpu.hpp"
 
 namespace oru::doubles {
 
@@ -35,8 +34,8 @@ public:
     std::vector<uint64_t> sleeps;
 };
 
-/// Host memory under GPU names.
-class ScriptedGpu final : public GpuRuntime {
+/// Logs contexts and streams.
+class ScriptedGpu final : public HostMemoryGpu {
 public:
     explicit ScriptedGpu(CallLog& calls) : log(calls) {}
 
@@ -71,18 +70,6 @@ public:
     }
     int cuCtxPopCurrent_v2(CUctx_st**) override {
         addContextCall("cuCtxPop");
-        return 0;
-    }
-    void* hostAlloc(std::size_t bytes) override { return std::calloc(1, bytes); }
-    void hostFree(void* memory) override { std::free(memory); }
-    void* deviceAlloc(std::size_t bytes) override { return std::calloc(1, bytes); }
-    void deviceFree(void* memory) override { std::free(memory); }
-    int copyHostToDevice(void* to, const void* from, std::size_t bytes) override {
-        std::memcpy(to, from, bytes);
-        return 0;
-    }
-    int copyDeviceToHost(void* to, const void* from, std::size_t bytes) override {
-        std::memcpy(to, from, bytes);
         return 0;
     }
 

@@ -1,10 +1,9 @@
 #pragma once
 
-#include <cstdlib>
-#include <cstring>
 #include <vector>
 
 #include "collaborators/CollaboratorFactory.hpp"
+#include "doubles/host_memory_gpu.hpp"
 
 namespace oru::doubles {
 
@@ -89,7 +88,7 @@ public:
     void free() override {}
 };
 
-class QuietGpu final : public GpuRuntime {
+class QuietGpu final : public HostMemoryGpu {
 public:
     int cudaSetDevice(int) override { return 0; }
     int cuCtxGetCurrent(CUctx_st**) override { return 0; }
@@ -97,18 +96,6 @@ public:
     int cudaStreamCreate(CUstream_st**) override { return 0; }
     int cudaStreamDestroy(CUstream_st*) override { return 0; }
     int cudaStreamSynchronize(CUstream_st*) override { return 0; }
-    void* hostAlloc(std::size_t bytes) override { return std::calloc(1, bytes); }
-    void hostFree(void* memory) override { std::free(memory); }
-    void* deviceAlloc(std::size_t bytes) override { return std::calloc(1, bytes); }
-    void deviceFree(void* memory) override { std::free(memory); }
-    int copyHostToDevice(void* to, const void* from, std::size_t bytes) override {
-        std::memcpy(to, from, bytes);
-        return 0;
-    }
-    int copyDeviceToHost(void* to, const void* from, std::size_t bytes) override {
-        std::memcpy(to, from, bytes);
-        return 0;
-    }
 };
 
 class QuietDirectory final : public DeviceDirectory {
