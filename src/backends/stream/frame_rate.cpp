@@ -55,27 +55,31 @@ bool LoadPacer::admit() {
     return turn == 0;
 }
 
-bool LoadPacer::measured(uint64_t nanoseconds) {
-    constexpr unsigned kWindow = 20;
+bool LoadPacer::windowComplete() const {
+    constexpr unsigned kMost = 20;
     constexpr unsigned kFewest = 2;
-    constexpr double kLongestWindowNs = 1.5 * kSecondNs;
+    constexpr double kLongestNs = 1.5 * kSecondNs;
+    const double passedNs = std::max(totalNs, periodNs * admitInterval * samples);
+    return samples >= kMost || (samples >= kFewest && passedNs >= kLongestNs);
+}
+
+bool LoadPacer::measured(uint64_t nanoseconds) {
+    constexpr double kMost = 30.0;
     constexpr double kIdle = 0.75;
-    constexpr unsigned kMost = 30;
     totalNs += static_cast<double>(nanoseconds);
     ++samples;
-    if (samples < kWindow && (samples < kFewest || totalNs < kLongestWindowNs)) {
+    if (!windowComplete()) {
         return false;
     }
-    const double mean = totalNs / samples;
+    const double periods = totalNs / samples / periodNs;
+    const bool tooMuch = std::exchange(overflowed, false);
     totalNs = 0.0;
     samples = 0;
-    if (mean > periodNs * admitInterval) {
-        admitInterval = std::min(kMost, static_cast<unsigned>(std::ceil(mean / periodNs)));
+    if (tooMuch && periods > admitInterval) {
+        admitInterval = static_cast<unsigned>(std::min(kMost, std::ceil(periods)));
         return !std::exchange(told, true);
     }
-    if (admitInterval > 1 && mean < kIdle * periodNs * (admitInterval - 1)) {
-        --admitInterval;
-    }
+    admitInterval = std::min(admitInterval, std::max(1U, static_cast<unsigned>(std::ceil(periods / kIdle))));
     return false;
 }
 

@@ -37,16 +37,21 @@ public:
 
     /// False: pass this frame over.
     [[nodiscard]] bool admit();
+    /// A frame found no buffer. Without that, a slow second is what the buffers are for.
+    void noteOverflow() { overflowed = true; }
     /// How long the last frame took. True, once: the machine has turned out too slow for every frame.
     [[nodiscard]] bool measured(uint64_t nanoseconds);
     [[nodiscard]] unsigned every() const { return admitInterval; }
 
 private:
+    [[nodiscard]] bool windowComplete() const;
+
     double periodNs;
     double totalNs = 0.0;
     unsigned samples = 0;
     unsigned admitInterval = 1;
     unsigned turn = 0;
+    bool overflowed = false;  ///< in this window
     bool told = false;
 };
 

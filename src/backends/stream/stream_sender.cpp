@@ -136,6 +136,8 @@ void StreamSender::asyncingestYUVFrame(unsigned char* pixels, Timestamp time, rl
     OutgoingFrame* frame = mailbox.reserve();
     if (frame == nullptr) {
         noteSkippedFrame();
+        MutexLock lock(pacingMutex);
+        pacer.noteOverflow();
         return;
     }
     copying.store(true, std::memory_order_release);

@@ -215,11 +215,15 @@ TEST(FrameDecimator, TakesEverythingWhenTimesFitNoRate) {
 TEST(LoadPacer, SkipsEvenlyWhileTheEncoderIsTooSlowAndStopsWhenItIsNot) {
     LoadPacer pacer(30);
     int warnings = 0;
+    bool overflows = false;
     const auto feed = [&](uint64_t milliseconds, int frames) {
         int admitted = 0;
         for (int i = 0; i < frames; ++i) {
             if (pacer.admit()) {
                 ++admitted;
+                if (overflows) {
+                    pacer.noteOverflow();
+                }
                 warnings += pacer.measured(milliseconds * 1000000) ? 1 : 0;
             }
         }
@@ -227,6 +231,8 @@ TEST(LoadPacer, SkipsEvenlyWhileTheEncoderIsTooSlowAndStopsWhenItIsNot) {
     };
 
     EXPECT_EQ(feed(20, 60), 60);
+    EXPECT_EQ(feed(50, 30), 30) << "the buffers take a slow moment";
+    overflows = true;
     feed(80, 400);
     EXPECT_EQ(pacer.every(), 3U);
     EXPECT_EQ(feed(80, 30), 10);
