@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <utility>
 
@@ -90,12 +91,14 @@ bool StreamRun::start() {
     const oru::Resolution size = camera.getCameraInformation().configuration.resolution;
     const std::string address = fmt::format("{}:{}", ownAddress(), used.port);
     if (!options.json) {
+        const char* key = std::getenv("KORU_STREAM_PASSPHRASE");
+        const bool keyed = key != nullptr && *key != '\0';
         writeNow(
             fmt::format("streaming {} x {}, {}, {} kbit/s, port {}\n"
-                        "in a player:      ffplay -fflags nobuffer srt://{}\n"
+                        "in a player:      ffplay -fflags nobuffer srt://{}{}\n"
                         "in this tool:     koruone grab --stream {}\n",
                         size.width, size.height, used.codec == oru::DENSE_CODEC ? "H.265" : "H.264", used.bitrate,
-                        used.port, address, address));
+                        used.port, address, keyed ? "?passphrase=KEY" : "", address));
     }
     started = lastFrame = lastReport = Clock::now();
     return true;

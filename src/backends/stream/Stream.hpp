@@ -14,8 +14,8 @@ namespace oru {
 
 /// A receiver. It offers the calibration that the sender carries to `calibration`, inside open(), and gives `recorder`
 /// out as the recorder of its input. open() answers 0 connected; -1 no usable address; -2 host unknown; -3 nobody
-/// answered within 3 s; -4 the sender refuses this key; -6 a key in the environment is unusable; -5 somebody answered
-/// but described no camera.
+/// answered within 3 s; -4 the sender refuses this key; -5 somebody answered but described no camera; -6 a key in the
+/// environment is unusable.
 std::unique_ptr<UDPInput> makeStreamReceiver(Clock& clock, CalibrationSource& calibration,
                                              std::unique_ptr<rlxrw::RLXVideo> recorder, bool verbose);
 

@@ -13,6 +13,9 @@ namespace {
 constexpr uint64_t kMillisecond = 1000000;
 constexpr uint64_t kRetryNs = 2000 * kMillisecond;
 constexpr int kConnectMs = 3000;
+constexpr int kLookMs = 5;
+constexpr int kPauseMs = 20;
+constexpr char kNoAnswer[] = "the sender did not answer within 500 ms";
 constexpr char kStreamId[] = "#!::r=cam,m=control";
 
 bool connecting(SRTSOCKET socket) {
@@ -44,11 +47,6 @@ void ControlClient::stop() {
 std::string ControlClient::refusal() const {
     MutexLock lock(mutex);
     return reasonOfRefusal;
-}
-
-void ControlClient::setRefusal(std::string reason) {
-    MutexLock lock(mutex);
-    reasonOfRefusal = std::move(reason);
 }
 
 bool ControlClient::refuse(std::string reason) {
@@ -86,7 +84,7 @@ std::optional<ControlMessage> ControlClient::ask(ControlMessage request) {
     const auto reply = exchange(request, deadline);
     if (!reply) {
         // What is still under way must not be mistaken for an answer to the next request.
-        (void)refuse("the sender did not answer within 500 ms");
+        (void)refuse(kNoAnswer);
         connect();
         return std::nullopt;
     }
@@ -95,24 +93,28 @@ std::optional<ControlMessage> ControlClient::ask(ControlMessage request) {
 }
 
 bool ControlClient::await(uint64_t deadline) {
-    if (!socket.valid() || (!connecting(socket.get()) && srt_getsockstate(socket.get()) != SRTS_CONNECTED)) {
-        connect();
-    }
+    const auto connected = [](SRTSOCKET handle) { return srt_getsockstate(handle) == SRTS_CONNECTED; };
     SrtPoll poll;
-    poll.watch(socket.get(), SRT_EPOLL_OUT | SRT_EPOLL_ERR);
-    while (connecting(socket.get()) && clock.monotonicNanoseconds() < deadline) {
-        poll.wait(10);
+    while (!connected(socket.get())) {
+        if (connecting(socket.get())) {
+            poll.wait(kLookMs);
+        } else if (const std::string reason = rejection(); !reason.empty()) {
+            retryNs = clock.monotonicNanoseconds() + kRetryNs;
+            return refuse(reason);
+        } else {
+            // Never connected, lost, or turned away for now.
+            connect();
+            poll.wait(kPauseMs);
+        }
+        if (clock.monotonicNanoseconds() > deadline) {
+            return refuse(kNoAnswer);
+        }
     }
-    if (srt_getsockstate(socket.get()) == SRTS_CONNECTED) {
-        return seal.has_value() || greeted(deadline);
-    }
-    const std::string reason =
-        socket.valid() ? refusalText(srt_getrejectreason(socket.get()), StreamKeys::kControlVariable, true) : "";
-    if (reason.empty()) {
-        return refuse("the sender did not answer within 500 ms");
-    }
-    retryNs = clock.monotonicNanoseconds() + kRetryNs;
-    return refuse(reason);
+    return seal.has_value() || greeted(deadline);
+}
+
+std::string ControlClient::rejection() const {
+    return socket.valid() ? refusalText(srt_getrejectreason(socket.get()), StreamKeys::kControlVariable, true) : "";
 }
 
 bool ControlClient::greeted(uint64_t deadline) {
@@ -126,7 +128,7 @@ bool ControlClient::greeted(uint64_t deadline) {
     if (size != 0) {
         connect();
     }
-    return refuse(size > 0 ? "this is no sender that can be controlled" : "the sender did not answer within 500 ms");
+    return refuse(size > 0 ? "this is no sender that can be controlled" : kNoAnswer);
 }
 
 int ControlClient::receive(uint8_t* to, std::size_t size, uint64_t deadline) {

@@ -30,8 +30,6 @@ public:
     [[nodiscard]] std::optional<ControlMessage> ask(ControlMessage request);
     /// Why the last request was not carried out; empty when it was.
     [[nodiscard]] std::string refusal() const;
-    /// Notes what a caller found out itself.
-    void setRefusal(std::string reason);
 
 private:
     void connect() ORU_REQUIRES(mutex);
@@ -41,6 +39,8 @@ private:
         ORU_REQUIRES(mutex);
     /// One message, or 0: none before the deadline; negative: the connection is gone.
     [[nodiscard]] int receive(uint8_t* to, std::size_t size, uint64_t deadline) ORU_REQUIRES(mutex);
+    /// Why the sender wants no connection with this key; empty when it is not that.
+    [[nodiscard]] std::string rejection() const ORU_REQUIRES(mutex);
     bool refuse(std::string reason) ORU_REQUIRES(mutex);
 
     SrtLibrary library;

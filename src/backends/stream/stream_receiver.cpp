@@ -102,6 +102,7 @@ int StreamReceiver::open(String ip, unsigned short port, int /*unused*/) {
     control.start(*address, keys.control);
     stopWanted.store(false, std::memory_order_release);
     decoding = std::thread([this] { decodeLoop(); });
+    keyWarned = false;
     opened = true;
     return 0;
 }
@@ -170,11 +171,26 @@ void StreamReceiver::adopt(DescriptionRecord&& record) {
     described.notify_all();
 }
 
+/// A sender that was started again with another key would else be silent without a word.
+void StreamReceiver::complainOfKey() {
+    if (keyWarned) {
+        return;
+    }
+    if (const std::string refusal = keyRefusal(); !refusal.empty()) {
+        keyWarned = true;
+        ORU_LOG(Warning, "{} the sender refuses this receiver: {}", kTagStreaming, refusal);
+    }
+}
+
 bool StreamReceiver::readStreamData(unsigned char* image, unsigned char* /*second*/) {
     if (!opened || image == nullptr) {
         return false;
     }
-    const std::optional<FrameFacts> facts = pictures.read(image, link.silent() ? 0 : kReadNs);
+    const bool silent = link.silent();
+    if (silent) {
+        complainOfKey();
+    }
+    const std::optional<FrameFacts> facts = pictures.read(image, silent ? 0 : kReadNs);
     if (facts) {
         frame = *facts;
     }

@@ -54,6 +54,7 @@ public:
 
 private:
     void close();
+    void complainOfKey();
     [[nodiscard]] bool awaitDescription(uint64_t deadline);
     [[nodiscard]] std::string keyRefusal() const;
     [[nodiscard]] static int complainUnanswered(const std::string& address, const std::string& refusal, bool connected);
@@ -88,6 +89,7 @@ private:
     uint32_t width = 0;
     uint32_t height = 0;
     bool opened = false;
+    bool keyWarned = false;
     std::atomic<bool> stopWanted{false};
 
     StreamKeys keys;

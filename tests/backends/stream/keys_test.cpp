@@ -26,7 +26,7 @@ bool contains(const std::string& text, const std::string& part) {
 }
 
 bool waitFor(const std::function<bool()>& condition) {
-    for (int i = 0; i < 300 && !condition(); ++i) {
+    for (int i = 0; i < 500 && !condition(); ++i) {
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     return condition();
@@ -129,6 +129,31 @@ TEST_F(KeyedStream, OpensControlToTheControlKeyAlone) {
         }
         TearDown();
     }
+}
+
+TEST_F(KeyedStream, SaysWhenASenderComesBackWithAnotherKeyAndFindsItWithTheOldOne) {
+    start(kViewing);
+    auto receiver = makeReceiver();
+    std::vector<unsigned char> image(std::size_t{settings.width} * settings.height * 2);
+    ASSERT_EQ(openWith(kViewing, *receiver), 0);
+    ASSERT_TRUE(readWithin(*receiver, image, 5000));
+    const auto restart = [&](const char* key) {
+        stopSource();
+        const ScopedEnvironment viewingKey("KORU_STREAM_PASSPHRASE", key);
+        sender.reset();
+        startSender(settings);
+        startSource();
+    };
+
+    LogCapture log;
+    restart(kWrong);
+    EXPECT_TRUE(waitFor([&] {
+        (void)receiver->readStreamData(image.data(), nullptr);
+        return said(log, LogLevel::Warning, "refuses this receiver", "is not the sender's");
+    }));
+    EXPECT_EQ(sender->status().receivers, 0U);
+    restart(kViewing);
+    EXPECT_TRUE(readWithin(*receiver, image, 8000));
 }
 
 TEST_F(KeyedStream, DoesNotStartWithAKeyThatIsNoGood) {
