@@ -1,4 +1,5 @@
-# The CUDA toolkit, when there is one: sets ORU_CUDA_FOUND, and then the language CUDA and CUDA::cudart_static.
+# The CUDA toolkit, when there is one: sets ORU_CUDA_FOUND, and then the language CUDA and oru::cudart, its runtime as a
+# static library with its headers.
 # ORU_CUDA=AUTO takes a toolkit that is found, ON demands one, OFF does without. The compiler is looked for on PATH, in
 # $CUDACXX, $CUDA_PATH, CUDAToolkit_ROOT and /usr/local/cuda.
 
@@ -45,7 +46,6 @@ if(ORU_CUDA_FOUND)
         set(CMAKE_CUDA_ARCHITECTURES 75-virtual 87-real)
     endif()
     enable_language(CUDA)
-    find_package(CUDAToolkit REQUIRED)
     if(NOT CMAKE_CUDA20_STANDARD_COMPILE_OPTION)
         # CMake 3.25 does not know that nvcc has it.
         set(CMAKE_CUDA20_STANDARD_COMPILE_OPTION "-std=c++20")
@@ -53,5 +53,13 @@ if(ORU_CUDA_FOUND)
     endif()
     set(CMAKE_CUDA_STANDARD 20)
     set(CMAKE_CUDA_VISIBILITY_PRESET hidden)
-    message(STATUS "ORU: CUDA ${CUDAToolkit_VERSION}, ${CMAKE_CUDA_ARCHITECTURES}")
+    # By hand: the module of CMake 3.25 fails over parts that CUDA 13 does not have.
+    find_library(ORU_CUDART cudart_static HINTS ${CMAKE_CUDA_IMPLICIT_LINK_DIRECTORIES} REQUIRED)
+    mark_as_advanced(ORU_CUDART)
+    find_package(Threads REQUIRED)
+    add_library(oru_cudart INTERFACE)
+    add_library(oru::cudart ALIAS oru_cudart)
+    target_include_directories(oru_cudart SYSTEM INTERFACE ${CMAKE_CUDA_TOOLKIT_INCLUDE_DIRECTORIES})
+    target_link_libraries(oru_cudart INTERFACE "${ORU_CUDART}" Threads::Threads ${CMAKE_DL_LIBS} rt)
+    message(STATUS "ORU: CUDA ${CMAKE_CUDA_COMPILER_VERSION}, ${CMAKE_CUDA_ARCHITECTURES}")
 endif()
