@@ -44,7 +44,7 @@ public:
         return copyDeviceToHost(to, from, bytes);
     }
 
-    /// A mark in a stream. Waiting for it takes no processor time and waits for nothing behind it.
+    /// A mark in a stream. Waiting for it waits for nothing behind it, and not without a bound.
     virtual int cudaEventCreate(CUevent_st** event) {
         *event = nullptr;
         return 0;

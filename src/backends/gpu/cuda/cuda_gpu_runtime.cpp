@@ -1,5 +1,6 @@
 #include <cudaTypedefs.h>
 #include <cuda_runtime_api.h>
+#include <sched.h>
 #include <time.h>
 
 #include "CudaGpuRuntime.hpp"
@@ -9,8 +10,9 @@ namespace {
 
 constexpr int kOldestMajor = 7;  // of the compute capability that the pixel code is compiled for
 constexpr int kOldestMinor = 5;
+constexpr int kYields = 50;  // about as long as a view takes
 constexpr long kPauseNs = 50'000;
-constexpr int kMostPauses = 40'000;  // two seconds
+constexpr int kMostPauses = 40'000;  // two seconds at least
 
 int resultOf(cudaError_t error) {
     return static_cast<int>(error);
@@ -153,9 +155,13 @@ private:
     std::string deviceText;
 };
 
-/// Asks now and then, for no longer than two seconds: a device that hangs must not take the application along.
+/// Asks now and then, and gives up in the end: a device that hangs must not take the application along.
 int CudaGpuRuntime::cudaEventSynchronize(CUevent_st* event) {
     cudaError_t state = cudaEventQuery(event);
+    for (int yield = 0; state == cudaErrorNotReady && yield < kYields; ++yield) {
+        (void)sched_yield();
+        state = cudaEventQuery(event);
+    }
     for (int pause = 0; state == cudaErrorNotReady && pause < kMostPauses; ++pause) {
         const timespec duration{0, kPauseNs};
         (void)::nanosleep(&duration, nullptr);

@@ -60,8 +60,17 @@ ViewJob blackJob(Size view, unsigned char* pixels) {
 }
 
 PairPicture pairPicture(const void* pixels, Size size, float chromaSiting) {
-    return {static_cast<const std::uint32_t*>(pixels), (size.width + 1) / 2, size.width, size.height,
-            static_cast<int>(std::lround(chromaSiting * kFractionSteps))};
+    const int pairs = (size.width + 1) / 2;
+    return {.pairs = static_cast<const std::uint32_t*>(pixels),
+            .pairsPerRow = pairs,
+            .width = size.width,
+            .height = size.height,
+            .chromaSiting = static_cast<int>(std::lround(chromaSiting * kFractionSteps)),
+            .halfWidth = 0.5F * static_cast<float>(size.width),
+            .halfHeight = 0.5F * static_cast<float>(size.height),
+            .lastX = (size.width - 1) * kFractionSteps,
+            .lastY = (size.height - 1) * kFractionSteps,
+            .lastChroma = (pairs - 1) * kFractionSteps};
 }
 
 }  // namespace oru::rectifier

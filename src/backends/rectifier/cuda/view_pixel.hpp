@@ -27,6 +27,10 @@ struct PairPicture {
     int width;
     int height;
     int chromaSiting;  // of yuyv_frame.hpp, in steps of 1 / kFractionSteps
+
+    // What follows from the size, so that not every pixel works it out.
+    float halfWidth, halfHeight;
+    int lastX, lastY, lastChroma;  // the last sample of an axis, in the same steps
 };
 
 /// Which place of the picture each pixel of a rectified view shows: the lens model of cpu/lens.hpp evaluated anew for
@@ -150,11 +154,6 @@ ORU_PIXEL_CODE int stepsOf(float position) {
     return static_cast<int>(std::nearbyint(position * kFractionSteps));
 #endif
 }
-/// Held inside an axis of `count` samples.
-ORU_PIXEL_CODE int heldInside(int steps, int count) {
-    return clampedTo(steps, (count - 1) * kFractionSteps);
-}
-
 /// The weights of a sample and of its right neighbour, as 16 bits each, which add up to 2^15.
 ORU_PIXEL_CODE std::uint32_t weightsAt(int steps) {
     const auto part = static_cast<std::uint32_t>(steps & (kFractionSteps - 1));
@@ -173,10 +172,10 @@ struct Window {
 };
 
 ORU_PIXEL_CODE Window windowAt(const PairPicture& picture, int firstPair, float y) {
-    const int steps = heldInside(stepsOf(y), picture.height);
+    const int steps = clampedTo(stepsOf(y), picture.lastY);
     const int row = steps >> kFractionBits;
-    const int nextRow = smaller(row + 1, picture.height - 1);
-    const int nextPair = smaller(firstPair + 1, (picture.width - 1) / 2);
+    const int nextRow = smaller(row + 1, picture.lastY >> kFractionBits);
+    const int nextPair = smaller(firstPair + 1, picture.lastChroma >> kFractionBits);
     const int upper = row * picture.pairsPerRow;  // a picture has fewer pairs than 2^31
     const int lower = nextRow * picture.pairsPerRow;
     const auto part = static_cast<std::uint32_t>(steps & (kFractionSteps - 1));
@@ -214,8 +213,8 @@ ORU_PIXEL_CODE std::uint32_t bgraOf(float luma, float u, float v) {
 /// Places up to half a pixel outside the picture belong to it; what is not a number lies outside.
 ORU_PIXEL_CODE Sight rectifiedSight(const ViewJob& job, int u, int v) {
     const LensRays<float>::Place place = job.rays.at(u, v);
-    const float halfWidth = 0.5F * static_cast<float>(job.picture.width);
-    const float halfHeight = 0.5F * static_cast<float>(job.picture.height);
+    const float halfWidth = job.picture.halfWidth;
+    const float halfHeight = job.picture.halfHeight;
     const float beyond = std::fmax(std::fabs(place.x - (halfWidth - 0.5F)) - halfWidth,
                                    std::fabs(place.y - (halfHeight - 0.5F)) - halfHeight);
     if (std::fabs(beyond) > pixel::kDoubtfulMargin) {
@@ -239,7 +238,7 @@ ORU_PIXEL_CODE std::uint32_t bgraAt(const PairPicture& picture, const Sight& sig
         return 0xFF000000U;
     }
     const int steps = pixel::stepsOf(sight.x);
-    const int chromaSteps = pixel::heldInside((steps - picture.chromaSiting) >> 1, (picture.width + 1) / 2);
+    const int chromaSteps = pixel::clampedTo((steps - picture.chromaSiting) >> 1, picture.lastChroma);
     const int firstPair = chromaSteps >> kFractionBits;
     const pixel::Window window = pixel::windowAt(picture, firstPair, sight.y);
     const std::uint32_t weights = pixel::weightsAt(chromaSteps);
@@ -250,14 +249,14 @@ ORU_PIXEL_CODE std::uint32_t bgraAt(const PairPicture& picture, const Sight& sig
         pixel::between(pixel::meanOfLower(weights, upper), pixel::meanOfLower(weights, lower), window.part) - kMiddle;
     const float v =
         pixel::between(pixel::meanOfUpper(weights, upper), pixel::meanOfUpper(weights, lower), window.part) - kMiddle;
-    return pixel::bgraOf(pixel::lumaIn(window, firstPair, pixel::heldInside(steps, picture.width)), u, v);
+    return pixel::bgraOf(pixel::lumaIn(window, firstPair, pixel::clampedTo(steps, picture.lastX)), u, v);
 }
 
 ORU_PIXEL_CODE unsigned char grayAt(const PairPicture& picture, const Sight& sight) {
     if (!sight.inside) {
         return 0;
     }
-    const int steps = pixel::heldInside(pixel::stepsOf(sight.x), picture.width);
+    const int steps = pixel::clampedTo(pixel::stepsOf(sight.x), picture.lastX);
     const int firstPair = steps >> (kFractionBits + 1);
     const float luma = pixel::lumaIn(pixel::windowAt(picture, firstPair, sight.y), firstPair, steps);
     const std::uint32_t sum = std::bit_cast<std::uint32_t>(luma) + kFractionSteps / 2;
