@@ -63,7 +63,7 @@ int FileRecorder::create(const std::string& path, const rlxrw::RlxRecordingHeade
     }
     {
         const MutexLock lock(syncMutex);
-        syncingStops = false;
+        stopRequested = false;
     }
     syncer = std::thread([this] { syncWhileOpen(); });
     return CREATED;
@@ -197,10 +197,10 @@ void FileRecorder::finish() {
 void FileRecorder::syncWhileOpen() {
     uint64_t synced = 0;
     syncMutex.lock();
-    while (!syncingStops) {
+    while (!stopRequested) {
         (void)syncWake.wait_for(syncMutex, kSyncPeriod);
         const uint64_t end = endOffset.load(std::memory_order_relaxed);
-        if (syncingStops || end == synced) {
+        if (stopRequested || end == synced) {
             continue;
         }
         syncMutex.unlock();
@@ -217,7 +217,7 @@ void FileRecorder::syncWhileOpen() {
 void FileRecorder::stopSyncing() {
     {
         const MutexLock lock(syncMutex);
-        syncingStops = true;
+        stopRequested = true;
     }
     syncWake.notify_all();
     if (syncer.joinable()) {

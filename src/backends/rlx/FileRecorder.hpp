@@ -67,7 +67,7 @@ private:
     std::thread syncer;
     Mutex syncMutex;
     std::condition_variable_any syncWake;
-    bool syncingStops ORU_GUARDED_BY(syncMutex) = false;
+    bool stopRequested ORU_GUARDED_BY(syncMutex) = false;
     std::atomic<bool> syncFailed{false};
 };
 

@@ -146,12 +146,14 @@ uint64_t Capture::jitter(uint64_t moment) {
     // Less than a period, so that pictures keep their order.
     const double longest = std::min(faultPlan->at(Fault::JITTER_MS, seconds(moment)) * 1e6,
                                     0.9 * static_cast<double>(cameraSetup.pictures->period()));
-    return longest <= 0.0 ? 0 : static_cast<uint64_t>(std::uniform_real_distribution<double>(0.0, longest)(randomBits));
+    return longest <= 0.0
+               ? 0
+               : static_cast<uint64_t>(std::uniform_real_distribution<double>(0.0, longest)(randomGenerator));
 }
 
 bool Capture::happens(Fault fault, uint64_t moment) {
     const double rate = faultPlan->at(fault, seconds(moment));
-    return rate > 0.0 && std::uniform_real_distribution<double>(0.0, 1.0)(randomBits) < rate;
+    return rate > 0.0 && std::uniform_real_distribution<double>(0.0, 1.0)(randomGenerator) < rate;
 }
 
 void Capture::loseNext(Loss cause) {

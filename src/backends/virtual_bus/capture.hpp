@@ -70,7 +70,7 @@ private:
     std::atomic<uint64_t> lastFrame;  // monotonic time of the last frame offered
     std::atomic<FrameStatus> finalStatus{NO_FRAME};
     // Of the capture thread alone.
-    std::mt19937 randomBits{12345};
+    std::mt19937 randomGenerator{12345};
     const FaultPlan* faultPlan = nullptr;
     uint64_t faultTime = 0;  // never runs backwards, whoever asks
     bool unpluggedNow = false;

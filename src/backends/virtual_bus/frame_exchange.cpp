@@ -11,7 +11,7 @@ void FrameExchange::reset(std::size_t bytes) {
         frame = Frame{};
         frame.pixels.resize(bytes);
     }
-    freshWaits = false;
+    hasFresh = false;
     holding = false;
     untaken = false;
     account = {};
@@ -20,11 +20,11 @@ void FrameExchange::reset(std::size_t bytes) {
 void FrameExchange::publish() {
     {
         const MutexLock lock(mutex);
-        if (freshWaits) {
+        if (hasFresh) {
             ++account.overwritten;
         }
         std::swap(writingIndex, readyIndex);
-        freshWaits = true;
+        hasFresh = true;
     }
     changed.notify_all();
 }
@@ -46,14 +46,14 @@ void FrameExchange::countLost(Loss cause) {
 
 bool FrameExchange::fresh() {
     const MutexLock lock(mutex);
-    return freshWaits;
+    return hasFresh;
 }
 
 void FrameExchange::waitForFresh(int milliseconds) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
     const MutexLock lock(mutex);
     const uint64_t wakes = wakeCount;
-    while (!freshWaits && wakeCount == wakes) {
+    while (!hasFresh && wakeCount == wakes) {
         if (changed.wait_until(mutex, deadline) == std::cv_status::timeout) {
             return;
         }
@@ -70,14 +70,14 @@ void FrameExchange::wake() {
 
 void FrameExchange::latch() {
     const MutexLock lock(mutex);
-    if (!freshWaits) {
+    if (!hasFresh) {
         return;
     }
     if (untaken) {
         ++account.overwritten;
     }
     std::swap(readyIndex, heldIndex);
-    freshWaits = false;
+    hasFresh = false;
     holding = true;
     untaken = true;
 }

@@ -56,7 +56,7 @@ private:
     std::size_t writingIndex = 0;  // changed by publish() alone
     std::size_t readyIndex ORU_GUARDED_BY(mutex) = 1;
     std::size_t heldIndex ORU_GUARDED_BY(mutex) = 2;
-    bool freshWaits ORU_GUARDED_BY(mutex) = false;
+    bool hasFresh ORU_GUARDED_BY(mutex) = false;
     bool holding ORU_GUARDED_BY(mutex) = false;
     bool untaken ORU_GUARDED_BY(mutex) = false;
     uint64_t wakeCount ORU_GUARDED_BY(mutex) = 0;

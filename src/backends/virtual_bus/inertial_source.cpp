@@ -39,7 +39,10 @@ Eigen::Vector3d digitise(const Eigen::Vector3d& value, const Characteristics& se
 }  // namespace
 
 TrajectoryInertial::TrajectoryInertial(const Trajectory& trajectory, uint32_t seed)
-    : cameraTrajectory(trajectory), sensorMounting(factoryMounting()), noiseBits(seed), pictureNoiseBits(seed + 1U) {
+    : cameraTrajectory(trajectory),
+      sensorMounting(factoryMounting()),
+      noiseGenerator(seed),
+      pictureNoiseGenerator(seed + 1U) {
     std::mt19937 factory(seed + 2U);
     factoryRateBias = normal(factory, 0.3);
     factoryForceBias = normal(factory, 0.05);
@@ -53,14 +56,14 @@ bool TrajectoryInertial::next(uint64_t until, InertialSample& sample) {
     ++nextIndex;
     const double stepS = 1.0 / kRateHz;
     const double keep = 1.0 - stepS / kWalkTimeConstantS;
-    rateWalk = keep * rateWalk + normal(noiseBits, kGyroscope.random_walk * std::sqrt(stepS));
-    forceWalk = keep * forceWalk + normal(noiseBits, kAccelerometer.random_walk * std::sqrt(stepS));
-    sample = measure(elapsed, noiseBits);
+    rateWalk = keep * rateWalk + normal(noiseGenerator, kGyroscope.random_walk * std::sqrt(stepS));
+    forceWalk = keep * forceWalk + normal(noiseGenerator, kAccelerometer.random_walk * std::sqrt(stepS));
+    sample = measure(elapsed, noiseGenerator);
     return true;
 }
 
 InertialSample TrajectoryInertial::atPicture(uint64_t elapsed) {
-    return measure(elapsed, pictureNoiseBits);
+    return measure(elapsed, pictureNoiseGenerator);
 }
 
 InertialSample TrajectoryInertial::measure(uint64_t elapsed, std::mt19937& random) {

@@ -59,8 +59,8 @@ private:
     Trajectory cameraTrajectory;
     Mounting sensorMounting;
     // Two generators, so that the train of samples does not depend on how many pictures are taken.
-    std::mt19937 noiseBits;
-    std::mt19937 pictureNoiseBits;
+    std::mt19937 noiseGenerator;
+    std::mt19937 pictureNoiseGenerator;
     std::normal_distribution<double> unitNormal;
     Eigen::Vector3d factoryRateBias;
     Eigen::Vector3d factoryForceBias;

@@ -92,28 +92,28 @@ SETUP_STATE VirtualGrabber::startCapture(const SensorMode& mode, int fps, bool h
     setup.height = pictureHeight;
     // The 3 micrometre sensor has no HDR read-out and ignores the wish.
     controls.reset(pictureWidth, pictureHeight, framesPerSecond, hdr && claimedCamera.model == MODEL_MONO_2UM);
-    captureRun = std::make_unique<Capture>(virtualBus->clock(), frames, mcu, controls, std::move(setup));
+    openCapture = std::make_unique<Capture>(virtualBus->clock(), frames, mcu, controls, std::move(setup));
     return SETUP_OK;
 }
 
 void VirtualGrabber::close(bool /*wait*/) {
-    captureRun.reset();
+    openCapture.reset();
     cameraLock.release();
 }
 
 int VirtualGrabber::waitForNewFrame(int milliseconds) {
     // A source that will bring nothing more is not worth a wait.
-    if (captureRun != nullptr && captureRun->status() == NO_FRAME) {
+    if (openCapture != nullptr && openCapture->status() == NO_FRAME) {
         frames.waitForFresh(milliseconds);
     }
     return frames.fresh() ? 0 : -1;
 }
 
 FrameStatus VirtualGrabber::getFrameStatus() {
-    if (captureRun == nullptr) {
+    if (openCapture == nullptr) {
         return SOURCE_UNAVAILABLE;
     }
-    return frames.fresh() ? NEW_FRAME : captureRun->status();
+    return frames.fresh() ? NEW_FRAME : openCapture->status();
 }
 
 unsigned char* VirtualGrabber::getPixels() {

@@ -75,7 +75,7 @@ private:
     VirtualMcu mcu;
     SensorControls controls;
     CameraLock cameraLock;
-    std::unique_ptr<Capture> captureRun;
+    std::unique_ptr<Capture> openCapture;
 };
 
 }  // namespace oru::virtual_bus
