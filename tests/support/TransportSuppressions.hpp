@@ -11,13 +11,16 @@
 #endif
 
 #ifdef ORU_THREAD_SANITIZER
+inline constexpr const char* kKnownRaces =
+    "race:libx265.so\n"
+    "race:libavcodec.so\n"
+    "race:libsrt-gnutls.so\n"
+    "deadlock:libsrt-gnutls.so\n"
+    "mutex:libsrt-gnutls.so\n";
+
 // The sanitizer's runtime looks this name up.
 extern "C" __attribute__((visibility("default"))) const char* __tsan_default_suppressions() {  // NOLINT
-    return "race:libx265.so\n"
-           "race:libavcodec.so\n"
-           "race:libsrt-gnutls.so\n"
-           "deadlock:libsrt-gnutls.so\n"
-           "mutex:libsrt-gnutls.so\n";
+    return kKnownRaces;
 }
 #endif
 

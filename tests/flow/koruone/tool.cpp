@@ -11,6 +11,8 @@
 #include <sstream>
 #include <thread>
 
+#include "support/TransportSuppressions.hpp"
+
 namespace oru {
 namespace {
 
@@ -47,6 +49,9 @@ Tool::Tool() {
                    {"XDG_DATA_HOME", home.path("data")},
                    {"KORU_SDK_LOGGER_LEVEL", "error"},
                    {"PATH", "/usr/bin:/bin"}};
+#ifdef ORU_THREAD_SANITIZER
+    environment["TSAN_OPTIONS"] = "suppressions=" + home.write("known_races", kKnownRaces);
+#endif
     if (const char* locks = std::getenv("KORU_VIRTUAL_BUS_LOCKS"); locks != nullptr) {
         environment["KORU_VIRTUAL_BUS_LOCKS"] = locks;
     }
