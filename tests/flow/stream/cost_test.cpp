@@ -37,24 +37,28 @@ double grabCost(CameraOne& camera, int frames) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || !defined(NDEBUG)
 constexpr double kMostMs = 20.0;
 #else
+// Of the smaller size; the larger one has half as much again for a busy processor.
 constexpr double kMostMs = 1.0;
 #endif
 
-TEST(StreamCost, AddsLessThanAMillisecondToGrab) {
-    constexpr int kFrames = 60;
+class StreamCost : public testing::TestWithParam<RESOLUTION> {};
+
+TEST_P(StreamCost, AddsLittleToGrab) {
+    constexpr int kFrames = 45;
     doubles::TemporaryDirectory directory;
     CameraOne camera;
     InitParametersOne parameters;
     parameters.settings_path = directory.prefix().c_str();
-    parameters.requested_resolution = HD600;
-    parameters.requested_fps = 30;
+    parameters.requested_resolution = GetParam();
+    parameters.requested_fps = GetParam() == HD600 ? 30 : 15;
     ASSERT_EQ(camera.open(parameters), SUCCESS);
     StreamingParameters streaming;
     streaming.codec = PLAIN_CODEC;
     streaming.port = freePort();
+    const double limit = GetParam() == HD600 ? kMostMs : 1.5 * kMostMs;
     double added = 1e9;
     // Other programs cost caches and clock rate; the least disturbed of three tries counts.
-    for (int attempt = 0; attempt < 3 && added > kMostMs; ++attempt) {
+    for (int attempt = 0; attempt < 3 && added > limit; ++attempt) {
         const double alone = grabCost(camera, kFrames);
         ASSERT_EQ(camera.enableStreaming(streaming), SUCCESS);
         const auto clock = makeSystemClock();
@@ -70,8 +74,11 @@ TEST(StreamCost, AddsLessThanAMillisecondToGrab) {
         std::printf("grab %.3f ms, with a stream %.3f ms of processor time, %llu frames overwritten\n", alone, streamed,
                     static_cast<unsigned long long>(after.overwritten - before.overwritten));
     }
-    EXPECT_LT(added, kMostMs);
+    EXPECT_LT(added, limit);
 }
+
+INSTANTIATE_TEST_SUITE_P(Sizes, StreamCost, testing::Values(HD600, HD1200),
+                         [](const auto& instance) { return instance.param == HD600 ? "HD600" : "HD1200"; });
 
 }  // namespace
 }  // namespace oru::test
