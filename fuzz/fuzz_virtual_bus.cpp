@@ -21,9 +21,9 @@ void require(bool holds) {
 
 void checkFaults(const FaultPlan& plan) {
     for (const double time : {0.0, 1.0, 1e9}) {
-        const double share = plan.at(Fault::drop_rate, time);
+        const double share = plan.at(Fault::DROP_RATE, time);
         require(share >= 0.0 && share <= 1.0);
-        require(std::isfinite(plan.at(Fault::clock_offset_ms, time)));
+        require(std::isfinite(plan.at(Fault::CLOCK_OFFSET_MS, time)));
     }
 }
 
