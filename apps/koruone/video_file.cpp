@@ -33,8 +33,8 @@ void VideoFile::CloseMuxer::operator()(AVFormatContext* context) const {
     avformat_free_context(context);
 }
 
-void VideoFile::FreePacket::operator()(AVPacket* packet) const {
-    av_packet_free(&packet);
+void VideoFile::FreePacket::operator()(AVPacket* used) const {
+    av_packet_free(&used);
 }
 
 VideoFile::VideoFile() : packet(av_packet_alloc()), timesUs(kHeldTimes) {}

@@ -33,7 +33,7 @@ private:
         void operator()(AVFormatContext* context) const;
     };
     struct FreePacket {
-        void operator()(AVPacket* packet) const;
+        void operator()(AVPacket* used) const;
     };
 
     std::string filePath;
