@@ -33,7 +33,8 @@ CLI::Option* addNumberOption(CLI::App& command, const std::string& name, Target&
     const auto take = [&target, low, high, name](const std::string& value) {
         const auto number = parseNumber<Number>(value);
         if (!number || *number < low || *number > high) {
-            const std::string to = high == std::numeric_limits<Number>::max() ? "" : " to " + std::to_string(high);
+            const bool openEnded = std::cmp_greater_equal(high, std::numeric_limits<int32_t>::max());
+            const std::string to = openEnded ? "" : " to " + std::to_string(high);
             throw CLI::ValidationError(name, "'" + value + "' is not a whole number from " + std::to_string(low) + to);
         }
         target = *number;
