@@ -46,6 +46,10 @@ ExitStatus RecordRun::run() {
     if (!openCamera(camera, options.input) || !start()) {
         return EXIT_FAILED;
     }
+    if (options.file.ends_with(".rlx") && camera.getCameraInformation().sensors.accelerometer.is_available) {
+        complain("{} keeps no inertial samples, by its version of the format; a name that ends in .rlx2 does.",
+                 options.file);
+    }
     grabFrames();
     return finish();
 }

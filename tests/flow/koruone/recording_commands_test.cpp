@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <map>
 
 #include "tool.hpp"
 
@@ -63,6 +64,20 @@ TEST(KoruoneRecord, ExistingFileIsKeptUnlessAsked) {
     EXPECT_EQ(tool.home.read("a.rlx2"), "precious");
     EXPECT_EQ(tool.run(overwrite).status, 0);
     EXPECT_EQ(tool.run({"verify", path}).status, 0);
+}
+
+TEST(KoruoneRecord, SaysWhichFilesKeepNoInertialSamples) {
+    for (const auto& [name, keeps] : std::map<std::string, bool>{{"a.rlx", false}, {"a.rlx2", true}}) {
+        Tool tool;
+        const std::string path = tool.home.path(name);
+
+        const ToolResult recorded = tool.run({"record", path, "--resolution", "HD600", "--frames", "5"});
+        const ToolResult verified = tool.run({"verify", path});
+
+        EXPECT_EQ(recorded.status, 0);
+        EXPECT_EQ(recorded.errors.find(".rlx2") == std::string::npos, keeps) << recorded.errors;
+        EXPECT_EQ(verified.output.find(" 0 inertial samples") == std::string::npos, keeps) << verified.output;
+    }
 }
 
 TEST(KoruoneRepair, CutFileComesBackAndTheExitStatusTellsTheLoss) {
