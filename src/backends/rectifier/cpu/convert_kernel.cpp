@@ -34,14 +34,6 @@ HWY_BEFORE_NAMESPACE();
 namespace oru::rectifier::HWY_NAMESPACE {
 #if ORU_HAS_BLOCKS
 
-using D8 = hn::CappedTag<uint8_t, 64>;
-using D16 = hn::Repartition<int16_t, D8>;
-using DU16 = hn::Repartition<uint16_t, D8>;
-using DU32 = hn::Repartition<uint32_t, D8>;
-using V8 = hn::VFromD<D8>;
-using V16 = hn::VFromD<D16>;
-using VU16 = hn::VFromD<DU16>;
-
 constexpr int kVectorBytes = static_cast<int>(hn::MaxLanes(D8()));
 constexpr int kMargin = 4;  // bytes read before and after a step's own: one pair of pixels
 constexpr int kColorBits = 5;

@@ -117,6 +117,18 @@ HWY_INLINE void storeByTurns(D8 d8, hn::VFromD<D8> first, hn::VFromD<D8> second,
     }
 }
 
+// Whole vectors of the pixel kernels, no wider than the operations above.
+using D8 = hn::CappedTag<uint8_t, 64>;
+using D16 = hn::Repartition<int16_t, D8>;
+using D32 = hn::Repartition<int32_t, D8>;
+using DU16 = hn::Repartition<uint16_t, D8>;
+using DU32 = hn::Repartition<uint32_t, D8>;
+using DU64 = hn::Repartition<uint64_t, D8>;
+using V8 = hn::VFromD<D8>;
+using V16 = hn::VFromD<D16>;
+using VU16 = hn::VFromD<DU16>;
+using V32 = hn::VFromD<D32>;
+
 #endif
 }  // namespace oru::rectifier::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();

@@ -22,16 +22,6 @@ HWY_BEFORE_NAMESPACE();
 namespace oru::rectifier::HWY_NAMESPACE {
 #if ORU_HAS_BLOCKS
 
-using D8 = hn::CappedTag<uint8_t, 64>;
-using D16 = hn::Repartition<int16_t, D8>;
-using D32 = hn::Repartition<int32_t, D8>;
-using DU16 = hn::Repartition<uint16_t, D8>;
-using DU32 = hn::Repartition<uint32_t, D8>;
-using DU64 = hn::Repartition<uint64_t, D8>;
-using V8 = hn::VFromD<D8>;
-using V16 = hn::VFromD<D16>;
-using V32 = hn::VFromD<D32>;
-
 constexpr int kBlocks = static_cast<int>(hn::MaxLanes(D8())) / 16;
 constexpr int kBlockPixels = 8;
 constexpr int kBlockCells = kBlockPixels / MeshMap::kCell;
