@@ -268,7 +268,8 @@ TEST(KoruoneControls, WritesToTheCameraOfAStreamOrSaysWhyNot) {
     constexpr char kControl[] = "KORU_STREAM_CONTROL_PASSPHRASE";
     const std::string port = std::to_string(20000 + ::getpid() % 10000);
     Tool sender;
-    sender.environment = {{kViewing, "the-viewing-key"}, {kControl, "the-control-key"}};
+    sender.environment[kViewing] = "the-viewing-key";
+    sender.environment[kControl] = "the-control-key";
     ASSERT_GT(sender.start({"stream", "--resolution", "HD600", "--port", port}), 0);
 
     struct Case {
@@ -291,7 +292,8 @@ TEST(KoruoneControls, WritesToTheCameraOfAStreamOrSaysWhyNot) {
     };
     const auto run = [&](const Case& each) {
         Tool tool;
-        tool.environment = {{kViewing, each.viewing}, {kControl, each.control}};
+        tool.environment[kViewing] = each.viewing;
+        tool.environment[kControl] = each.control;
         Arguments arguments{"controls", "--stream", "127.0.0.1:" + port};
         arguments.insert(arguments.end(), each.arguments.begin(), each.arguments.end());
         return tool.run(arguments);
