@@ -4,7 +4,8 @@
 #   A GoogleTest program, run as a whole under its label; the target tests_<label> builds all of one label.
 #   A slow test runs as long as ORU_SOAK_SECONDS says, and at full length without it; CI sets 20.
 # oru_fuzz(name SOURCES ... DEPS ... [SEEDS folder] [ARGS ...])
-#   A libFuzzer program over one parser of outside bytes (preset fuzz); its test runs ORU_FUZZ_SECONDS, 20 by default.
+#   A libFuzzer program over one parser of outside bytes (preset fuzz); its test runs ORU_FUZZ_SECONDS, 20 by default,
+#   from the seed ORU_FUZZ_SEED: 1 by default, so that a change is judged by the inputs of the one before; 0 for new ones.
 
 add_library(oru_headers INTERFACE)
 add_library(oru::headers ALIAS oru_headers)
@@ -54,7 +55,7 @@ function(oru_fuzz name)
     target_link_libraries(${name} PRIVATE oru_warnings ${ARG_DEPS})
     target_link_options(${name} PRIVATE -fsanitize=fuzzer)
     add_test(NAME ${name}
-        COMMAND sh -c "exec \"$0\" -max_total_time=\"\${ORU_FUZZ_SECONDS:-20}\" \"$@\"" $<TARGET_FILE:${name}>
+        COMMAND sh -c "exec \"$0\" -max_total_time=\"\${ORU_FUZZ_SECONDS:-20}\" -seed=\"\${ORU_FUZZ_SEED:-1}\" \"$@\"" $<TARGET_FILE:${name}>
                 -timeout=10 -rss_limit_mb=2048 -print_final_stats=1 ${ARG_ARGS} "${corpus}" ${ARG_SEEDS})
     set_tests_properties(${name} PROPERTIES LABELS fuzz TIMEOUT 1200)
 endfunction()

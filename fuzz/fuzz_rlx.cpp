@@ -173,14 +173,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     }
     const std::size_t choice = data[0] % (samples().size() + 1);
     static const MemoryFile file;
-    file.set(choice == 0 ? std::vector<uint8_t>(data + 1, data + size)
-                         : changed(samples()[choice - 1], data + 1, size - 1));
+    const std::vector<uint8_t> bytes =
+        choice == 0 ? std::vector<uint8_t>(data + 1, data + size) : changed(samples()[choice - 1], data + 1, size - 1);
+    file.set(bytes);
     const std::string path = file.path();
     (void)play(path);
     const rlx::VerifyReport before = rlx::verifyRecording(path);
     const rlx::RepairReport repair = rlx::repairRecording(path, "", rlx::PictureCheck::ALL);
     const rlx::VerifyReport after = rlx::verifyRecording(path);
     if (repair.code == 0 && (after.condition != rlx::Condition::INTACT || after.frames < before.frames)) {
+        std::abort();
+    }
+    if (repair.code != 0 && file.get() != bytes) {
         std::abort();
     }
     (void)play(path);

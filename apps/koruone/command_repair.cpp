@@ -16,9 +16,10 @@ struct RepairOptions {
 };
 
 ExitStatus failRepair(const RepairOptions& options, const oru::rlx::RepairReport& report) {
-    if (report.code == 2) {
-        complain("{} cannot be written; it must not exist yet, and the disk needs room.",
-                 options.output.empty() ? options.file : options.output);
+    if (report.code == 2 && options.output.empty()) {
+        complain("{} cannot be repaired in place; name a new file with --output, on a disk with room.", options.file);
+    } else if (report.code == 2) {
+        complain("{} cannot be written; it must not exist yet, and the disk needs room.", options.output);
     } else {
         complain("{} {}; it was left as it is.", options.file, oru::rlx::describe(report.condition));
     }

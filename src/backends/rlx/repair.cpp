@@ -41,6 +41,12 @@ bool restoreHead(OpenedFile& recording) {
     return recording.file.syncData();
 }
 
+/// False where the head of this header or the Void elements would cover bytes of whole frames.
+bool hasRoomInPlace(const Walk& walk) {
+    const auto holdsVoid = [](const Hole& hole) { return hole.size >= 1 + kSizeBytes; };
+    return walk.head_fits && std::ranges::all_of(walk.holes, holdsVoid);
+}
+
 /// Turns each hole into a Void element; what it contained stays inside.
 bool voidHoles(File& file, const std::vector<Hole>& holes) {
     for (const Hole& hole : holes) {
@@ -153,7 +159,7 @@ RepairReport repairRecording(const std::string& input, const std::string& output
         report.bytes_cut = 0;
         return report;
     }
-    report.code = repairInPlace(recording, walk) ? kRepaired : kOutputRefused;
+    report.code = hasRoomInPlace(walk) && repairInPlace(recording, walk) ? kRepaired : kOutputRefused;
     return report;
 }
 

@@ -9,8 +9,9 @@ namespace oru::rlx {
 
 /// Result of repairRecording, with the codes of RLXVideo::repairFile.
 struct RepairReport {
-    int code =
-        1;  ///< 0 repaired or already intact, 1 input unreadable, 2 output not creatable or disk full, 3 compression
+    /// 0 repaired or already intact, 1 input unreadable, 2 output not creatable, disk full or no room in place for the
+    /// head of this header, 3 compression
+    int code = 1;
     Condition condition = Condition::MISSING;  ///< of the input
     uint64_t frames_recovered = 0;
     uint64_t frames_lost = 0;  ///< known to have been in the file: bad pictures and missing numbers

@@ -15,8 +15,8 @@ namespace {
 constexpr uint32_t kMaxSide = 16'384;
 constexpr std::size_t kMaxHeadSize = 4 * kMaxHeaderSize;
 
-/// Both copies of the record stand in the head; whichever is whole is taken.
-std::optional<HeaderRecord> findHeader(ByteView head) {
+/// Both copies of the record stand in the head; whichever is whole is taken, and `offset` is where it begins.
+std::optional<HeaderRecord> findHeader(ByteView head, std::size_t& offset) {
     constexpr uint8_t kMagic[] = {'R', 'L', 'X', 'H'};
     auto from = head.begin();
     while (true) {
@@ -24,7 +24,8 @@ std::optional<HeaderRecord> findHeader(ByteView head) {
         if (from == head.end()) {
             return std::nullopt;
         }
-        if (auto header = decodeHeader(head.subspan(static_cast<std::size_t>(from - head.begin())))) {
+        offset = static_cast<std::size_t>(from - head.begin());
+        if (auto header = decodeHeader(head.subspan(offset))) {
             return header;
         }
         ++from;
@@ -117,7 +118,8 @@ OpenedFile openRecording(const std::string& path, bool toChange) {
     }
     Bytes head(std::min<uint64_t>(recording.file.size(), kMaxHeadSize));
     head.resize(recording.file.readUpTo(0, head.data(), head.size()));
-    const std::optional<HeaderRecord> header = findHeader(head);
+    std::size_t headerOffset = 0;
+    const std::optional<HeaderRecord> header = findHeader(head, headerOffset);
     if (!header) {
         recording.condition = head.empty() ? Condition::UNREADABLE : Condition::NOT_OURS;
     } else if (header->facts.version < 1 || header->facts.version > 2 || header->facts.width > kMaxSide ||
@@ -127,6 +129,7 @@ OpenedFile openRecording(const std::string& path, bool toChange) {
         recording.header = *header;
         recording.head_size = buildHead(*header, std::nullopt).size();
         recording.head_whole = headIsWhole(head, *header);
+        recording.frames_from = recording.head_whole ? recording.head_size : headerOffset;
     }
     return recording;
 }

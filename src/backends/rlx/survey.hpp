@@ -34,8 +34,9 @@ struct OpenedFile {
     Condition condition = Condition::MISSING;
     File file;
     HeaderRecord header;
-    uint64_t head_size = 0;
-    bool head_whole = false;  ///< every byte of the head but for what finishing changes is as it must be
+    uint64_t head_size = 0;    ///< of the head that belongs to `header`
+    uint64_t frames_from = 0;  ///< no frame begins before; `head_size` unless the head in the file is another
+    bool head_whole = false;   ///< every byte of the head but for what finishing changes is as it must be
 };
 [[nodiscard]] OpenedFile openRecording(const std::string& path, bool toChange);
 

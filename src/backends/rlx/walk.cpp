@@ -96,7 +96,7 @@ Walk walkFrames(const OpenedFile& recording, PictureCheck check, const ProgressS
     Walk walk;
     StoredFrame scratch;
     const uint64_t fileSize = recording.file.size();
-    uint64_t offset = recording.head_size;
+    uint64_t offset = recording.frames_from;
     uint64_t expectedNumber = 0;
     IndexEntry entry;
     while (offset + kPrefixSize <= fileSize) {
@@ -117,9 +117,13 @@ Walk walkFrames(const OpenedFile& recording, PictureCheck check, const ProgressS
         if (next == fileSize) {
             break;
         }
-        walk.holes.push_back({offset, next - offset});
+        const uint64_t hole = std::max(offset, recording.head_size);
+        if (hole < next) {
+            walk.holes.push_back({hole, next - hole});
+        }
         offset = next;
     }
+    walk.head_fits = walk.entries.empty() || walk.entries.front().offset >= recording.head_size;
     leaveOutBadPictures(recording, check, walk, scratch, progress);
     walk.clusters_end =
         walk.entries.empty() ? recording.head_size : walk.entries.back().offset + walk.entries.back().cluster_size;

@@ -17,7 +17,7 @@ enum class PictureCheck {
     ALL,
 };
 
-/// A stretch of the file that belongs to no whole frame; at least kPrefixSize bytes.
+/// A stretch of the file behind its head that belongs to no whole frame.
 struct Hole {
     uint64_t offset = 0;
     uint64_t size = 0;
@@ -27,6 +27,7 @@ struct Hole {
 struct Walk {
     std::vector<IndexEntry> entries;
     std::vector<Hole> holes;      ///< between head and the last whole frame
+    bool head_fits = true;        ///< the first whole frame begins behind the head that belongs to the header
     uint64_t clusters_end = 0;    ///< end of the last whole frame
     uint64_t bad_pictures = 0;    ///< frames left out because of their picture
     uint64_t missing_frames = 0;  ///< numbers that are missing between the whole frames

@@ -215,6 +215,48 @@ TEST(Repair, SaysWhatIsWrongAndTouchesNothingItCannotHelp) {
     EXPECT_EQ(rlx::repairRecording(whole, folder.path("text"), PictureCheck::TAIL).code, 2) << "an existing output";
 }
 
+TEST(Repair, KeepsEveryFrameWhenTheHeadOfTheHeaderHasAnotherLength) {
+    const Folder folder;
+    const Scene scene;
+    const std::string path = folder.path("a.rlx2");
+    record(path, scene, 3);
+    const std::vector<unsigned char> whole = readBytes(path);
+    rlx::OpenedFile opened = rlx::openRecording(path, false);
+    opened.file.close();
+    rlx::Bytes right;
+    rlx::encodeHeader(opened.header, right);
+    const int digits = opened.header.facts.serial_number;
+    const struct {
+        int serial;
+        int inPlace;
+    } cases[] = {{digits * 10, 2}, {digits / 10, 2}, {1, 0}};  // no room; too little for a Void element; enough
+    for (const auto& sample : cases) {
+        rlx::HeaderRecord other = opened.header;
+        other.facts.serial_number = sample.serial;
+        rlx::Bytes forged;
+        rlx::encodeHeader(other, forged);
+        ASSERT_NE(rlx::buildHead(other, std::nullopt).size(), opened.head_size);
+        std::vector<unsigned char> bytes = whole;
+        for (auto at = bytes.begin();; at += right.size()) {
+            at = std::search(at, bytes.end(), right.begin(), right.end());
+            if (at == bytes.end()) {
+                break;
+            }
+            std::copy(forged.begin(), forged.end(), at);
+        }
+        writeBytes(path, bytes);
+
+        const std::string output = folder.path(std::to_string(sample.serial));
+        const rlx::RepairReport report = rlx::repairRecording(path, output, PictureCheck::ALL);
+        EXPECT_EQ(report.code, 0);
+        EXPECT_EQ(report.frames_recovered, 3U);
+        EXPECT_EQ(rlx::verifyRecording(output).condition, Condition::INTACT);
+        EXPECT_EQ(rlx::repairRecording(path, "", PictureCheck::ALL).code, sample.inPlace);
+        EXPECT_EQ(readBytes(path) == bytes, sample.inPlace != 0);
+        EXPECT_EQ(rlx::verifyRecording(path).frames, 3U);
+    }
+}
+
 TEST(Repair, InterruptedAtAnyStepLeavesARepairableFile) {
     const Folder folder;
     const Scene scene;
