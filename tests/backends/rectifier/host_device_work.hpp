@@ -1,5 +1,6 @@
 #pragma once
 
+#include "backends/rectifier/cuda/column_pixels.hpp"
 #include "backends/rectifier/cuda/device_work.hpp"
 
 namespace oru::rectifier {
@@ -16,22 +17,19 @@ public:
         return 0;
     }
     int drawBgra(const ViewJob& job, bool rectified, CUstream_st*) override {
-        auto* out = reinterpret_cast<std::uint32_t*>(job.view);
-        forEachPixel(job, rectified, [&](const Sight& sight) { *out++ = bgraAt(job.picture, sight); });
+        draw(job, rectified ? drawColumn<true, false> : drawColumn<false, false>);
         return 0;
     }
     int drawGray(const ViewJob& job, bool rectified, CUstream_st*) override {
-        unsigned char* out = job.view;
-        forEachPixel(job, rectified, [&](const Sight& sight) { *out++ = grayAt(job.picture, sight); });
+        draw(job, rectified ? drawColumn<true, true> : drawColumn<false, true>);
         return 0;
     }
 
 private:
-    template <class Draw>
-    static void forEachPixel(const ViewJob& job, bool rectified, Draw draw) {
-        for (int v = 0; v < job.height; ++v) {
+    static void draw(const ViewJob& job, void (*drawPixels)(const ViewJob&, int, int)) {
+        for (int v = 0; v < job.height; v += kColumnRows) {
             for (int u = 0; u < job.width; ++u) {
-                draw(rectified ? rectifiedSight(job, u, v) : unrectifiedSight(job, u, v));
+                drawPixels(job, u, v);
             }
         }
     }

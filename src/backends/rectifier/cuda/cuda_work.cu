@@ -1,5 +1,6 @@
 #include <cuda_runtime.h>
 
+#include "column_pixels.hpp"
 #include "device_work.hpp"
 
 namespace oru::rectifier {
@@ -18,16 +19,9 @@ __device__ int rowOfThread() {
 template <bool kRectified, bool kGray>
 __global__ void __launch_bounds__(kBlockWidth* kBlockHeight) drawView(const __grid_constant__ ViewJob job) {
     const int u = columnOfThread();
-    const int v = rowOfThread();
-    if (u >= job.width || v >= job.height) {
-        return;
-    }
-    const Sight sight = kRectified ? rectifiedSight(job, u, v) : unrectifiedSight(job, u, v);
-    const std::ptrdiff_t index = static_cast<std::ptrdiff_t>(v) * job.width + u;
-    if constexpr (kGray) {
-        job.view[index] = grayAt(job.picture, sight);
-    } else {
-        reinterpret_cast<std::uint32_t*>(job.view)[index] = bgraAt(job.picture, sight);
+    const int v = rowOfThread() * kColumnRows;
+    if (u < job.width && v < job.height) {
+        drawColumn<kRectified, kGray>(job, u, v);
     }
 }
 
@@ -49,18 +43,22 @@ int launch(void (*kernel)(Job), Job job, int columns, int rows, CUstream_st* str
     return static_cast<int>(cudaLaunchKernel(reinterpret_cast<const void*>(kernel), grid, block, arguments, 0, stream));
 }
 
+int columnsDown(const ViewJob& job) {
+    return (job.height + kColumnRows - 1) / kColumnRows;
+}
+
 class CudaWork final : public DeviceWork {
 public:
     int reduce(const ReduceJob& job, CUstream_st* stream) override {
         return launch<ReduceJob>(reducePicture, job, job.pairsPerRow, job.height, stream);
     }
     int drawBgra(const ViewJob& job, bool rectified, CUstream_st* stream) override {
-        return launch<ViewJob>(rectified ? drawView<true, false> : drawView<false, false>, job, job.width, job.height,
-                               stream);
+        return launch<ViewJob>(rectified ? drawView<true, false> : drawView<false, false>, job, job.width,
+                               columnsDown(job), stream);
     }
     int drawGray(const ViewJob& job, bool rectified, CUstream_st* stream) override {
-        return launch<ViewJob>(rectified ? drawView<true, true> : drawView<false, true>, job, job.width, job.height,
-                               stream);
+        return launch<ViewJob>(rectified ? drawView<true, true> : drawView<false, true>, job, job.width,
+                               columnsDown(job), stream);
     }
 };
 

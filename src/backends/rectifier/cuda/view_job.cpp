@@ -1,5 +1,7 @@
 #include "view_job.hpp"
 
+#include "column_pixels.hpp"
+
 namespace oru::rectifier {
 namespace {
 
@@ -12,6 +14,8 @@ LensRays<Real> raysOf(const ViewGeometry& geometry, Size view) {
     // View and picture cover the same area: their pixel centres coincide only at full size.
     const double reductionX = static_cast<double>(geometry.source.width) / view.width;
     const double reductionY = static_cast<double>(geometry.source.height) / view.height;
+    const double scaleX = lens.fx / reductionX;
+    const double scaleY = lens.fy / reductionY;
     const double direction = geometry.flipped ? -1 : 1;
     const double leftCentre = 0.5 * reductionX - 0.5;
     const double topCentre = 0.5 * reductionY - 0.5;
@@ -23,20 +27,22 @@ LensRays<Real> raysOf(const ViewGeometry& geometry, Size view) {
             .perPixelY = real(direction * reductionY / camera.fy),
             .k1 = real(k1),
             .k2 = real(k2),
-            .p1 = real(p1),
-            .p2 = real(p2),
             .k3 = real(k3),
             .k4 = real(k4),
             .k5 = real(k5),
             .k6 = real(k6),
-            .s1 = real(s1),
-            .s2 = real(s2),
-            .s3 = real(s3),
-            .s4 = real(s4),
-            .scaleX = real(lens.fx / reductionX),
-            .scaleY = real(lens.fy / reductionY),
+            .scaleX = real(scaleX),
             .originX = real((lens.cx + 0.5) / reductionX - 0.5),
-            .originY = real((lens.cy + 0.5) / reductionY - 0.5)};
+            .xyInX = real(scaleX * 2 * p1),
+            .xxInX = real(scaleX * 2 * p2),
+            .r2InX = real(scaleX * (p2 + s1)),
+            .r4InX = real(scaleX * s2),
+            .scaleY = real(scaleY),
+            .originY = real((lens.cy + 0.5) / reductionY - 0.5),
+            .xyInY = real(scaleY * 2 * p2),
+            .yyInY = real(scaleY * 2 * p1),
+            .r2InY = real(scaleY * (p1 + s3)),
+            .r4InY = real(scaleY * s4)};
 }
 
 }  // namespace
@@ -61,6 +67,7 @@ ViewJob blackJob(Size view, unsigned char* pixels) {
 
 PairPicture pairPicture(const void* pixels, Size size, float chromaSiting) {
     const int pairs = (size.width + 1) / 2;
+    const bool isPlain = chromaSiting == 0 && size.width <= static_cast<int>(pixel::kInnerBase);
     return {.pairs = static_cast<const std::uint32_t*>(pixels),
             .pairsPerRow = pairs,
             .width = size.width,
@@ -70,7 +77,9 @@ PairPicture pairPicture(const void* pixels, Size size, float chromaSiting) {
             .halfHeight = 0.5F * static_cast<float>(size.height),
             .lastX = (size.width - 1) * kFractionSteps,
             .lastY = (size.height - 1) * kFractionSteps,
-            .lastChroma = (pairs - 1) * kFractionSteps};
+            .lastChroma = (pairs - 1) * kFractionSteps,
+            .innerColumns = isPlain ? static_cast<std::uint32_t>(pairs - 1) << pixel::kInnerPairBits : 0,
+            .innerRows = static_cast<std::uint32_t>(size.height - 1)};
 }
 
 }  // namespace oru::rectifier
