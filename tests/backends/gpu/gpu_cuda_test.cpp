@@ -1,3 +1,4 @@
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -14,6 +15,19 @@ TEST(CudaGpuProbe, GivesADeviceOrSaysWhyThereIsNone) {
     const auto gpu = makeCudaGpuRuntime(absence);
     EXPECT_EQ(gpu == nullptr, !absence.empty()) << absence;
     EXPECT_TRUE(gpu == nullptr || gpu->description().find("compute capability") != std::string::npos);
+}
+
+TEST(CudaGpuProbe, SaysThatNoDriverIsInstalledExactlyWhereNoneCanBeLoaded) {
+    std::string absence;
+    (void)makeCudaGpuRuntime(absence);
+    if (absence == "built without the CUDA toolkit") {
+        GTEST_SKIP() << absence;
+    }
+    void* const driver = ::dlopen("libcuda.so.1", RTLD_LAZY | RTLD_LOCAL);
+    EXPECT_EQ(absence == "no NVIDIA driver is installed", driver == nullptr) << absence;
+    if (driver != nullptr) {
+        ::dlclose(driver);
+    }
 }
 
 class CudaGpu : public testing::Test {

@@ -1,5 +1,6 @@
 #include <cudaTypedefs.h>
 #include <cuda_runtime_api.h>
+#include <dlfcn.h>
 #include <sched.h>
 #include <time.h>
 
@@ -182,6 +183,18 @@ std::string describe(const cudaDeviceProp& device) {
            versionText(CUDART_VERSION) + " on a driver for " + versionText(driverVersion);
 }
 
+bool isDriverInstalled() {
+    void* const library = ::dlopen("libcuda.so.1", RTLD_LAZY | RTLD_LOCAL);
+    return library != nullptr && ::dlclose(library) == 0;
+}
+
+/// The runtime calls a missing driver an old one.
+std::string describe(cudaError_t error) {
+    return error == cudaErrorInsufficientDriver && !isDriverInstalled()
+               ? "no NVIDIA driver is installed"
+               : std::string("no CUDA device answers: ") + cudaGetErrorString(error);
+}
+
 }  // namespace
 
 std::unique_ptr<GpuRuntime> makeCudaGpuRuntime(std::string& absence) {
@@ -193,7 +206,7 @@ std::unique_ptr<GpuRuntime> makeCudaGpuRuntime(std::string& absence) {
     }
     if (error != cudaSuccess) {
         (void)cudaGetLastError();
-        absence = std::string("no CUDA device answers: ") + cudaGetErrorString(error);
+        absence = describe(error);
         return nullptr;
     }
     if (device.major < kOldestMajor || (device.major == kOldestMajor && device.minor < kOldestMinor)) {
