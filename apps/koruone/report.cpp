@@ -43,7 +43,8 @@ constexpr std::array kCodeTexts{
     CodeText{oru::RLX_FILE_UNREADABLE, "RLX_FILE_UNREADABLE",
              "check the path, and that it is an RLX recording you may read"},
     CodeText{oru::RLX_CODEC_UNAVAILABLE, "RLX_CODEC_UNAVAILABLE",
-             "this machine cannot decode the recording's compression: convert it where it was made"},
+             "this machine has no codec for that compression: record in another one (lossless and raw always work), or "
+             "convert the recording where it was made"},
     CodeText{oru::END_OF_INPUT, "END_OF_INPUT", "the input has ended"},
     CodeText{oru::INVALID_PARAMETER, "INVALID_PARAMETER",
              "a value is outside what this input takes: see 'koruone controls list' and --help"},

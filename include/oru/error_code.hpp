@@ -22,7 +22,7 @@ enum ERROR_CODE : int32_t {
     CALIBRATION_MISSING = 9,       ///< no calibration file, and none could be fetched
     CALIBRATION_INCOMPLETE = 10,   ///< the calibration file has no section for the working resolution
     RLX_FILE_UNREADABLE = 11,      ///< the recorded file cannot be loaded
-    RLX_CODEC_UNAVAILABLE = 13,    ///< the recorded file's compression cannot be decoded here
+    RLX_CODEC_UNAVAILABLE = 13,    ///< no decoder here for the recorded file, no encoder for the recording
     END_OF_INPUT = 14,             ///< the input has ended; not a fault
     INVALID_PARAMETER = 17,        ///< an argument is outside its domain
     CAMERA_NOT_READY = 19,         ///< another grab() is running, or no frame came within the budget

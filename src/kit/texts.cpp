@@ -31,7 +31,7 @@ const char* textOf(ERROR_CODE code) {
         case RLX_FILE_UNREADABLE:
             return "The recorded file cannot be read";
         case RLX_CODEC_UNAVAILABLE:
-            return "The compression of the recorded file cannot be decoded on this system";
+            return "This system has no codec for the compression of the recorded file";
         case END_OF_INPUT:
             return "The input has ended";
         case INVALID_PARAMETER:
