@@ -106,6 +106,8 @@ void setLimits(CURL* handle, std::chrono::milliseconds limit) {
     curl_easy_setopt(handle, CURLOPT_FAILONERROR, 1L);
     // Without it curl bounds name look-ups by a signal, which a library must not use.
     curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
+    // Without it the end of a transfer waits for a name server that does not answer, whatever the limit.
+    curl_easy_setopt(handle, CURLOPT_QUICK_EXIT, 1L);
 }
 
 std::string failureText(CURL* handle, CURLcode code) {
