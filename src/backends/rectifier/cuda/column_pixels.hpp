@@ -20,6 +20,7 @@ inline constexpr int kInnerPairBits = kInnerBits + 1;
 /// A place whose four samples and their chroma all lie in the picture, so that nothing has to be clamped.
 struct InnerPlace {
     std::uint32_t column;  // in steps of 2^-kInnerBits
+    std::uint32_t chroma;  // the same, less the siting of chroma: in pairs, steps of 2^-kInnerPairBits
     std::uint32_t row;     // the upper one
     float part;            // of the way to the lower one
 };
@@ -28,10 +29,11 @@ struct InnerPlace {
 ORU_PIXEL_CODE InnerPlace innerPlace(const PairPicture& picture, LensRays<float>::Place place, bool& inside) {
     const std::uint32_t column =
         std::bit_cast<std::uint32_t>(place.x + kInnerBase) - std::bit_cast<std::uint32_t>(kInnerBase);
+    const std::uint32_t chroma = column - picture.innerSiting;
     const float row = place.y + (kWhole - 0.5F);
     const std::uint32_t rowNumber = std::bit_cast<std::uint32_t>(row) - kWholeBits;
-    inside = inside && column < picture.innerColumns && rowNumber < picture.innerRows;
-    return {column, rowNumber, place.y - (row - kWhole)};
+    inside = inside && chroma < picture.innerColumns && rowNumber < picture.innerRows;
+    return {column, chroma, rowNumber, place.y - (row - kWhole)};
 }
 
 struct InnerWindow {
@@ -39,14 +41,16 @@ struct InnerWindow {
 };
 ORU_PIXEL_CODE InnerWindow innerWindow(const PairPicture& picture, const InnerPlace& place) {
     const auto pairsPerRow = static_cast<std::uint32_t>(picture.pairsPerRow);
-    const std::uint32_t index = place.row * pairsPerRow + (place.column >> kInnerPairBits);
+    const std::uint32_t index = place.row * pairsPerRow + (place.chroma >> kInnerPairBits);
     const std::uint32_t* const upper = picture.pairs + index;
     const std::uint32_t* const lower = picture.pairs + (index + pairsPerRow);
     return {loadPair(upper), loadPair(upper + 1), loadPair(lower), loadPair(lower + 1)};
 }
 
 ORU_PIXEL_CODE float innerLuma(const InnerWindow& window, const InnerPlace& place) {
-    const std::uint32_t digits = (place.column & 1U << kInnerBits) != 0 ? 0x42 : 0x20;  // the odd pixel or the even one
+    // The sample is one of the first three pixels of the window, as in lumaIn.
+    const std::uint32_t sample = (place.column >> kInnerBits) - 2 * (place.chroma >> kInnerPairBits);
+    const std::uint32_t digits = 0x20 + sample * 0x22;
     const std::uint32_t weights = weightsAt<kInnerBits>(place.column);
     return between(meanOfLower(weights, pickBytes(window.upperLeft, window.upperRight, digits)),
                    meanOfLower(weights, pickBytes(window.lowerLeft, window.lowerRight, digits)), place.part);
@@ -54,7 +58,7 @@ ORU_PIXEL_CODE float innerLuma(const InnerWindow& window, const InnerPlace& plac
 
 ORU_PIXEL_CODE void putInner(const PairPicture& picture, const InnerPlace& place, std::uint32_t& bgra) {
     const InnerWindow window = innerWindow(picture, place);
-    const std::uint32_t weights = weightsAt<kInnerPairBits>(place.column);
+    const std::uint32_t weights = weightsAt<kInnerPairBits>(place.chroma);
     const std::uint32_t upper = pickBytes(window.upperLeft, window.upperRight, 0x7351);  // U, U, V, V
     const std::uint32_t lower = pickBytes(window.lowerLeft, window.lowerRight, 0x7351);
     bgra = bgraOf<kInnerBits, kInnerPairBits>(

@@ -45,6 +45,15 @@ LensRays<Real> raysOf(const ViewGeometry& geometry, Size view) {
             .r4InY = real(scaleY * s4)};
 }
 
+/// Where column_pixels.hpp need not clamp, in its steps: as many of chroma's as have a pair and a luma sample to their
+/// right, none in a picture too wide for them.
+std::uint32_t innerColumns(Size size, std::uint32_t siting) {
+    const auto pairs = static_cast<std::uint32_t>((size.width - 1) / 2) << pixel::kInnerPairBits;
+    const auto samples = static_cast<std::uint32_t>(size.width - 1) << pixel::kInnerBits;
+    const bool fits = size.width <= static_cast<int>(pixel::kInnerBase) && siting < samples;
+    return fits ? std::min(pairs, samples - siting) : 0;
+}
+
 }  // namespace
 
 ViewJob viewJob(const ViewGeometry& geometry, Size view) {
@@ -67,7 +76,7 @@ ViewJob blackJob(Size view, unsigned char* pixels) {
 
 PairPicture pairPicture(const void* pixels, Size size, float chromaSiting) {
     const int pairs = (size.width + 1) / 2;
-    const bool isPlain = chromaSiting == 0 && size.width <= static_cast<int>(pixel::kInnerBase);
+    const auto siting = static_cast<std::uint32_t>(std::lround(chromaSiting * (1 << pixel::kInnerBits)));
     return {.pairs = static_cast<const std::uint32_t*>(pixels),
             .pairsPerRow = pairs,
             .width = size.width,
@@ -78,7 +87,8 @@ PairPicture pairPicture(const void* pixels, Size size, float chromaSiting) {
             .lastX = (size.width - 1) * kFractionSteps,
             .lastY = (size.height - 1) * kFractionSteps,
             .lastChroma = (pairs - 1) * kFractionSteps,
-            .innerColumns = isPlain ? static_cast<std::uint32_t>(pairs - 1) << pixel::kInnerPairBits : 0,
+            .innerSiting = siting,
+            .innerColumns = innerColumns(size, siting),
             .innerRows = static_cast<std::uint32_t>(size.height - 1)};
 }
 

@@ -23,8 +23,8 @@ struct PairPicture {
 
     // What follows from the size, so that not every pixel works it out.
     float halfWidth, halfHeight;
-    int lastX, lastY, lastChroma;           // the last sample of an axis, in the same steps
-    std::uint32_t innerColumns, innerRows;  // of column_pixels.hpp
+    int lastX, lastY, lastChroma;                        // the last sample of an axis, in the same steps
+    std::uint32_t innerSiting, innerColumns, innerRows;  // of column_pixels.hpp
 };
 
 /// Which place of the picture each pixel of a rectified view shows: the lens model of cpu/lens.hpp evaluated anew for
