@@ -1,7 +1,7 @@
 #pragma once
 
-// Include in one source of a test program that opens streams. The transport library and the coders with their
-// thread pools are not instrumented and have findings inside themselves; those would hide ours.
+// Include in one source of a test program that opens streams, codes pictures or reads them by OpenCV. Those libraries
+// and their thread pools are not instrumented and have findings inside themselves; those would hide ours.
 #if defined(__SANITIZE_THREAD__)
 #define ORU_THREAD_SANITIZER 1
 #elif defined(__has_feature)
@@ -16,7 +16,8 @@ inline constexpr const char* kKnownRaces =
     "race:libavcodec.so\n"
     "race:libsrt-gnutls.so\n"
     "deadlock:libsrt-gnutls.so\n"
-    "mutex:libsrt-gnutls.so\n";
+    "mutex:libsrt-gnutls.so\n"
+    "deadlock:libgdal.so\n";
 
 // The sanitizer's runtime looks this name up.
 extern "C" __attribute__((visibility("default"))) const char* __tsan_default_suppressions() {  // NOLINT

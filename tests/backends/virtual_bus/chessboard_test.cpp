@@ -12,6 +12,7 @@
 
 #include "oru/CameraOne.hpp"
 #include "scratch.hpp"
+#include "support/TransportSuppressions.hpp"
 
 namespace oru {
 namespace {

@@ -33,6 +33,15 @@ std::vector<char*> pointers(std::vector<std::string>& texts) {
     return result;
 }
 
+#ifdef ORU_THREAD_SANITIZER
+/// Outside of every tool's home, where tests look for what the tool left behind.
+std::string knownRacesFile() {
+    static const TemporaryDirectory folder;
+    static const std::string path = folder.write("known_races", kKnownRaces);
+    return path;
+}
+#endif
+
 }  // namespace
 
 nlohmann::json ToolResult::json() const {
@@ -50,7 +59,7 @@ Tool::Tool() {
                    {"KORU_SDK_LOGGER_LEVEL", "error"},
                    {"PATH", "/usr/bin:/bin"}};
 #ifdef ORU_THREAD_SANITIZER
-    environment["TSAN_OPTIONS"] = "suppressions=" + home.write("known_races", kKnownRaces);
+    environment["TSAN_OPTIONS"] = "suppressions=" + knownRacesFile();
 #endif
     if (const char* locks = std::getenv("KORU_VIRTUAL_BUS_LOCKS"); locks != nullptr) {
         environment["KORU_VIRTUAL_BUS_LOCKS"] = locks;
