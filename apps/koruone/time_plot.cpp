@@ -55,6 +55,17 @@ double tickStep(double span) {
     return 10.0 * power;
 }
 
+/// The multiples of the step from low to high.
+std::vector<double> ticksOf(double low, double high, double step) {
+    const double first = std::ceil(low / step);
+    const int count = static_cast<int>(std::floor(high / step - first + 1e-6)) + 1;
+    std::vector<double> ticks;
+    for (int i = 0; i < count; ++i) {
+        ticks.push_back((first + i) * step);
+    }
+    return ticks;
+}
+
 std::string tickText(double value, double step) {
     const int decimals = std::clamp(static_cast<int>(std::ceil(-std::log10(step))), 0, 9);
     return fmt::format("{:.{}f}", std::abs(value) < step / 2.0 ? 0.0 : value, decimals);
@@ -85,12 +96,12 @@ struct TimePlot::Frame {
     [[nodiscard]] std::string grid() const {
         std::string result;
         const double timeStep = tickStep(t1 - t0);
-        for (double t = std::ceil(t0 / timeStep) * timeStep; t <= t1 + timeStep * 1e-6; t += timeStep) {
+        for (const double t : ticksOf(t0, t1, timeStep)) {
             result += rule(x(t), top, x(t), top + height, "#dddddd", 1.0);
             result += text(x(t), top + height + 16.0, "middle", 12, tickText(t, timeStep));
         }
         const double valueStep = tickStep(high - low);
-        for (double v = std::ceil(low / valueStep) * valueStep; v <= high + valueStep * 1e-6; v += valueStep) {
+        for (const double v : ticksOf(low, high, valueStep)) {
             result += rule(kLeft, y(v), kWidth - kRight, y(v), "#dddddd", 1.0);
             result += text(kLeft - 6.0, y(v) + 4.0, "end", 12, tickText(v, valueStep));
         }
@@ -162,7 +173,9 @@ TimePlot::Frame TimePlot::frameOf(std::size_t panel, std::size_t firstLine) cons
     if (frame.low > frame.high) {
         frame.low = frame.high = 0.0;
     }
-    const double padding = std::max((frame.high - frame.low) * 0.05, 1e-3);
+    // Relative to the values, too: what rounding swallows would leave no span to divide.
+    const double largest = std::max(std::abs(frame.low), std::abs(frame.high));
+    const double padding = std::max({(frame.high - frame.low) * 0.05, largest * 1e-6, 1e-3});
     frame.low -= padding;
     frame.high += padding;
     return frame;

@@ -141,6 +141,23 @@ TEST(TimePlot, StaysSmallAndKeepsPeaks) {
     EXPECT_NE(svg.find("a &lt; b &amp; c"), std::string::npos);
 }
 
+TEST(TimePlot, DrawsAFewTicksWhateverTheValuesAre) {
+    for (const double value : {0.0, 1e-30, 1013.25, 1e20, -3e38}) {
+        TimePlot plot({{"Level", "m", {"a"}}});
+        plot.add(0.0, std::span(&value, 1), false);
+        plot.add(1.0, std::span(&value, 1), false);
+
+        const std::string svg = plot.svg("");
+
+        std::size_t rules = 0;
+        for (std::size_t at = svg.find("<line"); at != svg.npos; at = svg.find("<line", at + 1)) {
+            ++rules;
+        }
+        EXPECT_GE(rules, 8U) << value;
+        EXPECT_LE(rules, 24U) << value;
+    }
+}
+
 TEST(TimePlot, BreaksTheLineAtAGap) {
     TimePlot plot({{"Level", "m", {"a"}}});
     for (int i = 0; i < 10; ++i) {
