@@ -25,7 +25,7 @@ struct InnerPlace {
     float part;            // of the way to the lower one
 };
 
-/// `inside` is false where the place, or any part of it, is not of that kind; NaN is not.
+/// Clears `inside` unless the place is of that kind; one that is not a number is not.
 ORU_PIXEL_CODE InnerPlace innerPlace(const PairPicture& picture, LensRays<float>::Place place, bool& inside) {
     const std::uint32_t column =
         std::bit_cast<std::uint32_t>(place.x + kInnerBase) - std::bit_cast<std::uint32_t>(kInnerBase);
