@@ -136,11 +136,11 @@ bool CameraOneImpl::isResolutionAllowed() const {
 /// Switches HDR to what model and resolution can do; true when that changed the request.
 bool CameraOneImpl::adjustHdr() {
     const RESOLUTION asked = initParameters.requested_resolution;
-    const bool isLarger = cameraModel == MODEL_MONO_2UM;
+    const bool isTwoMicron = cameraModel == MODEL_MONO_2UM;
     bool wanted = initParameters.use_hdr;
-    if (isLarger && asked == HD1800) {
+    if (isTwoMicron && asked == HD1800) {
         wanted = true;
-    } else if (cameraModel == MODEL_MONO_3UM || (isLarger && (asked == HD2160 || asked == HD1080))) {
+    } else if (cameraModel == MODEL_MONO_3UM || (isTwoMicron && (asked == HD2160 || asked == HD1080))) {
         wanted = false;
     }
     if (wanted == initParameters.use_hdr) {
