@@ -138,8 +138,9 @@ struct StreamingStatus {
     uint64_t packets_sent = 0;      ///< to all receivers together
     uint64_t packets_repeated = 0;  ///< of them, because they were lost on the way
     uint64_t bytes_sent = 0;
-    double backlog_ms = 0.0;  ///< how far the slowest receiver is behind
-    FrameCounters frames;     ///< handed over by the camera: taken (delivered) or lost, by cause
+    uint64_t samples_lost = 0;  ///< inertial samples that one receiver or another missed, too many to send them later
+    double backlog_ms = 0.0;    ///< how far the slowest receiver is behind
+    FrameCounters frames;       ///< handed over by the camera: taken (delivered) or lost, by cause
 };
 
 enum RLX_COMPRESSION_MODE : int32_t {
