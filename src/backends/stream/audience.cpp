@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <string_view>
+#include <utility>
 
 #include "logging/log.hpp"
 #include "logging/messages.hpp"
@@ -113,6 +114,7 @@ void Audience::admit() {
     receiver.messages = TokenBucket(kMessagesAtOnce, kMessagesPerSecond);
     receiver.joined_ns = now;
     receiver.heard_ns = now;
+    receiver.resumes_after = newestSampleOf(streamId(socket.get()));
     MutexLock lock(mutex);
     if (!makeRoom(now)) {
         if (mayLog()) {
@@ -250,38 +252,79 @@ bool Audience::accepts(Receiver& receiver, Part part) {
     return true;
 }
 
-bool Audience::sendBatch(Receiver& receiver, const std::vector<uint8_t>& bytes) {
-    const std::size_t end = std::min(bytes.size(), receiver.sent + batchBytes);
+bool Audience::sendUpTo(Receiver& receiver, const std::vector<uint8_t>& bytes, std::size_t end) {
     while (receiver.sent < end) {
         const std::size_t size = std::min<std::size_t>(kMessageBytes, end - receiver.sent);
         const auto* message = reinterpret_cast<const char*>(bytes.data() + receiver.sent);
         if (srt_sendmsg(receiver.socket.get(), message, static_cast<int>(size), -1, 1) < 0) {
             receiver.failed = srt_getlasterror(nullptr) != SRT_EASYNCSND;
             receiver.needs_key = true;
-            receiver.sent = bytes.size();
             return false;
         }
         receiver.sent += size;
         sentBytes += size;
     }
-    return receiver.sent < bytes.size();
+    return true;
 }
 
-void Audience::send(const std::vector<uint8_t>& bytes, Part part) {
+bool Audience::sendMissed(Receiver& receiver, const Block& block, MissedSamples& missed) {
+    if (!std::exchange(receiver.counting, true)) {
+        const auto next = receiver.resumes_after == 0 ? std::nullopt : missed.after(receiver.resumes_after);
+        receiver.next_sample = std::min(next.value_or(block.first_sample), block.first_sample);
+    }
+    const uint64_t first = std::max(receiver.next_sample, missed.oldest());
+    lostSamples += first - receiver.next_sample;
+    receiver.next_sample = first;
+    receiver.sent = 0;
+    if (first == block.first_sample) {
+        return true;
+    }
+    // A receiver that has just come knows nothing of the tracks before it has the tables.
+    if (!sendUpTo(receiver, block.bytes, block.table_bytes)) {
+        return false;
+    }
+    while (receiver.next_sample < block.first_sample) {
+        missedBytes.clear();
+        const uint64_t next = missed.write(missedBytes, block, receiver.next_sample);
+        receiver.sent = 0;
+        if (!sendUpTo(receiver, missedBytes, missedBytes.size())) {
+            return false;
+        }
+        receiver.next_sample = next;
+    }
+    receiver.sent = block.table_bytes;
+    return true;
+}
+
+bool Audience::sendBatch(Receiver& receiver, const Block& block) {
+    const std::size_t size = block.bytes.size();
+    if (!sendUpTo(receiver, block.bytes, std::min(size, receiver.sent + batchBytes))) {
+        receiver.sent = size;
+        return false;
+    }
+    if (receiver.sent == size) {
+        receiver.next_sample = block.end_sample;
+    }
+    return receiver.sent < size;
+}
+
+void Audience::send(const Block& block, MissedSamples& missed) {
+    const std::size_t size = block.bytes.size();
     MutexLock lock(mutex);
     for (Receiver& receiver : receivers) {
-        receiver.sent = accepts(receiver, part) ? 0 : bytes.size();
-        const bool describes = part == Part::KEY_FRAME || part == Part::DESCRIPTION;
-        receiver.described = receiver.described || (receiver.sent == 0 && describes);
+        const bool takes = accepts(receiver, block.part) && sendMissed(receiver, block, missed);
+        receiver.sent = takes ? receiver.sent : size;
+        const bool describes = block.part == Part::KEY_FRAME || block.part == Part::DESCRIPTION;
+        receiver.described = receiver.described || (takes && describes);
     }
     const auto served = [](const Receiver& receiver) { return !receiver.needs_key; };
-    if (part == Part::KEY_FRAME && std::all_of(receivers.begin(), receivers.end(), served)) {
+    if (block.part == Part::KEY_FRAME && std::all_of(receivers.begin(), receivers.end(), served)) {
         keyFrameWanted.store(false, std::memory_order_release);
     }
     for (bool more = true; more;) {
         more = false;
         for (Receiver& receiver : receivers) {
-            const bool unfinished = receiver.sent < bytes.size() && sendBatch(receiver, bytes);
+            const bool unfinished = receiver.sent < size && sendBatch(receiver, block);
             more = more || unfinished;
         }
     }
@@ -303,6 +346,7 @@ Audience::State Audience::state() {
     state.repeated_packets = goneRepeated;
     state.held_back_frames = heldBack;
     state.sent_bytes = sentBytes;
+    state.lost_samples = lostSamples;
     for (const Receiver& receiver : receivers) {
         state.sent_packets += receiver.sent_packets;
         state.repeated_packets += receiver.repeated_packets;

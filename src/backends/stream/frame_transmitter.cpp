@@ -1,6 +1,9 @@
 #include "frame_transmitter.hpp"
 
 #include <algorithm>
+#include <utility>
+
+#include "data_packets.hpp"
 
 namespace oru::stream {
 
@@ -55,7 +58,8 @@ void FrameTransmitter::transmit(const VideoEncoder::Coded& coded, uint64_t skipp
     if (muxer.writeVideo(coded.data, coded.size, coded.pts, coded.key_frame)) {
         writeRecordPacket(record, coded.pts);
     }
-    audience.send(muxer.finish(), coded.key_frame ? Audience::Part::KEY_FRAME : Audience::Part::FRAME);
+    frameBefore = record.frame_id - 1;
+    send(coded.key_frame ? Audience::Part::KEY_FRAME : Audience::Part::FRAME);
 }
 
 void FrameTransmitter::sendSamples(int64_t pts, uint64_t last_id, bool describe) {
@@ -67,12 +71,31 @@ void FrameTransmitter::sendSamples(int64_t pts, uint64_t last_id, bool describe)
         writeDescriptionPacket(pts);
     }
     writeRecordPacket(record, pts);
-    audience.send(muxer.finish(), describe ? Audience::Part::DESCRIPTION : Audience::Part::SAMPLES);
+    frameBefore = last_id;
+    send(describe ? Audience::Part::DESCRIPTION : Audience::Part::SAMPLES);
 }
 
-void FrameTransmitter::dropSamples() {
-    queue.clear();
+void FrameTransmitter::send(Audience::Part part) {
+    const std::vector<uint8_t>& bytes = muxer.finish();
+    audience.send({bytes, tableBytes(bytes), part, std::exchange(firstSample, history.end()), history.end()}, *this);
+}
+
+uint64_t FrameTransmitter::write(std::vector<uint8_t>& target, const Audience::Block& block, uint64_t first) {
+    FrameRecord record;
+    record.session = session;
+    record.frame_id = frameBefore;
+    const auto missed = history.run(first, block.first_sample);
+    recordBytes.clear();
+    const std::size_t written = writeFrameRecord(recordBytes, record, missed.data(), missed.size());
+    writeDataPackets(target, {recordBytes, blockPts, firstDataCounter(block.bytes)});
+    return first + written;
+}
+
+void FrameTransmitter::setSamplesAside() {
+    queue.drainTo(samples);
+    history.append(samples);
     samples.clear();
+    firstSample = history.end();
 }
 
 void FrameTransmitter::writeDescriptionPacket(int64_t pts) {
@@ -87,6 +110,8 @@ void FrameTransmitter::writeRecordPacket(const FrameRecord& record, int64_t pts)
     recordBytes.clear();
     queue.drainTo(samples);
     const std::size_t written = writeFrameRecord(recordBytes, record, samples.data(), samples.size());
+    history.append({samples.data(), written});
+    blockPts = static_cast<uint64_t>(pts);
     samples.erase(samples.begin(), samples.begin() + static_cast<std::ptrdiff_t>(written));
     (void)muxer.writeData(recordBytes, pts);
 }

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "audience.hpp"
@@ -9,6 +10,7 @@
 #include "collaborators/UDPOutput.hpp"
 #include "frame_mailbox.hpp"
 #include "records.hpp"
+#include "sample_history.hpp"
 #include "sample_queue.hpp"
 #include "ts_muxer.hpp"
 #include "video_encoder.hpp"
@@ -17,7 +19,7 @@ namespace oru::stream {
 
 /// Encodes a frame, puts it and what belongs to it into the transport stream, and hands that to the audience.
 /// Threads: the encoding thread.
-class FrameTransmitter {
+class FrameTransmitter final : private Audience::MissedSamples {
 public:
     FrameTransmitter(Audience& receivers, CameraFacts& facts, SampleQueue& sampleQueue, uint64_t sessionNumber);
 
@@ -28,8 +30,8 @@ public:
     [[nodiscard]] bool sendFrame(const OutgoingFrame& frame, bool key_frame, uint64_t skipped);
     /// Sends samples without a frame, so that receivers know that the sender lives, and a description if asked to.
     void sendSamples(int64_t pts, uint64_t last_id, bool describe);
-    /// Nobody listens: what waits is dropped.
-    void dropSamples();
+    /// Nobody listens: what waits is only for a receiver that comes back.
+    void setSamplesAside();
     [[nodiscard]] bool setBitrate(uint32_t kilobits) { return encoder.setBitrate(kilobits); }
     [[nodiscard]] const char* encoderName() const { return encoder.name(); }
 
@@ -43,9 +45,13 @@ private:
         rlxrw::rlxSampleMetadata metadata{};
     };
 
+    [[nodiscard]] uint64_t oldest() const override { return history.begin(); }
+    [[nodiscard]] std::optional<uint64_t> after(Timestamp time) const override { return history.after(time); }
+    uint64_t write(std::vector<uint8_t>& target, const Audience::Block& block, uint64_t first) override;
     void transmit(const VideoEncoder::Coded& coded, uint64_t skipped);
     void writeDescriptionPacket(int64_t pts);
     void writeRecordPacket(const FrameRecord& record, int64_t pts);
+    void send(Audience::Part part);
 
     Audience& audience;
     CameraFacts& cameraFacts;
@@ -56,6 +62,10 @@ private:
     TsMuxer muxer;
     std::vector<uint8_t> recordBytes;
     std::vector<IMUPacket> samples;
+    SampleHistory history;
+    uint64_t firstSample = 0;  ///< of the block in hand
+    uint64_t blockPts = 0;
+    uint64_t frameBefore = 0;  ///< number of the frame before the block in hand
     std::array<Pending, kPending> pending;
     std::size_t nextPending = 0;
 };

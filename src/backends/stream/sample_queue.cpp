@@ -21,9 +21,4 @@ void SampleQueue::drainTo(std::vector<IMUPacket>& target) {
     packets.erase(packets.begin(), end);
 }
 
-void SampleQueue::clear() {
-    MutexLock lock(mutex);
-    packets.clear();
-}
-
 }  // namespace oru::stream

@@ -17,7 +17,6 @@ public:
     [[nodiscard]] bool push(const IMUPacket& packet);
     /// Moves what waits to the end of `target`, as far as that stays within kCapacity.
     void drainTo(std::vector<IMUPacket>& target);
-    void clear();
 
 private:
     Mutex mutex;

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <span>
 #include <string>
+#include <string_view>
 #include <utility>
 
 namespace oru::stream {
@@ -76,6 +77,15 @@ constexpr int kMessageBytes = 7 * 188;
 
 /// A receiver's request for a key frame: one message against the direction of the stream.
 constexpr char kKeyFrameRequest[] = "KORU key frame";
+
+/// The stream id of a connection that a listener took; empty when it has none.
+std::string streamId(SRTSOCKET socket);
+
+/// A viewer's stream id. One that connects again names the time of the newest sample that it has, and gets those after
+/// it; 0 when there is none.
+std::string viewerId(uint64_t newestSample);
+/// What a viewer's stream id says of its newest sample; 0: nothing.
+uint64_t newestSampleOf(std::string_view streamId);
 
 /// Options that both ends set before they bind or connect.
 [[nodiscard]] bool setCommonOptions(SrtSocket& socket);

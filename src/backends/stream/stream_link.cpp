@@ -1,7 +1,6 @@
 #include "stream_link.hpp"
 
 #include <algorithm>
-#include <cstring>
 #include <ctime>
 #include <utility>
 
@@ -18,7 +17,6 @@ constexpr int kConnectMs = 1000;
 constexpr int kPollMs = 50;
 constexpr int kReceiveBufferBytes = 12 << 20;
 constexpr int kLatencyMs = 120;
-constexpr char kStreamId[] = "#!::r=cam,m=request";
 
 }  // namespace
 
@@ -33,6 +31,7 @@ void StreamLink::start(const sockaddr_in& address, std::string viewingKey) {
     stop();
     sender = address;
     key = std::move(viewingKey);
+    again = false;
     lastRejection.store(0, std::memory_order_release);
     stopWanted.store(false, std::memory_order_release);
     heardNs.store(clock.monotonicNanoseconds(), std::memory_order_release);
@@ -56,6 +55,7 @@ void StreamLink::run() {
         SrtSocket socket;
         if (connect(socket)) {
             connectionCount.fetch_add(1, std::memory_order_relaxed);
+            again = true;
             const uint64_t before = heardNs.load(std::memory_order_acquire);
             receive(socket);
             wait = before == heardNs.load(std::memory_order_acquire) ? wait : kFirstPauseNs;
@@ -82,12 +82,12 @@ bool StreamLink::settled(SRTSOCKET socket) const {
 
 bool StreamLink::connect(SrtSocket& socket) {
     socket.reset(srt_create_socket());
-    const int idLength = static_cast<int>(std::strlen(kStreamId));
+    const std::string id = viewerId(again ? handlers.newestSample() : 0);
     // Pictures are taken as they come: the application paces itself, and a late picture is worth more than none.
     const bool ready = socket.valid() && setCommonOptions(socket) && socket.set(SRTO_TSBPDMODE, false) &&
                        socket.set(SRTO_RCVLATENCY, kLatencyMs) && socket.set(SRTO_RCVBUF, kReceiveBufferBytes) &&
                        socket.set(SRTO_CONNTIMEO, kConnectMs) &&
-                       srt_setsockflag(socket.get(), SRTO_STREAMID, kStreamId, idLength) == 0 &&
+                       srt_setsockflag(socket.get(), SRTO_STREAMID, id.data(), static_cast<int>(id.size())) == 0 &&
                        srt_setsockflag(socket.get(), SRTO_PASSPHRASE, key.data(), static_cast<int>(key.size())) == 0;
     if (!ready) {
         return false;

@@ -21,6 +21,8 @@ public:
     struct Handlers {
         std::function<void()> connected;                            ///< before the first message of a connection
         std::function<void(const uint8_t*, std::size_t)> received;  ///< one message
+        /// Its time, for a connection after the first to go on from; 0: there is none.
+        std::function<uint64_t()> newestSample = [] { return uint64_t{0}; };
     };
 
     StreamLink(Clock& systemClock, Handlers linkHandlers);
@@ -61,6 +63,7 @@ private:
     std::atomic<uint64_t> heardNs{0};
     std::atomic<uint64_t> connectionCount{0};
     uint64_t requestedNs = 0;
+    bool again = false;  ///< this sender has been connected since start()
 };
 
 }  // namespace oru::stream

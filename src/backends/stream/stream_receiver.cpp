@@ -52,7 +52,11 @@ StreamReceiver::StreamReceiver(Clock& systemClock, CalibrationSource& calibratio
       pictures(clock, ledger),
       control(clock),
       link(clock,
-           {[this] { intake.restart(); }, [this](const uint8_t* data, std::size_t size) { intake.feed(data, size); }}),
+           {[this] { intake.restart(); }, [this](const uint8_t* data, std::size_t size) { intake.feed(data, size); },
+            [this] {
+                IMUPacket newest;
+                return samples.newest(newest) ? newest.imu_timestamp : 0;
+            }}),
       intake(queue, samples, ledger, link.keyFrameWanted(),
              [this](DescriptionRecord&& record) { adopt(std::move(record)); }) {}
 

@@ -173,6 +173,7 @@ StreamingStatus StreamSender::status() const {
     status.packets_sent = state.sent_packets;
     status.packets_repeated = state.repeated_packets;
     status.bytes_sent = state.sent_bytes;
+    status.samples_lost = state.lost_samples + samplesLost.load(std::memory_order_relaxed);
     status.backlog_ms = state.backlog_ms;
     return status;
 }
@@ -188,7 +189,7 @@ void StreamSender::ingestIMU(IMUPacket packet) {
         return;
     }
     facts->noticeSample();
-    if (!samples.push(packet) && !samplesLost.exchange(true, std::memory_order_relaxed)) {
+    if (!samples.push(packet) && samplesLost.fetch_add(1, std::memory_order_relaxed) == 0) {
         ORU_LOG(Warning, "{} inertial samples come faster than they can be sent", kTagStreaming);
     }
 }
@@ -220,8 +221,10 @@ void StreamSender::handleFrame(const OutgoingFrame& frame) {
     const uint64_t begin = clock.monotonicNanoseconds();
     lastTicks = std::max(lastTicks + 1, ticks());
     frame.picture->pts = lastTicks;
+    if (audience->empty()) {
+        transmitter->setSamplesAside();
+    }
     if (audience->empty() || !frame.filled) {
-        transmitter->dropSamples();
         return;
     }
     facts->refresh(begin);
@@ -247,7 +250,7 @@ void StreamSender::handleFrame(const OutgoingFrame& frame) {
 void StreamSender::handleSilence() {
     const uint64_t now = clock.monotonicNanoseconds();
     if (audience->empty()) {
-        transmitter->dropSamples();
+        transmitter->setSamplesAside();
         return;
     }
     const bool describe = audience->descriptionOverdue(facts->complete() ? 0 : kDescribeAfterNs);

@@ -70,7 +70,7 @@ private:
     LoadPacer pacer ORU_GUARDED_BY(pacingMutex){0};
 
     SampleQueue samples;
-    std::atomic<bool> samplesLost{false};
+    std::atomic<uint64_t> samplesLost{0};  ///< for want of room in the queue
     std::atomic<uint64_t> nextId{0};
     std::atomic<uint64_t> skipped{0};
     std::atomic<uint64_t> sent{0};

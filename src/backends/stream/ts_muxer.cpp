@@ -27,13 +27,14 @@ int TsMuxer::append(void* muxer, uint8_t* data, int size) {
     return size;
 }
 
-bool TsMuxer::addStream(AVMediaType type, AVCodecID codec) {
+bool TsMuxer::addStream(AVMediaType type, AVCodecID codec, uint16_t pid) {
     AVStream* stream = avformat_new_stream(context.get(), nullptr);
     if (stream == nullptr) {
         return false;
     }
     stream->codecpar->codec_type = type;
     stream->codecpar->codec_id = codec;
+    stream->id = pid;
     stream->time_base = {1, 90000};
     return true;
 }
@@ -48,8 +49,8 @@ bool TsMuxer::open(VideoCodec codec, uint32_t width, uint32_t height) {
     auto* buffer = static_cast<uint8_t*>(av_malloc(kIoBytes));
     made->pb = avio_alloc_context(buffer, kIoBytes, 1, this, nullptr, &TsMuxer::append, nullptr);
     const AVCodecID id = codec == VideoCodec::H265 ? AV_CODEC_ID_HEVC : AV_CODEC_ID_H264;
-    if (packet == nullptr || made->pb == nullptr || !addStream(AVMEDIA_TYPE_VIDEO, id) ||
-        !addStream(AVMEDIA_TYPE_DATA, AV_CODEC_ID_SMPTE_KLV)) {
+    if (packet == nullptr || made->pb == nullptr || !addStream(AVMEDIA_TYPE_VIDEO, id, kVideoPid) ||
+        !addStream(AVMEDIA_TYPE_DATA, AV_CODEC_ID_SMPTE_KLV, kDataPid)) {
         return false;
     }
     made->streams[kVideoStream]->codecpar->width = static_cast<int>(width);

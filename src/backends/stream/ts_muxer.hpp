@@ -12,6 +12,9 @@ namespace oru::stream {
 /// Writes one video stream and one KLV data stream into a transport stream in memory. Threads: one at a time.
 class TsMuxer {
 public:
+    static constexpr uint16_t kVideoPid = 0x100;
+    static constexpr uint16_t kDataPid = 0x101;
+
     TsMuxer();
     ~TsMuxer();
     TsMuxer(const TsMuxer&) = delete;
@@ -32,7 +35,7 @@ private:
         void operator()(AVFormatContext* context) const;
     };
     static int append(void* muxer, uint8_t* data, int size);
-    [[nodiscard]] bool addStream(AVMediaType type, AVCodecID codec);
+    [[nodiscard]] bool addStream(AVMediaType type, AVCodecID codec, uint16_t pid);
     [[nodiscard]] bool write(int stream, uint8_t* data, std::size_t size, int64_t pts, int flags);
 
     std::vector<uint8_t> bytes;

@@ -2,6 +2,7 @@
 
 #include <functional>
 
+#include "backends/stream/data_packets.hpp"
 #include "backends/stream/frame_intake.hpp"
 #include "backends/stream/ts_muxer.hpp"
 #include "stream_fixture.hpp"
@@ -172,6 +173,60 @@ TEST_F(Intake, RubbishBetweenFramesChangesNothing) {
     feed(packets(2, false));
 
     EXPECT_EQ(taken(), (Ids{1, 2}));
+}
+
+/// Keeps the data packets that a demultiplexer finds.
+class DataKeeper final : public TsSink {
+public:
+    void onVideo(PesPacket&) override {}
+    void onData(PesPacket& packet) override { found.push_back(packet); }
+
+    std::vector<PesPacket> found;
+};
+
+TEST_F(Intake, ADataPacketForOneReceiverIsWholeAndLeadsOnToWhatFollows) {
+    DataKeeper keeper;
+    TsDemuxer demuxer(keeper);
+    const auto feedDemuxer = [&](const std::vector<uint8_t>& bytes) { demuxer.feed(bytes.data(), bytes.size()); };
+    feedDemuxer(packets(1, true));
+    std::vector<std::size_t> sizes = {56000, 65527};
+    for (std::size_t size = 1; size < 17 * kPacket; size += size < 400 ? 1 : 37) {
+        sizes.push_back(size);
+    }
+
+    for (const std::size_t size : sizes) {
+        SCOPED_TRACE(size);
+        const std::vector<uint8_t> next = packets(2, false, 100);
+        std::vector<uint8_t> payload(size);
+        for (std::size_t i = 0; i < size; ++i) {
+            payload[i] = static_cast<uint8_t>(i * 7 + size);
+        }
+        std::vector<uint8_t> own;
+        writeDataPackets(own, {payload, 0x1ABCDEF01, firstDataCounter(next)});
+        keeper.found.clear();
+        feedDemuxer(own);
+        feedDemuxer(next);
+
+        ASSERT_EQ(own.size() % kPacket, 0U);
+        ASSERT_EQ(keeper.found.size(), 2U);
+        EXPECT_TRUE(keeper.found[0].payload == payload);
+        EXPECT_EQ(keeper.found[0].pts, 0x1ABCDEF01U);
+        EXPECT_FALSE(keeper.found[0].damaged);
+        EXPECT_FALSE(keeper.found[1].damaged);
+        ASSERT_EQ(demuxer.continuityErrors(), 0U);
+    }
+}
+
+TEST_F(Intake, TheTablesOfABlockEndWhereItsTracksBegin) {
+    const std::vector<uint8_t> withTables = packets(1, true);
+    const std::vector<uint8_t> without = packets(2, false);
+
+    const std::size_t tables = tableBytes(withTables);
+
+    EXPECT_GT(tables, kPacket);
+    EXPECT_EQ(tables % kPacket, 0U);
+    EXPECT_EQ(withTables[tables + 1] & 0x1F, TsMuxer::kVideoPid >> 8);
+    EXPECT_EQ(tableBytes(without), 0U);
 }
 
 }  // namespace

@@ -22,10 +22,11 @@ protected:
     void startSource() {
         running = true;
         producer = std::thread([this] {
-            NumberedSource source(*sender, settings.width, settings.height, settings.fps);
+            NumberedSource source(*sender, settings.width, settings.height, settings.fps, samplesEach);
             source.setNumber(firstNumber);
             while (running) {
                 source.step();
+                lastNumber = source.number();
             }
         });
     }
@@ -44,6 +45,8 @@ protected:
     UDPOutConfig settings{};
     std::unique_ptr<UDPOutput> sender;
     uint64_t firstNumber = 0;
+    std::atomic<uint64_t> lastNumber{0};
+    int samplesEach = 4;
     std::atomic<bool> running{false};
     std::thread producer;
 };

@@ -6,6 +6,7 @@
 #include "backends/stream/frame_rate.hpp"
 #include "backends/stream/imu_store.hpp"
 #include "backends/stream/picture_ring.hpp"
+#include "backends/stream/sample_history.hpp"
 
 namespace oru::stream {
 namespace {
@@ -72,6 +73,44 @@ TEST(ImuStore, WhenTimeGoesBackTheOldRestDoesNotComeLater) {
 
     EXPECT_TRUE(store.takeBefore(20 * kSecond) == samplesAt({2 * kSecond}));
     EXPECT_EQ(store.dropped(), 2U);
+}
+
+std::vector<IMUPacket> allOf(const SampleHistory& history, uint64_t first, uint64_t last) {
+    std::vector<IMUPacket> packets;
+    while (first < last) {
+        const auto run = history.run(first, last);
+        packets.insert(packets.end(), run.begin(), run.end());
+        first += run.size();
+    }
+    return packets;
+}
+
+TEST(SampleHistory, KeepsTheNewestInOrderAcrossItsEnd) {
+    SampleHistory history;
+    EXPECT_EQ(history.begin(), history.end());
+    for (uint64_t i = 0; i < SampleHistory::kCapacity + 10; ++i) {
+        history.append(samplesAt({100 + i}));
+    }
+
+    EXPECT_EQ(history.begin(), 10U);
+    EXPECT_EQ(history.end(), SampleHistory::kCapacity + 10);
+    const uint64_t last = SampleHistory::kCapacity + 2;
+    EXPECT_TRUE(allOf(history, last - 4, last) ==
+                samplesAt({100 + last - 4, 100 + last - 3, 100 + last - 2, 100 + last - 1}));
+}
+
+TEST(SampleHistory, FindsWhereAReceiverThatComesBackGoesOn) {
+    SampleHistory history;
+    history.append(samplesAt({10, 20, 10, 30}));
+
+    EXPECT_EQ(history.after(10), 3U) << "the newest one of that time";
+    EXPECT_EQ(history.after(30), history.end());
+    EXPECT_FALSE(history.after(15).has_value());
+    for (uint64_t i = 0; i < SampleHistory::kCapacity; ++i) {
+        history.append(samplesAt({100 + i}));
+    }
+    EXPECT_FALSE(history.after(30).has_value());
+    EXPECT_EQ(history.after(100), 5U);
 }
 
 class Ring : public testing::Test {
