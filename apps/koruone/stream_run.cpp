@@ -147,10 +147,11 @@ void StreamRun::report(Time now) {
         const double megabits = static_cast<double>(status.bytes_sent - lastStatus.bytes_sent) * 8e-6 / seconds;
         writeNow(
             fmt::format("{:6.1f} s  {}  {:5.1f} frames/s  {:6.2f} Mbit/s  {:4.1f} % repeated  "
-                        "backlog {:3.0f} ms  {} skipped  {} held back\n",
+                        "backlog {:3.0f} ms  {} skipped  {} held back{}\n",
                         std::chrono::duration<double>(now - started).count(), counted(status.receivers, "receiver"),
                         frames, megabits, percentRepeated(status, lastStatus), status.backlog_ms, status.frames.lost(),
-                        status.frames_held_back));
+                        status.frames_held_back,
+                        status.samples_lost == 0 ? "" : fmt::format("  {} samples lost", status.samples_lost)));
     }
     lastStatus = status;
     lastReport = now;
@@ -167,6 +168,7 @@ void StreamRun::summarise() const {
     result["frames_sent"] = lastStatus.frames_sent;
     result["frames_skipped"] = lastStatus.frames.lost();
     result["frames_held_back"] = lastStatus.frames_held_back;
+    result["samples_lost"] = lastStatus.samples_lost;
     result["packets_sent"] = lastStatus.packets_sent;
     result["packets_repeated"] = lastStatus.packets_repeated;
     result["bytes_sent"] = lastStatus.bytes_sent;
