@@ -36,38 +36,25 @@ ORU_PIXEL_CODE InnerPlace innerPlace(const PairPicture& picture, LensRays<float>
     return {column, chroma, rowNumber, place.y - (row - kWhole)};
 }
 
-struct InnerWindow {
-    std::uint32_t upperLeft, upperRight, lowerLeft, lowerRight;
-};
-ORU_PIXEL_CODE InnerWindow innerWindow(const PairPicture& picture, const InnerPlace& place) {
+ORU_PIXEL_CODE Window innerWindow(const PairPicture& picture, const InnerPlace& place) {
     const auto pairsPerRow = static_cast<std::uint32_t>(picture.pairsPerRow);
     const std::uint32_t index = place.row * pairsPerRow + (place.chroma >> kInnerPairBits);
     const std::uint32_t* const upper = picture.pairs + index;
     const std::uint32_t* const lower = picture.pairs + (index + pairsPerRow);
-    return {loadPair(upper), loadPair(upper + 1), loadPair(lower), loadPair(lower + 1)};
+    return {loadPair(upper), loadPair(upper + 1), loadPair(lower), loadPair(lower + 1), place.part};
 }
 
-ORU_PIXEL_CODE float innerLuma(const InnerWindow& window, const InnerPlace& place) {
-    // The sample is one of the first three pixels of the window, as in lumaIn.
+ORU_PIXEL_CODE float innerLuma(const Window& window, const InnerPlace& place) {
     const std::uint32_t sample = (place.column >> kInnerBits) - 2 * (place.chroma >> kInnerPairBits);
-    const std::uint32_t digits = 0x20 + sample * 0x22;
-    const std::uint32_t weights = weightsAt<kInnerBits>(place.column);
-    return between(meanOfLower(weights, pickBytes(window.upperLeft, window.upperRight, digits)),
-                   meanOfLower(weights, pickBytes(window.lowerLeft, window.lowerRight, digits)), place.part);
+    return lumaIn<kInnerBits>(window, sample, place.column);
 }
 
 ORU_PIXEL_CODE void putInner(const PairPicture& picture, const InnerPlace& place, std::uint32_t& bgra) {
-    const InnerWindow window = innerWindow(picture, place);
-    const std::uint32_t weights = weightsAt<kInnerPairBits>(place.chroma);
-    const std::uint32_t upper = pickBytes(window.upperLeft, window.upperRight, 0x7351);  // U, U, V, V
-    const std::uint32_t lower = pickBytes(window.lowerLeft, window.lowerRight, 0x7351);
-    bgra = bgraOf<kInnerBits, kInnerPairBits>(
-        innerLuma(window, place), between(meanOfLower(weights, upper), meanOfLower(weights, lower), place.part),
-        between(meanOfUpper(weights, upper), meanOfUpper(weights, lower), place.part));
+    const Window window = innerWindow(picture, place);
+    bgra = bgraIn<kInnerBits, kInnerPairBits>(window, innerLuma(window, place), place.chroma);
 }
 ORU_PIXEL_CODE void putInner(const PairPicture& picture, const InnerPlace& place, unsigned char& gray) {
-    const float luma = innerLuma(innerWindow(picture, place), place);
-    gray = static_cast<unsigned char>((std::bit_cast<std::uint32_t>(luma) + (1U << (kInnerBits - 1))) >> kInnerBits);
+    gray = grayOf<kInnerBits>(innerLuma(innerWindow(picture, place), place));
 }
 
 ORU_PIXEL_CODE void putAt(const PairPicture& picture, const Sight& sight, std::uint32_t& bgra) {

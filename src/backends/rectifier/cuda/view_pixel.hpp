@@ -93,6 +93,7 @@ ORU_PIXEL_CODE int stepsOf(float position) {
     return static_cast<int>(std::nearbyint(position * kFractionSteps));
 #endif
 }
+
 /// The four pairs of pixels around a place, as two rows, and how far it lies from the upper towards the lower.
 struct Window {
     std::uint32_t upperLeft, upperRight, lowerLeft, lowerRight;
@@ -112,14 +113,38 @@ ORU_PIXEL_CODE Window windowAt(const PairPicture& picture, int firstPair, float 
             std::bit_cast<float>(kPartBits | part) - 256.0F};
 }
 
-/// Luma at a place, as of meanOfLower. `steps` counts from the picture's left border.
-ORU_PIXEL_CODE float lumaIn(const Window& window, int firstPair, int steps) {
-    // The sample is one of the first three pixels of the window: its byte is 0, 2 or 4, its neighbour's two more.
-    const auto sample = static_cast<std::uint32_t>((steps >> kFractionBits) - 2 * firstPair);
-    const std::uint32_t digits = 0x20 + sample * 0x22;
-    const std::uint32_t weights = weightsAt<kFractionBits>(static_cast<std::uint32_t>(steps));
+/// Luma in a window, as of meanOfLower; `sample` is which of its first three pixels lies left of the place, and
+/// `position` counts in steps of 2^-kBits.
+template <int kBits>
+ORU_PIXEL_CODE float lumaIn(const Window& window, std::uint32_t sample, std::uint32_t position) {
+    const std::uint32_t digits = 0x20 + sample * 0x22;  // its byte is 0, 2 or 4, its neighbour's two more
+    const std::uint32_t weights = weightsAt<kBits>(position);
     return between(meanOfLower(weights, pickBytes(window.upperLeft, window.upperRight, digits)),
                    meanOfLower(weights, pickBytes(window.lowerLeft, window.lowerRight, digits)), window.part);
+}
+
+/// Y, U and V are interpolated between four samples each, then converted and clamped once. `luma` is as of lumaIn,
+/// `position` that of chroma between the window's pairs, in steps of 2^-kChromaBits.
+template <int kLumaBits, int kChromaBits>
+ORU_PIXEL_CODE std::uint32_t bgraIn(const Window& window, float luma, std::uint32_t position) {
+    const std::uint32_t weights = weightsAt<kChromaBits>(position);
+    const std::uint32_t upper = pickBytes(window.upperLeft, window.upperRight, 0x7351);  // U, U, V, V
+    const std::uint32_t lower = pickBytes(window.lowerLeft, window.lowerRight, 0x7351);
+    return bgraOf<kLumaBits, kChromaBits>(
+        luma, between(meanOfLower(weights, upper), meanOfLower(weights, lower), window.part),
+        between(meanOfUpper(weights, upper), meanOfUpper(weights, lower), window.part));
+}
+
+/// The gray of a luma as of lumaIn.
+template <int kBits>
+ORU_PIXEL_CODE unsigned char grayOf(float luma) {
+    return static_cast<unsigned char>((std::bit_cast<std::uint32_t>(luma) + (1U << (kBits - 1))) >> kBits & 0xFF);
+}
+
+/// Luma at a place in the first pair of a window or right of it; `steps` counts from the picture's left border.
+ORU_PIXEL_CODE float lumaAt(const Window& window, int firstPair, int steps) {
+    const auto sample = static_cast<std::uint32_t>((steps >> kFractionBits) - 2 * firstPair);
+    return lumaIn<kFractionBits>(window, sample, static_cast<std::uint32_t>(steps));
 }
 
 }  // namespace pixel
@@ -140,7 +165,6 @@ ORU_PIXEL_CODE Sight rectifiedSight(const ViewJob& job, int u, int v) {
     return {x, y, x >= -0.5F && x <= 2 * halfWidth - 0.5F && y >= -0.5F && y <= 2 * halfHeight - 0.5F};
 }
 
-/// Y, U and V are interpolated between four samples each, then converted and clamped once.
 ORU_PIXEL_CODE std::uint32_t bgraAt(const PairPicture& picture, const Sight& sight) {
     if (!sight.inside) {
         return 0xFF000000U;
@@ -149,13 +173,8 @@ ORU_PIXEL_CODE std::uint32_t bgraAt(const PairPicture& picture, const Sight& sig
     const int chromaSteps = pixel::clampedTo((steps - picture.chromaSiting) >> 1, picture.lastChroma);
     const int firstPair = chromaSteps >> kFractionBits;
     const pixel::Window window = pixel::windowAt(picture, firstPair, sight.y);
-    const std::uint32_t weights = pixel::weightsAt<kFractionBits>(static_cast<std::uint32_t>(chromaSteps));
-    const std::uint32_t upper = pixel::pickBytes(window.upperLeft, window.upperRight, 0x7351);  // U, U, V, V
-    const std::uint32_t lower = pixel::pickBytes(window.lowerLeft, window.lowerRight, 0x7351);
-    const float u = pixel::between(pixel::meanOfLower(weights, upper), pixel::meanOfLower(weights, lower), window.part);
-    const float v = pixel::between(pixel::meanOfUpper(weights, upper), pixel::meanOfUpper(weights, lower), window.part);
-    const float luma = pixel::lumaIn(window, firstPair, pixel::clampedTo(steps, picture.lastX));
-    return pixel::bgraOf<kFractionBits, kFractionBits>(luma, u, v);
+    const float luma = pixel::lumaAt(window, firstPair, pixel::clampedTo(steps, picture.lastX));
+    return pixel::bgraIn<kFractionBits, kFractionBits>(window, luma, static_cast<std::uint32_t>(chromaSteps));
 }
 
 ORU_PIXEL_CODE unsigned char grayAt(const PairPicture& picture, const Sight& sight) {
@@ -164,9 +183,7 @@ ORU_PIXEL_CODE unsigned char grayAt(const PairPicture& picture, const Sight& sig
     }
     const int steps = pixel::clampedTo(pixel::stepsOf(sight.x), picture.lastX);
     const int firstPair = steps >> (kFractionBits + 1);
-    const float luma = pixel::lumaIn(pixel::windowAt(picture, firstPair, sight.y), firstPair, steps);
-    const std::uint32_t sum = std::bit_cast<std::uint32_t>(luma) + kFractionSteps / 2;
-    return static_cast<unsigned char>(sum >> kFractionBits & 0xFF);
+    return pixel::grayOf<kFractionBits>(pixel::lumaAt(pixel::windowAt(picture, firstPair, sight.y), firstPair, steps));
 }
 
 }  // namespace oru::rectifier
