@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "backends/virtual_bus/euroc.hpp"
+#include "backends/virtual_bus/footage/euroc.hpp"
 
 namespace {
 

@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "backends/rlx/Rlx.hpp"
-#include "backends/rlx/crc32c.hpp"
-#include "backends/rlx/repair.hpp"
+#include "backends/rlx/file/repair.hpp"
+#include "backends/rlx/records/crc32c.hpp"
 #include "logging/KoruLogger.hpp"
 
 using namespace oru;

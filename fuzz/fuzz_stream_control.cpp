@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "backends/stream/control_desk.hpp"
+#include "backends/stream/control/control_handler.hpp"
 #include "doubles/live_doubles.hpp"
 
 using namespace oru::stream;

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "backends/stream/frame_intake.hpp"
+#include "backends/stream/receiver/reassembler.hpp"
 
 using namespace oru::stream;
 

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <vector>
 
-#include "backends/stream/records.hpp"
+#include "backends/stream/wire/records.hpp"
 
 using namespace oru::stream;
 

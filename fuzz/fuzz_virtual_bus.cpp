@@ -4,7 +4,7 @@
 #include <set>
 #include <string_view>
 
-#include "backends/virtual_bus/camera_config.hpp"
+#include "backends/virtual_bus/config/camera_config.hpp"
 
 namespace {
 

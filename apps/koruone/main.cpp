@@ -1,8 +1,8 @@
 #include <csignal>
 #include <exception>
 
-#include "commands.hpp"
-#include "report.hpp"
+#include "koruone/commands/commands.hpp"
+#include "shared/report.hpp"
 
 namespace koruone {
 namespace {

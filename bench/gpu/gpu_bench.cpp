@@ -9,11 +9,11 @@
 #include <vector>
 
 #include "backends/gpu/cuda/CudaGpuRuntime.hpp"
-#include "backends/rectifier/camera_views.hpp"
 #include "backends/rectifier/cuda/CudaRectifier.hpp"
-#include "backends/rectifier/cuda/device_work.hpp"
-#include "backends/rectifier/cuda/reduced_picture.hpp"
-#include "backends/rectifier/cuda/view_job.hpp"
+#include "backends/rectifier/device/device_work.hpp"
+#include "backends/rectifier/device/reduced_image.hpp"
+#include "backends/rectifier/device/view_job.hpp"
+#include "backends/rectifier/reference/camera_views.hpp"
 #include "doubles/quiet_factory.hpp"
 
 namespace {

@@ -1,9 +1,9 @@
-#include "bandwidth.hpp"
+#include "bench/pixels/bandwidth.hpp"
 
 #include <cstdint>
 
 #undef HWY_TARGET_INCLUDE
-#define HWY_TARGET_INCLUDE "../bench/pixels/bandwidth.cpp"
+#define HWY_TARGET_INCLUDE "bench/pixels/bandwidth.cpp"
 #include <hwy/foreach_target.h>
 // Must follow foreach_target.h.
 #include <hwy/cache_control.h>

@@ -1,14 +1,14 @@
-#include "camera_loop.hpp"
+#include "bench/pixels/camera_loop.hpp"
 
 #include <cstring>
 #include <filesystem>
 #include <optional>
 
 #include "backends/rectifier/cpu/cpu_rectifier.hpp"
+#include "bench/pixels/measure.hpp"
+#include "bench/pixels/peers.hpp"
 #include "compose/built_in_factory.hpp"
-#include "measure.hpp"
 #include "oru_koruone/CameraOneImpl.hpp"
-#include "peers.hpp"
 
 namespace oru::bench {
 namespace {

@@ -1,4 +1,4 @@
-#include "peers.hpp"
+#include "bench/pixels/peers.hpp"
 
 #include <libyuv.h>
 

@@ -13,12 +13,12 @@
 #include <tuple>
 
 #include "backends/rectifier/cpu/fast_renderer.hpp"
-#include "backends/rectifier/cpu/plain_view.hpp"
-#include "bandwidth.hpp"
-#include "camera_loop.hpp"
-#include "measure.hpp"
-#include "peers.hpp"
-#include "scene.hpp"
+#include "backends/rectifier/reference/reference_view.hpp"
+#include "bench/pixels/bandwidth.hpp"
+#include "bench/pixels/camera_loop.hpp"
+#include "bench/pixels/measure.hpp"
+#include "bench/pixels/peers.hpp"
+#include "bench/pixels/scene.hpp"
 #include "utils/yuv.hpp"
 
 namespace oru::bench {

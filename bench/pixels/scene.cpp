@@ -1,4 +1,4 @@
-#include "scene.hpp"
+#include "bench/pixels/scene.hpp"
 
 #include <cmath>
 #include <random>

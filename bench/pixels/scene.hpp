@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "backends/rectifier/cpu/plain_renderer.hpp"
+#include "backends/rectifier/reference/reference_renderer.hpp"
 #include "oru/types.hpp"
 
 namespace oru::bench {

@@ -10,8 +10,8 @@
 #include <string>
 #include <utility>
 
-#include "LogBackend.hpp"
-#include "log_names.hpp"
+#include "logging/LogBackend.hpp"
+#include "logging/log_names.hpp"
 #include "logging/messages.hpp"
 
 namespace oru {

@@ -1,4 +1,4 @@
-#include "log_names.hpp"
+#include "logging/log_names.hpp"
 
 #include <algorithm>
 #include <array>

@@ -4,7 +4,7 @@
 
 #include <utility>
 
-#include "LogBackend.hpp"
+#include "logging/LogBackend.hpp"
 
 namespace oru {
 

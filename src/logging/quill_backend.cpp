@@ -14,7 +14,7 @@
 #include <utility>
 #include <vector>
 
-#include "LogBackend.hpp"
+#include "logging/LogBackend.hpp"
 #include "utils/Mutex.hpp"
 
 namespace oru {

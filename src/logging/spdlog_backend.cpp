@@ -6,8 +6,8 @@
 #include <thread>
 #include <utility>
 
-#include "LogBackend.hpp"
-#include "log_names.hpp"
+#include "logging/LogBackend.hpp"
+#include "logging/log_names.hpp"
 #include "utils/Mutex.hpp"
 
 namespace oru {

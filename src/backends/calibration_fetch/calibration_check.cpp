@@ -1,4 +1,4 @@
-#include "calibration_check.hpp"
+#include "backends/calibration_fetch/calibration_check.hpp"
 
 #include <SimpleIni.h>
 

@@ -3,13 +3,13 @@
 #include <string>
 #include <utility>
 
-#include "CalibrationFetch.hpp"
+#include "backends/calibration_fetch/CalibrationFetch.hpp"
+#include "backends/calibration_fetch/calibration_check.hpp"
+#include "backends/calibration_fetch/download.hpp"
+#include "backends/calibration_fetch/place_file.hpp"
 #include "calibration/readers.hpp"
-#include "calibration_check.hpp"
-#include "download.hpp"
 #include "logging/log.hpp"
 #include "logging/messages.hpp"
-#include "place_file.hpp"
 #include "utils/Mutex.hpp"
 
 namespace oru {

@@ -1,4 +1,4 @@
-#include "download.hpp"
+#include "backends/calibration_fetch/download.hpp"
 
 #include <curl/curl.h>
 #include <fcntl.h>

@@ -3,7 +3,7 @@
 #include <chrono>
 #include <string>
 
-#include "calibration_check.hpp"
+#include "backends/calibration_fetch/calibration_check.hpp"
 
 namespace oru {
 

@@ -1,4 +1,4 @@
-#include "place_file.hpp"
+#include "backends/calibration_fetch/place_file.hpp"
 
 #include <fcntl.h>
 #include <sys/stat.h>

@@ -5,11 +5,11 @@
 #include <string_view>
 #include <utility>
 
-#include "Stream.hpp"
+#include "backends/stream/Stream.hpp"
+#include "backends/stream/receiver/stream_receiver.hpp"
+#include "backends/stream/sender/stream_sender.hpp"
 #include "logging/log.hpp"
 #include "logging/messages.hpp"
-#include "stream_receiver.hpp"
-#include "stream_sender.hpp"
 
 namespace oru {
 namespace {

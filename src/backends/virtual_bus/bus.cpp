@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "backends/virtual_bus/ini_text.hpp"
 #include "logging/log.hpp"
 #include "logging/messages.hpp"
+#include "utils/ini_text.hpp"
 
 namespace oru::virtual_bus {
 namespace {

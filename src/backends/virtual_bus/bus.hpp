@@ -5,9 +5,9 @@
 #include <vector>
 
 #include "backends/virtual_bus/VirtualBus.hpp"
-#include "backends/virtual_bus/camera_config.hpp"
 #include "backends/virtual_bus/camera_lock.hpp"
-#include "backends/virtual_bus/virtual_mcu.hpp"
+#include "backends/virtual_bus/config/camera_config.hpp"
+#include "backends/virtual_bus/inertial/virtual_mcu.hpp"
 #include "utils/Mutex.hpp"
 
 namespace oru::virtual_bus {

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
-#include "backends/virtual_bus/footage.hpp"
-#include "backends/virtual_bus/scene_source.hpp"
+#include "backends/virtual_bus/footage/footage.hpp"
+#include "backends/virtual_bus/scene/scene_source.hpp"
 #include "logging/log.hpp"
 #include "logging/messages.hpp"
 

@@ -3,10 +3,10 @@
 #include <memory>
 
 #include "backends/virtual_bus/bus.hpp"
-#include "backends/virtual_bus/capture.hpp"
-#include "backends/virtual_bus/frame_exchange.hpp"
-#include "backends/virtual_bus/sensor_modes.hpp"
-#include "backends/virtual_bus/virtual_mcu.hpp"
+#include "backends/virtual_bus/inertial/virtual_mcu.hpp"
+#include "backends/virtual_bus/sensor/capture.hpp"
+#include "backends/virtual_bus/sensor/frame_exchange.hpp"
+#include "backends/virtual_bus/sensor/sensor_modes.hpp"
 
 namespace oru::virtual_bus {
 

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "calibration_texts.hpp"
+#include "backends/calibration_fetch/calibration_texts.hpp"
 
 namespace oru {
 namespace {

@@ -4,10 +4,10 @@
 
 #include <thread>
 
-#include "HttpServer.hpp"
 #include "backends/calibration_fetch/CalibrationFetch.hpp"
+#include "backends/calibration_fetch/HttpServer.hpp"
 #include "backends/calibration_fetch/calibration_check.hpp"
-#include "calibration_texts.hpp"
+#include "backends/calibration_fetch/calibration_texts.hpp"
 #include "doubles/log_capture.hpp"
 #include "doubles/scoped_environment.hpp"
 #include "doubles/settings_root.hpp"

@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include "HttpServer.hpp"
-#include "calibration_texts.hpp"
+#include "backends/calibration_fetch/HttpServer.hpp"
+#include "backends/calibration_fetch/calibration_texts.hpp"
 #include "doubles/temporary_directory.hpp"
 
 namespace oru {

@@ -1,7 +1,7 @@
 #include "backends/rectifier/cpu/cpu_rectifier.hpp"
 
 #include "backends/gpu/host/HostGpuRuntime.hpp"
-#include "rectifier_contract.hpp"
+#include "backends/rectifier/rectifier_contract.hpp"
 
 namespace oru {
 namespace {

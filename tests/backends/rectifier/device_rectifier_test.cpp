@@ -1,11 +1,11 @@
-#include "backends/rectifier/cuda/device_rectifier.hpp"
+#include "backends/rectifier/device/device_rectifier.hpp"
 
 #include "backends/gpu/cuda/CudaGpuRuntime.hpp"
 #include "backends/gpu/host/HostGpuRuntime.hpp"
 #include "backends/rectifier/cuda/CudaRectifier.hpp"
-#include "host_device_work.hpp"
-#include "random_views.hpp"
-#include "rectifier_contract.hpp"
+#include "backends/rectifier/host_device_work.hpp"
+#include "backends/rectifier/random_views.hpp"
+#include "backends/rectifier/rectifier_contract.hpp"
 
 namespace oru {
 namespace {

@@ -3,7 +3,7 @@
 
 #include "backends/rectifier/cpu/fast_renderer.hpp"
 #include "backends/rectifier/cpu/halve_kernel.hpp"
-#include "random_views.hpp"
+#include "backends/rectifier/random_views.hpp"
 
 namespace oru::rectifier {
 namespace {

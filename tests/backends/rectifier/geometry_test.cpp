@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
-#include "backends/rectifier/cpu/view_map.hpp"
-#include "pictures.hpp"
+#include "backends/rectifier/geometry/view_map.hpp"
+#include "backends/rectifier/pictures.hpp"
 
 namespace oru::rectifier {
 namespace {

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "backends/rectifier/cuda/column_pixels.hpp"
-#include "backends/rectifier/cuda/device_work.hpp"
+#include "backends/rectifier/device/column_pixels.hpp"
+#include "backends/rectifier/device/device_work.hpp"
 
 namespace oru::rectifier {
 

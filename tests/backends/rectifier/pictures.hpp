@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "backends/rectifier/cpu/plain_renderer.hpp"
-#include "backends/rectifier/cpu/yuyv_frame.hpp"
+#include "backends/rectifier/reference/reference_renderer.hpp"
+#include "backends/rectifier/reference/yuyv_frame.hpp"
 
 namespace oru::rectifier {
 

@@ -1,13 +1,13 @@
-#include "backends/rectifier/cuda/reduced_picture.hpp"
-#include "backends/rectifier/cuda/view_job.hpp"
+#include "backends/rectifier/device/reduced_image.hpp"
+#include "backends/rectifier/device/view_job.hpp"
 
 #include <gtest/gtest.h>
 
 #include <cstring>
 
 #include "backends/gpu/host/HostGpuRuntime.hpp"
-#include "backends/rectifier/cpu/plain_view.hpp"
-#include "random_views.hpp"
+#include "backends/rectifier/random_views.hpp"
+#include "backends/rectifier/reference/reference_view.hpp"
 
 namespace oru::rectifier {
 namespace {

@@ -1,8 +1,8 @@
-#include "backends/rectifier/cpu/plain_view.hpp"
+#include "backends/rectifier/reference/reference_view.hpp"
 
 #include <gtest/gtest.h>
 
-#include "pictures.hpp"
+#include "backends/rectifier/pictures.hpp"
 
 namespace oru::rectifier {
 namespace {

@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "pictures.hpp"
+#include "backends/rectifier/pictures.hpp"
 
 namespace oru::rectifier {
 

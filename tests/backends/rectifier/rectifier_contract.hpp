@@ -4,10 +4,10 @@
 
 #include <functional>
 
-#include "backends/rectifier/camera_views.hpp"
+#include "backends/rectifier/observed_gpu.hpp"
+#include "backends/rectifier/pictures.hpp"
+#include "backends/rectifier/reference/camera_views.hpp"
 #include "doubles/quiet_factory.hpp"
-#include "observed_gpu.hpp"
-#include "pictures.hpp"
 
 // What every rectifier promises; a test program includes it and names its subjects.
 

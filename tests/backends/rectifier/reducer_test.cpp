@@ -1,8 +1,8 @@
-#include "backends/rectifier/cpu/reducer.hpp"
+#include "backends/rectifier/reference/reducer.hpp"
 
 #include <gtest/gtest.h>
 
-#include "pictures.hpp"
+#include "backends/rectifier/pictures.hpp"
 
 namespace oru::rectifier {
 namespace {

@@ -7,8 +7,8 @@
 #include <mutex>
 
 #include "backends/rlx/camera_rig.hpp"
+#include "backends/rlx/file/repair.hpp"
 #include "backends/rlx/helper_process.hpp"
-#include "backends/rlx/repair.hpp"
 #include "collaborators/kit_functions.hpp"
 
 namespace oru::rlx_test {

@@ -5,10 +5,10 @@
 #include <random>
 #include <set>
 
-#include "backends/rlx/ebml.hpp"
-#include "backends/rlx/finish.hpp"
+#include "backends/rlx/container/ebml.hpp"
+#include "backends/rlx/file/finalise.hpp"
+#include "backends/rlx/file/repair.hpp"
 #include "backends/rlx/recording_fixture.hpp"
-#include "backends/rlx/repair.hpp"
 
 namespace oru::rlx_test {
 

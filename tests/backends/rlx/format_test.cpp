@@ -3,11 +3,11 @@
 #include <cstring>
 #include <string>
 
-#include "backends/rlx/container.hpp"
-#include "backends/rlx/crc32c.hpp"
-#include "backends/rlx/ebml.hpp"
-#include "backends/rlx/nal_units.hpp"
+#include "backends/rlx/container/container.hpp"
+#include "backends/rlx/container/ebml.hpp"
+#include "backends/rlx/file/nal_units.hpp"
 #include "backends/rlx/recording_fixture.hpp"
+#include "backends/rlx/records/crc32c.hpp"
 
 namespace oru::rlx {
 

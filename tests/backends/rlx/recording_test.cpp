@@ -2,9 +2,9 @@
 
 #include <cstdio>
 
+#include "backends/rlx/file/repair.hpp"
 #include "backends/rlx/helper_process.hpp"
 #include "backends/rlx/recording_fixture.hpp"
-#include "backends/rlx/repair.hpp"
 
 namespace oru::rlx_test {
 

@@ -9,7 +9,7 @@
 #include <iostream>
 
 #include "backends/rlx/camera_rig.hpp"
-#include "backends/rlx/crc32c.hpp"
+#include "backends/rlx/records/crc32c.hpp"
 
 namespace oru::rlx_test {
 

@@ -6,11 +6,11 @@
 #include <set>
 #include <vector>
 
-#include "backends/stream/stream_link.hpp"
-#include "backends/stream/ts_demuxer.hpp"
+#include "backends/stream/impairment_proxy.hpp"
+#include "backends/stream/loopback.hpp"
+#include "backends/stream/receiver/stream_link.hpp"
+#include "backends/stream/wire/ts_demuxer.hpp"
 #include "doubles/log_capture.hpp"
-#include "impairment_proxy.hpp"
-#include "loopback.hpp"
 
 namespace oru::test {
 namespace {

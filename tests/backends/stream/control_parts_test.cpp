@@ -1,9 +1,9 @@
 #include <gtest/gtest.h>
 
-#include "backends/stream/admission_gate.hpp"
-#include "backends/stream/control_desk.hpp"
-#include "backends/stream/control_messages.hpp"
-#include "backends/stream/stream_keys.hpp"
+#include "backends/stream/control/control_handler.hpp"
+#include "backends/stream/control/control_messages.hpp"
+#include "backends/stream/transport/rate_limit.hpp"
+#include "backends/stream/transport/stream_keys.hpp"
 #include "doubles/live_doubles.hpp"
 #include "doubles/log_capture.hpp"
 #include "doubles/scoped_environment.hpp"

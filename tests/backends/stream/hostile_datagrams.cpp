@@ -1,4 +1,4 @@
-#include "hostile_datagrams.hpp"
+#include "backends/stream/hostile_datagrams.hpp"
 
 #include <arpa/inet.h>
 #include <poll.h>

@@ -8,12 +8,12 @@
 #include <optional>
 #include <set>
 
-#include "backends/stream/admission_gate.hpp"
+#include "backends/stream/hostile_datagrams.hpp"
+#include "backends/stream/loopback.hpp"
+#include "backends/stream/raw_caller.hpp"
+#include "backends/stream/transport/rate_limit.hpp"
 #include "doubles/log_capture.hpp"
 #include "doubles/scoped_environment.hpp"
-#include "hostile_datagrams.hpp"
-#include "loopback.hpp"
-#include "raw_caller.hpp"
 
 namespace oru::test {
 namespace {

@@ -1,4 +1,4 @@
-#include "impairment_proxy.hpp"
+#include "backends/stream/impairment_proxy.hpp"
 
 #include <poll.h>
 #include <sys/socket.h>

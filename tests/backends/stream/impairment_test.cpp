@@ -9,8 +9,8 @@
 #include <thread>
 #include <vector>
 
-#include "impairment_proxy.hpp"
-#include "stream_fixture.hpp"
+#include "backends/stream/impairment_proxy.hpp"
+#include "backends/stream/stream_fixture.hpp"
 
 namespace oru::test {
 namespace {

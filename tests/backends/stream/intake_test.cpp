@@ -2,10 +2,10 @@
 
 #include <functional>
 
-#include "backends/stream/data_packets.hpp"
-#include "backends/stream/frame_intake.hpp"
-#include "backends/stream/ts_muxer.hpp"
-#include "stream_fixture.hpp"
+#include "backends/stream/receiver/reassembler.hpp"
+#include "backends/stream/stream_fixture.hpp"
+#include "backends/stream/wire/data_packets.hpp"
+#include "backends/stream/wire/ts_writer.hpp"
 
 namespace oru::stream {
 namespace {

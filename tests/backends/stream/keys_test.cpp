@@ -6,10 +6,10 @@
 #include <cstdlib>
 #include <optional>
 
+#include "backends/stream/loopback.hpp"
+#include "backends/stream/raw_caller.hpp"
 #include "doubles/log_capture.hpp"
 #include "doubles/scoped_environment.hpp"
-#include "loopback.hpp"
-#include "raw_caller.hpp"
 
 namespace oru::test {
 namespace {

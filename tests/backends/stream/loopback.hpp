@@ -6,7 +6,7 @@
 #include <memory>
 #include <thread>
 
-#include "stream_fixture.hpp"
+#include "backends/stream/stream_fixture.hpp"
 
 namespace oru::test {
 

@@ -6,7 +6,7 @@
 #include <set>
 #include <thread>
 
-#include "loopback.hpp"
+#include "backends/stream/loopback.hpp"
 
 namespace oru::test {
 namespace {

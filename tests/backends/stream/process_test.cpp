@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "child_process.hpp"
+#include "backends/stream/child_process.hpp"
+#include "backends/stream/stream_fixture.hpp"
 #include "doubles/temporary_directory.hpp"
-#include "stream_fixture.hpp"
 
 namespace oru::test {
 namespace {

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "backends/stream/control_messages.hpp"
-#include "backends/stream/srt_socket.hpp"
+#include "backends/stream/control/control_messages.hpp"
+#include "backends/stream/transport/srt_socket.hpp"
 
 namespace oru::test {
 

@@ -5,8 +5,8 @@
 #include <limits>
 #include <random>
 
-#include "backends/stream/records.hpp"
-#include "stream_fixture.hpp"
+#include "backends/stream/stream_fixture.hpp"
+#include "backends/stream/wire/records.hpp"
 
 namespace oru::stream {
 namespace {

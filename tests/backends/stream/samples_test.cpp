@@ -8,10 +8,10 @@
 #include <optional>
 #include <vector>
 
-#include "backends/stream/frame_intake.hpp"
-#include "impairment_proxy.hpp"
-#include "loopback.hpp"
-#include "raw_caller.hpp"
+#include "backends/stream/impairment_proxy.hpp"
+#include "backends/stream/loopback.hpp"
+#include "backends/stream/raw_caller.hpp"
+#include "backends/stream/receiver/reassembler.hpp"
 
 namespace oru::test {
 namespace {

@@ -10,8 +10,8 @@
 #include <string>
 #include <thread>
 
-#include "child_process.hpp"
-#include "stream_fixture.hpp"
+#include "backends/stream/child_process.hpp"
+#include "backends/stream/stream_fixture.hpp"
 
 namespace oru::test {
 namespace {

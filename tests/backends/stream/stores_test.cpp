@@ -3,10 +3,10 @@
 #include <atomic>
 #include <thread>
 
-#include "backends/stream/frame_rate.hpp"
-#include "backends/stream/imu_store.hpp"
-#include "backends/stream/picture_ring.hpp"
-#include "backends/stream/sample_history.hpp"
+#include "backends/stream/receiver/imu_store.hpp"
+#include "backends/stream/receiver/picture_ring.hpp"
+#include "backends/stream/sender/frame_rate.hpp"
+#include "backends/stream/sender/retransmit_buffer.hpp"
 
 namespace oru::stream {
 namespace {

@@ -1,4 +1,4 @@
-#include "stream_fixture.hpp"
+#include "backends/stream/stream_fixture.hpp"
 
 #include <netinet/in.h>
 #include <sys/socket.h>

@@ -10,7 +10,7 @@
 #include <cstring>
 #include <string_view>
 
-#include "stream_fixture.hpp"
+#include "backends/stream/stream_fixture.hpp"
 
 namespace oru::test {
 namespace {

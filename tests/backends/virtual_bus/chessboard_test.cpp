@@ -10,8 +10,8 @@
 #include <sstream>
 #include <vector>
 
+#include "backends/virtual_bus/scratch.hpp"
 #include "oru/CameraOne.hpp"
-#include "scratch.hpp"
 #include "support/TransportSuppressions.hpp"
 
 namespace oru {

@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
-#include "backends/virtual_bus/camera_config.hpp"
-#include "bus_rig.hpp"
-#include "scratch.hpp"
+#include "backends/virtual_bus/bus_rig.hpp"
+#include "backends/virtual_bus/config/camera_config.hpp"
+#include "backends/virtual_bus/scratch.hpp"
 
 namespace oru::virtual_bus {
 namespace {

@@ -1,4 +1,4 @@
-#include "backends/virtual_bus/sensor_controls.hpp"
+#include "backends/virtual_bus/sensor/sensor_controls.hpp"
 
 #include <gtest/gtest.h>
 
@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "backends/virtual_bus/picture_pipeline.hpp"
-#include "bus_rig.hpp"
+#include "backends/virtual_bus/bus_rig.hpp"
+#include "backends/virtual_bus/sensor/picture_pipeline.hpp"
 
 namespace oru::virtual_bus {
 namespace {

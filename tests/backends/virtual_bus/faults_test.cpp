@@ -1,4 +1,4 @@
-#include "backends/virtual_bus/faults.hpp"
+#include "backends/virtual_bus/sensor/faults.hpp"
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>
@@ -8,9 +8,9 @@
 #include <csignal>
 #include <thread>
 
+#include "backends/virtual_bus/bus_rig.hpp"
 #include "backends/virtual_bus/camera_lock.hpp"
-#include "bus_rig.hpp"
-#include "scratch.hpp"
+#include "backends/virtual_bus/scratch.hpp"
 
 namespace oru::virtual_bus {
 namespace {

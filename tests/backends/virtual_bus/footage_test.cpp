@@ -1,14 +1,14 @@
-#include "backends/virtual_bus/footage.hpp"
+#include "backends/virtual_bus/footage/footage.hpp"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <vector>
 
-#include "backends/virtual_bus/euroc.hpp"
-#include "backends/virtual_bus/euroc_inertial.hpp"
-#include "bus_rig.hpp"
-#include "scratch.hpp"
+#include "backends/virtual_bus/bus_rig.hpp"
+#include "backends/virtual_bus/footage/euroc.hpp"
+#include "backends/virtual_bus/footage/euroc_inertial.hpp"
+#include "backends/virtual_bus/scratch.hpp"
 
 namespace oru::virtual_bus {
 namespace {

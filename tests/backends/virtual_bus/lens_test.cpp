@@ -1,8 +1,8 @@
-#include "backends/virtual_bus/lens.hpp"
+#include "backends/virtual_bus/scene/lens.hpp"
 
 #include <gtest/gtest.h>
 
-#include "backends/virtual_bus/sensor_modes.hpp"
+#include "backends/virtual_bus/sensor/sensor_modes.hpp"
 
 namespace oru::virtual_bus {
 namespace {

@@ -1,10 +1,10 @@
-#include "backends/virtual_bus/virtual_mcu.hpp"
+#include "backends/virtual_bus/inertial/virtual_mcu.hpp"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
 
-#include "backends/virtual_bus/inertial_source.hpp"
+#include "backends/virtual_bus/inertial/inertial_source.hpp"
 
 namespace oru::virtual_bus {
 namespace {

@@ -1,4 +1,4 @@
-#include "backends/virtual_bus/trajectory.hpp"
+#include "backends/virtual_bus/scene/trajectory.hpp"
 
 #include <gtest/gtest.h>
 

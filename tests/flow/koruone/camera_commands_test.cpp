@@ -8,7 +8,7 @@
 #include <cmath>
 
 #include "backends/calibration_fetch/HttpServer.hpp"
-#include "tool.hpp"
+#include "flow/koruone/tool.hpp"
 
 namespace oru {
 namespace {

@@ -3,7 +3,7 @@
 
 #include <thread>
 
-#include "tool.hpp"
+#include "flow/koruone/tool.hpp"
 
 namespace oru {
 namespace {

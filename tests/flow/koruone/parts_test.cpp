@@ -3,14 +3,14 @@
 #include <algorithm>
 #include <random>
 
-#include "calibration_text.hpp"
-#include "contact_sheet.hpp"
-#include "input_options.hpp"
-#include "packet_clock.hpp"
-#include "png_file.hpp"
-#include "time_plot.hpp"
-#include "timing_histogram.hpp"
-#include "tool.hpp"
+#include "flow/koruone/tool.hpp"
+#include "koruone/camera/calibration_text.hpp"
+#include "koruone/output/contact_sheet.hpp"
+#include "koruone/output/png_file.hpp"
+#include "koruone/output/time_plot.hpp"
+#include "koruone/output/timing_histogram.hpp"
+#include "koruone/runs/packet_clock.hpp"
+#include "shared/input_options.hpp"
 
 namespace koruone {
 namespace {

@@ -4,7 +4,7 @@
 #include <fstream>
 #include <map>
 
-#include "tool.hpp"
+#include "flow/koruone/tool.hpp"
 
 namespace oru {
 namespace {

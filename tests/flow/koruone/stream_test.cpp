@@ -8,7 +8,7 @@
 #include <filesystem>
 #include <thread>
 
-#include "tool.hpp"
+#include "flow/koruone/tool.hpp"
 
 namespace oru {
 namespace {

@@ -1,4 +1,4 @@
-#include "tool.hpp"
+#include "flow/koruone/tool.hpp"
 
 #include <fcntl.h>
 #include <png.h>

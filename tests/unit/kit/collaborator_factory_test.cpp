@@ -5,7 +5,7 @@
 #include <atomic>
 #include <thread>
 
-#include "PlatformDouble.hpp"
+#include "unit/kit/PlatformDouble.hpp"
 
 namespace oru {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "PlatformDouble.hpp"
+#include "unit/kit/PlatformDouble.hpp"
 
 namespace oru {
 namespace {

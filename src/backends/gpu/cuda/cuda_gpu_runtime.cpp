@@ -4,7 +4,7 @@
 #include <sched.h>
 #include <time.h>
 
-#include "CudaGpuRuntime.hpp"
+#include "backends/gpu/cuda/CudaGpuRuntime.hpp"
 
 namespace oru {
 namespace {

@@ -1,4 +1,4 @@
-#include "CudaGpuRuntime.hpp"
+#include "backends/gpu/cuda/CudaGpuRuntime.hpp"
 
 namespace oru {
 

@@ -3,7 +3,7 @@
 #include <map>
 #include <memory>
 
-#include "HostGpuRuntime.hpp"
+#include "backends/gpu/host/HostGpuRuntime.hpp"
 #include "utils/Mutex.hpp"
 
 namespace oru {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "yuyv_frame.hpp"
+#include "backends/rectifier/reference/yuyv_frame.hpp"
 
 namespace oru::rectifier {
 

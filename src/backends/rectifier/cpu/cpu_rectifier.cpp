@@ -1,13 +1,13 @@
-#include "cpu_rectifier.hpp"
+#include "backends/rectifier/cpu/cpu_rectifier.hpp"
 
 #include <algorithm>
 #include <optional>
 #include <thread>
 
-#include "backends/rectifier/recent_sizes.hpp"
-#include "backends/rectifier/runtime_memory.hpp"
-#include "fast_renderer.hpp"
-#include "plain_view.hpp"
+#include "backends/rectifier/cpu/fast_renderer.hpp"
+#include "backends/rectifier/device/runtime_memory.hpp"
+#include "backends/rectifier/reference/recent_sizes.hpp"
+#include "backends/rectifier/reference/reference_view.hpp"
 
 namespace oru {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "backends/rectifier/camera_views.hpp"
+#include "backends/rectifier/reference/camera_views.hpp"
 #include "collaborators/GpuRuntime.hpp"
 #include "collaborators/MonoRectifier.hpp"
 

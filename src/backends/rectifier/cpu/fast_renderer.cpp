@@ -1,7 +1,7 @@
-#include "fast_renderer.hpp"
+#include "backends/rectifier/cpu/fast_renderer.hpp"
 
-#include "convert_kernel.hpp"
-#include "halve_kernel.hpp"
+#include "backends/rectifier/cpu/convert_kernel.hpp"
+#include "backends/rectifier/cpu/halve_kernel.hpp"
 
 namespace oru::rectifier {
 namespace {

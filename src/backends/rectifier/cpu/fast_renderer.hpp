@@ -3,10 +3,10 @@
 #include <memory>
 #include <vector>
 
-#include "mesh_map.hpp"
-#include "plain_renderer.hpp"
-#include "rectify_kernel.hpp"
-#include "row_pool.hpp"
+#include "backends/rectifier/cpu/rectify_kernel.hpp"
+#include "backends/rectifier/cpu/row_pool.hpp"
+#include "backends/rectifier/geometry/mesh_map.hpp"
+#include "backends/rectifier/reference/reference_renderer.hpp"
 
 namespace oru::rectifier {
 

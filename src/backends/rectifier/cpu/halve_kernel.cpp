@@ -1,4 +1,4 @@
-#include "halve_kernel.hpp"
+#include "backends/rectifier/cpu/halve_kernel.hpp"
 
 #include <cstdint>
 

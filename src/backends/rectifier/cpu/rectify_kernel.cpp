@@ -1,10 +1,10 @@
-#include "rectify_kernel.hpp"
+#include "backends/rectifier/cpu/rectify_kernel.hpp"
 
 #include <algorithm>
 #include <cstring>
 
-#include "bt601.hpp"
-#include "plain_view.hpp"
+#include "backends/rectifier/reference/bt601.hpp"
+#include "backends/rectifier/reference/reference_view.hpp"
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "backends/rectifier/cpu/rectify_kernel.cpp"

@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <vector>
 
-#include "mesh_map.hpp"
-#include "yuyv_frame.hpp"
+#include "backends/rectifier/geometry/mesh_map.hpp"
+#include "backends/rectifier/reference/yuyv_frame.hpp"
 
 namespace oru::rectifier {
 

@@ -1,4 +1,4 @@
-#include "row_pool.hpp"
+#include "backends/rectifier/cpu/row_pool.hpp"
 
 #include <algorithm>
 

@@ -1,7 +1,7 @@
 #include <cuda_runtime.h>
 
-#include "column_pixels.hpp"
-#include "device_work.hpp"
+#include "backends/rectifier/device/column_pixels.hpp"
+#include "backends/rectifier/device/device_work.hpp"
 
 namespace oru::rectifier {
 namespace {

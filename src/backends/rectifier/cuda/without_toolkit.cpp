@@ -1,4 +1,4 @@
-#include "device_work.hpp"
+#include "backends/rectifier/device/device_work.hpp"
 
 namespace oru::rectifier {
 

@@ -1,0 +1,13 @@
+#pragma once
+
+#include "oru/CameraOne.hpp"
+#include "shared/input_options.hpp"
+
+namespace koruone {
+
+/// Opens the input that the options name and writes the controls that they name. A size that goes with another HDR mode
+/// only is opened with that mode, and a calibration file that disagrees with the attached camera is pointed out, both
+/// on standard error. False: not open, and the reason has been said.
+[[nodiscard]] bool openCamera(oru::CameraOne& camera, const InputOptions& options);
+
+}  // namespace koruone

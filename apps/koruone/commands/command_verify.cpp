@@ -1,0 +1,53 @@
+#include <fmt/core.h>
+
+#include <memory>
+
+#include "backends/rlx/file/repair.hpp"
+#include "koruone/commands/commands.hpp"
+#include "shared/interrupt.hpp"
+#include "shared/progress.hpp"
+#include "shared/report.hpp"
+
+namespace koruone {
+namespace {
+
+using oru::rlx::Condition;
+
+ExitStatus runVerify(const std::string& file) {
+    Progress progress("verify");
+    const auto show = [&](uint64_t done, uint64_t total) {
+        progress.show(
+            fmt::format("{:.0f} %", total == 0 ? 0.0 : 100.0 * static_cast<double>(done) / static_cast<double>(total)));
+        return !interrupted();
+    };
+    const InterruptGuard guard;
+    const oru::rlx::VerifyReport report = oru::rlx::verifyRecording(file, show);
+    progress.clear();
+    if (interrupted()) {
+        return EXIT_INTERRUPTED;
+    }
+    if (report.condition == Condition::INTACT) {
+        writeOutput(
+            fmt::format("{} is intact: {} frames, {} inertial samples\n", file, report.frames, report.imu_packets));
+        return EXIT_OK;
+    }
+    if (!oru::rlx::isRepairable(report.condition)) {
+        complain("{} {}.", file, oru::rlx::describe(report.condition));
+        return EXIT_FAILED;
+    }
+    writeOutput(fmt::format("{} {}: {} whole frames, {} damaged or missing; 'koruone repair {}' makes it playable\n",
+                            file, oru::rlx::describe(report.condition), report.frames, report.damaged, file));
+    return EXIT_DAMAGED;
+}
+
+}  // namespace
+
+void registerVerify(CLI::App& tool, ExitStatus& status) {
+    auto file = std::make_shared<std::string>();
+    CLI::App* command = tool.add_subcommand("verify", "Check every byte of an RLX file");
+    command->add_option("FILE", *file, "The recording")->required();
+    command->footer("Exit status: 0 intact, 3 damaged but repairable, 1 neither.");
+    command->callback([file, &status] { status = runVerify(*file); });
+}
+
+}  // namespace koruone

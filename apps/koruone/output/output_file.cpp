@@ -1,0 +1,48 @@
+#include "koruone/output/output_file.hpp"
+
+#include <fmt/core.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace koruone {
+
+bool OutputFile::open(const std::filesystem::path& path) {
+    target = path;
+    file.reset(std::fopen(path.c_str(), "w"));
+    if (file == nullptr) {
+        fail(errno);
+    }
+    return isOpen();
+}
+
+void OutputFile::write(std::string_view text) {
+    if (isOpen() && !failed() && std::fwrite(text.data(), 1, text.size(), file.get()) != text.size()) {
+        fail(errno);
+    }
+}
+
+bool OutputFile::close() {
+    if (isOpen() && std::fclose(file.release()) != 0 && !failed()) {
+        fail(errno);
+    }
+    return !failed();
+}
+
+void OutputFile::fail(int number) {
+    reason = fmt::format("cannot write {}: {}", target.string(), std::strerror(number));
+}
+
+bool makeDirectory(const std::filesystem::path& directory, std::string& error) {
+    std::error_code code;
+    std::filesystem::create_directories(directory, code);
+    std::error_code absent;
+    if (!std::filesystem::is_directory(directory, absent)) {
+        error = fmt::format("cannot make the directory {}: {}", directory.string(),
+                            code ? code.message() : "something else has that name");
+        return false;
+    }
+    return true;
+}
+
+}  // namespace koruone

@@ -1,0 +1,260 @@
+#include "koruone/runs/grab_run.hpp"
+
+#include <fmt/core.h>
+
+#include <algorithm>
+#include <limits>
+#include <utility>
+
+#include "collaborators/CollaboratorFactory.hpp"
+#include "koruone/camera/open_camera.hpp"
+#include "shared/interrupt.hpp"
+#include "shared/json_output.hpp"
+#include "shared/report.hpp"
+
+namespace koruone {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+double toSeconds(std::chrono::nanoseconds duration) {
+    return std::chrono::duration<double>(duration).count();
+}
+
+/// Brings the picture's device memory to its host memory, both of which it holds.
+bool downloadPicture(const oru::Mat& picture) {
+    const auto platform = oru::CollaboratorFactory::processDefault();
+    auto* host = picture.getPtr<unsigned char>(oru::CPU);
+    const auto* device = picture.getPtr<unsigned char>(oru::GPU);
+    if (platform == nullptr || host == nullptr || device == nullptr) {
+        return false;
+    }
+    const std::size_t bytes = picture.getStepBytes(oru::CPU) * picture.getHeight();
+    return platform->gpu().copyDeviceToHost(host, device, bytes) == 0;
+}
+
+Json percentile(const TimingHistogram& times, double percent) {
+    return times.count() == 0 ? Json(nullptr) : Json(times.percentileUs(percent));
+}
+
+}  // namespace
+
+GrabRun::GrabRun(GrabOptions given) : options(std::move(given)) {}
+
+ExitStatus GrabRun::run() {
+    const InterruptGuard guard;
+    if (!prepareOutput() || !openCamera(camera, options.input) || !goToFirstFrame()) {
+        return EXIT_FAILED;
+    }
+    sourceFps = camera.getCameraFPS();
+    takeFrames();
+    const oru::FrameCounters counters = camera.getFrameCounters();
+    camera.close();
+    finishOutput();
+    progress.clear();
+    if (options.json) {
+        printJson(counters);
+    } else {
+        printText(counters);
+    }
+    return status == EXIT_OK && interrupted() ? EXIT_INTERRUPTED : status;
+}
+
+bool GrabRun::prepareOutput() {
+    if (options.directory.empty()) {
+        return true;
+    }
+    std::string error;
+    if (!makeDirectory(options.directory, error)) {
+        complain("{}; choose another --out.", error);
+        return false;
+    }
+    if (!table.open(std::filesystem::path(options.directory) / "frames.csv")) {
+        complain("{}; choose another --out.", table.error());
+        return false;
+    }
+    std::string header = "index,timestamp_ns";
+    for (const auto& counter : namedCounters({})) {
+        header += fmt::format(",{}", counter.first);
+    }
+    table.write(header + "\n");
+    writer = std::make_unique<PictureWriter>(options.directory);
+    return true;
+}
+
+bool GrabRun::goToFirstFrame() {
+    const oru::ERROR_CODE code = options.from == 0 ? oru::SUCCESS : camera.setRLXPosition(options.from);
+    if (code != oru::SUCCESS) {
+        complain("{} has {} frames; there is no frame {}.", options.input.file, camera.getRLXNumberOfFrames(),
+                 options.from);
+    }
+    if (!options.input.file.empty()) {
+        const int left = camera.getRLXNumberOfFrames() - camera.getRLXPosition();
+        options.frames = std::min(options.frames, static_cast<uint64_t>(std::max(left, 0)));
+    }
+    return code == oru::SUCCESS;
+}
+
+void GrabRun::takeFrames() {
+    began = ended = Clock::now();
+    while (taken < options.frames && !interrupted()) {
+        if (!takeFrame(taken)) {
+            return;
+        }
+        progress.show(fmt::format("{}/{} frames, {:.1f} frames/s", taken, options.frames, grabFps()));
+    }
+}
+
+bool GrabRun::takeFrame(uint64_t frame) {
+    const Time start = Clock::now();
+    const oru::ERROR_CODE code = camera.grab();
+    ended = Clock::now();
+    if (code == oru::END_OF_INPUT) {
+        return false;
+    }
+    if (code != oru::SUCCESS) {
+        progress.clear();
+        complain(code, "no frame after " + counted(taken, "frame"), inputKind(options.input));
+        fail();
+        return false;
+    }
+    grabTimes.record(ended - start);
+    lastFrame = ended;
+    if (taken++ == 0) {
+        firstFrame = ended;
+    }
+    writeRow(frame);
+    return frame % options.every != 0 || retrieveFrame(frame);
+}
+
+bool GrabRun::retrieveFrame(uint64_t frame) {
+    return writer == nullptr ? retrieveInto(scratch) : writeFrame(frame);
+}
+
+bool GrabRun::retrieveInto(oru::Mat& picture) {
+    const Time start = Clock::now();
+    const oru::ERROR_CODE code = camera.retrieveImage(picture, options.view, options.memory, options.size);
+    retrieveTimes.record(Clock::now() - start);
+    if (code != oru::SUCCESS) {
+        progress.clear();
+        complain(code, "cannot retrieve the picture");
+        fail();
+    }
+    return code == oru::SUCCESS;
+}
+
+bool GrabRun::writeFrame(uint64_t frame) {
+    oru::Mat* picture = acquirePicture();
+    if (picture == nullptr) {
+        fail();
+        return false;
+    }
+    bool ready = retrieveInto(*picture);
+    if (ready && options.memory == oru::GPU) {
+        const oru::Resolution size{picture->getWidth(), picture->getHeight()};
+        ready =
+            picture->alloc(size, picture->getDataType(), oru::CPU_AND_GPU) == oru::SUCCESS && downloadPicture(*picture);
+        if (!ready) {
+            complain("cannot copy a picture from the GPU; use --memory cpu.");
+            fail();
+        }
+    }
+    if (ready) {
+        writer->submit(picture, frame);
+    } else {
+        writer->release(picture);
+    }
+    return ready && !table.failed();
+}
+
+oru::Mat* GrabRun::acquirePicture() {
+    if (writer->hasRoom()) {
+        return writer->acquire();
+    }
+    if (waits++ == 0) {
+        progress.clear();
+        complain("the pictures are written more slowly than they come: waiting for the disk each time.");
+    }
+    const Time start = Clock::now();
+    oru::Mat* picture = writer->acquire();
+    waited += Clock::now() - start;
+    return picture;
+}
+
+void GrabRun::writeRow(uint64_t frame) {
+    if (!table.isOpen()) {
+        return;
+    }
+    std::string row = fmt::format("{},{}", frame, camera.getTimestamp(oru::IMAGE));
+    for (const auto& counter : namedCounters(camera.getFrameCounters())) {
+        row += fmt::format(",{}", counter.second);
+    }
+    table.write(row + "\n");
+}
+
+void GrabRun::finishOutput() {
+    if (writer == nullptr) {
+        return;
+    }
+    progress.show("finishing the pictures");
+    const bool picturesKept = writer->finish();
+    const bool tableKept = table.close();
+    progress.clear();
+    if (!picturesKept || !tableKept) {
+        complain("{}; make room or choose another --out.", picturesKept ? table.error() : writer->error());
+        fail();
+    }
+    if (waits > 0) {
+        complain("waited {:.1f} s for the disk, before {} of {} pictures.", toSeconds(waited), waits,
+                 writer->written());
+    }
+}
+
+double GrabRun::seconds() const {
+    return toSeconds(ended - began);
+}
+
+double GrabRun::grabFps() const {
+    const double span = toSeconds(lastFrame - firstFrame);
+    return taken < 2 || span <= 0.0 ? 0.0 : static_cast<double>(taken - 1) / span;
+}
+
+void GrabRun::printJson(const oru::FrameCounters& counters) const {
+    Json result;
+    result["frames"] = taken;
+    result["seconds"] = number(seconds());
+    result["source_fps"] = number(static_cast<double>(sourceFps));
+    result["grab_fps"] = number(grabFps());
+    result["counters"] = toJson(counters);
+    result["grab_p50_us"] = percentile(grabTimes, 50.0);
+    result["grab_p99_us"] = percentile(grabTimes, 99.0);
+    result["retrieve_p50_us"] = percentile(retrieveTimes, 50.0);
+    result["retrieve_p99_us"] = percentile(retrieveTimes, 99.0);
+    writeJsonLine(result);
+}
+
+void GrabRun::printText(const oru::FrameCounters& counters) const {
+    std::string text = fmt::format("{} in {:.3f} s: {:.2f} frames/s from a source of {:.0f} frames/s\n",
+                                   counted(taken, "frame"), seconds(), grabFps(), sourceFps);
+    text += fmt::format("source: {} produced, {} delivered, {} lost", counters.produced, counters.delivered,
+                        counters.lost());
+    for (const auto& [name, value] : namedCounters(counters)) {
+        const bool total = std::string_view(name) == "produced" || std::string_view(name) == "delivered";
+        if (value > 0 && !total) {
+            text += fmt::format(", {} {}", name, value);
+        }
+    }
+    text += fmt::format("\n{:<10}  {:>10}  {:>10}\n", "time in us", "median", "99 %");
+    text += fmt::format("{:<10}  {:>10.1f}  {:>10.1f}\n", "grab", grabTimes.percentileUs(50.0),
+                        grabTimes.percentileUs(99.0));
+    if (retrieveTimes.count() > 0) {
+        text += fmt::format("{:<10}  {:>10.1f}  {:>10.1f}\n", "retrieve", retrieveTimes.percentileUs(50.0),
+                            retrieveTimes.percentileUs(99.0));
+    }
+    if (writer != nullptr) {
+        text += fmt::format("{} written to {}\n", counted(writer->written(), "picture"), options.directory);
+    }
+    writeOutput(text);
+}
+
+}  // namespace koruone

@@ -1,0 +1,77 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "koruone/output/output_file.hpp"
+#include "koruone/output/picture_writer.hpp"
+#include "koruone/output/timing_histogram.hpp"
+#include "oru/CameraOne.hpp"
+#include "shared/exit_status.hpp"
+#include "shared/input_options.hpp"
+#include "shared/progress.hpp"
+
+namespace koruone {
+
+struct GrabOptions {
+    InputOptions input;
+    uint64_t frames = 90;
+    uint64_t every = 1;
+    int from = 0;  ///< first frame of a recorded file
+    oru::VIEW view = oru::RECTIFIED;
+    oru::Resolution size;  ///< 0 x 0: the camera's
+    oru::MEM memory = oru::CPU;
+    std::string directory;  ///< empty: nothing is written
+    bool json = false;
+};
+
+/// One `koruone grab`: takes frames, retrieves every n-th, writes pictures and prints what it measured.
+class GrabRun {
+public:
+    explicit GrabRun(GrabOptions given);
+
+    ExitStatus run();
+
+private:
+    using Time = std::chrono::steady_clock::time_point;
+
+    bool prepareOutput();
+    bool goToFirstFrame();
+    void takeFrames();
+    bool takeFrame(uint64_t frame);
+    bool retrieveFrame(uint64_t frame);
+    bool retrieveInto(oru::Mat& picture);
+    bool writeFrame(uint64_t frame);
+    oru::Mat* acquirePicture();
+    void writeRow(uint64_t frame);
+    void finishOutput();
+    void fail() { status = EXIT_FAILED; }
+
+    [[nodiscard]] double seconds() const;
+    [[nodiscard]] double grabFps() const;
+    void printJson(const oru::FrameCounters& counters) const;
+    void printText(const oru::FrameCounters& counters) const;
+
+    GrabOptions options;
+    ExitStatus status = EXIT_OK;
+    oru::CameraOne camera;
+    oru::Mat scratch;
+    OutputFile table;
+    std::unique_ptr<PictureWriter> writer;
+    Progress progress{"grab"};
+
+    TimingHistogram grabTimes;
+    TimingHistogram retrieveTimes;
+    uint64_t taken = 0;
+    float sourceFps = 0.0F;
+    Time began;
+    Time firstFrame;
+    Time lastFrame;
+    Time ended;  ///< the last attempt, frame or not
+    uint64_t waits = 0;
+    std::chrono::nanoseconds waited{0};
+};
+
+}  // namespace koruone

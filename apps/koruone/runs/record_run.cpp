@@ -1,0 +1,119 @@
+#include "koruone/runs/record_run.hpp"
+
+#include <fmt/core.h>
+
+#include <filesystem>
+#include <utility>
+
+#include "koruone/camera/open_camera.hpp"
+#include "shared/interrupt.hpp"
+#include "shared/report.hpp"
+
+namespace koruone {
+namespace {
+
+constexpr double kMegabyte = 1e6;
+
+double secondsSince(std::chrono::steady_clock::time_point begin) {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+}
+
+}  // namespace
+
+const Choices<oru::RLX_COMPRESSION_MODE> kCompressions{
+    {"raw", oru::RLX_RAW},           {"h264", oru::RLX_H264}, {"h265", oru::RLX_H265},
+    {"lossless", oru::RLX_LOSSLESS}, {"ffv1", oru::RLX_FFV1},
+};
+
+std::string compressionName(oru::RLX_COMPRESSION_MODE mode) {
+    for (const auto& [name, value] : kCompressions) {
+        if (value == mode) {
+            return name;
+        }
+    }
+    return fmt::format("mode {}", static_cast<int>(mode));
+}
+
+RecordRun::RecordRun(RecordOptions given) : options(std::move(given)) {}
+
+ExitStatus RecordRun::run() {
+    const InterruptGuard guard;
+    std::error_code unknown;
+    if (!options.overwrite && std::filesystem::exists(options.file, unknown)) {
+        complain("{} exists; use --overwrite to replace it.", options.file);
+        return EXIT_FAILED;
+    }
+    if (!openCamera(camera, options.input) || !start()) {
+        return EXIT_FAILED;
+    }
+    if (options.file.ends_with(".rlx") && camera.getCameraInformation().sensors.accelerometer.is_available) {
+        complain("{} keeps no inertial samples, by its version of the format; a name that ends in .rlx2 does.",
+                 options.file);
+    }
+    grabFrames();
+    return finish();
+}
+
+bool RecordRun::start() {
+    const oru::RecordingParameters parameters{options.file, options.compression, options.bitrate, options.target_fps,
+                                              options.overwrite};
+    const oru::ERROR_CODE code = camera.enableRecording(parameters);
+    if (code != oru::SUCCESS) {
+        complain(code, fmt::format("cannot record to {} as {}", options.file, compressionName(options.compression)));
+    }
+    return code == oru::SUCCESS;
+}
+
+bool RecordRun::isOver() const {
+    return (options.frames && grabbed >= *options.frames) ||
+           (options.seconds && secondsSince(beginTime) >= static_cast<double>(*options.seconds)) || interrupted();
+}
+
+void RecordRun::grabFrames() {
+    beginTime = std::chrono::steady_clock::now();
+    while (!isOver()) {
+        const oru::ERROR_CODE code = camera.grab();
+        if (code == oru::END_OF_INPUT) {
+            return;
+        }
+        if (code != oru::SUCCESS) {
+            progress.clear();
+            complain(code, "no frame after " + counted(grabbed, "frame"), inputKind(options.input));
+            status = EXIT_FAILED;
+            return;
+        }
+        ++grabbed;
+        if (!camera.getRecordingStatus().recording) {
+            return;
+        }
+        showProgress();
+    }
+}
+
+void RecordRun::showProgress() {
+    const oru::RecordingStatus recording = camera.getRecordingStatus();
+    const std::string frames =
+        options.frames ? fmt::format("{}/{}", grabbed, *options.frames) : fmt::format("{}", grabbed);
+    progress.show(fmt::format("{} frames, {} dropped, {:.1f} MB, {:.1f} s", frames, recording.frames_dropped,
+                              static_cast<double>(recording.bytes_written) / kMegabyte, recording.seconds));
+}
+
+ExitStatus RecordRun::finish() {
+    progress.show("finishing the file");
+    camera.disableRecording();
+    const oru::RecordingStatus recording = camera.getRecordingStatus();
+    camera.close();
+    progress.clear();
+    if (recording.last_result != oru::SUCCESS) {
+        complain(recording.last_result,
+                 fmt::format("the recording of {} ended early, the disk may be full", options.file));
+        status = EXIT_FAILED;
+    }
+    writeOutput(fmt::format("{}: {} frames written, {} dropped, {:.1f} MB in {:.1f} s, {}\n", options.file,
+                            recording.frames_written, recording.frames_dropped,
+                            static_cast<double>(recording.bytes_written) / kMegabyte, recording.seconds,
+                            compressionName(options.compression)));
+    return status == EXIT_OK && interrupted() && (options.frames || options.seconds) ? EXIT_INTERRUPTED : status;
+}
+
+}  // namespace koruone

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "oru/CameraOne.hpp"
+#include "shared/exit_status.hpp"
+#include "shared/input_options.hpp"
+#include "shared/option_helpers.hpp"
+#include "shared/progress.hpp"
+
+namespace koruone {
+
+/// The compressions by the names that `record` and `convert` take.
+extern const Choices<oru::RLX_COMPRESSION_MODE> kCompressions;
+std::string compressionName(oru::RLX_COMPRESSION_MODE mode);
+
+struct RecordOptions {
+    InputOptions input;
+    std::string file;
+    std::optional<uint64_t> frames;
+    std::optional<uint64_t> seconds;
+    oru::RLX_COMPRESSION_MODE compression = oru::RLX_H264;
+    uint32_t bitrate = 0;
+    uint32_t target_fps = 0;
+    bool overwrite = false;
+};
+
+/// One `koruone record`: grabs until the asked frames or seconds are over, the input ends or Ctrl-C comes.
+class RecordRun {
+public:
+    explicit RecordRun(RecordOptions given);
+
+    ExitStatus run();
+
+private:
+    bool start();
+    void grabFrames();
+    [[nodiscard]] bool isOver() const;
+    void showProgress();
+    ExitStatus finish();
+
+    RecordOptions options;
+    ExitStatus status = EXIT_OK;
+    oru::CameraOne camera;
+    Progress progress{"record"};
+    uint64_t grabbed = 0;
+    std::chrono::steady_clock::time_point beginTime;
+};
+
+}  // namespace koruone

@@ -1,0 +1,145 @@
+#pragma once
+
+#include <type_traits>
+
+#include "backends/rectifier/device/view_pixel.hpp"
+
+// The pixels that one thread draws: some below each other, so that what their column has in common is worked out once.
+
+namespace oru::rectifier {
+
+inline constexpr int kColumnRows = 4;
+
+namespace pixel {
+
+// Places well inside the picture are held by a float between 2^12 and 2^13: 11 bits of fraction.
+inline constexpr int kInnerBits = 11;
+inline constexpr float kInnerBase = 1 << (23 - kInnerBits);
+inline constexpr int kInnerPairBits = kInnerBits + 1;
+
+/// A place whose four samples and their chroma all lie in the picture, so that nothing has to be clamped.
+struct InnerPlace {
+    std::uint32_t column;  // in steps of 2^-kInnerBits
+    std::uint32_t chroma;  // the same, less the siting of chroma: in pairs, steps of 2^-kInnerPairBits
+    std::uint32_t row;     // the upper one
+    float part;            // of the way to the lower one
+};
+
+/// Clears `inside` unless the place is of that kind; one that is not a number is not.
+ORU_PIXEL_CODE InnerPlace innerPlace(const PairPicture& picture, LensRays<float>::Place place, bool& inside) {
+    const std::uint32_t column =
+        std::bit_cast<std::uint32_t>(place.x + kInnerBase) - std::bit_cast<std::uint32_t>(kInnerBase);
+    const std::uint32_t chroma = column - picture.innerSiting;
+    const float row = place.y + (kWhole - 0.5F);
+    const std::uint32_t rowNumber = std::bit_cast<std::uint32_t>(row) - kWholeBits;
+    inside = inside && chroma < picture.innerColumns && rowNumber < picture.innerRows;
+    return {column, chroma, rowNumber, place.y - (row - kWhole)};
+}
+
+ORU_PIXEL_CODE Window innerWindow(const PairPicture& picture, const InnerPlace& place) {
+    const auto pairsPerRow = static_cast<std::uint32_t>(picture.pairsPerRow);
+    const std::uint32_t index = place.row * pairsPerRow + (place.chroma >> kInnerPairBits);
+    const std::uint32_t* const upper = picture.pairs + index;
+    const std::uint32_t* const lower = picture.pairs + (index + pairsPerRow);
+    return {loadPair(upper), loadPair(upper + 1), loadPair(lower), loadPair(lower + 1), place.part};
+}
+
+ORU_PIXEL_CODE float innerLuma(const Window& window, const InnerPlace& place) {
+    const std::uint32_t sample = (place.column >> kInnerBits) - 2 * (place.chroma >> kInnerPairBits);
+    return lumaIn<kInnerBits>(window, sample, place.column);
+}
+
+ORU_PIXEL_CODE void putInner(const PairPicture& picture, const InnerPlace& place, std::uint32_t& bgra) {
+    const Window window = innerWindow(picture, place);
+    bgra = bgraIn<kInnerBits, kInnerPairBits>(window, innerLuma(window, place), place.chroma);
+}
+ORU_PIXEL_CODE void putInner(const PairPicture& picture, const InnerPlace& place, unsigned char& gray) {
+    gray = grayOf<kInnerBits>(innerLuma(innerWindow(picture, place), place));
+}
+
+ORU_PIXEL_CODE void putAt(const PairPicture& picture, const Sight& sight, std::uint32_t& bgra) {
+    bgra = bgraAt(picture, sight);
+}
+ORU_PIXEL_CODE void putAt(const PairPicture& picture, const Sight& sight, unsigned char& gray) {
+    gray = grayAt(picture, sight);
+}
+
+template <class Pixel>
+ORU_PIXEL_CODE void drawRectifiedColumn(const ViewJob& job, int u, int v, int rows, Pixel* out) {
+    if (rows == kColumnRows) {
+        InnerPlace places[kColumnRows];
+        bool inside = true;
+        for (int i = 0; i < kColumnRows; ++i) {
+            places[i] = innerPlace(job.picture, job.rays.at(u, v + i), inside);
+        }
+        if (inside) {
+            for (int i = 0; i < kColumnRows; ++i, out += job.width) {
+                putInner(job.picture, places[i], *out);
+            }
+            return;
+        }
+    }
+    for (int i = 0; i < rows; ++i, out += job.width) {
+        putAt(job.picture, rectifiedSight(job, u, v + i), *out);
+    }
+}
+
+/// A column of the picture as it is: its luma byte, and its chroma between two pairs.
+struct PlainColumn {
+    int x;
+    int firstPair, nextPair;
+    std::uint32_t chromaWeights;
+};
+ORU_PIXEL_CODE PlainColumn plainColumn(const PairPicture& picture, int x) {
+    const int steps = clampedTo((x * kFractionSteps - picture.chromaSiting) >> 1, picture.lastChroma);
+    const int pair = steps >> kFractionBits;
+    return {x, pair, smaller(pair + 1, picture.lastChroma >> kFractionBits),
+            weightsAt<kFractionBits>(static_cast<std::uint32_t>(steps))};
+}
+
+ORU_PIXEL_CODE unsigned char plainLuma(const PlainColumn& column, const std::uint32_t* row) {
+    return reinterpret_cast<const unsigned char*>(row)[2 * column.x];
+}
+ORU_PIXEL_CODE void putPlain(const PlainColumn& column, const std::uint32_t* row, std::uint32_t& bgra) {
+    const std::uint32_t chroma = pickBytes(loadPair(row + column.firstPair), loadPair(row + column.nextPair), 0x7351);
+    const std::uint32_t luma = std::uint32_t{plainLuma(column, row)} << kFractionBits;
+    bgra = bgraOf<kFractionBits, kFractionBits>(std::bit_cast<float>(kWholeBits | luma),
+                                                meanOfLower(column.chromaWeights, chroma),
+                                                meanOfUpper(column.chromaWeights, chroma));
+}
+ORU_PIXEL_CODE void putPlain(const PlainColumn& column, const std::uint32_t* row, unsigned char& gray) {
+    gray = plainLuma(column, row);
+}
+
+/// Black where the view is larger than the picture.
+template <class Pixel>
+ORU_PIXEL_CODE void drawPlainColumn(const ViewJob& job, int u, int v, int rows, Pixel* out) {
+    const PairPicture& picture = job.picture;
+    const int x = job.flipped ? job.width - 1 - u : u;
+    const PlainColumn column = plainColumn(picture, x);
+    for (int i = 0; i < rows; ++i, out += job.width) {
+        const int y = job.flipped ? job.height - 1 - (v + i) : v + i;
+        if (x < picture.width && y < picture.height) {
+            putPlain(column, picture.pairs + static_cast<std::ptrdiff_t>(y) * picture.pairsPerRow, *out);
+        } else {
+            putAt(picture, Sight{0, 0, false}, *out);
+        }
+    }
+}
+
+}  // namespace pixel
+
+/// Draws column `u` of a view from row `v` on, kColumnRows pixels or as many as there are.
+template <bool kRectified, bool kGray>
+ORU_PIXEL_CODE void drawColumn(const ViewJob& job, int u, int v) {
+    using Pixel = std::conditional_t<kGray, unsigned char, std::uint32_t>;
+    auto* const out = reinterpret_cast<Pixel*>(job.view) + (static_cast<std::ptrdiff_t>(v) * job.width + u);
+    const int rows = pixel::smaller(kColumnRows, job.height - v);
+    if constexpr (kRectified) {
+        pixel::drawRectifiedColumn(job, u, v, rows, out);
+    } else {
+        pixel::drawPlainColumn(job, u, v, rows, out);
+    }
+}
+
+}  // namespace oru::rectifier

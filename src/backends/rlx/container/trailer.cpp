@@ -1,0 +1,111 @@
+#include "backends/rlx/container/container.hpp"
+#include "backends/rlx/container/ebml.hpp"
+#include "backends/rlx/container/tags.hpp"
+#include "backends/rlx/records/crc32c.hpp"
+
+namespace oru::rlx {
+
+namespace {
+
+constexpr uint8_t kTrackNumber = 1;
+constexpr uint64_t kCueSpacingMs = 500;
+constexpr uint32_t kIndexMagic = 0x49584C52;   // "RLXI"
+constexpr uint32_t kFooterMagic = 0x45584C52;  // "RLXE"
+constexpr std::size_t kIndexFixedSize = 24;
+constexpr std::size_t kEntrySize = 32;
+
+Bytes cuesElement(const std::vector<IndexEntry>& entries) {
+    Bytes body;
+    uint64_t next = 0;
+    for (const IndexEntry& entry : entries) {
+        if (!entry.key || entry.time_ms < next) {
+            continue;
+        }
+        next = entry.time_ms + kCueSpacingMs;
+        Bytes position;
+        putUnsigned(position, ID_CUE_TRACK, kTrackNumber);
+        putUnsigned(position, ID_CUE_CLUSTER_POSITION, entry.offset - segmentBodyOffset());
+        Bytes point;
+        putUnsigned(point, ID_CUE_TIME, entry.time_ms);
+        putMaster(point, ID_CUE_TRACK_POSITIONS, position);
+        putMaster(body, ID_CUE_POINT, point);
+    }
+    Bytes out;
+    putMaster(out, ID_CUES, body);
+    return out;
+}
+
+}  // namespace
+
+Bytes buildTrailer(const HeaderRecord& header, const std::vector<IndexEntry>& entries, uint64_t offset) {
+    Bytes out = cuesElement(entries);
+    Bytes payload;
+    payload.reserve(kIndexFixedSize + entries.size() * kEntrySize + 4 + kFooterSize);
+    FieldWriter fields(payload);
+    fields.u32(kIndexMagic);
+    fields.u32(1);
+    fields.u64(header.recording_id);
+    fields.u64(entries.size());
+    for (const IndexEntry& entry : entries) {
+        fields.u64(entry.offset);
+        fields.u64(entry.time_ns);
+        fields.u64(entry.time_ms);
+        fields.u32(entry.cluster_size);
+        fields.u32(entry.key ? 1 : 0);
+    }
+    fields.u32(crc32c(payload.data(), payload.size()));
+    const std::size_t indexSize = payload.size();
+    fields.zeros(kFooterSize);
+
+    Bytes tags;
+    putBinaryTag(tags, "RLX_INDEX", payload);
+    const Bytes element = wrapTags(tags);
+    out.insert(out.end(), element.begin(), element.end());
+    const uint64_t indexOffset = offset + out.size() - payload.size();
+    out.resize(out.size() - kFooterSize);
+    FieldWriter footer(out);
+    footer.u64(indexOffset);
+    footer.u64(indexSize);
+    footer.u32(kFooterMagic);
+    footer.u32(crc32c(out.data() + out.size() - 20, 20));
+    return out;
+}
+
+std::optional<Footer> readFooter(ByteView footer) {
+    FieldReader in(footer);
+    Footer result;
+    result.index_offset = in.u64();
+    result.index_size = in.u64();
+    const uint32_t magic = in.u32();
+    const uint32_t crc = in.u32();
+    const bool right = in.ok() && magic == kFooterMagic && crc == crc32c(footer.data(), 20);
+    return right ? std::optional(result) : std::nullopt;
+}
+
+std::optional<std::vector<IndexEntry>> readIndex(ByteView payload, uint64_t recordingId) {
+    FieldReader in(payload);
+    const uint32_t magic = in.u32();
+    const uint32_t version = in.u32();
+    const uint64_t id = in.u64();
+    const uint64_t count = in.u64();
+    if (!in.ok() || magic != kIndexMagic || version != 1 || id != recordingId || payload.size() < kIndexFixedSize + 4 ||
+        (payload.size() - kIndexFixedSize - 4) / kEntrySize != count ||
+        (payload.size() - kIndexFixedSize - 4) % kEntrySize != 0) {
+        return std::nullopt;
+    }
+    FieldReader tail(payload.last(4));
+    if (tail.u32() != crc32c(payload.data(), payload.size() - 4)) {
+        return std::nullopt;
+    }
+    std::vector<IndexEntry> entries(count);
+    for (IndexEntry& entry : entries) {
+        entry.offset = in.u64();
+        entry.time_ns = in.u64();
+        entry.time_ms = in.u64();
+        entry.cluster_size = in.u32();
+        entry.key = (in.u32() & 1U) != 0;
+    }
+    return entries;
+}
+
+}  // namespace oru::rlx

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <sys/uio.h>
+
+#include <cstdint>
+#include <string>
+#include <utility>
+
+#include "backends/rlx/records/bytes.hpp"
+
+namespace oru::rlx {
+
+/// An open file, closed and unlocked by the destructor. Operations answer false with errno set.
+class File {
+public:
+    File() = default;
+    ~File() { close(); }
+    File(File&& other) noexcept : fileDescriptor(std::exchange(other.fileDescriptor, -1)) {}
+    File& operator=(File&& other) noexcept;
+    File(const File&) = delete;
+    File& operator=(const File&) = delete;
+
+    [[nodiscard]] bool openToRead(const std::string& path);
+    [[nodiscard]] bool openToChange(const std::string& path);
+    /// With `overwrite` an existing file is opened and kept until it is resized.
+    [[nodiscard]] bool createToWrite(const std::string& path, bool overwrite);
+    void close();
+    [[nodiscard]] bool isOpen() const { return fileDescriptor >= 0; }
+
+    /// A regular file, not a directory or a device.
+    [[nodiscard]] bool isRegular() const;
+    /// Advisory, held until close(): a recorder's or repair's keeps all others out, a reader's only those two.
+    [[nodiscard]] bool lockShared();
+    [[nodiscard]] bool lockAlone();
+
+    /// 0 when it cannot be told.
+    [[nodiscard]] uint64_t size() const;
+    [[nodiscard]] bool resize(uint64_t size);
+    /// Exactly `count` bytes; false at the end of the file.
+    [[nodiscard]] bool readAt(uint64_t offset, void* data, std::size_t count) const;
+    /// As many of `count` bytes as there are.
+    [[nodiscard]] std::size_t readUpTo(uint64_t offset, void* data, std::size_t count) const;
+    [[nodiscard]] bool writeAt(uint64_t offset, ByteView data);
+    /// Writes the parts one after the other; changes the array.
+    [[nodiscard]] bool writePartsAt(uint64_t offset, iovec* parts, int count);
+    [[nodiscard]] bool syncData();
+
+private:
+    int fileDescriptor = -1;
+};
+
+/// Makes the name of a new file outlive a crash.
+void syncDirectoryOf(const std::string& path);
+
+}  // namespace oru::rlx

@@ -1,0 +1,74 @@
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "backends/rlx/container/container.hpp"
+#include "backends/rlx/file/File.hpp"
+#include "backends/rlx/file/codec.hpp"
+#include "utils/Mutex.hpp"
+
+namespace oru::rlx {
+
+/// Writes one recording. Each frame is in the kernel's hands when writeFrame returns (unless the encoder holds it
+/// back), and on the disk half a second later: a thread of its own calls fdatasync. The file is locked until close().
+/// Threads: create, writeFrame and close one at a time; the counts from any.
+class FileRecorder {
+public:
+    FileRecorder() = default;
+    ~FileRecorder() { close(); }
+    FileRecorder(const FileRecorder&) = delete;
+    FileRecorder& operator=(const FileRecorder&) = delete;
+
+    /// 0 ok, 1 not creatable, 2 no encoder for the mode. An existing file is emptied.
+    [[nodiscard]] int create(const std::string& path, const rlxrw::RlxRecordingHeader& facts);
+    /// 0 written, 1 the file cannot grow, 2 the encoder failed. After a failure only close() makes sense.
+    [[nodiscard]] int writeFrame(const rlxrw::RlxFrame& frame);
+    /// Ends the file: playable and complete, if need be without its last frames when the disk is full.
+    void close();
+
+    [[nodiscard]] bool isOpen() const { return file.isOpen(); }
+    [[nodiscard]] const HeaderRecord& header() const { return fileHeader; }
+    [[nodiscard]] uint64_t framesWritten() const { return writtenFrames.load(std::memory_order_relaxed); }
+    [[nodiscard]] uint64_t framesOffered() const { return offeredFrames.load(std::memory_order_relaxed); }
+    [[nodiscard]] uint64_t bytesWritten() const { return endOffset.load(std::memory_order_relaxed); }
+
+private:
+    bool openFile(const std::string& path);
+    bool append(const CodedPicture& picture);
+    void describePicture(const CodedPicture& picture, FrameRecord& frame);
+    FrameRecord& pendingSlot();
+    void finish();
+    void syncWhileOpen();
+    void stopSyncing();
+
+    std::string filePath;
+    File file;
+    HeaderRecord fileHeader;
+    std::unique_ptr<PictureEncoder> encoder;
+    CodedSink sink;
+    std::vector<FrameRecord> pendingFrames;  // a ring of frames that the encoder still holds
+    uint64_t firstPending = 0;
+    uint64_t nextNumber = 0;
+    uint64_t firstTimeNs = 0;
+    std::vector<IndexEntry> indexEntries;
+    Bytes recordBytes;
+    Bytes prefix;
+    Bytes suffix;
+    bool writeFailed = false;
+    std::atomic<uint64_t> writtenFrames{0};
+    std::atomic<uint64_t> offeredFrames{0};
+    std::atomic<uint64_t> endOffset{0};
+
+    std::thread syncer;
+    Mutex syncMutex;
+    std::condition_variable_any syncWake;
+    bool stopRequested ORU_GUARDED_BY(syncMutex) = false;
+    std::atomic<bool> syncFailed{false};
+};
+
+}  // namespace oru::rlx

@@ -1,0 +1,74 @@
+#include "backends/rlx/file/FrameDecoder.hpp"
+
+namespace oru::rlx {
+
+FrameDecoder::FrameDecoder(const OpenedFile& recording, const std::vector<IndexEntry>& entries,
+                           std::unique_ptr<PictureDecoder> decoder)
+    : openedFile(recording),
+      indexEntries(entries),
+      pictureDecoder(std::move(decoder)),
+      intraOnly(isIntraOnly(recording.header.facts.compression_mode)),
+      pictureBytes(std::size_t{recording.header.facts.width} * recording.header.facts.height * 2) {}
+
+int FrameDecoder::keyBefore(int index) const {
+    while (index > 0 && !indexEntries[static_cast<std::size_t>(index)].key) {
+        --index;
+    }
+    return index;
+}
+
+void FrameDecoder::decode(int index, DecodedFrame& out) {
+    const int key = intraOnly ? index : keyBefore(index);
+    if (next < key || next > index) {
+        next = key;
+        chainWhole = false;
+    }
+    while (next < index) {
+        step(next, nullptr);
+    }
+    step(index, &out);
+}
+
+void FrameDecoder::step(int index, DecodedFrame* out) {
+    readStoredFrame(openedFile, indexEntries[static_cast<std::size_t>(index)], stored);
+    next = index + 1;
+    const bool whole = stored.check == FrameCheck::WHOLE;
+    if (out != nullptr) {
+        out->index = index;
+        out->quality = FrameQuality::DAMAGED;
+        out->record_whole = stored.record_whole;
+        if (stored.record_whole) {
+            describe(*out);
+        }
+    }
+    if (whole && stored.frame.key && !intraOnly && !chainWhole) {
+        pictureDecoder->reset();
+    }
+    const bool buildsOnWhole = intraOnly || stored.frame.key || (chainWhole && stored.frame.number == nextNumber);
+    if (!whole || !buildsOnWhole) {
+        chainWhole = false;
+        return;
+    }
+    unsigned char* pixels = nullptr;
+    if (out != nullptr) {
+        out->pixels.resize(pictureBytes);
+        pixels = out->pixels.data();
+    }
+    const bool decoded = pictureDecoder->decode(stored.picture, pixels) == DecodeResult::PICTURE;
+    chainWhole = decoded;
+    nextNumber = stored.frame.number + 1;
+    if (out != nullptr) {
+        out->quality = decoded ? FrameQuality::WHOLE : FrameQuality::DECODE_FAILED;
+    }
+}
+
+void FrameDecoder::describe(DecodedFrame& out) const {
+    const FrameRecord& frame = stored.frame;
+    out.time = frame.time_ns;
+    out.metadata = frame.metadata;
+    out.has_imu = frame.has_imu;
+    out.imu = frame.imu;
+    out.packets.assign(frame.packets.begin(), frame.packets.end());
+}
+
+}  // namespace oru::rlx

@@ -1,0 +1,65 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "backends/rlx/records/bytes.hpp"
+#include "collaborators/RLXVideo.hpp"
+
+namespace oru::rlx {
+
+/// One coded picture as it is stored in a Block.
+struct CodedPicture {
+    ByteView bytes;  ///< valid for the call
+    bool key = true;
+    uint64_t number = 0;  ///< of the frame it codes
+};
+/// Returns false to stop.
+using CodedSink = std::function<bool(const CodedPicture&)>;
+
+/// Codes YUYV pictures of one size; pictures come out in the order they went in, possibly later.
+/// Threads: one at a time.
+class PictureEncoder {
+public:
+    virtual ~PictureEncoder() = default;
+
+    /// What the track's CodecPrivate holds; complete from the start.
+    [[nodiscard]] virtual const Bytes& codecPrivate() const = 0;
+    [[nodiscard]] virtual const std::string& name() const = 0;
+    /// False when the encoder failed or the sink stopped it.
+    [[nodiscard]] virtual bool encode(const unsigned char* yuyv, uint64_t number, const CodedSink& sink) = 0;
+    /// Hands out what is still inside.
+    [[nodiscard]] virtual bool finish(const CodedSink& sink) = 0;
+};
+
+/// The first encoder of this mode that opens here, hardware before software, by name; null when there is none or the
+/// mode or size is none that can be coded. RLX_RAW has its own, which hands the picture through.
+[[nodiscard]] std::unique_ptr<PictureEncoder> makeEncoder(const rlxrw::RlxRecordingHeader& header);
+
+enum class DecodeResult {
+    PICTURE,
+    NOTHING,  ///< accepted, no picture yet
+    FAILED,
+};
+
+/// Decodes stored pictures to YUYV. After FAILED or a gap, reset() and begin with a key picture. Threads: one at a
+/// time.
+class PictureDecoder {
+public:
+    virtual ~PictureDecoder() = default;
+
+    /// Nothing is written to `yuyv` (width * height * 2 bytes) unless PICTURE; null decodes without writing.
+    [[nodiscard]] virtual DecodeResult decode(ByteView stored, unsigned char* yuyv) = 0;
+    virtual void reset() = 0;
+};
+
+/// Null when this machine cannot decode the recording's compression.
+[[nodiscard]] std::unique_ptr<PictureDecoder> makeDecoder(const rlxrw::RlxRecordingHeader& header,
+                                                          const Bytes& codecPrivate);
+
+/// Whether every picture is coded by itself.
+[[nodiscard]] bool isIntraOnly(RLX_COMPRESSION_MODE mode);
+
+}  // namespace oru::rlx

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "backends/rlx/records/bytes.hpp"
+#include "collaborators/RLXVideo.hpp"
+
+namespace oru::rlx {
+
+/// The facts of a recording, stored twice in the head of the file. docs/rlx-format.md lists the bytes.
+struct HeaderRecord {
+    rlxrw::RlxRecordingHeader facts;
+    uint64_t recording_id = 0;  ///< in every frame record as well, so that a stale frame is never taken for one
+    Bytes codec_private;        ///< what the track's CodecPrivate holds
+};
+
+/// What belongs to one frame besides its picture.
+struct FrameRecord {
+    uint64_t recording_id = 0;
+    uint64_t number = 0;  ///< counts the frames written, from 0
+    uint64_t time_ns = 0;
+    uint64_t time_ms = 0;          ///< since the first frame, never decreasing: the container's own time
+    uint64_t reference_delta = 0;  ///< milliseconds back to the frame it refers to
+    bool key = true;
+    uint32_t lost_before = 0;
+    uint32_t picture_size = 0;  ///< stored bytes
+    uint32_t picture_crc = 0;   ///< CRC-32C of the stored bytes
+    rlxrw::rlxSampleMetadata metadata{};
+    bool has_imu = false;
+    IMUPacket imu;
+    std::vector<IMUPacket> packets;
+};
+
+/// Bytes of one stored IMU packet.
+inline constexpr std::size_t kPacketSize = 296;
+/// Bounds that keep a damaged length from being believed.
+inline constexpr std::size_t kMaxHeaderSize = std::size_t{1} << 20;
+inline constexpr std::size_t kMaxPackets = 20'000;
+inline constexpr std::size_t kMaxRecordSize = 1024 + (kMaxPackets + 1) * kPacketSize;
+
+void encodeHeader(const HeaderRecord& header, Bytes& out);
+/// The record at the start of `view`, which may go on behind it; nothing unless its checksum is right.
+[[nodiscard]] std::optional<HeaderRecord> decodeHeader(ByteView view);
+
+/// `version` 1 leaves out every IMU packet.
+void encodeFrame(const FrameRecord& frame, int version, Bytes& out);
+/// The record that fills `view` exactly; false unless its checksum is right. Reuses the capacity of `frame.packets`.
+[[nodiscard]] bool decodeFrame(ByteView view, FrameRecord& frame);
+
+}  // namespace oru::rlx

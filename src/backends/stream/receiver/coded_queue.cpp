@@ -1,0 +1,38 @@
+#include "backends/stream/receiver/coded_queue.hpp"
+
+#include <chrono>
+#include <utility>
+
+namespace oru::stream {
+
+bool CodedQueue::push(CodedPicture& picture) {
+    {
+        MutexLock lock(mutex);
+        if (count == kCapacity) {
+            return false;
+        }
+        std::swap(pictures[(first + count) % kCapacity], picture);
+        ++count;
+    }
+    pushed.notify_one();
+    return true;
+}
+
+bool CodedQueue::pop(CodedPicture& picture, int milliseconds) {
+    MutexLock lock(mutex);
+    const auto ready = [this]() ORU_NO_THREAD_SAFETY_ANALYSIS { return count > 0; };
+    if (!pushed.wait_for(mutex, std::chrono::milliseconds(milliseconds), ready)) {
+        return false;
+    }
+    std::swap(pictures[first], picture);
+    first = (first + 1) % kCapacity;
+    --count;
+    return true;
+}
+
+std::size_t CodedQueue::size() const {
+    MutexLock lock(mutex);
+    return count;
+}
+
+}  // namespace oru::stream

@@ -1,0 +1,69 @@
+#pragma once
+
+#include <netinet/in.h>
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <thread>
+
+#include "backends/stream/transport/srt_socket.hpp"
+#include "utils/Clock.hpp"
+
+namespace oru::stream {
+
+/// The connection to one sender, kept up by a thread of its own: connects, hands every message on, and connects again
+/// when nothing has come for a second. Threads: start and stop from one thread, the queries from any; the handlers run
+/// on the link's thread.
+class StreamLink {
+public:
+    struct Handlers {
+        std::function<void()> connected;                            ///< before the first message of a connection
+        std::function<void(const uint8_t*, std::size_t)> received;  ///< one message
+        /// Its time, for a connection after the first to go on from; 0: there is none.
+        std::function<uint64_t()> newestSample = [] { return uint64_t{0}; };
+    };
+
+    StreamLink(Clock& systemClock, Handlers linkHandlers);
+    ~StreamLink();
+    StreamLink(const StreamLink&) = delete;
+    StreamLink& operator=(const StreamLink&) = delete;
+
+    /// An empty key is none.
+    void start(const sockaddr_in& address, std::string viewingKey);
+    void stop();
+    /// Asks for a key frame as soon as the link stands, not more often than the sender would listen.
+    [[nodiscard]] std::atomic<bool>& keyFrameWanted() { return keyFrameWish; }
+    /// Nothing has come for a second.
+    [[nodiscard]] bool silent() const;
+    /// The transport library's reason why the last attempt to connect was rejected; 0 when it was not.
+    [[nodiscard]] int rejection() const { return lastRejection.load(std::memory_order_acquire); }
+    [[nodiscard]] uint64_t connections() const { return connectionCount.load(std::memory_order_relaxed); }
+
+private:
+    void run();
+    [[nodiscard]] bool connect(SrtSocket& socket);
+    [[nodiscard]] bool settled(SRTSOCKET socket) const;
+    void receive(SrtSocket& socket);
+    [[nodiscard]] bool drain(SRTSOCKET socket);
+    void requestKeyFrame(SRTSOCKET socket);
+    void pause(uint64_t nanoseconds);
+    [[nodiscard]] bool stopping() const { return stopWanted.load(std::memory_order_acquire); }
+
+    SrtLibrary library;
+    Clock& clock;
+    Handlers handlers;
+    sockaddr_in sender{};
+    std::string key;
+    std::thread thread;
+    std::atomic<bool> stopWanted{false};
+    std::atomic<bool> keyFrameWish{false};
+    std::atomic<int> lastRejection{0};
+    std::atomic<uint64_t> heardNs{0};
+    std::atomic<uint64_t> connectionCount{0};
+    uint64_t requestedNs = 0;
+    bool again = false;  ///< this sender has been connected since start()
+};
+
+}  // namespace oru::stream

@@ -1,0 +1,140 @@
+#include "backends/stream/sender/camera_description.hpp"
+
+#include <Eigen/Geometry>
+#include <array>
+#include <cstring>
+#include <utility>
+
+namespace oru::stream {
+namespace {
+
+constexpr uint8_t kVersionPlain = 4;
+constexpr uint8_t kVersionWithImu = 5;
+constexpr uint64_t kRefreshNs = 1000000000;
+constexpr std::size_t kOrientationBytes = 16;
+constexpr std::size_t kPoseAt = 20;
+
+bool isPairControl(int control) {
+    return control >= RANGE_SETTING_16 && control <= RANGE_SETTING_18;
+}
+
+std::vector<ControlState> controlsOf(LiveCameraGrabber& grabber) {
+    std::vector<ControlState> controls;
+    for (int control = SETTING_0; control <= GMSL_SETTING_20; ++control) {
+        if (control == AEC_AGC_ROI || isPairControl(control)) {
+            continue;
+        }
+        ControlState state;
+        state.control = static_cast<VIDEO_SETTINGS>(control);
+        state.range_known = grabber.getVideoSettingRange(state.control, state.minimum, state.maximum);
+        state.value_known = state.range_known;
+        state.value = state.range_known ? grabber.getGrabberSettingsValue(state.control) : 0;
+        controls.push_back(state);
+    }
+    return controls;
+}
+
+StreamImuPose poseOf(const Transform& transform) {
+    Eigen::Matrix3f rotation;
+    for (int row = 0; row < 3; ++row) {
+        for (int column = 0; column < 3; ++column) {
+            rotation(row, column) = transform(static_cast<std::size_t>(row), static_cast<std::size_t>(column));
+        }
+    }
+    const Eigen::Quaternionf q(rotation);
+    return {q.w(), q.x(), q.y(), q.z(), transform(0, 3), transform(1, 3), transform(2, 3)};
+}
+
+}  // namespace
+
+bool metadataPresent(const rlxrw::rlxSampleMetadata& metadata) {
+    std::array<float, 4> orientation{};
+    static_assert(sizeof(orientation) == kOrientationBytes);
+    std::memcpy(orientation.data(), metadata.bytes, sizeof(orientation));
+    return orientation != std::array<float, 4>{};
+}
+
+CameraFacts::CameraFacts(const UDPOutConfig& configuration, uint64_t session, std::string calibration)
+    : withImu(configuration.version >= 2) {
+    record.version_byte = withImu ? kVersionWithImu : kVersionPlain;
+    record.session = session;
+    record.fps = configuration.fps;
+    record.camera.serial_number = static_cast<int>(configuration.serial_number);
+    record.camera.model = static_cast<MODEL>(configuration.model);
+    record.camera.camera_fw = configuration.camera_fw;
+    record.camera.sensors_fw = configuration.sensors_fw;
+    record.camera.width = configuration.width;
+    record.camera.height = configuration.height;
+    record.camera.flip_state = configuration.flipped ? 1 : 0;
+    record.calibration = std::move(calibration);
+}
+
+void CameraFacts::setGrabber(LiveCameraGrabber* grabber) {
+    // A camera that plays a file or relays a stream has a grabber too, without a device behind it.
+    const bool live = grabber != nullptr && grabber->getEffectiveWidth() > 0;
+    const bool imu = live && grabber->hasMCU() && grabber->getMCU() != nullptr;
+    MutexLock lock(mutex);
+    liveGrabber = grabber;
+    hasDevice = live;
+    liveImu = imu;
+    refreshedNs = 0;
+}
+
+void CameraFacts::noticeMetadata(const rlxrw::rlxSampleMetadata& metadata) {
+    const bool present = metadataPresent(metadata);
+    MutexLock lock(mutex);
+    framesSeen = true;
+    if (!withImu || liveImu || !present) {
+        return;
+    }
+    std::array<float, 7> pose{};
+    std::memcpy(pose.data(), metadata.bytes + kPoseAt, sizeof(pose));
+    record.pose = {pose[0], pose[1], pose[2], pose[3], pose[4], pose[5], pose[6]};
+    record.pose_known = pose[0] != 0.0F || pose[1] != 0.0F || pose[2] != 0.0F || pose[3] != 0.0F;
+    record.camera.has_imu = true;
+}
+
+void CameraFacts::noticeSample() {
+    MutexLock lock(mutex);
+    record.camera.has_imu = withImu;
+}
+
+bool CameraFacts::complete() const {
+    MutexLock lock(mutex);
+    return framesSeen || hasDevice;
+}
+
+void CameraFacts::expire() {
+    MutexLock lock(mutex);
+    refreshedNs = 0;
+}
+
+void CameraFacts::refresh(uint64_t now_ns) {
+    LiveCameraGrabber* grabber = nullptr;
+    bool imu = false;
+    {
+        MutexLock lock(mutex);
+        if (!hasDevice || (refreshedNs != 0 && now_ns - refreshedNs < kRefreshNs)) {
+            return;
+        }
+        refreshedNs = now_ns;
+        grabber = liveGrabber;
+        imu = withImu && liveImu;
+    }
+    // The device may be slow to answer; nobody waits for it under the lock.
+    std::vector<ControlState> controls = controlsOf(*grabber);
+    Rect region;
+    const bool regionKnown = grabber->getROIforAECAGC(0, region) == 0;
+    const StreamImuPose pose = imu ? poseOf(grabber->getMCU()->getIMUCameraTransform()) : StreamImuPose{};
+    MutexLock lock(mutex);
+    record.controls = std::move(controls);
+    record.region = region;
+    record.region_known = regionKnown;
+    if (imu) {
+        record.camera.has_imu = true;
+        record.pose = pose;
+        record.pose_known = true;
+    }
+}
+
+}  // namespace oru::stream

@@ -1,0 +1,61 @@
+#include "backends/stream/sender/frame_queue.hpp"
+
+#include <chrono>
+
+#include "backends/stream/sender/video_encoder.hpp"
+
+namespace oru::stream {
+
+bool FrameMailbox::allocate(uint32_t width, uint32_t height) {
+    MutexLock lock(mutex);
+    first = 0;
+    count = 0;
+    for (OutgoingFrame& frame : frames) {
+        frame.picture = makePicture(width, height);
+        if (!frame.picture) {
+            return false;
+        }
+    }
+    return true;
+}
+
+OutgoingFrame* FrameMailbox::reserve() {
+    MutexLock lock(mutex);
+    if (count + 1 >= kSlots) {
+        return nullptr;
+    }
+    OutgoingFrame& frame = frames[(first + count) % kSlots];
+    // An encoder may still hold a reference to a picture that it took long ago.
+    return av_frame_is_writable(frame.picture.get()) != 0 ? &frame : nullptr;
+}
+
+void FrameMailbox::commit() {
+    {
+        MutexLock lock(mutex);
+        ++count;
+    }
+    changed.notify_all();
+}
+
+OutgoingFrame* FrameMailbox::take(int milliseconds) {
+    MutexLock lock(mutex);
+    const auto ready = [this]() ORU_NO_THREAD_SAFETY_ANALYSIS { return count > 0; };
+    return changed.wait_for(mutex, std::chrono::milliseconds(milliseconds), ready) ? &frames[first] : nullptr;
+}
+
+void FrameMailbox::release() {
+    {
+        MutexLock lock(mutex);
+        first = (first + 1) % kSlots;
+        --count;
+    }
+    changed.notify_all();
+}
+
+void FrameMailbox::waitForRoom(int milliseconds) {
+    MutexLock lock(mutex);
+    const auto room = [this]() ORU_NO_THREAD_SAFETY_ANALYSIS { return count + 1 < kSlots; };
+    changed.wait_for(mutex, std::chrono::milliseconds(milliseconds), room);
+}
+
+}  // namespace oru::stream

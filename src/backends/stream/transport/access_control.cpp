@@ -1,0 +1,176 @@
+#include "backends/stream/transport/access_control.hpp"
+
+#include <arpa/inet.h>
+#include <srt/access_control.h>
+
+#include <algorithm>
+#include <cstring>
+#include <string_view>
+#include <utility>
+
+#include "logging/log.hpp"
+#include "logging/messages.hpp"
+
+namespace oru::stream {
+namespace {
+
+constexpr int kRefused = -1;
+constexpr int kNewProtocol = 5;
+constexpr std::size_t kMaxCallers = 64;
+constexpr std::size_t kMaxRefusals = 16;
+
+/// Whether a stream id asks for control: "#!::" and then comma-separated fields, one of them m=control.
+bool asksForControl(std::string_view id) {
+    constexpr std::string_view kStart = "#!::";
+    if (!id.starts_with(kStart)) {
+        return false;
+    }
+    id.remove_prefix(kStart.size());
+    while (!id.empty()) {
+        const std::size_t end = std::min(id.find(','), id.size());
+        if (id.substr(0, end) == "m=control") {
+            return true;
+        }
+        id.remove_prefix(std::min(end + 1, id.size()));
+    }
+    return false;
+}
+
+bool setKey(SRTSOCKET socket, const std::string& key) {
+    return srt_setsockflag(socket, SRTO_PASSPHRASE, key.data(), static_cast<int>(key.size())) == 0;
+}
+
+}  // namespace
+
+std::string addressText(const sockaddr_in& address) {
+    char text[INET_ADDRSTRLEN] = "?";
+    inet_ntop(AF_INET, &address.sin_addr, text, sizeof(text));
+    return std::string(text) + ":" + std::to_string(ntohs(address.sin_port));
+}
+
+void Doorkeeper::guard(SRTSOCKET listener) {
+    srt_listen_callback(listener, &onCall, this);
+}
+
+int Doorkeeper::onCall(void* self, SRTSOCKET socket, int handshakeVersion, const sockaddr* peer, const char* streamId) {
+    Caller caller;
+    caller.socket = socket;
+    caller.purpose = asksForControl(streamId == nullptr ? "" : streamId) ? Purpose::CONTROL : Purpose::VIEWING;
+    if (peer == nullptr || peer->sa_family != AF_INET) {
+        return kRefused;
+    }
+    std::memcpy(&caller.address, peer, sizeof(caller.address));
+    return static_cast<Doorkeeper*>(self)->admit(caller, handshakeVersion) ? 0 : kRefused;
+}
+
+bool Doorkeeper::admit(Caller caller, int handshakeVersion) {
+    MutexLock lock(mutex);
+    if (callers.size() >= kMaxCallers || !gate.admit(caller.address.sin_addr.s_addr, clock.monotonicNanoseconds())) {
+        return refuse(caller, Reason::TOO_MANY, SRT_REJX_OVERLOAD);
+    }
+    // The old handshake exchanges keys only after the connection stands.
+    if (handshakeVersion < kNewProtocol) {
+        return refuse(caller, Reason::OLD_PROTOCOL, SRT_REJX_VERSION);
+    }
+    if (caller.purpose == Purpose::CONTROL && keys.control.empty()) {
+        return refuse(caller, Reason::NO_CONTROL_HERE, SRT_REJX_FORBIDDEN);
+    }
+    if (!prepare(caller)) {
+        return refuse(caller, Reason::TOO_MANY, SRT_REJX_ISE);
+    }
+    callers.push_back(caller);
+    return true;
+}
+
+bool Doorkeeper::prepare(const Caller& caller) const {
+    if (caller.purpose == Purpose::VIEWING) {
+        return keys.viewing.empty() || setKey(caller.socket, keys.viewing);
+    }
+    return setControlOptions(caller.socket) && setKey(caller.socket, keys.control);
+}
+
+bool Doorkeeper::refuse(const Caller& caller, Reason reason, int code) {
+    srt_setrejectreason(caller.socket, code);
+    if (refusals.size() < kMaxRefusals) {
+        refusals.push_back({reason, caller.purpose, caller.address});
+    } else {
+        ++unreported;
+    }
+    return false;
+}
+
+std::optional<Doorkeeper::Purpose> Doorkeeper::accepted(SRTSOCKET socket) {
+    MutexLock lock(mutex);
+    const auto found = std::find_if(callers.begin(), callers.end(),
+                                    [socket](const Caller& caller) { return caller.socket == socket; });
+    if (found == callers.end()) {
+        return std::nullopt;
+    }
+    const Purpose purpose = found->purpose;
+    callers.erase(found);
+    return purpose;
+}
+
+/// A caller that was let in and is gone before it was accepted failed at the key.
+void Doorkeeper::noteFailedKeys() {
+    std::erase_if(callers, [this](const Caller& caller) ORU_NO_THREAD_SAFETY_ANALYSIS {
+        const SRT_SOCKSTATUS state = srt_getsockstate(caller.socket);
+        const bool gone = state >= SRTS_BROKEN;
+        if (gone && refusals.size() < kMaxRefusals) {
+            refusals.push_back({Reason::KEY, caller.purpose, caller.address});
+        }
+        return gone;
+    });
+}
+
+void Doorkeeper::report() {
+    std::vector<Refusal> seen;
+    uint64_t more = 0;
+    {
+        MutexLock lock(mutex);
+        noteFailedKeys();
+        std::swap(seen, refusals);
+    }
+    const uint64_t now = clock.monotonicNanoseconds();
+    for (const Refusal& refusal : seen) {
+        if (lines.take(now)) {
+            writeLine(refusal);
+        } else {
+            ++more;
+        }
+    }
+    MutexLock lock(mutex);
+    unreported += more;
+    if (unreported > 0 && summaries.take(now)) {
+        ORU_LOG(Warning, "{} {} more attempts to connect were refused", kTagStreaming, unreported);
+        unreported = 0;
+    }
+}
+
+void Doorkeeper::writeLine(const Refusal& refusal) const {
+    const char* who = refusal.purpose == Purpose::CONTROL ? "control from" : "receiver";
+    const std::string from = addressText(refusal.address);
+    switch (refusal.reason) {
+        case Reason::NO_CONTROL_HERE:
+            ORU_LOG(Warning, "{} {} {} refused: {} is not set here", kTagStreaming, who, from,
+                    StreamKeys::kControlVariable);
+            return;
+        case Reason::OLD_PROTOCOL:
+            ORU_LOG(Warning, "{} {} {} refused: its transport library is too old", kTagStreaming, who, from);
+            return;
+        case Reason::TOO_MANY:
+            ORU_LOG(Warning, "{} {} {} refused: too many attempts to connect", kTagStreaming, who, from);
+            return;
+        case Reason::KEY:
+            break;
+    }
+    if (refusal.purpose == Purpose::VIEWING && keys.viewing.empty()) {
+        ORU_LOG(Warning, "{} {} {} refused: it gave a key, and {} is not set here", kTagStreaming, who, from,
+                StreamKeys::kViewingVariable);
+        return;
+    }
+    ORU_LOG(Warning, "{} {} {} refused: its key is not {}", kTagStreaming, who, from,
+            refusal.purpose == Purpose::CONTROL ? StreamKeys::kControlVariable : StreamKeys::kViewingVariable);
+}
+
+}  // namespace oru::stream

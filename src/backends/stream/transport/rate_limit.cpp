@@ -1,0 +1,39 @@
+#include "backends/stream/transport/rate_limit.hpp"
+
+#include <algorithm>
+
+namespace oru::stream {
+
+bool TokenBucket::take(uint64_t now_ns) {
+    constexpr double kSecond = 1e9;
+    if (filledNs != 0 && now_ns > filledNs) {
+        tokens = std::min(most, tokens + static_cast<double>(now_ns - filledNs) / kSecond * rate);
+    }
+    filledNs = std::max(filledNs, now_ns);
+    if (tokens < 1.0) {
+        return false;
+    }
+    tokens -= 1.0;
+    return true;
+}
+
+AdmissionGate::Caller& AdmissionGate::callerAt(uint32_t address) {
+    const auto known = std::find_if(callers.begin(), callers.end(), [address](const Caller& caller) {
+        return caller.used && caller.address == address;
+    });
+    if (known != callers.end()) {
+        return *known;
+    }
+    Caller& oldest = *std::min_element(callers.begin(), callers.end(),
+                                       [](const Caller& a, const Caller& b) { return a.seen_ns < b.seen_ns; });
+    oldest = {address, 0, true, TokenBucket(kBurst, kPerSecond)};
+    return oldest;
+}
+
+bool AdmissionGate::admit(uint32_t address, uint64_t now_ns) {
+    Caller& caller = callerAt(address);
+    caller.seen_ns = now_ns;
+    return caller.bucket.take(now_ns) && all.take(now_ns);
+}
+
+}  // namespace oru::stream

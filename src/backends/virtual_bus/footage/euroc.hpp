@@ -1,0 +1,45 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "backends/virtual_bus/scene/lens.hpp"
+
+// Data sets in the EuRoC MAV layout: M. Burri et al., "The EuRoC micro aerial vehicle datasets", International Journal
+// of Robotics Research, 2016. Used of it: mav0/cam0/data.csv, cam0/sensor.yaml and imu0/data.csv.
+namespace oru::virtual_bus {
+
+struct EurocPicture {
+    uint64_t time_ns = 0;
+    std::string file;
+};
+
+struct EurocSample {
+    uint64_t time_ns = 0;
+    std::array<double, 3> rate{};   ///< rad/s
+    std::array<double, 3> force{};  ///< m/s^2
+};
+
+struct EurocCamera {
+    int width = 0;
+    int height = 0;
+    double rate_hz = 0.0;
+    Lens lens;
+    std::array<double, 16> pose{1, 0, 0, 0, 0, 1, 0, 0,
+                                0, 0, 1, 0, 0, 0, 0, 1};  ///< camera to body, row by row, metres
+};
+
+// Each returns false with a sentence that names the line or key.
+[[nodiscard]] bool parseEurocPictures(std::string_view csv, std::vector<EurocPicture>& pictures, std::string& error);
+[[nodiscard]] bool parseEurocCamera(std::string_view yaml, EurocCamera& camera, std::string& error);
+
+/// One line of imu0/data.csv; false for one that is no sample, such as the heading.
+[[nodiscard]] bool parseEurocSample(std::string_view line, EurocSample& sample);
+
+/// The folder that holds cam0, or nothing when a path is no data set.
+[[nodiscard]] std::string eurocRoot(const std::string& path);
+
+}  // namespace oru::virtual_bus

@@ -1,0 +1,62 @@
+#pragma once
+
+#include <fstream>
+#include <string>
+
+#include "backends/virtual_bus/footage/euroc.hpp"
+#include "backends/virtual_bus/inertial/inertial_source.hpp"
+
+namespace oru::virtual_bus {
+
+/// Attitude from rate and force: the explicit complementary filter with bias correction of R. Mahony, T. Hamel and
+/// J.-M. Pflimlin, "Nonlinear complementary filters on the special orthogonal group", IEEE Transactions on Automatic
+/// Control 53(5), 2008. Heading is free and starts at zero.
+class ComplementaryFilter {
+public:
+    /// Rate in rad/s, force in m/s^2, both in body axes; the first call levels the body.
+    void update(const Eigen::Vector3d& rate, const Eigen::Vector3d& force, double seconds);
+    /// Body axes to world axes (y down).
+    [[nodiscard]] const Eigen::Quaterniond& orientation() const { return attitude; }
+
+private:
+    bool levelled = false;
+    Eigen::Quaterniond attitude = Eigen::Quaterniond::Identity();
+    Eigen::Vector3d bias = Eigen::Vector3d::Zero();
+};
+
+/// The samples of a data set in real time, read as they are needed. They are turned into the camera's axes, so that the
+/// pose of the camera in the IMU's frame is a translation alone.
+class EurocInertial final : public InertialSource {
+public:
+    /// @param firstPictureNs the time of the data set that is 0 on the camera's axis
+    /// @param roundNs the length of one round when it loops, else 0
+    EurocInertial(const std::string& csvPath, const EurocCamera& camera, uint64_t firstPictureNs, uint64_t roundNs);
+
+    bool next(uint64_t until, InertialSample& sample) override;
+    InertialSample atPicture(uint64_t elapsed) override;
+    [[nodiscard]] Mounting mounting() const override { return sensorMounting; }
+    [[nodiscard]] ImuCalibration calibration() const override { return {}; }
+    [[nodiscard]] Eigen::Vector3d rateVariance() const override;
+    [[nodiscard]] Eigen::Vector3d forceVariance() const override;
+
+private:
+    [[nodiscard]] bool readAhead();
+    [[nodiscard]] bool readLine(EurocSample& sample);
+    [[nodiscard]] InertialSample convert(const EurocSample& sample);
+
+    std::string path;
+    std::ifstream file;
+    Eigen::Matrix3d bodyToCamera = Eigen::Matrix3d::Identity();
+    Mounting sensorMounting;
+    ComplementaryFilter filter;
+    uint64_t originNs;
+    uint64_t spanNs;
+    uint64_t round = 0;
+    uint64_t lastElapsed = 0;
+    bool any = false;
+    bool aheadValid = false;
+    InertialSample ahead;
+    InertialSample latest;
+};
+
+}  // namespace oru::virtual_bus

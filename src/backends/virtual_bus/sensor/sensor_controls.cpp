@@ -1,0 +1,308 @@
+#include "backends/virtual_bus/sensor/sensor_controls.hpp"
+
+#include <algorithm>
+#include <cmath>
+
+namespace oru::virtual_bus {
+namespace {
+
+struct Control {
+    int min;
+    int max;
+    int standard;
+};
+
+// By value of VIDEO_SETTINGS; an empty range marks a control that is not a plain one.
+constexpr Control kNone{0, -1, 0};
+constexpr std::array<Control, 21> kControls{{
+    {0, 8, 4},           // brightness
+    {0, 8, 4},           // contrast
+    {0, 11, 0},          // hue
+    {0, 8, 4},           // saturation
+    {0, 8, 3},           // sharpness
+    {1, 9, 5},           // gamma
+    {0, 100, 0},         // gain, percent
+    {0, 100, 0},         // exposure, percent
+    {0, 1, 1},           // automatic exposure and gain
+    kNone,               // its region
+    {2800, 6500, 4600},  // white balance, kelvin
+    {0, 1, 1},           // automatic white balance
+    {0, 1, 0},           // status lamp
+    kNone,
+    kNone,
+    kNone,  // exposure time, analogue and digital gain: limits of the mode
+    kNone,
+    kNone,
+    kNone,         // their ranges
+    {0, 100, 50},  // exposure compensation
+    {0, 100, 50},  // denoising
+}};
+
+constexpr int kNeutralKelvin = 4600;
+constexpr int kMinExposureUs = 28;
+constexpr int kMaxExposureUs = 33'333;
+constexpr int kNominalExposureUs = 8'000;  // gives the scene as it is, without gain
+constexpr int kMaxAnalogueMilliDb = 24'000;
+constexpr int kMaxDigitalMilliDb = 12'000;
+constexpr double kGainPercentMilliDb = (kMaxAnalogueMilliDb + kMaxDigitalMilliDb) / 100.0;
+
+constexpr double kBlack = 16.0;
+constexpr double kTargetLuma = 110.0;
+constexpr double kLoopTolerance = 0.02;
+constexpr double kLoopExponent = 0.6;
+
+double factor(int milliDb) {
+    return std::pow(10.0, milliDb / 20'000.0);
+}
+double milliDb(double amplification) {
+    return 20'000.0 * std::log10(amplification);
+}
+
+bool isPlain(VIDEO_SETTINGS setting) {
+    return setting >= 0 && static_cast<std::size_t>(setting) < kControls.size() &&
+           kControls[static_cast<std::size_t>(setting)].max >= kControls[static_cast<std::size_t>(setting)].min;
+}
+
+bool isLevel(VIDEO_SETTINGS setting) {
+    return setting >= GMSL_SETTING_13 && setting <= GMSL_SETTING_15;
+}
+bool isRange(VIDEO_SETTINGS setting) {
+    return setting >= RANGE_SETTING_16 && setting <= RANGE_SETTING_18;
+}
+
+}  // namespace
+
+void SensorControls::reset(int width, int height, int fps, bool hdr) {
+    const MutexLock lock(mutex);
+    configured = true;
+    hdrMode = hdr;
+    pictureWidth = width;
+    pictureHeight = height;
+    for (std::size_t i = 0; i < plainValues.size(); ++i) {
+        plainValues[i] = kControls[i].standard;
+    }
+    hardwareLimits = {Limits{kMinExposureUs, std::min(kMaxExposureUs, 1'000'000 / std::max(fps, 1))},
+                      Limits{0, kMaxAnalogueMilliDb}, Limits{0, kMaxDigitalMilliDb}};
+    rangeBounds = hardwareLimits;
+    levels = {clampTo(EXPOSURE_TIME, kNominalExposureUs), 0, 0};
+    meteringRegion = {0, 0, static_cast<uint64_t>(width), static_cast<uint64_t>(height)};
+}
+
+bool SensorControls::limits(VIDEO_SETTINGS setting, Limits& limits) const {
+    if (isPlain(setting)) {
+        const Control& control = kControls[static_cast<std::size_t>(setting)];
+        limits = {control.min, control.max};
+        return true;
+    }
+    if (isLevel(setting)) {
+        limits = hardwareLimits[static_cast<std::size_t>(setting - GMSL_SETTING_13)];
+        return true;
+    }
+    if (isRange(setting)) {
+        limits = hardwareLimits[static_cast<std::size_t>(setting - RANGE_SETTING_16)];
+        return true;
+    }
+    return false;
+}
+
+bool SensorControls::range(VIDEO_SETTINGS setting, int& min, int& max) {
+    const MutexLock lock(mutex);
+    Limits found;
+    if (!configured || !limits(setting, found)) {
+        return false;
+    }
+    min = found.min;
+    max = found.max;
+    return true;
+}
+
+bool SensorControls::accepts(VIDEO_SETTINGS setting, int value) {
+    const MutexLock lock(mutex);
+    Limits found;
+    if (!configured || isRange(setting) || !limits(setting, found)) {
+        return false;
+    }
+    return value == -1 || (value >= found.min && value <= found.max);
+}
+
+int SensorControls::value(VIDEO_SETTINGS setting) {
+    const MutexLock lock(mutex);
+    if (!configured) {
+        return 0;
+    }
+    if (isLevel(setting)) {
+        return levels[static_cast<std::size_t>(setting - GMSL_SETTING_13)];
+    }
+    if (setting == GAIN) {
+        return static_cast<int>(std::lround((levels[ANALOGUE_GAIN] + levels[DIGITAL_GAIN]) / kGainPercentMilliDb));
+    }
+    if (setting == EXPOSURE) {
+        const Limits& time = hardwareLimits[EXPOSURE_TIME];
+        return static_cast<int>(std::lround(100.0 * (levels[EXPOSURE_TIME] - time.min) / (time.max - time.min)));
+    }
+    return isPlain(setting) ? plainValues[static_cast<std::size_t>(setting)] : 0;
+}
+
+int SensorControls::set(VIDEO_SETTINGS setting, int value, bool automatic) {
+    if (!accepts(setting, value)) {
+        return -1;
+    }
+    const MutexLock lock(mutex);
+    const bool level = setting == GAIN || setting == EXPOSURE || isLevel(setting);
+    if (automatic || value == -1) {
+        if (level) {
+            setDefaultLevel(setting);
+        } else {
+            plainValues[static_cast<std::size_t>(setting)] = kControls[static_cast<std::size_t>(setting)].standard;
+        }
+        return 0;
+    }
+    if (level) {
+        plainValues[AEC_AGC] = 0;
+        setManual(setting, value);
+        return 0;
+    }
+    if (setting == SETTING_10) {
+        plainValues[SETTING_10_AUTO] = 0;
+    }
+    plainValues[static_cast<std::size_t>(setting)] = value;
+    return 0;
+}
+
+void SensorControls::setManual(VIDEO_SETTINGS setting, int value) {
+    if (setting == GAIN) {
+        const double wanted = value * kGainPercentMilliDb;
+        levels[ANALOGUE_GAIN] = clampTo(ANALOGUE_GAIN, wanted);
+        levels[DIGITAL_GAIN] = clampTo(DIGITAL_GAIN, wanted - levels[ANALOGUE_GAIN]);
+    } else if (setting == EXPOSURE) {
+        const Limits& time = hardwareLimits[EXPOSURE_TIME];
+        levels[EXPOSURE_TIME] = clampTo(EXPOSURE_TIME, time.min + value / 100.0 * (time.max - time.min));
+    } else {
+        const auto quantity = static_cast<Quantity>(setting - GMSL_SETTING_13);
+        levels[quantity] = clampTo(quantity, value);
+    }
+}
+
+void SensorControls::setDefaultLevel(VIDEO_SETTINGS setting) {
+    // While the loop runs, the automatic level is what it says.
+    if (plainValues[AEC_AGC] != 0) {
+        return;
+    }
+    if (setting == EXPOSURE || setting == GMSL_SETTING_13) {
+        levels[EXPOSURE_TIME] = clampTo(EXPOSURE_TIME, kNominalExposureUs);
+    }
+    if (setting == GAIN || setting == GMSL_SETTING_14) {
+        levels[ANALOGUE_GAIN] = clampTo(ANALOGUE_GAIN, 0.0);
+    }
+    if (setting == GAIN || setting == GMSL_SETTING_15) {
+        levels[DIGITAL_GAIN] = clampTo(DIGITAL_GAIN, 0.0);
+    }
+}
+
+int SensorControls::setRange(VIDEO_SETTINGS setting, std::pair<int, int> range, bool automatic) {
+    const MutexLock lock(mutex);
+    if (!configured || !isRange(setting)) {
+        return -1;
+    }
+    const auto quantity = static_cast<Quantity>(setting - RANGE_SETTING_16);
+    const Limits& hardware = hardwareLimits[quantity];
+    if (automatic) {
+        rangeBounds[quantity] = hardware;
+    } else if (range.first >= hardware.min && range.second <= hardware.max && range.first <= range.second) {
+        rangeBounds[quantity] = {range.first, range.second};
+    } else {
+        return -1;
+    }
+    levels[quantity] = clampTo(quantity, levels[quantity]);
+    return 0;
+}
+
+std::pair<int, int> SensorControls::rangeValue(VIDEO_SETTINGS setting) {
+    const MutexLock lock(mutex);
+    if (!configured || !isRange(setting)) {
+        return {-1, -1};
+    }
+    const Limits& bounds = rangeBounds[static_cast<std::size_t>(setting - RANGE_SETTING_16)];
+    return {bounds.min, bounds.max};
+}
+
+int SensorControls::region(Rect& region) {
+    const MutexLock lock(mutex);
+    if (!configured) {
+        return -1;
+    }
+    region = meteringRegion;
+    return 0;
+}
+
+int SensorControls::setRegion(const Rect& region) {
+    const MutexLock lock(mutex);
+    const auto width = static_cast<uint64_t>(pictureWidth);
+    const auto height = static_cast<uint64_t>(pictureHeight);
+    const bool inside = region.width > 0 && region.height > 0 && region.x < width && region.y < height &&
+                        region.width <= width - region.x && region.height <= height - region.y;
+    if (!configured || !inside) {
+        return -1;
+    }
+    meteringRegion = region;
+    return 0;
+}
+
+int SensorControls::resetRegion() {
+    const MutexLock lock(mutex);
+    meteringRegion = {0, 0, static_cast<uint64_t>(pictureWidth), static_cast<uint64_t>(pictureHeight)};
+    return configured ? 0 : -1;
+}
+
+PictureSettings SensorControls::picture() {
+    const MutexLock lock(mutex);
+    PictureSettings picture;
+    picture.light = light();
+    picture.brightness = plainValues[SETTING_0];
+    picture.contrast = plainValues[SETTING_1];
+    picture.hue = plainValues[SETTING_2];
+    picture.saturation = plainValues[SETTING_3];
+    picture.sharpness = plainValues[SHARPNESS];
+    picture.gamma = plainValues[SETTING_5];
+    picture.white_balance = plainValues[SETTING_10_AUTO] != 0 ? kNeutralKelvin : plainValues[SETTING_10];
+    picture.lamp = plainValues[SETTING_12] != 0;
+    picture.hdr = hdrMode;
+    // Gain lifts the noise of a dark sensor along with the light; full denoising leaves a tenth of it.
+    const double gain = factor(levels[ANALOGUE_GAIN] + levels[DIGITAL_GAIN]);
+    picture.noise = 0.6 * (gain - 1.0) * (1.0 - 0.009 * plainValues[GMSL_SETTING_20]);
+    picture.region = meteringRegion;
+    return picture;
+}
+
+void SensorControls::observe(double meanLuma) {
+    const MutexLock lock(mutex);
+    if (plainValues[AEC_AGC] == 0) {
+        return;
+    }
+    const double compensation = std::exp2((plainValues[GMSL_SETTING_19] - 50) / 50.0);
+    const double target = (kTargetLuma - kBlack) * compensation;
+    const double ratio = target / std::max(meanLuma - kBlack, 1.0);
+    if (std::abs(ratio - 1.0) > kLoopTolerance) {
+        setLight(light() * std::pow(std::clamp(ratio, 0.3, 3.0), kLoopExponent));
+    }
+}
+
+int SensorControls::clampTo(Quantity quantity, double value) const {
+    const Limits& bounds = rangeBounds[quantity];
+    return static_cast<int>(
+        std::lround(std::clamp(value, static_cast<double>(bounds.min), static_cast<double>(bounds.max))));
+}
+
+double SensorControls::light() const {
+    return static_cast<double>(levels[EXPOSURE_TIME]) / kNominalExposureUs *
+           factor(levels[ANALOGUE_GAIN] + levels[DIGITAL_GAIN]);
+}
+
+void SensorControls::setLight(double light) {
+    levels[EXPOSURE_TIME] = clampTo(EXPOSURE_TIME, light * kNominalExposureUs);
+    const double left = milliDb(light * kNominalExposureUs / levels[EXPOSURE_TIME]);
+    levels[ANALOGUE_GAIN] = clampTo(ANALOGUE_GAIN, left);
+    levels[DIGITAL_GAIN] = clampTo(DIGITAL_GAIN, left - levels[ANALOGUE_GAIN]);
+}
+
+}  // namespace oru::virtual_bus
