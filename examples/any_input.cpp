@@ -18,11 +18,11 @@ int main(int count, char** arguments) {
         std::fprintf(stderr, "cannot open the input: %s\n", oru::toString(opened).c_str());
         return 1;
     }
-    oru::Mat picture;
+    oru::Mat image;
     int frames = 0;
     oru::ERROR_CODE result = oru::SUCCESS;
     while (frames < 60 && (result = camera.grab()) == oru::SUCCESS) {
-        if (camera.retrieveImage(picture, oru::RECTIFIED_GRAY) != oru::SUCCESS) {
+        if (camera.retrieveImage(image, oru::RECTIFIED_GRAY) != oru::SUCCESS) {
             return 1;
         }
         ++frames;

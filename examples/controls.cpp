@@ -22,7 +22,7 @@ int main() {
     }
     std::printf("gain %d of %d to %d\n", gain, low, high);
 
-    // The middle quarter of the picture decides; then the whole picture again.
+    // The middle quarter of the image decides; then the whole image again.
     const oru::CameraDescription camera_information = camera.getCameraInformation();
     const oru::Resolution size = camera_information.configuration.resolution;
     const oru::Rect middle{size.width / 4, size.height / 4, size.width / 2, size.height / 2};

@@ -11,16 +11,15 @@ int main() {
         return 1;
     }
 
-    oru::Mat picture;  // allocated by the first retrieveImage, then reused
+    oru::Mat image;  // allocated by the first retrieveImage, then reused
     for (int frame = 0; frame < 30; ++frame) {
-        if (camera.grab() != oru::SUCCESS || camera.retrieveImage(picture) != oru::SUCCESS) {
+        if (camera.grab() != oru::SUCCESS || camera.retrieveImage(image) != oru::SUCCESS) {
             return 1;
         }
-        const auto* pixels = picture.getPtr<unsigned char>(oru::CPU);  // blue, green, red, 255
-        const std::size_t middle =
-            picture.getHeight() / 2 * picture.getStepBytes(oru::CPU) + picture.getWidth() / 2 * 4;
-        std::printf("%zu x %zu at %llu ns, middle pixel %d %d %d\n", picture.getWidth(), picture.getHeight(),
-                    static_cast<unsigned long long>(picture.timestamp), pixels[middle], pixels[middle + 1],
+        const auto* pixels = image.getPtr<unsigned char>(oru::CPU);  // blue, green, red, 255
+        const std::size_t middle = image.getHeight() / 2 * image.getStepBytes(oru::CPU) + image.getWidth() / 2 * 4;
+        std::printf("%zu x %zu at %llu ns, middle pixel %d %d %d\n", image.getWidth(), image.getHeight(),
+                    static_cast<unsigned long long>(image.timestamp), pixels[middle], pixels[middle + 1],
                     pixels[middle + 2]);
     }
     camera.close();

@@ -1,22 +1,22 @@
-// Writes one gray picture at half size as gray.pgm: luma comes without a colour conversion.
+// Writes one gray image at half size as gray.pgm: luma comes without a colour conversion.
 #include <cstdio>
 
 #include "oru/CameraOne.hpp"
 
 namespace {
 
-bool writePgm(const oru::Mat& picture, const char* path) {
+bool writePgm(const oru::Mat& image, const char* path) {
     std::FILE* file = std::fopen(path, "wb");
     if (file == nullptr) {
         return false;
     }
-    std::fprintf(file, "P5\n%zu %zu\n255\n", picture.getWidth(), picture.getHeight());
-    const auto* row = picture.getPtr<unsigned char>(oru::CPU);
+    std::fprintf(file, "P5\n%zu %zu\n255\n", image.getWidth(), image.getHeight());
+    const auto* row = image.getPtr<unsigned char>(oru::CPU);
     std::size_t written = 0;
-    for (std::size_t y = 0; y < picture.getHeight(); ++y, row += picture.getStepBytes(oru::CPU)) {
-        written += std::fwrite(row, 1, picture.getWidth(), file);
+    for (std::size_t y = 0; y < image.getHeight(); ++y, row += image.getStepBytes(oru::CPU)) {
+        written += std::fwrite(row, 1, image.getWidth(), file);
     }
-    return std::fclose(file) == 0 && written == picture.getWidth() * picture.getHeight();
+    return std::fclose(file) == 0 && written == image.getWidth() * image.getHeight();
 }
 
 }  // namespace
@@ -27,15 +27,15 @@ int main() {
     parameters.requested_fps = 60;
 
     oru::CameraOne camera;
-    oru::Mat picture;
+    oru::Mat image;
     if (camera.open(parameters) != oru::SUCCESS || camera.grab() != oru::SUCCESS) {
         return 1;
     }
-    const oru::ERROR_CODE result = camera.retrieveImage(picture, oru::RECTIFIED_GRAY, oru::CPU, {960, 600});
-    if (result != oru::SUCCESS || !writePgm(picture, "gray.pgm")) {
+    const oru::ERROR_CODE result = camera.retrieveImage(image, oru::RECTIFIED_GRAY, oru::CPU, {960, 600});
+    if (result != oru::SUCCESS || !writePgm(image, "gray.pgm")) {
         std::fprintf(stderr, "no picture: %s\n", oru::toString(result).c_str());
         return 1;
     }
-    std::printf("gray.pgm: %zu x %zu\n", picture.getWidth(), picture.getHeight());
+    std::printf("gray.pgm: %zu x %zu\n", image.getWidth(), image.getHeight());
     return 0;
 }

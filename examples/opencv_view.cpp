@@ -1,4 +1,4 @@
-// Looks at the camera's pictures with OpenCV, without a copy: mean brightness and contrast of ten gray frames.
+// Looks at the camera's images with OpenCV, without a copy: mean brightness and contrast of ten gray frames.
 #include <cstdio>
 
 #include "oru/CameraOne.hpp"
@@ -9,12 +9,12 @@ int main() {
     if (camera.open({}) != oru::SUCCESS) {
         return 1;
     }
-    oru::Mat picture;
+    oru::Mat image;
     for (int frame = 0; frame < 10; ++frame) {
-        if (camera.grab() != oru::SUCCESS || camera.retrieveImage(picture, oru::RECTIFIED_GRAY) != oru::SUCCESS) {
+        if (camera.grab() != oru::SUCCESS || camera.retrieveImage(image, oru::RECTIFIED_GRAY) != oru::SUCCESS) {
             return 1;
         }
-        const cv::Mat gray = oru::interop::asCvMat(picture);  // the same pixels, until the next retrieveImage
+        const cv::Mat gray = oru::interop::asCvMat(image);  // the same pixels, until the next retrieveImage
         cv::Scalar mean;
         cv::Scalar deviation;
         cv::meanStdDev(gray, mean, deviation);

@@ -40,11 +40,11 @@ bool play() {
     if (camera.open(parameters) != oru::SUCCESS) {
         return false;
     }
-    oru::Mat picture;
+    oru::Mat image;
     int frames = 0;
     oru::ERROR_CODE result = camera.grab();
     for (; result == oru::SUCCESS; result = camera.grab()) {
-        if (camera.retrieveImage(picture) != oru::SUCCESS) {
+        if (camera.retrieveImage(image) != oru::SUCCESS) {
             return false;
         }
         ++frames;

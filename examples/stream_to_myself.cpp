@@ -16,9 +16,9 @@ int receive(unsigned short port) {
     if (camera.open(parameters) != oru::SUCCESS) {
         return 0;
     }
-    oru::Mat picture;
+    oru::Mat image;
     int frames = 0;
-    while (frames < 20 && camera.grab() == oru::SUCCESS && camera.retrieveImage(picture) == oru::SUCCESS) {
+    while (frames < 20 && camera.grab() == oru::SUCCESS && camera.retrieveImage(image) == oru::SUCCESS) {
         ++frames;
     }
     return frames;

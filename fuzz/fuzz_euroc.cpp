@@ -29,11 +29,11 @@ void checkSamples(std::string_view text) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     const std::string_view text(reinterpret_cast<const char*>(data), size);
     std::string error;
-    std::vector<oru::virtual_bus::EurocPicture> pictures;
-    if (oru::virtual_bus::parseEurocPictures(text, pictures, error)) {
-        for (std::size_t i = 0; i < pictures.size(); ++i) {
-            require(pictures[i].file.find('/') == std::string::npos);
-            require(i == 0 || pictures[i].time_ns > pictures[i - 1].time_ns);
+    std::vector<oru::virtual_bus::EurocImage> images;
+    if (oru::virtual_bus::parseEurocImages(text, images, error)) {
+        for (std::size_t i = 0; i < images.size(); ++i) {
+            require(images[i].file.find('/') == std::string::npos);
+            require(i == 0 || images[i].time_ns > images[i - 1].time_ns);
         }
     } else {
         require(!error.empty());

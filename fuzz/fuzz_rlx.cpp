@@ -10,9 +10,9 @@
 #include <string>
 #include <vector>
 
-#include "backends/rlx/Rlx.hpp"
 #include "backends/rlx/file/repair.hpp"
 #include "backends/rlx/records/crc32c.hpp"
+#include "backends/rlx/rlx_factory.hpp"
 #include "logging/KoruLogger.hpp"
 
 using namespace oru;
@@ -66,10 +66,10 @@ std::vector<uint8_t> makeRecording(RLX_COMPRESSION_MODE mode) {
     }
     const std::vector<IMUPacket> packets(2);
     for (unsigned number = 0; number < 4; ++number) {
-        const std::vector<unsigned char> picture(kWidth * kHeight * 2, static_cast<unsigned char>(number * 40));
+        const std::vector<unsigned char> image(kWidth * kHeight * 2, static_cast<unsigned char>(number * 40));
         rlxrw::RlxFrame frame;
-        frame.pixels = picture.data();
-        frame.size = picture.size();
+        frame.pixels = image.data();
+        frame.size = image.size();
         frame.time = number * 33'000'000U;
         frame.packets = packets.data();
         frame.packet_count = packets.size();
@@ -152,10 +152,10 @@ int play(const std::string& path) {
     NoCalibration calibration;
     const auto reader = makeRlxVideo(calibration);
     const int opened = reader->open(path.c_str());
-    std::vector<unsigned char> picture(kWidth * kHeight * 2);
+    std::vector<unsigned char> image(kWidth * kHeight * 2);
     Timestamp time = 0;
     for (int attempt = 0; opened == 0 && attempt < 20; ++attempt) {
-        const FrameStatus status = reader->readFrame(picture.data(), picture.size(), time);
+        const FrameStatus status = reader->readFrame(image.data(), image.size(), time);
         (void)reader->getFrameIMUPackets();
         if (status != NEW_FRAME && status != NO_FRAME) {
             break;
@@ -179,7 +179,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     const std::string path = file.path();
     (void)play(path);
     const rlx::VerifyReport before = rlx::verifyRecording(path);
-    const rlx::RepairReport repair = rlx::repairRecording(path, "", rlx::PictureCheck::ALL);
+    const rlx::RepairReport repair = rlx::repairRecording(path, "", rlx::ImageCheck::ALL);
     const rlx::VerifyReport after = rlx::verifyRecording(path);
     if (repair.code == 0 && (after.condition != rlx::Condition::INTACT || after.frames < before.frames)) {
         std::abort();

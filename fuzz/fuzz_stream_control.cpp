@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "backends/stream/control/control_handler.hpp"
+#include "backends/stream/control/ControlHandler.hpp"
 #include "doubles/live_doubles.hpp"
 
 using namespace oru::stream;
@@ -50,10 +50,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     oru::doubles::CallLog calls;
     oru::doubles::ScriptedGrabber grabber(camera, calls, oru::GMSL);
     bool written = false;
-    ControlDesk desk([&written] { written = true; });
-    desk.setGrabber(&grabber);
+    ControlHandler handler([&written] { written = true; });
+    handler.setGrabber(&grabber);
     calls.clear();
-    const ControlMessage reply = desk.answer(*request);
+    const ControlMessage reply = handler.answer(*request);
     const auto isWrite = [](const std::string& call) { return call.starts_with("set") || call.starts_with("reset"); };
     const bool heard = std::any_of(calls.all().begin(), calls.all().end(), isWrite);
     abortUnless(heard == written && (!written || request->operation == ControlOperation::WRITE));

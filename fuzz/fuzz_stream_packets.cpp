@@ -1,10 +1,10 @@
-// The road of every byte that a receiver gets: transport packets, records, pictures ready for the decoder.
+// The road of every byte that a receiver gets: transport packets, records, images ready for the decoder.
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 
-#include "backends/stream/receiver/reassembler.hpp"
+#include "backends/stream/receiver/Reassembler.hpp"
 
 using namespace oru::stream;
 
@@ -13,14 +13,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     ImuStore samples;
     FrameLedger ledger;
     std::atomic<bool> keyFrameWanted{false};
-    FrameIntake intake(queue, samples, ledger, keyFrameWanted, [](DescriptionRecord&&) {});
+    Reassembler reassembler(queue, samples, ledger, keyFrameWanted, [](DescriptionRecord&&) {});
     constexpr std::size_t kMessage = 7 * TsDemuxer::kPacketBytes;
     for (std::size_t at = 0; at < size; at += kMessage) {
-        intake.feed(data + at, size - at < kMessage ? size - at : kMessage);
+        reassembler.feed(data + at, size - at < kMessage ? size - at : kMessage);
     }
-    CodedPicture picture;
-    while (queue.pop(picture, 0)) {
-        if (picture.record.picture_bytes + picture.padding > picture.bytes.size()) {
+    CodedImage image;
+    while (queue.pop(image, 0)) {
+        if (image.record.image_bytes + image.padding > image.bytes.size()) {
             std::abort();
         }
     }

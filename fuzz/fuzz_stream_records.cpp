@@ -21,7 +21,7 @@ public:
         everything = everything && count == packets.size();
     }
     void onDescription(DescriptionRecord&& record) override {
-        if (record.camera.width > kMaxPictureSide || record.controls.size() > kMaxControls ||
+        if (record.camera.width > kMaxImageSide || record.controls.size() > kMaxControls ||
             record.calibration.size() > kMaxCalibrationBytes) {
             std::abort();
         }

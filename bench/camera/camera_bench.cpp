@@ -1,5 +1,5 @@
-// What the camera itself costs, with neighbours that only answer: grab() beside the copy of its frame, a sensor query,
-// a suppressed message, and open() to the first frame of a virtual camera.
+// What the camera itself costs, with collaborators that only answer: grab() beside the copy of its frame, a sensor
+// query, a suppressed message, and open() to the first frame of a virtual camera.
 
 #include <benchmark/benchmark.h>
 

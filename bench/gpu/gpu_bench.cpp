@@ -8,10 +8,10 @@
 #include <cstdlib>
 #include <vector>
 
-#include "backends/gpu/cuda/CudaGpuRuntime.hpp"
-#include "backends/rectifier/cuda/CudaRectifier.hpp"
+#include "backends/gpu/cuda/cuda_gpu_runtime.hpp"
+#include "backends/rectifier/cuda/cuda_rectifier.hpp"
+#include "backends/rectifier/device/ReducedImage.hpp"
 #include "backends/rectifier/device/device_work.hpp"
-#include "backends/rectifier/device/reduced_image.hpp"
 #include "backends/rectifier/device/view_job.hpp"
 #include "backends/rectifier/reference/camera_views.hpp"
 #include "doubles/quiet_factory.hpp"
@@ -132,12 +132,12 @@ private:
         const auto at = static_cast<std::size_t>(index);
         ViewJob mine = job;
         mine.view = static_cast<unsigned char*>(targets[at]);
-        mine.picture = pairPicture(frames[at], sourceSize, kChromaSiting);
+        mine.image = pairImage(frames[at], sourceSize, kChromaSiting);
         if (!full) {
-            if (work.reduce(reduced.jobOf(mine.picture), bench.stream) != 0) {
+            if (work.reduce(reduced.jobOf(mine.image), bench.stream) != 0) {
                 return 1;
             }
-            mine.picture = reduced.picture();
+            mine.image = reduced.image();
         }
         return gray ? work.drawGray(mine, rectified, bench.stream) : work.drawBgra(mine, rectified, bench.stream);
     }
@@ -145,7 +145,7 @@ private:
     Bench& bench;
     Size size;
     bool full;
-    ReducedPicture reduced;
+    ReducedImage reduced;
     Size sourceSize{};
     ViewJob job{};
     double sourceBytes = 0;

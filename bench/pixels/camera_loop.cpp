@@ -42,7 +42,7 @@ private:
     Overheard& overheard;
 };
 
-/// The real neighbours, with a rectifier that is listened to.
+/// The real collaborators, with a rectifier that is listened to.
 class OverheardFactory final : public CollaboratorFactory {
 public:
     explicit OverheardFactory(std::shared_ptr<CollaboratorFactory> neighbours) : real(std::move(neighbours)) {}

@@ -9,7 +9,7 @@
 
 namespace oru::bench {
 
-/// Draws a view of a packed picture of the size it was made for into rows without padding.
+/// Draws a view of a packed image of the size it was made for into rows without padding.
 using DrawView = std::function<void(const unsigned char* packed, unsigned char* out)>;
 
 struct Peer {

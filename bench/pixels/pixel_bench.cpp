@@ -1,5 +1,5 @@
 // Every view beside what a user would write with public libraries, on the same frames, in turns, and each pixel of it
-// against the exact picture. Prints a table; writes the rows as JSON. Exit 1 when a picture is wrong.
+// against the exact image. Prints a table; writes the rows as JSON. Exit 1 when an image is wrong.
 //
 // pixel_bench [--rounds N] [--sizes 1920x1200,3840x2160] [--json FILE] [--no-camera]
 
@@ -12,7 +12,7 @@
 #include <string>
 #include <tuple>
 
-#include "backends/rectifier/cpu/fast_renderer.hpp"
+#include "backends/rectifier/cpu/FastRenderer.hpp"
 #include "backends/rectifier/reference/reference_view.hpp"
 #include "bench/pixels/bandwidth.hpp"
 #include "bench/pixels/camera_loop.hpp"
@@ -137,14 +137,14 @@ Errors accuracyOf(const ViewKind& kind, Size source, const std::vector<unsigned 
         const rectifier::Reducer reducer(source, view);
         std::vector<unsigned char> reduced(reducer.bytes());
         std::vector<std::uint16_t> sums(reducer.scratchSize());
-        YuyvFrame picture = frame;
+        YuyvFrame image = frame;
         if (kind.half) {
             reducer.reduceRows(frame, reduced.data(), 0, view.height, sums.data());
-            picture = {reduced.data(), reducer.step(), view.width, view.height,
-                       reducer.chromaSiting(frame.chroma_siting)};
+            image = {reduced.data(), reducer.step(), view.width, view.height,
+                     reducer.chromaSiting(frame.chroma_siting)};
         }
         const rectifier::ViewMap map(geometry.lens, geometry.rectified, source, view, false);
-        const Errors errors = errorsOf(target, picture, kind.rectified ? &map : nullptr);
+        const Errors errors = errorsOf(target, image, kind.rectified ? &map : nullptr);
         worst.largest = std::max(worst.largest, errors.largest);
         worst.mean = std::max(worst.mean, errors.mean);
         if (!kind.rectified) {

@@ -8,7 +8,7 @@
 
 namespace oru::bench {
 
-/// A lens, with its focal length in widths of the picture.
+/// A lens, with its focal length in widths of the image.
 struct BenchLens {
     std::string name;
     double focal;
@@ -22,7 +22,7 @@ const std::vector<BenchLens>& allLenses();
 CameraParameters cameraOf(const BenchLens& lens, rectifier::Size size);
 rectifier::ViewGeometry geometryOf(const CameraParameters& camera);
 
-/// A packed picture such as a camera makes, whose colours all lie within RGB: shapes, fine texture, noise, and chroma
+/// A packed image such as a camera makes, whose colours all lie within RGB: shapes, fine texture, noise, and chroma
 /// that changes more slowly.
 std::vector<unsigned char> packedScene(rectifier::Size size, unsigned seed);
 

@@ -15,9 +15,9 @@
 
 namespace oru {
 
-/// Makes a camera's neighbours. A make operation may answer null when this build lacks the neighbour: the camera then
-/// answers NOT_SUPPORTED where it needs it. Grabber and rectifier are never null. The references live as long as the
-/// factory. Threads: any.
+/// Makes a camera's collaborators. A make operation may answer null when this build lacks the collaborator: the camera
+/// then answers NOT_SUPPORTED where it needs it. Grabber and rectifier are never null. The references live as long as
+/// the factory. Threads: any.
 class CollaboratorFactory {
 public:
     enum class RlxRole { reader, recorder };
@@ -39,7 +39,7 @@ public:
     static std::shared_ptr<CollaboratorFactory> processDefault();
     /// Returns what had been set before, null when nothing had; null goes back to the built-in one.
     static std::shared_ptr<CollaboratorFactory> setProcessDefault(std::shared_ptr<CollaboratorFactory> factory);
-    /// How compose offers the factory of the real neighbours; nothing below compose names it.
+    /// How compose offers the factory of the real collaborators; nothing below compose names it.
     static void registerBuiltIn(std::shared_ptr<CollaboratorFactory> (*make)());
 };
 

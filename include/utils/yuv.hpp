@@ -4,7 +4,7 @@
 
 namespace oru {
 
-/// Three 8-bit planes of one picture, borrowed for the length of a call. Steps are bytes from row to row.
+/// Three 8-bit planes of one image, borrowed for the length of a call. Steps are bytes from row to row.
 /// 4:2:2 has chroma planes of width / 2 by height; 4:2:0 of width / 2 by (height + 1) / 2.
 struct YuvPlanes {
     unsigned char* y;

@@ -3,14 +3,14 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "backends/calibration_fetch/CalibrationFetch.hpp"
-#include "backends/gpu/cuda/CudaGpuRuntime.hpp"
-#include "backends/gpu/host/HostGpuRuntime.hpp"
+#include "backends/calibration_fetch/calibration_fetch.hpp"
+#include "backends/gpu/cuda/cuda_gpu_runtime.hpp"
+#include "backends/gpu/host/host_gpu_runtime.hpp"
 #include "backends/rectifier/cpu/cpu_rectifier.hpp"
-#include "backends/rectifier/cuda/CudaRectifier.hpp"
-#include "backends/rlx/Rlx.hpp"
-#include "backends/stream/Stream.hpp"
-#include "backends/virtual_bus/VirtualBus.hpp"
+#include "backends/rectifier/cuda/cuda_rectifier.hpp"
+#include "backends/rlx/rlx_factory.hpp"
+#include "backends/stream/stream_factory.hpp"
+#include "backends/virtual_bus/virtual_bus_factory.hpp"
 #include "collaborators/CollaboratorFactory.hpp"
 #include "compose/library_settings.hpp"
 #include "logging/log.hpp"
@@ -33,7 +33,7 @@ std::unique_ptr<GpuRuntime> makeGpuRuntime(bool& hasDevice) {
     return hasDevice ? std::move(device) : makeHostGpuRuntime(absence);
 }
 
-/// The real neighbours of this build.
+/// The real collaborators of this build.
 class BuiltInFactory final : public CollaboratorFactory {
 public:
     std::unique_ptr<LiveCameraGrabber> makeGrabber(INPUT_TYPE type) override {

@@ -2,8 +2,8 @@
 
 namespace oru {
 
-/// Registers the factory of the real neighbours as the process's default; repeated calls change nothing.
-/// A facade calls it, so that also a global camera finds its neighbours. Threads: any.
+/// Registers the factory of the real collaborators as the process's default; repeated calls change nothing.
+/// A facade calls it, so that also a global camera finds its collaborators. Threads: any.
 void registerBuiltInFactory();
 
 }  // namespace oru

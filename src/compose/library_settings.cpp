@@ -2,7 +2,7 @@
 
 #include <curl/curl.h>
 
-#include "backends/stream/Stream.hpp"
+#include "backends/stream/stream_factory.hpp"
 
 extern "C" {
 #include <libavutil/log.h>

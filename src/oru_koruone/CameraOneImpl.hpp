@@ -19,10 +19,10 @@ namespace oru {
 
 /// The camera object behind CameraOne, whose header documents the public operations.
 /// Lock order, outermost first: grabMutex; then outputMutex, the grabber's critical section or the inspector's mutex;
-/// then imuMutex; then a neighbour's own lock. No neighbour calls back while it holds its lock.
+/// then imuMutex; then a collaborator's own lock. No collaborator calls back while it holds its lock.
 class CameraOneImpl final {
 public:
-    /// Takes the process default's neighbours; one must be registered.
+    /// Takes the process default's collaborators; one must be registered.
     CameraOneImpl();
     explicit CameraOneImpl(std::shared_ptr<CollaboratorFactory> factory);
     ~CameraOneImpl();

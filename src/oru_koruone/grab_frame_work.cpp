@@ -1,7 +1,7 @@
 #include "collaborators/kit_functions.hpp"
 #include "logging/log.hpp"
 #include "oru_koruone/CameraOneImpl.hpp"
-#include "oru_koruone/gpu_context.hpp"
+#include "oru_koruone/GpuContextScope.hpp"
 #include "oru_koruone/imu_frame.hpp"
 
 namespace oru {

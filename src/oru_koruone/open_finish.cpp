@@ -1,7 +1,7 @@
 #include "calibration/readers.hpp"
 #include "oru_koruone/CameraOneImpl.hpp"
+#include "oru_koruone/GpuContextScope.hpp"
 #include "oru_koruone/addresses.hpp"
-#include "oru_koruone/gpu_context.hpp"
 #include "oru_koruone/report.hpp"
 
 namespace oru {

@@ -1,6 +1,6 @@
 #include "oru_koru/CameraUtils.hpp"
 #include "oru_koruone/CameraOneImpl.hpp"
-#include "oru_koruone/gpu_context.hpp"
+#include "oru_koruone/GpuContextScope.hpp"
 
 namespace oru {
 namespace {

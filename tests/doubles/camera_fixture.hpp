@@ -11,9 +11,9 @@
 #include <utility>
 
 #include "calibration/readers.hpp"
-#include "doubles/log_capture.hpp"
-#include "doubles/scoped_environment.hpp"
-#include "doubles/scripted_factory.hpp"
+#include "doubles/LogCapture.hpp"
+#include "doubles/ScopedEnvironment.hpp"
+#include "doubles/ScriptedFactory.hpp"
 #include "oru_koruone/CameraOneImpl.hpp"
 
 namespace oru {
@@ -94,7 +94,7 @@ cy = 1080
 k1 = 0
 )";
 
-/// A camera among scripted neighbours, with a settings directory of its own that holds the cameras' calibrations.
+/// A camera among scripted collaborators, with a settings directory of its own that holds the cameras' calibrations.
 class CameraTest : public ::testing::Test {
 protected:
     CameraTest()

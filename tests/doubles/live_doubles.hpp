@@ -7,7 +7,7 @@
 #include <map>
 #include <vector>
 
-#include "doubles/call_log.hpp"
+#include "doubles/CallLog.hpp"
 #include "oru_input/grabber/LiveCameraGrabber.hpp"
 
 namespace oru::doubles {

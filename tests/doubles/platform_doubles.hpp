@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "collaborators/CollaboratorFactory.hpp"
-#include "doubles/call_log.hpp"
-#include "doubles/host_memory_gpu.hpp"
+#include "doubles/CallLog.hpp"
+#include "doubles/HostMemoryGpu.hpp"
 
 namespace oru::doubles {
 

@@ -3,11 +3,11 @@
 #include <vector>
 
 #include "collaborators/CollaboratorFactory.hpp"
-#include "doubles/host_memory_gpu.hpp"
+#include "doubles/HostMemoryGpu.hpp"
 
 namespace oru::doubles {
 
-// Neighbours that only answer, without scripts and logs: for counting allocations and for timing the camera itself.
+// Collaborators that only answer, without scripts and logs: for counting allocations and for timing the camera itself.
 
 class QuietMcu final : public KORUmcu {
 public:
@@ -35,14 +35,14 @@ public:
     [[nodiscard]] INPUT_TYPE inputType() const override { return GMSL; }
     void setMonoCapture(bool) override {}
     SETUP_STATE setUp(int&, int width, int height, int fps, int, bool, IMU_FREQ, bool, bool) override {
-        pictureWidth = width;
-        pictureHeight = height;
+        imageWidth = width;
+        imageHeight = height;
         rate = fps;
         pixels.assign(static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 2, 0x80);
         return SETUP_OK;
     }
-    int getEffectiveWidth() override { return pictureWidth; }
-    int getEffectiveHeight() override { return pictureHeight; }
+    int getEffectiveWidth() override { return imageWidth; }
+    int getEffectiveHeight() override { return imageHeight; }
     MODEL getCameraModel() override { return MODEL_MONO_3UM; }
     int getSerialNumber() override { return 30010001; }
     int getFWVersion() override { return 1; }
@@ -75,8 +75,8 @@ private:
     std::vector<unsigned char> pixels;
     IMUPacket packet = QuietMcu::sample(1);
     Timestamp time = 1'000'000'000;
-    int pictureWidth = 0;
-    int pictureHeight = 0;
+    int imageWidth = 0;
+    int imageHeight = 0;
     int rate = 0;
 };
 

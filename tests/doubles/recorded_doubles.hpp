@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "collaborators/PlaybackRecorder.hpp"
-#include "doubles/call_log.hpp"
+#include "doubles/CallLog.hpp"
 
 namespace oru::doubles {
 

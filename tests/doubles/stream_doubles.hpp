@@ -8,7 +8,7 @@
 
 #include "collaborators/UDPInput.hpp"
 #include "collaborators/UDPOutput.hpp"
-#include "doubles/call_log.hpp"
+#include "doubles/CallLog.hpp"
 #include "doubles/recorded_doubles.hpp"
 
 namespace oru::doubles {

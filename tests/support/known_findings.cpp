@@ -1,2 +1,2 @@
 // For programs that are no tests, the examples above all, in builds with a sanitizer.
-#include "support/TransportSuppressions.hpp"
+#include "support/transport_suppressions.hpp"

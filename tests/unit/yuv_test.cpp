@@ -21,10 +21,10 @@ struct Shape {
     std::size_t padding;
 };
 
-/// A picture in both layouts, every buffer with padding after each row.
-struct Picture {
-    explicit Picture(Shape picture)
-        : shape(picture),
+/// An image in both layouts, every buffer with padding after each row.
+struct Image {
+    explicit Image(Shape image)
+        : shape(image),
           packedStep(2 * shape.width + shape.padding),
           lumaStep(shape.width + shape.padding),
           chromaStep(shape.width / 2 + shape.padding),
@@ -82,16 +82,16 @@ std::string named(Shape shape) {
 }
 
 /// The sample of pair `pair` of a packed row: 0 first luma, 1 U, 2 second luma, 3 V.
-unsigned char packedSample(const Picture& picture, std::size_t row, std::size_t pair, std::size_t component) {
-    return picture.packed[row * picture.packedStep + 4 * pair + component];
+unsigned char packedSample(const Image& image, std::size_t row, std::size_t pair, std::size_t component) {
+    return image.packed[row * image.packedStep + 4 * pair + component];
 }
 
 TEST_P(Yuv, SplitsIntoPlanarAndJoinsBackWithoutLossIn422) {
     for (const Shape& shape : kShapes) {
-        Picture original(shape);
+        Image original(shape);
         original.fillPacked(1);
         yuyvToI422(original.packed.data(), original.packedStep, original.planes(), shape.width, shape.height);
-        Picture back(shape);
+        Image back(shape);
         i422ToYuyv(original.constPlanes(), back.packed.data(), back.packedStep, shape.width, shape.height);
         EXPECT_EQ(back.packed, original.packed) << named(shape);
         EXPECT_EQ(original.y[0], original.packed[0]);
@@ -103,22 +103,22 @@ TEST_P(Yuv, SplitsIntoPlanarAndJoinsBackWithoutLossIn422) {
 
 TEST_P(Yuv, AveragesChromaOfRowPairsAndKeepsLumaIn420) {
     for (const Shape& shape : kShapes) {
-        Picture picture(shape);
-        picture.fillPacked(2);
-        yuyvToI420(picture.packed.data(), picture.packedStep, picture.planes(), shape.width, shape.height);
+        Image image(shape);
+        image.fillPacked(2);
+        yuyvToI420(image.packed.data(), image.packedStep, image.planes(), shape.width, shape.height);
         for (std::size_t row = 0; row < shape.height; ++row) {
             const std::size_t upper = row / 2 * 2;
             const std::size_t lower = std::min(upper + 1, shape.height - 1);
             for (std::size_t pair = 0; pair < shape.width / 2; ++pair) {
-                const unsigned char* luma = &picture.y[row * picture.lumaStep + 2 * pair];
-                ASSERT_EQ(luma[0], packedSample(picture, row, pair, 0)) << named(shape);
-                ASSERT_EQ(luma[1], packedSample(picture, row, pair, 2)) << named(shape);
-                const std::size_t at = row / 2 * picture.chromaStep + pair;
+                const unsigned char* luma = &image.y[row * image.lumaStep + 2 * pair];
+                ASSERT_EQ(luma[0], packedSample(image, row, pair, 0)) << named(shape);
+                ASSERT_EQ(luma[1], packedSample(image, row, pair, 2)) << named(shape);
+                const std::size_t at = row / 2 * image.chromaStep + pair;
                 const auto mean = [&](std::size_t c) {
-                    return (packedSample(picture, upper, pair, c) + packedSample(picture, lower, pair, c) + 1) / 2;
+                    return (packedSample(image, upper, pair, c) + packedSample(image, lower, pair, c) + 1) / 2;
                 };
-                ASSERT_EQ(picture.u[at], mean(1)) << named(shape);
-                ASSERT_EQ(picture.v[at], mean(3)) << named(shape);
+                ASSERT_EQ(image.u[at], mean(1)) << named(shape);
+                ASSERT_EQ(image.v[at], mean(3)) << named(shape);
             }
         }
     }
@@ -126,17 +126,17 @@ TEST_P(Yuv, AveragesChromaOfRowPairsAndKeepsLumaIn420) {
 
 TEST_P(Yuv, GivesBothRowsOfAPairTheirSharedChromaFrom420) {
     for (const Shape& shape : kShapes) {
-        Picture picture(shape);
-        picture.fillPacked(3);
-        yuyvToI420(picture.packed.data(), picture.packedStep, picture.planes(), shape.width, shape.height);
-        Picture back(shape);
-        i420ToYuyv(picture.constPlanes(), back.packed.data(), back.packedStep, shape.width, shape.height);
+        Image image(shape);
+        image.fillPacked(3);
+        yuyvToI420(image.packed.data(), image.packedStep, image.planes(), shape.width, shape.height);
+        Image back(shape);
+        i420ToYuyv(image.constPlanes(), back.packed.data(), back.packedStep, shape.width, shape.height);
         for (std::size_t row = 0; row < shape.height; ++row) {
             for (std::size_t pair = 0; pair < shape.width / 2; ++pair) {
-                const std::size_t at = row / 2 * picture.chromaStep + pair;
-                ASSERT_EQ(packedSample(back, row, pair, 0), packedSample(picture, row, pair, 0)) << named(shape);
-                ASSERT_EQ(packedSample(back, row, pair, 1), picture.u[at]) << named(shape);
-                ASSERT_EQ(packedSample(back, row, pair, 3), picture.v[at]) << named(shape);
+                const std::size_t at = row / 2 * image.chromaStep + pair;
+                ASSERT_EQ(packedSample(back, row, pair, 0), packedSample(image, row, pair, 0)) << named(shape);
+                ASSERT_EQ(packedSample(back, row, pair, 1), image.u[at]) << named(shape);
+                ASSERT_EQ(packedSample(back, row, pair, 3), image.v[at]) << named(shape);
             }
         }
     }
@@ -144,11 +144,11 @@ TEST_P(Yuv, GivesBothRowsOfAPairTheirSharedChromaFrom420) {
 
 TEST_P(Yuv, LeavesPaddingAndUnusedChromaRowsUntouched) {
     for (const Shape& shape : kShapes) {
-        Picture picture(shape);
-        picture.fillPacked(4);
-        yuyvToI420(picture.packed.data(), picture.packedStep, picture.planes(), shape.width, shape.height);
-        Picture back(shape);
-        i420ToYuyv(picture.constPlanes(), back.packed.data(), back.packedStep, shape.width, shape.height);
+        Image image(shape);
+        image.fillPacked(4);
+        yuyvToI420(image.packed.data(), image.packedStep, image.planes(), shape.width, shape.height);
+        Image back(shape);
+        i420ToYuyv(image.constPlanes(), back.packed.data(), back.packedStep, shape.width, shape.height);
         const auto expectUntouched = [&](const Bytes& bytes, std::size_t step, std::size_t used, std::size_t rows) {
             for (std::size_t i = 0; i < bytes.size(); ++i) {
                 if (i / step >= rows || i % step >= used) {
@@ -156,9 +156,9 @@ TEST_P(Yuv, LeavesPaddingAndUnusedChromaRowsUntouched) {
                 }
             }
         };
-        expectUntouched(picture.y, picture.lumaStep, shape.width, shape.height);
-        expectUntouched(picture.u, picture.chromaStep, shape.width / 2, (shape.height + 1) / 2);
-        expectUntouched(picture.v, picture.chromaStep, shape.width / 2, (shape.height + 1) / 2);
+        expectUntouched(image.y, image.lumaStep, shape.width, shape.height);
+        expectUntouched(image.u, image.chromaStep, shape.width / 2, (shape.height + 1) / 2);
+        expectUntouched(image.v, image.chromaStep, shape.width / 2, (shape.height + 1) / 2);
         expectUntouched(back.packed, back.packedStep, 2 * shape.width, shape.height);
     }
 }

@@ -4,7 +4,7 @@
 
 #include "backends/rlx/file/repair.hpp"
 #include "koruone/commands/commands.hpp"
-#include "shared/progress.hpp"
+#include "shared/Progress.hpp"
 #include "shared/report.hpp"
 
 namespace koruone {
@@ -34,7 +34,7 @@ ExitStatus runRepair(const RepairOptions& options) {
         return true;
     };
     const oru::rlx::RepairReport report =
-        oru::rlx::repairRecording(options.file, options.output, oru::rlx::PictureCheck::ALL, show);
+        oru::rlx::repairRecording(options.file, options.output, oru::rlx::ImageCheck::ALL, show);
     progress.clear();
     if (report.code != 0) {
         return failRepair(options, report);

@@ -4,8 +4,8 @@
 
 #include "backends/rlx/file/repair.hpp"
 #include "koruone/commands/commands.hpp"
+#include "shared/Progress.hpp"
 #include "shared/interrupt.hpp"
-#include "shared/progress.hpp"
 #include "shared/report.hpp"
 
 namespace koruone {

@@ -12,8 +12,8 @@
 namespace koruone {
 namespace {
 
-// Differences to the left neighbour and the fastest search: half the time of zlib's fastest at no more bytes, which
-// lets one thread follow 30 pictures of 1920x1200 a second.
+// Differences to the left collaborator and the fastest search: half the time of zlib's fastest at no more bytes, which
+// lets one thread follow 30 images of 1920x1200 a second.
 constexpr int kCompressionLevel = 1;
 constexpr std::size_t kSourcePixel = 4;
 
@@ -40,19 +40,19 @@ struct Container {
 };
 
 // libpng reports an error by a jump to here; nothing with a destructor may live in this function.
-bool writeChunks(png_structp png, png_infop info, std::FILE* file, const PictureView& picture,
-                 const unsigned char* image, std::size_t size) {
+bool writeChunks(png_structp png, png_infop info, std::FILE* file, const ImageView& image, const unsigned char* data,
+                 std::size_t size) {
     if (setjmp(png_jmpbuf(png)) != 0) {
         return false;
     }
     png_init_io(png, file);
-    png_set_IHDR(png, info, static_cast<png_uint_32>(picture.width), static_cast<png_uint_32>(picture.height), 8,
-                 picture.gray ? PNG_COLOR_TYPE_GRAY : PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE,
+    png_set_IHDR(png, info, static_cast<png_uint_32>(image.width), static_cast<png_uint_32>(image.height), 8,
+                 image.gray ? PNG_COLOR_TYPE_GRAY : PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE,
                  PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
     png_write_info(png, info);
     constexpr png_byte kImageData[] = "IDAT";
     constexpr png_byte kImageEnd[] = "IEND";
-    png_write_chunk(png, kImageData, image, size);
+    png_write_chunk(png, kImageData, data, size);
     png_write_chunk(png, kImageEnd, nullptr, 0);
     return true;
 }
@@ -90,10 +90,10 @@ struct PngEncoder::Compressor {
 PngEncoder::PngEncoder() : compressor(std::make_unique<Compressor>()) {}
 PngEncoder::~PngEncoder() = default;
 
-bool PngEncoder::write(const std::filesystem::path& path, const PictureView& picture, std::string& error) {
+bool PngEncoder::write(const std::filesystem::path& path, const ImageView& image, std::string& error) {
     errno = 0;
-    filterRows(picture);
-    if (compress() && writeFile(path, picture)) {
+    filterRows(image);
+    if (compress() && writeFile(path, image)) {
         return true;
     }
     const int reason = errno;
@@ -106,17 +106,17 @@ bool PngEncoder::write(const std::filesystem::path& path, const PictureView& pic
     return false;
 }
 
-void PngEncoder::filterRows(const PictureView& picture) {
-    const std::size_t row = 1 + picture.width * (picture.gray ? 1 : 3);
-    filtered.resize(row * picture.height);
-    for (std::size_t y = 0; y < picture.height; ++y) {
+void PngEncoder::filterRows(const ImageView& image) {
+    const std::size_t row = 1 + image.width * (image.gray ? 1 : 3);
+    filtered.resize(row * image.height);
+    for (std::size_t y = 0; y < image.height; ++y) {
         unsigned char* to = filtered.data() + y * row;
-        const unsigned char* from = picture.pixels + y * picture.step;
+        const unsigned char* from = image.pixels + y * image.step;
         *to = PNG_FILTER_VALUE_SUB;
-        if (picture.gray) {
-            filterGray(from, picture.width, to + 1);
+        if (image.gray) {
+            filterGray(from, image.width, to + 1);
         } else {
-            filterColour(from, picture.width, to + 1);
+            filterColour(from, image.width, to + 1);
         }
     }
 }
@@ -131,13 +131,13 @@ bool PngEncoder::compress() {
     return compressedSize > 0;
 }
 
-bool PngEncoder::writeFile(const std::filesystem::path& path, const PictureView& picture) const {
+bool PngEncoder::writeFile(const std::filesystem::path& path, const ImageView& image) const {
     File file(std::fopen(path.c_str(), "wb"));
     if (file == nullptr) {
         return false;
     }
     Container container;
-    const bool written = container.info != nullptr && writeChunks(container.png, container.info, file.get(), picture,
+    const bool written = container.info != nullptr && writeChunks(container.png, container.info, file.get(), image,
                                                                   compressed.data(), compressedSize);
     const int reason = errno;
     const bool closed = std::fclose(file.release()) == 0;

@@ -9,7 +9,7 @@
 namespace koruone {
 
 /// Rows of pixels in host memory: one byte of gray, or four bytes blue, green, red, unused.
-struct PictureView {
+struct ImageView {
     const unsigned char* pixels = nullptr;
     std::size_t width = 0;
     std::size_t height = 0;
@@ -17,7 +17,7 @@ struct PictureView {
     bool gray = false;
 };
 
-/// Writes PNG files (gray or RGB, 8 bits), coded for speed. Keeps its buffers from picture to picture.
+/// Writes PNG files (gray or RGB, 8 bits), coded for speed. Keeps its buffers from image to image.
 /// Threads: one at a time.
 class PngEncoder {
 public:
@@ -27,18 +27,18 @@ public:
     PngEncoder& operator=(const PngEncoder&) = delete;
 
     /// On failure nothing is left and `error` says why.
-    bool write(const std::filesystem::path& path, const PictureView& picture, std::string& error);
+    bool write(const std::filesystem::path& path, const ImageView& image, std::string& error);
 
 private:
     struct Compressor;
 
-    void filterRows(const PictureView& picture);
+    void filterRows(const ImageView& image);
     bool compress();
-    bool writeFile(const std::filesystem::path& path, const PictureView& picture) const;
+    bool writeFile(const std::filesystem::path& path, const ImageView& image) const;
 
     std::unique_ptr<Compressor> compressor;
     std::vector<unsigned char> filtered;    ///< for each row the filter's number and the differences
-    std::vector<unsigned char> compressed;  ///< grows to the largest picture
+    std::vector<unsigned char> compressed;  ///< grows to the largest image
     std::size_t compressedSize = 0;
 };
 

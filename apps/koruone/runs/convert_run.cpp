@@ -6,8 +6,8 @@
 #include <utility>
 
 #include "collaborators/CollaboratorFactory.hpp"
-#include "koruone/output/euroc_writer.hpp"
-#include "koruone/output/video_file.hpp"
+#include "koruone/output/EurocWriter.hpp"
+#include "koruone/output/VideoFile.hpp"
 #include "koruone/runs/record_run.hpp"
 #include "shared/interrupt.hpp"
 #include "shared/report.hpp"

@@ -7,8 +7,8 @@
 
 #include "backends/rlx/file/open_recording.hpp"
 #include "collaborators/RLXVideo.hpp"
+#include "shared/Progress.hpp"
 #include "shared/exit_status.hpp"
-#include "shared/progress.hpp"
 
 namespace koruone {
 

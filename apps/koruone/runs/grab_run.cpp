@@ -21,15 +21,15 @@ double toSeconds(std::chrono::nanoseconds duration) {
     return std::chrono::duration<double>(duration).count();
 }
 
-/// Brings the picture's device memory to its host memory, both of which it holds.
-bool downloadPicture(const oru::Mat& picture) {
+/// Brings the image's device memory to its host memory, both of which it holds.
+bool downloadImage(const oru::Mat& image) {
     const auto platform = oru::CollaboratorFactory::processDefault();
-    auto* host = picture.getPtr<unsigned char>(oru::CPU);
-    const auto* device = picture.getPtr<unsigned char>(oru::GPU);
+    auto* host = image.getPtr<unsigned char>(oru::CPU);
+    const auto* device = image.getPtr<unsigned char>(oru::GPU);
     if (platform == nullptr || host == nullptr || device == nullptr) {
         return false;
     }
-    const std::size_t bytes = picture.getStepBytes(oru::CPU) * picture.getHeight();
+    const std::size_t bytes = image.getStepBytes(oru::CPU) * image.getHeight();
     return platform->gpu().copyDeviceToHost(host, device, bytes) == 0;
 }
 
@@ -78,7 +78,7 @@ bool GrabRun::prepareOutput() {
         header += fmt::format(",{}", counter.first);
     }
     table.write(header + "\n");
-    writer = std::make_unique<PictureWriter>(options.directory);
+    writer = std::make_unique<ImageWriter>(options.directory);
     return true;
 }
 
@@ -131,9 +131,9 @@ bool GrabRun::retrieveFrame(uint64_t frame) {
     return writer == nullptr ? retrieveInto(scratch) : writeFrame(frame);
 }
 
-bool GrabRun::retrieveInto(oru::Mat& picture) {
+bool GrabRun::retrieveInto(oru::Mat& image) {
     const Time start = Clock::now();
-    const oru::ERROR_CODE code = camera.retrieveImage(picture, options.view, options.memory, options.size);
+    const oru::ERROR_CODE code = camera.retrieveImage(image, options.view, options.memory, options.size);
     retrieveTimes.record(Clock::now() - start);
     if (code != oru::SUCCESS) {
         progress.clear();
@@ -144,30 +144,29 @@ bool GrabRun::retrieveInto(oru::Mat& picture) {
 }
 
 bool GrabRun::writeFrame(uint64_t frame) {
-    oru::Mat* picture = acquirePicture();
-    if (picture == nullptr) {
+    oru::Mat* image = acquireImage();
+    if (image == nullptr) {
         fail();
         return false;
     }
-    bool ready = retrieveInto(*picture);
+    bool ready = retrieveInto(*image);
     if (ready && options.memory == oru::GPU) {
-        const oru::Resolution size{picture->getWidth(), picture->getHeight()};
-        ready =
-            picture->alloc(size, picture->getDataType(), oru::CPU_AND_GPU) == oru::SUCCESS && downloadPicture(*picture);
+        const oru::Resolution size{image->getWidth(), image->getHeight()};
+        ready = image->alloc(size, image->getDataType(), oru::CPU_AND_GPU) == oru::SUCCESS && downloadImage(*image);
         if (!ready) {
             complain("cannot copy a picture from the GPU; use --memory cpu.");
             fail();
         }
     }
     if (ready) {
-        writer->submit(picture, frame);
+        writer->submit(image, frame);
     } else {
-        writer->release(picture);
+        writer->release(image);
     }
     return ready && !table.failed();
 }
 
-oru::Mat* GrabRun::acquirePicture() {
+oru::Mat* GrabRun::acquireImage() {
     if (writer->hasRoom()) {
         return writer->acquire();
     }
@@ -176,9 +175,9 @@ oru::Mat* GrabRun::acquirePicture() {
         complain("the pictures are written more slowly than they come: waiting for the disk each time.");
     }
     const Time start = Clock::now();
-    oru::Mat* picture = writer->acquire();
+    oru::Mat* image = writer->acquire();
     waited += Clock::now() - start;
-    return picture;
+    return image;
 }
 
 void GrabRun::writeRow(uint64_t frame) {
@@ -197,11 +196,11 @@ void GrabRun::finishOutput() {
         return;
     }
     progress.show("finishing the pictures");
-    const bool picturesKept = writer->finish();
+    const bool imagesKept = writer->finish();
     const bool tableKept = table.close();
     progress.clear();
-    if (!picturesKept || !tableKept) {
-        complain("{}; make room or choose another --out.", picturesKept ? table.error() : writer->error());
+    if (!imagesKept || !tableKept) {
+        complain("{}; make room or choose another --out.", imagesKept ? table.error() : writer->error());
         fail();
     }
     if (waits > 0) {

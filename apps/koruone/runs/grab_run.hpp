@@ -5,13 +5,13 @@
 #include <memory>
 #include <string>
 
+#include "koruone/output/ImageWriter.hpp"
+#include "koruone/output/TimingHistogram.hpp"
 #include "koruone/output/output_file.hpp"
-#include "koruone/output/picture_writer.hpp"
-#include "koruone/output/timing_histogram.hpp"
 #include "oru/CameraOne.hpp"
+#include "shared/Progress.hpp"
 #include "shared/exit_status.hpp"
 #include "shared/input_options.hpp"
-#include "shared/progress.hpp"
 
 namespace koruone {
 
@@ -27,7 +27,7 @@ struct GrabOptions {
     bool json = false;
 };
 
-/// One `koruone grab`: takes frames, retrieves every n-th, writes pictures and prints what it measured.
+/// One `koruone grab`: takes frames, retrieves every n-th, writes images and prints what it measured.
 class GrabRun {
 public:
     explicit GrabRun(GrabOptions given);
@@ -42,9 +42,9 @@ private:
     void takeFrames();
     bool takeFrame(uint64_t frame);
     bool retrieveFrame(uint64_t frame);
-    bool retrieveInto(oru::Mat& picture);
+    bool retrieveInto(oru::Mat& image);
     bool writeFrame(uint64_t frame);
-    oru::Mat* acquirePicture();
+    oru::Mat* acquireImage();
     void writeRow(uint64_t frame);
     void finishOutput();
     void fail() { status = EXIT_FAILED; }
@@ -59,7 +59,7 @@ private:
     oru::CameraOne camera;
     oru::Mat scratch;
     OutputFile table;
-    std::unique_ptr<PictureWriter> writer;
+    std::unique_ptr<ImageWriter> writer;
     Progress progress{"grab"};
 
     TimingHistogram grabTimes;

@@ -8,12 +8,12 @@
 
 #include "koruone/output/output_file.hpp"
 #include "koruone/output/time_plot.hpp"
+#include "koruone/runs/PacketClock.hpp"
 #include "koruone/runs/imu_record.hpp"
-#include "koruone/runs/packet_clock.hpp"
 #include "oru/CameraOne.hpp"
+#include "shared/Progress.hpp"
 #include "shared/exit_status.hpp"
 #include "shared/input_options.hpp"
-#include "shared/progress.hpp"
 
 namespace koruone {
 

@@ -6,10 +6,10 @@
 #include <string>
 
 #include "oru/CameraOne.hpp"
+#include "shared/Progress.hpp"
 #include "shared/exit_status.hpp"
 #include "shared/input_options.hpp"
 #include "shared/option_helpers.hpp"
-#include "shared/progress.hpp"
 
 namespace koruone {
 

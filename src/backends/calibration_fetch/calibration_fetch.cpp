@@ -3,8 +3,8 @@
 #include <string>
 #include <utility>
 
-#include "backends/calibration_fetch/CalibrationFetch.hpp"
 #include "backends/calibration_fetch/calibration_check.hpp"
+#include "backends/calibration_fetch/calibration_fetch.hpp"
 #include "backends/calibration_fetch/download.hpp"
 #include "backends/calibration_fetch/place_file.hpp"
 #include "calibration/readers.hpp"

@@ -5,9 +5,9 @@
 #include <string_view>
 #include <utility>
 
-#include "backends/stream/Stream.hpp"
-#include "backends/stream/receiver/stream_receiver.hpp"
-#include "backends/stream/sender/stream_sender.hpp"
+#include "backends/stream/receiver/StreamReceiver.hpp"
+#include "backends/stream/sender/StreamSender.hpp"
+#include "backends/stream/stream_factory.hpp"
 #include "logging/log.hpp"
 #include "logging/messages.hpp"
 

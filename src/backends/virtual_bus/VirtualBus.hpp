@@ -1,30 +1,51 @@
 #pragma once
 
-#include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
-#include "collaborators/CalibrationSource.hpp"
-#include "collaborators/DeviceDirectory.hpp"
-#include "oru_input/grabber/LiveCameraGrabber.hpp"
-#include "utils/Clock.hpp"
+#include "backends/virtual_bus/CameraLock.hpp"
+#include "backends/virtual_bus/config/camera_config.hpp"
+#include "backends/virtual_bus/inertial/VirtualMcu.hpp"
+#include "backends/virtual_bus/virtual_bus_factory.hpp"
+#include "utils/Mutex.hpp"
 
 namespace oru::virtual_bus {
 
-/// The cameras that are attached, shared by every grabber and the directory. Opaque; threads: any.
-class VirtualBus;
+class VirtualBus {
+public:
+    VirtualBus(Clock& clock, CalibrationSource* calibration, std::optional<std::string> setting)
+        : systemClock(clock), calibrationSource(calibration), givenSetting(std::move(setting)) {}
 
-/// The clock and the calibration source (which may be null) outlive the bus. Each camera that is listed or opened has
-/// its factory calibration offered to that source.
-/// @param setting what KORU_VIRTUAL_BUS would say; without one the environment is asked whenever the bus is used:
-///        empty or unset: the default cameras; "off": none; otherwise the configuration file to read.
-[[nodiscard]] std::shared_ptr<VirtualBus> makeVirtualBus(Clock& clock, CalibrationSource* calibration,
-                                                         std::optional<std::string> setting = std::nullopt);
+    [[nodiscard]] Clock& clock() const { return systemClock; }
 
-/// A grabber for any one camera of the bus. It keeps the bus alive.
-[[nodiscard]] std::unique_ptr<LiveCameraGrabber> makeVirtualGrabber(std::shared_ptr<VirtualBus> bus, INPUT_TYPE type);
+    /// Every camera, in configured order.
+    [[nodiscard]] std::vector<DeviceProperties> list();
 
-/// Lists the cameras of the bus and resets their micro-controllers. It keeps the bus alive.
-[[nodiscard]] std::unique_ptr<DeviceDirectory> makeVirtualDirectory(std::shared_ptr<VirtualBus> bus);
+    /// Takes a camera for its user: the one with that id, or the lowest free one for -1.
+    [[nodiscard]] SETUP_STATE claim(int id, CameraConfig& camera, CameraLock& lock);
+    /// Where faults may be changed while cameras run; empty when nothing is configured.
+    [[nodiscard]] std::string controlFile();
+
+    /// The micro-controllers of this process, for a reset.
+    void addMcu(VirtualMcu* mcu);
+    void removeMcu(VirtualMcu* mcu);
+    [[nodiscard]] ERROR_CODE resetMcu(int index);
+
+private:
+    [[nodiscard]] BusConfig config();
+    void reload(const std::string& path) ORU_REQUIRES(mutex);
+    void offerCalibration(const CameraConfig& camera);
+
+    Clock& systemClock;
+    CalibrationSource* calibrationSource;
+    std::optional<std::string> givenSetting;
+    Mutex mutex;
+    std::vector<VirtualMcu*> mcus ORU_GUARDED_BY(mutex);
+    // The configuration file as it was last read.
+    std::string file ORU_GUARDED_BY(mutex);
+    std::string fileText ORU_GUARDED_BY(mutex);
+    BusConfig fileConfig ORU_GUARDED_BY(mutex);
+};
 
 }  // namespace oru::virtual_bus

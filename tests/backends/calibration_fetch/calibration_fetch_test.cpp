@@ -4,14 +4,14 @@
 
 #include <thread>
 
-#include "backends/calibration_fetch/CalibrationFetch.hpp"
 #include "backends/calibration_fetch/HttpServer.hpp"
 #include "backends/calibration_fetch/calibration_check.hpp"
+#include "backends/calibration_fetch/calibration_fetch.hpp"
 #include "backends/calibration_fetch/calibration_texts.hpp"
-#include "doubles/log_capture.hpp"
-#include "doubles/scoped_environment.hpp"
-#include "doubles/settings_root.hpp"
-#include "doubles/temporary_directory.hpp"
+#include "doubles/LogCapture.hpp"
+#include "doubles/ScopedEnvironment.hpp"
+#include "doubles/SettingsRoot.hpp"
+#include "doubles/TemporaryDirectory.hpp"
 
 namespace oru {
 namespace {

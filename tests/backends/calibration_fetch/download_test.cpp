@@ -5,7 +5,7 @@
 
 #include "backends/calibration_fetch/HttpServer.hpp"
 #include "backends/calibration_fetch/calibration_texts.hpp"
-#include "doubles/temporary_directory.hpp"
+#include "doubles/TemporaryDirectory.hpp"
 
 namespace oru {
 namespace {

@@ -5,7 +5,7 @@
 #include <thread>
 #include <vector>
 
-#include "backends/gpu/cuda/CudaGpuRuntime.hpp"
+#include "backends/gpu/cuda/cuda_gpu_runtime.hpp"
 
 namespace oru {
 namespace {

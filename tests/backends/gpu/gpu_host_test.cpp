@@ -6,7 +6,7 @@
 #include <thread>
 #include <vector>
 
-#include "backends/gpu/host/HostGpuRuntime.hpp"
+#include "backends/gpu/host/host_gpu_runtime.hpp"
 
 namespace oru {
 namespace {

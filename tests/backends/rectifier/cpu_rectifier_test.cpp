@@ -1,6 +1,6 @@
 #include "backends/rectifier/cpu/cpu_rectifier.hpp"
 
-#include "backends/gpu/host/HostGpuRuntime.hpp"
+#include "backends/gpu/host/host_gpu_runtime.hpp"
 #include "backends/rectifier/rectifier_contract.hpp"
 
 namespace oru {

@@ -1,9 +1,9 @@
 #include "backends/rectifier/device/device_rectifier.hpp"
 
-#include "backends/gpu/cuda/CudaGpuRuntime.hpp"
-#include "backends/gpu/host/HostGpuRuntime.hpp"
-#include "backends/rectifier/cuda/CudaRectifier.hpp"
-#include "backends/rectifier/host_device_work.hpp"
+#include "backends/gpu/cuda/cuda_gpu_runtime.hpp"
+#include "backends/gpu/host/host_gpu_runtime.hpp"
+#include "backends/rectifier/HostDeviceWork.hpp"
+#include "backends/rectifier/cuda/cuda_rectifier.hpp"
 #include "backends/rectifier/random_views.hpp"
 #include "backends/rectifier/rectifier_contract.hpp"
 
@@ -20,38 +20,38 @@ INSTANTIATE_TEST_SUITE_P(Device, RectifierContract, testing::Values(kPixelCodeOn
 class DeviceRectifier : public RectifierContract {
 protected:
     /// The frame without the padding of its rows.
-    static Mat packed(const TestPicture& picture) {
+    static Mat packed(const TestImage& image) {
         Mat mat;
-        const Resolution size{static_cast<uint64_t>(picture.size.width), static_cast<uint64_t>(picture.size.height)};
+        const Resolution size{static_cast<uint64_t>(image.size.width), static_cast<uint64_t>(image.size.height)};
         EXPECT_EQ(mat.alloc(size, U8_C2, CPU), SUCCESS);
         auto* out = mat.getPtr<unsigned char>(CPU);
-        for (int row = 0; row < picture.size.height; ++row, out += picture.size.width * 2) {
-            std::copy_n(picture.frame().row(row), picture.size.width * 2, out);
+        for (int row = 0; row < image.size.height; ++row, out += image.size.width * 2) {
+            std::copy_n(image.frame().row(row), image.size.width * 2, out);
         }
         return mat;
     }
 
     /// Draws all four views and compares them with the plain definition, borders included.
-    void expectPlainViews(const CameraParameters& lens, bool flipped, Size size, const TestPicture& picture,
-                          int tolerance, const std::string& what) {
+    void expectPlainViews(const CameraParameters& lens, bool flipped, Size size, const TestImage& image, int tolerance,
+                          const std::string& what) {
         CameraParameters raw = lens;
         (void)rectifier->setup(raw, stream, flipped);
-        Mat image = packed(picture);
-        rectifier->process(image, stream);
+        Mat source = packed(image);
+        rectifier->process(source, stream);
         ViewGeometry geometry = geometryOf(lens, flipped);
-        PlainRenderer plain(rounded(geometry), size);
+        ReferenceRenderer plain(rounded(geometry), size);
         for (const bool rectified : {true, false}) {
             for (const bool gray : {true, false}) {
                 TestView expected(size, gray);
                 TestView drawn(size, gray);
-                plain.draw(picture.frame(), rectified, expected.target());
+                plain.draw(image.frame(), rectified, expected.target());
                 Mat delivered;
                 const auto kind = static_cast<VIEW>((rectified ? 0 : 4) | (gray ? 2 : 0));
                 const Resolution resolution{static_cast<uint64_t>(size.width), static_cast<uint64_t>(size.height)};
                 ASSERT_EQ(getView(kind, resolution, delivered, CPU), VIEW_DRAWN) << what;
                 drawn.bytes = bytesOf(delivered, CPU);
                 const Error error = compare(drawn, expected);
-                EXPECT_LE(error.largest, tolerance) << what << " view " << kind << " " << named(picture.size) << " to "
+                EXPECT_LE(error.largest, tolerance) << what << " view " << kind << " " << named(image.size) << " to "
                                                     << named(size) << " at " << error.x << "," << error.y;
                 EXPECT_LE(error.mean, 0.02) << what << " view " << kind << " " << named(size);
             }
@@ -74,18 +74,18 @@ TEST_P(DeviceRectifier, DrawsThePlainViewsForEveryLensAtEverySizeWithinOneLevel)
     std::mt19937 random(11);
     for (const NamedLens& lens : testLenses()) {
         const Size source{672, 376};
-        const TestPicture picture = pictureOf(source, Content::InGamutNoise, 0, random);
+        const TestImage image = imageOf(source, Content::InGamutNoise, 0, random);
         for (const Size size : {source, Size{source.width / 2, source.height / 2}, Size{333, 201}, Size{7, 5}}) {
-            expectPlainViews(cameraOf(lens, source), size.width == 333, size, picture, 1, lens.name);
+            expectPlainViews(cameraOf(lens, source), size.width == 333, size, image, 1, lens.name);
         }
     }
 }
 
-TEST_P(DeviceRectifier, DrawsTheLargestPictureWithinOneLevel) {
+TEST_P(DeviceRectifier, DrawsTheLargestImageWithinOneLevel) {
     std::mt19937 random(12);
     const Size source{3840, 2160};
-    const TestPicture picture = pictureOf(source, Content::InGamutNoise, 0, random);
-    expectPlainViews(cameraOf(testLenses()[4], source), false, source, picture, 1, testLenses()[4].name);
+    const TestImage image = imageOf(source, Content::InGamutNoise, 0, random);
+    expectPlainViews(cameraOf(testLenses()[4], source), false, source, image, 1, testLenses()[4].name);
 }
 
 TEST_P(DeviceRectifier, NoticesAnUploadThatFailsAndShowsNoOldFrame) {

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 #include <hwy/highway.h>
 
-#include "backends/rectifier/cpu/fast_renderer.hpp"
+#include "backends/rectifier/cpu/FastRenderer.hpp"
 #include "backends/rectifier/cpu/halve_kernel.hpp"
 #include "backends/rectifier/random_views.hpp"
 
@@ -32,7 +32,7 @@ std::vector<int64_t> targets() {
     return all;
 }
 
-/// What a picture allows. Full-range noise steps by 255 levels from pixel to pixel, of which the 1/80 pixel that a
+/// What an image allows. Full-range noise steps by 255 levels from pixel to pixel, of which the 1/80 pixel that a
 /// prepared map may be off takes three for luma and as much again for chroma.
 struct Tolerance {
     int largest = 2;
@@ -44,22 +44,22 @@ Tolerance toleranceOf(Content content) {
 }
 
 /// Draws all four views both ways.
-void expectFastIsPlain(const ViewGeometry& geometry, Size size, const TestPicture& picture, std::size_t padding,
+void expectFastIsPlain(const ViewGeometry& geometry, Size size, const TestImage& image, std::size_t padding,
                        RowPool& pool, Tolerance tolerance, const std::string& what) {
-    PlainRenderer plain(geometry, size);
+    ReferenceRenderer plain(geometry, size);
     FastRenderer fast(geometry, size, pool);
     for (const bool rectified : {true, false}) {
         for (const bool gray : {true, false}) {
             TestView expected(size, gray, padding);
             TestView drawn(size, gray, padding);
-            plain.draw(picture.frame(), rectified, expected.target());
-            fast.draw(picture.frame(), rectified, drawn.target());
+            plain.draw(image.frame(), rectified, expected.target());
+            fast.draw(image.frame(), rectified, drawn.target());
             const Error error = compare(drawn, expected);
             EXPECT_LE(error.largest, rectified ? tolerance.largest : 2)
-                << what << (rectified ? " rectified" : " unrectified") << (gray ? " gray " : " ") << named(picture.size)
+                << what << (rectified ? " rectified" : " unrectified") << (gray ? " gray " : " ") << named(image.size)
                 << " to " << named(size) << " at " << error.x << "," << error.y;
-            EXPECT_LE(error.mean, tolerance.mean) << what << named(picture.size) << " to " << named(size);
-            EXPECT_TRUE(error.paddingKept) << what << named(picture.size) << " to " << named(size);
+            EXPECT_LE(error.mean, tolerance.mean) << what << named(image.size) << " to " << named(size);
+            EXPECT_TRUE(error.paddingKept) << what << named(image.size) << " to " << named(size);
         }
     }
 }
@@ -68,10 +68,10 @@ TEST(FastView, EqualsThePlainViewForRandomLensesSizesStridesAndFlipsOnEveryTarge
     RowPool pool(0);
     for (unsigned seed = 0; seed < 40; ++seed) {
         RandomCase random(seed);
-        const TestPicture picture = pictureOf(random.source, random.content, random.padding, random.random);
+        const TestImage image = imageOf(random.source, random.content, random.padding, random.random);
         for (const int64_t target : targets()) {
             const OnTarget confined(target);
-            expectFastIsPlain(random.geometry, random.view, picture, random.padding, pool, toleranceOf(random.content),
+            expectFastIsPlain(random.geometry, random.view, image, random.padding, pool, toleranceOf(random.content),
                               std::string(hwy::TargetName(target)) + " seed " + std::to_string(seed) + " ");
         }
     }
@@ -82,10 +82,10 @@ TEST(FastView, EqualsThePlainViewForShortNormalAndLongLenses) {
     std::mt19937 random(5);
     for (const NamedLens& lens : testLenses()) {
         for (const Size source : {Size{1280, 720}, Size{672, 376}}) {
-            const TestPicture picture = pictureOf(source, Content::InGamutNoise, 0, random);
+            const TestImage image = imageOf(source, Content::InGamutNoise, 0, random);
             const ViewGeometry geometry = geometryOf(cameraOf(lens, source), true);
-            expectFastIsPlain(geometry, source, picture, 0, pool, {}, lens.name);
-            expectFastIsPlain(geometry, {source.width / 2, source.height / 2}, picture, 0, pool, {}, lens.name);
+            expectFastIsPlain(geometry, source, image, 0, pool, {}, lens.name);
+            expectFastIsPlain(geometry, {source.width / 2, source.height / 2}, image, 0, pool, {}, lens.name);
         }
     }
 }
@@ -94,15 +94,15 @@ TEST(FastView, DrawsFromChromaBetweenItsPixels) {
     RowPool pool(0);
     std::mt19937 random(6);
     const Size size{320, 200};
-    const TestPicture picture = pictureOf(size, Content::InGamutNoise, 0, random);
+    const TestImage image = imageOf(size, Content::InGamutNoise, 0, random);
     const ViewGeometry geometry = geometryOf(cameraOf(testLenses()[2], size), false);
-    PlainRenderer plain(geometry, size);
+    ReferenceRenderer plain(geometry, size);
     FastRenderer fast(geometry, size, pool);
     for (const bool rectified : {true, false}) {
         TestView expected(size, false);
         TestView drawn(size, false);
-        plain.draw(picture.frame(0.5F), rectified, expected.target());
-        fast.draw(picture.frame(0.5F), rectified, drawn.target());
+        plain.draw(image.frame(0.5F), rectified, expected.target());
+        fast.draw(image.frame(0.5F), rectified, drawn.target());
         EXPECT_LE(compare(drawn, expected).largest, 2) << rectified;
     }
 }
@@ -135,17 +135,17 @@ TEST(HalveRows, MakesTheSameBytesAsTheReducerOnEveryTarget) {
     for (const int64_t target : targets()) {
         const OnTarget confined(target);
         for (const Size size : {Size{4, 2}, Size{36, 6}, Size{64, 4}, Size{132, 2}, Size{260, 10}, Size{1920, 4}}) {
-            const TestPicture picture = pictureOf(size, Content::FullRangeNoise, 3, random);
+            const TestImage image = imageOf(size, Content::FullRangeNoise, 3, random);
             const Reducer reducer(size, {size.width / 2, size.height / 2});
             std::vector<std::uint16_t> sums(reducer.scratchSize());
             std::vector<unsigned char> plain(reducer.bytes());
             std::vector<unsigned char> halved(reducer.bytes());
-            reducer.reduceRows(picture.frame(), plain.data(), 0, size.height / 2, sums.data());
-            halveRows(picture.frame(), halved.data(), reducer.step(), 0, size.height / 2);
+            reducer.reduceRows(image.frame(), plain.data(), 0, size.height / 2, sums.data());
+            halveRows(image.frame(), halved.data(), reducer.step(), 0, size.height / 2);
             EXPECT_EQ(halved, plain) << hwy::TargetName(target) << " " << named(size);
 
             std::vector<unsigned char> luma(static_cast<std::size_t>(size.width / 2));
-            halveLumaRows(picture.frame(), luma.data(), luma.size(), 0, 1);
+            halveLumaRows(image.frame(), luma.data(), luma.size(), 0, 1);
             for (std::size_t column = 0; column < luma.size(); ++column) {
                 ASSERT_EQ(luma[column], plain[2 * column]) << hwy::TargetName(target) << " " << named(size);
             }

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
-#include "backends/rectifier/geometry/view_map.hpp"
-#include "backends/rectifier/pictures.hpp"
+#include "backends/rectifier/geometry/ViewMap.hpp"
+#include "backends/rectifier/images.hpp"
 
 namespace oru::rectifier {
 namespace {
@@ -105,7 +105,7 @@ TEST(ViewMap, TurnsAFlippedViewAboutItsMiddleAtEverySize) {
     }
 }
 
-TEST(ViewMap, SmallerViewSeesTheSamePlaceOfTheCameraPicture) {
+TEST(ViewMap, SmallerViewSeesTheSamePlaceOfTheCameraImage) {
     const ViewGeometry geometry = geometryOf(cameraOf(testLenses()[2], kSize), false);
     const ViewMap full(geometry.lens, geometry.rectified, kSize, kSize, false);
     const ViewMap half(geometry.lens, geometry.rectified, kSize, {960, 600}, false);

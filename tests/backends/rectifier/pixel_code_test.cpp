@@ -1,24 +1,24 @@
-#include "backends/rectifier/device/reduced_image.hpp"
+#include "backends/rectifier/device/ReducedImage.hpp"
 #include "backends/rectifier/device/view_job.hpp"
 
 #include <gtest/gtest.h>
 
 #include <cstring>
 
-#include "backends/gpu/host/HostGpuRuntime.hpp"
+#include "backends/gpu/host/host_gpu_runtime.hpp"
 #include "backends/rectifier/random_views.hpp"
 #include "backends/rectifier/reference/reference_view.hpp"
 
 namespace oru::rectifier {
 namespace {
 
-/// The picture's bytes as the pixel code wants them: whole pairs, no padding.
-std::vector<std::uint32_t> pairsOf(const TestPicture& picture) {
-    const int pairsPerRow = (picture.size.width + 1) / 2;
-    std::vector<std::uint32_t> pairs(static_cast<std::size_t>(pairsPerRow * picture.size.height));
-    for (int row = 0; row < picture.size.height; ++row) {
-        std::memcpy(&pairs[static_cast<std::size_t>(row * pairsPerRow)], picture.frame().row(row),
-                    static_cast<std::size_t>(picture.size.width) * 2);
+/// The image's bytes as the pixel code wants them: whole pairs, no padding.
+std::vector<std::uint32_t> pairsOf(const TestImage& image) {
+    const int pairsPerRow = (image.size.width + 1) / 2;
+    std::vector<std::uint32_t> pairs(static_cast<std::size_t>(pairsPerRow * image.size.height));
+    for (int row = 0; row < image.size.height; ++row) {
+        std::memcpy(&pairs[static_cast<std::size_t>(row * pairsPerRow)], image.frame().row(row),
+                    static_cast<std::size_t>(image.size.width) * 2);
     }
     return pairs;
 }
@@ -27,17 +27,17 @@ struct SightComparison {
     double largest = 0;  // distance of the places, in pixels
     int outside = 0;
 
-    /// Fails when pixel code and plain map disagree on what lies inside the picture.
+    /// Fails when pixel code and plain map disagree on what lies inside the image.
     void add(const ViewGeometry& geometry, Size view, const std::string& what) {
         const ViewMap map(geometry.lens, geometry.rectified, geometry.source, view, geometry.flipped);
         ViewJob job = viewJob(geometry, view);
-        job.picture = pairPicture(nullptr, view, 0);
-        const TestPicture picture(view);
+        job.image = pairImage(nullptr, view, 0);
+        const TestImage image(view);
         for (int v = 0; v < view.height; ++v) {
             for (int u = 0; u < view.width; ++u) {
                 const SourcePosition place = map.sampleAt(u, v);
                 const Sight sight = rectifiedSight(job, u, v);
-                ASSERT_EQ(sight.inside, insidePicture(picture.frame(), place)) << what << " at " << u << "," << v;
+                ASSERT_EQ(sight.inside, insideImage(image.frame(), place)) << what << " at " << u << "," << v;
                 if (sight.inside) {
                     largest = std::max<double>({largest, std::abs(sight.x - place.x), std::abs(sight.y - place.y)});
                 }
@@ -75,18 +75,17 @@ TEST(PixelCode, AgreesOnViewPixelsThatLookExactlyAtTheBorder) {
 TEST(PixelCode, SamplesLikeThePlainViewAtEveryPlaceAndChromaSiting) {
     std::mt19937 random(3);
     for (const Size size : {Size{16, 9}, Size{15, 4}, Size{2, 1}, Size{1, 1}}) {
-        const TestPicture picture =
-            pictureOf({size.width + size.width % 2, size.height}, Content::FullRangeNoise, 0, random);
-        const std::vector<std::uint32_t> pairs = pairsOf(picture);
+        const TestImage image = imageOf({size.width + size.width % 2, size.height}, Content::FullRangeNoise, 0, random);
+        const std::vector<std::uint32_t> pairs = pairsOf(image);
         for (const float siting : {0.0F, 0.25F, 0.5F}) {
-            const PairPicture pixels = pairPicture(pairs.data(), size, siting);
-            const YuyvFrame frame{picture.bytes.data(), picture.step, size.width, size.height, siting};
+            const PairImage pixels = pairImage(pairs.data(), size, siting);
+            const YuyvFrame frame{image.bytes.data(), image.step, size.width, size.height, siting};
             for (int i = 0; i < 4000; ++i) {
                 const auto along = [&](int count) {
                     return static_cast<float>(random() % 4096) / 4096.0F * static_cast<float>(count + 1) - 1;
                 };
                 const SourcePosition place{along(size.width), along(size.height)};
-                const Sight sight{place.x, place.y, insidePicture(frame, place)};
+                const Sight sight{place.x, place.y, insideImage(frame, place)};
                 unsigned char gray = 0;
                 std::array<unsigned char, 4> bgra{};
                 drawGray(frame, &place, 1, &gray);
@@ -111,15 +110,15 @@ TEST(PixelCode, ReducesToTheSameBytesAsTheReducer) {
                                                                          {{128, 9}, {5, 9}},
                                                                          {{2, 2}, {1, 1}},
                                                                          {{640, 360}, {333, 201}}}) {
-        const TestPicture picture = pictureOf(source, Content::FullRangeNoise, 0, random);
-        const std::vector<std::uint32_t> pairs = pairsOf(picture);
+        const TestImage image = imageOf(source, Content::FullRangeNoise, 0, random);
+        const std::vector<std::uint32_t> pairs = pairsOf(image);
         const Reducer reducer(source, view);
         std::vector<std::uint16_t> sums(reducer.scratchSize());
         std::vector<unsigned char> plain(reducer.bytes());
-        reducer.reduceRows(picture.frame(), plain.data(), 0, view.height, sums.data());
-        ReducedPicture reduced(*gpu);
+        reducer.reduceRows(image.frame(), plain.data(), 0, view.height, sums.data());
+        ReducedImage reduced(*gpu);
         ASSERT_TRUE(reduced.prepare(source, view, nullptr));
-        const ReduceJob job = reduced.jobOf(pairPicture(pairs.data(), source, 0));
+        const ReduceJob job = reduced.jobOf(pairImage(pairs.data(), source, 0));
         for (int row = 0; row < view.height; ++row) {
             for (int pair = 0; pair < job.pairsPerRow; ++pair) {
                 std::uint32_t expected = 0;

@@ -2,12 +2,12 @@
 
 #include <gtest/gtest.h>
 
-#include "backends/rectifier/pictures.hpp"
+#include "backends/rectifier/images.hpp"
 
 namespace oru::rectifier {
 namespace {
 
-TEST(PlainView, TurnsKnownColoursIntoTheirRgb) {
+TEST(ReferenceView, TurnsKnownColoursIntoTheirRgb) {
     struct Row {
         const char* name;
         Yuv yuv;
@@ -26,42 +26,42 @@ TEST(PlainView, TurnsKnownColoursIntoTheirRgb) {
     }
 }
 
-TEST(PlainView, InterpolatesLumaBetweenFourPixelsAndHoldsItInTheOuterHalfPixel) {
-    TestPicture picture({4, 3});
-    picture.fill([](int x, int y) { return 20 + 40 * x + 10 * y; });
-    const YuyvFrame frame = picture.frame();
+TEST(ReferenceView, InterpolatesLumaBetweenFourPixelsAndHoldsItInTheOuterHalfPixel) {
+    TestImage image({4, 3});
+    image.fill([](int x, int y) { return 20 + 40 * x + 10 * y; });
+    const YuyvFrame frame = image.frame();
     EXPECT_FLOAT_EQ(sampleLuma(frame, {1.25F, 0.5F}), 20 + 50 + 5);
     EXPECT_FLOAT_EQ(sampleLuma(frame, {-0.5F, 1}), 30);
     EXPECT_FLOAT_EQ(sampleLuma(frame, {3.5F, 2.5F}), 20 + 120 + 20);
-    EXPECT_TRUE(insidePicture(frame, {-0.5F, 2.5F}));
-    EXPECT_FALSE(insidePicture(frame, {-0.51F, 1}));
-    EXPECT_FALSE(insidePicture(frame, {1, 2.51F}));
-    EXPECT_FALSE(insidePicture(frame, {NAN, 1}));
+    EXPECT_TRUE(insideImage(frame, {-0.5F, 2.5F}));
+    EXPECT_FALSE(insideImage(frame, {-0.51F, 1}));
+    EXPECT_FALSE(insideImage(frame, {1, 2.51F}));
+    EXPECT_FALSE(insideImage(frame, {NAN, 1}));
 }
 
-TEST(PlainView, DrawsBlackOutsideThePictureWithOpaqueAlpha) {
-    TestPicture picture({4, 2});
-    picture.fill([](int, int) { return 200; });
+TEST(ReferenceView, DrawsBlackOutsideTheImageWithOpaqueAlpha) {
+    TestImage image({4, 2});
+    image.fill([](int, int) { return 200; });
     const std::vector<SourcePosition> positions{{1, 1}, {-3, 1}, {1, 90}};
     std::vector<unsigned char> bgra(12);
     std::vector<unsigned char> gray(3);
-    drawBgra(picture.frame(), positions.data(), 3, bgra.data());
-    drawGray(picture.frame(), positions.data(), 3, gray.data());
+    drawBgra(image.frame(), positions.data(), 3, bgra.data());
+    drawGray(image.frame(), positions.data(), 3, gray.data());
     EXPECT_EQ(bgra, (std::vector<unsigned char>{214, 214, 214, 255, 0, 0, 0, 255, 0, 0, 0, 255}));
     EXPECT_EQ(gray, (std::vector<unsigned char>{200, 0, 0}));
 }
 
-TEST(PlainView, TakesChromaWhereItsSitingPutsIt) {
-    TestPicture picture({8, 1});
-    picture.fill([](int, int) { return 128; });
-    picture.setChroma(2, 0, 160);  // the second of four U samples
-    picture.setChroma(3, 0, 96);   // and of V
-    const auto uAt = [&](float x, float siting) { return sampleYuv(picture.frame(siting), {x, 0}).u; };
+TEST(ReferenceView, TakesChromaWhereItsSitingPutsIt) {
+    TestImage image({8, 1});
+    image.fill([](int, int) { return 128; });
+    image.setChroma(2, 0, 160);  // the second of four U samples
+    image.setChroma(3, 0, 96);   // and of V
+    const auto uAt = [&](float x, float siting) { return sampleYuv(image.frame(siting), {x, 0}).u; };
     EXPECT_FLOAT_EQ(uAt(2, 0), 160);
     EXPECT_FLOAT_EQ(uAt(3, 0), 144);
     EXPECT_FLOAT_EQ(uAt(2.5F, 0.5F), 160);
     EXPECT_FLOAT_EQ(uAt(2, 0.5F), 152);
-    EXPECT_FLOAT_EQ(sampleYuv(picture.frame(0), {1, 0}).v, 112);
+    EXPECT_FLOAT_EQ(sampleYuv(image.frame(0), {1, 0}).v, 112);
 }
 
 }  // namespace

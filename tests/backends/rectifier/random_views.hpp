@@ -3,35 +3,35 @@
 #include <cstdlib>
 #include <string>
 
-#include "backends/rectifier/pictures.hpp"
+#include "backends/rectifier/images.hpp"
 
 namespace oru::rectifier {
 
 enum class Content { Natural, InGamutNoise, FullRangeNoise };
 
-inline TestPicture pictureOf(Size size, Content content, std::size_t padding, std::mt19937& random) {
-    TestPicture picture(size, padding);
+inline TestImage imageOf(Size size, Content content, std::size_t padding, std::mt19937& random) {
+    TestImage image(size, padding);
     const auto noise = [&](int range) { return static_cast<int>(random() % static_cast<unsigned>(range)); };
     for (int y = 0; y < size.height; ++y) {
         for (int x = 0; x < size.width; ++x) {
             const double wave = std::sin(x * 0.07) + std::cos(y * 0.05);
             switch (content) {
                 case Content::Natural:
-                    picture.setLuma(x, y, 120 + static_cast<int>(40 * wave) + noise(9));
-                    picture.setChroma(x, y, 128 + static_cast<int>(12 * wave) + noise(5));
+                    image.setLuma(x, y, 120 + static_cast<int>(40 * wave) + noise(9));
+                    image.setChroma(x, y, 128 + static_cast<int>(12 * wave) + noise(5));
                     break;
                 case Content::InGamutNoise:
-                    picture.setLuma(x, y, 90 + noise(70));
-                    picture.setChroma(x, y, 112 + noise(32));
+                    image.setLuma(x, y, 90 + noise(70));
+                    image.setChroma(x, y, 112 + noise(32));
                     break;
                 case Content::FullRangeNoise:
-                    picture.setLuma(x, y, noise(256));
-                    picture.setChroma(x, y, noise(256));
+                    image.setLuma(x, y, noise(256));
+                    image.setChroma(x, y, noise(256));
                     break;
             }
         }
     }
-    return picture;
+    return image;
 }
 
 struct Error {
@@ -66,8 +66,8 @@ inline std::string named(Size size) {
     return std::to_string(size.width) + "x" + std::to_string(size.height);
 }
 
-/// A lens somewhere between long and short, a picture and a view of any size, with a look beyond the border now and
-/// then and now and then a view so wide that it shrinks the picture.
+/// A lens somewhere between long and short, an image and a view of any size, with a look beyond the border now and
+/// then and now and then a view so wide that it shrinks the image.
 struct RandomCase {
     explicit RandomCase(unsigned seed) : random(seed) {
         const auto between = [&](int low, int high) {

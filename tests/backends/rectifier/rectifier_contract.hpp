@@ -4,8 +4,8 @@
 
 #include <functional>
 
-#include "backends/rectifier/observed_gpu.hpp"
-#include "backends/rectifier/pictures.hpp"
+#include "backends/rectifier/ObservedGpu.hpp"
+#include "backends/rectifier/images.hpp"
 #include "backends/rectifier/reference/camera_views.hpp"
 #include "doubles/quiet_factory.hpp"
 

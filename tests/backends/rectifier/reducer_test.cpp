@@ -2,15 +2,15 @@
 
 #include <gtest/gtest.h>
 
-#include "backends/rectifier/pictures.hpp"
+#include "backends/rectifier/images.hpp"
 
 namespace oru::rectifier {
 namespace {
 
 struct Reduced {
-    Reduced(const TestPicture& picture, Size size) : reducer(picture.size, size), bytes(reducer.bytes()) {
+    Reduced(const TestImage& image, Size size) : reducer(image.size, size), bytes(reducer.bytes()) {
         std::vector<std::uint16_t> sums(reducer.scratchSize());
-        reducer.reduceRows(picture.frame(), bytes.data(), 0, size.height, sums.data());
+        reducer.reduceRows(image.frame(), bytes.data(), 0, size.height, sums.data());
     }
     [[nodiscard]] int luma(int x, int y) const { return at(2 * x, y); }
     [[nodiscard]] int u(int pair, int y) const { return at(4 * pair + 1, y); }
@@ -23,11 +23,11 @@ struct Reduced {
     std::vector<unsigned char> bytes;
 };
 
-TEST(Reducer, KeepsAnEvenPictureAsItIsAtEverySize) {
-    TestPicture picture({50, 31}, 6);
-    picture.fill([](int, int) { return 201; }, 77, 180);
+TEST(Reducer, KeepsAnEvenImageAsItIsAtEverySize) {
+    TestImage image({50, 31}, 6);
+    image.fill([](int, int) { return 201; }, 77, 180);
     for (const Size size : {Size{49, 30}, Size{25, 31}, Size{13, 7}, Size{50, 1}, Size{1, 1}, Size{2, 30}}) {
-        const Reduced reduced(picture, size);
+        const Reduced reduced(image, size);
         for (int y = 0; y < size.height; ++y) {
             for (int x = 0; x < size.width; ++x) {
                 ASSERT_EQ(reduced.luma(x, y), 201) << size.width << "x" << size.height;
@@ -39,15 +39,15 @@ TEST(Reducer, KeepsAnEvenPictureAsItIsAtEverySize) {
 }
 
 TEST(Reducer, AveragesTwoByTwoAtHalfSizeRoundedOnce) {
-    TestPicture picture({8, 4});
+    TestImage image({8, 4});
     std::mt19937 random(7);
-    picture.fill([&](int, int) { return static_cast<int>(random() % 256); });
-    picture.setChroma(4, 2, 255);
-    const Reduced reduced(picture, {4, 2});
+    image.fill([&](int, int) { return static_cast<int>(random() % 256); });
+    image.setChroma(4, 2, 255);
+    const Reduced reduced(image, {4, 2});
     for (int y = 0; y < 2; ++y) {
         for (int x = 0; x < 4; ++x) {
-            const int sum = picture.pixel(2 * x, 2 * y)[0] + picture.pixel(2 * x + 1, 2 * y)[0] +
-                            picture.pixel(2 * x, 2 * y + 1)[0] + picture.pixel(2 * x + 1, 2 * y + 1)[0];
+            const int sum = image.pixel(2 * x, 2 * y)[0] + image.pixel(2 * x + 1, 2 * y)[0] +
+                            image.pixel(2 * x, 2 * y + 1)[0] + image.pixel(2 * x + 1, 2 * y + 1)[0];
             EXPECT_EQ(reduced.luma(x, y), (sum + 2) / 4);
         }
     }
@@ -56,10 +56,10 @@ TEST(Reducer, AveragesTwoByTwoAtHalfSizeRoundedOnce) {
 }
 
 TEST(Reducer, TurnsStripesOfOnePixelIntoTheirMeanInsteadOfAliasing) {
-    TestPicture picture({240, 120});
-    picture.fill([](int x, int y) { return (x + y) % 2 == 0 ? 20 : 220; });
+    TestImage image({240, 120});
+    image.fill([](int x, int y) { return (x + y) % 2 == 0 ? 20 : 220; });
     for (const Size size : {Size{120, 60}, Size{80, 40}, Size{60, 30}, Size{47, 23}}) {
-        const Reduced reduced(picture, size);
+        const Reduced reduced(image, size);
         for (int x = 0; x < size.width; ++x) {
             EXPECT_NEAR(reduced.luma(x, size.height / 2), 120, 20) << size.width;
         }

@@ -6,9 +6,9 @@
 #include <fstream>
 #include <mutex>
 
+#include "backends/rlx/HelperProcess.hpp"
 #include "backends/rlx/camera_rig.hpp"
 #include "backends/rlx/file/repair.hpp"
-#include "backends/rlx/helper_process.hpp"
 #include "collaborators/kit_functions.hpp"
 
 namespace oru::rlx_test {
@@ -118,7 +118,7 @@ TEST(CameraRecording, LiveFramesComeBackWithPacketsAndMetadata) {
     EXPECT_EQ(camera.calibration.offered_text, "offered");
     for (uint64_t number = 0; number < 5; ++number) {
         ASSERT_EQ(camera.grabFile(), NEW_FRAME);
-        EXPECT_EQ(camera.picture(), camera.scene.picture(number));
+        EXPECT_EQ(camera.pixels(), camera.scene.image(number));
         EXPECT_EQ(camera.current_timestamp, camera.scene.time(number));
         EXPECT_EQ(camera.image.timestamp, camera.scene.time(number));
         EXPECT_EQ(camera.current_imu, camera.scene.imu(number));
@@ -298,7 +298,7 @@ TEST_P(EveryMode, CopyingAFileLosesNothing) {
     EXPECT_EQ(camera.status.frames_dropped, 0U);
     const Played played = play(folder.path("b.rlx2"), scene);
     EXPECT_EQ(played.times.size(), 100U);
-    EXPECT_EQ(played.wrong_pictures + played.wrong_facts, 0U);
+    EXPECT_EQ(played.wrong_images + played.wrong_facts, 0U);
 }
 
 // A child records as fast as a camera would deliver until it is killed; what it had accepted half a second before
@@ -316,13 +316,13 @@ TEST_P(EveryMode, KilledRecorderLosesAtMostHalfASecond) {
         ::usleep(static_cast<useconds_t>(600'000 + 130'000 * round));
         const std::size_t count = helper.killAndCount();
 
-        const rlx::RepairReport report = rlx::repairRecording(path, "", rlx::PictureCheck::TAIL);
+        const rlx::RepairReport report = rlx::repairRecording(path, "", rlx::ImageCheck::TAIL);
 
         ASSERT_EQ(report.code, 0);
         EXPECT_GE(static_cast<double>(report.frames_recovered) + 30.0, static_cast<double>(count));
         const Played played = play(path, scene);
         EXPECT_EQ(played.times.size(), report.frames_recovered);
-        EXPECT_EQ(played.wrong_pictures, 0U);
+        EXPECT_EQ(played.wrong_images, 0U);
     }
 }
 

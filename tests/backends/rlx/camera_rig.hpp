@@ -6,7 +6,7 @@
 #include <memory>
 #include <thread>
 
-#include "backends/gpu/host/HostGpuRuntime.hpp"
+#include "backends/gpu/host/host_gpu_runtime.hpp"
 #include "backends/rlx/recording_fixture.hpp"
 #include "collaborators/CollaboratorFactory.hpp"
 
@@ -51,7 +51,7 @@ public:
     void setGrabber(LiveCameraGrabber* /*grabber*/) override {}
     void asyncingestYUVFrame(unsigned char* pixels, Timestamp time, rlxrw::rlxSampleMetadata metadata,
                              int size) override {
-        pictures.emplace_back(pixels, pixels + size);
+        images.emplace_back(pixels, pixels + size);
         times.push_back(time);
         last_metadata = metadata;
     }
@@ -63,7 +63,7 @@ public:
     bool carriesImu() const override { return false; }
     FrameCounters counters() const override { return {}; }
 
-    std::vector<std::vector<unsigned char>> pictures;
+    std::vector<std::vector<unsigned char>> images;
     std::vector<Timestamp> times;
     rlxrw::rlxSampleMetadata last_metadata{};
     int waits = 0;
@@ -108,12 +108,12 @@ struct CameraRig {
 
     /// What a grab() of a live camera does with frame `number`.
     void grabLive(uint64_t number) {
-        const std::vector<unsigned char> picture = scene.picture(number);
-        std::copy(picture.begin(), picture.end(), image.getPtr<unsigned char>(CPU));
+        const std::vector<unsigned char> pixels = scene.image(number);
+        std::copy(pixels.begin(), pixels.end(), image.getPtr<unsigned char>(CPU));
         current_timestamp = scene.time(number);
         current_imu = scene.imu(number);
         if (recording) {
-            std::copy(picture.begin(), picture.end(), frame_buffer);
+            std::copy(pixels.begin(), pixels.end(), frame_buffer);
         }
         finishGrab(scene.packets(number));
     }
@@ -137,9 +137,9 @@ struct CameraRig {
         }
     }
 
-    std::vector<unsigned char> picture() const {
-        const auto* pixels = image.getPtr<unsigned char>(CPU);
-        return {pixels, pixels + std::size_t{scene.width} * scene.height * 2};
+    std::vector<unsigned char> pixels() const {
+        const auto* bytes = image.getPtr<unsigned char>(CPU);
+        return {bytes, bytes + std::size_t{scene.width} * scene.height * 2};
     }
 
     Scene scene;

@@ -15,7 +15,7 @@ namespace oru::rlx_test {
 namespace {
 
 using rlx::Condition;
-using rlx::PictureCheck;
+using rlx::ImageCheck;
 
 class EveryMode : public testing::TestWithParam<RLX_COMPRESSION_MODE> {
 protected:
@@ -110,12 +110,12 @@ TEST_P(EveryMode, CutFileIsPlayableByOthersAfterRepair) {
     }
     for (const uint64_t cut : {indexEntries[7].offset + 60, indexEntries.back().offset - 1, wholeBytes.size() - 5}) {
         writeBytes(damagedPath, {wholeBytes.begin(), wholeBytes.begin() + static_cast<std::ptrdiff_t>(cut)});
-        ASSERT_EQ(rlx::repairRecording(damagedPath, "", PictureCheck::TAIL).code, 0);
+        ASSERT_EQ(rlx::repairRecording(damagedPath, "", ImageCheck::TAIL).code, 0);
         EXPECT_EQ(std::system(("mkvinfo " + damagedPath + " >/dev/null").c_str()), 0) << cut;
         EXPECT_EQ(std::system(("ffmpeg -v error -xerror -i " + damagedPath + " -f null -").c_str()), 0) << cut;
         const Played played = play(damagedPath, recordedScene);
         EXPECT_EQ(played.times.size(), wholeFramesIn(cut));
-        EXPECT_EQ(played.wrong_pictures + played.wrong_facts, 0U);
+        EXPECT_EQ(played.wrong_images + played.wrong_facts, 0U);
     }
 }
 
@@ -132,17 +132,17 @@ TEST_P(EveryMode, FlippedBitsAreNoticedAndNeverDelivered) {
         Played played = play(damagedPath, recordedScene);
 
         const std::string what = "round " + std::to_string(round) + " at " + std::to_string(place);
-        ASSERT_EQ(played.wrong_pictures + played.wrong_facts, 0U) << what;
+        ASSERT_EQ(played.wrong_images + played.wrong_facts, 0U) << what;
         if (damaged != wholeBytes) {
             ASSERT_TRUE(played.open_result == 1 || played.counters.lost() > 0) << what << ": not noticed";
         }
         if (round % 8 == 0 && damaged != wholeBytes) {
-            const rlx::RepairReport report = rlx::repairRecording(damagedPath, "", PictureCheck::ALL);
+            const rlx::RepairReport report = rlx::repairRecording(damagedPath, "", ImageCheck::ALL);
             if (report.code == 0) {
                 ASSERT_EQ(rlx::verifyRecording(damagedPath).condition, Condition::INTACT) << what;
                 played = play(damagedPath, recordedScene);
                 ASSERT_EQ(played.open_result, 0) << what;
-                ASSERT_EQ(played.wrong_pictures + played.wrong_facts, 0U) << what;
+                ASSERT_EQ(played.wrong_images + played.wrong_facts, 0U) << what;
                 ASSERT_EQ(report.frames_recovered, framesOutside(damaged)) << what;
             }
         }
@@ -159,11 +159,11 @@ TEST_P(EveryMode, DamageInTheMiddleCostsOnlyTheFramesItTouches) {
 
     ASSERT_NO_FATAL_FAILURE(expectRepairs(damaged, kFrames - 4, "two holes"));
 
-    const rlx::RepairReport report = rlx::repairRecording(damagedPath, testFolder.path("copy.rlx2"), PictureCheck::ALL);
+    const rlx::RepairReport report = rlx::repairRecording(damagedPath, testFolder.path("copy.rlx2"), ImageCheck::ALL);
     EXPECT_EQ(report.code, 0);
     EXPECT_EQ(report.frames_lost, 4U);
     const Played played = play(testFolder.path("copy.rlx2"), recordedScene);
-    EXPECT_EQ(played.wrong_pictures + played.wrong_facts, 0U);
+    EXPECT_EQ(played.wrong_images + played.wrong_facts, 0U);
     EXPECT_EQ(played.counters.produced, kFrames - 4);
     EXPECT_EQ(play(damagedPath, recordedScene).times, played.times);
 }
@@ -206,13 +206,13 @@ TEST(Repair, SaysWhatIsWrongAndTouchesNothingItCannotHelp) {
         const std::string path = folder.path(sample.name);
         const std::vector<unsigned char> before = readBytes(path);
 
-        const rlx::RepairReport report = rlx::repairRecording(path, "", PictureCheck::TAIL);
+        const rlx::RepairReport report = rlx::repairRecording(path, "", ImageCheck::TAIL);
 
         EXPECT_EQ(report.condition, sample.condition) << sample.name << ": " << rlx::describe(report.condition);
         EXPECT_EQ(report.code, sample.code) << sample.name;
         EXPECT_EQ(readBytes(path) == before, sample.condition != Condition::CUT_OFF) << sample.name;
     }
-    EXPECT_EQ(rlx::repairRecording(whole, folder.path("text"), PictureCheck::TAIL).code, 2) << "an existing output";
+    EXPECT_EQ(rlx::repairRecording(whole, folder.path("text"), ImageCheck::TAIL).code, 2) << "an existing output";
 }
 
 TEST(Repair, KeepsEveryFrameWhenTheHeadOfTheHeaderHasAnotherLength) {
@@ -247,11 +247,11 @@ TEST(Repair, KeepsEveryFrameWhenTheHeadOfTheHeaderHasAnotherLength) {
         writeBytes(path, bytes);
 
         const std::string output = folder.path(std::to_string(sample.serial));
-        const rlx::RepairReport report = rlx::repairRecording(path, output, PictureCheck::ALL);
+        const rlx::RepairReport report = rlx::repairRecording(path, output, ImageCheck::ALL);
         EXPECT_EQ(report.code, 0);
         EXPECT_EQ(report.frames_recovered, 3U);
         EXPECT_EQ(rlx::verifyRecording(output).condition, Condition::INTACT);
-        EXPECT_EQ(rlx::repairRecording(path, "", PictureCheck::ALL).code, sample.inPlace);
+        EXPECT_EQ(rlx::repairRecording(path, "", ImageCheck::ALL).code, sample.inPlace);
         EXPECT_EQ(readBytes(path) == bytes, sample.inPlace != 0);
         EXPECT_EQ(rlx::verifyRecording(path).frames, 3U);
     }
@@ -278,7 +278,7 @@ TEST(Repair, InterruptedAtAnyStepLeavesARepairableFile) {
             std::copy_n(unfinishedHead.begin(), replaced, state.begin());
             writeBytes(path, state);
 
-            const rlx::RepairReport report = rlx::repairRecording(path, "", PictureCheck::TAIL);
+            const rlx::RepairReport report = rlx::repairRecording(path, "", ImageCheck::TAIL);
 
             EXPECT_EQ(report.condition, Condition::UNFINISHED);
             EXPECT_EQ(report.code, 0);

@@ -24,8 +24,8 @@ FrameRecord sampleFrame(bool key) {
     frame.time_ms = 233;
     frame.reference_delta = key ? 0 : 33;
     frame.key = key;
-    frame.picture_size = 100;
-    frame.picture_crc = 0xDEADBEEF;
+    frame.image_size = 100;
+    frame.image_crc = 0xDEADBEEF;
     frame.metadata = scene.metadata(7);
     frame.has_imu = true;
     frame.imu = scene.imu(7);
@@ -50,10 +50,9 @@ TEST(Crc32c, MatchesPublishedValuesOnBothPaths) {
         EXPECT_EQ(crc32c(sample.data.data(), sample.data.size()), sample.crc);
         EXPECT_EQ(crc32cByTable(sample.data.data(), sample.data.size()), sample.crc);
     }
-    const std::vector<unsigned char> picture = Scene{}.picture(3);
-    const uint32_t first = crc32c(picture.data(), 1001);
-    EXPECT_EQ(crc32c(picture.data() + 1001, picture.size() - 1001, first),
-              crc32cByTable(picture.data(), picture.size()));
+    const std::vector<unsigned char> image = Scene{}.image(3);
+    const uint32_t first = crc32c(image.data(), 1001);
+    EXPECT_EQ(crc32c(image.data() + 1001, image.size() - 1001, first), crc32cByTable(image.data(), image.size()));
 }
 
 TEST(FrameRecords, ComeBackExactlyAndRefuseEveryFlippedBit) {
@@ -129,7 +128,7 @@ TEST(Clusters, FramingIsRecognisedOnlyAsWritten) {
         ASSERT_TRUE(shape.has_value());
         EXPECT_EQ(prefix.size(), kPrefixSize);
         EXPECT_EQ(shape->total, prefix.size() + 100 + suffix.size());
-        EXPECT_EQ(shape->picture_size, 100U);
+        EXPECT_EQ(shape->image_size, 100U);
         EXPECT_TRUE(readSuffix(prefix, suffix, frame.recording_id, read, scratch));
         EXPECT_FALSE(readSuffix(prefix, suffix, frame.recording_id + 1, read, scratch))
             << "a frame of another recording";

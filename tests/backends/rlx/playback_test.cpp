@@ -14,11 +14,11 @@ void recordTimes(const std::string& path, const Scene& scene, const std::vector<
     const auto recorder = makeRlxVideo(calibration);
     ASSERT_EQ(recorder->create(path.c_str(), scene.header()), 0);
     for (std::size_t i = 0; i < times.size(); ++i) {
-        const std::vector<unsigned char> picture = scene.picture(i);
+        const std::vector<unsigned char> image = scene.image(i);
         const std::vector<IMUPacket> packets = scene.packets(i);
         rlxrw::RlxFrame frame;
-        frame.pixels = picture.data();
-        frame.size = picture.size();
+        frame.pixels = image.data();
+        frame.size = image.size();
         frame.time = times[i];
         frame.packets = packets.data();
         frame.packet_count = packets.size();
@@ -154,15 +154,15 @@ TEST_F(Playback, PositionsAreExactAndReviveAnEndedInput) {
 TEST_F(Playback, DamagedFrameIsLeftOutAndTheImageStaysUntouched) {
     record(path, scene, 1);
     std::vector<unsigned char> bytes = readBytes(path);
-    const std::vector<unsigned char> picture = scene.picture(0);
-    *std::search(bytes.begin(), bytes.end(), picture.begin(), picture.end()) ^= 1;
+    const std::vector<unsigned char> image = scene.image(0);
+    *std::search(bytes.begin(), bytes.end(), image.begin(), image.end()) ^= 1;
     writeBytes(path, bytes);
     open();
-    const std::vector<unsigned char> before = camera.picture();
+    const std::vector<unsigned char> before = camera.pixels();
 
     EXPECT_EQ(grabSoon(), INPUT_ENDED);
 
-    EXPECT_EQ(camera.picture(), before);
+    EXPECT_EQ(camera.pixels(), before);
     EXPECT_EQ(camera.reader->counters().damaged, 1U);
 }
 
@@ -180,7 +180,7 @@ TEST_F(Playback, FileIsHandedToASenderWithTimeAndMetadata) {
     ASSERT_EQ(grabSoon(), NEW_FRAME);
 
     ASSERT_EQ(sender.times.size(), 2U);
-    EXPECT_EQ(sender.pictures[1], scene.picture(2));
+    EXPECT_EQ(sender.images[1], scene.image(2));
     EXPECT_EQ(sender.times[1], scene.time(2));
     const auto metadata = scene.metadata(2);
     EXPECT_TRUE(std::equal(std::begin(metadata.bytes), std::end(metadata.bytes), sender.last_metadata.bytes));

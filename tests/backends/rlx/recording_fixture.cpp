@@ -1,5 +1,5 @@
 #include "backends/rlx/recording_fixture.hpp"
-#include "support/TransportSuppressions.hpp"  // libx265 leaks a little at every end
+#include "support/transport_suppressions.hpp"  // libx265 leaks a little at every end
 
 #include <unistd.h>
 
@@ -77,7 +77,7 @@ rlxrw::RlxRecordingHeader Scene::header() const {
     return header;
 }
 
-std::vector<unsigned char> Scene::picture(uint64_t number) const {
+std::vector<unsigned char> Scene::image(uint64_t number) const {
     std::vector<unsigned char> bytes(std::size_t{width} * height * 2);
     std::minstd_rand random(static_cast<unsigned>(number + 17));
     for (std::size_t i = 0; i < bytes.size(); ++i) {
@@ -93,13 +93,13 @@ std::vector<unsigned char> Scene::picture(uint64_t number) const {
     return bytes;
 }
 
-uint64_t numberIn(const std::vector<unsigned char>& picture, const Scene& scene) {
+uint64_t numberIn(const std::vector<unsigned char>& image, const Scene& scene) {
     uint64_t number = 0;
     const std::size_t row = scene.height / 4;
     const std::size_t columns = scene.width / kBits;
     for (std::size_t bit = 0; bit < kBits; ++bit) {
         const std::size_t pixel = row * scene.width + bit * columns + columns / 2;
-        number |= picture[2 * pixel] > 125 ? uint64_t{1} << bit : 0;
+        number |= image[2 * pixel] > 125 ? uint64_t{1} << bit : 0;
     }
     return number;
 }
@@ -140,12 +140,12 @@ Folder::~Folder() {
 }
 
 int writeSceneFrame(rlxrw::RLXVideo& recorder, const Scene& scene, uint64_t number) {
-    const std::vector<unsigned char> picture = scene.picture(number);
+    const std::vector<unsigned char> image = scene.image(number);
     const std::vector<IMUPacket> packets = scene.packets(number);
     const IMUPacket imu = scene.imu(number);
     rlxrw::RlxFrame frame;
-    frame.pixels = picture.data();
-    frame.size = picture.size();
+    frame.pixels = image.data();
+    frame.size = image.size();
     frame.time = scene.time(number);
     frame.metadata = scene.metadata(number);
     frame.imu = &imu;
@@ -166,8 +166,8 @@ void record(const std::string& path, const Scene& scene, uint64_t count) {
 
 namespace {
 
-bool pictureIsRight(const std::vector<unsigned char>& picture, const Scene& scene, uint64_t number) {
-    return isLossless(scene.mode) ? picture == scene.picture(number) : numberIn(picture, scene) == (number & 0xFFFF);
+bool imageIsRight(const std::vector<unsigned char>& image, const Scene& scene, uint64_t number) {
+    return isLossless(scene.mode) ? image == scene.image(number) : numberIn(image, scene) == (number & 0xFFFF);
 }
 
 bool factsAreRight(rlxrw::RLXVideo& reader, const Scene& scene, uint64_t number, Timestamp time) {
@@ -200,10 +200,10 @@ Played play(const std::string& path, const Scene& scene) {
     const auto reader = makeRlxVideo(calibration);
     Played played;
     played.open_result = reader->open(path.c_str());
-    std::vector<unsigned char> picture(std::size_t{scene.width} * scene.height * 2);
+    std::vector<unsigned char> image(std::size_t{scene.width} * scene.height * 2);
     Timestamp time = 0;
     for (int idle = 0; played.open_result == 0 && idle < 100;) {
-        const FrameStatus status = reader->readFrame(picture.data(), picture.size(), time);
+        const FrameStatus status = reader->readFrame(image.data(), image.size(), time);
         if (status == NO_FRAME) {
             ++idle;
             continue;
@@ -214,7 +214,7 @@ Played play(const std::string& path, const Scene& scene) {
         }
         const uint64_t number = numberAt(scene, time);
         played.times.push_back(time);
-        played.wrong_pictures += pictureIsRight(picture, scene, number) ? 0 : 1;
+        played.wrong_images += imageIsRight(image, scene, number) ? 0 : 1;
         played.wrong_facts += factsAreRight(*reader, scene, number, time) ? 0 : 1;
     }
     played.counters = reader->counters();

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "backends/rlx/Rlx.hpp"
+#include "backends/rlx/rlx_factory.hpp"
 
 namespace oru::rlx_test {
 
@@ -31,7 +31,7 @@ public:
     std::string offered_text;
 };
 
-/// A camera that can be computed: every frame's picture, time, metadata and packets follow from its number.
+/// A camera that can be computed: every frame's image, time, metadata and packets follow from its number.
 struct Scene {
     uint32_t width = 64;
     uint32_t height = 48;
@@ -41,15 +41,15 @@ struct Scene {
     bool calibrated = true;
 
     [[nodiscard]] rlxrw::RlxRecordingHeader header() const;
-    [[nodiscard]] std::vector<unsigned char> picture(uint64_t number) const;
+    [[nodiscard]] std::vector<unsigned char> image(uint64_t number) const;
     [[nodiscard]] Timestamp time(uint64_t number) const;
     [[nodiscard]] rlxrw::rlxSampleMetadata metadata(uint64_t number) const;
     [[nodiscard]] IMUPacket imu(uint64_t number) const;
     [[nodiscard]] std::vector<IMUPacket> packets(uint64_t number) const;
 };
 
-/// The number that Scene::picture hides in the picture; survives lossy coding.
-[[nodiscard]] uint64_t numberIn(const std::vector<unsigned char>& picture, const Scene& scene);
+/// The number that Scene::image hides in the image; survives lossy coding.
+[[nodiscard]] uint64_t numberIn(const std::vector<unsigned char>& image, const Scene& scene);
 
 /// A folder that is removed at the end of the test.
 class Folder {
@@ -71,8 +71,8 @@ void record(const std::string& path, const Scene& scene, uint64_t count);
 struct Played {
     int open_result = -1;
     std::vector<Timestamp> times;
-    uint64_t wrong_pictures = 0;  ///< delivered with another content than was recorded (lossless modes: any byte)
-    uint64_t wrong_facts = 0;     ///< delivered with another time, metadata or other packets
+    uint64_t wrong_images = 0;  ///< delivered with another content than was recorded (lossless modes: any byte)
+    uint64_t wrong_facts = 0;   ///< delivered with another time, metadata or other packets
     FrameCounters counters;
 };
 Played play(const std::string& path, const Scene& scene);

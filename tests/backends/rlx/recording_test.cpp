@@ -2,8 +2,8 @@
 
 #include <cstdio>
 
+#include "backends/rlx/HelperProcess.hpp"
 #include "backends/rlx/file/repair.hpp"
-#include "backends/rlx/helper_process.hpp"
 #include "backends/rlx/recording_fixture.hpp"
 
 namespace oru::rlx_test {
@@ -50,7 +50,7 @@ TEST_P(EveryMode, PlaysBackEveryFrameWithItsFactsExactly) {
 
         EXPECT_EQ(played.open_result, 0);
         EXPECT_EQ(played.times.size(), 70U);
-        EXPECT_EQ(played.wrong_pictures, 0U);
+        EXPECT_EQ(played.wrong_images, 0U);
         EXPECT_EQ(played.wrong_facts, 0U);
         EXPECT_EQ(played.counters.produced, 70U);
         EXPECT_EQ(played.counters.lost(), 0U);
@@ -66,21 +66,21 @@ TEST_P(EveryMode, SeeksExactlyForwardsAndBackwards) {
     KeptCalibration calibration;
     const auto reader = makeRlxVideo(calibration);
     ASSERT_EQ(reader->open(path.c_str()), 0);
-    std::vector<unsigned char> picture(std::size_t{scene.width} * scene.height * 2);
+    std::vector<unsigned char> image(std::size_t{scene.width} * scene.height * 2);
     Timestamp time = 0;
 
     for (const int frame : {3, 0, 44, 20, 21, 19, 9, 10, 11, 40, 0}) {
         reader->setPosition(frame);
         EXPECT_EQ(reader->position(), frame);
-        ASSERT_EQ(reader->readFrame(picture.data(), picture.size(), time), NEW_FRAME) << frame;
+        ASSERT_EQ(reader->readFrame(image.data(), image.size(), time), NEW_FRAME) << frame;
         EXPECT_EQ(time, scene.time(static_cast<uint64_t>(frame)));
-        EXPECT_EQ(numberIn(picture, scene), static_cast<uint64_t>(frame));
+        EXPECT_EQ(numberIn(image, scene), static_cast<uint64_t>(frame));
     }
     reader->setPosition(1000);
-    EXPECT_EQ(reader->readFrame(picture.data(), picture.size(), time), INPUT_ENDED);
-    EXPECT_EQ(reader->readFrame(picture.data(), picture.size(), time), INPUT_ENDED);
+    EXPECT_EQ(reader->readFrame(image.data(), image.size(), time), INPUT_ENDED);
+    EXPECT_EQ(reader->readFrame(image.data(), image.size(), time), INPUT_ENDED);
     reader->setPosition(44);
-    EXPECT_EQ(reader->readFrame(picture.data(), picture.size(), time), NEW_FRAME);
+    EXPECT_EQ(reader->readFrame(image.data(), image.size(), time), NEW_FRAME);
 }
 
 TEST_P(EveryMode, OpensInOrdinaryPlayers) {
@@ -179,13 +179,13 @@ TEST(Recording, TimesThatStandStillOrGoBackAreKept) {
     const std::string path = folder.path("a.rlx2");
     KeptCalibration calibration;
     const auto file = makeRlxVideo(calibration);
-    const std::vector<unsigned char> picture = scene.picture(0);
+    const std::vector<unsigned char> image = scene.image(0);
     const std::vector<Timestamp> times{5'000'000'000, 5'000'000'000, 4'000'000'000, 0, 200'000'000'000, ~Timestamp{0}};
     ASSERT_EQ(file->create(path.c_str(), scene.header()), 0);
     for (const Timestamp time : times) {
         rlxrw::RlxFrame frame;
-        frame.pixels = picture.data();
-        frame.size = picture.size();
+        frame.pixels = image.data();
+        frame.size = image.size();
         frame.time = time;
         ASSERT_EQ(file->writeFrame(frame), 0);
     }
@@ -194,7 +194,7 @@ TEST(Recording, TimesThatStandStillOrGoBackAreKept) {
     ASSERT_EQ(file->open(path.c_str()), 0);
 
     for (std::size_t i = 0; i < times.size(); ++i) {
-        std::vector<unsigned char> read(picture.size());
+        std::vector<unsigned char> read(image.size());
         Timestamp time = 1;
         ASSERT_EQ(file->readFrame(read.data(), read.size(), time), NEW_FRAME);
         EXPECT_EQ(time, times[i]);
@@ -210,13 +210,13 @@ TEST(Recording, SkippedFramesCountAsLateAndGiveTheirPacketsToTheNext) {
     KeptCalibration calibration;
     const auto reader = makeRlxVideo(calibration);
     ASSERT_EQ(reader->open(path.c_str()), 0);
-    std::vector<unsigned char> picture(std::size_t{scene.width} * scene.height * 2);
+    std::vector<unsigned char> image(std::size_t{scene.width} * scene.height * 2);
     Timestamp time = 0;
 
     reader->setPosition(5);
     reader->skipFrame();
     reader->skipFrame();
-    ASSERT_EQ(reader->readFrame(picture.data(), picture.size(), time), NEW_FRAME);
+    ASSERT_EQ(reader->readFrame(image.data(), image.size(), time), NEW_FRAME);
 
     EXPECT_EQ(time, scene.time(7));
     std::vector<IMUPacket> expected = scene.packets(5);
@@ -244,7 +244,7 @@ TEST_P(EveryMode, FullDiskLeavesAPlayableFile) {
 
     EXPECT_EQ(played.open_result, 0);
     EXPECT_GT(played.times.size(), 0U);
-    EXPECT_EQ(played.wrong_pictures, 0U);
+    EXPECT_EQ(played.wrong_images, 0U);
     EXPECT_LE(std::filesystem::file_size(path), 30'000U);
 }
 

@@ -33,13 +33,13 @@ double median(std::vector<double> values) {
 constexpr int kFramesOfARound = 30;
 
 /// Processor milliseconds a frame of plain write() with the checksum over the same bytes.
-double plainWrite(const std::string& path, const std::vector<unsigned char>& picture) {
+double plainWrite(const std::string& path, const std::vector<unsigned char>& image) {
     const int file = ::open(path.c_str(), O_CREAT | O_TRUNC | O_WRONLY | O_CLOEXEC, 0644);
     const double begin = cpuSeconds();
     uint32_t crc = 0;
     for (int i = 0; i < kFramesOfARound; ++i) {
-        crc ^= rlx::crc32c(picture.data(), picture.size());
-        EXPECT_EQ(::write(file, picture.data(), picture.size()), static_cast<ssize_t>(picture.size()));
+        crc ^= rlx::crc32c(image.data(), image.size());
+        EXPECT_EQ(::write(file, image.data(), image.size()), static_cast<ssize_t>(image.size()));
     }
     const double seconds = cpuSeconds() - begin;
     ::close(file);
@@ -47,15 +47,15 @@ double plainWrite(const std::string& path, const std::vector<unsigned char>& pic
     return seconds * 1000.0 / kFramesOfARound;
 }
 
-double recorderWrite(const std::string& path, const Scene& scene, const std::vector<unsigned char>& picture) {
+double recorderWrite(const std::string& path, const Scene& scene, const std::vector<unsigned char>& image) {
     KeptCalibration calibration;
     const auto recorder = makeRlxVideo(calibration);
     EXPECT_EQ(recorder->create(path.c_str(), scene.header()), 0);
     const double begin = cpuSeconds();
     for (uint64_t i = 0; i < kFramesOfARound; ++i) {
         rlxrw::RlxFrame frame;
-        frame.pixels = picture.data();
-        frame.size = picture.size();
+        frame.pixels = image.data();
+        frame.size = image.size();
         frame.time = scene.time(i);
         EXPECT_EQ(recorder->writeFrame(frame), 0);
     }
@@ -69,12 +69,12 @@ double recorderWrite(const std::string& path, const Scene& scene, const std::vec
 TEST(Throughput, RawCostsAtMostTwiceAPlainWriteWithChecksum) {
     const Folder folder;
     const Scene scene{.width = 1920, .height = 1200, .fps = 60.0F};
-    const std::vector<unsigned char> picture = scene.picture(1);
+    const std::vector<unsigned char> image = scene.image(1);
     std::vector<double> plain;
     std::vector<double> recorded;
     for (int round = 0; round < 7; ++round) {
-        plain.push_back(plainWrite(folder.path("plain"), picture));
-        recorded.push_back(recorderWrite(folder.path("a.rlx2"), scene, picture));
+        plain.push_back(plainWrite(folder.path("plain"), image));
+        recorded.push_back(recorderWrite(folder.path("a.rlx2"), scene, image));
     }
     const double ratio = median(recorded) / median(plain);
     std::cout << "CPU ms a frame: write() and CRC " << median(plain) << ", recorder " << median(recorded) << ", ratio "
@@ -90,12 +90,12 @@ TEST(Throughput, LongRecordingOpensAtOnceAndSeeksExactly) {
     KeptCalibration calibration;
     const auto file = makeRlxVideo(calibration);
     ASSERT_EQ(file->create(path.c_str(), scene.header()), 0);
-    std::vector<unsigned char> picture(16 * 2 * 2);
+    std::vector<unsigned char> image(16 * 2 * 2);
     for (int i = 0; i < kFrames; ++i) {
-        std::copy_n(reinterpret_cast<const unsigned char*>(&i), sizeof i, picture.begin());
+        std::copy_n(reinterpret_cast<const unsigned char*>(&i), sizeof i, image.begin());
         rlxrw::RlxFrame frame;
-        frame.pixels = picture.data();
-        frame.size = picture.size();
+        frame.pixels = image.data();
+        frame.size = image.size();
         frame.time = scene.time(static_cast<uint64_t>(i));
         ASSERT_EQ(file->writeFrame(frame), 0);
     }
@@ -114,10 +114,10 @@ TEST(Throughput, LongRecordingOpensAtOnceAndSeeksExactly) {
         const int wanted = round * 7919 % kFrames;
         const double begin = wallSeconds();
         file->setPosition(wanted);
-        ASSERT_EQ(file->readFrame(picture.data(), picture.size(), time), NEW_FRAME);
+        ASSERT_EQ(file->readFrame(image.data(), image.size(), time), NEW_FRAME);
         seeks.push_back(wallSeconds() - begin);
         int found = 0;
-        std::copy_n(picture.begin(), sizeof found, reinterpret_cast<unsigned char*>(&found));
+        std::copy_n(image.begin(), sizeof found, reinterpret_cast<unsigned char*>(&found));
         ASSERT_EQ(found, wanted);
         ASSERT_EQ(time, scene.time(static_cast<uint64_t>(wanted)));
     }
@@ -136,7 +136,7 @@ TEST(Throughput, CameraRecordsAtItsRate) {
         const Scene scene{.width = 1920, .height = 1200, .fps = sample.fps, .mode = sample.mode};
         const std::unique_ptr<Clock> clock = makeSystemClock();
         CameraRig camera(scene, *clock);
-        const std::vector<unsigned char> pictures[] = {scene.picture(0), scene.picture(1), scene.picture(2)};
+        const std::vector<unsigned char> images[] = {scene.image(0), scene.image(1), scene.image(2)};
         ASSERT_EQ(camera.startRecording(folder.path("a.rlx2")), SUCCESS);
         const double begin = wallSeconds();
         const double cpu = cpuSeconds();
@@ -147,9 +147,9 @@ TEST(Throughput, CameraRecordsAtItsRate) {
                 ::usleep(500);
             }
             const double before = wallSeconds();
-            const std::vector<unsigned char>& picture = pictures[number % 3];
+            const std::vector<unsigned char>& image = images[number % 3];
             camera.current_timestamp = scene.time(number);
-            std::copy(picture.begin(), picture.end(), camera.frame_buffer);
+            std::copy(image.begin(), image.end(), camera.frame_buffer);
             camera.finishGrab({});
             longest = std::max(longest, wallSeconds() - before);
         }

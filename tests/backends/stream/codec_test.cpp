@@ -6,11 +6,11 @@
 #include <set>
 #include <vector>
 
+#include "backends/stream/Loopback.hpp"
 #include "backends/stream/impairment_proxy.hpp"
-#include "backends/stream/loopback.hpp"
-#include "backends/stream/receiver/stream_link.hpp"
+#include "backends/stream/receiver/StreamLink.hpp"
 #include "backends/stream/wire/ts_demuxer.hpp"
-#include "doubles/log_capture.hpp"
+#include "doubles/LogCapture.hpp"
 
 namespace oru::test {
 namespace {
@@ -66,7 +66,7 @@ private:
     stream::TsDemuxer demuxer{*this};
 };
 
-TEST_F(Codec, H265DeliversSmallPicturesOnceWithTheirTimeAndMetadata) {
+TEST_F(Codec, H265DeliversSmallImagesOnceWithTheirTimeAndMetadata) {
     startSender(denseConfiguration(192, 112, 15));
     startSource();
     auto receiver = makeReceiver();
@@ -77,7 +77,7 @@ TEST_F(Codec, H265DeliversSmallPicturesOnceWithTheirTimeAndMetadata) {
     uint64_t missing = 0;
     for (int i = 0; i < 30; ++i) {
         ASSERT_TRUE(readWithin(*receiver, image, 3000)) << "frame " << i;
-        const SeenPicture seen = readPicture(image, 192, 112);
+        const SeenImage seen = readImage(image, 192, 112);
         EXPECT_LT(seen.mean_error, 10.0);
         EXPECT_EQ(receiver->frameTimestamp(), numberedTime(seen.number));
         const rlxrw::rlxSampleMetadata expected = numberedMetadata(seen.number);
@@ -107,7 +107,7 @@ TEST_F(Codec, H265ThatIsTooMuchForTheMachineSkipsFramesEvenlyAndSaysSoOnce) {
     std::vector<uint64_t> numbers;
     while (clock->monotonicNanoseconds() < end) {
         if (receiver->readStreamData(image.data(), nullptr)) {
-            const SeenPicture seen = readPicture(image, kWide, kHigh);
+            const SeenImage seen = readImage(image, kWide, kHigh);
             EXPECT_LT(seen.mean_error, 10.0);
             EXPECT_EQ(receiver->frameTimestamp(), numberedTime(seen.number));
             numbers.push_back(seen.number);
@@ -135,13 +135,13 @@ TEST_F(Codec, H265ThatIsTooMuchForTheMachineSkipsFramesEvenlyAndSaysSoOnce) {
     }
 }
 
-/// Sends pictures that no coder can make small, so that the stream really takes its bitrate.
+/// Sends images that no coder can make small, so that the stream really takes its bitrate.
 class NoisySource {
 public:
     NoisySource(UDPOutput& target, uint32_t width, uint32_t height) : sender(target) {
-        for (auto& picture : pictures) {
-            picture.resize(std::size_t{width} * height * 2);
-            std::generate(picture.begin(), picture.end(), [&] { return static_cast<unsigned char>(random() & 0xFF); });
+        for (auto& image : images) {
+            image.resize(std::size_t{width} * height * 2);
+            std::generate(image.begin(), image.end(), [&] { return static_cast<unsigned char>(random() & 0xFF); });
         }
         thread = std::thread([this] { run(); });
     }
@@ -155,16 +155,16 @@ public:
 private:
     void run() {
         for (uint64_t number = 1; !stopWanted; ++number) {
-            std::vector<unsigned char>& picture = pictures[number % pictures.size()];
-            sender.asyncingestYUVFrame(picture.data(), numberedTime(number), numberedMetadata(number),
-                                       static_cast<int>(picture.size()));
+            std::vector<unsigned char>& image = images[number % images.size()];
+            sender.asyncingestYUVFrame(image.data(), numberedTime(number), numberedMetadata(number),
+                                       static_cast<int>(image.size()));
             std::this_thread::sleep_for(std::chrono::milliseconds(33));
         }
     }
 
     UDPOutput& sender;
     std::mt19937 random{7};
-    std::array<std::vector<unsigned char>, 8> pictures;
+    std::array<std::vector<unsigned char>, 8> images;
     std::atomic<bool> stopWanted{false};
     std::thread thread;
 };

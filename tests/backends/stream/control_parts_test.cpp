@@ -1,12 +1,12 @@
 #include <gtest/gtest.h>
 
-#include "backends/stream/control/control_handler.hpp"
+#include "backends/stream/control/ControlHandler.hpp"
 #include "backends/stream/control/control_messages.hpp"
 #include "backends/stream/transport/rate_limit.hpp"
 #include "backends/stream/transport/stream_keys.hpp"
+#include "doubles/LogCapture.hpp"
+#include "doubles/ScopedEnvironment.hpp"
 #include "doubles/live_doubles.hpp"
-#include "doubles/log_capture.hpp"
-#include "doubles/scoped_environment.hpp"
 
 namespace oru::test {
 namespace {
@@ -81,9 +81,9 @@ TEST(ControlMessages, AreRefusedWithFieldsThatDoNotExist) {
 }
 
 /// A desk over a scripted 1920 x 1200 camera whose every control goes from 0 to 100.
-struct Desk {
+struct Handler {
     ControlStatus ask(const ControlMessage& message) {
-        last = desk.answer(message);
+        last = handler.answer(message);
         EXPECT_TRUE(last.reply);
         EXPECT_EQ(last.id, message.id);
         EXPECT_EQ(last.control, message.control);
@@ -101,26 +101,26 @@ struct Desk {
     doubles::CallLog calls;
     doubles::ScriptedGrabber grabber{script, calls, GMSL};
     int writes = 0;
-    ControlDesk desk{[this] { ++writes; }};
+    ControlHandler handler{[this] { ++writes; }};
     ControlMessage last;
 };
 
-TEST(ControlDesk, ReadsAndWritesEachKindOfControl) {
-    Desk desk;
-    desk.desk.setGrabber(&desk.grabber);
-    desk.script.values[GAIN] = 33;
-    desk.script.region = {1, 2, 3, 4};
+TEST(ControlHandler, ReadsAndWritesEachKindOfControl) {
+    Handler handler;
+    handler.handler.setGrabber(&handler.grabber);
+    handler.script.values[GAIN] = 33;
+    handler.script.region = {1, 2, 3, 4};
     using Values = std::array<int32_t, 4>;
 
-    EXPECT_EQ(desk.ask(request(ControlOperation::READ, GAIN)), ControlStatus::DONE);
-    EXPECT_EQ(desk.last.values, (Values{33, 0, 0, 0}));
-    EXPECT_EQ(desk.ask(request(ControlOperation::RANGE, GAIN)), ControlStatus::DONE);
-    EXPECT_EQ(desk.last.values, (Values{0, 100, 0, 0}));
-    EXPECT_EQ(desk.ask(request(ControlOperation::READ, RANGE_SETTING_16)), ControlStatus::DONE);
-    EXPECT_EQ(desk.last.values, (Values{1, 9, 0, 0}));
-    EXPECT_EQ(desk.ask(request(ControlOperation::READ, AEC_AGC_ROI)), ControlStatus::DONE);
-    EXPECT_EQ(desk.last.values, (Values{1, 2, 3, 4}));
-    EXPECT_FALSE(desk.written());
+    EXPECT_EQ(handler.ask(request(ControlOperation::READ, GAIN)), ControlStatus::DONE);
+    EXPECT_EQ(handler.last.values, (Values{33, 0, 0, 0}));
+    EXPECT_EQ(handler.ask(request(ControlOperation::RANGE, GAIN)), ControlStatus::DONE);
+    EXPECT_EQ(handler.last.values, (Values{0, 100, 0, 0}));
+    EXPECT_EQ(handler.ask(request(ControlOperation::READ, RANGE_SETTING_16)), ControlStatus::DONE);
+    EXPECT_EQ(handler.last.values, (Values{1, 9, 0, 0}));
+    EXPECT_EQ(handler.ask(request(ControlOperation::READ, AEC_AGC_ROI)), ControlStatus::DONE);
+    EXPECT_EQ(handler.last.values, (Values{1, 2, 3, 4}));
+    EXPECT_FALSE(handler.written());
 
     const struct {
         ControlMessage message;
@@ -134,13 +134,13 @@ TEST(ControlDesk, ReadsAndWritesEachKindOfControl) {
         {request(ControlOperation::WRITE, AEC_AGC_ROI, {}, true), "resetROI 0"},
     };
     for (const auto& [message, call] : writes) {
-        EXPECT_EQ(desk.ask(message), ControlStatus::DONE) << call;
-        EXPECT_TRUE(desk.deviceHeard(call)) << call;
+        EXPECT_EQ(handler.ask(message), ControlStatus::DONE) << call;
+        EXPECT_TRUE(handler.deviceHeard(call)) << call;
     }
-    EXPECT_EQ(desk.writes, 6);
+    EXPECT_EQ(handler.writes, 6);
 }
 
-TEST(ControlDesk, KeepsFromTheDeviceWhatItMustNotHear) {
+TEST(ControlHandler, KeepsFromTheDeviceWhatItMustNotHear) {
     constexpr int32_t kMost = INT32_MAX;
     const struct {
         ControlMessage message;
@@ -167,42 +167,42 @@ TEST(ControlDesk, KeepsFromTheDeviceWhatItMustNotHear) {
         {request(ControlOperation::WRITE, AEC_AGC_ROI, {-4, 0, 8, 8}), ControlStatus::OUT_OF_RANGE},
         {request(ControlOperation::WRITE, AEC_AGC_ROI, {kMost, kMost, kMost, kMost}), ControlStatus::OUT_OF_RANGE},
     };
-    Desk desk;
-    desk.desk.setGrabber(&desk.grabber);
+    Handler handler;
+    handler.handler.setGrabber(&handler.grabber);
 
     for (const auto& [message, status] : cases) {
-        EXPECT_EQ(desk.ask(message), status) << message.control << " " << message.values[0];
+        EXPECT_EQ(handler.ask(message), status) << message.control << " " << message.values[0];
     }
-    EXPECT_FALSE(desk.written());
-    EXPECT_EQ(desk.writes, 0);
+    EXPECT_FALSE(handler.written());
+    EXPECT_EQ(handler.writes, 0);
 }
 
-TEST(ControlDesk, SaysWhatTheDeviceSays) {
-    Desk desk;
-    desk.desk.setGrabber(&desk.grabber);
+TEST(ControlHandler, SaysWhatTheDeviceSays) {
+    Handler handler;
+    handler.handler.setGrabber(&handler.grabber);
 
-    desk.script.regionStatus = -1;
-    EXPECT_EQ(desk.ask(request(ControlOperation::WRITE, AEC_AGC_ROI, {0, 0, 8, 8})), ControlStatus::DEVICE_REFUSED);
-    EXPECT_EQ(desk.ask(request(ControlOperation::READ, AEC_AGC_ROI)), ControlStatus::DEVICE_REFUSED);
-    desk.script.accepts = false;
-    EXPECT_EQ(desk.ask(request(ControlOperation::WRITE, GAIN, {4})), ControlStatus::OUT_OF_RANGE);
-    desk.script.knowsRange = false;
-    EXPECT_EQ(desk.ask(request(ControlOperation::WRITE, GAIN, {4})), ControlStatus::UNKNOWN_CONTROL);
-    EXPECT_EQ(desk.writes, 0);
+    handler.script.regionStatus = -1;
+    EXPECT_EQ(handler.ask(request(ControlOperation::WRITE, AEC_AGC_ROI, {0, 0, 8, 8})), ControlStatus::DEVICE_REFUSED);
+    EXPECT_EQ(handler.ask(request(ControlOperation::READ, AEC_AGC_ROI)), ControlStatus::DEVICE_REFUSED);
+    handler.script.accepts = false;
+    EXPECT_EQ(handler.ask(request(ControlOperation::WRITE, GAIN, {4})), ControlStatus::OUT_OF_RANGE);
+    handler.script.knowsRange = false;
+    EXPECT_EQ(handler.ask(request(ControlOperation::WRITE, GAIN, {4})), ControlStatus::UNKNOWN_CONTROL);
+    EXPECT_EQ(handler.writes, 0);
 }
 
-TEST(ControlDesk, HasNothingToControlWithoutADevice) {
-    Desk desk;
-    EXPECT_EQ(desk.ask(request(ControlOperation::READ, GAIN)), ControlStatus::NO_CAMERA);
+TEST(ControlHandler, HasNothingToControlWithoutADevice) {
+    Handler handler;
+    EXPECT_EQ(handler.ask(request(ControlOperation::READ, GAIN)), ControlStatus::NO_CAMERA);
     // The idle grabber of a camera that plays a file.
-    desk.script.width = 0;
-    desk.desk.setGrabber(&desk.grabber);
-    EXPECT_EQ(desk.ask(request(ControlOperation::WRITE, GAIN, {4})), ControlStatus::NO_CAMERA);
-    EXPECT_FALSE(desk.written());
+    handler.script.width = 0;
+    handler.handler.setGrabber(&handler.grabber);
+    EXPECT_EQ(handler.ask(request(ControlOperation::WRITE, GAIN, {4})), ControlStatus::NO_CAMERA);
+    EXPECT_FALSE(handler.written());
 }
 
-TEST(AdmissionGate, LetsOneAddressInOnlySoOften) {
-    AdmissionGate gate;
+TEST(ConnectionLimiter, LetsOneAddressInOnlySoOften) {
+    ConnectionLimiter gate;
     uint64_t now = kSecond;
     const auto admitted = [&](uint32_t address, int attempts) {
         int count = 0;
@@ -212,21 +212,21 @@ TEST(AdmissionGate, LetsOneAddressInOnlySoOften) {
         return count;
     };
 
-    EXPECT_EQ(admitted(1, 1000), static_cast<int>(AdmissionGate::kBurst));
+    EXPECT_EQ(admitted(1, 1000), static_cast<int>(ConnectionLimiter::kBurst));
     EXPECT_EQ(admitted(2, 1), 1) << "a stranger must not lock the others out";
     now += kSecond;
-    EXPECT_EQ(admitted(1, 1000), static_cast<int>(AdmissionGate::kPerSecond));
+    EXPECT_EQ(admitted(1, 1000), static_cast<int>(ConnectionLimiter::kPerSecond));
     now += 3600 * kSecond;
-    EXPECT_EQ(admitted(1, 1000), static_cast<int>(AdmissionGate::kBurst));
+    EXPECT_EQ(admitted(1, 1000), static_cast<int>(ConnectionLimiter::kBurst));
 }
 
-TEST(AdmissionGate, BoundsAllAddressesTogether) {
-    AdmissionGate gate;
+TEST(ConnectionLimiter, BoundsAllAddressesTogether) {
+    ConnectionLimiter gate;
     int count = 0;
     for (uint32_t address = 1; address <= 10000; ++address) {
         count += gate.admit(address, kSecond) ? 1 : 0;
     }
-    EXPECT_EQ(count, static_cast<int>(AdmissionGate::kAllBurst));
+    EXPECT_EQ(count, static_cast<int>(ConnectionLimiter::kAllBurst));
 }
 
 TEST(StreamKeys, AreRefusedWhenTheyAreNoGood) {

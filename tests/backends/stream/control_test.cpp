@@ -5,11 +5,11 @@
 #include <optional>
 #include <set>
 
+#include "backends/stream/Loopback.hpp"
+#include "backends/stream/RawCaller.hpp"
 #include "backends/stream/impairment_proxy.hpp"
-#include "backends/stream/loopback.hpp"
-#include "backends/stream/raw_caller.hpp"
 #include "backends/virtual_bus/bus_rig.hpp"
-#include "doubles/scoped_environment.hpp"
+#include "doubles/ScopedEnvironment.hpp"
 
 namespace oru::test {
 namespace {

@@ -8,12 +8,12 @@
 #include <optional>
 #include <set>
 
-#include "backends/stream/hostile_datagrams.hpp"
-#include "backends/stream/loopback.hpp"
-#include "backends/stream/raw_caller.hpp"
+#include "backends/stream/HostileSocket.hpp"
+#include "backends/stream/Loopback.hpp"
+#include "backends/stream/RawCaller.hpp"
 #include "backends/stream/transport/rate_limit.hpp"
-#include "doubles/log_capture.hpp"
-#include "doubles/scoped_environment.hpp"
+#include "doubles/LogCapture.hpp"
+#include "doubles/ScopedEnvironment.hpp"
 
 namespace oru::test {
 namespace {
@@ -95,7 +95,7 @@ private:
             if (!receiver->readStreamData(image.data(), nullptr)) {
                 continue;
             }
-            const SeenPicture seen = readPicture(image, settings.width, settings.height);
+            const SeenImage seen = readImage(image, settings.width, settings.height);
             const bool right = seen.mean_error < 10.0 && (numbers.empty() || seen.number > numbers.back()) &&
                                receiver->frameTimestamp() == numberedTime(seen.number);
             wrong += right ? 0 : 1;
@@ -209,7 +209,7 @@ TEST_F(UnderAttackWithAKey, WrongKeysCostTheSenderOnlySoManyDerivations) {
     const double seconds = static_cast<double>(clock->monotonicNanoseconds() - start) / static_cast<double>(kSecond);
 
     std::printf("%d derivations, %d turned away in %.1f s\n", derived, turnedAway, seconds);
-    EXPECT_LE(derived, stream::AdmissionGate::kBurst + stream::AdmissionGate::kPerSecond * (seconds + 1.0));
+    EXPECT_LE(derived, stream::ConnectionLimiter::kBurst + stream::ConnectionLimiter::kPerSecond * (seconds + 1.0));
     EXPECT_GT(derived, 0);
     expectNothingChanged();
 }

@@ -23,9 +23,9 @@ constexpr uint64_t kMillisecond = 1000000;
 /// What one receiver saw of a run.
 struct Reading {
     std::vector<uint64_t> numbers;
-    std::vector<double> latency_ms;  ///< from the hand-off to the delivered picture
+    std::vector<double> latency_ms;  ///< from the hand-off to the delivered image
     std::vector<uint64_t> read_ns;
-    unsigned wrong = 0;  ///< pictures that do not show what was sent, or with other facts
+    unsigned wrong = 0;  ///< images that do not show what was sent, or with other facts
     FrameCounters counters;
 
     [[nodiscard]] double latency(double part) const {
@@ -114,7 +114,7 @@ private:
     }
     void note(Reading& run, const std::vector<unsigned char>& image) {
         const uint64_t now = clock->monotonicNanoseconds();
-        const SeenPicture seen = readPicture(image, kWidth, kHeight);
+        const SeenImage seen = readImage(image, kWidth, kHeight);
         const rlxrw::rlxSampleMetadata expected = numberedMetadata(seen.number);
         const bool right =
             seen.number < kMaxNumber && seen.mean_error < 10.0 &&

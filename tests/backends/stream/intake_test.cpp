@@ -2,32 +2,32 @@
 
 #include <functional>
 
-#include "backends/stream/receiver/reassembler.hpp"
+#include "backends/stream/receiver/Reassembler.hpp"
 #include "backends/stream/stream_fixture.hpp"
+#include "backends/stream/wire/TsWriter.hpp"
 #include "backends/stream/wire/data_packets.hpp"
-#include "backends/stream/wire/ts_writer.hpp"
 
 namespace oru::stream {
 namespace {
 
 constexpr std::size_t kPacket = TsDemuxer::kPacketBytes;
 
-/// Builds the transport packets of made-up coded pictures and feeds them to an intake.
+/// Builds the transport packets of made-up coded images and feeds them to an intake.
 class Intake : public testing::Test {
 protected:
     Intake() { EXPECT_TRUE(muxer.open(VideoCodec::H264, 320, 240)); }
 
     std::vector<uint8_t> packets(uint64_t id, bool key, std::size_t size = 3000) {
         // An access unit delimiter first, so that the muxer has nothing to add.
-        std::vector<uint8_t> picture = {0, 0, 0, 1, 9, 0xF0, 0, 0, 0, 1, static_cast<uint8_t>(key ? 0x65 : 0x41)};
-        while (picture.size() < size) {
-            picture.push_back(static_cast<uint8_t>(picture.size() * 31 + id) | 1);
+        std::vector<uint8_t> image = {0, 0, 0, 1, 9, 0xF0, 0, 0, 0, 1, static_cast<uint8_t>(key ? 0x65 : 0x41)};
+        while (image.size() < size) {
+            image.push_back(static_cast<uint8_t>(image.size() * 31 + id) | 1);
         }
         FrameRecord record;
         record.key_frame = key;
-        record.has_picture = true;
-        record.picture_bytes = static_cast<uint32_t>(picture.size());
-        record.picture_crc = checksum(picture.data(), picture.size());
+        record.has_image = true;
+        record.image_bytes = static_cast<uint32_t>(image.size());
+        record.image_crc = checksum(image.data(), image.size());
         record.session = session;
         record.frame_id = id;
         record.skipped_frames = skipped;
@@ -35,21 +35,21 @@ protected:
         writeFrameRecord(bytes, record, samples.data(), samples.size());
         muxer.clear();
         pts += 3000;
-        EXPECT_TRUE(muxer.writeVideo(picture.data(), picture.size(), pts, key));
+        EXPECT_TRUE(muxer.writeVideo(image.data(), image.size(), pts, key));
         EXPECT_TRUE(muxer.writeData(bytes, pts));
         return muxer.finish();
     }
-    void feed(const std::vector<uint8_t>& bytes) { intake.feed(bytes.data(), bytes.size()); }
+    void feed(const std::vector<uint8_t>& bytes) { reassembler.feed(bytes.data(), bytes.size()); }
     std::vector<uint64_t> taken() {
         std::vector<uint64_t> ids;
-        CodedPicture picture;
-        while (queue.pop(picture, 0)) {
-            ids.push_back(picture.record.frame_id);
+        CodedImage image;
+        while (queue.pop(image, 0)) {
+            ids.push_back(image.record.frame_id);
         }
         return ids;
     }
 
-    TsMuxer muxer;
+    TsWriter muxer;
     int64_t pts = 0;
     uint64_t session = 1;
     uint64_t skipped = 0;
@@ -58,7 +58,7 @@ protected:
     ImuStore store;
     FrameLedger ledger;
     std::atomic<bool> keyFrameWanted{false};
-    FrameIntake intake{queue, store, ledger, keyFrameWanted, [](DescriptionRecord&&) {}};
+    Reassembler reassembler{queue, store, ledger, keyFrameWanted, [](DescriptionRecord&&) {}};
 };
 
 using Ids = std::vector<uint64_t>;
@@ -225,7 +225,7 @@ TEST_F(Intake, TheTablesOfABlockEndWhereItsTracksBegin) {
 
     EXPECT_GT(tables, kPacket);
     EXPECT_EQ(tables % kPacket, 0U);
-    EXPECT_EQ(withTables[tables + 1] & 0x1F, TsMuxer::kVideoPid >> 8);
+    EXPECT_EQ(withTables[tables + 1] & 0x1F, TsWriter::kVideoPid >> 8);
     EXPECT_EQ(tableBytes(without), 0U);
 }
 

@@ -6,10 +6,10 @@
 #include <cstdlib>
 #include <optional>
 
-#include "backends/stream/loopback.hpp"
-#include "backends/stream/raw_caller.hpp"
-#include "doubles/log_capture.hpp"
-#include "doubles/scoped_environment.hpp"
+#include "backends/stream/Loopback.hpp"
+#include "backends/stream/RawCaller.hpp"
+#include "doubles/LogCapture.hpp"
+#include "doubles/ScopedEnvironment.hpp"
 
 namespace oru::test {
 namespace {
@@ -56,7 +56,7 @@ protected:
     }
 };
 
-TEST_F(KeyedStream, ShowsPicturesToWhoeverHoldsTheKey) {
+TEST_F(KeyedStream, ShowsImagesToWhoeverHoldsTheKey) {
     start(kViewing);
     auto receiver = makeReceiver();
     std::vector<unsigned char> image(std::size_t{settings.width} * settings.height * 2);

@@ -6,7 +6,7 @@
 #include <set>
 #include <thread>
 
-#include "backends/stream/loopback.hpp"
+#include "backends/stream/Loopback.hpp"
 
 namespace oru::test {
 namespace {
@@ -24,7 +24,7 @@ TEST_F(Loopback, DeliversEveryFrameOnceWithItsTimeMetadataAndSamples) {
     uint64_t last = 0;
     for (int i = 0; i < 60; ++i) {
         ASSERT_TRUE(readWithin(*receiver, image, 2000)) << "frame " << i;
-        const SeenPicture seen = readPicture(image, kWidth, kHeight);
+        const SeenImage seen = readImage(image, kWidth, kHeight);
         EXPECT_LT(seen.mean_error, 6.0);
         EXPECT_EQ(seen.number, last == 0 ? seen.number : last + 1);
         EXPECT_EQ(receiver->frameTimestamp(), numberedTime(seen.number));
@@ -98,12 +98,12 @@ TEST_F(Loopback, CarriesEverySampleBitForBitAndAheadOfItsFrame) {
     ASSERT_TRUE(readWithin(*receiver, image, 2000));
     (void)receiver->takeImuPacketsBefore(receiver->frameTimestamp());
 
-    const uint64_t first = readPicture(image, kWidth, kHeight).number + 1;
+    const uint64_t first = readImage(image, kWidth, kHeight).number + 1;
     std::vector<IMUPacket> got;
     uint64_t number = 0;
     while (number < first + 20) {
         ASSERT_TRUE(readWithin(*receiver, image, 2000));
-        number = readPicture(image, kWidth, kHeight).number;
+        number = readImage(image, kWidth, kHeight).number;
         const auto taken = receiver->takeImuPacketsBefore(receiver->frameTimestamp());
         EXPECT_TRUE(taken.empty() || taken.back().imu_timestamp < receiver->frameTimestamp());
         got.insert(got.end(), taken.begin(), taken.end());
@@ -131,11 +131,11 @@ TEST_F(Loopback, AFrameWithoutOrientationComesWithoutMetadata) {
     auto receiver = makeReceiver();
     ASSERT_EQ(receiver->open("127.0.0.1", settings.port, 0), 0);
     std::vector<unsigned char> image(kWidth * kHeight * 2);
-    auto picture = numberedPicture(kWidth, kHeight, 3);
+    auto sent = numberedImage(kWidth, kHeight, 3);
     rlxrw::rlxSampleMetadata metadata = numberedMetadata(3);
     std::fill_n(metadata.bytes, 16, static_cast<unsigned char>(0));
 
-    sender->asyncingestYUVFrame(picture.data(), 1000, metadata, static_cast<int>(picture.size()));
+    sender->asyncingestYUVFrame(sent.data(), 1000, metadata, static_cast<int>(sent.size()));
 
     ASSERT_TRUE(readWithin(*receiver, image, 2000));
     EXPECT_FALSE(receiver->frameHasMetadata());
@@ -149,12 +149,12 @@ TEST_F(Loopback, AReaderThatFallsBehindGetsTheNewestFrame) {
     ASSERT_EQ(receiver->open("127.0.0.1", settings.port, 0), 0);
     std::vector<unsigned char> image(kWidth * kHeight * 2);
     ASSERT_TRUE(readWithin(*receiver, image, 2000));
-    const uint64_t before = readPicture(image, kWidth, kHeight).number;
+    const uint64_t before = readImage(image, kWidth, kHeight).number;
 
     std::this_thread::sleep_for(std::chrono::milliseconds(700));
     ASSERT_TRUE(readWithin(*receiver, image, 2000));
 
-    EXPECT_GT(readPicture(image, kWidth, kHeight).number, before + 10);
+    EXPECT_GT(readImage(image, kWidth, kHeight).number, before + 10);
     const FrameCounters counters = receiver->counters();
     EXPECT_GT(counters.overwritten, 5U);
     EXPECT_EQ(counters.produced, counters.delivered + counters.lost());
@@ -175,7 +175,7 @@ TEST_F(Loopback, SeveralReceiversAndALateOneGetTheSameFrames) {
     for (int round = 0; round < 20; ++round) {
         for (const auto& receiver : receivers) {
             ASSERT_TRUE(readWithin(*receiver, image, 2000));
-            const SeenPicture seen = readPicture(image, kWidth, kHeight);
+            const SeenImage seen = readImage(image, kWidth, kHeight);
             EXPECT_EQ(receiver->frameTimestamp(), numberedTime(seen.number));
             EXPECT_LT(seen.mean_error, 6.0);
         }
@@ -203,7 +203,7 @@ TEST_F(Loopback, ARestartedSenderIsFoundAgainAndNothingOldComesBack) {
     startSource();
 
     ASSERT_TRUE(readWithin(*receiver, image, 5000));
-    EXPECT_GT(readPicture(image, kWidth, kHeight).number, 100000U);
+    EXPECT_GT(readImage(image, kWidth, kHeight).number, 100000U);
 }
 
 TEST_F(Loopback, AnswersAtOnceWhenTheSenderIsGone) {

@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "backends/stream/child_process.hpp"
+#include "backends/stream/Child.hpp"
 #include "backends/stream/stream_fixture.hpp"
-#include "doubles/temporary_directory.hpp"
+#include "doubles/TemporaryDirectory.hpp"
 
 namespace oru::test {
 namespace {
@@ -41,7 +41,7 @@ TEST(TwoProcesses, TheReceiverFindsASenderThatWasKilledAgain) {
         uint64_t number = 0;
         do {
             ASSERT_TRUE(readWithin(*receiver, image, 8000)) << "round " << round;
-            const SeenPicture seen = readPicture(image, kWidth, kHeight);
+            const SeenImage seen = readImage(image, kWidth, kHeight);
             number = seen.number;
             EXPECT_LT(seen.mean_error, 10.0);
             EXPECT_EQ(receiver->frameTimestamp(), numberedTime(number));
@@ -96,7 +96,7 @@ protected:
     Child sender{sendCommand(port, 0)};
 };
 
-TEST_F(Player, ReadsPicturesAndMetadataFromThePlainAddress) {
+TEST_F(Player, ReadsImagesAndMetadataFromThePlainAddress) {
     Child probe({"ffprobe", "-v", "quiet", "-analyzeduration", "1000000", "-read_intervals", "%+2", "-show_entries",
                  "stream=codec_name,width,height:packet=codec_type", "-of", "compact", "-show_streams", "-show_packets",
                  address});
@@ -116,7 +116,7 @@ TEST_F(Player, ReadsPicturesAndMetadataFromThePlainAddress) {
     EXPECT_GE(count("width=320"), 1U);
 }
 
-TEST_F(Player, DecodesThePicturesAndCopiesTheMetadata) {
+TEST_F(Player, DecodesTheImagesAndCopiesTheMetadata) {
     const doubles::TemporaryDirectory directory;
     const std::string input = "timeout 30 ffmpeg -y -v error -analyzeduration 1000000 -i " + address;
 

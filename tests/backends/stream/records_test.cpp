@@ -29,9 +29,9 @@ FrameRecord someFrame() {
     FrameRecord record;
     record.key_frame = true;
     record.has_metadata = true;
-    record.has_picture = true;
-    record.picture_bytes = 12345;
-    record.picture_crc = 0xDEADBEEF;
+    record.has_image = true;
+    record.image_bytes = 12345;
+    record.image_crc = 0xDEADBEEF;
     record.session = 0x0123456789ABCDEF;
     record.frame_id = 77;
     record.timestamp_ns = 1700000000123456789;
@@ -69,9 +69,9 @@ TEST(Records, AFrameComesBackBitForBit) {
 
     ASSERT_EQ(kept.frames.size(), 1U);
     const FrameRecord& got = kept.frames[0];
-    EXPECT_TRUE(got.key_frame && got.has_metadata && got.has_picture);
-    EXPECT_EQ(got.picture_bytes, 12345U);
-    EXPECT_EQ(got.picture_crc, 0xDEADBEEF);
+    EXPECT_TRUE(got.key_frame && got.has_metadata && got.has_image);
+    EXPECT_EQ(got.image_bytes, 12345U);
+    EXPECT_EQ(got.image_crc, 0xDEADBEEF);
     EXPECT_EQ(got.session, 0x0123456789ABCDEFU);
     EXPECT_EQ(got.frame_id, 77U);
     EXPECT_EQ(got.timestamp_ns, 1700000000123456789U);

@@ -8,10 +8,10 @@
 #include <optional>
 #include <vector>
 
+#include "backends/stream/Loopback.hpp"
+#include "backends/stream/RawCaller.hpp"
 #include "backends/stream/impairment_proxy.hpp"
-#include "backends/stream/loopback.hpp"
-#include "backends/stream/raw_caller.hpp"
-#include "backends/stream/receiver/reassembler.hpp"
+#include "backends/stream/receiver/Reassembler.hpp"
 
 namespace oru::test {
 namespace {
@@ -28,8 +28,8 @@ public:
         std::array<char, SRT_LIVE_MAX_PLSIZE> message{};
         int size = 0;
         while ((size = srt_recvmsg(caller.get(), message.data(), static_cast<int>(message.size()))) > 0) {
-            intake.feed(reinterpret_cast<const uint8_t*>(message.data()), static_cast<std::size_t>(size));
-            takePictures();
+            reassembler.feed(reinterpret_cast<const uint8_t*>(message.data()), static_cast<std::size_t>(size));
+            takeImages();
         }
         const auto packets = store.takeBefore(UINT64_MAX);
         samples.insert(samples.end(), packets.begin(), packets.end());
@@ -38,13 +38,13 @@ public:
     [[nodiscard]] FrameCounters lost() const { return ledger.counters(); }
 
     std::vector<IMUPacket> samples;  ///< in the order in which they came
-    Timestamp newest = 0;            ///< of the intact picture that came last
+    Timestamp newest = 0;            ///< of the intact image that came last
 
 private:
-    void takePictures() {
-        stream::CodedPicture picture;
-        while (queue.pop(picture, 0)) {
-            newest = picture.record.timestamp_ns;
+    void takeImages() {
+        stream::CodedImage image;
+        while (queue.pop(image, 0)) {
+            newest = image.record.timestamp_ns;
         }
     }
 
@@ -53,7 +53,7 @@ private:
     stream::ImuStore store;
     stream::FrameLedger ledger;
     std::atomic<bool> keyFrameWanted{false};
-    stream::FrameIntake intake{queue, store, ledger, keyFrameWanted, [](stream::DescriptionRecord&&) {}};
+    stream::Reassembler reassembler{queue, store, ledger, keyFrameWanted, [](stream::DescriptionRecord&&) {}};
 };
 
 /// How many samples are missing inside of what came; a million more for one that is doubled, altered or out of order.
@@ -114,7 +114,7 @@ protected:
             far->read();
         }
     }
-    /// Until the far receiver has pictures that the near one does not have yet.
+    /// Until the far receiver has images that the near one does not have yet.
     void readOn() {
         const Timestamp enough = quick->newest + 10 * (numberedTime(1) - numberedTime(0));
         readWhile([&] { return far->newest < enough; });
@@ -129,7 +129,7 @@ protected:
     stream::SrtPoll poll;
 };
 
-TEST_F(FarReceiver, GetsTheSamplesOfPicturesHeldBackFromItOnceAndInOrder) {
+TEST_F(FarReceiver, GetsTheSamplesOfImagesHeldBackFromItOnceAndInOrder) {
     constexpr uint64_t kHeldBack = 30;
     start();
 

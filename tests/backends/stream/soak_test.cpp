@@ -10,7 +10,7 @@
 #include <string>
 #include <thread>
 
-#include "backends/stream/child_process.hpp"
+#include "backends/stream/Child.hpp"
 #include "backends/stream/stream_fixture.hpp"
 
 namespace oru::test {

@@ -3,10 +3,10 @@
 #include <atomic>
 #include <thread>
 
-#include "backends/stream/receiver/imu_store.hpp"
-#include "backends/stream/receiver/picture_ring.hpp"
+#include "backends/stream/receiver/ImuStore.hpp"
+#include "backends/stream/receiver/image_ring.hpp"
+#include "backends/stream/sender/RetransmitBuffer.hpp"
 #include "backends/stream/sender/frame_rate.hpp"
-#include "backends/stream/sender/retransmit_buffer.hpp"
 
 namespace oru::stream {
 namespace {
@@ -75,7 +75,7 @@ TEST(ImuStore, WhenTimeGoesBackTheOldRestDoesNotComeLater) {
     EXPECT_EQ(store.dropped(), 2U);
 }
 
-std::vector<IMUPacket> allOf(const SampleHistory& history, uint64_t first, uint64_t last) {
+std::vector<IMUPacket> allOf(const RetransmitBuffer& history, uint64_t first, uint64_t last) {
     std::vector<IMUPacket> packets;
     while (first < last) {
         const auto run = history.run(first, last);
@@ -85,28 +85,28 @@ std::vector<IMUPacket> allOf(const SampleHistory& history, uint64_t first, uint6
     return packets;
 }
 
-TEST(SampleHistory, KeepsTheNewestInOrderAcrossItsEnd) {
-    SampleHistory history;
+TEST(RetransmitBuffer, KeepsTheNewestInOrderAcrossItsEnd) {
+    RetransmitBuffer history;
     EXPECT_EQ(history.begin(), history.end());
-    for (uint64_t i = 0; i < SampleHistory::kCapacity + 10; ++i) {
+    for (uint64_t i = 0; i < RetransmitBuffer::kCapacity + 10; ++i) {
         history.append(samplesAt({100 + i}));
     }
 
     EXPECT_EQ(history.begin(), 10U);
-    EXPECT_EQ(history.end(), SampleHistory::kCapacity + 10);
-    const uint64_t last = SampleHistory::kCapacity + 2;
+    EXPECT_EQ(history.end(), RetransmitBuffer::kCapacity + 10);
+    const uint64_t last = RetransmitBuffer::kCapacity + 2;
     EXPECT_TRUE(allOf(history, last - 4, last) ==
                 samplesAt({100 + last - 4, 100 + last - 3, 100 + last - 2, 100 + last - 1}));
 }
 
-TEST(SampleHistory, FindsWhereAReceiverThatComesBackGoesOn) {
-    SampleHistory history;
+TEST(RetransmitBuffer, FindsWhereAReceiverThatComesBackGoesOn) {
+    RetransmitBuffer history;
     history.append(samplesAt({10, 20, 10, 30}));
 
     EXPECT_EQ(history.after(10), 3U) << "the newest one of that time";
     EXPECT_EQ(history.after(30), history.end());
     EXPECT_FALSE(history.after(15).has_value());
-    for (uint64_t i = 0; i < SampleHistory::kCapacity; ++i) {
+    for (uint64_t i = 0; i < RetransmitBuffer::kCapacity; ++i) {
         history.append(samplesAt({100 + i}));
     }
     EXPECT_FALSE(history.after(30).has_value());
@@ -132,7 +132,7 @@ protected:
 
     StandingClock clock;
     FrameLedger ledger;
-    PictureRing ring{clock, ledger};
+    ImageRing ring{clock, ledger};
 };
 
 TEST_F(Ring, GivesABurstInOrder) {
@@ -184,7 +184,7 @@ TEST_F(Ring, WaitsForAReaderThatKeepsUp) {
     EXPECT_EQ(ledger.counters().overwritten, 0U);
 }
 
-TEST_F(Ring, AReaderAndAWriterAtOnceNeverSeeHalfAPicture) {
+TEST_F(Ring, AReaderAndAWriterAtOnceNeverSeeHalfAnImage) {
     std::thread writer([this] {
         for (uint64_t id = 1; id <= 20000; ++id) {
             write(id);

@@ -9,7 +9,7 @@
 #include <cstring>
 #include <thread>
 
-#include "support/TransportSuppressions.hpp"
+#include "support/transport_suppressions.hpp"
 
 extern "C" {
 #include <libavutil/log.h>
@@ -67,40 +67,40 @@ UDPOutConfig streamConfiguration(uint16_t port, uint32_t width, uint32_t height,
     return configuration;
 }
 
-void drawNumber(std::vector<unsigned char>& picture, uint32_t width, uint64_t number) {
+void drawNumber(std::vector<unsigned char>& image, uint32_t width, uint64_t number) {
     for (int bit = 0; bit < kBits; ++bit) {
         const unsigned char value = (number >> bit & 1) != 0 ? 235 : 16;
         for (uint32_t y = 0; y < kBlock; ++y) {
             for (uint32_t x = 0; x < kBlock; ++x) {
-                picture[(std::size_t{y} * width + static_cast<uint32_t>(bit) * kBlock + x) * 2] = value;
+                image[(std::size_t{y} * width + static_cast<uint32_t>(bit) * kBlock + x) * 2] = value;
             }
         }
     }
 }
 
-std::vector<unsigned char> numberedPicture(uint32_t width, uint32_t height, uint64_t number) {
-    std::vector<unsigned char> picture(std::size_t{width} * height * 2, 128);
+std::vector<unsigned char> numberedImage(uint32_t width, uint32_t height, uint64_t number) {
+    std::vector<unsigned char> image(std::size_t{width} * height * 2, 128);
     for (uint32_t y = 0; y < height; ++y) {
         for (uint32_t x = 0; x < width; ++x) {
-            picture[(std::size_t{y} * width + x) * 2] = textureAt(x, y, number);
+            image[(std::size_t{y} * width + x) * 2] = textureAt(x, y, number);
         }
     }
-    drawNumber(picture, width, number);
-    return picture;
+    drawNumber(image, width, number);
+    return image;
 }
 
-SeenPicture readPicture(const std::vector<unsigned char>& picture, uint32_t width, uint32_t height) {
-    SeenPicture seen;
+SeenImage readImage(const std::vector<unsigned char>& image, uint32_t width, uint32_t height) {
+    SeenImage seen;
     for (int bit = 0; bit < kBits; ++bit) {
         const std::size_t x = static_cast<uint32_t>(bit) * kBlock + kBlock / 2;
-        const unsigned char value = picture[(std::size_t{kBlock / 2} * width + x) * 2];
+        const unsigned char value = image[(std::size_t{kBlock / 2} * width + x) * 2];
         seen.number |= static_cast<uint64_t>(value > 125) << bit;
     }
     double sum = 0.0;
     std::size_t count = 0;
     for (uint32_t y = 2 * kBlock; y < height; y += 3) {
         for (uint32_t x = 0; x < width; x += 3) {
-            sum += std::abs(int{picture[(std::size_t{y} * width + x) * 2]} - int{textureAt(x, y, seen.number)});
+            sum += std::abs(int{image[(std::size_t{y} * width + x) * 2]} - int{textureAt(x, y, seen.number)});
             ++count;
         }
     }
@@ -140,23 +140,22 @@ std::vector<IMUPacket> numberedSamples(uint64_t number, uint64_t time, int count
     return packets;
 }
 
-NumberedSource::NumberedSource(UDPOutput& target, uint32_t pictureWidth, uint32_t pictureHeight, int fps,
-                               int samplesEach)
+NumberedSource::NumberedSource(UDPOutput& target, uint32_t imageWidth, uint32_t imageHeight, int fps, int samplesEach)
     : sender(target),
-      width(pictureWidth),
-      height(pictureHeight),
+      width(imageWidth),
+      height(imageHeight),
       samplesPerFrame(samplesEach),
       stride(fps < 30 ? 30 / static_cast<uint64_t>(fps) : 1),
       periodNs(1000000000 / static_cast<uint64_t>(fps)) {}
 
 void NumberedSource::step(const std::function<void(uint64_t)>& before) {
     lastNumber += stride;
-    picture = numberedPicture(width, height, lastNumber);
+    image = numberedImage(width, height, lastNumber);
     const uint64_t time = numberedTime(lastNumber);
     if (before) {
         before(lastNumber);
     }
-    sender.asyncingestYUVFrame(picture.data(), time, numberedMetadata(lastNumber), static_cast<int>(picture.size()));
+    sender.asyncingestYUVFrame(image.data(), time, numberedMetadata(lastNumber), static_cast<int>(image.size()));
     for (const IMUPacket& packet : numberedSamples(lastNumber, time, samplesPerFrame)) {
         sender.ingestIMU(packet);
     }

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "backends/stream/Stream.hpp"
+#include "backends/stream/stream_factory.hpp"
 #include "utils/Clock.hpp"
 
 namespace oru::test {
@@ -28,15 +28,15 @@ uint16_t freePort();
 
 UDPOutConfig streamConfiguration(uint16_t port, uint32_t width = 320, uint32_t height = 240, int fps = 30);
 
-/// A moving, textured picture that shows its number in blocks of black and white along its upper edge.
-std::vector<unsigned char> numberedPicture(uint32_t width, uint32_t height, uint64_t number);
-void drawNumber(std::vector<unsigned char>& picture, uint32_t width, uint64_t number);
-/// The number that the blocks show; the rest of the picture must lie within `tolerance` of the original in the mean.
-struct SeenPicture {
+/// A moving, textured image that shows its number in blocks of black and white along its upper edge.
+std::vector<unsigned char> numberedImage(uint32_t width, uint32_t height, uint64_t number);
+void drawNumber(std::vector<unsigned char>& image, uint32_t width, uint64_t number);
+/// The number that the blocks show; the rest of the image must lie within `tolerance` of the original in the mean.
+struct SeenImage {
     uint64_t number = 0;
     double mean_error = 0.0;
 };
-SeenPicture readPicture(const std::vector<unsigned char>& picture, uint32_t width, uint32_t height);
+SeenImage readImage(const std::vector<unsigned char>& image, uint32_t width, uint32_t height);
 
 /// Metadata and samples whose every byte depends on the frame's number.
 rlxrw::rlxSampleMetadata numberedMetadata(uint64_t number);
@@ -47,7 +47,7 @@ uint64_t numberedTime(uint64_t number);
 /// second one is sent.
 class NumberedSource {
 public:
-    NumberedSource(UDPOutput& target, uint32_t pictureWidth, uint32_t pictureHeight, int fps, int samplesEach = 4);
+    NumberedSource(UDPOutput& target, uint32_t imageWidth, uint32_t imageHeight, int fps, int samplesEach = 4);
 
     /// Hands over one frame and its samples, then waits for the next one's time; `before` learns the frame's number.
     void step(const std::function<void(uint64_t)>& before = {});
@@ -60,7 +60,7 @@ private:
     uint32_t height;
     int samplesPerFrame;
     uint64_t stride;
-    std::vector<unsigned char> picture;
+    std::vector<unsigned char> image;
     uint64_t lastNumber = 0;
     uint64_t periodNs;
     uint64_t nextNs = 0;

@@ -73,7 +73,7 @@ public:
         if (!receiver.readStreamData(image.data(), nullptr)) {
             return false;
         }
-        const SeenPicture seen = readPicture(image, camera.width, camera.height);
+        const SeenImage seen = readImage(image, camera.width, camera.height);
         const rlxrw::rlxSampleMetadata expected = numberedMetadata(seen.number);
         const rlxrw::rlxSampleMetadata got = receiver.frameMetadata();
         const bool right = seen.mean_error < 10.0 && receiver.frameTimestamp() == numberedTime(seen.number) &&

@@ -10,7 +10,7 @@
 #include <optional>
 #include <string>
 
-#include "backends/virtual_bus/VirtualBus.hpp"
+#include "backends/virtual_bus/virtual_bus_factory.hpp"
 #include "utils/Mutex.hpp"
 
 namespace oru::virtual_bus {

@@ -12,7 +12,7 @@
 
 #include "backends/virtual_bus/scratch.hpp"
 #include "oru/CameraOne.hpp"
-#include "support/TransportSuppressions.hpp"
+#include "support/transport_suppressions.hpp"
 
 namespace oru {
 namespace {
@@ -53,7 +53,7 @@ double bend(const cv::Mat& grey) {
     if (!cv::findChessboardCorners(grey, kBoard, corners)) {
         return -1.0;
     }
-    // The same share of a square in every picture, whatever its scale.
+    // The same share of a square in every image, whatever its scale.
     const int window = std::max(3, static_cast<int>(std::lround(cv::norm(corners[1] - corners[0]) / 5.0)));
     cv::cornerSubPix(grey, corners, {window, window}, {-1, -1},
                      {cv::TermCriteria::EPS + cv::TermCriteria::COUNT, 40, 1e-4});
@@ -86,8 +86,8 @@ std::string configuration(const std::string& folder, const Calibration& calibrat
     return text.str();
 }
 
-std::vector<cv::Mat> rectifiedPictures(const virtual_bus::Scratch& scratch) {
-    std::vector<cv::Mat> pictures;
+std::vector<cv::Mat> rectifiedImages(const virtual_bus::Scratch& scratch) {
+    std::vector<cv::Mat> images;
     CameraOne camera;
     InitParametersOne parameters;
     parameters.input.setFromCameraID(0);
@@ -97,11 +97,11 @@ std::vector<cv::Mat> rectifiedPictures(const virtual_bus::Scratch& scratch) {
     Mat view;
     while (camera.grab() == SUCCESS) {
         EXPECT_EQ(camera.retrieveImage(view, RECTIFIED_GRAY), SUCCESS);
-        pictures.push_back(cv::Mat(static_cast<int>(view.getHeight()), static_cast<int>(view.getWidth()), CV_8UC1,
-                                   view.getPtr<unsigned char>(CPU), view.getStepBytes(CPU))
-                               .clone());
+        images.push_back(cv::Mat(static_cast<int>(view.getHeight()), static_cast<int>(view.getWidth()), CV_8UC1,
+                                 view.getPtr<unsigned char>(CPU), view.getStepBytes(CPU))
+                             .clone());
     }
-    return pictures;
+    return images;
 }
 
 TEST(Chessboard, RowsOfPhotographsComeOutAsStraightAsOpenCvMakesThem) {
@@ -117,10 +117,10 @@ TEST(Chessboard, RowsOfPhotographsComeOutAsStraightAsOpenCvMakesThem) {
     int boards = 0;
     for (const std::string& file : files) {
         std::filesystem::copy(file, scratch.path("photographs"));
-        const cv::Mat picture = cv::imread(file, cv::IMREAD_GRAYSCALE);
+        const cv::Mat image = cv::imread(file, cv::IMREAD_GRAYSCALE);
         cv::Mat straight;
-        cv::undistort(picture, straight, calibration.matrix, calibration.distortion);
-        const double before = bend(picture);
+        cv::undistort(image, straight, calibration.matrix, calibration.distortion);
+        const double before = bend(image);
         const double after = bend(straight);
         if (before >= 0.0 && after >= 0.0) {
             raw += before;
@@ -132,17 +132,17 @@ TEST(Chessboard, RowsOfPhotographsComeOutAsStraightAsOpenCvMakesThem) {
     const std::string file = scratch.write("bus.ini", configuration("photographs", calibration));
     ASSERT_EQ(::setenv("KORU_VIRTUAL_BUS", file.c_str(), 1), 0);
 
-    const auto pictures = rectifiedPictures(scratch);
+    const auto images = rectifiedImages(scratch);
 
     double ours = 0.0;
     int found = 0;
-    for (const cv::Mat& picture : pictures) {
-        if (const double value = bend(picture); value >= 0.0) {
+    for (const cv::Mat& image : images) {
+        if (const double value = bend(image); value >= 0.0) {
             ours += value;
             ++found;
         }
     }
-    ASSERT_GE(found, 6) << "of " << pictures.size() << " pictures";
+    ASSERT_GE(found, 6) << "of " << images.size() << " pictures";
     std::cout << "bend in squares: raw " << raw / boards << ", OpenCV " << reference / boards << " (" << boards
               << " boards), here " << ours / found << " (" << found << " boards)\n";
     EXPECT_LT(reference / boards, 0.6 * raw / boards) << "the photographs are visibly bent";

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "backends/virtual_bus/bus_rig.hpp"
-#include "backends/virtual_bus/sensor/picture_pipeline.hpp"
+#include "backends/virtual_bus/sensor/ImagePipeline.hpp"
 
 namespace oru::virtual_bus {
 namespace {
@@ -19,45 +19,45 @@ constexpr int kHeight = 64;
 
 /// Luma rises along the rows from 16 to 117; chroma is a fixed orange.
 std::vector<unsigned char> ramp() {
-    std::vector<unsigned char> picture;
+    std::vector<unsigned char> image;
     for (int i = 0; i < kWidth * kHeight; ++i) {
-        picture.push_back(static_cast<unsigned char>(16 + (i % kWidth) * 2 / 5));
-        picture.push_back(i % 2 == 0 ? 100 : 160);
+        image.push_back(static_cast<unsigned char>(16 + (i % kWidth) * 2 / 5));
+        image.push_back(i % 2 == 0 ? 100 : 160);
     }
-    return picture;
+    return image;
 }
 
 struct Look {
-    double luma, u, v, step;  // means, and the mean step between neighbours
+    double luma, u, v, step;  // means, and the mean step between collaborators
 };
 
-Look lookAt(const std::vector<unsigned char>& picture) {
+Look lookAt(const std::vector<unsigned char>& image) {
     Look look{0.0, 0.0, 0.0, 0.0};
-    for (std::size_t i = 0; i + 5 < picture.size(); i += 4) {
-        look.luma += picture[i] + picture[i + 2];
-        look.u += picture[i + 1];
-        look.v += picture[i + 3];
-        look.step += std::abs(picture[i + 2] - picture[i]) + std::abs(picture[i + 4] - picture[i + 2]);
+    for (std::size_t i = 0; i + 5 < image.size(); i += 4) {
+        look.luma += image[i] + image[i + 2];
+        look.u += image[i + 1];
+        look.v += image[i + 3];
+        look.step += std::abs(image[i + 2] - image[i]) + std::abs(image[i + 4] - image[i + 2]);
     }
-    const double pairs = static_cast<double>(picture.size()) / 4.0;
+    const double pairs = static_cast<double>(image.size()) / 4.0;
     return {look.luma / pairs / 2.0, look.u / pairs, look.v / pairs, look.step / pairs / 2.0};
 }
 
-std::vector<unsigned char> process(const PictureSettings& settings, std::vector<unsigned char> picture = ramp()) {
-    PicturePipeline pipeline(kWidth, kHeight);
+std::vector<unsigned char> process(const ImageSettings& settings, std::vector<unsigned char> image = ramp()) {
+    ImagePipeline pipeline(kWidth, kHeight);
     pipeline.begin(settings);
-    pipeline.rows(picture.data(), 0, kHeight);
-    pipeline.finish(picture.data());
-    return picture;
+    pipeline.rows(image.data(), 0, kHeight);
+    pipeline.finish(image.data());
+    return image;
 }
 
-PictureSettings after(const std::vector<std::pair<VIDEO_SETTINGS, int>>& writes) {
+ImageSettings after(const std::vector<std::pair<VIDEO_SETTINGS, int>>& writes) {
     SensorControls controls;
     controls.reset(kWidth, kHeight, 30, false);
     for (const auto& [setting, value] : writes) {
         EXPECT_EQ(controls.set(setting, value, false), 0);
     }
-    return controls.picture();
+    return controls.image();
 }
 
 TEST(SensorControls, HaveTheirRangesAndDefaults) {
@@ -154,7 +154,7 @@ TEST(SensorControls, LoopReachesItsTargetFromAnyLightWithinASecondAt15Fps) {
         controls.reset(kWidth, kHeight, 15, false);
         double luma = 0.0;
         for (int frame = 0; frame < 15; ++frame) {
-            luma = 16.0 + std::min(219.0, 100.0 * scene * controls.picture().light);
+            luma = 16.0 + std::min(219.0, 100.0 * scene * controls.image().light);
             controls.observe(luma);
         }
         EXPECT_NEAR(luma, 110.0, 6.0) << scene;
@@ -179,11 +179,11 @@ TEST(SensorControls, RegionMustLieInTheImage) {
     EXPECT_EQ(region, (Rect{0, 0, kWidth, kHeight}));
 }
 
-TEST(PicturePipeline, LeavesThePictureAloneAtTheDefaults) {
+TEST(ImagePipeline, LeavesTheImageAloneAtTheDefaults) {
     EXPECT_EQ(process(after({})), ramp());
 }
 
-TEST(PicturePipeline, ShowsEachControl) {
+TEST(ImagePipeline, ShowsEachControl) {
     using Relation = std::function<bool(const Look&, const Look&)>;
     struct Case {
         const char* what;
@@ -227,7 +227,7 @@ TEST(PicturePipeline, ShowsEachControl) {
     }
 }
 
-TEST(PicturePipeline, SharpnessRaisesAndLowersTheContrastOfEdges) {
+TEST(ImagePipeline, SharpnessRaisesAndLowersTheContrastOfEdges) {
     std::vector<unsigned char> bars = ramp();
     for (std::size_t i = 0; i < bars.size(); i += 2) {
         bars[i] = (i / 4) % 2 == 0 ? 90 : 150;
@@ -238,7 +238,7 @@ TEST(PicturePipeline, SharpnessRaisesAndLowersTheContrastOfEdges) {
     EXPECT_LT(step(0), 0.9 * step(3));
 }
 
-TEST(PicturePipeline, DenoisingLowersTheNoiseOfGain) {
+TEST(ImagePipeline, DenoisingLowersTheNoiseOfGain) {
     std::vector<unsigned char> flat = ramp();
     for (std::size_t i = 0; i < flat.size(); i += 2) {
         flat[i] = 24;
@@ -250,10 +250,10 @@ TEST(PicturePipeline, DenoisingLowersTheNoiseOfGain) {
     EXPECT_LT(clean, 0.4 * noisy);
 }
 
-TEST(PicturePipeline, LampAndHdrShow) {
+TEST(ImagePipeline, LampAndHdrShow) {
     const auto lamp = process(after({{SETTING_12, 1}}));
     const std::size_t corner = static_cast<std::size_t>(kHeight - 1) * kWidth * 2;
-    PictureSettings hdr = after({});
+    ImageSettings hdr = after({});
     hdr.hdr = true;
 
     EXPECT_NE(lamp[corner + 1], ramp()[corner + 1]);

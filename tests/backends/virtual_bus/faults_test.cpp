@@ -8,8 +8,8 @@
 #include <csignal>
 #include <thread>
 
+#include "backends/virtual_bus/CameraLock.hpp"
 #include "backends/virtual_bus/bus_rig.hpp"
-#include "backends/virtual_bus/camera_lock.hpp"
 #include "backends/virtual_bus/scratch.hpp"
 
 namespace oru::virtual_bus {
@@ -105,7 +105,7 @@ TEST(VirtualFaults, AShortUnplugResumesALongOneIsFinal) {
     expectClosed(final.grabber->counters());
 }
 
-TEST(VirtualFaults, AClockStepMovesPictureAndSamplesAlike) {
+TEST(VirtualFaults, AClockStepMovesImageAndSamplesAlike) {
     const Scratch scratch;
     for (const int step_ms : {-5000, 5000}) {
         SCOPED_TRACE(step_ms);

@@ -19,7 +19,7 @@ std::string footageText(const std::string& path, const std::string& more) {
     return cameraText("source = footage\nfootage = " + path + "\n" + more);
 }
 
-/// Takes frames until the input ends; their luma in the middle of the picture. The automatic exposure is off.
+/// Takes frames until the input ends; their luma in the middle of the image. The automatic exposure is off.
 std::vector<int> playToTheEnd(BusRig& rig) {
     std::vector<int> greys;
     for (int attempt = 0; attempt < 3000; ++attempt) {
@@ -38,7 +38,7 @@ std::vector<int> playToTheEnd(BusRig& rig) {
 TEST(Footage, PlaysEachImageOfAFolderOnceInOrder) {
     const Scratch scratch;
     for (int i = 0; i < 8; ++i) {
-        (void)scratch.writePicture("images/picture_" + std::to_string(i) + ".ppm", 60 + 10 * i);
+        (void)scratch.writeImage("images/picture_" + std::to_string(i) + ".ppm", 60 + 10 * i);
     }
     (void)scratch.write("images/notes.txt", "no picture");
     BusRig rig(scratch.write("bus.ini", footageText("images", std::string(kLens) + "fps = 20\n")));
@@ -60,12 +60,12 @@ TEST(Footage, PlaysEachImageOfAFolderOnceInOrder) {
     EXPECT_EQ(rig.take(), INPUT_ENDED);
 }
 
-TEST(Footage, CountsAPictureThatCannotBeReadAndGoesOn) {
+TEST(Footage, CountsAnImageThatCannotBeReadAndGoesOn) {
     const Scratch scratch;
-    (void)scratch.writePicture("images/a.ppm", 100);
+    (void)scratch.writeImage("images/a.ppm", 100);
     (void)scratch.write("images/b.png", "\x89PNG\r\n\x1a\n but then nothing");
-    (void)scratch.writePicture("images/c.ppm", 100, 100, 100);
-    (void)scratch.writePicture("images/d.ppm", 100);
+    (void)scratch.writeImage("images/c.ppm", 100, 100, 100);
+    (void)scratch.writeImage("images/d.ppm", 100);
     BusRig rig(scratch.write("bus.ini", footageText("images", kLens)));
     ASSERT_EQ(rig.open(), SETUP_OK);
 
@@ -79,8 +79,8 @@ TEST(Footage, CountsAPictureThatCannotBeReadAndGoesOn) {
 
 TEST(Footage, LoopsWithRisingTimes) {
     const Scratch scratch;
-    (void)scratch.writePicture("images/a.ppm", 80);
-    (void)scratch.writePicture("images/b.ppm", 160);
+    (void)scratch.writeImage("images/a.ppm", 80);
+    (void)scratch.writeImage("images/b.ppm", 160);
     BusRig rig(scratch.write("bus.ini", footageText("images", std::string(kLens) + "fps = 60\nloop = yes\n")));
     ASSERT_EQ(rig.open(), SETUP_OK);
 
@@ -110,7 +110,7 @@ TEST(Footage, PlaysAVideoFileAtItsOwnRate) {
     EXPECT_EQ(rig.grabber->counters().produced, 6U);
 }
 
-TEST(Footage, ScalesAndCropsItsLensWithThePicture) {
+TEST(Footage, ScalesAndCropsItsLensWithTheImage) {
     FootageFacts facts;
     facts.width = 640;
     facts.height = 480;
@@ -127,7 +127,7 @@ TEST(Footage, ScalesAndCropsItsLensWithThePicture) {
 
 TEST(Footage, PublishesItsLensAsTheCameraCalibration) {
     const Scratch scratch;
-    (void)scratch.writePicture("images/a.ppm", 80, 640, 480);
+    (void)scratch.writeImage("images/a.ppm", 80, 640, 480);
     BusRig rig(
         scratch.write("bus.ini", footageText("images", "fx = 500\nfy = 510\ncx = 319.5\ncy = 239.5\nk1 = -0.25\n")));
 
@@ -139,20 +139,20 @@ TEST(Footage, PublishesItsLensAsTheCameraCalibration) {
     EXPECT_NE(text.find("k1 = -0.25"), std::string::npos);
 }
 
-/// A data set of 5 pictures at 20 Hz and 41 samples at 200 Hz, whose body is turned and lies at rest.
+/// A data set of 5 images at 20 Hz and 41 samples at 200 Hz, whose body is turned and lies at rest.
 std::string writeDataSet(const Scratch& scratch) {
     const uint64_t start = 1'403'636'579'000'000'000;
-    std::string pictures = "#timestamp [ns],filename\n";
+    std::string images = "#timestamp [ns],filename\n";
     std::string samples = "#timestamp [ns],w_RS_S_x [rad s^-1],...\n";
     for (uint64_t i = 0; i < 5; ++i) {
         const std::string time = std::to_string(start + i * 50'000'000);
-        pictures += time + "," + time + ".ppm\r\n";
-        (void)scratch.writePicture("set/mav0/cam0/data/" + time + ".ppm", static_cast<int>(60 + 20 * i), 752, 480);
+        images += time + "," + time + ".ppm\r\n";
+        (void)scratch.writeImage("set/mav0/cam0/data/" + time + ".ppm", static_cast<int>(60 + 20 * i), 752, 480);
     }
     for (uint64_t i = 0; i < 41; ++i) {
         samples += std::to_string(start + i * 5'000'000) + ",0.0,0.0,0.1,9.81,0.0,0.0\n";
     }
-    (void)scratch.write("set/mav0/cam0/data.csv", pictures);
+    (void)scratch.write("set/mav0/cam0/data.csv", images);
     (void)scratch.write("set/mav0/imu0/data.csv", samples);
     (void)scratch.write("set/mav0/cam0/sensor.yaml",
                         "sensor_type: camera\nT_BS:\n  cols: 4\n  rows: 4\n"
@@ -190,15 +190,15 @@ TEST(EurocDataSet, PlaysWithExactFrameAndSampleCounts) {
 
 TEST(EurocDataSet, ReaderNamesWhatIsWrong) {
     std::string error;
-    std::vector<EurocPicture> pictures;
-    EXPECT_FALSE(parseEurocPictures("#head\n1,a.png\nx,b.png\n", pictures, error));
+    std::vector<EurocImage> images;
+    EXPECT_FALSE(parseEurocImages("#head\n1,a.png\nx,b.png\n", images, error));
     EXPECT_NE(error.find("line 3"), std::string::npos);
-    pictures.clear();
-    EXPECT_FALSE(parseEurocPictures("5,a.png\n5,b.png\n", pictures, error));
+    images.clear();
+    EXPECT_FALSE(parseEurocImages("5,a.png\n5,b.png\n", images, error));
     EXPECT_NE(error.find("rise"), std::string::npos);
-    pictures.clear();
-    EXPECT_FALSE(parseEurocPictures("5,../../etc/passwd\n", pictures, error));
-    EXPECT_FALSE(parseEurocPictures("", pictures, error));
+    images.clear();
+    EXPECT_FALSE(parseEurocImages("5,../../etc/passwd\n", images, error));
+    EXPECT_FALSE(parseEurocImages("", images, error));
     EurocCamera camera;
     EXPECT_FALSE(parseEurocCamera("resolution: [752, 480]\n", camera, error));
     EXPECT_NE(error.find("intrinsics"), std::string::npos);

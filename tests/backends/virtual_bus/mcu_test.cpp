@@ -1,4 +1,4 @@
-#include "backends/virtual_bus/inertial/virtual_mcu.hpp"
+#include "backends/virtual_bus/inertial/VirtualMcu.hpp"
 
 #include <gtest/gtest.h>
 
@@ -78,7 +78,7 @@ TEST(VirtualMcuRing, IsSilentWhenToldAndReadyAgainAfterwards) {
     rig.clock.now += kSecond;
     IMUPacket packet;
     EXPECT_FALSE(rig.mcu.isReady());
-    EXPECT_FALSE(rig.mcu.packetForPicture(rig.axis.elapsed(), packet));
+    EXPECT_FALSE(rig.mcu.packetForImage(rig.axis.elapsed(), packet));
     EXPECT_EQ(rig.mcu.getIMUPacketBatch(rig.axis.stamp(kSecond), ~0UL).size(), 0U);
 
     rig.mcu.setSilent(false);
@@ -139,16 +139,16 @@ TEST(VirtualMcuPacket, CarriesTheExtraSensorsOnlyWhenTheyAreThere) {
     EXPECT_GT(packet.imu_temperature, 20.0F);
 }
 
-TEST(VirtualMcuPacket, CountsThePicturesOfItsInterval) {
+TEST(VirtualMcuPacket, CountsTheImagesOfItsInterval) {
     McuRig rig;
     rig.clock.now += kSecond;
 
-    int pictures = 0;
+    int images = 0;
     for (const IMUPacket& packet : rig.mcu.getIMUPacketBatch(rig.axis.stamp(0), ~0UL)) {
-        pictures += packet.sync_count;
+        images += packet.sync_count;
     }
 
-    EXPECT_EQ(pictures, 60);
+    EXPECT_EQ(images, 60);
 }
 
 }  // namespace

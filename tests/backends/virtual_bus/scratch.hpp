@@ -33,8 +33,8 @@ public:
         return file.string();
     }
 
-    /// A colour picture whose grey level says which one it is.
-    std::string writePicture(const std::string& name, int grey, int width = 320, int height = 200) const {
+    /// A colour image whose grey level says which one it is.
+    std::string writeImage(const std::string& name, int grey, int width = 320, int height = 200) const {
         std::string text = "P6\n" + std::to_string(width) + " " + std::to_string(height) + "\n255\n";
         text.append(static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 3, static_cast<char>(grey));
         return write(name, text);

@@ -7,8 +7,8 @@
 #include "backends/calibration_fetch/HttpServer.hpp"
 #include "backends/calibration_fetch/calibration_texts.hpp"
 #include "backends/rlx/recording_fixture.hpp"
-#include "doubles/scoped_environment.hpp"
-#include "doubles/temporary_directory.hpp"
+#include "doubles/ScopedEnvironment.hpp"
+#include "doubles/TemporaryDirectory.hpp"
 #include "oru/CameraOne.hpp"
 
 namespace oru {

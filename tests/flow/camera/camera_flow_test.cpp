@@ -12,7 +12,7 @@
 #include <fstream>
 #include <thread>
 
-#include "doubles/scoped_environment.hpp"
+#include "doubles/ScopedEnvironment.hpp"
 #include "oru/CameraOne.hpp"
 
 namespace oru {

@@ -54,15 +54,15 @@ TEST(KoruoneGrab, WritesEveryNthFrameAndARowForEach) {
     const ToolResult result = tool.run(grabSmall({"--frames", "8", "--every", "3", "--out", out}));
 
     ASSERT_EQ(result.status, 0) << result.errors;
-    std::vector<DecodedPng> pictures;
+    std::vector<DecodedPng> images;
     for (const char* name : {"frame_000000.png", "frame_000003.png", "frame_000006.png"}) {
-        pictures.push_back(readPng(out + "/" + name));
-        EXPECT_EQ(pictures.back().width, 960U) << name;
-        EXPECT_EQ(pictures.back().height, 600U) << name;
-        EXPECT_FALSE(pictures.back().gray);
-        EXPECT_GT(pictures.back().spread(), 10.0) << "a flat picture";
+        images.push_back(readPng(out + "/" + name));
+        EXPECT_EQ(images.back().width, 960U) << name;
+        EXPECT_EQ(images.back().height, 600U) << name;
+        EXPECT_FALSE(images.back().gray);
+        EXPECT_GT(images.back().spread(), 10.0) << "a flat picture";
     }
-    EXPECT_NE(pictures[0].pixels, pictures[2].pixels) << "the same picture again";
+    EXPECT_NE(images[0].pixels, images[2].pixels) << "the same picture again";
     EXPECT_FALSE(std::filesystem::exists(out + "/frame_000001.png"));
     EXPECT_GT(readPng(out + "/contact_sheet.png").spread(), 10.0);
     const auto rows = readCsv(out + "/frames.csv");
@@ -96,13 +96,13 @@ TEST(KoruoneGrab, DeliversTheViewTheSizeAndTheMemoryAskedFor) {
 
         const ToolResult result = tool.run(grabSmall(
             {"--frames", "1", "--view", each.view, "--size", "321x201", "--memory", each.memory, "--out", out}));
-        const DecodedPng picture = readPng(out + "/frame_000000.png");
+        const DecodedPng image = readPng(out + "/frame_000000.png");
 
         ASSERT_EQ(result.status, 0) << each.view << result.errors;
-        EXPECT_EQ(picture.width, 321U) << each.view;
-        EXPECT_EQ(picture.height, 201U) << each.view;
-        EXPECT_EQ(picture.gray, each.gray) << each.view;
-        EXPECT_GT(picture.spread(), 10.0) << each.view << " in " << each.memory << " memory is flat";
+        EXPECT_EQ(image.width, 321U) << each.view;
+        EXPECT_EQ(image.height, 201U) << each.view;
+        EXPECT_EQ(image.gray, each.gray) << each.view;
+        EXPECT_GT(image.spread(), 10.0) << each.view << " in " << each.memory << " memory is flat";
     }
 }
 

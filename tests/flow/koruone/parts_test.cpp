@@ -5,11 +5,11 @@
 
 #include "flow/koruone/tool.hpp"
 #include "koruone/camera/calibration_text.hpp"
-#include "koruone/output/contact_sheet.hpp"
+#include "koruone/output/ContactSheet.hpp"
+#include "koruone/output/TimingHistogram.hpp"
 #include "koruone/output/png_file.hpp"
 #include "koruone/output/time_plot.hpp"
-#include "koruone/output/timing_histogram.hpp"
-#include "koruone/runs/packet_clock.hpp"
+#include "koruone/runs/PacketClock.hpp"
 #include "shared/input_options.hpp"
 
 namespace koruone {
@@ -107,7 +107,7 @@ TEST(PngEncoder, LeavesNothingBehindWhenItFails) {
     EXPECT_NE(error.find("No space left"), std::string::npos) << error;
 }
 
-TEST(ContactSheet, KeepsPicturesEvenlyOverALongRun) {
+TEST(ContactSheet, KeepsImagesEvenlyOverALongRun) {
     const oru::doubles::TemporaryDirectory directory;
     ContactSheet sheet;
     for (uint64_t frame = 0; frame < 1000; ++frame) {
@@ -119,12 +119,12 @@ TEST(ContactSheet, KeepsPicturesEvenlyOverALongRun) {
     std::string error;
 
     ASSERT_TRUE(sheet.write(directory.path("sheet.png"), encoder, error)) << error;
-    const oru::DecodedPng picture = readPng(directory.path("sheet.png"));
-    const auto [darkest, lightest] = std::minmax_element(picture.pixels.begin(), picture.pixels.end());
+    const oru::DecodedPng image = readPng(directory.path("sheet.png"));
+    const auto [darkest, lightest] = std::minmax_element(image.pixels.begin(), image.pixels.end());
 
     EXPECT_EQ(*darkest, 0) << "the first frame";
     EXPECT_GE(*lightest, 230) << "a late frame";
-    EXPECT_LT(picture.width * picture.height, 2'000'000U);
+    EXPECT_LT(image.width * image.height, 2'000'000U);
 }
 
 TEST(TimePlot, StaysSmallAndKeepsPeaks) {

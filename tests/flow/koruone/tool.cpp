@@ -11,7 +11,7 @@
 #include <sstream>
 #include <thread>
 
-#include "support/TransportSuppressions.hpp"
+#include "support/transport_suppressions.hpp"
 
 namespace oru {
 namespace {
@@ -146,21 +146,21 @@ double DecodedPng::spread() const {
 }
 
 DecodedPng readPng(const std::string& path) {
-    DecodedPng picture;
+    DecodedPng decoded;
     png_image image{};
     image.version = PNG_IMAGE_VERSION;
     if (png_image_begin_read_from_file(&image, path.c_str()) == 0) {
-        return picture;
+        return decoded;
     }
-    picture.gray = (image.format & PNG_FORMAT_FLAG_COLOR) == 0;
-    image.format = picture.gray ? PNG_FORMAT_GRAY : PNG_FORMAT_RGB;
-    picture.pixels.resize(PNG_IMAGE_SIZE(image));
-    if (png_image_finish_read(&image, nullptr, picture.pixels.data(), 0, nullptr) == 0) {
+    decoded.gray = (image.format & PNG_FORMAT_FLAG_COLOR) == 0;
+    image.format = decoded.gray ? PNG_FORMAT_GRAY : PNG_FORMAT_RGB;
+    decoded.pixels.resize(PNG_IMAGE_SIZE(image));
+    if (png_image_finish_read(&image, nullptr, decoded.pixels.data(), 0, nullptr) == 0) {
         return {};
     }
-    picture.width = image.width;
-    picture.height = image.height;
-    return picture;
+    decoded.width = image.width;
+    decoded.height = image.height;
+    return decoded;
 }
 
 }  // namespace oru

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "doubles/temporary_directory.hpp"
+#include "doubles/TemporaryDirectory.hpp"
 
 namespace oru {
 
@@ -61,7 +61,7 @@ struct DecodedPng {
     std::vector<unsigned char> pixels;  ///< one byte each for gray, else red, green, blue
 
     [[nodiscard]] double mean() const;
-    /// Standard deviation of all values; 0 for a flat picture.
+    /// Standard deviation of all values; 0 for a flat image.
     [[nodiscard]] double spread() const;
 };
 DecodedPng readPng(const std::string& path);

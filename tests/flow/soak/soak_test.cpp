@@ -135,7 +135,7 @@ TEST_F(Soak, LiveCameraBesideASensorThreadStaysExactAndFlat) {
     const FrameCounters counters = camera.getFrameCounters();
     EXPECT_EQ(counters.delivered, frames + 1);
     EXPECT_EQ(counters.produced, counters.delivered + counters.lost());
-    // On a busy machine the application is late, or the picture is; neither may be called anything else.
+    // On a busy machine the application is late, or the image is; neither may be called anything else.
     EXPECT_EQ(counters.lost(), counters.overwritten + counters.sensor_gap);
     if (kMemoryIsMeaningful) {
         EXPECT_LT(residentBytes(), resident_when_warm + kAllowedGrowth);

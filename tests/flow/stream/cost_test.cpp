@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "backends/stream/stream_fixture.hpp"
-#include "doubles/temporary_directory.hpp"
+#include "doubles/TemporaryDirectory.hpp"
 #include "oru/CameraOne.hpp"
 
 namespace oru::test {

@@ -6,8 +6,8 @@
 #include <cstring>
 #include <thread>
 
-#include "backends/stream/loopback.hpp"
-#include "doubles/temporary_directory.hpp"
+#include "backends/stream/Loopback.hpp"
+#include "doubles/TemporaryDirectory.hpp"
 #include "oru/CameraOne.hpp"
 
 namespace oru::test {
@@ -83,13 +83,13 @@ TEST_F(Relayed, KeepsIdsTimesMetadataAndSamples) {
     ASSERT_TRUE(readWithin(*receiver, image, 3000));
     (void)receiver->takeImuPacketsBefore(receiver->frameTimestamp());
 
-    const uint64_t first = readPicture(image, kWidth, kHeight).number;
+    const uint64_t first = readImage(image, kWidth, kHeight).number;
     uint64_t frames = 1;
     uint64_t number = first;
     std::vector<IMUPacket> got;
     while (number < first + 60) {
         ASSERT_TRUE(readWithin(*receiver, image, 3000));
-        const SeenPicture seen = readPicture(image, kWidth, kHeight);
+        const SeenImage seen = readImage(image, kWidth, kHeight);
         EXPECT_LT(seen.mean_error, 10.0);
         EXPECT_GT(seen.number, number);
         EXPECT_EQ(receiver->frameTimestamp(), numberedTime(seen.number));
@@ -144,7 +144,7 @@ TEST_F(Relayed, AnnouncesWhatItForwards) {
     };
     std::vector<unsigned char> image(std::size_t{kWidth} * kHeight * 2);
     ASSERT_TRUE(readWithin(*receiver, image, 3000));
-    const uint64_t number = readPicture(image, kWidth, kHeight).number;
+    const uint64_t number = readImage(image, kWidth, kHeight).number;
     bool found = false;
     for (uint64_t candidate = number > 100 ? number - 100 : 1; candidate <= number + 100; ++candidate) {
         found = found || posed(candidate);

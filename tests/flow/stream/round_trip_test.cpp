@@ -8,13 +8,13 @@
 
 #include "backends/stream/stream_fixture.hpp"
 #include "collaborators/CollaboratorFactory.hpp"
-#include "doubles/temporary_directory.hpp"
+#include "doubles/TemporaryDirectory.hpp"
 #include "oru/CameraOne.hpp"
 
 namespace oru::test {
 namespace {
 
-/// What a file holds of one frame besides its picture.
+/// What a file holds of one frame besides its image.
 struct RecordedFrame {
     Timestamp time = 0;
     rlxrw::rlxSampleMetadata metadata{};

@@ -6,7 +6,7 @@
 #include <clocale>
 
 #include "calibration/numbers.hpp"
-#include "doubles/temporary_directory.hpp"
+#include "doubles/TemporaryDirectory.hpp"
 
 namespace oru {
 namespace {

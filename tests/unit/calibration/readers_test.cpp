@@ -3,9 +3,9 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include "doubles/scoped_environment.hpp"
-#include "doubles/settings_root.hpp"
-#include "doubles/temporary_directory.hpp"
+#include "doubles/ScopedEnvironment.hpp"
+#include "doubles/SettingsRoot.hpp"
+#include "doubles/TemporaryDirectory.hpp"
 
 namespace oru {
 namespace {

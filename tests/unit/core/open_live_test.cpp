@@ -253,7 +253,7 @@ TEST_F(OpenLive, EveryGpuCallRunsInTheCamerasContext) {
     int mark = 0;
     parameters.cuda_context = reinterpret_cast<CUctx_st*>(&mark);
     factory->gpuRuntime.logsContexts = true;
-    Mat picture;
+    Mat image;
     const auto runsInside = [&](const char* call) {
         EXPECT_EQ(calls.count("cuCtxPush"), 1) << call;
         EXPECT_EQ(calls.count("cuCtxPop"), 1) << call;
@@ -269,7 +269,7 @@ TEST_F(OpenLive, EveryGpuCallRunsInTheCamerasContext) {
     runsInside("setup 1920x1200 false");
     ASSERT_EQ(camera->grab(), SUCCESS);
     runsInside("process");
-    ASSERT_EQ(camera->retrieveImage(picture, RECTIFIED, CPU, {}), SUCCESS);
+    ASSERT_EQ(camera->retrieveImage(image, RECTIFIED, CPU, {}), SUCCESS);
     runsInside("getView 0 1920x1200 1");
     ASSERT_EQ(camera->close(), SUCCESS);
     runsInside("freeRectifier");

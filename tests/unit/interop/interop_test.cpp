@@ -44,7 +44,7 @@ TEST_F(Interop, GpuMatSharesTheDevicePixels) {
     EXPECT_EQ(shared.data, image.getPtr<unsigned char>(GPU));
 }
 
-TEST_F(Interop, MemoryThatIsNotHeldGivesAnEmptyPicture) {
+TEST_F(Interop, MemoryThatIsNotHeldGivesAnEmptyImage) {
     EXPECT_TRUE(interop::asCvMat(image).empty());
     EXPECT_TRUE(interop::asGpuMat(image).empty());
     ASSERT_EQ(image.alloc({7, 5}, U8_C1, CPU), SUCCESS);

@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "doubles/log_capture.hpp"
+#include "doubles/LogCapture.hpp"
 
 namespace oru {
 namespace {

@@ -3,8 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "doubles/log_capture.hpp"
-#include "doubles/scoped_environment.hpp"
+#include "doubles/LogCapture.hpp"
+#include "doubles/ScopedEnvironment.hpp"
 
 namespace oru {
 namespace {

@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <thread>
 
-#include "doubles/log_capture.hpp"
+#include "doubles/LogCapture.hpp"
 #include "logging/log.hpp"
 #include "logging/log_names.hpp"
 

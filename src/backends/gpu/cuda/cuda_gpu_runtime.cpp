@@ -4,7 +4,7 @@
 #include <sched.h>
 #include <time.h>
 
-#include "backends/gpu/cuda/CudaGpuRuntime.hpp"
+#include "backends/gpu/cuda/cuda_gpu_runtime.hpp"
 
 namespace oru {
 namespace {

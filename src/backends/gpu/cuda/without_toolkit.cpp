@@ -1,4 +1,4 @@
-#include "backends/gpu/cuda/CudaGpuRuntime.hpp"
+#include "backends/gpu/cuda/cuda_gpu_runtime.hpp"
 
 namespace oru {
 

@@ -3,7 +3,7 @@
 #include <map>
 #include <memory>
 
-#include "backends/gpu/host/HostGpuRuntime.hpp"
+#include "backends/gpu/host/host_gpu_runtime.hpp"
 #include "utils/Mutex.hpp"
 
 namespace oru {

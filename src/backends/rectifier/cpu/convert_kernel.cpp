@@ -173,7 +173,7 @@ HWY_INLINE void step(const unsigned char* in, ChromaShares shares, unsigned char
     }
 }
 
-/// Draws `count` pixels from `first` on through a copy whose margins repeat the picture's outer pairs.
+/// Draws `count` pixels from `first` on through a copy whose margins repeat the image's outer pairs.
 template <bool kGray, bool kCoSited, bool kFlip>
 void edgeStep(const unsigned char* row, int rowBytes, ChromaShares shares, int first, int count, int width,
               unsigned char* out) {

@@ -4,9 +4,9 @@
 #include <optional>
 #include <thread>
 
-#include "backends/rectifier/cpu/fast_renderer.hpp"
+#include "backends/rectifier/cpu/FastRenderer.hpp"
 #include "backends/rectifier/device/runtime_memory.hpp"
-#include "backends/rectifier/reference/recent_sizes.hpp"
+#include "backends/rectifier/reference/RecentSizes.hpp"
 #include "backends/rectifier/reference/reference_view.hpp"
 
 namespace oru {
@@ -27,7 +27,7 @@ public:
 
 private:
     struct Frame {
-        YuyvFrame picture;
+        YuyvFrame image;
         Resolution size;
         Timestamp time;
     };
@@ -60,10 +60,9 @@ void CpuRectifier::process(Mat& image, CUstream_st*) {
     }
     const Resolution size{image.getWidth(), image.getHeight()};
     if (isDrawable(size)) {
-        const Size pictureSize = toSize(size);
-        frame = {{pixels, image.getStepBytes(CPU), pictureSize.width, pictureSize.height, kChromaSiting},
-                 size,
-                 image.timestamp};
+        const Size imageSize = toSize(size);
+        frame = {
+            {pixels, image.getStepBytes(CPU), imageSize.width, imageSize.height, kChromaSiting}, size, image.timestamp};
     }
 }
 
@@ -105,7 +104,7 @@ ViewResult CpuRectifier::draw(VIEW view, Resolution size, const ViewTarget& targ
     if (result == VIEW_DRAWN) {
         const Size viewSize = toSize(size);
         prepared.of(viewSize, [&] { return std::make_unique<FastRenderer>(views.geometry(), viewSize, *pool); })
-            ->draw(frame->picture, isRectified(view), target);
+            ->draw(frame->image, isRectified(view), target);
     } else {
         drawBlack(target);
     }

@@ -30,9 +30,9 @@ HWY_INLINE V16 grayOfCells(const TileRow& row, const TileScratch& scratch, int c
     V16 index[4];
     lumaIndexes<kGroup>(lumaIndex(x), index);
     const int32_t* offsets = &scratch.offsets[MeshMap::kCell / kGroup * cell];
-    const auto sum = weighRows(lumaOfRow<kGroup>(row.picture, offsets, index, weights),
-                               lumaOfRow<kGroup>(row.picture + row.step, offsets, index, weights),
-                               lumaOfRow<kGroup>(row.picture + 2 * row.step, offsets, index, weights), rows);
+    const auto sum = weighRows(lumaOfRow<kGroup>(row.image, offsets, index, weights),
+                               lumaOfRow<kGroup>(row.image + row.step, offsets, index, weights),
+                               lumaOfRow<kGroup>(row.image + 2 * row.step, offsets, index, weights), rows);
     return hn::MulFixedPoint15(sum, hn::Set(d, 32768 / kWeightSum));
 }
 
@@ -84,9 +84,9 @@ HWY_INLINE YuvSums sumsOfFour(const TileRow& row, const int32_t* offsets, V16 lu
     V16 u[3];
     V16 v[3];
     for (int line = 0; line < 3; ++line) {
-        const unsigned char* picture = row.picture + static_cast<std::size_t>(line) * row.step;
-        const auto first = windowRow<4>(picture, offsets, 0);
-        const auto second = windowRow<4>(picture, offsets, 1);
+        const unsigned char* image = row.image + static_cast<std::size_t>(line) * row.step;
+        const auto first = windowRow<4>(image, offsets, 0);
+        const auto second = windowRow<4>(image, offsets, 1);
         y[line] =
             mulPairs(D16(), hn::Or(shuffled(first, lumaGroups[0]), shuffled(second, lumaGroups[1])), weights.luma);
         const auto firstUv = mulPairs(D16(), shuffled(first, firstIndex), firstWeights);
@@ -123,7 +123,7 @@ template <int kIndex>
 HWY_INLINE V16 sumOfPair(const TileRow& row, const int32_t* offsets, V16 index, V16 neighbours,
                          const RowWeights& rows) {
     const auto line = [&](std::size_t number) HWY_ATTR {
-        const auto pixels = windowRow<2>(row.picture + number * row.step, offsets, kIndex);
+        const auto pixels = windowRow<2>(row.image + number * row.step, offsets, kIndex);
         return mulPairs(D16(), shuffled(pixels, index), neighbours);
     };
     const auto upper = hn::MulFixedPoint15(line(0), spreadWord<kIndex>(rows.upper));
@@ -198,7 +198,7 @@ HWY_INLINE void drawCells(const TileRow& row, const TileScratch& scratch, int fi
                           unsigned char* out) {
     for (int cell = firstCell; cell < endCell; cell += kBlockCells * kBlocks) {
         for (int ahead = 0; ahead < kBlockCells * kBlocks; ahead += 4) {
-            hwy::Prefetch(row.picture + scratch.offsets[MeshMap::kCell / kGroup * (cell + ahead)] + row.prefetch);
+            hwy::Prefetch(row.image + scratch.offsets[MeshMap::kCell / kGroup * (cell + ahead)] + row.prefetch);
         }
         if constexpr (kGray) {
             const hn::Rebind<uint8_t, D16> bytes;

@@ -19,7 +19,7 @@ public:
     // Positions of the nodes on the current row.
     std::vector<std::int32_t> x;
     std::vector<std::int32_t> y;
-    // Of each window, where it begins in the picture; and in 16-bit values where its group lies in it and how it
+    // Of each window, where it begins in the image; and in 16-bit values where its group lies in it and how it
     // advances.
     std::vector<std::int32_t> offsets;
     std::vector<std::uint32_t> positions;

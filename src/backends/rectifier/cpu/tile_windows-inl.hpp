@@ -1,7 +1,7 @@
 // How groups of neighbouring pixels find their samples, once for each instruction set: included again after every
 // change of HWY_TARGET, hence no #pragma once.
 //
-// A group of four (or, where the picture is steeper or shrinks, two) pixels takes its samples from one window of eight
+// A group of four (or, where the image is steeper or shrinks, two) pixels takes its samples from one window of eight
 // columns and three rows. A vector block of 16 bytes has a window row and the eight pixels of two cells by turns. Byte
 // shuffles bring each pixel's left and right sample together, multiplication with byte weights mixes them, and three
 // row weights mix the rows. Nothing branches on a pixel.
@@ -14,9 +14,9 @@
 
 #include <hwy/highway.h>
 
+#include "backends/rectifier/cpu/TileRow.hpp"
 #include "backends/rectifier/cpu/rectify_kernel.hpp"
 #include "backends/rectifier/cpu/simd_ops-inl.hpp"
-#include "backends/rectifier/cpu/tile_row.hpp"
 
 HWY_BEFORE_NAMESPACE();
 namespace oru::rectifier::HWY_NAMESPACE {
@@ -193,10 +193,10 @@ HWY_INLINE V16 chromaIndex(V16 x) {
 
 /// Group `group` of each cell: one window row of 16 bytes in each block.
 template <int kGroup>
-HWY_INLINE V8 windowRow(const unsigned char* picture, const int32_t* offsets, int group) {
+HWY_INLINE V8 windowRow(const unsigned char* image, const int32_t* offsets, int group) {
     const hn::CappedTag<uint8_t, 16> d;
     const auto load = [&](int block)
-                          HWY_ATTR { return hn::LoadU(d, picture + offsets[block * (kBlockPixels / kGroup) + group]); };
+                          HWY_ATTR { return hn::LoadU(d, image + offsets[block * (kBlockPixels / kGroup) + group]); };
     if constexpr (kBlocks == 1) {
         return load(0);
     } else if constexpr (kBlocks == 2) {
@@ -213,10 +213,10 @@ HWY_INLINE V8 shuffled(V8 pixels, V16 index) {
 
 /// Weighted luma of eight pixels a cell on one row of the windows.
 template <int kGroup>
-HWY_INLINE V16 lumaOfRow(const unsigned char* picture, const int32_t* offsets, const V16* index, V16 weights) {
-    auto pairs = shuffled(windowRow<kGroup>(picture, offsets, 0), index[0]);
+HWY_INLINE V16 lumaOfRow(const unsigned char* image, const int32_t* offsets, const V16* index, V16 weights) {
+    auto pairs = shuffled(windowRow<kGroup>(image, offsets, 0), index[0]);
     for (int group = 1; group < kBlockPixels / kGroup; ++group) {
-        pairs = hn::Or(pairs, shuffled(windowRow<kGroup>(picture, offsets, group), index[group]));
+        pairs = hn::Or(pairs, shuffled(windowRow<kGroup>(image, offsets, group), index[group]));
     }
     return mulPairs(D16(), pairs, weights);
 }

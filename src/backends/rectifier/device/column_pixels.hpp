@@ -12,12 +12,12 @@ inline constexpr int kColumnRows = 4;
 
 namespace pixel {
 
-// Places well inside the picture are held by a float between 2^12 and 2^13: 11 bits of fraction.
+// Places well inside the image are held by a float between 2^12 and 2^13: 11 bits of fraction.
 inline constexpr int kInnerBits = 11;
 inline constexpr float kInnerBase = 1 << (23 - kInnerBits);
 inline constexpr int kInnerPairBits = kInnerBits + 1;
 
-/// A place whose four samples and their chroma all lie in the picture, so that nothing has to be clamped.
+/// A place whose four samples and their chroma all lie in the image, so that nothing has to be clamped.
 struct InnerPlace {
     std::uint32_t column;  // in steps of 2^-kInnerBits
     std::uint32_t chroma;  // the same, less the siting of chroma: in pairs, steps of 2^-kInnerPairBits
@@ -26,21 +26,21 @@ struct InnerPlace {
 };
 
 /// Clears `inside` unless the place is of that kind; one that is not a number is not.
-ORU_PIXEL_CODE InnerPlace innerPlace(const PairPicture& picture, LensRays<float>::Place place, bool& inside) {
+ORU_PIXEL_CODE InnerPlace innerPlace(const PairImage& image, LensRays<float>::Place place, bool& inside) {
     const std::uint32_t column =
         std::bit_cast<std::uint32_t>(place.x + kInnerBase) - std::bit_cast<std::uint32_t>(kInnerBase);
-    const std::uint32_t chroma = column - picture.innerSiting;
+    const std::uint32_t chroma = column - image.innerSiting;
     const float row = place.y + (kWhole - 0.5F);
     const std::uint32_t rowNumber = std::bit_cast<std::uint32_t>(row) - kWholeBits;
-    inside = inside && chroma < picture.innerColumns && rowNumber < picture.innerRows;
+    inside = inside && chroma < image.innerColumns && rowNumber < image.innerRows;
     return {column, chroma, rowNumber, place.y - (row - kWhole)};
 }
 
-ORU_PIXEL_CODE Window innerWindow(const PairPicture& picture, const InnerPlace& place) {
-    const auto pairsPerRow = static_cast<std::uint32_t>(picture.pairsPerRow);
+ORU_PIXEL_CODE Window innerWindow(const PairImage& image, const InnerPlace& place) {
+    const auto pairsPerRow = static_cast<std::uint32_t>(image.pairsPerRow);
     const std::uint32_t index = place.row * pairsPerRow + (place.chroma >> kInnerPairBits);
-    const std::uint32_t* const upper = picture.pairs + index;
-    const std::uint32_t* const lower = picture.pairs + (index + pairsPerRow);
+    const std::uint32_t* const upper = image.pairs + index;
+    const std::uint32_t* const lower = image.pairs + (index + pairsPerRow);
     return {loadPair(upper), loadPair(upper + 1), loadPair(lower), loadPair(lower + 1), place.part};
 }
 
@@ -49,19 +49,19 @@ ORU_PIXEL_CODE float innerLuma(const Window& window, const InnerPlace& place) {
     return lumaIn<kInnerBits>(window, sample, place.column);
 }
 
-ORU_PIXEL_CODE void putInner(const PairPicture& picture, const InnerPlace& place, std::uint32_t& bgra) {
-    const Window window = innerWindow(picture, place);
+ORU_PIXEL_CODE void putInner(const PairImage& image, const InnerPlace& place, std::uint32_t& bgra) {
+    const Window window = innerWindow(image, place);
     bgra = bgraIn<kInnerBits, kInnerPairBits>(window, innerLuma(window, place), place.chroma);
 }
-ORU_PIXEL_CODE void putInner(const PairPicture& picture, const InnerPlace& place, unsigned char& gray) {
-    gray = grayOf<kInnerBits>(innerLuma(innerWindow(picture, place), place));
+ORU_PIXEL_CODE void putInner(const PairImage& image, const InnerPlace& place, unsigned char& gray) {
+    gray = grayOf<kInnerBits>(innerLuma(innerWindow(image, place), place));
 }
 
-ORU_PIXEL_CODE void putAt(const PairPicture& picture, const Sight& sight, std::uint32_t& bgra) {
-    bgra = bgraAt(picture, sight);
+ORU_PIXEL_CODE void putAt(const PairImage& image, const Sight& sight, std::uint32_t& bgra) {
+    bgra = bgraAt(image, sight);
 }
-ORU_PIXEL_CODE void putAt(const PairPicture& picture, const Sight& sight, unsigned char& gray) {
-    gray = grayAt(picture, sight);
+ORU_PIXEL_CODE void putAt(const PairImage& image, const Sight& sight, unsigned char& gray) {
+    gray = grayAt(image, sight);
 }
 
 template <class Pixel>
@@ -70,30 +70,30 @@ ORU_PIXEL_CODE void drawRectifiedColumn(const ViewJob& job, int u, int v, int ro
         InnerPlace places[kColumnRows];
         bool inside = true;
         for (int i = 0; i < kColumnRows; ++i) {
-            places[i] = innerPlace(job.picture, job.rays.at(u, v + i), inside);
+            places[i] = innerPlace(job.image, job.rays.at(u, v + i), inside);
         }
         if (inside) {
             for (int i = 0; i < kColumnRows; ++i, out += job.width) {
-                putInner(job.picture, places[i], *out);
+                putInner(job.image, places[i], *out);
             }
             return;
         }
     }
     for (int i = 0; i < rows; ++i, out += job.width) {
-        putAt(job.picture, rectifiedSight(job, u, v + i), *out);
+        putAt(job.image, rectifiedSight(job, u, v + i), *out);
     }
 }
 
-/// A column of the picture as it is: its luma byte, and its chroma between two pairs.
+/// A column of the image as it is: its luma byte, and its chroma between two pairs.
 struct PlainColumn {
     int x;
     int firstPair, nextPair;
     std::uint32_t chromaWeights;
 };
-ORU_PIXEL_CODE PlainColumn plainColumn(const PairPicture& picture, int x) {
-    const int steps = clampedTo((x * kFractionSteps - picture.chromaSiting) >> 1, picture.lastChroma);
+ORU_PIXEL_CODE PlainColumn plainColumn(const PairImage& image, int x) {
+    const int steps = clampedTo((x * kFractionSteps - image.chromaSiting) >> 1, image.lastChroma);
     const int pair = steps >> kFractionBits;
-    return {x, pair, smaller(pair + 1, picture.lastChroma >> kFractionBits),
+    return {x, pair, smaller(pair + 1, image.lastChroma >> kFractionBits),
             weightsAt<kFractionBits>(static_cast<std::uint32_t>(steps))};
 }
 
@@ -111,18 +111,18 @@ ORU_PIXEL_CODE void putPlain(const PlainColumn& column, const std::uint32_t* row
     gray = plainLuma(column, row);
 }
 
-/// Black where the view is larger than the picture.
+/// Black where the view is larger than the image.
 template <class Pixel>
 ORU_PIXEL_CODE void drawPlainColumn(const ViewJob& job, int u, int v, int rows, Pixel* out) {
-    const PairPicture& picture = job.picture;
+    const PairImage& image = job.image;
     const int x = job.flipped ? job.width - 1 - u : u;
-    const PlainColumn column = plainColumn(picture, x);
+    const PlainColumn column = plainColumn(image, x);
     for (int i = 0; i < rows; ++i, out += job.width) {
         const int y = job.flipped ? job.height - 1 - (v + i) : v + i;
-        if (x < picture.width && y < picture.height) {
-            putPlain(column, picture.pairs + static_cast<std::ptrdiff_t>(y) * picture.pairsPerRow, *out);
+        if (x < image.width && y < image.height) {
+            putPlain(column, image.pairs + static_cast<std::ptrdiff_t>(y) * image.pairsPerRow, *out);
         } else {
-            putAt(picture, Sight{0, 0, false}, *out);
+            putAt(image, Sight{0, 0, false}, *out);
         }
     }
 }

@@ -2,13 +2,13 @@
 
 #include <optional>
 
-#include "backends/rectifier/cuda/CudaRectifier.hpp"
-#include "backends/rectifier/device/reduced_image.hpp"
+#include "backends/rectifier/cuda/cuda_rectifier.hpp"
+#include "backends/rectifier/device/ReducedImage.hpp"
 #include "backends/rectifier/device/runtime_memory.hpp"
 #include "backends/rectifier/device/view_job.hpp"
+#include "backends/rectifier/reference/RecentSizes.hpp"
 #include "backends/rectifier/reference/camera_views.hpp"
 #include "backends/rectifier/reference/notices.hpp"
-#include "backends/rectifier/reference/recent_sizes.hpp"
 #include "backends/rectifier/reference/reference_view.hpp"
 
 namespace oru::rectifier {
@@ -29,7 +29,7 @@ public:
 
 private:
     struct Frame {
-        PairPicture picture;
+        PairImage image;
         Resolution size;
         Timestamp time;
     };
@@ -37,12 +37,12 @@ private:
         Prepared(GpuRuntime& runtime, const ViewJob& viewJob) : job(viewJob), reduced(runtime) {}
 
         ViewJob job;
-        ReducedPicture reduced;
+        ReducedImage reduced;
         uint64_t reducedFrame = 0;  // whose number it holds
     };
 
     ViewResult draw(VIEW view, Resolution size, unsigned char* pixels, CUstream_st* stream);
-    ViewResult drawPicture(VIEW view, Size size, unsigned char* pixels, CUstream_st* stream);
+    ViewResult drawImage(VIEW view, Size size, unsigned char* pixels, CUstream_st* stream);
     int run(const ViewJob& job, VIEW view, CUstream_st* stream);
     std::unique_ptr<Prepared> prepare(Size size, CUstream_st* stream);
     bool finish(CUstream_st* stream);
@@ -83,7 +83,7 @@ void DeviceRectifier::process(Mat& image, CUstream_st* stream) {
         return;
     }
     ++frameNumber;
-    frame = {pairPicture(uploaded, toSize(size), kChromaSiting), size, image.timestamp};
+    frame = {pairImage(uploaded, toSize(size), kChromaSiting), size, image.timestamp};
 }
 
 int DeviceRectifier::getView(VIEW view, Resolution size, Mat& destination, MEM memory, CUstream_st* stream) {
@@ -127,13 +127,13 @@ void DeviceRectifier::free() {
 ViewResult DeviceRectifier::draw(VIEW view, Resolution size, unsigned char* pixels, CUstream_st* stream) {
     const ViewResult result = views.check(view, size, frame ? &frame->size : nullptr);
     if (result == VIEW_DRAWN) {
-        return drawPicture(view, toSize(size), pixels, stream);
+        return drawImage(view, toSize(size), pixels, stream);
     }
     const auto plain = static_cast<VIEW>(isGray(view) ? UNRECTIFIED_GRAY : UNRECTIFIED);
     return run(blackJob(toSize(size), pixels), plain, stream) == 0 ? result : VIEW_WITHOUT_DEVICE;
 }
 
-ViewResult DeviceRectifier::drawPicture(VIEW view, Size size, unsigned char* pixels, CUstream_st* stream) {
+ViewResult DeviceRectifier::drawImage(VIEW view, Size size, unsigned char* pixels, CUstream_st* stream) {
     Prepared* const entry = prepared.of(size, [&] { return prepare(size, stream); });
     if (entry == nullptr) {
         return VIEW_WITHOUT_MEMORY;
@@ -141,13 +141,13 @@ ViewResult DeviceRectifier::drawPicture(VIEW view, Size size, unsigned char* pix
     ViewJob job = entry->job;
     job.view = pixels;
     if (size == views.geometry().source) {
-        job.picture = frame->picture;
+        job.image = frame->image;
     } else {
-        if (entry->reducedFrame != frameNumber && work->reduce(entry->reduced.jobOf(frame->picture), stream) != 0) {
+        if (entry->reducedFrame != frameNumber && work->reduce(entry->reduced.jobOf(frame->image), stream) != 0) {
             return VIEW_WITHOUT_DEVICE;
         }
         entry->reducedFrame = frameNumber;
-        job.picture = entry->reduced.picture();
+        job.image = entry->reduced.image();
     }
     return run(job, view, stream) == 0 ? VIEW_DRAWN : VIEW_WITHOUT_DEVICE;
 }

@@ -8,7 +8,7 @@
 
 namespace oru::rectifier {
 
-/// Runs the pixel code over whole pictures: on a device in the order of the stream, without waiting for it. Pictures,
+/// Runs the pixel code over whole images: on a device in the order of the stream, without waiting for it. Images,
 /// tables and views lie in memory that the GPU runtime calls the device's. Results are 0 on success.
 class DeviceWork {
 public:

@@ -20,9 +20,9 @@ struct AxisTable {
     }
 };
 
-/// A picture to be made smaller by area averaging.
+/// An image to be made smaller by area averaging.
 struct ReduceJob {
-    PairPicture source;
+    PairImage source;
     std::uint32_t* reduced;
     int pairsPerRow;
     int width;
@@ -53,7 +53,7 @@ ORU_PIXEL_CODE PairSums sumDown(const ReduceJob& job, int sourcePair, const Axis
 
 }  // namespace pixel
 
-/// One pair of the reduced picture, to the bit what cpu/reducer.cpp makes of it.
+/// One pair of the reduced image, to the bit what cpu/reducer.cpp makes of it.
 ORU_PIXEL_CODE std::uint32_t reducedPairAt(const ReduceJob& job, int pair, int row) {
     constexpr std::uint32_t kHalf = 1U << 15;
     const AxisTable::Taps& rows = job.rows.taps[row];

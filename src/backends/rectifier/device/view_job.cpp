@@ -11,7 +11,7 @@ LensRays<Real> raysOf(const ViewGeometry& geometry, Size view) {
     const Intrinsics& camera = geometry.rectified;
     const Intrinsics& lens = geometry.lens.pinhole();
     const auto& [k1, k2, p1, p2, k3, k4, k5, k6, s1, s2, s3, s4] = geometry.lens.coefficients();
-    // View and picture cover the same area: their pixel centres coincide only at full size.
+    // View and image cover the same area: their pixel centres coincide only at full size.
     const double reductionX = static_cast<double>(geometry.source.width) / view.width;
     const double reductionY = static_cast<double>(geometry.source.height) / view.height;
     const double scaleX = lens.fx / reductionX;
@@ -46,7 +46,7 @@ LensRays<Real> raysOf(const ViewGeometry& geometry, Size view) {
 }
 
 /// Where column_pixels.hpp need not clamp, in its steps: as many of chroma's as have a pair and a luma sample to their
-/// right, none in a picture too wide for them.
+/// right, none in an image too wide for them.
 std::uint32_t innerColumns(Size size, std::uint32_t siting) {
     const auto pairs = static_cast<std::uint32_t>((size.width - 1) / 2) << pixel::kInnerPairBits;
     const auto samples = static_cast<std::uint32_t>(size.width - 1) << pixel::kInnerBits;
@@ -57,7 +57,7 @@ std::uint32_t innerColumns(Size size, std::uint32_t siting) {
 }  // namespace
 
 ViewJob viewJob(const ViewGeometry& geometry, Size view) {
-    return {.picture = {},
+    return {.image = {},
             .view = nullptr,
             .width = view.width,
             .height = view.height,
@@ -74,7 +74,7 @@ ViewJob blackJob(Size view, unsigned char* pixels) {
     return job;
 }
 
-PairPicture pairPicture(const void* pixels, Size size, float chromaSiting) {
+PairImage pairImage(const void* pixels, Size size, float chromaSiting) {
     const int pairs = (size.width + 1) / 2;
     const auto siting = static_cast<std::uint32_t>(std::lround(chromaSiting * (1 << pixel::kInnerBits)));
     return {.pairs = static_cast<const std::uint32_t*>(pixels),

@@ -12,9 +12,9 @@
 
 namespace oru::rectifier {
 
-/// A packed YUYV picture where the pixel code can read it; a word is a pair of pixels, Y0 in its lowest byte, then U,
+/// A packed YUYV image where the pixel code can read it; a word is a pair of pixels, Y0 in its lowest byte, then U,
 /// Y1 and V. Borrowed.
-struct PairPicture {
+struct PairImage {
     const std::uint32_t* pairs;
     int pairsPerRow;
     int width;
@@ -27,7 +27,7 @@ struct PairPicture {
     std::uint32_t innerSiting, innerColumns, innerRows;  // of column_pixels.hpp
 };
 
-/// Which place of the picture each pixel of a rectified view shows: the lens model of cpu/lens.hpp evaluated anew for
+/// Which place of the image each pixel of a rectified view shows: the lens model of cpu/lens.hpp evaluated anew for
 /// every pixel, without a map.
 template <class Real>
 struct LensRays {
@@ -40,7 +40,7 @@ struct LensRays {
     Real perPixelX, perPixelY;  // and its change from pixel to pixel
     Real k1, k2, k3, k4, k5, k6;
 
-    // From here on in pixels of the picture: the tangential and the thin-prism terms by the power they are factors of.
+    // From here on in pixels of the image: the tangential and the thin-prism terms by the power they are factors of.
     Real scaleX, originX, xyInX, xxInX, r2InX, r4InX;
     Real scaleY, originY, xyInY, yyInY, r2InY, r4InY;
 
@@ -57,9 +57,9 @@ struct LensRays {
     }
 };
 
-/// A view to be drawn from a picture of the view's size.
+/// A view to be drawn from an image of the view's size.
 struct ViewJob {
-    PairPicture picture;
+    PairImage image;
     unsigned char* view;  // without padding: BGRA, aligned to 4 bytes, or gray
     int width;
     int height;
@@ -68,7 +68,7 @@ struct ViewJob {
     LensRays<double> exactRays;
 };
 
-/// Where a view pixel looks, in pixels of the picture; whole numbers are pixel centres.
+/// Where a view pixel looks, in pixels of the image; whole numbers are pixel centres.
 struct Sight {
     float x;
     float y;
@@ -100,16 +100,16 @@ struct Window {
     float part;
 };
 
-ORU_PIXEL_CODE Window windowAt(const PairPicture& picture, int firstPair, float y) {
-    const int steps = clampedTo(stepsOf(y), picture.lastY);
+ORU_PIXEL_CODE Window windowAt(const PairImage& image, int firstPair, float y) {
+    const int steps = clampedTo(stepsOf(y), image.lastY);
     const int row = steps >> kFractionBits;
-    const int nextRow = smaller(row + 1, picture.lastY >> kFractionBits);
-    const int nextPair = smaller(firstPair + 1, picture.lastChroma >> kFractionBits);
-    const int upper = row * picture.pairsPerRow;  // a picture has fewer pairs than 2^31
-    const int lower = nextRow * picture.pairsPerRow;
+    const int nextRow = smaller(row + 1, image.lastY >> kFractionBits);
+    const int nextPair = smaller(firstPair + 1, image.lastChroma >> kFractionBits);
+    const int upper = row * image.pairsPerRow;  // an image has fewer pairs than 2^31
+    const int lower = nextRow * image.pairsPerRow;
     const auto part = static_cast<std::uint32_t>(steps & (kFractionSteps - 1));
-    return {loadPair(picture.pairs + (upper + firstPair)), loadPair(picture.pairs + (upper + nextPair)),
-            loadPair(picture.pairs + (lower + firstPair)), loadPair(picture.pairs + (lower + nextPair)),
+    return {loadPair(image.pairs + (upper + firstPair)), loadPair(image.pairs + (upper + nextPair)),
+            loadPair(image.pairs + (lower + firstPair)), loadPair(image.pairs + (lower + nextPair)),
             std::bit_cast<float>(kPartBits | part) - 256.0F};
 }
 
@@ -141,7 +141,7 @@ ORU_PIXEL_CODE unsigned char grayOf(float luma) {
     return static_cast<unsigned char>((std::bit_cast<std::uint32_t>(luma) + (1U << (kBits - 1))) >> kBits & 0xFF);
 }
 
-/// Luma at a place in the first pair of a window or right of it; `steps` counts from the picture's left border.
+/// Luma at a place in the first pair of a window or right of it; `steps` counts from the image's left border.
 ORU_PIXEL_CODE float lumaAt(const Window& window, int firstPair, int steps) {
     const auto sample = static_cast<std::uint32_t>((steps >> kFractionBits) - 2 * firstPair);
     return lumaIn<kFractionBits>(window, sample, static_cast<std::uint32_t>(steps));
@@ -149,11 +149,11 @@ ORU_PIXEL_CODE float lumaAt(const Window& window, int firstPair, int steps) {
 
 }  // namespace pixel
 
-/// Places up to half a pixel outside the picture belong to it; what is not a number lies outside.
+/// Places up to half a pixel outside the image belong to it; what is not a number lies outside.
 ORU_PIXEL_CODE Sight rectifiedSight(const ViewJob& job, int u, int v) {
     const LensRays<float>::Place place = job.rays.at(u, v);
-    const float halfWidth = job.picture.halfWidth;
-    const float halfHeight = job.picture.halfHeight;
+    const float halfWidth = job.image.halfWidth;
+    const float halfHeight = job.image.halfHeight;
     const float beyond = std::fmax(std::fabs(place.x - (halfWidth - 0.5F)) - halfWidth,
                                    std::fabs(place.y - (halfHeight - 0.5F)) - halfHeight);
     if (std::fabs(beyond) > pixel::kDoubtfulMargin) {
@@ -165,25 +165,25 @@ ORU_PIXEL_CODE Sight rectifiedSight(const ViewJob& job, int u, int v) {
     return {x, y, x >= -0.5F && x <= 2 * halfWidth - 0.5F && y >= -0.5F && y <= 2 * halfHeight - 0.5F};
 }
 
-ORU_PIXEL_CODE std::uint32_t bgraAt(const PairPicture& picture, const Sight& sight) {
+ORU_PIXEL_CODE std::uint32_t bgraAt(const PairImage& image, const Sight& sight) {
     if (!sight.inside) {
         return 0xFF000000U;
     }
     const int steps = pixel::stepsOf(sight.x);
-    const int chromaSteps = pixel::clampedTo((steps - picture.chromaSiting) >> 1, picture.lastChroma);
+    const int chromaSteps = pixel::clampedTo((steps - image.chromaSiting) >> 1, image.lastChroma);
     const int firstPair = chromaSteps >> kFractionBits;
-    const pixel::Window window = pixel::windowAt(picture, firstPair, sight.y);
-    const float luma = pixel::lumaAt(window, firstPair, pixel::clampedTo(steps, picture.lastX));
+    const pixel::Window window = pixel::windowAt(image, firstPair, sight.y);
+    const float luma = pixel::lumaAt(window, firstPair, pixel::clampedTo(steps, image.lastX));
     return pixel::bgraIn<kFractionBits, kFractionBits>(window, luma, static_cast<std::uint32_t>(chromaSteps));
 }
 
-ORU_PIXEL_CODE unsigned char grayAt(const PairPicture& picture, const Sight& sight) {
+ORU_PIXEL_CODE unsigned char grayAt(const PairImage& image, const Sight& sight) {
     if (!sight.inside) {
         return 0;
     }
-    const int steps = pixel::clampedTo(pixel::stepsOf(sight.x), picture.lastX);
+    const int steps = pixel::clampedTo(pixel::stepsOf(sight.x), image.lastX);
     const int firstPair = steps >> (kFractionBits + 1);
-    return pixel::grayOf<kFractionBits>(pixel::lumaAt(pixel::windowAt(picture, firstPair, sight.y), firstPair, steps));
+    return pixel::grayOf<kFractionBits>(pixel::lumaAt(pixel::windowAt(image, firstPair, sight.y), firstPair, steps));
 }
 
 }  // namespace oru::rectifier

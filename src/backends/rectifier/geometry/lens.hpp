@@ -33,11 +33,11 @@ public:
     Lens() = default;
     explicit Lens(const CameraParameters& raw);
 
-    /// False for a record that no picture can come from: a focal length that is not positive, a number that is not
+    /// False for a record that no image can come from: a focal length that is not positive, a number that is not
     /// finite.
     [[nodiscard]] bool usable() const;
 
-    /// The picture position of the ray (x, y, 1).
+    /// The image position of the ray (x, y, 1).
     [[nodiscard]] Point project(Point ray) const;
 
     [[nodiscard]] const Intrinsics& pinhole() const { return intrinsics; }

@@ -43,12 +43,12 @@ bool isClose(const ViewMap& map, const Cell& cell, int u, int v) {
     return true;
 }
 
-/// Whether the cell's pixels, the last of them at (`right`, `down`), see the picture.
-bool isInside(const Cell& cell, double right, double down, Size picture) {
+/// Whether the cell's pixels, the last of them at (`right`, `down`), see the image.
+bool isInside(const Cell& cell, double right, double down, Size image) {
     for (const Point& pixel :
          {cell.topLeft, cell.between(right, 0), cell.between(0, down), cell.between(right, down)}) {
-        const bool insideX = pixel.x >= -0.5 + kBorderGuard && pixel.x <= picture.width - 0.5 - kBorderGuard;
-        const bool insideY = pixel.y >= -0.5 + kBorderGuard && pixel.y <= picture.height - 0.5 - kBorderGuard;
+        const bool insideX = pixel.x >= -0.5 + kBorderGuard && pixel.x <= image.width - 0.5 - kBorderGuard;
+        const bool insideY = pixel.y >= -0.5 + kBorderGuard && pixel.y <= image.height - 0.5 - kBorderGuard;
         if (!insideX || !insideY) {
             return false;
         }

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "backends/rectifier/geometry/view_map.hpp"
+#include "backends/rectifier/geometry/ViewMap.hpp"
 
 namespace oru::rectifier {
 
@@ -19,7 +19,7 @@ struct TileRun {
 
 /// A view map prepared for speed: the exact position at every fourth pixel, in 1/65536 pixel, between which positions
 /// are interpolated; and for each tile of 32 by 8 pixels how it may be drawn. A tile is Plain when interpolation would
-/// miss the exact position by more than `kLargestError`, when it reaches outside the picture, or when the picture is
+/// miss the exact position by more than `kLargestError`, when it reaches outside the image, or when the image is
 /// too steep or too strongly reduced there. Plain tiles keep their exact positions.
 class MeshMap {
 public:
@@ -34,7 +34,7 @@ public:
         TileKind gray;
     };
 
-    /// `fast` false makes every tile Plain. `chromaSiting` is that of the picture drawn from.
+    /// `fast` false makes every tile Plain. `chromaSiting` is that of the image drawn from.
     MeshMap(const ViewMap& map, Size view, float chromaSiting, bool fast);
 
     [[nodiscard]] int tilesPerRow() const { return tileColumns; }

@@ -13,7 +13,7 @@ constexpr double kNarrowestZoom = 8;
 constexpr double kZoomStep = 0.98;
 constexpr double kRoundingPixels = 1e-6;
 
-/// Room between what the view sees and the picture's border, in pixels, negative when the view leaves the picture.
+/// Room between what the view sees and the image's border, in pixels, negative when the view leaves the image.
 struct Margins {
     double left = std::numeric_limits<double>::max();
     double right = left;
@@ -57,7 +57,7 @@ Margins marginsOf(const Lens& lens, const Intrinsics& camera, Size size) {
 }
 
 /// The shortest focal length, with this principal point, that is reached from a narrow view without leaving the
-/// picture on the way; 0 when even the narrow view leaves it.
+/// image on the way; 0 when even the narrow view leaves it.
 double shortestFocalLength(const Lens& lens, Intrinsics camera, Size size, double reference) {
     const auto inside = [&](double focal) {
         camera.fx = camera.fy = focal;

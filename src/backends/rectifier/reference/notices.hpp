@@ -2,7 +2,7 @@
 
 namespace oru::rectifier {
 
-/// Tells people about the camera's pictures: a warning in the log, or on the standard error stream in a build without
+/// Tells people about the camera's images: a warning in the log, or on the standard error stream in a build without
 /// the log (ORU_GPU_ONLY). Any thread.
 void warn(const char* text);
 

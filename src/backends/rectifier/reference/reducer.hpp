@@ -30,20 +30,20 @@ private:
     std::vector<std::uint16_t> weights;
 };
 
-/// Makes a smaller packed picture by area averaging, luma and chroma alike, in integers: first down, then across, one
-/// rounding. A view of less than full size is drawn from such a picture, at its own scale, so that nothing aliases.
+/// Makes a smaller packed image by area averaging, luma and chroma alike, in integers: first down, then across, one
+/// rounding. A view of less than full size is drawn from such an image, at its own scale, so that nothing aliases.
 class Reducer {
 public:
     Reducer(Size source, Size reduced);
 
-    /// Bytes from row to row of the reduced picture, and of the whole.
+    /// Bytes from row to row of the reduced image, and of the whole.
     [[nodiscard]] std::size_t step() const { return outputStep; }
     [[nodiscard]] std::size_t bytes() const { return outputStep * static_cast<std::size_t>(reduced.height); }
 
     /// Where the reduced chroma lies: it moves towards the middle of its pair as more samples are averaged.
     [[nodiscard]] float chromaSiting(float sourceSiting) const;
 
-    /// Makes rows [firstRow, endRow) of the reduced picture. `columnSums` is scratch for `scratchSize()` values.
+    /// Makes rows [firstRow, endRow) of the reduced image. `columnSums` is scratch for `scratchSize()` values.
     void reduceRows(const YuyvFrame& source, unsigned char* output, int firstRow, int endRow,
                     std::uint16_t* columnSums) const;
     [[nodiscard]] std::size_t scratchSize() const { return static_cast<std::size_t>(source.width) * 2; }

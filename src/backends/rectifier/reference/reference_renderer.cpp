@@ -4,32 +4,32 @@
 
 namespace oru::rectifier {
 
-PlainRenderer::PlainRenderer(const ViewGeometry& viewGeometry, Size viewSize)
+ReferenceRenderer::ReferenceRenderer(const ViewGeometry& viewGeometry, Size viewSize)
     : geometry(viewGeometry),
       view(viewSize),
       reducer(geometry.source, view),
       unrectifiedPositions(static_cast<std::size_t>(view.width)) {}
 
-void PlainRenderer::draw(const YuyvFrame& frame, bool rectified, const ViewTarget& target) {
-    const YuyvFrame picture = view == geometry.source ? frame : reducedFrame(frame);
+void ReferenceRenderer::draw(const YuyvFrame& frame, bool rectified, const ViewTarget& target) {
+    const YuyvFrame image = view == geometry.source ? frame : reducedFrame(frame);
     for (int row = 0; row < view.height; ++row) {
         const SourcePosition* positions = positionsOf(rectified, row);
         if (target.gray) {
-            drawGray(picture, positions, unrectifiedPositions.size(), target.row(row));
+            drawGray(image, positions, unrectifiedPositions.size(), target.row(row));
         } else {
-            drawBgra(picture, positions, unrectifiedPositions.size(), target.row(row));
+            drawBgra(image, positions, unrectifiedPositions.size(), target.row(row));
         }
     }
 }
 
-YuyvFrame PlainRenderer::reducedFrame(const YuyvFrame& frame) {
+YuyvFrame ReferenceRenderer::reducedFrame(const YuyvFrame& frame) {
     columnSums.resize(reducer.scratchSize());
     reduced.resize(reducer.bytes());
     reducer.reduceRows(frame, reduced.data(), 0, view.height, columnSums.data());
     return {reduced.data(), reducer.step(), view.width, view.height, reducer.chromaSiting(frame.chroma_siting)};
 }
 
-const SourcePosition* PlainRenderer::positionsOf(bool rectified, int row) {
+const SourcePosition* ReferenceRenderer::positionsOf(bool rectified, int row) {
     if (!rectified) {
         for (int u = 0; u < view.width; ++u) {
             unrectifiedPositions[static_cast<std::size_t>(u)] = {

@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "backends/rectifier/geometry/view_map.hpp"
+#include "backends/rectifier/geometry/ViewMap.hpp"
 #include "backends/rectifier/reference/reducer.hpp"
 #include "backends/rectifier/reference/yuyv_frame.hpp"
 
@@ -18,10 +18,10 @@ struct ViewGeometry {
 
 /// Draws views of one size pixel by pixel: the definition that fast renderers are measured against.
 /// One thread at a time.
-class PlainRenderer {
+class ReferenceRenderer {
 public:
     /// `view` is not larger than the source.
-    PlainRenderer(const ViewGeometry& geometry, Size view);
+    ReferenceRenderer(const ViewGeometry& geometry, Size view);
 
     void draw(const YuyvFrame& frame, bool rectified, const ViewTarget& target);
 

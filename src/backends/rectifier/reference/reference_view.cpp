@@ -53,7 +53,7 @@ unsigned char rounded(float value) {
 
 }  // namespace
 
-bool insidePicture(const YuyvFrame& frame, SourcePosition position) {
+bool insideImage(const YuyvFrame& frame, SourcePosition position) {
     return position.x >= -0.5F && position.x <= static_cast<float>(frame.width) - 0.5F && position.y >= -0.5F &&
            position.y <= static_cast<float>(frame.height) - 0.5F;
 }
@@ -82,7 +82,7 @@ Bgr toBgr(Yuv yuv) {
 void drawBgra(const YuyvFrame& frame, const SourcePosition* positions, std::size_t count, unsigned char* out) {
     for (std::size_t i = 0; i < count; ++i, out += 4) {
         Bgr color{};
-        if (insidePicture(frame, positions[i])) {
+        if (insideImage(frame, positions[i])) {
             color = toBgr(sampleYuv(frame, positions[i]));
         }
         out[0] = rounded(color.b);
@@ -94,7 +94,7 @@ void drawBgra(const YuyvFrame& frame, const SourcePosition* positions, std::size
 
 void drawGray(const YuyvFrame& frame, const SourcePosition* positions, std::size_t count, unsigned char* out) {
     for (std::size_t i = 0; i < count; ++i) {
-        out[i] = insidePicture(frame, positions[i]) ? rounded(sampleLuma(frame, positions[i])) : 0;
+        out[i] = insideImage(frame, positions[i]) ? rounded(sampleLuma(frame, positions[i])) : 0;
     }
 }
 

@@ -9,7 +9,7 @@ namespace oru::rectifier {
 
 // The plain definition of every view, one pixel at a time: what the fast kernels are measured against, and what draws
 // the places that they leave out. Y, U and V are interpolated between the four nearest samples of each, a position in
-// the outer half pixel of the picture takes the border's value, anything farther out is black.
+// the outer half pixel of the image takes the border's value, anything farther out is black.
 // All functions are pure; any thread.
 
 struct Yuv {
@@ -24,9 +24,9 @@ struct Bgr {
     float r;
 };
 
-[[nodiscard]] bool insidePicture(const YuyvFrame& frame, SourcePosition position);
+[[nodiscard]] bool insideImage(const YuyvFrame& frame, SourcePosition position);
 
-/// The position is inside the picture.
+/// The position is inside the image.
 [[nodiscard]] float sampleLuma(const YuyvFrame& frame, SourcePosition position);
 [[nodiscard]] Yuv sampleYuv(const YuyvFrame& frame, SourcePosition position);
 

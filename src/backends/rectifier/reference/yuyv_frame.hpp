@@ -8,7 +8,7 @@ namespace oru::rectifier {
 /// the usual order of a 4:2:2 image signal processor, 0.5 when it lies between its two pixels.
 inline constexpr float kChromaSiting = 0.0F;
 
-/// A packed YUYV picture in host memory, BT.601 video range; borrowed. A row holds whole pairs of pixels, so that of an
+/// A packed YUYV image in host memory, BT.601 video range; borrowed. A row holds whole pairs of pixels, so that of an
 /// odd width ends with a luma sample that no view uses.
 struct YuyvFrame {
     const unsigned char* pixels;

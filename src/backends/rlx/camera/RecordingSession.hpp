@@ -11,7 +11,7 @@
 
 namespace oru::rlx {
 
-/// One recording from start to end: a fixed set of picture buffers and a thread that writes. The grabbing thread fills
+/// One recording from start to end: a fixed set of image buffers and a thread that writes. The grabbing thread fills
 /// the free buffer and offers it; it never waits unless it asks to. Every offered frame is written or counted as
 /// dropped. Threads: freeBuffer, offer and stop from one thread at a time; status from any.
 class RecordingSession {
@@ -33,10 +33,10 @@ public:
         WAIT,  ///< for the writer, in bounded time
     };
 
-    /// Where the next picture belongs; never null, changes with every frame that is taken.
+    /// Where the next image belongs; never null, changes with every frame that is taken.
     [[nodiscard]] unsigned char* freeBuffer() const { return slots[freeSlot].pixels.get(); }
     [[nodiscard]] std::size_t bufferSize() const { return slotBytes; }
-    /// Takes the picture in freeBuffer() and the packets that the recorder was given since the last one taken.
+    /// Takes the image in freeBuffer() and the packets that the recorder was given since the last one taken.
     void offer(const Facts& facts, WhenFull whenFull);
     /// Writes what was taken, in bounded time, and closes the file.
     void stop();

@@ -8,9 +8,9 @@
 #include <memory>
 #include <string>
 
-#include "backends/rlx/Rlx.hpp"
 #include "backends/rlx/camera/PlaybackPacer.hpp"
 #include "backends/rlx/camera/RecordingSession.hpp"
+#include "backends/rlx/rlx_factory.hpp"
 #include "calibration/readers.hpp"
 #include "collaborators/kit_functions.hpp"
 #include "logging/log.hpp"

@@ -17,7 +17,7 @@ std::size_t suffixFramingSize(bool key) {
 }
 
 std::size_t clusterSize(const FrameRecord& frame, std::size_t recordSize) {
-    return kPrefixSize + frame.picture_size + suffixFramingSize(frame.key) + recordSize;
+    return kPrefixSize + frame.image_size + suffixFramingSize(frame.key) + recordSize;
 }
 
 void buildPrefix(const FrameRecord& frame, std::size_t recordSize, Bytes& out) {
@@ -31,7 +31,7 @@ void buildPrefix(const FrameRecord& frame, std::size_t recordSize, Bytes& out) {
     putId(out, ID_BLOCK_GROUP);
     putSize(out, total - clusterHeader - timeElement - groupHeader);
     putId(out, ID_BLOCK);
-    putSize(out, 4 + uint64_t{frame.picture_size});
+    putSize(out, 4 + uint64_t{frame.image_size});
     out.push_back(0x80 | kTrackNumber);
     putBigEndian(out, 0, 3);
 }
@@ -64,7 +64,7 @@ std::optional<ClusterShape> readPrefix(ByteView prefix) {
         return std::nullopt;
     }
     const ClusterShape shape{cluster.header_size + cluster.size, block.size - 4};
-    const uint64_t smallest = kPrefixSize + shape.picture_size + suffixFramingSize(true);
+    const uint64_t smallest = kPrefixSize + shape.image_size + suffixFramingSize(true);
     return shape.total > smallest && shape.total - smallest <= kMaxRecordSize ? std::optional(shape) : std::nullopt;
 }
 

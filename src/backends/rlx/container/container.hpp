@@ -32,7 +32,7 @@ struct Finished {
 /// Offset of the eight big-endian bytes in a finished head that say where the Cues begin, counted from the body.
 [[nodiscard]] std::size_t cuesPositionOffset();
 
-/// Bytes before and after the picture in a frame's Cluster.
+/// Bytes before and after the image in a frame's Cluster.
 inline constexpr std::size_t kPrefixSize = 51;
 void buildPrefix(const FrameRecord& frame, std::size_t recordSize, Bytes& out);
 void buildSuffixFraming(const FrameRecord& frame, std::size_t recordSize, Bytes& out);
@@ -41,12 +41,12 @@ void buildSuffixFraming(const FrameRecord& frame, std::size_t recordSize, Bytes&
 
 /// Where one Cluster's parts lie, from its first bytes.
 struct ClusterShape {
-    uint64_t total = 0;         ///< bytes of the Cluster
-    uint64_t picture_size = 0;  ///< bytes of the stored picture
+    uint64_t total = 0;       ///< bytes of the Cluster
+    uint64_t image_size = 0;  ///< bytes of the stored image
 };
 /// The shape that `prefix` (kPrefixSize bytes) claims; nothing unless it is that of a frame's Cluster.
 [[nodiscard]] std::optional<ClusterShape> readPrefix(ByteView prefix);
-/// Decodes the record at the end of `suffix`, all bytes after the picture, and compares the framing byte for byte.
+/// Decodes the record at the end of `suffix`, all bytes after the image, and compares the framing byte for byte.
 [[nodiscard]] bool readSuffix(ByteView prefix, ByteView suffix, uint64_t recordingId, FrameRecord& frame,
                               Bytes& scratch);
 

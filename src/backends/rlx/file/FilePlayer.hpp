@@ -64,7 +64,7 @@ private:
     std::thread worker;
     mutable Mutex mutex;
     bool hasCurrentFrame ORU_GUARDED_BY(mutex) = false;
-    DecodedFrame currentFrame ORU_GUARDED_BY(mutex);          // without its picture
+    DecodedFrame currentFrame ORU_GUARDED_BY(mutex);          // without its image
     std::vector<IMUPacket> passedOver ORU_GUARDED_BY(mutex);  // of skipped and damaged frames, for the next one
     std::condition_variable_any wake;
     std::array<DecodedFrame, kAhead> ring;

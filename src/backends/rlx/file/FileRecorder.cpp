@@ -55,7 +55,7 @@ int FileRecorder::create(const std::string& path, const rlxrw::RlxRecordingHeade
     writtenFrames = 0;
     offeredFrames = 0;
     syncFailed = false;
-    sink = [this](const CodedPicture& picture) { return append(picture); };
+    sink = [this](const CodedImage& image) { return append(image); };
     if (!openFile(path)) {
         ORU_LOG(Error, "{} Cannot create {}: {}", kTagKoru, path, std::strerror(errno));
         file.close();
@@ -116,35 +116,35 @@ int FileRecorder::writeFrame(const rlxrw::RlxFrame& frame) {
     return coded ? WRITTEN : ENCODER_FAILED;
 }
 
-void FileRecorder::describePicture(const CodedPicture& picture, FrameRecord& frame) {
+void FileRecorder::describeImage(const CodedImage& image, FrameRecord& frame) {
     if (indexEntries.empty()) {
         firstTimeNs = frame.time_ns;
     }
     const uint64_t lastMs = indexEntries.empty() ? 0 : indexEntries.back().time_ms;
     const uint64_t since = frame.time_ns > firstTimeNs ? frame.time_ns - firstTimeNs : 0;
     frame.time_ms = std::max(lastMs, (since + kNanosecondsPerMillisecond / 2) / kNanosecondsPerMillisecond);
-    frame.key = picture.key;
-    frame.reference_delta = picture.key ? 0 : frame.time_ms - lastMs;
-    frame.picture_size = static_cast<uint32_t>(picture.bytes.size());
-    frame.picture_crc = crc32c(picture.bytes.data(), picture.bytes.size());
+    frame.key = image.key;
+    frame.reference_delta = image.key ? 0 : frame.time_ms - lastMs;
+    frame.image_size = static_cast<uint32_t>(image.bytes.size());
+    frame.image_crc = crc32c(image.bytes.data(), image.bytes.size());
 }
 
-bool FileRecorder::append(const CodedPicture& picture) {
-    if (picture.number != firstPending || picture.bytes.size() > UINT32_MAX / 2) {
+bool FileRecorder::append(const CodedImage& image) {
+    if (image.number != firstPending || image.bytes.size() > UINT32_MAX / 2) {
         return false;
     }
     FrameRecord& frame = pendingFrames[firstPending++ % kMaxPending];
-    describePicture(picture, frame);
+    describeImage(image, frame);
     recordBytes.clear();
     encodeFrame(frame, fileHeader.facts.version, recordBytes);
     prefix.clear();
     buildPrefix(frame, recordBytes.size(), prefix);
     suffix.clear();
     buildSuffixFraming(frame, recordBytes.size(), suffix);
-    const std::size_t total = prefix.size() + picture.bytes.size() + suffix.size() + recordBytes.size();
+    const std::size_t total = prefix.size() + image.bytes.size() + suffix.size() + recordBytes.size();
     const uint64_t end = endOffset.load(std::memory_order_relaxed);
     iovec parts[] = {{prefix.data(), prefix.size()},
-                     {const_cast<uint8_t*>(picture.bytes.data()), picture.bytes.size()},
+                     {const_cast<uint8_t*>(image.bytes.data()), image.bytes.size()},
                      {suffix.data(), suffix.size()},
                      {recordBytes.data(), recordBytes.size()}};
     if (!file.writePartsAt(end, parts, 4)) {
@@ -174,7 +174,7 @@ void FileRecorder::close() {
 void FileRecorder::finish() {
     std::size_t dropped = 0;
     std::size_t drop = kFirstFramesDropped;
-    while (!finishRecording(file, fileHeader, indexEntries, endOffset.load())) {
+    while (!finaliseRecording(file, fileHeader, indexEntries, endOffset.load())) {
         const bool full = errno == ENOSPC || errno == EFBIG || errno == EDQUOT;
         if (!full || indexEntries.empty()) {
             ORU_LOG(Error, "{} Cannot complete {}: {}; it can be repaired", kTagKoru, filePath, std::strerror(errno));

@@ -39,8 +39,8 @@ public:
 
 private:
     bool openFile(const std::string& path);
-    bool append(const CodedPicture& picture);
-    void describePicture(const CodedPicture& picture, FrameRecord& frame);
+    bool append(const CodedImage& image);
+    void describeImage(const CodedImage& image, FrameRecord& frame);
     FrameRecord& pendingSlot();
     void finish();
     void syncWhileOpen();
@@ -49,7 +49,7 @@ private:
     std::string filePath;
     File file;
     HeaderRecord fileHeader;
-    std::unique_ptr<PictureEncoder> encoder;
+    std::unique_ptr<ImageEncoder> encoder;
     CodedSink sink;
     std::vector<FrameRecord> pendingFrames;  // a ring of frames that the encoder still holds
     uint64_t firstPending = 0;

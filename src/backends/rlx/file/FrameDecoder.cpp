@@ -3,12 +3,12 @@
 namespace oru::rlx {
 
 FrameDecoder::FrameDecoder(const OpenedFile& recording, const std::vector<IndexEntry>& entries,
-                           std::unique_ptr<PictureDecoder> decoder)
+                           std::unique_ptr<ImageDecoder> decoder)
     : openedFile(recording),
       indexEntries(entries),
-      pictureDecoder(std::move(decoder)),
+      imageDecoder(std::move(decoder)),
       intraOnly(isIntraOnly(recording.header.facts.compression_mode)),
-      pictureBytes(std::size_t{recording.header.facts.width} * recording.header.facts.height * 2) {}
+      imageBytes(std::size_t{recording.header.facts.width} * recording.header.facts.height * 2) {}
 
 int FrameDecoder::keyBefore(int index) const {
     while (index > 0 && !indexEntries[static_cast<std::size_t>(index)].key) {
@@ -42,7 +42,7 @@ void FrameDecoder::step(int index, DecodedFrame* out) {
         }
     }
     if (whole && stored.frame.key && !intraOnly && !chainWhole) {
-        pictureDecoder->reset();
+        imageDecoder->reset();
     }
     const bool buildsOnWhole = intraOnly || stored.frame.key || (chainWhole && stored.frame.number == nextNumber);
     if (!whole || !buildsOnWhole) {
@@ -51,10 +51,10 @@ void FrameDecoder::step(int index, DecodedFrame* out) {
     }
     unsigned char* pixels = nullptr;
     if (out != nullptr) {
-        out->pixels.resize(pictureBytes);
+        out->pixels.resize(imageBytes);
         pixels = out->pixels.data();
     }
-    const bool decoded = pictureDecoder->decode(stored.picture, pixels) == DecodeResult::PICTURE;
+    const bool decoded = imageDecoder->decode(stored.image, pixels) == DecodeResult::PICTURE;
     chainWhole = decoded;
     nextNumber = stored.frame.number + 1;
     if (out != nullptr) {

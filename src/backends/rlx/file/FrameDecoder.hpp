@@ -10,7 +10,7 @@ namespace oru::rlx {
 
 enum class FrameQuality {
     WHOLE,
-    DAMAGED,        ///< its bytes, or those of a picture it builds on, are not those that were recorded
+    DAMAGED,        ///< its bytes, or those of an image it builds on, are not those that were recorded
     DECODE_FAILED,  ///< the bytes are right, the decoder refuses them
 };
 
@@ -32,9 +32,9 @@ class FrameDecoder {
 public:
     /// Both outlive the decoder.
     FrameDecoder(const OpenedFile& recording, const std::vector<IndexEntry>& entries,
-                 std::unique_ptr<PictureDecoder> decoder);
+                 std::unique_ptr<ImageDecoder> decoder);
 
-    /// Reads forward from where the last call ended when that is shorter than from the key picture before `index`.
+    /// Reads forward from where the last call ended when that is shorter than from the key image before `index`.
     void decode(int index, DecodedFrame& out);
 
 private:
@@ -44,12 +44,12 @@ private:
 
     const OpenedFile& openedFile;
     const std::vector<IndexEntry>& indexEntries;
-    std::unique_ptr<PictureDecoder> pictureDecoder;
+    std::unique_ptr<ImageDecoder> imageDecoder;
     bool intraOnly;
-    std::size_t pictureBytes;
+    std::size_t imageBytes;
     StoredFrame stored;
     int next = 0;             // the frame that the decoder is ready for
-    bool chainWhole = false;  // every picture since the last key one was decoded
+    bool chainWhole = false;  // every image since the last key one was decoded
     uint64_t nextNumber = 0;
 };
 

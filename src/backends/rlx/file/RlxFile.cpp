@@ -2,10 +2,10 @@
 #include <atomic>
 #include <cstdio>
 
-#include "backends/rlx/Rlx.hpp"
 #include "backends/rlx/file/FilePlayer.hpp"
 #include "backends/rlx/file/FileRecorder.hpp"
 #include "backends/rlx/file/repair.hpp"
+#include "backends/rlx/rlx_factory.hpp"
 #include "logging/log.hpp"
 #include "logging/messages.hpp"
 
@@ -38,7 +38,7 @@ public:
 
     int open(const char* path) override;
     void close() override;
-    int repairFile(const char* in, const char* out, bool reopen, bool allPictures) override;
+    int repairFile(const char* in, const char* out, bool reopen, bool allImages) override;
     void setPosition(int frame) override { player.setPosition(frame); }
     int getRLXVersion() override { return isOpen() ? facts().version : 0; }
     rlxrw::IRLXWriter* v1() override;
@@ -121,8 +121,8 @@ void RlxFile::close() {
     writtenPackets.clear();
 }
 
-int RlxFile::repairFile(const char* in, const char* out, bool reopen, bool allPictures) {
-    const auto check = allPictures ? rlx::PictureCheck::ALL : rlx::PictureCheck::TAIL;
+int RlxFile::repairFile(const char* in, const char* out, bool reopen, bool allImages) {
+    const auto check = allImages ? rlx::ImageCheck::ALL : rlx::ImageCheck::TAIL;
     const rlx::RepairReport report = rlx::repairRecording(in, out, check);
     if (report.code != 0) {
         ORU_LOG(Warning, "{} {} {} and was not repaired", kTagInit, in, rlx::describe(report.condition));

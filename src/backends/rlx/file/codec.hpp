@@ -10,20 +10,20 @@
 
 namespace oru::rlx {
 
-/// One coded picture as it is stored in a Block.
-struct CodedPicture {
+/// One coded image as it is stored in a Block.
+struct CodedImage {
     ByteView bytes;  ///< valid for the call
     bool key = true;
     uint64_t number = 0;  ///< of the frame it codes
 };
 /// Returns false to stop.
-using CodedSink = std::function<bool(const CodedPicture&)>;
+using CodedSink = std::function<bool(const CodedImage&)>;
 
-/// Codes YUYV pictures of one size; pictures come out in the order they went in, possibly later.
+/// Codes YUYV images of one size; images come out in the order they went in, possibly later.
 /// Threads: one at a time.
-class PictureEncoder {
+class ImageEncoder {
 public:
-    virtual ~PictureEncoder() = default;
+    virtual ~ImageEncoder() = default;
 
     /// What the track's CodecPrivate holds; complete from the start.
     [[nodiscard]] virtual const Bytes& codecPrivate() const = 0;
@@ -35,20 +35,20 @@ public:
 };
 
 /// The first encoder of this mode that opens here, hardware before software, by name; null when there is none or the
-/// mode or size is none that can be coded. RLX_RAW has its own, which hands the picture through.
-[[nodiscard]] std::unique_ptr<PictureEncoder> makeEncoder(const rlxrw::RlxRecordingHeader& header);
+/// mode or size is none that can be coded. RLX_RAW has its own, which hands the image through.
+[[nodiscard]] std::unique_ptr<ImageEncoder> makeEncoder(const rlxrw::RlxRecordingHeader& header);
 
 enum class DecodeResult {
     PICTURE,
-    NOTHING,  ///< accepted, no picture yet
+    NOTHING,  ///< accepted, no image yet
     FAILED,
 };
 
-/// Decodes stored pictures to YUYV. After FAILED or a gap, reset() and begin with a key picture. Threads: one at a
+/// Decodes stored images to YUYV. After FAILED or a gap, reset() and begin with a key image. Threads: one at a
 /// time.
-class PictureDecoder {
+class ImageDecoder {
 public:
-    virtual ~PictureDecoder() = default;
+    virtual ~ImageDecoder() = default;
 
     /// Nothing is written to `yuyv` (width * height * 2 bytes) unless PICTURE; null decodes without writing.
     [[nodiscard]] virtual DecodeResult decode(ByteView stored, unsigned char* yuyv) = 0;
@@ -56,10 +56,10 @@ public:
 };
 
 /// Null when this machine cannot decode the recording's compression.
-[[nodiscard]] std::unique_ptr<PictureDecoder> makeDecoder(const rlxrw::RlxRecordingHeader& header,
-                                                          const Bytes& codecPrivate);
+[[nodiscard]] std::unique_ptr<ImageDecoder> makeDecoder(const rlxrw::RlxRecordingHeader& header,
+                                                        const Bytes& codecPrivate);
 
-/// Whether every picture is coded by itself.
+/// Whether every image is coded by itself.
 [[nodiscard]] bool isIntraOnly(RLX_COMPRESSION_MODE mode);
 
 }  // namespace oru::rlx

@@ -11,29 +11,29 @@ namespace {
 
 constexpr int kMaxThreads = 4;
 
-class RawDecoder final : public PictureDecoder {
+class RawDecoder final : public ImageDecoder {
 public:
-    explicit RawDecoder(std::size_t size) : pictureBytes(size) {}
+    explicit RawDecoder(std::size_t size) : imageBytes(size) {}
 
     DecodeResult decode(ByteView stored, unsigned char* yuyv) override {
-        if (stored.size() != pictureBytes) {
+        if (stored.size() != imageBytes) {
             return DecodeResult::FAILED;
         }
         if (yuyv != nullptr) {
-            std::memcpy(yuyv, stored.data(), pictureBytes);
+            std::memcpy(yuyv, stored.data(), imageBytes);
         }
         return DecodeResult::PICTURE;
     }
     void reset() override {}
 
 private:
-    std::size_t pictureBytes;
+    std::size_t imageBytes;
 };
 
-class LibraryDecoder final : public PictureDecoder {
+class LibraryDecoder final : public ImageDecoder {
 public:
-    static std::unique_ptr<PictureDecoder> open(const rlxrw::RlxRecordingHeader& header, const ModeCodec& mode,
-                                                ByteView codecPrivate);
+    static std::unique_ptr<ImageDecoder> open(const rlxrw::RlxRecordingHeader& header, const ModeCodec& mode,
+                                              ByteView codecPrivate);
 
     DecodeResult decode(ByteView stored, unsigned char* yuyv) override;
     void reset() override { avcodec_flush_buffers(codecContext.get()); }
@@ -49,8 +49,8 @@ private:
     int height = 0;
 };
 
-std::unique_ptr<PictureDecoder> LibraryDecoder::open(const rlxrw::RlxRecordingHeader& header, const ModeCodec& mode,
-                                                     ByteView codecPrivate) {
+std::unique_ptr<ImageDecoder> LibraryDecoder::open(const rlxrw::RlxRecordingHeader& header, const ModeCodec& mode,
+                                                   ByteView codecPrivate) {
     const AVCodec* codec = avcodec_find_decoder(mode.decoder);
     auto decoder = std::make_unique<LibraryDecoder>();
     decoder->codecContext.reset(codec == nullptr ? nullptr : avcodec_alloc_context3(codec));
@@ -71,7 +71,7 @@ std::unique_ptr<PictureDecoder> LibraryDecoder::open(const rlxrw::RlxRecordingHe
     context.bits_per_coded_sample = 16;
     context.codec_tag = mode.decoder == AV_CODEC_ID_FFVHUFF ? MKTAG('F', 'F', 'V', 'H') : 0;
     context.thread_count = std::clamp(static_cast<int>(std::thread::hardware_concurrency()), 1, kMaxThreads);
-    context.thread_type = FF_THREAD_SLICE;  // one picture in, one out
+    context.thread_type = FF_THREAD_SLICE;  // one image in, one out
     context.flags |= AV_CODEC_FLAG_LOW_DELAY;
     context.err_recognition = AV_EF_CRCCHECK | AV_EF_EXPLODE;
     return avcodec_open2(&context, codec, nullptr) < 0 ? nullptr : std::move(decoder);
@@ -115,7 +115,7 @@ bool LibraryDecoder::copyOut(unsigned char* yuyv) const {
 
 }  // namespace
 
-std::unique_ptr<PictureDecoder> makeDecoder(const rlxrw::RlxRecordingHeader& header, const Bytes& codecPrivate) {
+std::unique_ptr<ImageDecoder> makeDecoder(const rlxrw::RlxRecordingHeader& header, const Bytes& codecPrivate) {
     if (header.compression_mode == RLX_RAW) {
         return std::make_unique<RawDecoder>(std::size_t{header.width} * header.height * 2);
     }

@@ -24,27 +24,27 @@ constexpr int kMaxThreads = 4;
 constexpr int64_t kBitsPerKilobit = 1000;
 
 /// Stores the camera's bytes as they are.
-class RawEncoder final : public PictureEncoder {
+class RawEncoder final : public ImageEncoder {
 public:
-    explicit RawEncoder(std::size_t size) : pictureBytes(size) {}
+    explicit RawEncoder(std::size_t size) : imageBytes(size) {}
 
     const Bytes& codecPrivate() const override { return noBytes; }
     const std::string& name() const override { return encoderName; }
     bool encode(const unsigned char* yuyv, uint64_t number, const CodedSink& sink) override {
-        return sink({{yuyv, pictureBytes}, true, number});
+        return sink({{yuyv, imageBytes}, true, number});
     }
     bool finish(const CodedSink& /*sink*/) override { return true; }
 
 private:
-    std::size_t pictureBytes;
+    std::size_t imageBytes;
     Bytes noBytes;
     std::string encoderName = "raw";
 };
 
-class LibraryEncoder final : public PictureEncoder {
+class LibraryEncoder final : public ImageEncoder {
 public:
-    static std::unique_ptr<PictureEncoder> open(const rlxrw::RlxRecordingHeader& header, const ModeCodec& mode,
-                                                const char* name);
+    static std::unique_ptr<ImageEncoder> open(const rlxrw::RlxRecordingHeader& header, const ModeCodec& mode,
+                                              const char* name);
 
     const Bytes& codecPrivate() const override { return extraData; }
     const std::string& name() const override { return encoderName; }
@@ -151,8 +151,8 @@ Bytes bitmapHeader(uint32_t width, uint32_t height, uint32_t fourcc, ByteView ex
     return out;
 }
 
-std::unique_ptr<PictureEncoder> LibraryEncoder::open(const rlxrw::RlxRecordingHeader& header, const ModeCodec& mode,
-                                                     const char* name) {
+std::unique_ptr<ImageEncoder> LibraryEncoder::open(const rlxrw::RlxRecordingHeader& header, const ModeCodec& mode,
+                                                   const char* name) {
     const AVCodec* codec = avcodec_find_encoder_by_name(name);
     if (codec == nullptr) {
         return nullptr;
@@ -226,16 +226,16 @@ bool LibraryEncoder::drain(const CodedSink& sink) {
         if (result < 0) {
             return result == AVERROR(EAGAIN) || result == AVERROR_EOF;
         }
-        CodedPicture picture;
-        picture.bytes = {packet->data, static_cast<std::size_t>(packet->size)};
-        picture.key = (packet->flags & AV_PKT_FLAG_KEY) != 0;
-        picture.number = static_cast<uint64_t>(packet->pts);
+        CodedImage image;
+        image.bytes = {packet->data, static_cast<std::size_t>(packet->size)};
+        image.key = (packet->flags & AV_PKT_FLAG_KEY) != 0;
+        image.number = static_cast<uint64_t>(packet->pts);
         if (byteStream) {
             codedBytes.clear();
-            putLengthPrefixed(picture.bytes, units, codedBytes);
-            picture.bytes = codedBytes;
+            putLengthPrefixed(image.bytes, units, codedBytes);
+            image.bytes = codedBytes;
         }
-        const bool taken = sink(picture);
+        const bool taken = sink(image);
         av_packet_unref(packet.get());
         if (!taken) {
             return false;
@@ -243,7 +243,7 @@ bool LibraryEncoder::drain(const CodedSink& sink) {
     }
 }
 
-std::unique_ptr<PictureEncoder> makeEncoder(const rlxrw::RlxRecordingHeader& header) {
+std::unique_ptr<ImageEncoder> makeEncoder(const rlxrw::RlxRecordingHeader& header) {
     if (header.compression_mode == RLX_RAW) {
         return std::make_unique<RawEncoder>(std::size_t{header.width} * header.height * 2);
     }

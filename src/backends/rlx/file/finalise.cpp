@@ -6,8 +6,8 @@
 
 namespace oru::rlx {
 
-bool finishRecording(File& file, const HeaderRecord& header, const std::vector<IndexEntry>& entries,
-                     uint64_t clustersEnd) {
+bool finaliseRecording(File& file, const HeaderRecord& header, const std::vector<IndexEntry>& entries,
+                       uint64_t clustersEnd) {
     const Bytes trailer = buildTrailer(header, entries, clustersEnd);
     const uint64_t size = clustersEnd + trailer.size();
     const uint64_t lastMs = entries.empty() ? 0 : entries.back().time_ms;

@@ -78,7 +78,7 @@ std::optional<Bytes> avcConfiguration(ByteView parameterSets) {
 }
 
 std::optional<Bytes> hevcConfiguration(ByteView parameterSets) {
-    constexpr int kTypes[] = {32, 33, 34};  // video, sequence and picture parameter set
+    constexpr int kTypes[] = {32, 33, 34};  // video, sequence and image parameter set
     std::vector<ByteView> units;
     splitByteStream(parameterSets, units);
     std::vector<ByteView> sets;

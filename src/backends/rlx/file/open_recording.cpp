@@ -201,11 +201,11 @@ void readStoredFrame(const OpenedFile& recording, const IndexEntry& entry, Store
     if (!shape || shape->total != cluster.size()) {
         return;
     }
-    const auto pictureSize = static_cast<std::size_t>(shape->picture_size);
-    out.record_whole = readSuffix(cluster.first(kPrefixSize), cluster.subspan(kPrefixSize + pictureSize),
+    const auto imageSize = static_cast<std::size_t>(shape->image_size);
+    out.record_whole = readSuffix(cluster.first(kPrefixSize), cluster.subspan(kPrefixSize + imageSize),
                                   recording.header.recording_id, out.frame, out.scratch);
-    out.picture = cluster.subspan(kPrefixSize, pictureSize);
-    if (out.record_whole && crc32c(out.picture.data(), out.picture.size()) == out.frame.picture_crc) {
+    out.image = cluster.subspan(kPrefixSize, imageSize);
+    if (out.record_whole && crc32c(out.image.data(), out.image.size()) == out.frame.image_crc) {
         out.check = FrameCheck::WHOLE;
     }
 }

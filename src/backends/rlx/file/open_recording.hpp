@@ -46,13 +46,13 @@ struct OpenedFile {
 
 /// A frame's Cluster read and checked.
 enum class FrameCheck { WHOLE, DAMAGED };
-/// Reads the Cluster of an entry into `cluster`; `frame` and `picture` (a part of `cluster`) hold only when WHOLE.
-/// When the record is whole but the picture is not, `frame` holds and `record_whole` is set.
+/// Reads the Cluster of an entry into `cluster`; `frame` and `image` (a part of `cluster`) hold only when WHOLE.
+/// When the record is whole but the image is not, `frame` holds and `record_whole` is set.
 struct StoredFrame {
     FrameCheck check = FrameCheck::DAMAGED;
     bool record_whole = false;
     FrameRecord frame;
-    ByteView picture;
+    ByteView image;
     Bytes cluster;
     Bytes scratch;
 };

@@ -42,9 +42,9 @@ bool restoreHead(OpenedFile& recording) {
 }
 
 /// False where the head of this header or the Void elements would cover bytes of whole frames.
-bool hasRoomInPlace(const Walk& walk) {
+bool hasRoomInPlace(const Scan& scan) {
     const auto holdsVoid = [](const Hole& hole) { return hole.size >= 1 + kSizeBytes; };
-    return walk.head_fits && std::ranges::all_of(walk.holes, holdsVoid);
+    return scan.head_fits && std::ranges::all_of(scan.holes, holdsVoid);
 }
 
 /// Turns each hole into a Void element; what it contained stays inside.
@@ -60,16 +60,16 @@ bool voidHoles(File& file, const std::vector<Hole>& holes) {
     return holes.empty() || file.syncData();
 }
 
-bool repairInPlace(OpenedFile& recording, const Walk& walk) {
-    return markUnfinished(recording.file) && restoreHead(recording) && voidHoles(recording.file, walk.holes) &&
-           finishRecording(recording.file, recording.header, walk.entries, walk.clusters_end);
+bool repairInPlace(OpenedFile& recording, const Scan& scan) {
+    return markUnfinished(recording.file) && restoreHead(recording) && voidHoles(recording.file, scan.holes) &&
+           finaliseRecording(recording.file, recording.header, scan.entries, scan.clusters_end);
 }
 
-bool copyFrames(const OpenedFile& recording, const Walk& walk, File& output) {
+bool copyFrames(const OpenedFile& recording, const Scan& scan, File& output) {
     if (!output.writeAt(0, buildHead(recording.header, std::nullopt))) {
         return false;
     }
-    std::vector<IndexEntry> entries = walk.entries;
+    std::vector<IndexEntry> entries = scan.entries;
     uint64_t end = recording.head_size;
     Bytes cluster;
     for (IndexEntry& entry : entries) {
@@ -80,15 +80,15 @@ bool copyFrames(const OpenedFile& recording, const Walk& walk, File& output) {
         entry.offset = end;
         end += entry.cluster_size;
     }
-    return finishRecording(output, recording.header, entries, end);
+    return finaliseRecording(output, recording.header, entries, end);
 }
 
-int repairToOutput(const OpenedFile& recording, const Walk& walk, const std::string& path) {
+int repairToOutput(const OpenedFile& recording, const Scan& scan, const std::string& path) {
     File output;
     if (!output.createToWrite(path, false)) {
         return kOutputRefused;
     }
-    if (!output.lockAlone() || !copyFrames(recording, walk, output)) {
+    if (!output.lockAlone() || !copyFrames(recording, scan, output)) {
         (void)::unlink(path.c_str());
         return kOutputRefused;
     }
@@ -101,11 +101,11 @@ Condition conditionOf(const OpenedFile& recording, std::vector<IndexEntry>& entr
 }
 
 /// Whether the recording went on behind the last whole frame: a torn Cluster, or Cues that once began further on.
-bool framesFollowed(const OpenedFile& recording, Condition condition, const Walk& walk) {
+bool framesFollowed(const OpenedFile& recording, Condition condition, const Scan& scan) {
     uint8_t id[4] = {};
     Bytes clusterId;
     putId(clusterId, ID_CLUSTER);
-    const std::size_t count = recording.file.readUpTo(walk.clusters_end, id, sizeof id);
+    const std::size_t count = recording.file.readUpTo(scan.clusters_end, id, sizeof id);
     if (count > 0 && std::equal(id, id + count, clusterId.begin())) {
         return true;
     }
@@ -114,7 +114,7 @@ bool framesFollowed(const OpenedFile& recording, Condition condition, const Walk
         return false;
     }
     Bytes expected;
-    putBigEndian(expected, walk.clusters_end - segmentBodyOffset(), sizeof position);
+    putBigEndian(expected, scan.clusters_end - segmentBodyOffset(), sizeof position);
     return !std::equal(expected.begin(), expected.end(), position);
 }
 
@@ -124,7 +124,7 @@ bool modeIsKnown(RLX_COMPRESSION_MODE mode) {
 
 }  // namespace
 
-RepairReport repairRecording(const std::string& input, const std::string& output, PictureCheck check,
+RepairReport repairRecording(const std::string& input, const std::string& output, ImageCheck check,
                              const ProgressSink& progress) {
     RepairReport report;
     OpenedFile recording = openRecording(input, true);
@@ -138,28 +138,28 @@ RepairReport repairRecording(const std::string& input, const std::string& output
         report.code = kBadCompression;
         return report;
     }
-    const Walk walk = walkFrames(recording, check, progress);
-    if (walk.stopped) {
+    const Scan scan = scanFrames(recording, check, progress);
+    if (scan.stopped) {
         return report;
     }
-    if (walk.entries.empty()) {
+    if (scan.entries.empty()) {
         report.condition = Condition::NO_WHOLE_FRAME;
         return report;
     }
-    report.frames_recovered = walk.entries.size();
-    report.frames_lost = walk.bad_pictures + walk.missing_frames;
-    report.frame_cut = framesFollowed(recording, report.condition, walk);
-    report.bytes_cut = recording.file.size() - walk.clusters_end;
+    report.frames_recovered = scan.entries.size();
+    report.frames_lost = scan.bad_images + scan.missing_frames;
+    report.frame_cut = framesFollowed(recording, report.condition, scan);
+    report.bytes_cut = recording.file.size() - scan.clusters_end;
     if (!output.empty()) {
-        report.code = repairToOutput(recording, walk, output);
+        report.code = repairToOutput(recording, scan, output);
         return report;
     }
-    if (report.condition == Condition::INTACT && walk.entries == indexed) {
+    if (report.condition == Condition::INTACT && scan.entries == indexed) {
         report.code = kRepaired;
         report.bytes_cut = 0;
         return report;
     }
-    report.code = hasRoomInPlace(walk) && repairInPlace(recording, walk) ? kRepaired : kOutputRefused;
+    report.code = hasRoomInPlace(scan) && repairInPlace(recording, scan) ? kRepaired : kOutputRefused;
     return report;
 }
 
@@ -172,10 +172,10 @@ VerifyReport verifyRecording(const std::string& path, const ProgressSink& progre
         return report;
     }
     if (report.condition != Condition::INTACT) {
-        const Walk walk = walkFrames(recording, PictureCheck::ALL, progress);
-        report.frames = walk.entries.size();
-        report.damaged = walk.bad_pictures + walk.missing_frames;
-        report.condition = walk.entries.empty() ? Condition::NO_WHOLE_FRAME : report.condition;
+        const Scan scan = scanFrames(recording, ImageCheck::ALL, progress);
+        report.frames = scan.entries.size();
+        report.damaged = scan.bad_images + scan.missing_frames;
+        report.condition = scan.entries.empty() ? Condition::NO_WHOLE_FRAME : report.condition;
         return report;
     }
     StoredFrame frame;

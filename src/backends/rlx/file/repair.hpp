@@ -14,7 +14,7 @@ struct RepairReport {
     int code = 1;
     Condition condition = Condition::MISSING;  ///< of the input
     uint64_t frames_recovered = 0;
-    uint64_t frames_lost = 0;  ///< known to have been in the file: bad pictures and missing numbers
+    uint64_t frames_lost = 0;  ///< known to have been in the file: bad images and missing numbers
     bool frame_cut = false;    ///< behind the last whole frame there was at least one more
     uint64_t bytes_cut = 0;    ///< behind the last whole frame
 };
@@ -22,7 +22,7 @@ struct RepairReport {
 /// Makes every whole frame of a damaged recording playable again, in place when `output` is empty. An input that is
 /// intact, cannot be repaired or holds no whole frame stays untouched. An existing output is refused. At any
 /// interruption the input can still be repaired. Threads: any; the file is locked alone meanwhile.
-[[nodiscard]] RepairReport repairRecording(const std::string& input, const std::string& output, PictureCheck check,
+[[nodiscard]] RepairReport repairRecording(const std::string& input, const std::string& output, ImageCheck check,
                                            const ProgressSink& progress = {});
 
 /// What a check of every byte found.

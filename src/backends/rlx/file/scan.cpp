@@ -48,24 +48,24 @@ uint64_t voidAt(const OpenedFile& recording, uint64_t offset, uint64_t fileSize)
     return element.header_size + element.size;
 }
 
-void leaveOutBadPictures(const OpenedFile& recording, PictureCheck check, Walk& walk, StoredFrame& scratch,
-                         const ProgressSink& progress) {
-    const uint64_t last = walk.entries.empty() ? 0 : walk.entries.back().time_ms;
-    const uint64_t from = check == PictureCheck::ALL || last < kTailMs ? 0 : last - kTailMs;
+void leaveOutBadImages(const OpenedFile& recording, ImageCheck check, Scan& scan, StoredFrame& scratch,
+                       const ProgressSink& progress) {
+    const uint64_t last = scan.entries.empty() ? 0 : scan.entries.back().time_ms;
+    const uint64_t from = check == ImageCheck::ALL || last < kTailMs ? 0 : last - kTailMs;
     const auto isBad = [&](const IndexEntry& entry) {
-        if (entry.time_ms < from || walk.stopped) {
+        if (entry.time_ms < from || scan.stopped) {
             return false;
         }
-        walk.stopped = progress && !progress(entry.offset, recording.file.size());
+        scan.stopped = progress && !progress(entry.offset, recording.file.size());
         readStoredFrame(recording, entry, scratch);
         if (scratch.check == FrameCheck::WHOLE) {
             return false;
         }
-        walk.holes.push_back({entry.offset, entry.cluster_size});
-        ++walk.bad_pictures;
+        scan.holes.push_back({entry.offset, entry.cluster_size});
+        ++scan.bad_images;
         return true;
     };
-    std::erase_if(walk.entries, isBad);
+    std::erase_if(scan.entries, isBad);
 }
 
 }  // namespace
@@ -81,7 +81,7 @@ bool readRecordAt(const OpenedFile& recording, uint64_t offset, uint64_t fileSiz
         return false;
     }
     Bytes& suffix = scratch.cluster;
-    const uint64_t suffixOffset = kPrefixSize + shape->picture_size;
+    const uint64_t suffixOffset = kPrefixSize + shape->image_size;
     suffix.resize(shape->total - suffixOffset);
     if (!recording.file.readAt(offset + suffixOffset, suffix.data(), suffix.size()) ||
         !readSuffix(prefix, suffix, recording.header.recording_id, scratch.frame, scratch.scratch)) {
@@ -92,8 +92,8 @@ bool readRecordAt(const OpenedFile& recording, uint64_t offset, uint64_t fileSiz
     return true;
 }
 
-Walk walkFrames(const OpenedFile& recording, PictureCheck check, const ProgressSink& progress) {
-    Walk walk;
+Scan scanFrames(const OpenedFile& recording, ImageCheck check, const ProgressSink& progress) {
+    Scan scan;
     StoredFrame scratch;
     const uint64_t fileSize = recording.file.size();
     uint64_t offset = recording.frames_from;
@@ -102,9 +102,9 @@ Walk walkFrames(const OpenedFile& recording, PictureCheck check, const ProgressS
     while (offset + kPrefixSize <= fileSize) {
         if (readRecordAt(recording, offset, fileSize, scratch, entry)) {
             const uint64_t number = scratch.frame.number;
-            walk.missing_frames += number > expectedNumber ? number - expectedNumber : 0;
+            scan.missing_frames += number > expectedNumber ? number - expectedNumber : 0;
             expectedNumber = number + 1;
-            walk.entries.push_back(entry);
+            scan.entries.push_back(entry);
             offset += entry.cluster_size;
             continue;
         }
@@ -119,16 +119,16 @@ Walk walkFrames(const OpenedFile& recording, PictureCheck check, const ProgressS
         }
         const uint64_t hole = std::max(offset, recording.head_size);
         if (hole < next) {
-            walk.holes.push_back({hole, next - hole});
+            scan.holes.push_back({hole, next - hole});
         }
         offset = next;
     }
-    walk.head_fits = walk.entries.empty() || walk.entries.front().offset >= recording.head_size;
-    leaveOutBadPictures(recording, check, walk, scratch, progress);
-    walk.clusters_end =
-        walk.entries.empty() ? recording.head_size : walk.entries.back().offset + walk.entries.back().cluster_size;
-    std::erase_if(walk.holes, [&](const Hole& hole) { return hole.offset >= walk.clusters_end; });
-    return walk;
+    scan.head_fits = scan.entries.empty() || scan.entries.front().offset >= recording.head_size;
+    leaveOutBadImages(recording, check, scan, scratch, progress);
+    scan.clusters_end =
+        scan.entries.empty() ? recording.head_size : scan.entries.back().offset + scan.entries.back().cluster_size;
+    std::erase_if(scan.holes, [&](const Hole& hole) { return hole.offset >= scan.clusters_end; });
+    return scan;
 }
 
 }  // namespace oru::rlx

@@ -11,8 +11,8 @@ namespace oru::rlx {
 /// Told now and then how many bytes of how many are done; false stops the work.
 using ProgressSink = std::function<bool(uint64_t done, uint64_t total)>;
 
-/// Which pictures a walk checks; records and framing are always checked.
-enum class PictureCheck {
+/// Which images a walk checks; records and framing are always checked.
+enum class ImageCheck {
     TAIL,  ///< those of the last two seconds: what a crash may have left half written
     ALL,
 };
@@ -24,21 +24,21 @@ struct Hole {
 };
 
 /// Every whole frame of a file, found without its index.
-struct Walk {
+struct Scan {
     std::vector<IndexEntry> entries;
     std::vector<Hole> holes;      ///< between head and the last whole frame
     bool head_fits = true;        ///< the first whole frame begins behind the head that belongs to the header
     uint64_t clusters_end = 0;    ///< end of the last whole frame
-    uint64_t bad_pictures = 0;    ///< frames left out because of their picture
+    uint64_t bad_images = 0;      ///< frames left out because of their image
     uint64_t missing_frames = 0;  ///< numbers that are missing between the whole frames
     bool stopped = false;
 };
 
 /// Reads the file from its head to its end; behind a damaged place it goes on at the next whole frame.
 /// What a stopped walk gives is incomplete (`stopped`).
-[[nodiscard]] Walk walkFrames(const OpenedFile& recording, PictureCheck check, const ProgressSink& progress = {});
+[[nodiscard]] Scan scanFrames(const OpenedFile& recording, ImageCheck check, const ProgressSink& progress = {});
 
-/// A frame whose Cluster begins at `offset`, its picture unread; false when there is none.
+/// A frame whose Cluster begins at `offset`, its image unread; false when there is none.
 [[nodiscard]] bool readRecordAt(const OpenedFile& recording, uint64_t offset, uint64_t fileSize, StoredFrame& scratch,
                                 IndexEntry& entry);
 

@@ -198,8 +198,8 @@ void encodeFrame(const FrameRecord& frame, int version, Bytes& out) {
     fields.u64(frame.time_ns);
     fields.u64(frame.time_ms);
     fields.u64(frame.reference_delta);
-    fields.u32(frame.picture_size);
-    fields.u32(frame.picture_crc);
+    fields.u32(frame.image_size);
+    fields.u32(frame.image_crc);
     fields.u32((frame.key ? KEY : 0U) | (ownPacket ? HAS_FRAME_IMU : 0U));
     fields.u32(frame.lost_before);
     fields.u32(static_cast<uint32_t>(packets));
@@ -227,8 +227,8 @@ bool decodeFrame(ByteView view, FrameRecord& frame) {
     frame.time_ns = in.u64();
     frame.time_ms = in.u64();
     frame.reference_delta = in.u64();
-    frame.picture_size = in.u32();
-    frame.picture_crc = in.u32();
+    frame.image_size = in.u32();
+    frame.image_crc = in.u32();
     const uint32_t flags = in.u32();
     frame.key = (flags & KEY) != 0;
     frame.has_imu = (flags & HAS_FRAME_IMU) != 0;

@@ -17,7 +17,7 @@ struct HeaderRecord {
     Bytes codec_private;        ///< what the track's CodecPrivate holds
 };
 
-/// What belongs to one frame besides its picture.
+/// What belongs to one frame besides its image.
 struct FrameRecord {
     uint64_t recording_id = 0;
     uint64_t number = 0;  ///< counts the frames written, from 0
@@ -26,8 +26,8 @@ struct FrameRecord {
     uint64_t reference_delta = 0;  ///< milliseconds back to the frame it refers to
     bool key = true;
     uint32_t lost_before = 0;
-    uint32_t picture_size = 0;  ///< stored bytes
-    uint32_t picture_crc = 0;   ///< CRC-32C of the stored bytes
+    uint32_t image_size = 0;  ///< stored bytes
+    uint32_t image_crc = 0;   ///< CRC-32C of the stored bytes
     rlxrw::rlxSampleMetadata metadata{};
     bool has_imu = false;
     IMUPacket imu;

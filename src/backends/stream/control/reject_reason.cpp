@@ -5,7 +5,7 @@
 
 namespace oru::stream {
 
-std::string refusalText(int reason, const char* variable, bool keyGiven) {
+std::string rejectReasonText(int reason, const char* variable, bool keyGiven) {
     switch (reason) {
         case SRT_REJ_BADSECRET:
             return std::string("the key in ") + variable + " is not the sender's";

@@ -5,26 +5,26 @@
 
 namespace oru::stream {
 
-bool CodedQueue::push(CodedPicture& picture) {
+bool CodedQueue::push(CodedImage& image) {
     {
         MutexLock lock(mutex);
         if (count == kCapacity) {
             return false;
         }
-        std::swap(pictures[(first + count) % kCapacity], picture);
+        std::swap(images[(first + count) % kCapacity], image);
         ++count;
     }
     pushed.notify_one();
     return true;
 }
 
-bool CodedQueue::pop(CodedPicture& picture, int milliseconds) {
+bool CodedQueue::pop(CodedImage& image, int milliseconds) {
     MutexLock lock(mutex);
     const auto ready = [this]() ORU_NO_THREAD_SAFETY_ANALYSIS { return count > 0; };
     if (!pushed.wait_for(mutex, std::chrono::milliseconds(milliseconds), ready)) {
         return false;
     }
-    std::swap(pictures[first], picture);
+    std::swap(images[first], image);
     first = (first + 1) % kCapacity;
     --count;
     return true;

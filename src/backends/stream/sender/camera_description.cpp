@@ -54,7 +54,7 @@ bool metadataPresent(const rlxrw::rlxSampleMetadata& metadata) {
     return orientation != std::array<float, 4>{};
 }
 
-CameraFacts::CameraFacts(const UDPOutConfig& configuration, uint64_t session, std::string calibration)
+CameraDescriber::CameraDescriber(const UDPOutConfig& configuration, uint64_t session, std::string calibration)
     : withImu(configuration.version >= 2) {
     record.version_byte = withImu ? kVersionWithImu : kVersionPlain;
     record.session = session;
@@ -69,7 +69,7 @@ CameraFacts::CameraFacts(const UDPOutConfig& configuration, uint64_t session, st
     record.calibration = std::move(calibration);
 }
 
-void CameraFacts::setGrabber(LiveCameraGrabber* grabber) {
+void CameraDescriber::setGrabber(LiveCameraGrabber* grabber) {
     // A camera that plays a file or relays a stream has a grabber too, without a device behind it.
     const bool live = grabber != nullptr && grabber->getEffectiveWidth() > 0;
     const bool imu = live && grabber->hasMCU() && grabber->getMCU() != nullptr;
@@ -80,7 +80,7 @@ void CameraFacts::setGrabber(LiveCameraGrabber* grabber) {
     refreshedNs = 0;
 }
 
-void CameraFacts::noticeMetadata(const rlxrw::rlxSampleMetadata& metadata) {
+void CameraDescriber::noticeMetadata(const rlxrw::rlxSampleMetadata& metadata) {
     const bool present = metadataPresent(metadata);
     MutexLock lock(mutex);
     framesSeen = true;
@@ -94,22 +94,22 @@ void CameraFacts::noticeMetadata(const rlxrw::rlxSampleMetadata& metadata) {
     record.camera.has_imu = true;
 }
 
-void CameraFacts::noticeSample() {
+void CameraDescriber::noticeSample() {
     MutexLock lock(mutex);
     record.camera.has_imu = withImu;
 }
 
-bool CameraFacts::complete() const {
+bool CameraDescriber::complete() const {
     MutexLock lock(mutex);
     return framesSeen || hasDevice;
 }
 
-void CameraFacts::expire() {
+void CameraDescriber::expire() {
     MutexLock lock(mutex);
     refreshedNs = 0;
 }
 
-void CameraFacts::refresh(uint64_t now_ns) {
+void CameraDescriber::refresh(uint64_t now_ns) {
     LiveCameraGrabber* grabber = nullptr;
     bool imu = false;
     {

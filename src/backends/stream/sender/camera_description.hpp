@@ -12,9 +12,9 @@ namespace oru::stream {
 
 /// What a sender says of its camera: from its configuration, from the live camera when there is one, else from the
 /// frames and samples that it forwards. Threads: any, but for refresh, which belongs to the encoding thread.
-class CameraFacts {
+class CameraDescriber {
 public:
-    CameraFacts(const UDPOutConfig& configuration, uint64_t session, std::string calibration);
+    CameraDescriber(const UDPOutConfig& configuration, uint64_t session, std::string calibration);
 
     void setGrabber(LiveCameraGrabber* grabber);
     /// A frame came by: without a live camera its metadata tell of inertial data and pose.

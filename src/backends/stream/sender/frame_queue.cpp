@@ -6,30 +6,30 @@
 
 namespace oru::stream {
 
-bool FrameMailbox::allocate(uint32_t width, uint32_t height) {
+bool FrameQueue::allocate(uint32_t width, uint32_t height) {
     MutexLock lock(mutex);
     first = 0;
     count = 0;
     for (OutgoingFrame& frame : frames) {
-        frame.picture = makePicture(width, height);
-        if (!frame.picture) {
+        frame.image = makeImage(width, height);
+        if (!frame.image) {
             return false;
         }
     }
     return true;
 }
 
-OutgoingFrame* FrameMailbox::reserve() {
+OutgoingFrame* FrameQueue::reserve() {
     MutexLock lock(mutex);
     if (count + 1 >= kSlots) {
         return nullptr;
     }
     OutgoingFrame& frame = frames[(first + count) % kSlots];
-    // An encoder may still hold a reference to a picture that it took long ago.
-    return av_frame_is_writable(frame.picture.get()) != 0 ? &frame : nullptr;
+    // An encoder may still hold a reference to an image that it took long ago.
+    return av_frame_is_writable(frame.image.get()) != 0 ? &frame : nullptr;
 }
 
-void FrameMailbox::commit() {
+void FrameQueue::commit() {
     {
         MutexLock lock(mutex);
         ++count;
@@ -37,13 +37,13 @@ void FrameMailbox::commit() {
     changed.notify_all();
 }
 
-OutgoingFrame* FrameMailbox::take(int milliseconds) {
+OutgoingFrame* FrameQueue::take(int milliseconds) {
     MutexLock lock(mutex);
     const auto ready = [this]() ORU_NO_THREAD_SAFETY_ANALYSIS { return count > 0; };
     return changed.wait_for(mutex, std::chrono::milliseconds(milliseconds), ready) ? &frames[first] : nullptr;
 }
 
-void FrameMailbox::release() {
+void FrameQueue::release() {
     {
         MutexLock lock(mutex);
         first = (first + 1) % kSlots;
@@ -52,7 +52,7 @@ void FrameMailbox::release() {
     changed.notify_all();
 }
 
-void FrameMailbox::waitForRoom(int milliseconds) {
+void FrameQueue::waitForRoom(int milliseconds) {
     MutexLock lock(mutex);
     const auto room = [this]() ORU_NO_THREAD_SAFETY_ANALYSIS { return count + 1 < kSlots; };
     changed.wait_for(mutex, std::chrono::milliseconds(milliseconds), room);

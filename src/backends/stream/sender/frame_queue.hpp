@@ -14,8 +14,8 @@ namespace oru::stream {
 
 /// One frame on its way to the encoder.
 struct OutgoingFrame {
-    AvPtr<AVFrame> picture;  ///< 4:2:0
-    bool filled = false;     ///< false: nobody listened, so the picture was not converted
+    AvPtr<AVFrame> image;  ///< 4:2:0
+    bool filled = false;   ///< false: nobody listened, so the image was not converted
     uint64_t id = 0;
     Timestamp timestamp = 0;
     rlxrw::rlxSampleMetadata metadata{};
@@ -23,7 +23,7 @@ struct OutgoingFrame {
 
 /// Hands frames from the grabbing to the encoding thread through a few buffers that are made once.
 /// Threads: one that reserves and commits, one that takes and releases, any that waits for room.
-class FrameMailbox {
+class FrameQueue {
 public:
     /// One being filled, one being encoded, the others waiting.
     static constexpr std::size_t kSlots = 6;

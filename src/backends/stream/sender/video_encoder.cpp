@@ -54,15 +54,15 @@ bool takesPlanar420(const AVCodec& codec) {
 
 }  // namespace
 
-AvPtr<AVFrame> makePicture(uint32_t width, uint32_t height) {
-    AvPtr<AVFrame> picture(av_frame_alloc());
-    if (!picture) {
+AvPtr<AVFrame> makeImage(uint32_t width, uint32_t height) {
+    AvPtr<AVFrame> image(av_frame_alloc());
+    if (!image) {
         return nullptr;
     }
-    picture->format = AV_PIX_FMT_YUV420P;
-    picture->width = static_cast<int>(width);
-    picture->height = static_cast<int>(height);
-    return av_frame_get_buffer(picture.get(), 0) == 0 ? std::move(picture) : nullptr;
+    image->format = AV_PIX_FMT_YUV420P;
+    image->width = static_cast<int>(width);
+    image->height = static_cast<int>(height);
+    return av_frame_get_buffer(image.get(), 0) == 0 ? std::move(image) : nullptr;
 }
 
 bool VideoEncoder::open(const Settings& settings) {
@@ -129,9 +129,9 @@ const char* VideoEncoder::name() const {
     return chosen.c_str();
 }
 
-bool VideoEncoder::encode(AVFrame& picture, bool key_frame, const Output& output) {
-    picture.pict_type = key_frame ? AV_PICTURE_TYPE_I : AV_PICTURE_TYPE_NONE;
-    if (codecContext == nullptr || avcodec_send_frame(codecContext.get(), &picture) < 0) {
+bool VideoEncoder::encode(AVFrame& image, bool key_frame, const Output& output) {
+    image.pict_type = key_frame ? AV_PICTURE_TYPE_I : AV_PICTURE_TYPE_NONE;
+    if (codecContext == nullptr || avcodec_send_frame(codecContext.get(), &image) < 0) {
         return false;
     }
     while (true) {

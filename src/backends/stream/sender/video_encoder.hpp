@@ -10,7 +10,7 @@
 
 namespace oru::stream {
 
-/// Encoder of one picture sequence in 4:2:0, without reordering: hardware encoders by name first, then the software one
+/// Encoder of one image sequence in 4:2:0, without reordering: hardware encoders by name first, then the software one
 /// of the same codec; never another codec. Threads: one at a time.
 class VideoEncoder {
 public:
@@ -32,10 +32,10 @@ public:
 
     /// Takes the first encoder that opens. False: none does.
     [[nodiscard]] bool open(const Settings& settings);
-    /// Encodes one picture in 4:2:0 whose pts is set; `output` gets what is complete, usually this one.
+    /// Encodes one image in 4:2:0 whose pts is set; `output` gets what is complete, usually this one.
     /// False: the encoder failed and must be opened again.
-    [[nodiscard]] bool encode(AVFrame& picture, bool key_frame, const Output& output);
-    /// Changes the target rate: at once where the encoder can, else by a restart, after which the next picture is a key
+    [[nodiscard]] bool encode(AVFrame& image, bool key_frame, const Output& output);
+    /// Changes the target rate: at once where the encoder can, else by a restart, after which the next image is a key
     /// frame. False: the restart failed.
     [[nodiscard]] bool setBitrate(uint32_t kilobits);
     [[nodiscard]] const char* name() const;
@@ -50,7 +50,7 @@ private:
     AvPtr<AVPacket> packet;
 };
 
-/// A picture buffer for the encoder; null when there is no memory.
-AvPtr<AVFrame> makePicture(uint32_t width, uint32_t height);
+/// An image buffer for the encoder; null when there is no memory.
+AvPtr<AVFrame> makeImage(uint32_t width, uint32_t height);
 
 }  // namespace oru::stream

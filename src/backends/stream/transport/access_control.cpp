@@ -48,11 +48,12 @@ std::string addressText(const sockaddr_in& address) {
     return std::string(text) + ":" + std::to_string(ntohs(address.sin_port));
 }
 
-void Doorkeeper::guard(SRTSOCKET listener) {
+void AccessControl::guard(SRTSOCKET listener) {
     srt_listen_callback(listener, &onCall, this);
 }
 
-int Doorkeeper::onCall(void* self, SRTSOCKET socket, int handshakeVersion, const sockaddr* peer, const char* streamId) {
+int AccessControl::onCall(void* self, SRTSOCKET socket, int handshakeVersion, const sockaddr* peer,
+                          const char* streamId) {
     Caller caller;
     caller.socket = socket;
     caller.purpose = asksForControl(streamId == nullptr ? "" : streamId) ? Purpose::CONTROL : Purpose::VIEWING;
@@ -60,10 +61,10 @@ int Doorkeeper::onCall(void* self, SRTSOCKET socket, int handshakeVersion, const
         return kRefused;
     }
     std::memcpy(&caller.address, peer, sizeof(caller.address));
-    return static_cast<Doorkeeper*>(self)->admit(caller, handshakeVersion) ? 0 : kRefused;
+    return static_cast<AccessControl*>(self)->admit(caller, handshakeVersion) ? 0 : kRefused;
 }
 
-bool Doorkeeper::admit(Caller caller, int handshakeVersion) {
+bool AccessControl::admit(Caller caller, int handshakeVersion) {
     MutexLock lock(mutex);
     if (callers.size() >= kMaxCallers || !gate.admit(caller.address.sin_addr.s_addr, clock.monotonicNanoseconds())) {
         return refuse(caller, Reason::TOO_MANY, SRT_REJX_OVERLOAD);
@@ -82,14 +83,14 @@ bool Doorkeeper::admit(Caller caller, int handshakeVersion) {
     return true;
 }
 
-bool Doorkeeper::prepare(const Caller& caller) const {
+bool AccessControl::prepare(const Caller& caller) const {
     if (caller.purpose == Purpose::VIEWING) {
         return keys.viewing.empty() || setKey(caller.socket, keys.viewing);
     }
     return setControlOptions(caller.socket) && setKey(caller.socket, keys.control);
 }
 
-bool Doorkeeper::refuse(const Caller& caller, Reason reason, int code) {
+bool AccessControl::refuse(const Caller& caller, Reason reason, int code) {
     srt_setrejectreason(caller.socket, code);
     if (refusals.size() < kMaxRefusals) {
         refusals.push_back({reason, caller.purpose, caller.address});
@@ -99,7 +100,7 @@ bool Doorkeeper::refuse(const Caller& caller, Reason reason, int code) {
     return false;
 }
 
-std::optional<Doorkeeper::Purpose> Doorkeeper::accepted(SRTSOCKET socket) {
+std::optional<AccessControl::Purpose> AccessControl::accepted(SRTSOCKET socket) {
     MutexLock lock(mutex);
     const auto found = std::find_if(callers.begin(), callers.end(),
                                     [socket](const Caller& caller) { return caller.socket == socket; });
@@ -112,7 +113,7 @@ std::optional<Doorkeeper::Purpose> Doorkeeper::accepted(SRTSOCKET socket) {
 }
 
 /// A caller that was let in and is gone before it was accepted failed at the key.
-void Doorkeeper::noteFailedKeys() {
+void AccessControl::noteFailedKeys() {
     std::erase_if(callers, [this](const Caller& caller) ORU_NO_THREAD_SAFETY_ANALYSIS {
         const SRT_SOCKSTATUS state = srt_getsockstate(caller.socket);
         const bool gone = state >= SRTS_BROKEN;
@@ -123,7 +124,7 @@ void Doorkeeper::noteFailedKeys() {
     });
 }
 
-void Doorkeeper::report() {
+void AccessControl::report() {
     std::vector<Refusal> seen;
     uint64_t more = 0;
     {
@@ -147,7 +148,7 @@ void Doorkeeper::report() {
     }
 }
 
-void Doorkeeper::writeLine(const Refusal& refusal) const {
+void AccessControl::writeLine(const Refusal& refusal) const {
     const char* who = refusal.purpose == Purpose::CONTROL ? "control from" : "receiver";
     const std::string from = addressText(refusal.address);
     switch (refusal.reason) {

@@ -17,7 +17,7 @@ bool TokenBucket::take(uint64_t now_ns) {
     return true;
 }
 
-AdmissionGate::Caller& AdmissionGate::callerAt(uint32_t address) {
+ConnectionLimiter::Caller& ConnectionLimiter::callerAt(uint32_t address) {
     const auto known = std::find_if(callers.begin(), callers.end(), [address](const Caller& caller) {
         return caller.used && caller.address == address;
     });
@@ -30,7 +30,7 @@ AdmissionGate::Caller& AdmissionGate::callerAt(uint32_t address) {
     return oldest;
 }
 
-bool AdmissionGate::admit(uint32_t address, uint64_t now_ns) {
+bool ConnectionLimiter::admit(uint32_t address, uint64_t now_ns) {
     Caller& caller = callerAt(address);
     caller.seen_ns = now_ns;
     return caller.bucket.take(now_ns) && all.take(now_ns);

@@ -24,7 +24,7 @@ private:
 /// Bounds what strangers can make the sender work: an attempt to connect costs it a socket and, with a key, a key
 /// derivation on the thread that also hears the receivers. Each address has its own share, so that one stranger does
 /// not lock the others out. Threads: one at a time.
-class AdmissionGate {
+class ConnectionLimiter {
 public:
     static constexpr double kBurst = 24;     ///< attempts at once from one address
     static constexpr double kPerSecond = 8;  ///< and then each second

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 
-#include "backends/stream/wire/ts_writer.hpp"
+#include "backends/stream/wire/TsWriter.hpp"
 
 namespace oru::stream {
 namespace {
@@ -46,8 +46,8 @@ void writeHeader(std::vector<uint8_t>& target, uint8_t counter, bool first, std:
     constexpr uint8_t kStuffing = 0xFF;
     const bool adapted = size < kRoom;
     target.push_back(kSync);
-    target.push_back(static_cast<uint8_t>((first ? kStart : 0) | TsMuxer::kDataPid >> 8));
-    target.push_back(static_cast<uint8_t>(TsMuxer::kDataPid & 0xFF));
+    target.push_back(static_cast<uint8_t>((first ? kStart : 0) | TsWriter::kDataPid >> 8));
+    target.push_back(static_cast<uint8_t>(TsWriter::kDataPid & 0xFF));
     target.push_back(static_cast<uint8_t>(kPayload | (adapted ? kAdaptation : 0) | counter));
     if (!adapted) {
         return;
@@ -93,12 +93,12 @@ void writeDataPackets(std::vector<uint8_t>& target, const DataPacket& packet) {
 }
 
 uint8_t firstDataCounter(std::span<const uint8_t> transportPackets) {
-    const uint8_t* found = find(transportPackets, [](uint16_t pid) { return pid == TsMuxer::kDataPid; });
+    const uint8_t* found = find(transportPackets, [](uint16_t pid) { return pid == TsWriter::kDataPid; });
     return found == transportPackets.data() + transportPackets.size() ? uint8_t{0} : found[3] & 0x0F;
 }
 
 std::size_t tableBytes(std::span<const uint8_t> transportPackets) {
-    const auto isTrack = [](uint16_t pid) { return pid == TsMuxer::kVideoPid || pid == TsMuxer::kDataPid; };
+    const auto isTrack = [](uint16_t pid) { return pid == TsWriter::kVideoPid || pid == TsWriter::kDataPid; };
     return static_cast<std::size_t>(find(transportPackets, isTrack) - transportPackets.data());
 }
 

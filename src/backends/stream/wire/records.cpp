@@ -23,7 +23,7 @@ constexpr Key kDescriptionKey = {0x06, 0x0E, 0x2B, 0x34, 0x01, 0x01, 0x01, 0x01,
 constexpr uint8_t kRecordVersion = 1;
 constexpr uint8_t kKeyFrame = 1;
 constexpr uint8_t kHasMetadata = 2;
-constexpr uint8_t kHasPicture = 4;
+constexpr uint8_t kHasImage = 4;
 constexpr uint8_t kHasImu = 1;
 constexpr uint8_t kFlipped = 2;
 constexpr uint8_t kPoseKnown = 4;
@@ -115,7 +115,7 @@ bool readControls(ByteReader& reader, std::vector<ControlState>& controls) {
 }
 
 bool sizeAcceptable(const StreamDescription& camera) {
-    const auto side = [](uint32_t value) { return value >= 2 && value <= kMaxPictureSide && value % 2 == 0; };
+    const auto side = [](uint32_t value) { return value >= 2 && value <= kMaxImageSide && value % 2 == 0; };
     return side(camera.width) && side(camera.height);
 }
 
@@ -128,10 +128,10 @@ std::size_t writeFrameRecord(std::vector<uint8_t>& target, const FrameRecord& re
     const std::size_t start = triplet.begin();
     writer.put(kRecordVersion);
     writer.put(static_cast<uint8_t>(flag(record.key_frame, kKeyFrame) | flag(record.has_metadata, kHasMetadata) |
-                                    flag(record.has_picture, kHasPicture)));
+                                    flag(record.has_image, kHasImage)));
     writer.put(uint16_t{0});
-    writer.put(record.picture_bytes);
-    writer.put(record.picture_crc);
+    writer.put(record.image_bytes);
+    writer.put(record.image_crc);
     writer.put(record.session);
     writer.put(record.frame_id);
     writer.put(record.timestamp_ns);
@@ -212,15 +212,15 @@ bool RecordReader::readFrame(const uint8_t* data, std::size_t size, RecordSink& 
     reader.get(version);
     reader.get(flags);
     reader.get(count);
-    reader.get(record.picture_bytes);
-    reader.get(record.picture_crc);
+    reader.get(record.image_bytes);
+    reader.get(record.image_crc);
     reader.get(record.session);
     reader.get(record.frame_id);
     reader.get(record.timestamp_ns);
     reader.get(record.skipped_frames);
     record.key_frame = (flags & kKeyFrame) != 0;
     record.has_metadata = (flags & kHasMetadata) != 0;
-    record.has_picture = (flags & kHasPicture) != 0;
+    record.has_image = (flags & kHasImage) != 0;
     if (record.has_metadata) {
         reader.get(record.metadata);
     }

@@ -19,17 +19,17 @@ constexpr std::size_t kMaxImuPerRecord = 512;
 constexpr std::size_t kMaxFrameRecordBytes = std::size_t{56} << 10;
 constexpr std::size_t kMaxControls = 64;
 constexpr std::size_t kMaxCalibrationBytes = std::size_t{32} << 10;
-constexpr uint32_t kMaxPictureSide = 8192;
+constexpr uint32_t kMaxImageSide = 8192;
 
-/// What travels with one picture, or alone (without picture) while none is sent.
+/// What travels with one image, or alone (without image) while none is sent.
 struct FrameRecord {
     bool key_frame = false;
     bool has_metadata = false;
-    bool has_picture = false;
-    uint32_t picture_bytes = 0;  ///< length of the coded picture: the last bytes of its PES payload
-    uint32_t picture_crc = 0;    ///< CRC-32 (IEEE 802.3) of those bytes
-    uint64_t session = 0;        ///< drawn anew at every start of a sender
-    uint64_t frame_id = 0;       ///< one more for each frame the sender took
+    bool has_image = false;
+    uint32_t image_bytes = 0;  ///< length of the coded image: the last bytes of its PES payload
+    uint32_t image_crc = 0;    ///< CRC-32 (IEEE 802.3) of those bytes
+    uint64_t session = 0;      ///< drawn anew at every start of a sender
+    uint64_t frame_id = 0;     ///< one more for each frame the sender took
     uint64_t timestamp_ns = 0;
     uint64_t skipped_frames = 0;  ///< frames that the sender had to pass over since its start
     rlxrw::rlxSampleMetadata metadata{};
@@ -47,7 +47,7 @@ struct ControlState {
 
 /// The sending camera, as each receiver learns it when it connects and with every key frame.
 struct DescriptionRecord {
-    uint8_t version_byte = 0;  ///< 4: pictures only; 5: with inertial data and pose
+    uint8_t version_byte = 0;  ///< 4: images only; 5: with inertial data and pose
     bool pose_known = false;
     bool region_known = false;
     uint64_t session = 0;

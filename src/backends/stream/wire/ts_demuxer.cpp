@@ -238,7 +238,7 @@ void TsDemuxer::finish(Track& track) {
         sink.onVideo(track.packet);
         return;
     }
-    // The data packet follows the picture that it describes, so that picture is complete.
+    // The data packet follows the image that it describes, so that image is complete.
     finish(video);
     sink.onData(track.packet);
 }

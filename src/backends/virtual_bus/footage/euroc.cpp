@@ -11,7 +11,7 @@
 namespace oru::virtual_bus {
 namespace {
 
-constexpr std::size_t kMaxPictures = 1'000'000;
+constexpr std::size_t kMaxImages = 1'000'000;
 constexpr std::size_t kMaxListed = 64;
 
 /// Takes the next line off the text, without its end.
@@ -89,30 +89,30 @@ bool wrong(std::string& error, const char* key, const char* expected) {
 
 }  // namespace
 
-bool parseEurocPictures(std::string_view csv, std::vector<EurocPicture>& pictures, std::string& error) {
+bool parseEurocImages(std::string_view csv, std::vector<EurocImage>& images, std::string& error) {
     for (int number = 1; !csv.empty(); ++number) {
         std::string_view line = nextLine(csv);
         if (trim(line).empty() || trim(line).starts_with('#')) {
             continue;
         }
-        EurocPicture picture;
-        const bool valid = toTime(nextField(line), picture.time_ns);
-        picture.file = std::string(nextField(line));
-        if (!valid || picture.file.empty() || picture.file.find('/') != std::string::npos) {
+        EurocImage image;
+        const bool valid = toTime(nextField(line), image.time_ns);
+        image.file = std::string(nextField(line));
+        if (!valid || image.file.empty() || image.file.find('/') != std::string::npos) {
             error = fmt::format("cam0/data.csv: line {} is not a time and a file name", number);
             return false;
         }
-        if (!pictures.empty() && picture.time_ns <= pictures.back().time_ns) {
+        if (!images.empty() && image.time_ns <= images.back().time_ns) {
             error = fmt::format("cam0/data.csv: line {}: the time does not rise", number);
             return false;
         }
-        if (pictures.size() == kMaxPictures) {
-            error = fmt::format("cam0/data.csv: more than {} pictures", kMaxPictures);
+        if (images.size() == kMaxImages) {
+            error = fmt::format("cam0/data.csv: more than {} pictures", kMaxImages);
             return false;
         }
-        pictures.push_back(std::move(picture));
+        images.push_back(std::move(image));
     }
-    if (pictures.empty()) {
+    if (images.empty()) {
         error = "cam0/data.csv: it lists no picture";
         return false;
     }

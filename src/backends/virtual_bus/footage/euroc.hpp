@@ -12,7 +12,7 @@
 // of Robotics Research, 2016. Used of it: mav0/cam0/data.csv, cam0/sensor.yaml and imu0/data.csv.
 namespace oru::virtual_bus {
 
-struct EurocPicture {
+struct EurocImage {
     uint64_t time_ns = 0;
     std::string file;
 };
@@ -33,7 +33,7 @@ struct EurocCamera {
 };
 
 // Each returns false with a sentence that names the line or key.
-[[nodiscard]] bool parseEurocPictures(std::string_view csv, std::vector<EurocPicture>& pictures, std::string& error);
+[[nodiscard]] bool parseEurocImages(std::string_view csv, std::vector<EurocImage>& images, std::string& error);
 [[nodiscard]] bool parseEurocCamera(std::string_view yaml, EurocCamera& camera, std::string& error);
 
 /// One line of imu0/data.csv; false for one that is no sample, such as the heading.

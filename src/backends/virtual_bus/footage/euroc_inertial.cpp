@@ -38,9 +38,9 @@ void ComplementaryFilter::update(const Eigen::Vector3d& rate, const Eigen::Vecto
     }
 }
 
-EurocInertial::EurocInertial(const std::string& csvPath, const EurocCamera& camera, uint64_t firstPictureNs,
+EurocInertial::EurocInertial(const std::string& csvPath, const EurocCamera& camera, uint64_t firstImageNs,
                              uint64_t roundNs)
-    : path(csvPath), file(csvPath), originNs(firstPictureNs), spanNs(roundNs) {
+    : path(csvPath), file(csvPath), originNs(firstImageNs), spanNs(roundNs) {
     Eigen::Matrix3d cameraToBody;
     Eigen::Vector3d position;
     for (int row = 0; row < 3; ++row) {
@@ -116,7 +116,7 @@ bool EurocInertial::next(uint64_t until, InertialSample& sample) {
     return true;
 }
 
-InertialSample EurocInertial::atPicture(uint64_t /*elapsed*/) {
+InertialSample EurocInertial::atImage(uint64_t /*elapsed*/) {
     return latest;
 }
 

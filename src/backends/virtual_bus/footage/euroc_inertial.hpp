@@ -28,12 +28,12 @@ private:
 /// pose of the camera in the IMU's frame is a translation alone.
 class EurocInertial final : public InertialSource {
 public:
-    /// @param firstPictureNs the time of the data set that is 0 on the camera's axis
+    /// @param firstImageNs the time of the data set that is 0 on the camera's axis
     /// @param roundNs the length of one round when it loops, else 0
-    EurocInertial(const std::string& csvPath, const EurocCamera& camera, uint64_t firstPictureNs, uint64_t roundNs);
+    EurocInertial(const std::string& csvPath, const EurocCamera& camera, uint64_t firstImageNs, uint64_t roundNs);
 
     bool next(uint64_t until, InertialSample& sample) override;
-    InertialSample atPicture(uint64_t elapsed) override;
+    InertialSample atImage(uint64_t elapsed) override;
     [[nodiscard]] Mounting mounting() const override { return sensorMounting; }
     [[nodiscard]] ImuCalibration calibration() const override { return {}; }
     [[nodiscard]] Eigen::Vector3d rateVariance() const override;

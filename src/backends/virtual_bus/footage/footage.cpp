@@ -22,7 +22,7 @@ constexpr std::size_t kMaxYamlBytes = 65'536;
 constexpr std::size_t kMaxImages = 100'000;
 constexpr double kDefaultImageFps = 30.0;
 constexpr double kSecond = 1e9;
-constexpr uint64_t kLongestLead = 10'000'000'000;  // of inertial samples before the first picture
+constexpr uint64_t kLongestLead = 10'000'000'000;  // of inertial samples before the first image
 
 bool isDirectory(const std::string& path) {
     struct stat facts {};
@@ -38,41 +38,41 @@ bool isImageName(std::string name) {
 }
 
 /// The images of a folder by name, at a steady rate.
-std::vector<ListedPicture> listImages(const std::string& folder, double fps) {
-    std::vector<ListedPicture> pictures;
+std::vector<ListedImage> listImages(const std::string& folder, double fps) {
+    std::vector<ListedImage> images;
     const std::unique_ptr<DIR, int (*)(DIR*)> directory(::opendir(folder.c_str()), ::closedir);
     if (directory == nullptr) {
-        return pictures;
+        return images;
     }
     while (const dirent* entry = ::readdir(directory.get())) {
-        if (isImageName(entry->d_name) && pictures.size() < kMaxImages) {
-            pictures.push_back({0, folder + "/" + entry->d_name});
+        if (isImageName(entry->d_name) && images.size() < kMaxImages) {
+            images.push_back({0, folder + "/" + entry->d_name});
         }
     }
-    std::sort(pictures.begin(), pictures.end(), [](const auto& a, const auto& b) { return a.path < b.path; });
-    for (std::size_t i = 0; i < pictures.size(); ++i) {
-        pictures[i].time_ns = static_cast<uint64_t>(static_cast<double>(i) * kSecond / fps);
+    std::sort(images.begin(), images.end(), [](const auto& a, const auto& b) { return a.path < b.path; });
+    for (std::size_t i = 0; i < images.size(); ++i) {
+        images[i].time_ns = static_cast<uint64_t>(static_cast<double>(i) * kSecond / fps);
     }
-    return pictures;
+    return images;
 }
 
-/// What a data set says, with the times of its pictures.
+/// What a data set says, with the times of its images.
 struct DataSet {
     std::string root;
     EurocCamera camera;
-    std::vector<EurocPicture> pictures;
+    std::vector<EurocImage> images;
     bool has_inertial = false;
     uint64_t origin_ns = 0;  // what is 0 on the camera's time axis
 
     [[nodiscard]] double fps() const {
-        if (camera.rate_hz > 0.0 || pictures.size() < 2) {
+        if (camera.rate_hz > 0.0 || images.size() < 2) {
             return camera.rate_hz > 0.0 ? camera.rate_hz : 20.0;
         }
-        const auto span = static_cast<double>(pictures.back().time_ns - pictures.front().time_ns);
-        return kSecond * static_cast<double>(pictures.size() - 1) / span;
+        const auto span = static_cast<double>(images.back().time_ns - images.front().time_ns);
+        return kSecond * static_cast<double>(images.size() - 1) / span;
     }
     [[nodiscard]] uint64_t span() const {
-        return pictures.back().time_ns - origin_ns + static_cast<uint64_t>(kSecond / fps());
+        return images.back().time_ns - origin_ns + static_cast<uint64_t>(kSecond / fps());
     }
 };
 
@@ -108,17 +108,17 @@ bool loadDataSet(const std::string& root, DataSet& set, std::string& error) {
         error = "cam0/data.csv cannot be read or is too long";
         return false;
     }
-    if (!parseEurocPictures(text, set.pictures, error)) {
+    if (!parseEurocImages(text, set.images, error)) {
         return false;
     }
-    const uint64_t first = set.pictures.front().time_ns;
+    const uint64_t first = set.images.front().time_ns;
     uint64_t sample = 0;
     set.has_inertial = firstSample(root, first > kLongestLead ? first - kLongestLead : 0, sample);
     set.origin_ns = set.has_inertial ? std::min(first, sample) : first;
     return true;
 }
 
-bool firstPictureSize(const std::string& path, FootageFacts& facts, std::string& error) {
+bool firstImageSize(const std::string& path, FootageFacts& facts, std::string& error) {
     FileDecoder decoder;
     const FramePointer frame(av_frame_alloc());
     if (!decoder.open(path, error)) {
@@ -148,8 +148,8 @@ bool probeDataSet(const std::string& root, FootageFacts& facts, std::string& err
     return true;
 }
 
-/// Plays a reader's pictures on the camera's time axis.
-class FootageSource final : public PictureSource {
+/// Plays a reader's images on the camera's time axis.
+class FootageSource final : public ImageSource {
 public:
     FootageSource(std::unique_ptr<FootageReader> reader, const FootageFacts& facts, bool loop, uint64_t lead, int width,
                   int height)
@@ -157,15 +157,15 @@ public:
           footageFacts(facts),
           looping(loop),
           leadTime(lead),
-          pictureWidth(width),
-          pictureHeight(height),
-          pictureCover(coverOf(facts.width, facts.height, width, height)),
-          scaler(pictureCover.scaled_width, pictureCover.scaled_height) {}
+          imageWidth(width),
+          imageHeight(height),
+          imageCover(coverOf(facts.width, facts.height, width, height)),
+          scaler(imageCover.scaled_width, imageCover.scaled_height) {}
 
     bool next(uint64_t& moment) override {
         uint64_t time = 0;
         if (!footageReader->next(time)) {
-            // A round without a single picture would repeat for ever.
+            // A round without a single image would repeat for ever.
             if (!looping || !any || !footageReader->rewind() || !footageReader->next(time)) {
                 return false;
             }
@@ -177,20 +177,20 @@ public:
         return true;
     }
 
-    PictureResult draw(uint64_t /*moment*/, unsigned char* pixels, RowSink& sink) override {
+    ImageResult draw(uint64_t /*moment*/, unsigned char* pixels, RowSink& sink) override {
         any = true;
         const AVFrame* frame = footageReader->read(true);
         if (frame == nullptr || frame->width != footageFacts.width || frame->height != footageFacts.height ||
             !scaler.scale(*frame)) {
-            return PictureResult::FAILED;
+            return ImageResult::FAILED;
         }
-        const auto bytes = static_cast<std::size_t>(pictureWidth) * 2;
-        for (int row = 0; row < pictureHeight; ++row) {
+        const auto bytes = static_cast<std::size_t>(imageWidth) * 2;
+        for (int row = 0; row < imageHeight; ++row) {
             std::memcpy(pixels + static_cast<std::size_t>(row) * bytes,
-                        scaler.row(pictureCover.top + row) + static_cast<std::size_t>(pictureCover.left) * 2, bytes);
+                        scaler.row(imageCover.top + row) + static_cast<std::size_t>(imageCover.left) * 2, bytes);
         }
-        sink.rows(pixels, 0, pictureHeight);
-        return PictureResult::DRAWN;
+        sink.rows(pixels, 0, imageHeight);
+        return ImageResult::DRAWN;
     }
 
     void skip() override {
@@ -199,17 +199,17 @@ public:
     }
 
     [[nodiscard]] uint64_t period() const override { return static_cast<uint64_t>(kSecond / footageFacts.fps); }
-    // Each picture is worth waiting for, up to a second.
+    // Each image is worth waiting for, up to a second.
     [[nodiscard]] uint64_t patience() const override { return static_cast<uint64_t>(kSecond); }
 
 private:
     std::unique_ptr<FootageReader> footageReader;
     FootageFacts footageFacts;
     bool looping;
-    uint64_t leadTime;  // from the start of a round to its first picture
-    int pictureWidth;
-    int pictureHeight;
-    Cover pictureCover;
+    uint64_t leadTime;  // from the start of a round to its first image
+    int imageWidth;
+    int imageHeight;
+    Cover imageCover;
     YuyvScaler scaler;
     uint64_t roundStart = 0;
     uint64_t last = 0;
@@ -224,12 +224,12 @@ bool probeFootage(const FootageSettings& settings, FootageFacts& facts, std::str
     if (const std::string root = eurocRoot(settings.path); !root.empty()) {
         found = probeDataSet(root, facts, error);
     } else if (isDirectory(settings.path)) {
-        const auto pictures = listImages(settings.path, kDefaultImageFps);
+        const auto images = listImages(settings.path, kDefaultImageFps);
         error = "the folder holds no images";
-        found = !pictures.empty() && firstPictureSize(pictures.front().path, facts, error);
+        found = !images.empty() && firstImageSize(images.front().path, facts, error);
         facts.fps = kDefaultImageFps;
     } else {
-        found = firstPictureSize(settings.path, facts, error);
+        found = firstImageSize(settings.path, facts, error);
     }
     facts.fps = settings.fps > 0.0 ? settings.fps : std::clamp(facts.fps, 1.0, 240.0);
     return found;
@@ -258,8 +258,8 @@ Lens coveredLens(const Lens& lens, const FootageFacts& facts, int width, int hei
     return result;
 }
 
-std::unique_ptr<PictureSource> openFootage(const FootageSettings& settings, const FootageFacts& facts, int width,
-                                           int height, std::string& error) {
+std::unique_ptr<ImageSource> openFootage(const FootageSettings& settings, const FootageFacts& facts, int width,
+                                         int height, std::string& error) {
     std::unique_ptr<FootageReader> reader;
     uint64_t lead = 0;
     if (const std::string root = eurocRoot(settings.path); !root.empty()) {
@@ -267,15 +267,15 @@ std::unique_ptr<PictureSource> openFootage(const FootageSettings& settings, cons
         if (!loadDataSet(root, set, error)) {
             return nullptr;
         }
-        std::vector<ListedPicture> pictures;
-        for (std::size_t i = 0; i < set.pictures.size(); ++i) {
+        std::vector<ListedImage> images;
+        for (std::size_t i = 0; i < set.images.size(); ++i) {
             const uint64_t time = settings.fps > 0.0
                                       ? static_cast<uint64_t>(static_cast<double>(i) * kSecond / settings.fps)
-                                      : set.pictures[i].time_ns - set.pictures.front().time_ns;
-            pictures.push_back({time, root + "/cam0/data/" + set.pictures[i].file});
+                                      : set.images[i].time_ns - set.images.front().time_ns;
+            images.push_back({time, root + "/cam0/data/" + set.images[i].file});
         }
-        lead = set.pictures.front().time_ns - set.origin_ns;
-        reader = makeImageReader(std::move(pictures));
+        lead = set.images.front().time_ns - set.origin_ns;
+        reader = makeImageReader(std::move(images));
     } else if (isDirectory(settings.path)) {
         reader = makeImageReader(listImages(settings.path, facts.fps));
     } else {

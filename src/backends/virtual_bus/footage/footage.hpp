@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "backends/virtual_bus/inertial/inertial_source.hpp"
+#include "backends/virtual_bus/scene/image_source.hpp"
 #include "backends/virtual_bus/scene/lens.hpp"
-#include "backends/virtual_bus/scene/picture_source.hpp"
 
 namespace oru::virtual_bus {
 
@@ -30,7 +30,7 @@ struct FootageFacts {
 /// Looks at footage; false with what is wrong. Never throws.
 [[nodiscard]] bool probeFootage(const FootageSettings& settings, FootageFacts& facts, std::string& error);
 
-/// How footage fills a picture: scaled to cover it, then cropped about the centre. The crop is even, so that pairs of
+/// How footage fills an image: scaled to cover it, then cropped about the centre. The crop is even, so that pairs of
 /// pixels stay whole.
 struct Cover {
     int scaled_width = 0;
@@ -39,13 +39,13 @@ struct Cover {
     int top = 0;
 };
 [[nodiscard]] Cover coverOf(int footageWidth, int footageHeight, int width, int height);
-/// A lens given at the footage's size as it is at the picture's.
+/// A lens given at the footage's size as it is at the image's.
 [[nodiscard]] Lens coveredLens(const Lens& lens, const FootageFacts& facts, int width, int height);
 
-/// Plays footage as pictures of that size; null with what is wrong.
-[[nodiscard]] std::unique_ptr<PictureSource> openFootage(const FootageSettings& settings, const FootageFacts& facts,
-                                                         int width, int height, std::string& error);
-/// The inertial samples of a data set, on the time axis of its pictures; null when it has none.
+/// Plays footage as images of that size; null with what is wrong.
+[[nodiscard]] std::unique_ptr<ImageSource> openFootage(const FootageSettings& settings, const FootageFacts& facts,
+                                                       int width, int height, std::string& error);
+/// The inertial samples of a data set, on the time axis of its images; null when it has none.
 [[nodiscard]] std::unique_ptr<InertialSource> openFootageInertial(const FootageSettings& settings);
 
 }  // namespace oru::virtual_bus

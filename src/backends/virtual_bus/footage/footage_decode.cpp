@@ -19,23 +19,22 @@ bool isRegularFile(const std::string& path) {
 
 class ImageReader final : public FootageReader {
 public:
-    explicit ImageReader(std::vector<ListedPicture> pictures)
-        : listedPictures(std::move(pictures)), decodedFrame(av_frame_alloc()) {}
+    explicit ImageReader(std::vector<ListedImage> images)
+        : listedImages(std::move(images)), decodedFrame(av_frame_alloc()) {}
 
     bool next(uint64_t& time) override {
-        if (nextIndex >= listedPictures.size()) {
+        if (nextIndex >= listedImages.size()) {
             return false;
         }
-        time = listedPictures[nextIndex].time_ns;
+        time = listedImages[nextIndex].time_ns;
         return true;
     }
 
     const AVFrame* read(bool wanted) override {
-        const ListedPicture& picture = listedPictures[nextIndex++];
+        const ListedImage& image = listedImages[nextIndex++];
         FileDecoder decoder;
         std::string error;
-        return wanted && decoder.open(picture.path, error) && decoder.read(*decodedFrame) ? decodedFrame.get()
-                                                                                          : nullptr;
+        return wanted && decoder.open(image.path, error) && decoder.read(*decodedFrame) ? decodedFrame.get() : nullptr;
     }
 
     bool rewind() override {
@@ -44,7 +43,7 @@ public:
     }
 
 private:
-    std::vector<ListedPicture> listedPictures;
+    std::vector<ListedImage> listedImages;
     FramePointer decodedFrame;
     std::size_t nextIndex = 0;
 };
@@ -92,7 +91,7 @@ private:
             firstStamp = nextIndex == 0 ? stamp : firstStamp;
             seconds = stamp - firstStamp;
         }
-        // Stamps that stand still or jump do not stop the picture for longer than a second.
+        // Stamps that stand still or jump do not stop the image for longer than a second.
         const auto wanted = static_cast<uint64_t>(std::clamp(seconds, 0.0, 1e9) * 1e9);
         aheadTime = nextIndex == 0 ? 0 : std::clamp(wanted, aheadTime + 1'000'000, aheadTime + 1'000'000'000);
     }
@@ -185,7 +184,7 @@ bool FileDecoder::read(AVFrame& frame) {
             draining = true;
             (void)avcodec_send_packet(codecContext.get(), nullptr);
         } else if (packet->stream_index == stream->index) {
-            // A packet that the decoder refuses costs its picture and nothing else.
+            // A packet that the decoder refuses costs its image and nothing else.
             (void)avcodec_send_packet(codecContext.get(), packet.get());
         }
     }
@@ -209,8 +208,8 @@ double FileDecoder::secondsOf(const AVFrame& frame) const {
                : static_cast<double>(frame.best_effort_timestamp) * av_q2d(stream->time_base);
 }
 
-std::unique_ptr<FootageReader> makeImageReader(std::vector<ListedPicture> pictures) {
-    return std::make_unique<ImageReader>(std::move(pictures));
+std::unique_ptr<FootageReader> makeImageReader(std::vector<ListedImage> images) {
+    return std::make_unique<ImageReader>(std::move(images));
 }
 
 std::unique_ptr<FootageReader> makeVideoReader(const std::string& path, double fps, std::string& error) {

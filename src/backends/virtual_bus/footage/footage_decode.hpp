@@ -30,17 +30,17 @@ struct ScalerFreer {
 };
 using FramePointer = std::unique_ptr<AVFrame, FrameFreer>;
 
-/// Decodes the first video track of one local file, picture by picture, on the caller's thread.
+/// Decodes the first video track of one local file, image by image, on the caller's thread.
 class FileDecoder {
 public:
     /// False with the reason. Only regular files are opened.
     [[nodiscard]] bool open(const std::string& path, std::string& error);
-    /// The next picture into `frame`; false at the end or when nothing more can be decoded.
+    /// The next image into `frame`; false at the end or when nothing more can be decoded.
     [[nodiscard]] bool read(AVFrame& frame);
     [[nodiscard]] bool rewind();
 
     [[nodiscard]] double fps() const;
-    /// Seconds of a picture's time stamp; negative when it has none.
+    /// Seconds of an image's time stamp; negative when it has none.
     [[nodiscard]] double secondsOf(const AVFrame& frame) const;
 
 private:
@@ -51,31 +51,31 @@ private:
     bool draining = false;
 };
 
-/// Pictures of footage in their order with their times. One thread at a time.
+/// Images of footage in their order with their times. One thread at a time.
 class FootageReader {
 public:
     virtual ~FootageReader() = default;
 
-    /// The time of the next picture since the first, nanoseconds; false at the end. Repeats its answer until read().
+    /// The time of the next image since the first, nanoseconds; false at the end. Repeats its answer until read().
     virtual bool next(uint64_t& time) = 0;
-    /// Takes the announced picture: null when it cannot be decoded. `wanted` false skips it.
+    /// Takes the announced image: null when it cannot be decoded. `wanted` false skips it.
     virtual const AVFrame* read(bool wanted) = 0;
     virtual bool rewind() = 0;
 };
 
-struct ListedPicture {
+struct ListedImage {
     uint64_t time_ns = 0;
     std::string path;
 };
-[[nodiscard]] std::unique_ptr<FootageReader> makeImageReader(std::vector<ListedPicture> pictures);
+[[nodiscard]] std::unique_ptr<FootageReader> makeImageReader(std::vector<ListedImage> images);
 [[nodiscard]] std::unique_ptr<FootageReader> makeVideoReader(const std::string& path, double fps, std::string& error);
 
-/// Scales pictures to one size in YUYV, BT.601 video range.
+/// Scales images to one size in YUYV, BT.601 video range.
 class YuyvScaler {
 public:
     YuyvScaler(int width, int height);
 
-    /// False when the picture's format cannot be converted.
+    /// False when the image's format cannot be converted.
     [[nodiscard]] bool scale(const AVFrame& frame);
     [[nodiscard]] const unsigned char* row(int y) const {
         return pixels.data() + static_cast<std::size_t>(y) * static_cast<std::size_t>(targetWidth) * 2;

@@ -42,7 +42,7 @@ TrajectoryInertial::TrajectoryInertial(const Trajectory& trajectory, uint32_t se
     : cameraTrajectory(trajectory),
       sensorMounting(factoryMounting()),
       noiseGenerator(seed),
-      pictureNoiseGenerator(seed + 1U) {
+      imageNoiseGenerator(seed + 1U) {
     std::mt19937 factory(seed + 2U);
     factoryRateBias = normal(factory, 0.3);
     factoryForceBias = normal(factory, 0.05);
@@ -62,8 +62,8 @@ bool TrajectoryInertial::next(uint64_t until, InertialSample& sample) {
     return true;
 }
 
-InertialSample TrajectoryInertial::atPicture(uint64_t elapsed) {
-    return measure(elapsed, pictureNoiseGenerator);
+InertialSample TrajectoryInertial::atImage(uint64_t elapsed) {
+    return measure(elapsed, imageNoiseGenerator);
 }
 
 InertialSample TrajectoryInertial::measure(uint64_t elapsed, std::mt19937& random) {

@@ -27,8 +27,8 @@ public:
 
     /// The next sample not later than `until`; false when there is none yet. Samples come in time order, each once.
     virtual bool next(uint64_t until, InertialSample& sample) = 0;
-    /// The sample that belongs to a picture.
-    virtual InertialSample atPicture(uint64_t elapsed) = 0;
+    /// The sample that belongs to an image.
+    virtual InertialSample atImage(uint64_t elapsed) = 0;
     [[nodiscard]] virtual Mounting mounting() const = 0;
     [[nodiscard]] virtual ImuCalibration calibration() const = 0;
     /// Variance of one sample along each axis: (deg/s)^2 and (m/s^2)^2.
@@ -46,7 +46,7 @@ public:
     TrajectoryInertial(const Trajectory& trajectory, uint32_t seed);
 
     bool next(uint64_t until, InertialSample& sample) override;
-    InertialSample atPicture(uint64_t elapsed) override;
+    InertialSample atImage(uint64_t elapsed) override;
     [[nodiscard]] Mounting mounting() const override { return sensorMounting; }
     [[nodiscard]] ImuCalibration calibration() const override;
     [[nodiscard]] Eigen::Vector3d rateVariance() const override;
@@ -58,9 +58,9 @@ private:
 
     Trajectory cameraTrajectory;
     Mounting sensorMounting;
-    // Two generators, so that the train of samples does not depend on how many pictures are taken.
+    // Two generators, so that the train of samples does not depend on how many images are taken.
     std::mt19937 noiseGenerator;
-    std::mt19937 pictureNoiseGenerator;
+    std::mt19937 imageNoiseGenerator;
     std::normal_distribution<double> unitNormal;
     Eigen::Vector3d factoryRateBias;
     Eigen::Vector3d factoryForceBias;

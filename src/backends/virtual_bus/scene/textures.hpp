@@ -7,7 +7,7 @@
 
 namespace oru::virtual_bus {
 
-/// A square repeating picture with its halved copies. A texel is laid out as one YUYV pair of equal pixels (BT.601
+/// A square repeating image with its halved copies. A texel is laid out as one YUYV pair of equal pixels (BT.601
 /// video range): two neighbouring texels make a pair by masks alone.
 struct Texture {
     struct Level {

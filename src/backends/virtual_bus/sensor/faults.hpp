@@ -10,11 +10,11 @@
 namespace oru::virtual_bus {
 
 enum class Fault : std::size_t {
-    DROP_RATE,        ///< share of pictures that never leave the sensor
-    DAMAGE_RATE,      ///< share of pictures that arrive damaged and are thrown away
-    JITTER_MS,        ///< each picture is taken up to that much late
+    DROP_RATE,        ///< share of images that never leave the sensor
+    DAMAGE_RATE,      ///< share of images that arrive damaged and are thrown away
+    JITTER_MS,        ///< each image is taken up to that much late
     CLOCK_OFFSET_MS,  ///< all stamps moved; a change is a step of the clock
-    STALL,            ///< no pictures, while the micro-controller goes on
+    STALL,            ///< no images, while the micro-controller goes on
     UNPLUGGED,        ///< nothing at all
     MCU_SILENT,       ///< no samples
     SETUP_STATE,      ///< what setUp() answers

@@ -76,8 +76,8 @@ void SensorControls::reset(int width, int height, int fps, bool hdr) {
     const MutexLock lock(mutex);
     configured = true;
     hdrMode = hdr;
-    pictureWidth = width;
-    pictureHeight = height;
+    imageWidth = width;
+    imageHeight = height;
     for (std::size_t i = 0; i < plainValues.size(); ++i) {
         plainValues[i] = kControls[i].standard;
     }
@@ -237,8 +237,8 @@ int SensorControls::region(Rect& region) {
 
 int SensorControls::setRegion(const Rect& region) {
     const MutexLock lock(mutex);
-    const auto width = static_cast<uint64_t>(pictureWidth);
-    const auto height = static_cast<uint64_t>(pictureHeight);
+    const auto width = static_cast<uint64_t>(imageWidth);
+    const auto height = static_cast<uint64_t>(imageHeight);
     const bool inside = region.width > 0 && region.height > 0 && region.x < width && region.y < height &&
                         region.width <= width - region.x && region.height <= height - region.y;
     if (!configured || !inside) {
@@ -250,28 +250,28 @@ int SensorControls::setRegion(const Rect& region) {
 
 int SensorControls::resetRegion() {
     const MutexLock lock(mutex);
-    meteringRegion = {0, 0, static_cast<uint64_t>(pictureWidth), static_cast<uint64_t>(pictureHeight)};
+    meteringRegion = {0, 0, static_cast<uint64_t>(imageWidth), static_cast<uint64_t>(imageHeight)};
     return configured ? 0 : -1;
 }
 
-PictureSettings SensorControls::picture() {
+ImageSettings SensorControls::image() {
     const MutexLock lock(mutex);
-    PictureSettings picture;
-    picture.light = light();
-    picture.brightness = plainValues[SETTING_0];
-    picture.contrast = plainValues[SETTING_1];
-    picture.hue = plainValues[SETTING_2];
-    picture.saturation = plainValues[SETTING_3];
-    picture.sharpness = plainValues[SHARPNESS];
-    picture.gamma = plainValues[SETTING_5];
-    picture.white_balance = plainValues[SETTING_10_AUTO] != 0 ? kNeutralKelvin : plainValues[SETTING_10];
-    picture.lamp = plainValues[SETTING_12] != 0;
-    picture.hdr = hdrMode;
+    ImageSettings image;
+    image.light = light();
+    image.brightness = plainValues[SETTING_0];
+    image.contrast = plainValues[SETTING_1];
+    image.hue = plainValues[SETTING_2];
+    image.saturation = plainValues[SETTING_3];
+    image.sharpness = plainValues[SHARPNESS];
+    image.gamma = plainValues[SETTING_5];
+    image.white_balance = plainValues[SETTING_10_AUTO] != 0 ? kNeutralKelvin : plainValues[SETTING_10];
+    image.lamp = plainValues[SETTING_12] != 0;
+    image.hdr = hdrMode;
     // Gain lifts the noise of a dark sensor along with the light; full denoising leaves a tenth of it.
     const double gain = factor(levels[ANALOGUE_GAIN] + levels[DIGITAL_GAIN]);
-    picture.noise = 0.6 * (gain - 1.0) * (1.0 - 0.009 * plainValues[GMSL_SETTING_20]);
-    picture.region = meteringRegion;
-    return picture;
+    image.noise = 0.6 * (gain - 1.0) * (1.0 - 0.009 * plainValues[GMSL_SETTING_20]);
+    image.region = meteringRegion;
+    return image;
 }
 
 void SensorControls::observe(double meanLuma) {

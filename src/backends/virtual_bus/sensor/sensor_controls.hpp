@@ -9,8 +9,8 @@
 
 namespace oru::virtual_bus {
 
-/// What the controls amount to for one picture.
-struct PictureSettings {
+/// What the controls amount to for one image.
+struct ImageSettings {
     double light = 1.0;  ///< factor on the scene's light: exposure time times gains
     int brightness = 4;
     int contrast = 4;
@@ -24,7 +24,7 @@ struct PictureSettings {
     double noise = 0.0;  ///< standard deviation of the luma noise, in levels
     Rect region;         ///< where the luma is measured
 
-    friend bool operator==(const PictureSettings&, const PictureSettings&) = default;
+    friend bool operator==(const ImageSettings&, const ImageSettings&) = default;
 };
 
 /// The controls of one camera with their ranges and defaults, and the loop that sets exposure and gain by itself.
@@ -46,8 +46,8 @@ public:
     int setRegion(const Rect& region);
     int resetRegion();
 
-    [[nodiscard]] PictureSettings picture();
-    /// One step of the automatic exposure and gain, after a picture whose region had that mean luma.
+    [[nodiscard]] ImageSettings image();
+    /// One step of the automatic exposure and gain, after an image whose region had that mean luma.
     void observe(double meanLuma);
 
 private:
@@ -69,8 +69,8 @@ private:
     Mutex mutex;
     bool configured ORU_GUARDED_BY(mutex) = false;
     bool hdrMode ORU_GUARDED_BY(mutex) = false;
-    int pictureWidth ORU_GUARDED_BY(mutex) = 0;
-    int pictureHeight ORU_GUARDED_BY(mutex) = 0;
+    int imageWidth ORU_GUARDED_BY(mutex) = 0;
+    int imageHeight ORU_GUARDED_BY(mutex) = 0;
     std::array<int, kPlainControls> plainValues ORU_GUARDED_BY(mutex){};
     std::array<int, 3> levels ORU_GUARDED_BY(mutex){};
     std::array<Limits, 3> hardwareLimits ORU_GUARDED_BY(mutex){};

@@ -56,7 +56,7 @@ Lens modeLens(MODEL model, const Lens& sensor, const SensorMode& mode) {
     Lens lens = sensor;
     lens.fx = sensor.fx / mode.binning;
     lens.fy = sensor.fy / mode.binning;
-    // Pixel centres are integers, so the corner of the picture is at -0.5.
+    // Pixel centres are integers, so the corner of the image is at -0.5.
     lens.cx = (sensor.cx - left + 0.5) / mode.binning - 0.5;
     lens.cy = (sensor.cy - top + 0.5) / mode.binning - 0.5;
     return lens;

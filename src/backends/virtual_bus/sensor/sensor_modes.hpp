@@ -9,12 +9,12 @@
 
 namespace oru::virtual_bus {
 
-/// How one picture size is read out of the sensor.
+/// How one image size is read out of the sensor.
 struct SensorMode {
     int width = 0;
     int height = 0;
     int max_fps = 0;
-    int binning = 1;                ///< sensor pixels a side that make one picture pixel
+    int binning = 1;                ///< sensor pixels a side that make one image pixel
     const char* section = nullptr;  ///< of the calibration file
 };
 

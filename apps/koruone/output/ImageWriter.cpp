@@ -1,0 +1,128 @@
+#include "koruone/output/ImageWriter.hpp"
+
+#include <fmt/core.h>
+
+#include <chrono>
+#include <utility>
+
+namespace koruone {
+namespace {
+
+constexpr std::chrono::seconds kWriterPatience{10};
+
+ImageView viewOf(const oru::Mat& image) {
+    return {image.getPtr<unsigned char>(oru::CPU), image.getWidth(), image.getHeight(), image.getStepBytes(oru::CPU),
+            image.getDataType() == oru::U8_C1};
+}
+
+}  // namespace
+
+ImageWriter::ImageWriter(std::filesystem::path directory) : folder(std::move(directory)) {
+    for (oru::Mat& image : images) {
+        unused.push_back(&image);
+    }
+    worker = std::thread([this] { run(); });
+}
+
+ImageWriter::~ImageWriter() {
+    (void)finish();
+}
+
+bool ImageWriter::hasRoom() {
+    const oru::MutexLock lock(mutex);
+    return !unused.empty();
+}
+
+oru::Mat* ImageWriter::acquire() {
+    const oru::MutexLock lock(mutex);
+    while (unused.empty() && failure.empty()) {
+        const uint64_t before = finished;
+        if (changed.wait_for(mutex, kWriterPatience) == std::cv_status::timeout && finished == before) {
+            failure = fmt::format("{} takes no picture for {} s", folder.string(), kWriterPatience.count());
+        }
+    }
+    if (!failure.empty()) {
+        return nullptr;
+    }
+    oru::Mat* image = unused.back();
+    unused.pop_back();
+    return image;
+}
+
+void ImageWriter::submit(oru::Mat* image, uint64_t frame) {
+    const oru::MutexLock lock(mutex);
+    waiting.push_back({image, frame});
+    changed.notify_all();
+}
+
+void ImageWriter::release(oru::Mat* image) {
+    const oru::MutexLock lock(mutex);
+    unused.push_back(image);
+}
+
+bool ImageWriter::finish() {
+    {
+        const oru::MutexLock lock(mutex);
+        ending = true;
+        changed.notify_all();
+    }
+    if (worker.joinable()) {
+        worker.join();
+        std::string reason;
+        const bool sheetKept = sheet.write(folder / "contact_sheet.png", encoder, reason);
+        const oru::MutexLock lock(mutex);
+        if (!sheetKept && failure.empty()) {
+            failure = reason;
+        }
+    }
+    return error().empty();
+}
+
+std::string ImageWriter::error() {
+    const oru::MutexLock lock(mutex);
+    return failure;
+}
+
+uint64_t ImageWriter::written() {
+    const oru::MutexLock lock(mutex);
+    return finished;
+}
+
+void ImageWriter::run() {
+    Job job;
+    while (takeJob(job)) {
+        writeJob(job);
+    }
+}
+
+bool ImageWriter::takeJob(Job& job) {
+    const oru::MutexLock lock(mutex);
+    while (waiting.empty() && !ending) {
+        changed.wait(mutex);
+    }
+    if (waiting.empty() || !failure.empty()) {
+        return false;
+    }
+    job = waiting.front();
+    waiting.pop_front();
+    return true;
+}
+
+void ImageWriter::writeJob(const Job& job) {
+    std::string reason;
+    const ImageView view = viewOf(*job.image);
+    const bool ok =
+        view.pixels != nullptr && encoder.write(folder / fmt::format("frame_{:06}.png", job.frame), view, reason);
+    if (ok) {
+        sheet.offer(job.frame, view);
+    }
+    const oru::MutexLock lock(mutex);
+    unused.push_back(job.image);
+    finished += ok ? 1 : 0;
+    if (!ok && failure.empty()) {
+        failure = reason.empty() ? "a picture without pixels was queued" : reason;
+    }
+    changed.notify_all();
+}
+
+}  // namespace koruone

@@ -1,0 +1,62 @@
+#include "backends/stream/receiver/ImuStore.hpp"
+
+#include <algorithm>
+
+namespace oru::stream {
+namespace {
+
+constexpr uint64_t kBackwardNs = 1000000000;
+
+bool earlier(const IMUPacket& packet, uint64_t time) {
+    return packet.imu_timestamp < time;
+}
+
+}  // namespace
+
+void ImuStore::add(const std::vector<IMUPacket>& packets) {
+    MutexLock lock(mutex);
+    for (const IMUPacket& packet : packets) {
+        if (any && packet.imu_timestamp + kBackwardNs < latest.imu_timestamp) {
+            droppedPackets += stored.size();
+            stored.clear();
+        }
+        const auto later = [](uint64_t time, const IMUPacket& other) { return time < other.imu_timestamp; };
+        stored.insert(std::upper_bound(stored.begin(), stored.end(), packet.imu_timestamp, later), packet);
+        latest = packet;
+        any = true;
+        if (stored.size() > kCapacity) {
+            stored.pop_front();
+            ++droppedPackets;
+        }
+    }
+}
+
+std::vector<IMUPacket> ImuStore::takeBefore(Timestamp time) {
+    MutexLock lock(mutex);
+    const auto end = std::lower_bound(stored.begin(), stored.end(), time, earlier);
+    std::vector<IMUPacket> taken(stored.begin(), end);
+    stored.erase(stored.begin(), end);
+    return taken;
+}
+
+bool ImuStore::newest(IMUPacket& packet) const {
+    MutexLock lock(mutex);
+    if (any) {
+        packet = latest;
+    }
+    return any;
+}
+
+uint64_t ImuStore::dropped() const {
+    MutexLock lock(mutex);
+    return droppedPackets;
+}
+
+void ImuStore::clear() {
+    MutexLock lock(mutex);
+    droppedPackets += stored.size();
+    stored.clear();
+    any = false;
+}
+
+}  // namespace oru::stream

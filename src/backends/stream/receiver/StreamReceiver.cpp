@@ -1,0 +1,367 @@
+#include "backends/stream/receiver/StreamReceiver.hpp"
+
+#include <algorithm>
+#include <chrono>
+#include <string>
+#include <utility>
+
+#include "backends/stream/control/reject_reason.hpp"
+#include "backends/stream/transport/resolver.hpp"
+#include "backends/stream/wire/image_format.hpp"
+#include "logging/log.hpp"
+#include "logging/messages.hpp"
+
+namespace oru::stream {
+namespace {
+
+constexpr uint64_t kMillisecond = 1000000;
+constexpr uint64_t kOpenNs = 3000 * kMillisecond;
+constexpr int kResolveMs = 2000;
+constexpr uint64_t kReadNs = 20 * kMillisecond;
+constexpr int kDecodeWaitMs = 50;
+constexpr std::size_t kBacklogToSkip = 3 * ImageRing::kMaxWaiting;
+constexpr uint64_t kShortestPatienceNs = 50 * kMillisecond;
+constexpr uint64_t kLongestPatienceNs = 200 * kMillisecond;
+constexpr uint8_t kVersionWithImu = 5;
+
+constexpr uint64_t kLookNs = 50 * kMillisecond;
+
+constexpr int kBadKey = -6;
+constexpr int kNotDescribed = -5;
+constexpr int kKeyRefused = -4;
+constexpr int kNotConnected = -3;
+constexpr int kUnknownHost = -2;
+constexpr int kBadAddress = -1;
+constexpr int kRefused = -1;
+constexpr int kUnknown = -1;
+
+const ControlState* find(const std::vector<ControlState>& controls, VIDEO_SETTINGS setting) {
+    const auto found = std::find_if(controls.begin(), controls.end(),
+                                    [&](const ControlState& state) { return state.control == setting; });
+    return found == controls.end() ? nullptr : &*found;
+}
+
+}  // namespace
+
+StreamReceiver::StreamReceiver(Clock& systemClock, CalibrationSource& calibration,
+                               std::unique_ptr<rlxrw::RLXVideo> recorder, bool tellMore)
+    : clock(systemClock),
+      calibrationSource(calibration),
+      ownRecorder(std::move(recorder)),
+      verbose(tellMore),
+      images(clock, ledger),
+      control(clock),
+      link(clock, {[this] { reassembler.restart(); },
+                   [this](const uint8_t* data, std::size_t size) { reassembler.feed(data, size); },
+                   [this] {
+                       IMUPacket newest;
+                       return samples.newest(newest) ? newest.imu_timestamp : 0;
+                   }}),
+      reassembler(queue, samples, ledger, link.keyFrameWanted(),
+                  [this](DescriptionRecord&& record) { adopt(std::move(record)); }) {}
+
+StreamReceiver::~StreamReceiver() {
+    close();
+}
+
+void StreamReceiver::close() {
+    opened = false;
+    control.stop();
+    link.stop();
+    stopWanted.store(true, std::memory_order_release);
+    if (decoding.joinable()) {
+        decoding.join();
+    }
+}
+
+int StreamReceiver::open(String ip, unsigned short port, int /*unused*/) {
+    close();
+    const uint64_t deadline = clock.monotonicNanoseconds() + kOpenNs;
+    if (ip.empty() || port == 0) {
+        ORU_LOG(Error, "{} \"{}\" port {} is no address of a stream", kTagStreaming, ip.get(), port);
+        return kBadAddress;
+    }
+    const auto found = keysFromEnvironment();
+    if (!found) {
+        return kBadKey;
+    }
+    keys = *found;
+    const auto address = resolve(ip.get(), port, kResolveMs);
+    if (!address) {
+        ORU_LOG(Error, "{} the host {} is not known", kTagStreaming, ip.get());
+        return kUnknownHost;
+    }
+    {
+        MutexLock lock(mutex);
+        haveDescription = false;
+    }
+    const uint64_t before = link.connections();
+    link.start(*address, keys.viewing);
+    if (!awaitDescription(deadline)) {
+        const std::string refusal = keyRefusal();
+        link.stop();
+        return complainUnanswered(std::string(ip.get()) + ":" + std::to_string(port), refusal,
+                                  link.connections() > before);
+    }
+    control.start(*address, keys.control);
+    stopWanted.store(false, std::memory_order_release);
+    decoding = std::thread([this] { decodeLoop(); });
+    keyWarned = false;
+    opened = true;
+    return 0;
+}
+
+std::string StreamReceiver::keyRefusal() const {
+    return rejectReasonText(link.rejection(), StreamKeys::kViewingVariable, !keys.viewing.empty());
+}
+
+int StreamReceiver::complainUnanswered(const std::string& address, const std::string& refusal, bool connected) {
+    if (!refusal.empty()) {
+        ORU_LOG(Error, "{} {} refuses this receiver: {}", kTagStreaming, address, refusal);
+        return kKeyRefused;
+    }
+    ORU_LOG(Error, "{} {} {}", kTagStreaming, connected ? "no camera describes itself at" : "no stream answers at",
+            address);
+    return connected ? kNotDescribed : kNotConnected;
+}
+
+bool StreamReceiver::awaitDescription(uint64_t deadline) {
+    int serial = 0;
+    std::string calibration;
+    {
+        MutexLock lock(mutex);
+        const auto ready = [this]() ORU_NO_THREAD_SAFETY_ANALYSIS { return haveDescription; };
+        while (!described.wait_for(mutex, std::chrono::nanoseconds(kLookNs), ready)) {
+            if (clock.monotonicNanoseconds() > deadline || !keyRefusal().empty()) {
+                return false;
+            }
+        }
+        width = senderFacts.camera.width;
+        height = senderFacts.camera.height;
+        serial = senderFacts.camera.serial_number;
+        calibration = senderFacts.calibration;
+        setPatience(senderFacts.fps);
+    }
+    images.resize(std::size_t{width} * height * 2);
+    if (!calibration.empty()) {
+        calibrationSource.offer(serial, std::move(calibration));
+    }
+    return true;
+}
+
+void StreamReceiver::setPatience(int fps) {
+    const uint64_t period = fps > 0 ? 1000 * kMillisecond / static_cast<uint64_t>(fps) : kLongestPatienceNs;
+    images.setPatience(std::clamp(2 * period, kShortestPatienceNs, kLongestPatienceNs));
+}
+
+void StreamReceiver::adopt(DescriptionRecord&& record) {
+    MutexLock lock(mutex);
+    const bool sizeChanged = haveDescription && (record.camera.width != senderFacts.camera.width ||
+                                                 record.camera.height != senderFacts.camera.height);
+    if (sizeChanged) {
+        // The application's buffers have the old size; the sender's images are refused until it opens again.
+        if (!std::exchange(sizeWarned, true)) {
+            ORU_LOG(Warning, "{} the sender now has {} x {} pictures; open the stream again", kTagStreaming,
+                    record.camera.width, record.camera.height);
+        }
+        return;
+    }
+    if (verbose && haveDescription && record.session != senderFacts.session) {
+        ORU_LOG(Info, "{} the sender started again", kTagStreaming);
+    }
+    senderFacts = std::move(record);
+    haveDescription = true;
+    sizeWarned = false;
+    described.notify_all();
+}
+
+/// A sender that was started again with another key would else be silent without a word.
+void StreamReceiver::complainOfKey() {
+    if (keyWarned) {
+        return;
+    }
+    if (const std::string refusal = keyRefusal(); !refusal.empty()) {
+        keyWarned = true;
+        ORU_LOG(Warning, "{} the sender refuses this receiver: {}", kTagStreaming, refusal);
+    }
+}
+
+bool StreamReceiver::readStreamData(unsigned char* image, unsigned char* /*second*/) {
+    if (!opened || image == nullptr) {
+        return false;
+    }
+    const bool silent = link.silent();
+    if (silent) {
+        complainOfKey();
+    }
+    const std::optional<FrameFacts> facts = images.read(image, silent ? 0 : kReadNs);
+    if (facts) {
+        frame = *facts;
+    }
+    return facts.has_value();
+}
+
+void StreamReceiver::decodeLoop() {
+    CodedImage image;
+    needsKey = true;
+    while (!stopWanted.load(std::memory_order_acquire)) {
+        if (queue.pop(image, kDecodeWaitMs)) {
+            decodeImage(image);
+        }
+    }
+}
+
+void StreamReceiver::lose(FrameLedger::Cause cause) {
+    ledger.lost(cause);
+    needsKey = true;
+    link.keyFrameWanted().store(true, std::memory_order_release);
+}
+
+bool StreamReceiver::prepareDecoder(VideoCodec codec) {
+    return decoder.codec() == codec || decoder.open(codec, width, height);
+}
+
+void StreamReceiver::decodeImage(CodedImage& image) {
+    const FrameRecord& record = image.record;
+    if (needsKey && !record.key_frame) {
+        lose(&FrameCounters::damaged);
+        return;
+    }
+    uint8_t* coded = image.bytes.data() + image.bytes.size() - image.padding - record.image_bytes;
+    const AVFrame* decoded = nullptr;
+    if (prepareDecoder(image.codec)) {
+        decoded = decoder.decode(coded, record.image_bytes, static_cast<int64_t>(record.frame_id));
+    }
+    if (decoded == nullptr) {
+        decoder.close();
+        lose(&FrameCounters::decode_failed);
+        return;
+    }
+    needsKey = false;
+    if (queue.size() > kBacklogToSkip) {
+        ledger.lost(&FrameCounters::overwritten);
+        return;
+    }
+    planarToPacked(*decoded, images.beginWrite());
+    images.publish({record.frame_id, record.timestamp_ns, record.has_metadata, record.metadata});
+}
+
+StreamDescription StreamReceiver::description() {
+    MutexLock lock(mutex);
+    return senderFacts.camera;
+}
+
+int StreamReceiver::announcedFps() {
+    MutexLock lock(mutex);
+    return std::max(0, senderFacts.fps);
+}
+
+StreamImuPose StreamReceiver::announcedImuPose() {
+    MutexLock lock(mutex);
+    return senderFacts.pose_known ? senderFacts.pose : StreamImuPose{};
+}
+
+int StreamReceiver::versionByte() {
+    MutexLock lock(mutex);
+    return senderFacts.version_byte;
+}
+
+bool StreamReceiver::canSupplyCurrentImu() {
+    IMUPacket unused;
+    const bool announced = versionByte() >= kVersionWithImu && description().has_imu;
+    return announced && samples.newest(unused);
+}
+
+/// Asks the sender, when there is a control right. Nothing: there is none, or no good answer.
+std::optional<ControlMessage> StreamReceiver::askWithRight(ControlOperation operation, VIDEO_SETTINGS setting) {
+    if (!opened || keys.control.empty()) {
+        return std::nullopt;
+    }
+    ControlMessage request;
+    request.operation = operation;
+    request.control = setting;
+    const auto reply = control.ask(request);
+    return reply && reply->status == ControlStatus::DONE ? reply : std::nullopt;
+}
+
+int StreamReceiver::write(const ControlMessage& request) {
+    const auto reply = control.ask(request);
+    if (reply && reply->status == ControlStatus::DONE) {
+        return 0;
+    }
+    ORU_LOG(Warning, "{} control {} was not written: {}", kTagStreaming, static_cast<int>(request.control),
+            control.refusal());
+    return kRefused;
+}
+
+bool StreamReceiver::valueRange(VIDEO_SETTINGS setting, int& min, int& max) {
+    if (const auto reply = askWithRight(ControlOperation::RANGE, setting)) {
+        min = reply->values[0];
+        max = reply->values[1];
+        return true;
+    }
+    MutexLock lock(mutex);
+    const ControlState* state = find(senderFacts.controls, setting);
+    if (state == nullptr || !state->range_known) {
+        return false;
+    }
+    min = state->minimum;
+    max = state->maximum;
+    return true;
+}
+
+int StreamReceiver::getGrabberSettingsValue(VIDEO_SETTINGS setting) {
+    if (const auto reply = askWithRight(ControlOperation::READ, setting)) {
+        return reply->values[0];
+    }
+    MutexLock lock(mutex);
+    const ControlState* state = find(senderFacts.controls, setting);
+    if (state != nullptr && state->value_known) {
+        return state->value;
+    }
+    // A sender without a camera of its own says nothing of its sharpness: neutral then.
+    return setting == SHARPNESS ? 0 : kUnknown;
+}
+
+int StreamReceiver::setGrabberSettingsValue(VIDEO_SETTINGS setting, int value, bool automatic) {
+    ControlMessage request;
+    request.operation = ControlOperation::WRITE;
+    request.control = setting;
+    request.automatic = automatic;
+    if (!automatic) {
+        request.count = 1;
+        request.values[0] = value;
+    }
+    return write(request);
+}
+
+int StreamReceiver::getGrabberSettingsValue(VIDEO_SETTINGS setting, int /*side*/, Rect& region) {
+    const auto reply = setting == AEC_AGC_ROI ? askWithRight(ControlOperation::READ, setting) : std::nullopt;
+    if (reply) {
+        const auto number = [&](std::size_t i) { return static_cast<uint64_t>(std::max(0, reply->values[i])); };
+        region = {number(0), number(1), number(2), number(3)};
+        return 0;
+    }
+    MutexLock lock(mutex);
+    if (setting != AEC_AGC_ROI || !senderFacts.region_known) {
+        return kUnknown;
+    }
+    region = senderFacts.region;
+    return 0;
+}
+
+int StreamReceiver::setGrabberSettingsValue(VIDEO_SETTINGS setting, int /*side*/, Rect region, bool reset) {
+    ControlMessage request;
+    request.operation = ControlOperation::WRITE;
+    request.control = setting;
+    request.automatic = reset;
+    if (!reset) {
+        // What does not fit is out of every image, and the sender says so.
+        const auto number = [](uint64_t value) { return static_cast<int32_t>(std::min<uint64_t>(value, INT32_MAX)); };
+        request.count = 4;
+        request.values = {number(region.x), number(region.y), number(region.width), number(region.height)};
+    }
+    return write(request);
+}
+
+}  // namespace oru::stream

@@ -1,0 +1,97 @@
+#include "backends/stream/receiver/image_ring.hpp"
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+
+namespace oru::stream {
+
+void ImageRing::resize(std::size_t bytes) {
+    for (Slot& slot : slots) {
+        slot.pixels.resize(bytes);
+    }
+    MutexLock lock(mutex);
+    count = 0;
+    writing = kNone;
+    reading = kNone;
+    readNs = 0;
+}
+
+void ImageRing::setPatience(uint64_t nanoseconds) {
+    MutexLock lock(mutex);
+    patienceNs = nanoseconds;
+}
+
+std::size_t ImageRing::popOldest() {
+    const std::size_t oldest = waiting[0];
+    std::copy(waiting.begin() + 1, waiting.begin() + static_cast<std::ptrdiff_t>(count), waiting.begin());
+    --count;
+    return oldest;
+}
+
+bool ImageRing::isFree(std::size_t slot) const {
+    const auto* end = waiting.begin() + count;
+    return slot != writing && slot != reading && std::find(waiting.begin(), end, slot) == end;
+}
+
+void ImageRing::giveUpAllButNewest() {
+    ledger.lost(&FrameCounters::overwritten, count - 1);
+    waiting[0] = waiting[count - 1];
+    count = 1;
+}
+
+unsigned char* ImageRing::beginWrite() {
+    MutexLock lock(mutex);
+    writing = kNone;
+    const uint64_t now = clock.monotonicNanoseconds();
+    if (count == kMaxWaiting && readNs != 0 && now - readNs < patienceNs) {
+        const auto room = [this]() ORU_NO_THREAD_SAFETY_ANALYSIS { return count < kMaxWaiting; };
+        taken.wait_for(mutex, std::chrono::nanoseconds(patienceNs - (now - readNs)), room);
+    }
+    if (count == kMaxWaiting) {
+        (void)popOldest();
+        ledger.lost(&FrameCounters::overwritten);
+    }
+    std::size_t slot = 0;
+    while (!isFree(slot)) {
+        ++slot;
+    }
+    writing = slot;
+    return slots[slot].pixels.data();
+}
+
+void ImageRing::publish(const FrameFacts& facts) {
+    {
+        MutexLock lock(mutex);
+        slots[writing].facts = facts;
+        slots[writing].published_ns = clock.monotonicNanoseconds();
+        waiting[count++] = writing;
+        writing = kNone;
+    }
+    published.notify_one();
+}
+
+std::optional<FrameFacts> ImageRing::read(unsigned char* image, uint64_t wait_ns) {
+    std::size_t slot = kNone;
+    {
+        MutexLock lock(mutex);
+        const auto ready = [this]() ORU_NO_THREAD_SAFETY_ANALYSIS { return count > 0; };
+        if (!published.wait_for(mutex, std::chrono::nanoseconds(wait_ns), ready)) {
+            return std::nullopt;
+        }
+        if (clock.monotonicNanoseconds() - slots[waiting[0]].published_ns > patienceNs) {
+            giveUpAllButNewest();
+        }
+        slot = popOldest();
+        reading = slot;
+        readNs = clock.monotonicNanoseconds();
+    }
+    taken.notify_one();
+    std::memcpy(image, slots[slot].pixels.data(), slots[slot].pixels.size());
+    MutexLock lock(mutex);
+    reading = kNone;
+    ledger.delivered();
+    return slots[slot].facts;
+}
+
+}  // namespace oru::stream

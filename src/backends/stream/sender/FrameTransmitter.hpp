@@ -1,0 +1,73 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+#include "backends/stream/sender/RetransmitBuffer.hpp"
+#include "backends/stream/sender/SampleQueue.hpp"
+#include "backends/stream/sender/Subscribers.hpp"
+#include "backends/stream/sender/camera_description.hpp"
+#include "backends/stream/sender/frame_queue.hpp"
+#include "backends/stream/sender/video_encoder.hpp"
+#include "backends/stream/wire/TsWriter.hpp"
+#include "backends/stream/wire/records.hpp"
+#include "collaborators/UDPOutput.hpp"
+
+namespace oru::stream {
+
+/// Encodes a frame, puts it and what belongs to it into the transport stream, and hands that to the subscribers.
+/// Threads: the encoding thread.
+class FrameTransmitter final : private Subscribers::MissedSamples {
+public:
+    FrameTransmitter(Subscribers& receivers, CameraDescriber& facts, SampleQueue& sampleQueue, uint64_t sessionNumber);
+
+    /// False: there is no encoder for this codec and size.
+    [[nodiscard]] bool open(const UDPOutConfig& configuration);
+    /// Sends one frame, with the samples that have come until it is encoded.
+    /// False: the encoder failed; it starts anew with the next frame.
+    [[nodiscard]] bool sendFrame(const OutgoingFrame& frame, bool key_frame, uint64_t skipped);
+    /// Sends samples without a frame, so that receivers know that the sender lives, and a description if asked to.
+    void sendSamples(int64_t pts, uint64_t last_id, bool describe);
+    /// Nobody listens: what waits is only for a receiver that comes back.
+    void setSamplesAside();
+    [[nodiscard]] bool setBitrate(uint32_t kilobits) { return encoder.setBitrate(kilobits); }
+    [[nodiscard]] const char* encoderName() const { return encoder.name(); }
+
+private:
+    /// Facts of the frames that the encoder has not given back yet.
+    static constexpr std::size_t kPending = 16;
+    struct Pending {
+        int64_t pts = -1;
+        uint64_t id = 0;
+        Timestamp timestamp = 0;
+        rlxrw::rlxSampleMetadata metadata{};
+    };
+
+    [[nodiscard]] uint64_t oldest() const override { return history.begin(); }
+    [[nodiscard]] std::optional<uint64_t> after(Timestamp time) const override { return history.after(time); }
+    uint64_t write(std::vector<uint8_t>& target, const Subscribers::Block& block, uint64_t first) override;
+    void transmit(const VideoEncoder::Coded& coded, uint64_t skipped);
+    void writeDescriptionPacket(int64_t pts);
+    void writeRecordPacket(const FrameRecord& record, int64_t pts);
+    void send(Subscribers::Part part);
+
+    Subscribers& subscribers;
+    CameraDescriber& cameraFacts;
+    SampleQueue& queue;
+    uint64_t session;
+    VideoEncoder encoder;
+    VideoEncoder::Settings settings;
+    TsWriter muxer;
+    std::vector<uint8_t> recordBytes;
+    std::vector<IMUPacket> samples;
+    RetransmitBuffer history;
+    uint64_t firstSample = 0;  ///< of the block in hand
+    uint64_t blockPts = 0;
+    uint64_t frameBefore = 0;  ///< number of the frame before the block in hand
+    std::array<Pending, kPending> pending;
+    std::size_t nextPending = 0;
+};
+
+}  // namespace oru::stream

@@ -1,0 +1,283 @@
+#include "backends/stream/sender/StreamSender.hpp"
+
+#include <algorithm>
+#include <random>
+
+#include "backends/stream/wire/image_format.hpp"
+#include "logging/log.hpp"
+#include "logging/messages.hpp"
+
+namespace oru::stream {
+namespace {
+
+constexpr uint64_t kMillisecond = 1000000;
+constexpr int kSilenceMs = 50;
+constexpr uint64_t kSamplesEveryNs = 200 * kMillisecond;
+constexpr uint64_t kDescribeAfterNs = 500 * kMillisecond;
+constexpr uint64_t kKeyFrameEveryNs = 200 * kMillisecond;
+constexpr uint64_t kAdaptEveryNs = 500 * kMillisecond;
+constexpr int kRoomMs = 100;
+
+constexpr int kBadConfiguration = -1;
+constexpr int kBadKey = -6;
+constexpr int kNoEncoder = 1;
+constexpr int kNoMemory = 2;
+
+uint64_t drawSession() {
+    std::random_device device;
+    return static_cast<uint64_t>(device()) << 32 | device();
+}
+
+bool acceptable(const UDPOutConfig& configuration) {
+    const auto side = [](uint32_t value) { return value >= 16 && value <= kMaxImageSide && value % 2 == 0; };
+    return side(configuration.width) && side(configuration.height) && configuration.port != 0 &&
+           configuration.bitrate > 0 && (configuration.codec == PLAIN_CODEC || configuration.codec == DENSE_CODEC);
+}
+
+}  // namespace
+
+StreamSender::StreamSender(Clock& systemClock, CalibrationSource& calibrationSource, bool tellMore)
+    : clock(systemClock), calibration(calibrationSource), verbose(tellMore) {}
+
+StreamSender::~StreamSender() {
+    close();
+}
+
+void StreamSender::close() {
+    running.store(false, std::memory_order_release);
+    if (encoding.joinable()) {
+        encoding.join();
+    }
+    if (subscribers) {
+        subscribers->close();
+        controls.reset();
+        const FrameCounters seen = ledger.counters();
+        if (verbose) {
+            ORU_LOG(Info, "{} sent {} of {} frames", kTagStreaming, seen.delivered, seen.produced);
+        }
+    }
+}
+
+int StreamSender::open(UDPOutConfig configuration) {
+    close();
+    if (!acceptable(configuration)) {
+        ORU_LOG(Error, "{} a stream of {} x {} pixels at {} kbit/s on port {} is not possible", kTagStreaming,
+                configuration.width, configuration.height, configuration.bitrate, configuration.port);
+        return kBadConfiguration;
+    }
+    const auto keys = keysFromEnvironment();
+    if (!keys) {
+        return kBadKey;
+    }
+    settings = configuration;
+    const uint64_t session = drawSession();
+    facts = std::make_unique<CameraDescriber>(configuration, session,
+                                              calibration.text(static_cast<int>(configuration.serial_number)));
+    if (!keys->control.empty()) {
+        controls = std::make_unique<ControlServer>(clock, keys->control, [this] { facts->expire(); });
+    }
+    subscribers = std::make_unique<Subscribers>(clock, *keys, [this](SrtSocket&& socket, const std::string& address) {
+        controls->adopt(std::move(socket), address);
+    });
+    transmitter = std::make_unique<FrameTransmitter>(*subscribers, *facts, samples, session);
+    bitrateControl = std::make_unique<BitrateControl>(configuration.bitrate);
+    if (!frameQueue.allocate(configuration.width, configuration.height)) {
+        return kNoMemory;
+    }
+    if (!transmitter->open(configuration)) {
+        ORU_LOG(Error, "{} no encoder for {}", kTagStreaming, configuration.codec == DENSE_CODEC ? "H.265" : "H.264");
+        return kNoEncoder;
+    }
+    {
+        MutexLock lock(pacingMutex);
+        decimator = FrameDecimator(configuration.fps);
+        pacer = LoadPacer(configuration.fps);
+    }
+    startedNs = clock.monotonicNanoseconds();
+    if (const int status = subscribers->open(configuration.port, configuration.chunk_size); status != 0) {
+        return status;
+    }
+    ORU_LOG(Info, "{} sending on port {} with {}; viewing {}, control {}", kTagStreaming, configuration.port,
+            transmitter->encoderName(), keys->viewing.empty() ? "open to all" : "with the key",
+            controls ? "with the control key" : "from outside refused");
+    bitrateNow.store(configuration.bitrate, std::memory_order_relaxed);
+    running.store(true, std::memory_order_release);
+    encoding = std::thread([this] { encodeLoop(); });
+    return 0;
+}
+
+void StreamSender::setGrabber(LiveCameraGrabber* grabber) {
+    if (facts) {
+        facts->setGrabber(grabber);
+    }
+    if (controls) {
+        controls->setGrabber(grabber);
+    }
+}
+
+bool StreamSender::admit(Timestamp time) {
+    MutexLock lock(pacingMutex);
+    if (!decimator.take(time)) {
+        return false;
+    }
+    if (subscribers->empty() || pacer.admit()) {
+        return true;
+    }
+    noteSkippedFrame();
+    return false;
+}
+
+void StreamSender::asyncingestYUVFrame(unsigned char* pixels, Timestamp time, rlxrw::rlxSampleMetadata metadata,
+                                       int size) {
+    const std::size_t expected = std::size_t{settings.width} * settings.height * 2;
+    if (!isRunning() || pixels == nullptr || size < 0 || static_cast<std::size_t>(size) < expected || !admit(time)) {
+        return;
+    }
+    OutgoingFrame* frame = frameQueue.reserve();
+    if (frame == nullptr) {
+        noteSkippedFrame();
+        MutexLock lock(pacingMutex);
+        pacer.noteOverflow();
+        return;
+    }
+    copying.store(true, std::memory_order_release);
+    frame->id = nextId.fetch_add(1, std::memory_order_relaxed) + 1;
+    frame->timestamp = time;
+    frame->metadata = metadata;
+    frame->filled = !subscribers->empty();
+    if (frame->filled) {
+        packedToPlanar(pixels, *frame->image);
+    }
+    facts->noticeMetadata(metadata);
+    ledger.delivered();
+    frameQueue.commit();
+    copying.store(false, std::memory_order_release);
+}
+
+void StreamSender::noteSkippedFrame() {
+    skipped.fetch_add(1, std::memory_order_relaxed);
+    ledger.lost(&FrameCounters::sender_busy);
+}
+
+StreamingStatus StreamSender::status() const {
+    StreamingStatus status;
+    status.frames = ledger.counters();
+    if (!isRunning()) {
+        return status;
+    }
+    const Subscribers::State state = subscribers->state();
+    status.receivers = state.receivers;
+    status.bitrate = bitrateNow.load(std::memory_order_relaxed);
+    status.frames_sent = sent.load(std::memory_order_relaxed);
+    status.frames_held_back = state.held_back_frames;
+    status.packets_sent = state.sent_packets;
+    status.packets_repeated = state.repeated_packets;
+    status.bytes_sent = state.sent_bytes;
+    status.samples_lost = state.lost_samples + samplesLost.load(std::memory_order_relaxed);
+    status.backlog_ms = state.backlog_ms;
+    return status;
+}
+
+void StreamSender::waitingestYUVFrameProcessing() {
+    if (isRunning()) {
+        frameQueue.waitForRoom(kRoomMs);
+    }
+}
+
+void StreamSender::ingestIMU(IMUPacket packet) {
+    if (!carriesImu()) {
+        return;
+    }
+    facts->noticeSample();
+    if (!samples.push(packet) && samplesLost.fetch_add(1, std::memory_order_relaxed) == 0) {
+        ORU_LOG(Warning, "{} inertial samples come faster than they can be sent", kTagStreaming);
+    }
+}
+
+int64_t StreamSender::ticks() const {
+    constexpr uint64_t kNanosecondsPer9Ticks = 100000;
+    return static_cast<int64_t>((clock.monotonicNanoseconds() - startedNs) * 9 / kNanosecondsPer9Ticks) + 1;
+}
+
+bool StreamSender::keyFrameDue(uint64_t now) {
+    const bool wanted = subscribers->takeKeyFrameWish() || forceKey;
+    forceKey = wanted && now - keyFrameNs < kKeyFrameEveryNs;
+    return wanted && !forceKey;
+}
+
+void StreamSender::encodeLoop() {
+    while (isRunning()) {
+        const OutgoingFrame* frame = frameQueue.take(kSilenceMs);
+        if (frame == nullptr) {
+            handleSilence();
+            continue;
+        }
+        handleFrame(*frame);
+        frameQueue.release();
+    }
+}
+
+void StreamSender::handleFrame(const OutgoingFrame& frame) {
+    const uint64_t begin = clock.monotonicNanoseconds();
+    lastTicks = std::max(lastTicks + 1, ticks());
+    frame.image->pts = lastTicks;
+    if (subscribers->empty()) {
+        transmitter->setSamplesAside();
+    }
+    if (subscribers->empty() || !frame.filled) {
+        return;
+    }
+    facts->refresh(begin);
+    const bool key = keyFrameDue(begin);
+    if (key) {
+        keyFrameNs = begin;
+    }
+    if (transmitter->sendFrame(frame, key, skipped.load(std::memory_order_relaxed))) {
+        sent.fetch_add(1, std::memory_order_relaxed);
+    } else {
+        ORU_LOG(Warning, "{} the encoder {} failed and starts again", kTagStreaming, transmitter->encoderName());
+        forceKey = true;
+    }
+    sentNs = clock.monotonicNanoseconds();
+    adaptBitrate(sentNs);
+    MutexLock lock(pacingMutex);
+    if (pacer.measured(sentNs - begin)) {
+        ORU_LOG(Warning, "{} {} is too slow here for every frame: frames are skipped evenly", kTagStreaming,
+                transmitter->encoderName());
+    }
+}
+
+void StreamSender::handleSilence() {
+    const uint64_t now = clock.monotonicNanoseconds();
+    if (subscribers->empty()) {
+        transmitter->setSamplesAside();
+        return;
+    }
+    const bool describe = subscribers->descriptionOverdue(facts->complete() ? 0 : kDescribeAfterNs);
+    if (!describe && now - sentNs < kSamplesEveryNs) {
+        return;
+    }
+    facts->refresh(now);
+    lastTicks = std::max(lastTicks + 1, ticks());
+    transmitter->sendSamples(lastTicks, nextId.load(std::memory_order_relaxed), describe);
+    sentNs = now;
+}
+
+void StreamSender::adaptBitrate(uint64_t now) {
+    if (!settings.adaptive_bitrate || now - adaptedNs < kAdaptEveryNs) {
+        return;
+    }
+    adaptedNs = now;
+    const Subscribers::State state = subscribers->state();
+    const uint32_t before = bitrateControl->current();
+    const uint32_t wanted =
+        bitrateControl->update({state.sent_packets, state.repeated_packets, state.held_back_frames, state.backlog_ms});
+    if (wanted == before) {
+        return;
+    }
+    ORU_LOG(Debug, "{} bitrate {} kbit/s", kTagStreaming, wanted);
+    bitrateNow.store(wanted, std::memory_order_relaxed);
+    forceKey = !transmitter->setBitrate(wanted) || forceKey;
+}
+
+}  // namespace oru::stream
