@@ -45,7 +45,7 @@ private:
 /// The real collaborators, with a rectifier that is listened to.
 class OverheardFactory final : public CollaboratorFactory {
 public:
-    explicit OverheardFactory(std::shared_ptr<CollaboratorFactory> neighbours) : real(std::move(neighbours)) {}
+    explicit OverheardFactory(std::shared_ptr<CollaboratorFactory> collaborators) : real(std::move(collaborators)) {}
 
     std::unique_ptr<LiveCameraGrabber> makeGrabber(INPUT_TYPE type) override { return real->makeGrabber(type); }
     std::unique_ptr<rlxrw::RLXVideo> makeRlxVideo(RlxRole role) override { return real->makeRlxVideo(role); }

@@ -172,7 +172,7 @@ private:
     void completeStreamingParameters(uint32_t fps);
     [[nodiscard]] UDPOutConfig senderConfiguration(uint32_t fps) const;
 
-    std::shared_ptr<CollaboratorFactory> neighbours;  // shared: a Mat of the application may outlive the camera
+    std::shared_ptr<CollaboratorFactory> collaborators;  // shared: a Mat of the application may outlive the camera
     std::atomic<bool> opened{false};
     std::shared_ptr<LiveCameraGrabber> grabber;  // shared: a sender may still use the grabber of a closed camera
     CameraDescription cameraInformation;

@@ -47,7 +47,7 @@ int CameraOneImpl::readCameraParam() {
     ConfManager manager;
     openConfFile(directory, serial, manager);
     if (!manager.is_open) {
-        (void)neighbours->calibration().downloadCalibFile(initParameters.settings_path, serial);
+        (void)collaborators->calibration().downloadCalibFile(initParameters.settings_path, serial);
         openConfFile(directory, serial, manager);
     }
     if (!manager.is_open) {

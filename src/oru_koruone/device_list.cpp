@@ -3,7 +3,7 @@
 namespace oru {
 
 std::vector<DeviceProperties> CameraOneImpl::getDeviceList() const {
-    std::vector<DeviceProperties> devices = neighbours->devices().getGrabberList(true);
+    std::vector<DeviceProperties> devices = collaborators->devices().getGrabberList(true);
     std::erase_if(devices, [](const DeviceProperties& device) {
         return device.model != MODEL_MONO_3UM && device.model != MODEL_MONO_2UM;
     });

@@ -59,7 +59,7 @@ ERROR_CODE CameraOneImpl::takeFrame() {
 void CameraOneImpl::pauseBetweenAttempts() {
     timespec pause = kPause;
     timespec rest{};
-    while (neighbours->clock().nanosleep(pause, &rest) != 0 && (rest.tv_sec > 0 || rest.tv_nsec > 0)) {
+    while (collaborators->clock().nanosleep(pause, &rest) != 0 && (rest.tv_sec > 0 || rest.tv_nsec > 0)) {
         pause = rest;
         rest = {};
     }

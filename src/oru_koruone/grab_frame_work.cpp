@@ -7,7 +7,7 @@
 namespace oru {
 
 void CameraOneImpl::processNewFrame() {
-    actualFrameRateInspector.update(neighbours->clock().systemNanoseconds());
+    actualFrameRateInspector.update(collaborators->clock().systemNanoseconds());
     ORU_LOG(Debug, "Grab new frame");
     const Timestamp imageTime = frameRateInspector.currentTimestamp;
     std::vector<IMUPacket> packets = collectImuPackets(imageTime);
@@ -21,7 +21,7 @@ void CameraOneImpl::processNewFrame() {
         const MutexLock lock(imuMutex);
         frameImuPackets.swap(packets);
     }
-    const GpuContextScope context(neighbours->gpu(), initParameters.cuda_context);
+    const GpuContextScope context(collaborators->gpu(), initParameters.cuda_context);
     rectifier->process(image, cudaStream);
 }
 

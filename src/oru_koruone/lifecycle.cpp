@@ -6,14 +6,14 @@ namespace oru {
 
 CameraOneImpl::CameraOneImpl() : CameraOneImpl(CollaboratorFactory::processDefault()) {}
 
-CameraOneImpl::CameraOneImpl(std::shared_ptr<CollaboratorFactory> factory) : neighbours(std::move(factory)) {
+CameraOneImpl::CameraOneImpl(std::shared_ptr<CollaboratorFactory> factory) : collaborators(std::move(factory)) {
     // Built before the camera, so that a global camera finds its logger until the end.
     (void)KoruLogger::get_instance();
-    grabber = neighbours->makeGrabber(INPUT_TYPE_PENDING);
-    rectifier = neighbours->makeRectifier();
-    rlxRecorder = neighbours->makeRlxVideo(CollaboratorFactory::RlxRole::recorder);
-    rlxReader = neighbours->makeRlxVideo(CollaboratorFactory::RlxRole::reader);
-    playbackRecorder = neighbours->makePlaybackRecorder();
+    grabber = collaborators->makeGrabber(INPUT_TYPE_PENDING);
+    rectifier = collaborators->makeRectifier();
+    rlxRecorder = collaborators->makeRlxVideo(CollaboratorFactory::RlxRole::recorder);
+    rlxReader = collaborators->makeRlxVideo(CollaboratorFactory::RlxRole::reader);
+    playbackRecorder = collaborators->makePlaybackRecorder();
     resetVariables();
 }
 
@@ -93,13 +93,13 @@ void CameraOneImpl::destroySender() {
 }
 
 void CameraOneImpl::freeRectifier() {
-    const GpuContextScope context(neighbours->gpu(), initParameters.cuda_context);
+    const GpuContextScope context(collaborators->gpu(), initParameters.cuda_context);
     rectifier->free();
 }
 
 void CameraOneImpl::releaseCudaStream() {
     if (cudaStream != nullptr) {
-        (void)neighbours->gpu().cudaStreamDestroy(cudaStream);
+        (void)collaborators->gpu().cudaStreamDestroy(cudaStream);
         cudaStream = nullptr;
     }
 }

@@ -68,7 +68,7 @@ ERROR_CODE CameraOneImpl::open(const InitParametersOne& params) {
 
 void CameraOneImpl::replaceGrabber() {
     grabber.reset();
-    grabber = neighbours->makeGrabber(INPUT_TYPE_PENDING);
+    grabber = collaborators->makeGrabber(INPUT_TYPE_PENDING);
     grabber->setInputType(GMSL);
     grabber->setMonoCapture(true);
 }

@@ -28,9 +28,9 @@ ERROR_CODE CameraOneImpl::finishOpen() {
         return loaded;
     }
     prepareGpuContext();
-    const GpuContextScope context(neighbours->gpu(), initParameters.cuda_context);
+    const GpuContextScope context(collaborators->gpu(), initParameters.cuda_context);
     releaseCudaStream();
-    (void)neighbours->gpu().cudaStreamCreate(&cudaStream);
+    (void)collaborators->gpu().cudaStreamCreate(&cudaStream);
     CameraModeDescription& configuration = cameraInformation.configuration;
     configuration.calibration = rectifier->setup(configuration.raw_calibration, cudaStream, imageFlipped);
     if (imageFlipped) {
@@ -69,7 +69,7 @@ void CameraOneImpl::prepareGpuContext() {
     if (initParameters.cuda_context != nullptr) {
         return;
     }
-    GpuRuntime& gpu = neighbours->gpu();
+    GpuRuntime& gpu = collaborators->gpu();
     (void)gpu.cudaSetDevice(0);
     (void)gpu.cuCtxGetCurrent(&initParameters.cuda_context);
     if (initParameters.cuda_context == nullptr) {

@@ -107,7 +107,7 @@ ERROR_CODE CameraOneImpl::selectLiveDevice(bool& hdrAdjusted) {
 }
 
 ERROR_CODE CameraOneImpl::findDeviceBySerial(uint32_t serial) {
-    for (const DeviceProperties& device : neighbours->devices().getGMSLDevices(true, false)) {
+    for (const DeviceProperties& device : collaborators->devices().getGMSLDevices(true, false)) {
         if (device.serial_number != serial) {
             continue;
         }
@@ -218,7 +218,7 @@ void CameraOneImpl::measureOrientation(KORUmcu& mcu) {
         } else if (++waits > kPoseWaits) {
             break;
         } else {
-            (void)neighbours->clock().nanosleep(kPoseWait, nullptr);
+            (void)collaborators->clock().nanosleep(kPoseWait, nullptr);
         }
     }
     if (samples == 0) {

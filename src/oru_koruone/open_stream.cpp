@@ -32,7 +32,7 @@ ERROR_CODE CameraOneImpl::openStream() {
     }
     // The first receiver goes before the next one connects.
     streamInput.reset();
-    streamInput = neighbours->makeStreamInput(initParameters.verbosity != 0);
+    streamInput = collaborators->makeStreamInput(initParameters.verbosity != 0);
     if (!streamInput) {
         return ORU_REPORT(NOT_SUPPORTED);
     }

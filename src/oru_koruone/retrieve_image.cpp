@@ -23,7 +23,7 @@ ERROR_CODE CameraOneImpl::retrieveImage(Mat& destination, VIEW view, MEM memory,
     const MAT_TYPE type = (view & kGrayBit) != 0 ? U8_C1 : U8_C4;
     const bool fits = destination.getWidth() == size.width && destination.getHeight() == size.height &&
                       destination.getDataType() == type;
-    const GpuContextScope context(neighbours->gpu(), initParameters.cuda_context);
+    const GpuContextScope context(collaborators->gpu(), initParameters.cuda_context);
     if (!fits) {
         (void)destination.alloc(size, type, memory);
     }

@@ -54,7 +54,7 @@ ERROR_CODE CameraOneImpl::enableStreaming(StreamingParameters parameters) {
         const uint32_t fps = streamFps(sourceFps());
         completeStreamingParameters(fps);
         destroySender();
-        streamOutput = neighbours->makeStreamOutput(STREAMING_MODE_0, initParameters.verbosity != 0);
+        streamOutput = collaborators->makeStreamOutput(STREAMING_MODE_0, initParameters.verbosity != 0);
         if (!streamOutput) {
             return NOT_SUPPORTED;
         }

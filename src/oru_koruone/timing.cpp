@@ -13,7 +13,7 @@ Timestamp CameraOneImpl::getTimestamp(TIME_REFERENCE reference) const {
         case IMAGE:
             return loadRelaxed(frameRateInspector.currentTimestamp);
         case CURRENT:
-            return neighbours->clock().systemNanoseconds();
+            return collaborators->clock().systemNanoseconds();
         default:
             return 0;
     }
