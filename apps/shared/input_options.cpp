@@ -4,7 +4,6 @@
 
 #include <limits>
 
-#include "koruone/camera/control_access.hpp"
 #include "shared/option_helpers.hpp"
 
 namespace koruone {
@@ -44,12 +43,6 @@ std::string checkEndpoint(std::string& text) {
     return parseEndpoint(text) ? "" : "'" + text + "' is not HOST or HOST:PORT with a port from 1 to 65535";
 }
 
-std::string checkAssignment(std::string& text) {
-    std::string error;
-    (void)parseAssignment(text, error);
-    return error;
-}
-
 void addLiveOptions(CLI::App& command, InputOptions& options) {
     addChoiceOption(command, "--resolution", options.resolution, kResolutions,
                     "Image size of a live camera: HD2160, HD1800, HD1200 (default), HD1080 or HD600");
@@ -61,7 +54,7 @@ void addLiveOptions(CLI::App& command, InputOptions& options) {
 
 }  // namespace
 
-void addInputOptions(CLI::App& command, InputOptions& options) {
+void addInputOptions(CLI::App& command, InputOptions& options, const TextCheck& checkAssignment) {
     auto* source = command.add_option_group("input", "Where the images come from; default: the first free camera");
     addNumberOption(*source, "--id", options.id, -1, 255, "Live camera by its id");
     addNumberOption(*source, "--serial", options.serial, uint32_t{1}, std::numeric_limits<uint32_t>::max(),

@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -25,9 +26,12 @@ struct InputOptions {
     std::vector<std::string> controls;  ///< NAME=VALUE, checked, in the order to be written
 };
 
+/// Says what is wrong with a text, nothing when it is right.
+using TextCheck = std::function<std::string(std::string&)>;
+
 /// Adds --id, --serial, --file, --stream (one of them at most), --realtime, --resolution, --fps, --flip, --hdr, --set
-/// and --settings. `options` must outlive the parsing.
-void addInputOptions(CLI::App& command, InputOptions& options);
+/// (whose texts `checkAssignment` judges) and --settings. `options` must outlive the parsing.
+void addInputOptions(CLI::App& command, InputOptions& options, const TextCheck& checkAssignment);
 
 /// The parameters of open() for these options.
 oru::InitParametersOne initParameters(const InputOptions& options);

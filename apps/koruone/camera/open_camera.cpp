@@ -59,6 +59,14 @@ bool setControls(oru::CameraOne& camera, const InputOptions& options) {
 
 }  // namespace
 
+void addCameraOptions(CLI::App& command, InputOptions& options) {
+    addInputOptions(command, options, [](std::string& text) {
+        std::string error;
+        (void)parseAssignment(text, error);
+        return error;
+    });
+}
+
 bool openCamera(oru::CameraOne& camera, const InputOptions& options) {
     warnOfMissingDirectory(options);
     oru::ERROR_CODE code = camera.open(initParameters(options));

@@ -5,6 +5,9 @@
 
 namespace koruone {
 
+/// Adds the options that choose an input and set controls of it. `options` must outlive the parsing.
+void addCameraOptions(CLI::App& command, InputOptions& options);
+
 /// Opens the input that the options name and writes the controls that they name. A size that goes with another HDR mode
 /// only is opened with that mode, and a calibration file that disagrees with the attached camera is pointed out, both
 /// on standard error. False: not open, and the reason has been said.

@@ -161,7 +161,7 @@ void registerControls(CLI::App& tool, ExitStatus& status) {
     auto options = std::make_shared<ControlsOptions>();
     CLI::App* command = tool.add_subcommand("controls", "Read and write a camera's controls");
     command->require_subcommand(1);
-    addInputOptions(*command, options->input);
+    addCameraOptions(*command, options->input);
     command->add_flag("--json", options->json, "Print JSON");
 
     const auto add = [&](const char* name, const char* text, Action action) {

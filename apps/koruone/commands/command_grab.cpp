@@ -1,6 +1,7 @@
 #include <limits>
 #include <memory>
 
+#include "koruone/camera/open_camera.hpp"
 #include "koruone/commands/commands.hpp"
 #include "koruone/runs/grab_run.hpp"
 #include "shared/option_helpers.hpp"
@@ -22,7 +23,7 @@ constexpr uint64_t kMostFrames = std::numeric_limits<uint64_t>::max();
 void registerGrab(CLI::App& tool, ExitStatus& status) {
     auto options = std::make_shared<GrabOptions>();
     CLI::App* command = tool.add_subcommand("grab", "Take frames, measure, and write pictures");
-    addInputOptions(*command, options->input);
+    addCameraOptions(*command, options->input);
     addNumberOption(*command, "--frames", options->frames, uint64_t{1}, kMostFrames,
                     "How many frames to take (default 90)");
     addNumberOption(*command, "--every", options->every, uint64_t{1}, kMostFrames,

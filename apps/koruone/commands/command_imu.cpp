@@ -1,5 +1,6 @@
 #include <memory>
 
+#include "koruone/camera/open_camera.hpp"
 #include "koruone/commands/commands.hpp"
 #include "koruone/runs/imu_run.hpp"
 #include "shared/option_helpers.hpp"
@@ -14,7 +15,7 @@ constexpr double kMostSeconds = 1e6;
 void registerImu(CLI::App& tool, ExitStatus& status) {
     auto options = std::make_shared<ImuOptions>();
     CLI::App* command = tool.add_subcommand("imu", "Collect inertial samples, with their rate and gaps");
-    addInputOptions(*command, options->input);
+    addCameraOptions(*command, options->input);
     command->add_flag("--current", options->current,
                       "Ask for the newest sample, instead of every sample of the images");
     const auto takeSeconds = [options](const std::string& text) {

@@ -176,7 +176,7 @@ ExitStatus runInfo(const InfoOptions& options) {
 void registerInfo(CLI::App& tool, ExitStatus& status) {
     auto options = std::make_shared<InfoOptions>();
     CLI::App* command = tool.add_subcommand("info", "Describe a camera: calibration, rates, sensors");
-    addInputOptions(*command, options->input);
+    addCameraOptions(*command, options->input);
     addSizeOption(*command, "--size", options->size, "Express the calibration for this size (default: the image's)");
     command->add_flag("--json", options->json, "Print one object");
     command->callback([options, &status] { status = runInfo(*options); });

@@ -1,6 +1,7 @@
 #include <limits>
 #include <memory>
 
+#include "koruone/camera/open_camera.hpp"
 #include "koruone/commands/commands.hpp"
 #include "koruone/runs/record_run.hpp"
 
@@ -15,7 +16,7 @@ constexpr uint32_t kMostKilobits = 1'000'000;
 void registerRecord(CLI::App& tool, ExitStatus& status) {
     auto options = std::make_shared<RecordOptions>();
     CLI::App* command = tool.add_subcommand("record", "Record an input into an RLX file");
-    addInputOptions(*command, options->input);
+    addCameraOptions(*command, options->input);
     command->add_option("FILE", options->file, "The recording, .rlx2 (or .rlx for version 1)")->required();
     auto* length = command->add_option_group("length", "How long; default: until the input ends or Ctrl-C");
     addNumberOption(*length, "--seconds", options->seconds, uint64_t{1}, kMost, "Seconds to record");

@@ -1,5 +1,6 @@
 #include <memory>
 
+#include "koruone/camera/open_camera.hpp"
 #include "koruone/commands/commands.hpp"
 #include "koruone/runs/stream_run.hpp"
 #include "shared/option_helpers.hpp"
@@ -28,7 +29,7 @@ void addStreamOptions(CLI::App& command, oru::StreamingParameters& stream) {
 void registerStream(CLI::App& tool, ExitStatus& status) {
     auto options = std::make_shared<StreamOptions>();
     CLI::App* command = tool.add_subcommand("stream", "Send the images to the network");
-    addInputOptions(*command, options->input);
+    addCameraOptions(*command, options->input);
     addStreamOptions(*command, options->stream);
     const auto takeSeconds = [options](const std::string& text) {
         const auto seconds = parseNumber<double>(text);
