@@ -39,7 +39,8 @@ Json percentile(const TimingHistogram& times, double percent) {
 
 }  // namespace
 
-GrabRun::GrabRun(GrabOptions given) : options(std::move(given)) {}
+GrabRun::GrabRun(GrabOptions given)
+    : options(std::move(given)), loop([this] { return camera.grab(); }, inputKind(options.input), &progress) {}
 
 ExitStatus GrabRun::run() {
     const InterruptGuard guard;
@@ -96,35 +97,21 @@ bool GrabRun::goToFirstFrame() {
 }
 
 void GrabRun::takeFrames() {
-    began = ended = Clock::now();
-    while (taken < options.frames && !interrupted()) {
-        if (!takeFrame(taken)) {
-            return;
-        }
-        progress.show(fmt::format("{}/{} frames, {:.1f} frames/s", taken, options.frames, grabFps()));
+    const auto wants = [this] { return loop.frames() < options.frames; };
+    if (!loop.run(wants, [this] { return useFrame(); })) {
+        fail();
     }
 }
 
-bool GrabRun::takeFrame(uint64_t frame) {
-    const Time start = Clock::now();
-    const oru::ERROR_CODE code = camera.grab();
-    ended = Clock::now();
-    if (code == oru::END_OF_INPUT) {
-        return false;
-    }
-    if (code != oru::SUCCESS) {
-        progress.clear();
-        complain(code, "no frame after " + counted(taken, "frame"), inputKind(options.input));
-        fail();
-        return false;
-    }
-    grabTimes.record(ended - start);
-    lastFrame = ended;
-    if (taken++ == 0) {
-        firstFrame = ended;
-    }
+bool GrabRun::useFrame() {
+    const uint64_t frame = loop.frames() - 1;
+    grabTimes.record(loop.lastTaking());
     writeRow(frame);
-    return frame % options.every != 0 || retrieveFrame(frame);
+    if (frame % options.every == 0 && !retrieveFrame(frame)) {
+        return false;
+    }
+    progress.show(fmt::format("{}/{} frames, {:.1f} frames/s", loop.frames(), options.frames, loop.framesPerSecond()));
+    return true;
 }
 
 bool GrabRun::retrieveFrame(uint64_t frame) {
@@ -132,7 +119,7 @@ bool GrabRun::retrieveFrame(uint64_t frame) {
 }
 
 bool GrabRun::retrieveInto(oru::Mat& image) {
-    const Time start = Clock::now();
+    const Clock::time_point start = Clock::now();
     const oru::ERROR_CODE code = camera.retrieveImage(image, options.view, options.memory, options.size);
     retrieveTimes.record(Clock::now() - start);
     if (code != oru::SUCCESS) {
@@ -174,7 +161,7 @@ oru::Mat* GrabRun::acquireImage() {
         progress.clear();
         complain("the pictures are written more slowly than they come: waiting for the disk each time.");
     }
-    const Time start = Clock::now();
+    const Clock::time_point start = Clock::now();
     oru::Mat* image = writer->acquire();
     waited += Clock::now() - start;
     return image;
@@ -209,21 +196,12 @@ void GrabRun::finishOutput() {
     }
 }
 
-double GrabRun::seconds() const {
-    return toSeconds(ended - began);
-}
-
-double GrabRun::grabFps() const {
-    const double span = toSeconds(lastFrame - firstFrame);
-    return taken < 2 || span <= 0.0 ? 0.0 : static_cast<double>(taken - 1) / span;
-}
-
 void GrabRun::printJson(const oru::FrameCounters& counters) const {
     Json result;
-    result["frames"] = taken;
-    result["seconds"] = number(seconds());
+    result["frames"] = loop.frames();
+    result["seconds"] = number(loop.seconds());
     result["source_fps"] = number(static_cast<double>(sourceFps));
-    result["grab_fps"] = number(grabFps());
+    result["grab_fps"] = number(loop.framesPerSecond());
     result["counters"] = toJson(counters);
     result["grab_p50_us"] = percentile(grabTimes, 50.0);
     result["grab_p99_us"] = percentile(grabTimes, 99.0);
@@ -234,7 +212,7 @@ void GrabRun::printJson(const oru::FrameCounters& counters) const {
 
 void GrabRun::printText(const oru::FrameCounters& counters) const {
     std::string text = fmt::format("{} in {:.3f} s: {:.2f} frames/s from a source of {:.0f} frames/s\n",
-                                   counted(taken, "frame"), seconds(), grabFps(), sourceFps);
+                                   counted(loop.frames(), "frame"), loop.seconds(), loop.framesPerSecond(), sourceFps);
     text += fmt::format("source: {} produced, {} delivered, {} lost", counters.produced, counters.delivered,
                         counters.lost());
     for (const auto& [name, value] : namedCounters(counters)) {

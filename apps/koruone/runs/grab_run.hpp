@@ -8,6 +8,7 @@
 #include "koruone/output/ImageWriter.hpp"
 #include "koruone/output/TimingHistogram.hpp"
 #include "koruone/output/output_file.hpp"
+#include "koruone/runs/FrameLoop.hpp"
 #include "oru/CameraOne.hpp"
 #include "shared/Progress.hpp"
 #include "shared/exit_status.hpp"
@@ -35,12 +36,10 @@ public:
     ExitStatus run();
 
 private:
-    using Time = std::chrono::steady_clock::time_point;
-
     bool prepareOutput();
     bool goToFirstFrame();
     void takeFrames();
-    bool takeFrame(uint64_t frame);
+    bool useFrame();
     bool retrieveFrame(uint64_t frame);
     bool retrieveInto(oru::Mat& image);
     bool writeFrame(uint64_t frame);
@@ -49,8 +48,6 @@ private:
     void finishOutput();
     void fail() { status = EXIT_FAILED; }
 
-    [[nodiscard]] double seconds() const;
-    [[nodiscard]] double grabFps() const;
     void printJson(const oru::FrameCounters& counters) const;
     void printText(const oru::FrameCounters& counters) const;
 
@@ -61,15 +58,11 @@ private:
     OutputFile table;
     std::unique_ptr<ImageWriter> writer;
     Progress progress{"grab"};
+    FrameLoop loop;
 
     TimingHistogram grabTimes;
     TimingHistogram retrieveTimes;
-    uint64_t taken = 0;
     float sourceFps = 0.0F;
-    Time began;
-    Time firstFrame;
-    Time lastFrame;
-    Time ended;  ///< the last attempt, frame or not
     uint64_t waits = 0;
     std::chrono::nanoseconds waited{0};
 };

@@ -57,15 +57,20 @@ ExitStatus ImuRun::run() {
 }
 
 void ImuRun::collectBatches() {
-    const Clock::time_point deadline = deadlineIn(options.seconds);
+    FrameLoop loop([this] { return camera.grab(); }, inputKind(options.input), &progress, {{}, "no frame"});
     std::vector<oru::SensorsData> batch;
-    while (!interrupted() && Clock::now() < deadline && !table.failed()) {
-        if (!accept(camera.grab(), "no frame") || !accept(camera.getSensorsDataBatch(batch), "no inertial samples")) {
-            return;
+    const auto uses = [&] {
+        if (!accept(camera.getSensorsDataBatch(batch), "no inertial samples")) {
+            return false;
         }
         for (const oru::SensorsData& sample : batch) {
             take(sample);
         }
+        return true;
+    };
+    const auto wants = [&] { return loop.secondsSinceStart() < options.seconds && !table.failed(); };
+    if (!loop.run(wants, uses)) {
+        fail();
     }
 }
 

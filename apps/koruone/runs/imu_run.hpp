@@ -8,6 +8,7 @@
 
 #include "koruone/output/output_file.hpp"
 #include "koruone/output/time_plot.hpp"
+#include "koruone/runs/FrameLoop.hpp"
 #include "koruone/runs/PacketClock.hpp"
 #include "koruone/runs/imu_record.hpp"
 #include "oru/CameraOne.hpp"

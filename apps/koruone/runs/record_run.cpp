@@ -14,10 +14,6 @@ namespace {
 
 constexpr double kMegabyte = 1e6;
 
-double secondsSince(std::chrono::steady_clock::time_point begin) {
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
-}
-
 }  // namespace
 
 const Choices<oru::RLX_COMPRESSION_MODE> kCompressions{
@@ -34,7 +30,8 @@ std::string compressionName(oru::RLX_COMPRESSION_MODE mode) {
     return fmt::format("mode {}", static_cast<int>(mode));
 }
 
-RecordRun::RecordRun(RecordOptions given) : options(std::move(given)) {}
+RecordRun::RecordRun(RecordOptions given)
+    : options(std::move(given)), loop([this] { return camera.grab(); }, inputKind(options.input), &progress) {}
 
 ExitStatus RecordRun::run() {
     const InterruptGuard guard;
@@ -64,36 +61,28 @@ bool RecordRun::start() {
     return code == oru::SUCCESS;
 }
 
-bool RecordRun::isOver() const {
-    return (options.frames && grabbed >= *options.frames) ||
-           (options.seconds && secondsSince(beginTime) >= static_cast<double>(*options.seconds)) || interrupted();
+bool RecordRun::wantsMore() const {
+    return (!options.frames || loop.frames() < *options.frames) &&
+           (!options.seconds || loop.secondsSinceStart() < static_cast<double>(*options.seconds));
 }
 
 void RecordRun::grabFrames() {
-    beginTime = std::chrono::steady_clock::now();
-    while (!isOver()) {
-        const oru::ERROR_CODE code = camera.grab();
-        if (code == oru::END_OF_INPUT) {
-            return;
-        }
-        if (code != oru::SUCCESS) {
-            progress.clear();
-            complain(code, "no frame after " + counted(grabbed, "frame"), inputKind(options.input));
-            status = EXIT_FAILED;
-            return;
-        }
-        ++grabbed;
+    const auto uses = [this] {
         if (!camera.getRecordingStatus().recording) {
-            return;
+            return false;
         }
         showProgress();
+        return true;
+    };
+    if (!loop.run([this] { return wantsMore(); }, uses)) {
+        status = EXIT_FAILED;
     }
 }
 
 void RecordRun::showProgress() {
     const oru::RecordingStatus recording = camera.getRecordingStatus();
     const std::string frames =
-        options.frames ? fmt::format("{}/{}", grabbed, *options.frames) : fmt::format("{}", grabbed);
+        options.frames ? fmt::format("{}/{}", loop.frames(), *options.frames) : fmt::format("{}", loop.frames());
     progress.show(fmt::format("{} frames, {} dropped, {:.1f} MB, {:.1f} s", frames, recording.frames_dropped,
                               static_cast<double>(recording.bytes_written) / kMegabyte, recording.seconds));
 }

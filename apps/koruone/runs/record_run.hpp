@@ -1,10 +1,10 @@
 #pragma once
 
-#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
 
+#include "koruone/runs/FrameLoop.hpp"
 #include "oru/CameraOne.hpp"
 #include "shared/Progress.hpp"
 #include "shared/exit_status.hpp"
@@ -38,7 +38,7 @@ public:
 private:
     bool start();
     void grabFrames();
-    [[nodiscard]] bool isOver() const;
+    [[nodiscard]] bool wantsMore() const;
     void showProgress();
     ExitStatus finish();
 
@@ -46,8 +46,7 @@ private:
     ExitStatus status = EXIT_OK;
     oru::CameraOne camera;
     Progress progress{"record"};
-    uint64_t grabbed = 0;
-    std::chrono::steady_clock::time_point beginTime;
+    FrameLoop loop;
 };
 
 }  // namespace koruone

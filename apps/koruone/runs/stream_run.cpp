@@ -22,6 +22,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::seconds kReportEvery{1};
+// A stream that is relayed may be away for a while and comes back by itself.
 constexpr std::chrono::seconds kLongestWait{10};
 
 /// The address under which another machine finds this one: that of the first network that is up.
@@ -62,11 +63,9 @@ void writeNow(std::string_view text) {
 
 }  // namespace
 
-StreamRun::StreamRun(StreamOptions streamOptions) : options(std::move(streamOptions)) {}
-
-double StreamRun::secondsSince(Time begin) const {
-    return std::chrono::duration<double>(Clock::now() - begin).count();
-}
+StreamRun::StreamRun(StreamOptions streamOptions)
+    : options(std::move(streamOptions)),
+      loop([this] { return camera.grab(); }, inputKind(options.input), nullptr, {kLongestWait, ""}) {}
 
 ExitStatus StreamRun::run() {
     const InterruptGuard guard;
@@ -100,39 +99,25 @@ bool StreamRun::start() {
                         size.width, size.height, used.codec == oru::DENSE_CODEC ? "H.265" : "H.264", used.bitrate,
                         used.port, address, keyed ? "?passphrase=KEY" : "", address));
     }
-    started = lastFrame = lastReport = Clock::now();
+    lastReport = Clock::now();
     return true;
 }
 
 void StreamRun::sendFrames() {
-    while (!interrupted() && outputWorks() && (options.seconds <= 0.0 || secondsSince(started) < options.seconds)) {
-        if (!takeFrame()) {
-            return;
-        }
-        const Time now = Clock::now();
-        if (now - lastReport >= kReportEvery) {
-            report(now);
-        }
+    const auto wants = [this] {
+        reportWhenDue();
+        return outputWorks() && (options.seconds <= 0.0 || loop.secondsSinceStart() < options.seconds);
+    };
+    if (!loop.run(wants, [] { return true; })) {
+        exitStatus = EXIT_FAILED;
     }
 }
 
-bool StreamRun::takeFrame() {
-    const oru::ERROR_CODE code = camera.grab();
-    if (code == oru::SUCCESS) {
-        ++framesTaken;
-        lastFrame = Clock::now();
-        return true;
+void StreamRun::reportWhenDue() {
+    const Time now = Clock::now();
+    if (now - lastReport >= kReportEvery) {
+        report(now);
     }
-    if (code == oru::END_OF_INPUT) {
-        return false;
-    }
-    // A stream that is relayed may be away for a while and comes back by itself.
-    if (code == oru::CAMERA_NOT_READY && Clock::now() - lastFrame < kLongestWait) {
-        return true;
-    }
-    complain(code, "no frame after " + counted(framesTaken, "frame"), inputKind(options.input));
-    exitStatus = EXIT_FAILED;
-    return false;
 }
 
 void StreamRun::report(Time now) {
@@ -145,13 +130,12 @@ void StreamRun::report(Time now) {
     if (!options.json) {
         const double frames = static_cast<double>(status.frames_sent - lastStatus.frames_sent) / seconds;
         const double megabits = static_cast<double>(status.bytes_sent - lastStatus.bytes_sent) * 8e-6 / seconds;
-        writeNow(
-            fmt::format("{:6.1f} s  {}  {:5.1f} frames/s  {:6.2f} Mbit/s  {:4.1f} % repeated  "
-                        "backlog {:3.0f} ms  {} skipped  {} held back{}\n",
-                        std::chrono::duration<double>(now - started).count(), counted(status.receivers, "receiver"),
-                        frames, megabits, percentRepeated(status, lastStatus), status.backlog_ms, status.frames.lost(),
-                        status.frames_held_back,
-                        status.samples_lost == 0 ? "" : fmt::format("  {} samples lost", status.samples_lost)));
+        writeNow(fmt::format(
+            "{:6.1f} s  {}  {:5.1f} frames/s  {:6.2f} Mbit/s  {:4.1f} % repeated  "
+            "backlog {:3.0f} ms  {} skipped  {} held back{}\n",
+            loop.secondsSinceStart(), counted(status.receivers, "receiver"), frames, megabits,
+            percentRepeated(status, lastStatus), status.backlog_ms, status.frames.lost(), status.frames_held_back,
+            status.samples_lost == 0 ? "" : fmt::format("  {} samples lost", status.samples_lost)));
     }
     lastStatus = status;
     lastReport = now;
@@ -162,8 +146,8 @@ void StreamRun::summarise() const {
         return;
     }
     Json result;
-    result["frames"] = framesTaken;
-    result["seconds"] = number(secondsSince(started));
+    result["frames"] = loop.frames();
+    result["seconds"] = number(loop.secondsSinceStart());
     result["most_receivers"] = mostReceivers;
     result["frames_sent"] = lastStatus.frames_sent;
     result["frames_skipped"] = lastStatus.frames.lost();

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 
+#include "koruone/runs/FrameLoop.hpp"
 #include "oru/CameraOne.hpp"
 #include "shared/exit_status.hpp"
 #include "shared/input_options.hpp"
@@ -29,18 +30,15 @@ private:
 
     bool start();
     void sendFrames();
-    bool takeFrame();
+    void reportWhenDue();
     void report(Time now);
     void summarise() const;
-    [[nodiscard]] double secondsSince(Time begin) const;
 
     StreamOptions options;
     ExitStatus exitStatus = EXIT_OK;
     oru::CameraOne camera;
-    Time started;
-    Time lastFrame;
+    FrameLoop loop;
     Time lastReport;
-    uint64_t framesTaken = 0;
     uint64_t mostReceivers = 0;
     oru::StreamingStatus lastStatus;
 };

@@ -1,0 +1,72 @@
+#include "koruone/runs/FrameLoop.hpp"
+
+#include <utility>
+
+#include "shared/interrupt.hpp"
+#include "shared/report.hpp"
+
+namespace koruone {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+double toSeconds(std::chrono::nanoseconds duration) {
+    return std::chrono::duration<double>(duration).count();
+}
+
+}  // namespace
+
+FrameLoop::FrameLoop(Source takeFrame, oru::InputKind kind, Progress* line, Policy behaviour)
+    : take(std::move(takeFrame)), input(kind), progress(line), policy(std::move(behaviour)), began(Clock::now()) {
+    firstFrame = lastFrame = ended = began;
+}
+
+bool FrameLoop::run(const std::function<bool()>& wants, const std::function<bool()>& uses) {
+    began = firstFrame = lastFrame = ended = Clock::now();
+    while (wants() && !interrupted()) {
+        const Time start = Clock::now();
+        const oru::ERROR_CODE code = take();
+        ended = Clock::now();
+        if (code == oru::END_OF_INPUT) {
+            return true;
+        }
+        if (code == oru::CAMERA_NOT_READY && ended - lastFrame < policy.patience) {
+            continue;
+        }
+        if (code != oru::SUCCESS) {
+            return complainOf(code);
+        }
+        taking = ended - start;
+        lastFrame = ended;
+        if (count++ == 0) {
+            firstFrame = ended;
+        }
+        if (!uses()) {
+            return true;
+        }
+    }
+    return true;
+}
+
+bool FrameLoop::complainOf(oru::ERROR_CODE code) {
+    if (progress != nullptr) {
+        progress->clear();
+    }
+    complain(code, policy.failure.empty() ? "no frame after " + counted(count, "frame") : policy.failure, input);
+    return false;
+}
+
+double FrameLoop::secondsSinceStart() const {
+    return toSeconds(Clock::now() - began);
+}
+
+double FrameLoop::seconds() const {
+    return toSeconds(ended - began);
+}
+
+double FrameLoop::framesPerSecond() const {
+    const double span = toSeconds(lastFrame - firstFrame);
+    return count < 2 || span <= 0.0 ? 0.0 : static_cast<double>(count - 1) / span;
+}
+
+}  // namespace koruone
