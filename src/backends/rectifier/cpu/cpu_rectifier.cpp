@@ -5,9 +5,9 @@
 #include <thread>
 
 #include "backends/rectifier/cpu/FastRenderer.hpp"
-#include "backends/rectifier/device/runtime_memory.hpp"
 #include "backends/rectifier/reference/RecentSizes.hpp"
 #include "backends/rectifier/reference/reference_view.hpp"
+#include "backends/rectifier/reference/runtime_memory.hpp"
 
 namespace oru {
 namespace {

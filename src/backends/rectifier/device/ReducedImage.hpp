@@ -1,8 +1,8 @@
 #pragma once
 
 #include "backends/rectifier/device/reduce_pixel.hpp"
-#include "backends/rectifier/device/runtime_memory.hpp"
 #include "backends/rectifier/geometry/rectified_camera.hpp"
+#include "backends/rectifier/reference/runtime_memory.hpp"
 
 namespace oru::rectifier {
 

@@ -2,14 +2,13 @@
 
 #include <optional>
 
-#include "backends/rectifier/cuda/cuda_rectifier.hpp"
 #include "backends/rectifier/device/ReducedImage.hpp"
-#include "backends/rectifier/device/runtime_memory.hpp"
 #include "backends/rectifier/device/view_job.hpp"
 #include "backends/rectifier/reference/RecentSizes.hpp"
 #include "backends/rectifier/reference/camera_views.hpp"
 #include "backends/rectifier/reference/notices.hpp"
 #include "backends/rectifier/reference/reference_view.hpp"
+#include "backends/rectifier/reference/runtime_memory.hpp"
 
 namespace oru::rectifier {
 namespace {
@@ -185,8 +184,3 @@ std::unique_ptr<MonoRectifier> makeDeviceRectifier(GpuRuntime& gpu, std::unique_
 }
 
 }  // namespace oru::rectifier
-
-std::unique_ptr<oru::MonoRectifier> oru::makeCudaRectifier(GpuRuntime& gpu) {
-    auto work = rectifier::makeCudaWork();
-    return work == nullptr ? nullptr : rectifier::makeDeviceRectifier(gpu, std::move(work));
-}
