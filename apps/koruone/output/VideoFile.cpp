@@ -69,7 +69,7 @@ bool VideoFile::openMuxer(const oru::rlxrw::RlxRecordingHeader& facts) {
     }
     muxer.reset(context);
     AVStream* stream = avformat_new_stream(context, nullptr);
-    const oru::rlx::Bytes& extra = imageEncoder->codecPrivate();
+    const oru::Bytes& extra = imageEncoder->codecPrivate();
     auto* copy = static_cast<uint8_t*>(av_mallocz(extra.size() + AV_INPUT_BUFFER_PADDING_SIZE));
     if (stream == nullptr || copy == nullptr || packet == nullptr) {
         av_free(copy);

@@ -223,7 +223,7 @@ TEST(Repair, KeepsEveryFrameWhenTheHeadOfTheHeaderHasAnotherLength) {
     const std::vector<unsigned char> whole = readBytes(path);
     rlx::OpenedFile opened = rlx::openRecording(path, false);
     opened.file.close();
-    rlx::Bytes right;
+    Bytes right;
     rlx::encodeHeader(opened.header, right);
     const int digits = opened.header.facts.serial_number;
     const struct {
@@ -233,7 +233,7 @@ TEST(Repair, KeepsEveryFrameWhenTheHeadOfTheHeaderHasAnotherLength) {
     for (const auto& sample : cases) {
         rlx::HeaderRecord other = opened.header;
         other.facts.serial_number = sample.serial;
-        rlx::Bytes forged;
+        Bytes forged;
         rlx::encodeHeader(other, forged);
         ASSERT_NE(rlx::buildHead(other, std::nullopt).size(), opened.head_size);
         std::vector<unsigned char> bytes = whole;
@@ -267,7 +267,7 @@ TEST(Repair, InterruptedAtAnyStepLeavesARepairableFile) {
     std::vector<rlx::IndexEntry> entries;
     ASSERT_EQ(rlx::loadIndex(opened, entries), Condition::INTACT);
     const auto clusters_end = static_cast<std::ptrdiff_t>(entries.back().offset + entries.back().cluster_size);
-    const rlx::Bytes unfinishedHead = rlx::buildHead(opened.header, std::nullopt);
+    const Bytes unfinishedHead = rlx::buildHead(opened.header, std::nullopt);
     opened.file.close();
     // The states between the steps of finishing: no trailer, part of it, all of it; old head, new head without its
     // size.

@@ -4,8 +4,8 @@
 #include <optional>
 #include <vector>
 
-#include "backends/rlx/records/bytes.hpp"
 #include "backends/rlx/records/records.hpp"
+#include "utils/bytes.hpp"
 
 namespace oru::rlx {
 

@@ -9,9 +9,7 @@ std::size_t idBytes(uint32_t id) {
 }
 
 void putBigEndian(Bytes& out, uint64_t value, std::size_t count) {
-    for (std::size_t i = count; i-- > 0;) {
-        out.push_back(static_cast<uint8_t>(value >> (8 * i)));
-    }
+    BigEndianWriter(out).number(value, count);
 }
 
 void putId(Bytes& out, uint32_t id) {
@@ -69,9 +67,9 @@ bool readNumber(ByteView view, std::size_t longest, bool keepMarker, uint64_t& v
     if (length > longest || length > view.size()) {
         return false;
     }
-    value = keepMarker ? view[0] : view[0] & (0xFFU >> length);
-    for (std::size_t i = 1; i < length; ++i) {
-        value = (value << 8) | view[i];
+    value = loadNumber<std::endian::big>(view.first(length));
+    if (!keepMarker) {
+        value &= ~uint64_t{0} >> (64 - 7 * length);
     }
     return true;
 }

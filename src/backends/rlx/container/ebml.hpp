@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "backends/rlx/records/bytes.hpp"
+#include "utils/bytes.hpp"
 
 namespace oru::rlx {
 

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "backends/rlx/records/bytes.hpp"
+#include "utils/bytes.hpp"
 
 namespace oru::rlx {
 

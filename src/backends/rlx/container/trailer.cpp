@@ -41,19 +41,19 @@ Bytes buildTrailer(const HeaderRecord& header, const std::vector<IndexEntry>& en
     Bytes out = cuesElement(entries);
     Bytes payload;
     payload.reserve(kIndexFixedSize + entries.size() * kEntrySize + 4 + kFooterSize);
-    FieldWriter fields(payload);
-    fields.u32(kIndexMagic);
-    fields.u32(1);
-    fields.u64(header.recording_id);
-    fields.u64(entries.size());
+    LittleEndianWriter fields(payload);
+    fields.put(kIndexMagic);
+    fields.put<uint32_t>(1);
+    fields.put(header.recording_id);
+    fields.put<uint64_t>(entries.size());
     for (const IndexEntry& entry : entries) {
-        fields.u64(entry.offset);
-        fields.u64(entry.time_ns);
-        fields.u64(entry.time_ms);
-        fields.u32(entry.cluster_size);
-        fields.u32(entry.key ? 1 : 0);
+        fields.put(entry.offset);
+        fields.put(entry.time_ns);
+        fields.put(entry.time_ms);
+        fields.put(entry.cluster_size);
+        fields.put<uint32_t>(entry.key ? 1 : 0);
     }
-    fields.u32(crc32c(payload.data(), payload.size()));
+    fields.put(crc32c(payload.data(), payload.size()));
     const std::size_t indexSize = payload.size();
     fields.zeros(kFooterSize);
 
@@ -63,47 +63,47 @@ Bytes buildTrailer(const HeaderRecord& header, const std::vector<IndexEntry>& en
     out.insert(out.end(), element.begin(), element.end());
     const uint64_t indexOffset = offset + out.size() - payload.size();
     out.resize(out.size() - kFooterSize);
-    FieldWriter footer(out);
-    footer.u64(indexOffset);
-    footer.u64(indexSize);
-    footer.u32(kFooterMagic);
-    footer.u32(crc32c(out.data() + out.size() - 20, 20));
+    LittleEndianWriter footer(out);
+    footer.put(indexOffset);
+    footer.put<uint64_t>(indexSize);
+    footer.put(kFooterMagic);
+    footer.put(crc32c(out.data() + out.size() - 20, 20));
     return out;
 }
 
 std::optional<Footer> readFooter(ByteView footer) {
-    FieldReader in(footer);
+    LittleEndianReader in(footer);
     Footer result;
-    result.index_offset = in.u64();
-    result.index_size = in.u64();
-    const uint32_t magic = in.u32();
-    const uint32_t crc = in.u32();
+    in.get(result.index_offset);
+    in.get(result.index_size);
+    const uint32_t magic = in.get<uint32_t>();
+    const uint32_t crc = in.get<uint32_t>();
     const bool right = in.ok() && magic == kFooterMagic && crc == crc32c(footer.data(), 20);
     return right ? std::optional(result) : std::nullopt;
 }
 
 std::optional<std::vector<IndexEntry>> readIndex(ByteView payload, uint64_t recordingId) {
-    FieldReader in(payload);
-    const uint32_t magic = in.u32();
-    const uint32_t version = in.u32();
-    const uint64_t id = in.u64();
-    const uint64_t count = in.u64();
+    LittleEndianReader in(payload);
+    const uint32_t magic = in.get<uint32_t>();
+    const uint32_t version = in.get<uint32_t>();
+    const uint64_t id = in.get<uint64_t>();
+    const uint64_t count = in.get<uint64_t>();
     if (!in.ok() || magic != kIndexMagic || version != 1 || id != recordingId || payload.size() < kIndexFixedSize + 4 ||
         (payload.size() - kIndexFixedSize - 4) / kEntrySize != count ||
         (payload.size() - kIndexFixedSize - 4) % kEntrySize != 0) {
         return std::nullopt;
     }
-    FieldReader tail(payload.last(4));
-    if (tail.u32() != crc32c(payload.data(), payload.size() - 4)) {
+    LittleEndianReader tail(payload.last(4));
+    if (tail.get<uint32_t>() != crc32c(payload.data(), payload.size() - 4)) {
         return std::nullopt;
     }
     std::vector<IndexEntry> entries(count);
     for (IndexEntry& entry : entries) {
-        entry.offset = in.u64();
-        entry.time_ns = in.u64();
-        entry.time_ms = in.u64();
-        entry.cluster_size = in.u32();
-        entry.key = (in.u32() & 1U) != 0;
+        in.get(entry.offset);
+        in.get(entry.time_ns);
+        in.get(entry.time_ms);
+        in.get(entry.cluster_size);
+        entry.key = (in.get<uint32_t>() & 1U) != 0;
     }
     return entries;
 }

@@ -6,7 +6,7 @@
 #include <string>
 #include <utility>
 
-#include "backends/rlx/records/bytes.hpp"
+#include "utils/bytes.hpp"
 
 namespace oru::rlx {
 

@@ -5,8 +5,8 @@
 #include <memory>
 #include <string>
 
-#include "backends/rlx/records/bytes.hpp"
 #include "collaborators/RLXVideo.hpp"
+#include "utils/bytes.hpp"
 
 namespace oru::rlx {
 

@@ -138,14 +138,14 @@ ModeCodec modeCodec(RLX_COMPRESSION_MODE mode) {
 
 Bytes bitmapHeader(uint32_t width, uint32_t height, uint32_t fourcc, ByteView extra) {
     Bytes out;
-    FieldWriter fields(out);
-    fields.u32(static_cast<uint32_t>(kBitmapHeaderSize + extra.size()));
-    fields.u32(width);
-    fields.u32(height);
-    fields.u16(1);
-    fields.u16(16);
-    fields.u32(fourcc);
-    fields.u32(width * height * 2);
+    LittleEndianWriter fields(out);
+    fields.put(static_cast<uint32_t>(kBitmapHeaderSize + extra.size()));
+    fields.put(width);
+    fields.put(height);
+    fields.put<uint16_t>(1);
+    fields.put<uint16_t>(16);
+    fields.put(fourcc);
+    fields.put(width * height * 2);
     fields.zeros(16);
     fields.bytes(extra);
     return out;

@@ -4,7 +4,7 @@
 #include <span>
 #include <vector>
 
-#include "backends/rlx/records/bytes.hpp"
+#include "utils/bytes.hpp"
 
 namespace oru::rlx {
 

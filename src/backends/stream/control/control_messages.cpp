@@ -9,7 +9,7 @@ extern "C" {
 #include <libavutil/hmac.h>
 }
 
-#include "backends/stream/wire/bytes.hpp"
+#include "utils/bytes.hpp"
 
 namespace oru::stream {
 namespace {
@@ -22,7 +22,7 @@ constexpr std::size_t kBodyBytes = 32;
 constexpr std::size_t kTagBytes = kControlBytes - kBodyBytes;
 constexpr std::size_t kDigestBytes = 32;
 
-bool readMark(ByteReader& reader) {
+bool readMark(LittleEndianReader& reader) {
     std::array<uint8_t, 4> mark{};
     uint8_t version = 0;
     reader.get(mark);
@@ -79,7 +79,7 @@ Greeting writeGreeting(const Challenge& challenge) {
 }
 
 std::optional<Challenge> readGreeting(const uint8_t* data, std::size_t size) {
-    ByteReader reader(data, size);
+    LittleEndianReader reader({data, size});
     std::array<uint8_t, 3> zero{};
     Challenge challenge{};
     if (size != kGreetingBytes || !readMark(reader) || !reader.get(zero) || zero != std::array<uint8_t, 3>{}) {
@@ -90,7 +90,7 @@ std::optional<Challenge> readGreeting(const uint8_t* data, std::size_t size) {
 }
 
 std::optional<ControlMessage> parseControl(const uint8_t* data, std::size_t size) {
-    ByteReader reader(data, std::min(size, kBodyBytes));
+    LittleEndianReader reader({data, std::min(size, kBodyBytes)});
     ControlMessage message;
     uint8_t kind = 0;
     uint8_t detail = 0;
@@ -136,7 +136,7 @@ bool ControlSeal::sign(const uint8_t* body, uint8_t* tag) const {
 ControlBytes ControlSeal::write(const ControlMessage& message) const {
     std::vector<uint8_t> body;
     body.reserve(kBodyBytes);
-    ByteWriter writer(body);
+    LittleEndianWriter writer(body);
     writer.put(kMark);
     writer.put(kVersion);
     writer.put(static_cast<uint8_t>(static_cast<uint8_t>(message.operation) | (message.reply ? kReplyBit : 0)));

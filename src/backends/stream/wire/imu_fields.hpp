@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <cstring>
 
-#include "backends/stream/wire/bytes.hpp"
 #include "oru_input/mcu/IMUPacket.hpp"
+#include "utils/bytes.hpp"
 
 namespace oru::stream {
 
@@ -55,7 +55,7 @@ void forEachImuField(Packet& a, Other& b, Visit&& visit) {
 }
 
 /// Writes a mask of the fields whose bytes differ from `previous`, then those fields.
-inline void writeImuPacket(ByteWriter& writer, const IMUPacket& packet, const IMUPacket& previous) {
+inline void writeImuPacket(LittleEndianWriter& writer, const IMUPacket& packet, const IMUPacket& previous) {
     const std::size_t maskAt = writer.size();
     writer.put(uint32_t{0});
     uint32_t mask = 0;
@@ -71,7 +71,7 @@ inline void writeImuPacket(ByteWriter& writer, const IMUPacket& packet, const IM
 }
 
 /// Reads one sample over `packet`, which holds the one before it.
-[[nodiscard]] inline bool readImuPacket(ByteReader& reader, IMUPacket& packet) {
+[[nodiscard]] inline bool readImuPacket(LittleEndianReader& reader, IMUPacket& packet) {
     uint32_t mask = 0;
     reader.get(mask);
     forEachImuField(packet, packet, [&](auto& field, const auto&) {

@@ -1,14 +1,13 @@
 #include "backends/stream/wire/records.hpp"
 
 #include <algorithm>
-#include <cstring>
 
 extern "C" {
 #include <libavutil/crc.h>
 }
 
-#include "backends/stream/wire/bytes.hpp"
 #include "backends/stream/wire/imu_fields.hpp"
+#include "utils/bytes.hpp"
 
 namespace oru::stream {
 namespace {
@@ -31,24 +30,24 @@ constexpr uint8_t kRegionKnown = 8;
 constexpr uint8_t kValueKnown = 1;
 constexpr uint8_t kRangeKnown = 2;
 constexpr std::size_t kImuCountAt = 2;
+constexpr std::size_t kLengthBytes = 3;
+constexpr uint8_t kLongLength = 0x80 | kLengthBytes;
 
 /// Writes key and length, and fills the length in when the record is complete.
 class Triplet {
 public:
     Triplet(std::vector<uint8_t>& bytes, const Key& key) : writer(bytes), target(bytes) {
-        writer.bytes(key.data(), key.size());
-        constexpr std::array<uint8_t, 4> kLongLength = {0x83, 0, 0, 0};
+        writer.put(key);
         writer.put(kLongLength);
+        writer.zeros(kLengthBytes);
         start = target.size();
     }
     void close() {
-        const std::size_t length = target.size() - start;
-        target[start - 3] = static_cast<uint8_t>(length >> 16);
-        target[start - 2] = static_cast<uint8_t>(length >> 8);
-        target[start - 1] = static_cast<uint8_t>(length);
+        const std::span<uint8_t> length(target.data() + start - kLengthBytes, kLengthBytes);
+        storeNumber<std::endian::big>(target.size() - start, length);
     }
     [[nodiscard]] std::size_t begin() const { return start; }
-    ByteWriter writer;
+    LittleEndianWriter writer;
 
 private:
     std::vector<uint8_t>& target;
@@ -59,7 +58,7 @@ uint8_t flag(bool on, uint8_t bit) {
     return on ? bit : uint8_t{0};
 }
 
-bool readLength(ByteReader& reader, std::size_t& length) {
+bool readLength(LittleEndianReader& reader, std::size_t& length) {
     uint8_t first = 0;
     if (!reader.get(first)) {
         return false;
@@ -68,19 +67,15 @@ bool readLength(ByteReader& reader, std::size_t& length) {
     if (first < 0x80) {
         return true;
     }
-    std::size_t count = first & 0x7F;
+    const std::size_t count = first & 0x7F;
     if (count == 0 || count > 4) {
         return false;
     }
-    for (length = 0; count > 0; --count) {
-        uint8_t next = 0;
-        reader.get(next);
-        length = length << 8 | next;
-    }
+    length = loadNumber<std::endian::big>(reader.bytes(count));
     return reader.ok();
 }
 
-void writeControls(ByteWriter& writer, const std::vector<ControlState>& controls) {
+void writeControls(LittleEndianWriter& writer, const std::vector<ControlState>& controls) {
     const std::size_t count = std::min(controls.size(), kMaxControls);
     writer.put(static_cast<uint16_t>(count));
     for (std::size_t i = 0; i < count; ++i) {
@@ -93,7 +88,7 @@ void writeControls(ByteWriter& writer, const std::vector<ControlState>& controls
     }
 }
 
-bool readControls(ByteReader& reader, std::vector<ControlState>& controls) {
+bool readControls(LittleEndianReader& reader, std::vector<ControlState>& controls) {
     uint16_t count = 0;
     if (!reader.get(count) || count > kMaxControls) {
         return false;
@@ -124,7 +119,7 @@ bool sizeAcceptable(const StreamDescription& camera) {
 std::size_t writeFrameRecord(std::vector<uint8_t>& target, const FrameRecord& record, const IMUPacket* packets,
                              std::size_t count) {
     Triplet triplet(target, kFrameKey);
-    ByteWriter& writer = triplet.writer;
+    LittleEndianWriter& writer = triplet.writer;
     const std::size_t start = triplet.begin();
     writer.put(kRecordVersion);
     writer.put(static_cast<uint8_t>(flag(record.key_frame, kKeyFrame) | flag(record.has_metadata, kHasMetadata) |
@@ -137,7 +132,7 @@ std::size_t writeFrameRecord(std::vector<uint8_t>& target, const FrameRecord& re
     writer.put(record.timestamp_ns);
     writer.put(record.skipped_frames);
     if (record.has_metadata) {
-        writer.put(record.metadata);
+        writer.bytes(record.metadata.bytes);
     }
     IMUPacket previous = emptyImuPacket();
     std::size_t written = 0;
@@ -153,7 +148,7 @@ std::size_t writeFrameRecord(std::vector<uint8_t>& target, const FrameRecord& re
 
 void writeDescription(std::vector<uint8_t>& target, const DescriptionRecord& record) {
     Triplet triplet(target, kDescriptionKey);
-    ByteWriter& writer = triplet.writer;
+    LittleEndianWriter& writer = triplet.writer;
     const StreamDescription& camera = record.camera;
     writer.put(kRecordVersion);
     writer.put(record.version_byte);
@@ -178,33 +173,34 @@ void writeDescription(std::vector<uint8_t>& target, const DescriptionRecord& rec
     writeControls(writer, record.controls);
     const bool fits = record.calibration.size() <= kMaxCalibrationBytes;
     writer.put(static_cast<uint32_t>(fits ? record.calibration.size() : 0));
-    writer.bytes(record.calibration.data(), fits ? record.calibration.size() : 0);
+    if (fits) {
+        target.insert(target.end(), record.calibration.begin(), record.calibration.end());
+    }
     triplet.close();
 }
 
 bool RecordReader::read(const uint8_t* data, std::size_t size, RecordSink& sink) {
-    ByteReader reader(data, size);
+    LittleEndianReader reader({data, size});
     while (reader.remaining() > 0) {
         Key key{};
         std::size_t length = 0;
-        reader.bytes(key.data(), key.size());
+        reader.get(key);
         if (!readLength(reader, length) || length > reader.remaining()) {
             return false;
         }
-        const uint8_t* value = reader.position();
-        reader.skip(length);
-        if (key == kFrameKey && !readFrame(value, length, sink)) {
+        const ByteView content = reader.bytes(length);
+        if (key == kFrameKey && !readFrame(content, sink)) {
             return false;
         }
-        if (key == kDescriptionKey && !readDescription(value, length, sink)) {
+        if (key == kDescriptionKey && !readDescription(content, sink)) {
             return false;
         }
     }
     return true;
 }
 
-bool RecordReader::readFrame(const uint8_t* data, std::size_t size, RecordSink& sink) {
-    ByteReader reader(data, size);
+bool RecordReader::readFrame(ByteView content, RecordSink& sink) {
+    LittleEndianReader reader(content);
     FrameRecord record;
     uint8_t version = 0;
     uint8_t flags = 0;
@@ -222,7 +218,7 @@ bool RecordReader::readFrame(const uint8_t* data, std::size_t size, RecordSink& 
     record.has_metadata = (flags & kHasMetadata) != 0;
     record.has_image = (flags & kHasImage) != 0;
     if (record.has_metadata) {
-        reader.get(record.metadata);
+        std::ranges::copy(reader.bytes(sizeof(record.metadata.bytes)), record.metadata.bytes);
     }
     if (!reader.ok() || version != kRecordVersion || count > kMaxImuPerRecord) {
         return false;
@@ -240,8 +236,8 @@ bool RecordReader::readFrame(const uint8_t* data, std::size_t size, RecordSink& 
     return true;
 }
 
-bool RecordReader::readDescription(const uint8_t* data, std::size_t size, RecordSink& sink) {
-    ByteReader reader(data, size);
+bool RecordReader::readDescription(ByteView content, RecordSink& sink) {
+    LittleEndianReader reader(content);
     DescriptionRecord record;
     StreamDescription& camera = record.camera;
     uint8_t version = 0;
@@ -278,7 +274,8 @@ bool RecordReader::readDescription(const uint8_t* data, std::size_t size, Record
     if (!reader.ok() || length > kMaxCalibrationBytes || length > reader.remaining()) {
         return false;
     }
-    record.calibration.assign(reinterpret_cast<const char*>(reader.position()), length);
+    const ByteView calibration = reader.bytes(length);
+    record.calibration.assign(calibration.begin(), calibration.end());
     camera.serial_number = serial;
     camera.model = static_cast<MODEL>(model);
     camera.camera_fw = cameraFirmware;

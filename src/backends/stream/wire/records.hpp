@@ -11,6 +11,7 @@
 #include "collaborators/UDPInput.hpp"
 #include "oru/settings.hpp"
 #include "oru_input/mcu/IMUPacket.hpp"
+#include "utils/bytes.hpp"
 
 namespace oru::stream {
 
@@ -80,8 +81,8 @@ public:
     bool read(const uint8_t* data, std::size_t size, RecordSink& sink);
 
 private:
-    bool readFrame(const uint8_t* data, std::size_t size, RecordSink& sink);
-    static bool readDescription(const uint8_t* data, std::size_t size, RecordSink& sink);
+    bool readFrame(ByteView content, RecordSink& sink);
+    static bool readDescription(ByteView content, RecordSink& sink);
 
     std::vector<IMUPacket> samples;
 };
