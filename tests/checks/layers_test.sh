@@ -59,14 +59,49 @@ refuse 'a way round by dots' src/oru_koruone/grab.cpp '#include "../backends/rlx
 refuse 'a public header with Eigen' include/oru/image.hpp '#include <Eigen/Core>'
 refuse 'a public header with fmt' include/oru/image.hpp '#include <fmt/core.h>'
 refuse 'a public header with CUDA' include/oru/image.hpp '#include <cuda_runtime.h>'
+# Each library rule, broken where it is easiest to break.
 refuse 'the logging library elsewhere' src/oru_koruone/grab.cpp '#include <spdlog/spdlog.h>'
+refuse 'the other logging library elsewhere' src/oru_koruone/grab.cpp '#include <quill/Logger.h>'
+refuse 'the formatting library in the seam' include/oru_input/mcu/IMUPacket.hpp '#include <fmt/core.h>'
+refuse 'linear algebra below the seam' include/utils/Clock.hpp '#include <Eigen/Core>'
+refuse 'the INI library in a backend' src/backends/rlx/Reader.hpp '#include <SimpleIni.h>'
 refuse 'the codec library in the core' src/oru_koruone/grab.cpp '#include <libavcodec/avcodec.h>'
+refuse 'the scaling library in the core' src/oru_koruone/grab.cpp '#include <libswscale/swscale.h>'
 refuse 'the network library in another backend' src/backends/rlx/Reader.hpp '#include <srt/srt.h>'
+refuse 'the download library in another backend' src/backends/rlx/Reader.hpp '#include <curl/curl.h>'
+refuse 'CUDA in another backend' src/backends/rlx/Reader.hpp '#include <cuda_runtime.h>'
+refuse 'vector instructions in the core' src/oru_koruone/grab.cpp '#include <hwy/highway.h>'
+refuse 'OpenCV outside interop' src/compose/factory.cpp '#include <opencv2/core.hpp>'
+refuse 'the option parser in the library' src/compose/factory.cpp '#include <CLI/CLI.hpp>'
+refuse 'the image file library in the library' src/compose/factory.cpp '#include <png.h>'
+
 refuse 'a folder without a layer' src/misc/helper.cpp '#include <vector>'
 base
 sed -i '1i #include "tables/tables.hpp"' "$tree/include/utils/Clock.hpp"
 plant include/tables/tables.hpp '#include <array>'
 expect 1 'sideways: utils include tables'
+
+# Rooms of a backend, and the size of a folder.
+refuse_room() {  # NAME FILE INCLUDED
+    base
+    plant src/backends/stream/wire/records.hpp '#include <vector>'
+    plant src/backends/stream/sender/StreamSender.hpp '#include "backends/stream/wire/records.hpp"'
+    plant src/backends/stream/receiver/StreamReceiver.hpp '#include "backends/stream/stream_factory.hpp"'
+    plant src/backends/stream/stream_factory.hpp '#include <memory>'
+    expect 0 "before: $1"
+    plant "$2" "#include \"$3\""
+    expect 1 "$1"
+}
+refuse_room 'a lower room sees a higher one' src/backends/stream/wire/records.hpp backends/stream/sender/StreamSender.hpp
+refuse_room 'neighbouring rooms see each other' src/backends/stream/sender/StreamSender.hpp \
+    backends/stream/receiver/StreamReceiver.hpp
+refuse_room 'a room sees what stands before the rooms' src/backends/stream/wire/records.hpp backends/stream/Sender.hpp
+base
+for number in $(seq 20); do plant "src/kit/part_$number.cpp" '#include <vector>'; done
+plant src/kit/part_1.hpp '#include <vector>'
+expect 0 'twenty units in a folder'
+plant src/kit/part_21.cpp '#include <vector>'
+expect 1 'twenty-one units in a folder'
 
 echo "$failures failed"
 exit $((failures > 0))
