@@ -16,6 +16,11 @@ add_library(oru::simpleini ALIAS oru_simpleini)
 target_include_directories(oru_simpleini SYSTEM INTERFACE "${SIMPLEINI_INCLUDE_DIR}")
 target_compile_definitions(oru_simpleini INTERFACE SI_NO_CONVERSION SI_IMPLEMENTATION)
 
+find_path(BITSTREAM_INCLUDE_DIR bitstream/mpeg/ts.h REQUIRED)
+add_library(oru_bitstream INTERFACE)
+add_library(oru::bitstream ALIAS oru_bitstream)
+target_include_directories(oru_bitstream SYSTEM INTERFACE "${BITSTREAM_INCLUDE_DIR}")
+
 if(ORU_LOG_BACKEND STREQUAL "spdlog")
     find_package(spdlog REQUIRED)
 elseif(ORU_LOG_BACKEND STREQUAL "quill")

@@ -1,11 +1,14 @@
 #include <gtest/gtest.h>
 
+#include <array>
+#include <fstream>
 #include <functional>
+#include <iterator>
+#include <span>
 
 #include "backends/stream/receiver/Reassembler.hpp"
 #include "backends/stream/stream_fixture.hpp"
 #include "backends/stream/wire/TsWriter.hpp"
-#include "backends/stream/wire/data_packets.hpp"
 
 namespace oru::stream {
 namespace {
@@ -15,10 +18,10 @@ constexpr std::size_t kPacket = TsDemuxer::kPacketBytes;
 /// Builds the transport packets of made-up coded images and feeds them to an intake.
 class Intake : public testing::Test {
 protected:
-    Intake() { EXPECT_TRUE(muxer.open(VideoCodec::H264, 320, 240)); }
+    Intake() { writer.open(VideoCodec::H264); }
 
     std::vector<uint8_t> packets(uint64_t id, bool key, std::size_t size = 3000) {
-        // An access unit delimiter first, so that the muxer has nothing to add.
+        // An access unit delimiter first, so that the writer has nothing to add.
         std::vector<uint8_t> image = {0, 0, 0, 1, 9, 0xF0, 0, 0, 0, 1, static_cast<uint8_t>(key ? 0x65 : 0x41)};
         while (image.size() < size) {
             image.push_back(static_cast<uint8_t>(image.size() * 31 + id) | 1);
@@ -33,11 +36,12 @@ protected:
         record.skipped_frames = skipped;
         std::vector<uint8_t> bytes;
         writeFrameRecord(bytes, record, samples.data(), samples.size());
-        muxer.clear();
         pts += 3000;
-        EXPECT_TRUE(muxer.writeVideo(image.data(), image.size(), pts, key));
-        EXPECT_TRUE(muxer.writeData(bytes, pts));
-        return muxer.finish();
+        writer.begin(pts, key);
+        writer.writeVideo(image, key);
+        writer.writeData(bytes);
+        const auto block = writer.block();
+        return {block.begin(), block.end()};
     }
     void feed(const std::vector<uint8_t>& bytes) { reassembler.feed(bytes.data(), bytes.size()); }
     std::vector<uint64_t> taken() {
@@ -49,8 +53,8 @@ protected:
         return ids;
     }
 
-    TsWriter muxer;
-    int64_t pts = 0;
+    TsWriter writer;
+    uint64_t pts = 0;
     uint64_t session = 1;
     uint64_t skipped = 0;
     std::vector<IMUPacket> samples;
@@ -175,17 +179,21 @@ TEST_F(Intake, RubbishBetweenFramesChangesNothing) {
     EXPECT_EQ(taken(), (Ids{1, 2}));
 }
 
-/// Keeps the data packets that a demultiplexer finds.
-class DataKeeper final : public TsSink {
+/// Keeps what a demultiplexer finds, in its order.
+class PacketKeeper final : public TsSink {
 public:
-    void onVideo(PesPacket&) override {}
-    void onData(PesPacket& packet) override { found.push_back(packet); }
+    void onVideo(PesPacket& packet) override { found.push_back({true, packet}); }
+    void onData(PesPacket& packet) override { found.push_back({false, packet}); }
 
-    std::vector<PesPacket> found;
+    struct Entry {
+        bool video;
+        PesPacket packet;
+    };
+    std::vector<Entry> found;
 };
 
 TEST_F(Intake, ADataPacketForOneReceiverIsWholeAndLeadsOnToWhatFollows) {
-    DataKeeper keeper;
+    PacketKeeper keeper;
     TsDemuxer demuxer(keeper);
     const auto feedDemuxer = [&](const std::vector<uint8_t>& bytes) { demuxer.feed(bytes.data(), bytes.size()); };
     feedDemuxer(packets(1, true));
@@ -202,31 +210,111 @@ TEST_F(Intake, ADataPacketForOneReceiverIsWholeAndLeadsOnToWhatFollows) {
             payload[i] = static_cast<uint8_t>(i * 7 + size);
         }
         std::vector<uint8_t> own;
-        writeDataPackets(own, {payload, 0x1ABCDEF01, firstDataCounter(next)});
+        writeDataPackets(own, {payload, 0x1ABCDEF01, writer.firstDataCounter()});
         keeper.found.clear();
         feedDemuxer(own);
         feedDemuxer(next);
 
         ASSERT_EQ(own.size() % kPacket, 0U);
-        ASSERT_EQ(keeper.found.size(), 2U);
-        EXPECT_TRUE(keeper.found[0].payload == payload);
-        EXPECT_EQ(keeper.found[0].pts, 0x1ABCDEF01U);
-        EXPECT_FALSE(keeper.found[0].damaged);
-        EXPECT_FALSE(keeper.found[1].damaged);
+        ASSERT_EQ(keeper.found.size(), 3U);
+        const PesPacket& alone = keeper.found[0].packet;
+        EXPECT_TRUE(alone.payload == payload);
+        EXPECT_EQ(alone.pts, 0x1ABCDEF01U);
+        EXPECT_FALSE(alone.damaged || keeper.found[1].packet.damaged || keeper.found[2].packet.damaged);
         ASSERT_EQ(demuxer.continuityErrors(), 0U);
     }
 }
 
 TEST_F(Intake, TheTablesOfABlockEndWhereItsTracksBegin) {
     const std::vector<uint8_t> withTables = packets(1, true);
-    const std::vector<uint8_t> without = packets(2, false);
-
-    const std::size_t tables = tableBytes(withTables);
+    const std::size_t tables = writer.tableBytes();
 
     EXPECT_GT(tables, kPacket);
     EXPECT_EQ(tables % kPacket, 0U);
-    EXPECT_EQ(withTables[tables + 1] & 0x1F, TsWriter::kVideoPid >> 8);
-    EXPECT_EQ(tableBytes(without), 0U);
+    EXPECT_EQ(withTables[tables + 1] & 0x1F, kVideoPid >> 8);
+    for (int i = 0; i < 5; ++i) {
+        (void)packets(2, false);
+        EXPECT_EQ(writer.tableBytes(), 0U);
+    }
+    (void)packets(3, false);
+    EXPECT_EQ(writer.tableBytes(), tables) << "0.2 s later";
+}
+
+/// The packets of one track or table, one behind the other.
+std::vector<uint8_t> packetsOf(uint16_t pid, std::span<const uint8_t> stream) {
+    std::vector<uint8_t> result;
+    for (std::size_t at = 0; at + kPacket <= stream.size(); at += kPacket) {
+        const auto packet = stream.subspan(at, kPacket);
+        if (((packet[1] & 0x1F) << 8 | packet[2]) == pid) {
+            result.insert(result.end(), packet.begin(), packet.end());
+        }
+    }
+    return result;
+}
+
+TEST(TsWriter, WritesARecordedStreamOfAnEarlierSenderByteForByte) {
+    std::ifstream file(ORU_STREAM_SAMPLE, std::ios::binary);
+    const std::vector<uint8_t> recorded{std::istreambuf_iterator<char>(file), {}};
+    PacketKeeper keeper;
+    TsDemuxer demuxer(keeper);
+    demuxer.feed(recorded.data(), recorded.size());
+    ASSERT_EQ(demuxer.continuityErrors(), 0U);
+    ASSERT_EQ(demuxer.videoCodec(), VideoCodec::H264);
+    ASSERT_EQ(keeper.found.size(), 7U) << "a description, and three images with their records";
+
+    TsWriter writer;
+    writer.open(VideoCodec::H264);
+    std::vector<uint8_t> written;
+    for (std::size_t i = 0; i < keeper.found.size(); ++i) {
+        const auto& [video, packet] = keeper.found[i];
+        writer.begin(packet.pts, false);
+        if (video) {
+            writer.writeVideo(packet.payload, i == 1);
+        } else {
+            writer.writeData(packet.payload);
+        }
+        written.insert(written.end(), writer.block().begin(), writer.block().end());
+    }
+
+    for (const uint16_t pid : {kVideoPid, kDataPid}) {
+        EXPECT_EQ(packetsOf(pid, written), packetsOf(pid, recorded)) << pid;
+    }
+    constexpr uint16_t kMapPid = 0x1000;
+    for (const uint16_t pid : {uint16_t{0}, kMapPid}) {
+        auto first = packetsOf(pid, recorded);
+        first.resize(kPacket);
+        EXPECT_EQ(packetsOf(pid, written), first) << pid;
+    }
+}
+
+TEST(TsWriter, PutsADelimiterBeforeAnAccessUnitThatHasNone) {
+    const std::vector<uint8_t> h264 = {0, 0, 0, 1, 0x09, 0xF0};
+    const std::vector<uint8_t> h265 = {0, 0, 0, 1, 0x46, 0x01, 0x50};
+    const struct {
+        VideoCodec codec;
+        std::vector<uint8_t> unit;
+        std::vector<uint8_t> delimiter;
+    } cases[] = {
+        {VideoCodec::H264, {0, 0, 0, 1, 0x65, 7}, h264},  {VideoCodec::H264, {0, 0, 1, 0x67, 7}, h264},
+        {VideoCodec::H264, {0, 0, 1, 0x09, 0xF0}, {}},    {VideoCodec::H265, {0, 0, 0, 1, 0x40, 1}, h265},
+        {VideoCodec::H265, {0, 0, 1, 0x46, 1, 0x50}, {}}, {VideoCodec::H264, {0, 0, 1}, h264},
+    };
+    for (const auto& test : cases) {
+        PacketKeeper keeper;
+        TsDemuxer demuxer(keeper);
+        TsWriter writer;
+        writer.open(test.codec);
+        writer.begin(1, true);
+        writer.writeVideo(test.unit, true);
+        writer.writeData(std::array<uint8_t, 1>{});
+        demuxer.feed(writer.block().data(), writer.block().size());
+
+        std::vector<uint8_t> expected = test.delimiter;
+        expected.insert(expected.end(), test.unit.begin(), test.unit.end());
+        ASSERT_EQ(keeper.found.size(), 2U);
+        EXPECT_EQ(keeper.found[0].packet.payload, expected);
+        EXPECT_EQ(demuxer.videoCodec(), test.codec);
+    }
 }
 
 }  // namespace

@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "backends/stream/wire/data_packets.hpp"
-
 namespace oru::stream {
 
 FrameTransmitter::FrameTransmitter(Subscribers& receivers, CameraDescriber& facts, SampleQueue& sampleQueue,
@@ -19,7 +17,8 @@ bool FrameTransmitter::open(const UDPOutConfig& configuration) {
     settings.bitrate = configuration.bitrate;
     settings.gop_size = configuration.gop_size;
     recordBytes.reserve(kMaxFrameRecordBytes);
-    return encoder.open(settings) && muxer.open(settings.codec, settings.width, settings.height);
+    writer.open(settings.codec);
+    return encoder.open(settings);
 }
 
 bool FrameTransmitter::sendFrame(const OutgoingFrame& frame, bool key_frame, uint64_t skipped) {
@@ -50,14 +49,13 @@ void FrameTransmitter::transmit(const VideoEncoder::Coded& coded, uint64_t skipp
     record.timestamp_ns = found->timestamp;
     record.skipped_frames = skipped;
     record.metadata = found->metadata;
-    muxer.clear();
+    writer.begin(static_cast<uint64_t>(coded.pts), coded.key_frame);
     if (coded.key_frame) {
-        writeDescriptionPacket(coded.pts);
+        writeDescriptionPacket();
     }
     // The record comes last: its arrival tells the receiver that the image is complete.
-    if (muxer.writeVideo(coded.data, coded.size, coded.pts, coded.key_frame)) {
-        writeRecordPacket(record, coded.pts);
-    }
+    writer.writeVideo({coded.data, coded.size}, coded.key_frame);
+    writeRecordPacket(record);
     frameBefore = record.frame_id - 1;
     send(coded.key_frame ? Subscribers::Part::KEY_FRAME : Subscribers::Part::FRAME);
 }
@@ -66,18 +64,18 @@ void FrameTransmitter::sendSamples(int64_t pts, uint64_t last_id, bool describe)
     FrameRecord record;
     record.session = session;
     record.frame_id = last_id;
-    muxer.clear();
+    writer.begin(static_cast<uint64_t>(pts), describe);
     if (describe) {
-        writeDescriptionPacket(pts);
+        writeDescriptionPacket();
     }
-    writeRecordPacket(record, pts);
+    writeRecordPacket(record);
     frameBefore = last_id;
     send(describe ? Subscribers::Part::DESCRIPTION : Subscribers::Part::SAMPLES);
 }
 
 void FrameTransmitter::send(Subscribers::Part part) {
-    const std::vector<uint8_t>& bytes = muxer.finish();
-    subscribers.send({bytes, tableBytes(bytes), part, std::exchange(firstSample, history.end()), history.end()}, *this);
+    subscribers.send(
+        {writer.block(), writer.tableBytes(), part, std::exchange(firstSample, history.end()), history.end()}, *this);
 }
 
 uint64_t FrameTransmitter::write(std::vector<uint8_t>& target, const Subscribers::Block& block, uint64_t first) {
@@ -87,7 +85,7 @@ uint64_t FrameTransmitter::write(std::vector<uint8_t>& target, const Subscribers
     const auto missed = history.run(first, block.first_sample);
     recordBytes.clear();
     const std::size_t written = writeFrameRecord(recordBytes, record, missed.data(), missed.size());
-    writeDataPackets(target, {recordBytes, blockPts, firstDataCounter(block.bytes)});
+    writeDataPackets(target, {recordBytes, writer.pts(), writer.firstDataCounter()});
     return first + written;
 }
 
@@ -98,22 +96,20 @@ void FrameTransmitter::setSamplesAside() {
     firstSample = history.end();
 }
 
-void FrameTransmitter::writeDescriptionPacket(int64_t pts) {
-    muxer.repeatTables();
+void FrameTransmitter::writeDescriptionPacket() {
     recordBytes.clear();
     cameraFacts.withDescription(
         [this](const DescriptionRecord& description) { writeDescription(recordBytes, description); });
-    (void)muxer.writeData(recordBytes, pts);
+    writer.writeData(recordBytes);
 }
 
-void FrameTransmitter::writeRecordPacket(const FrameRecord& record, int64_t pts) {
+void FrameTransmitter::writeRecordPacket(const FrameRecord& record) {
     recordBytes.clear();
     queue.drainTo(samples);
     const std::size_t written = writeFrameRecord(recordBytes, record, samples.data(), samples.size());
     history.append({samples.data(), written});
-    blockPts = static_cast<uint64_t>(pts);
     samples.erase(samples.begin(), samples.begin() + static_cast<std::ptrdiff_t>(written));
-    (void)muxer.writeData(recordBytes, pts);
+    writer.writeData(recordBytes);
 }
 
 }  // namespace oru::stream

@@ -49,8 +49,8 @@ private:
     [[nodiscard]] std::optional<uint64_t> after(Timestamp time) const override { return history.after(time); }
     uint64_t write(std::vector<uint8_t>& target, const Subscribers::Block& block, uint64_t first) override;
     void transmit(const VideoEncoder::Coded& coded, uint64_t skipped);
-    void writeDescriptionPacket(int64_t pts);
-    void writeRecordPacket(const FrameRecord& record, int64_t pts);
+    void writeDescriptionPacket();
+    void writeRecordPacket(const FrameRecord& record);
     void send(Subscribers::Part part);
 
     Subscribers& subscribers;
@@ -59,12 +59,11 @@ private:
     uint64_t session;
     VideoEncoder encoder;
     VideoEncoder::Settings settings;
-    TsWriter muxer;
+    TsWriter writer;
     std::vector<uint8_t> recordBytes;
     std::vector<IMUPacket> samples;
     RetransmitBuffer history;
     uint64_t firstSample = 0;  ///< of the block in hand
-    uint64_t blockPts = 0;
     uint64_t frameBefore = 0;  ///< number of the frame before the block in hand
     std::array<Pending, kPending> pending;
     std::size_t nextPending = 0;

@@ -252,7 +252,7 @@ bool Subscribers::accepts(Receiver& receiver, Part part) {
     return true;
 }
 
-bool Subscribers::sendUpTo(Receiver& receiver, const std::vector<uint8_t>& bytes, std::size_t end) {
+bool Subscribers::sendUpTo(Receiver& receiver, std::span<const uint8_t> bytes, std::size_t end) {
     while (receiver.sent < end) {
         const std::size_t size = std::min<std::size_t>(kMessageBytes, end - receiver.sent);
         const auto* message = reinterpret_cast<const char*>(bytes.data() + receiver.sent);

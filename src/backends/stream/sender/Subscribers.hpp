@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <span>
 #include <string>
 #include <thread>
 #include <vector>
@@ -27,7 +28,7 @@ public:
     enum class Part { KEY_FRAME, FRAME, DESCRIPTION, SAMPLES };
     /// What all receivers get. Samples are numbered by the sender, in their order.
     struct Block {
-        const std::vector<uint8_t>& bytes;
+        std::span<const uint8_t> bytes;
         std::size_t table_bytes;  ///< the programme tables that it begins with
         Part part;
         uint64_t first_sample;  ///< the first one that it carries
@@ -113,7 +114,7 @@ private:
     /// Sends what comes before the rest of the block, and says how much of the block that was in `receiver.sent`.
     [[nodiscard]] bool sendMissed(Receiver& receiver, const Block& block, MissedSamples& missed) ORU_REQUIRES(mutex);
     [[nodiscard]] bool sendBatch(Receiver& receiver, const Block& block) ORU_REQUIRES(mutex);
-    [[nodiscard]] bool sendUpTo(Receiver& receiver, const std::vector<uint8_t>& bytes, std::size_t end)
+    [[nodiscard]] bool sendUpTo(Receiver& receiver, std::span<const uint8_t> bytes, std::size_t end)
         ORU_REQUIRES(mutex);
     void wishKeyFrame() { keyFrameWanted.store(true, std::memory_order_release); }
 

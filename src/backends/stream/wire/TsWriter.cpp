@@ -1,100 +1,97 @@
 #include "backends/stream/wire/TsWriter.hpp"
 
+#include <bitstream/mpeg/ts.h>
+
+#include <array>
+
 namespace oru::stream {
 namespace {
 
-constexpr int kVideoStream = 0;
-constexpr int kDataStream = 1;
-constexpr int kIoBytes = 1 << 15;
-constexpr std::size_t kUsualFrameBytes = std::size_t{1} << 18;
+constexpr uint64_t kTableTicks = 90'000 / 5;
+constexpr std::size_t kUsualBlockBytes = std::size_t{1} << 18;
+
+/// Access unit delimiters (ITU-T H.264, 7.3.2.4; ITU-T H.265, 7.3.2.5): a transport stream wants one in each access
+/// unit.
+constexpr std::array<uint8_t, 6> kH264Delimiter = {0, 0, 0, 1, 0x09, 0xF0};
+constexpr std::array<uint8_t, 7> kH265Delimiter = {0, 0, 0, 1, 0x46, 0x01, 0x50};
+
+/// The first byte of the first unit behind its start code; 0 when there is none.
+uint8_t firstUnitHeader(std::span<const uint8_t> accessUnit) {
+    std::size_t zeros = 0;
+    while (zeros < accessUnit.size() && accessUnit[zeros] == 0) {
+        ++zeros;
+    }
+    const bool startCode = zeros >= 2 && zeros + 1 < accessUnit.size() && accessUnit[zeros] == 1;
+    return startCode ? accessUnit[zeros + 1] : uint8_t{0};
+}
+
+std::span<const uint8_t> missingDelimiter(VideoCodec codec, std::span<const uint8_t> accessUnit) {
+    constexpr uint8_t kH264DelimiterType = 9;
+    constexpr uint8_t kH265DelimiterType = 35;
+    const uint8_t header = firstUnitHeader(accessUnit);
+    if (codec == VideoCodec::H265) {
+        return (header >> 1 & 0x3F) == kH265DelimiterType ? std::span<const uint8_t>() : kH265Delimiter;
+    }
+    return (header & 0x1F) == kH264DelimiterType ? std::span<const uint8_t>() : kH264Delimiter;
+}
 
 }  // namespace
 
-TsWriter::TsWriter() = default;
-TsWriter::~TsWriter() = default;
-
-void TsWriter::FormatDelete::operator()(AVFormatContext* format) const {
-    if (format->pb != nullptr) {
-        av_freep(&format->pb->buffer);
-        avio_context_free(&format->pb);
-    }
-    avformat_free_context(format);
-}
-
-int TsWriter::append(void* muxer, uint8_t* data, int size) {
-    std::vector<uint8_t>& bytes = static_cast<TsWriter*>(muxer)->bytes;
-    bytes.insert(bytes.end(), data, data + size);
-    return size;
-}
-
-bool TsWriter::addStream(AVMediaType type, AVCodecID codec, uint16_t pid) {
-    AVStream* stream = avformat_new_stream(context.get(), nullptr);
-    if (stream == nullptr) {
-        return false;
-    }
-    stream->codecpar->codec_type = type;
-    stream->codecpar->codec_id = codec;
-    stream->id = pid;
-    stream->time_base = {1, 90000};
-    return true;
-}
-
-bool TsWriter::open(VideoCodec codec, uint32_t width, uint32_t height) {
-    AVFormatContext* made = nullptr;
-    if (avformat_alloc_output_context2(&made, nullptr, "mpegts", nullptr) < 0) {
-        return false;
-    }
-    context.reset(made);
-    packet.reset(av_packet_alloc());
-    auto* buffer = static_cast<uint8_t*>(av_malloc(kIoBytes));
-    made->pb = avio_alloc_context(buffer, kIoBytes, 1, this, nullptr, &TsWriter::append, nullptr);
-    const AVCodecID id = codec == VideoCodec::H265 ? AV_CODEC_ID_HEVC : AV_CODEC_ID_H264;
-    if (packet == nullptr || made->pb == nullptr || !addStream(AVMEDIA_TYPE_VIDEO, id, kVideoPid) ||
-        !addStream(AVMEDIA_TYPE_DATA, AV_CODEC_ID_SMPTE_KLV, kDataPid)) {
-        return false;
-    }
-    made->streams[kVideoStream]->codecpar->width = static_cast<int>(width);
-    made->streams[kVideoStream]->codecpar->height = static_cast<int>(height);
-    made->max_delay = 0;
-    made->flags |= AVFMT_FLAG_FLUSH_PACKETS;
-    av_opt_set(made->priv_data, "omit_video_pes_length", "1", 0);
-    av_opt_set(made->priv_data, "pat_period", "0.2", 0);
-    bytes.reserve(kUsualFrameBytes);
-    return avformat_write_header(made, nullptr) >= 0;
-}
-
-void TsWriter::repeatTables() {
-    av_opt_set(context->priv_data, "mpegts_flags", "resend_headers", 0);
-}
-
-bool TsWriter::write(int stream, uint8_t* data, std::size_t size, int64_t pts, int flags) {
-    packet->stream_index = stream;
-    packet->data = data;
-    packet->size = static_cast<int>(size);
-    packet->pts = pts;
-    packet->dts = pts;
-    packet->flags = flags;
-    const bool written = av_write_frame(context.get(), packet.get()) >= 0;
-    av_packet_unref(packet.get());
-    return written;
-}
-
-bool TsWriter::writeVideo(uint8_t* data, std::size_t size, int64_t pts, bool key_frame) {
-    return write(kVideoStream, data, size, pts, key_frame ? AV_PKT_FLAG_KEY : 0);
-}
-
-bool TsWriter::writeData(std::vector<uint8_t>& data, int64_t pts) {
-    return write(kDataStream, data.data(), data.size(), pts, AV_PKT_FLAG_KEY);
-}
-
-const std::vector<uint8_t>& TsWriter::finish() {
-    av_write_frame(context.get(), nullptr);
-    avio_flush(context->pb);
-    return bytes;
-}
-
-void TsWriter::clear() {
+void TsWriter::open(VideoCodec videoCodec) {
+    codec = videoCodec;
+    association = programAssociation();
+    map = programMap(codec);
+    bytes.reserve(kUsualBlockBytes);
     bytes.clear();
+    tables = 0;
+    tablesWritten.reset();
+    tableCounter = videoCounter = dataCounter = blockDataCounter = 0;
+}
+
+void TsWriter::begin(uint64_t ticks, bool tablesWanted) {
+    bytes.clear();
+    now = ticks;
+    blockDataCounter = dataCounter;
+    if (tablesWanted || !tablesWritten || now - *tablesWritten >= kTableTicks) {
+        writeTables();
+    }
+    tables = bytes.size();
+}
+
+void TsWriter::writeTables() {
+    for (TransportPacket* table : {&association, &map}) {
+        ts_set_cc(table->data(), tableCounter);
+        bytes.insert(bytes.end(), table->begin(), table->end());
+    }
+    tableCounter = (tableCounter + 1) & 0x0F;
+    tablesWritten = now;
+}
+
+void TsWriter::writeVideo(std::span<const uint8_t> accessUnit, bool keyFrame) {
+    PesUnit unit;
+    unit.track = PesUnit::Track::VIDEO;
+    unit.prefix = missingDelimiter(codec, accessUnit);
+    unit.payload = accessUnit;
+    unit.pts = now;
+    unit.random_access = keyFrame;
+    videoCounter = appendPes(bytes, unit, videoCounter);
+}
+
+void TsWriter::writeData(std::span<const uint8_t> payload) {
+    PesUnit unit;
+    unit.payload = payload;
+    unit.pts = now;
+    dataCounter = appendPes(bytes, unit, dataCounter);
+}
+
+void writeDataPackets(std::vector<uint8_t>& target, const DataPacket& packet) {
+    PesUnit unit;
+    unit.payload = packet.payload;
+    unit.pts = packet.pts;
+    unit.random_access = false;
+    unit.discontinuity = true;
+    const auto first = static_cast<uint8_t>(packet.next_counter - packetCount(unit));
+    (void)appendPes(target, unit, first & 0x0F);
 }
 
 }  // namespace oru::stream

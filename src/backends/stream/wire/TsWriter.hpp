@@ -1,46 +1,62 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
-#include <memory>
+#include <optional>
+#include <span>
 #include <vector>
 
-#include "backends/stream/wire/ffmpeg.hpp"
-#include "backends/stream/wire/ts_demuxer.hpp"
+#include "backends/stream/wire/ts_packets.hpp"
 
 namespace oru::stream {
 
-/// Writes one video stream and one KLV data stream into a transport stream in memory. Threads: one at a time.
+/// Writes one video stream and one KLV data stream into a transport stream in memory, block by block: the counterpart
+/// of TsDemuxer. It allocates while blocks grow, and then no more. Threads: one at a time.
 class TsWriter {
 public:
-    static constexpr uint16_t kVideoPid = 0x100;
-    static constexpr uint16_t kDataPid = 0x101;
+    /// Starts the stream anew.
+    void open(VideoCodec videoCodec);
+    /// Starts a block whose packets all bear `ticks` of 90 kHz, which never decrease. It begins with the programme
+    /// tables when they are wanted or were written 0.2 s ago.
+    void begin(uint64_t ticks, bool tablesWanted);
+    /// One access unit in Annex B form; a missing access unit delimiter is put before it.
+    void writeVideo(std::span<const uint8_t> accessUnit, bool keyFrame);
+    /// At most kMaxDataPayload bytes.
+    void writeData(std::span<const uint8_t> payload);
 
-    TsWriter();
-    ~TsWriter();
-    TsWriter(const TsWriter&) = delete;
-    TsWriter& operator=(const TsWriter&) = delete;
-
-    [[nodiscard]] bool open(VideoCodec codec, uint32_t width, uint32_t height);
-    /// The programme tables come again before the next packet.
-    void repeatTables();
-    /// `pts` counts 90 kHz ticks and never decreases within a stream.
-    [[nodiscard]] bool writeVideo(uint8_t* data, std::size_t size, int64_t pts, bool key_frame);
-    [[nodiscard]] bool writeData(std::vector<uint8_t>& data, int64_t pts);
-    /// Everything written since clear(): whole transport packets.
-    [[nodiscard]] const std::vector<uint8_t>& finish();
-    void clear();
+    /// The block so far: whole transport packets, valid until more is written.
+    [[nodiscard]] std::span<const uint8_t> block() const { return bytes; }
+    /// The programme tables that the block begins with.
+    [[nodiscard]] std::size_t tableBytes() const { return tables; }
+    [[nodiscard]] uint64_t pts() const { return now; }
+    /// The continuity counter of the data track's first transport packet in the block.
+    [[nodiscard]] uint8_t firstDataCounter() const { return blockDataCounter; }
 
 private:
-    struct FormatDelete {
-        void operator()(AVFormatContext* context) const;
-    };
-    static int append(void* muxer, uint8_t* data, int size);
-    [[nodiscard]] bool addStream(AVMediaType type, AVCodecID codec, uint16_t pid);
-    [[nodiscard]] bool write(int stream, uint8_t* data, std::size_t size, int64_t pts, int flags);
+    void writeTables();
 
+    VideoCodec codec = VideoCodec::NONE;
+    TransportPacket association{};
+    TransportPacket map{};
     std::vector<uint8_t> bytes;
-    std::unique_ptr<AVFormatContext, FormatDelete> context;
-    AvPtr<AVPacket> packet;
+    std::size_t tables = 0;
+    uint64_t now = 0;
+    std::optional<uint64_t> tablesWritten;
+    uint8_t tableCounter = 0;
+    uint8_t videoCounter = 0;
+    uint8_t dataCounter = 0;
+    uint8_t blockDataCounter = 0;
 };
+
+/// A data packet for one receiver alone, put before a block that all receivers get.
+struct DataPacket {
+    std::span<const uint8_t> payload;  ///< at most kMaxDataPayload bytes
+    uint64_t pts = 0;
+    uint8_t next_counter = 0;  ///< continuity counter of the data track's first transport packet in what follows
+};
+
+/// Appends the transport packets of such a packet to `target`. The first one is marked as a discontinuity, because what
+/// came before it is unknown; the last one leads on to `next_counter`.
+void writeDataPackets(std::vector<uint8_t>& target, const DataPacket& packet);
 
 }  // namespace oru::stream
