@@ -1,13 +1,17 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
+#include <iterator>
 #include <string>
+#include <string_view>
 
 #include "backends/rlx/container/container.hpp"
 #include "backends/rlx/container/ebml.hpp"
 #include "backends/rlx/file/nal_units.hpp"
 #include "backends/rlx/recording_fixture.hpp"
 #include "backends/rlx/records/crc32c.hpp"
+#include "doubles/golden_sample.hpp"
 
 namespace oru::rlx {
 
@@ -72,6 +76,38 @@ TEST(FrameRecords, ComeBackExactlyAndRefuseEveryFlippedBit) {
         ASSERT_FALSE(decodeFrame(bytes, read)) << bit;
         bytes[bit / 8] ^= static_cast<uint8_t>(1U << (bit % 8));
     }
+}
+
+// A frame record as recordings have it, in three parts: all up to the metadata, which is zero, and the rest.
+constexpr std::string_view kStoredFacts =
+    "524C5846020000008877665544332211070000000000000015CD853DFE9C9717E900000000000000210000000000000064000000EFBEADDE"
+    "02000000030000000000000028010000000000000000000000000000";
+constexpr std::string_view kStoredPacketAndChecksum =
+    "181716151413121128272625242322213837363534333231FCFCFDFE0000A03F00002040000070400000A0400000C8400000F04000000C41"
+    "00002041000034410000484100005C41000070410000824100008C41000096410000A0410000AA410000B4410000BE410000C8410000D241"
+    "0000DC410000E6410000F0410000FA41000002420000074200000C42000011420000164200001B42000020420000254200002A4200002F42"
+    "000034420000394200003E42000043420000484200004D42A501010101000000000052420000574200005C42000061420000664200006B42"
+    "00007042444342410000754200007A4200007F420000824200808442000087420080894200008C4200808E42000091420080934200009642"
+    "0080984200009B4200809D4200000000EB7B8D2A";
+
+TEST(FrameRecords, KeepTheBytesOfTheFormat) {
+    FrameRecord frame = sampleFrame(false);
+    frame.time_ns = 1'700'000'000'123'456'789;
+    frame.lost_before = 3;
+    frame.metadata = {};
+    frame.imu = test::distinctSample();
+    frame.packets.clear();
+    Bytes stored = test::fromHex(kStoredFacts);
+    stored.resize(stored.size() + sizeof frame.metadata.bytes);
+    std::ranges::copy(test::fromHex(kStoredPacketAndChecksum), std::back_inserter(stored));
+    Bytes bytes;
+    FrameRecord read;
+
+    encodeFrame(frame, 2, bytes);
+
+    EXPECT_EQ(bytes, stored);
+    ASSERT_TRUE(decodeFrame(stored, read));
+    EXPECT_EQ(read.imu, frame.imu);
 }
 
 TEST(FrameRecords, VersionOneLeavesOutTheImu) {

@@ -4,9 +4,11 @@
 #include <cstring>
 #include <limits>
 #include <random>
+#include <string_view>
 
 #include "backends/stream/stream_fixture.hpp"
 #include "backends/stream/wire/records.hpp"
+#include "doubles/golden_sample.hpp"
 
 namespace oru::stream {
 namespace {
@@ -83,6 +85,42 @@ TEST(Records, AFrameComesBackBitForBit) {
     EXPECT_TRUE(std::signbit(kept.samples[2].pressure));
     packets[1].imu_temperature = kept.samples[1].imu_temperature = 0.0F;
     EXPECT_TRUE(kept.samples == packets);
+}
+
+// A frame record as version 1 has always been: without metadata, a whole sample and two that differ in two fields each.
+constexpr std::string_view kStoredFrame =
+    "060E2B34010101010F4B4F5255010001830001650105030039300000EFBEADDEEFCDAB89674523014D0000000000000015CD853DFE9C9717"
+    "0500000000000000FFFFFF7F01181716151413121128272625242322213837363534333231FCFCFDFE0000A03F00002040000070400000A0"
+    "400000C8400000F04000000C4100002041000034410000484100005C41000070410000824100008C41000096410000A0410000AA410000B4"
+    "410000BE410000C8410000D2410000DC410000E6410000F0410000FA41000002420000074200000C42000011420000164200001B42000020"
+    "420000254200002A4200002F42000034420000394200003E42000043420000484200004D42A50000524201010000574200005C4200006142"
+    "0000664200006B4200007042444342410000754200007A4200007F42000082420080844200008742010080894200008C4200808E42000091"
+    "4200809342000096420080984200009B4200809D4200004100000000C0BF01004108000100007A4200";
+constexpr std::string_view kStoredDescription =
+    "060E2B34010101010F4B4F52550100028300009701050F00630000000000000099EDFFFF1F000000FFFFFFFF0700000080070000B0040000"
+    "FDFFFFFF0000803F0000004000004040000080400000A0400000C0400000E0C001000000020000002C010000900100000200060000000332"
+    "00000000000000640000000C0000000200000000FBFFFFFF050000001B0000005B4C4546545F43414D5F4844313230305D0A6678203D2037"
+    "30300A";
+
+TEST(Records, KeepTheBytesOfTheProtocol) {
+    FrameRecord frame = someFrame();
+    frame.has_metadata = false;
+    std::vector<IMUPacket> packets(3, test::distinctSample());
+    packets[1].magnetometer_available = false;
+    packets[1].heading = -1.5F;
+    packets[2].valid = false;
+    packets[2].extra_temperatures_present = false;
+    std::vector<uint8_t> frameBytes;
+    std::vector<uint8_t> descriptionBytes;
+    Kept kept;
+
+    writeFrameRecord(frameBytes, frame, packets.data(), packets.size());
+    writeDescription(descriptionBytes, someDescription());
+
+    EXPECT_EQ(frameBytes, test::fromHex(kStoredFrame));
+    EXPECT_EQ(descriptionBytes, test::fromHex(kStoredDescription));
+    EXPECT_TRUE(RecordReader().read(frameBytes.data(), frameBytes.size(), kept));
+    EXPECT_EQ(kept.samples, packets);
 }
 
 TEST(Records, ADescriptionComesBackWhole) {

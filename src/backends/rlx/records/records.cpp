@@ -1,8 +1,10 @@
 #include "backends/rlx/records/records.hpp"
 
 #include <algorithm>
+#include <type_traits>
 
 #include "backends/rlx/records/crc32c.hpp"
+#include "oru_input/mcu/imu_fields.hpp"
 
 namespace oru::rlx {
 
@@ -16,76 +18,36 @@ constexpr std::size_t kFrameFixedSize = 340;
 enum HeaderFlag : uint32_t { FLIPPED = 1, DECOMPRESSION_PLATFORM = 2, HAS_IMU = 4, HAS_TRANSFORM = 8 };
 enum FrameFlag : uint32_t { KEY = 1, HAS_FRAME_IMU = 2 };
 
+/// Calls `visit` with each field of a packet and `pad` with a number of zero bytes, in the order of the file: that of
+/// the field list, but that the flags stand together behind the sample's state.
+template <class Packet, class Visit, class Pad>
+void visitStored(Packet& packet, const Visit& visit, const Pad& pad) {
+    const auto visitFlag = [&](auto& field) {
+        if constexpr (std::is_same_v<decltype(field), decltype((packet.valid))>) {
+            visit(field);
+        }
+    };
+    const auto visitOther = [&](auto& field) {
+        if constexpr (!std::is_same_v<decltype(field), decltype((packet.valid))>) {
+            visit(field);
+        }
+        if constexpr (std::is_same_v<decltype(field), decltype((packet.sample_state))>) {
+            visitImuFields(visitFlag, packet);
+            pad(3);
+        }
+    };
+    visitImuFields(visitOther, packet);
+    pad(4);
+}
+
 void putPacket(LittleEndianWriter& out, const IMUPacket& packet) {
-    out.put(packet.imu_timestamp);
-    out.put(packet.barometer_timestamp);
-    out.put(packet.magnetometer_timestamp);
-    out.put(packet.sync_count);
-    out.put(packet.orientation);
-    out.put(packet.translation);
-    out.put(packet.vector_1);
-    out.put(packet.vector_2);
-    out.put(packet.vector_3);
-    out.put(packet.vector_4);
-    out.put(packet.variances_a);
-    out.put(packet.variances_b);
-    out.put(packet.orientation_covariance);
-    out.put(packet.sample_state);
-    out.put(packet.valid);
-    out.put(packet.magnetometer_available);
-    out.put(packet.barometer_available);
-    out.put(packet.extra_temperatures_present);
-    out.zeros(3);
-    out.put(packet.imu_temperature);
-    out.put(packet.magnetic_vector_1);
-    out.put(packet.magnetic_vector_2);
-    out.put(packet.heading_state);
-    out.put(packet.heading_accuracy);
-    out.put(packet.heading);
-    out.put(packet.barometer_temperature);
-    out.put(packet.pressure);
-    out.put(packet.reserved);
-    out.put(packet.relative_altitude);
-    out.put(packet.extra_temperatures);
-    out.put(packet.metadata_orientation);
-    out.put(packet.metadata_translation);
-    out.zeros(4);
+    visitStored(
+        packet, [&](const auto& field) { out.put(field); }, [&](std::size_t count) { out.zeros(count); });
 }
 
 void getPacket(LittleEndianReader& in, IMUPacket& packet) {
-    in.get(packet.imu_timestamp);
-    in.get(packet.barometer_timestamp);
-    in.get(packet.magnetometer_timestamp);
-    in.get(packet.sync_count);
-    in.get(packet.orientation);
-    in.get(packet.translation);
-    in.get(packet.vector_1);
-    in.get(packet.vector_2);
-    in.get(packet.vector_3);
-    in.get(packet.vector_4);
-    in.get(packet.variances_a);
-    in.get(packet.variances_b);
-    in.get(packet.orientation_covariance);
-    in.get(packet.sample_state);
-    in.get(packet.valid);
-    in.get(packet.magnetometer_available);
-    in.get(packet.barometer_available);
-    in.get(packet.extra_temperatures_present);
-    (void)in.bytes(3);
-    in.get(packet.imu_temperature);
-    in.get(packet.magnetic_vector_1);
-    in.get(packet.magnetic_vector_2);
-    in.get(packet.heading_state);
-    in.get(packet.heading_accuracy);
-    in.get(packet.heading);
-    in.get(packet.barometer_temperature);
-    in.get(packet.pressure);
-    in.get(packet.reserved);
-    in.get(packet.relative_altitude);
-    in.get(packet.extra_temperatures);
-    in.get(packet.metadata_orientation);
-    in.get(packet.metadata_translation);
-    (void)in.bytes(4);
+    visitStored(
+        packet, [&](auto& field) { in.get(field); }, [&](std::size_t count) { (void)in.bytes(count); });
 }
 
 void putChecksum(Bytes& out, std::size_t start) {

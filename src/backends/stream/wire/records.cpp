@@ -1,12 +1,13 @@
 #include "backends/stream/wire/records.hpp"
 
 #include <algorithm>
+#include <cstring>
 
 extern "C" {
 #include <libavutil/crc.h>
 }
 
-#include "backends/stream/wire/imu_fields.hpp"
+#include "oru_input/mcu/imu_fields.hpp"
 #include "utils/bytes.hpp"
 
 namespace oru::stream {
@@ -30,6 +31,7 @@ constexpr uint8_t kRegionKnown = 8;
 constexpr uint8_t kValueKnown = 1;
 constexpr uint8_t kRangeKnown = 2;
 constexpr std::size_t kImuCountAt = 2;
+constexpr std::size_t kMaxSampleBytes = 4 + sizeof(IMUPacket);  // the field mask and every field
 constexpr std::size_t kLengthBytes = 3;
 constexpr uint8_t kLongLength = 0x80 | kLengthBytes;
 
@@ -109,6 +111,36 @@ bool readControls(LittleEndianReader& reader, std::vector<ControlState>& control
     return reader.ok();
 }
 
+/// Writes a mask of the fields whose bytes differ from `previous`, then those fields.
+void writeSample(LittleEndianWriter& writer, const IMUPacket& sample, const IMUPacket& previous) {
+    const std::size_t maskAt = writer.size();
+    writer.put(uint32_t{0});
+    uint32_t mask = 0;
+    uint32_t bit = 1;
+    const auto writeChanged = [&](const auto& field, const auto& before) {
+        if (std::memcmp(&field, &before, sizeof(field)) != 0) {
+            mask |= bit;
+            writer.put(field);
+        }
+        bit <<= 1;
+    };
+    visitImuFields(writeChanged, sample, previous);
+    writer.patch(maskAt, mask);
+}
+
+/// Reads one sample over `sample`, which holds the one before it.
+bool readSample(LittleEndianReader& reader, IMUPacket& sample) {
+    auto mask = reader.get<uint32_t>();
+    const auto readChanged = [&](auto& field) {
+        if ((mask & 1) != 0) {
+            reader.get(field);
+        }
+        mask >>= 1;
+    };
+    visitImuFields(readChanged, sample);
+    return reader.ok();
+}
+
 bool sizeAcceptable(const StreamDescription& camera) {
     const auto side = [](uint32_t value) { return value >= 2 && value <= kMaxImageSide && value % 2 == 0; };
     return side(camera.width) && side(camera.height);
@@ -134,11 +166,11 @@ std::size_t writeFrameRecord(std::vector<uint8_t>& target, const FrameRecord& re
     if (record.has_metadata) {
         writer.bytes(record.metadata.bytes);
     }
-    IMUPacket previous = emptyImuPacket();
+    IMUPacket previous{};
     std::size_t written = 0;
     while (written < std::min(count, kMaxImuPerRecord) &&
-           writer.size() - start + kMaxImuBytes <= kMaxFrameRecordBytes) {
-        writeImuPacket(writer, packets[written], previous);
+           writer.size() - start + kMaxSampleBytes <= kMaxFrameRecordBytes) {
+        writeSample(writer, packets[written], previous);
         previous = packets[written++];
     }
     writer.patch(start + kImuCountAt, static_cast<uint16_t>(written));
@@ -224,10 +256,10 @@ bool RecordReader::readFrame(ByteView content, RecordSink& sink) {
         return false;
     }
     samples.resize(count);
-    IMUPacket previous = emptyImuPacket();
+    IMUPacket previous{};
     for (IMUPacket& sample : samples) {
         sample = previous;
-        if (!readImuPacket(reader, sample)) {
+        if (!readSample(reader, sample)) {
             return false;
         }
         previous = sample;
