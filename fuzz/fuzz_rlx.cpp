@@ -13,16 +13,12 @@
 #include "backends/rlx/file/repair.hpp"
 #include "backends/rlx/records/crc32c.hpp"
 #include "backends/rlx/rlx_factory.hpp"
+#include "doubles/CalibrationKeeper.hpp"
 #include "logging/KoruLogger.hpp"
 
 using namespace oru;
 
 namespace {
-
-class NoCalibration final : public CalibrationSource {
-public:
-    bool downloadCalibFile(String /*directory*/, int /*serial*/) override { return false; }
-};
 
 /// A file in memory with a path.
 class MemoryFile {
@@ -54,7 +50,7 @@ constexpr uint32_t kHeight = 16;
 
 std::vector<uint8_t> makeRecording(RLX_COMPRESSION_MODE mode) {
     const MemoryFile file;
-    NoCalibration calibration;
+    oru::doubles::CalibrationKeeper calibration;
     const auto recorder = makeRlxVideo(calibration);
     rlxrw::RlxRecordingHeader header;
     header.width = kWidth;
@@ -149,7 +145,7 @@ std::vector<uint8_t> changed(const Sample& sample, const uint8_t* data, std::siz
 }
 
 int play(const std::string& path) {
-    NoCalibration calibration;
+    oru::doubles::CalibrationKeeper calibration;
     const auto reader = makeRlxVideo(calibration);
     const int opened = reader->open(path.c_str());
     std::vector<unsigned char> image(kWidth * kHeight * 2);

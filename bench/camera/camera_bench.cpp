@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "compose/built_in_factory.hpp"
-#include "doubles/quiet_factory.hpp"
+#include "doubles/ScriptedFactory.hpp"
 #include "logging/log.hpp"
 #include "oru_koruone/CameraOneImpl.hpp"
 
@@ -30,7 +30,7 @@ std::string settingsDirectory() {
 }
 
 std::unique_ptr<oru::CameraOneImpl> openQuietCamera() {
-    const auto factory = std::make_shared<oru::doubles::QuietFactory>();
+    const auto factory = oru::doubles::makeQuietFactory();
     (void)oru::CollaboratorFactory::setProcessDefault(factory);
     auto camera = std::make_unique<oru::CameraOneImpl>(factory);
     oru::InitParametersOne parameters;

@@ -1,7 +1,10 @@
 #pragma once
 
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace oru::doubles {
@@ -9,7 +12,13 @@ namespace oru::doubles {
 /// What the camera called on its collaborators, in order.
 class CallLog {
 public:
-    void add(std::string call) { calls.push_back(std::move(call)); }
+    /// Neither formats nor allocates while `listening` is false.
+    template <class... Values>
+    void add(fmt::format_string<Values...> call, Values&&... values) {
+        if (listening) {
+            calls.push_back(fmt::format(call, std::forward<Values>(values)...));
+        }
+    }
     void clear() { calls.clear(); }
     [[nodiscard]] const std::vector<std::string>& all() const { return calls; }
     [[nodiscard]] auto count(const std::string& call) const { return std::count(calls.begin(), calls.end(), call); }
@@ -18,6 +27,8 @@ public:
     [[nodiscard]] std::size_t at(const std::string& call) const {
         return static_cast<std::size_t>(std::find(calls.begin(), calls.end(), call) - calls.begin());
     }
+
+    bool listening = true;
 
 private:
     std::vector<std::string> calls;

@@ -7,9 +7,15 @@
 
 namespace oru::doubles {
 
-/// Zeroed host memory under the GPU's names; what else the GPU does is up to the double.
+/// Zeroed host memory under the GPU's names; every call succeeds.
 class HostMemoryGpu : public GpuRuntime {
 public:
+    int cudaSetDevice(int) override { return 0; }
+    int cuCtxGetCurrent(CUctx_st**) override { return 0; }
+    int cuCtxCreate_v2(CUctx_st**, unsigned, int) override { return 0; }
+    int cudaStreamCreate(CUstream_st**) override { return 0; }
+    int cudaStreamDestroy(CUstream_st*) override { return 0; }
+    int cudaStreamSynchronize(CUstream_st*) override { return 0; }
     void* hostAlloc(std::size_t bytes) override { return std::calloc(1, bytes); }
     void hostFree(void* memory) override { std::free(memory); }
     void* deviceAlloc(std::size_t bytes) override { return std::calloc(1, bytes); }

@@ -1,6 +1,8 @@
 #pragma once
 
 #include "collaborators/CollaboratorFactory.hpp"
+#include "doubles/CalibrationKeeper.hpp"
+#include "doubles/ScriptedClock.hpp"
 #include "doubles/live_doubles.hpp"
 #include "doubles/platform_doubles.hpp"
 #include "doubles/recorded_doubles.hpp"
@@ -32,7 +34,7 @@ public:
     }
     DeviceDirectory& devices() override { return directory; }
     CalibrationSource& calibration() override { return calibrationSource; }
-    GpuRuntime& gpu() override { return gpuRuntime; }
+    GpuRuntime& gpu() override { return otherGpu != nullptr ? *otherGpu : gpuRuntime; }
     Clock& clock() override { return scriptedClock; }
 
     CallLog log;
@@ -43,9 +45,27 @@ public:
     StreamInputScript streamInput;
     StreamOutputScript streamOutput;
     ScriptedDirectory directory{log};
-    ScriptedCalibration calibrationSource{log};
+    CalibrationKeeper calibrationSource{&log};
     ScriptedGpu gpuRuntime{log};
+    std::shared_ptr<GpuRuntime> otherGpu;  ///< used instead where there is one
     ScriptedClock scriptedClock;
 };
+
+/// Keeps no log; its camera delivers frames of that size with inertial samples: for what counts allocations or time.
+inline std::shared_ptr<ScriptedFactory> makeQuietFactory(int width = 1920, int height = 1200) {
+    auto factory = std::make_shared<ScriptedFactory>();
+    factory->log.listening = false;
+    factory->hasRecordings = factory->hasStreams = false;
+    GrabberScript& grabber = factory->grabber;
+    grabber.width = width;
+    grabber.height = height;
+    grabber.pixels.assign(static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 2, 0x80);
+    grabber.packet.valid = true;
+    grabber.packet.imu_timestamp = 1;
+    grabber.packet.orientation[3] = 1.0F;
+    grabber.mcu.poses = {grabber.packet};
+    grabber.mcu.batch.assign(13, grabber.packet);
+    return factory;
+}
 
 }  // namespace oru::doubles

@@ -1,12 +1,13 @@
 #pragma once
 
-#include <gtest/gtest.h>
 #include <stdlib.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <system_error>
 #include <vector>
 
 namespace oru::doubles {
@@ -26,7 +27,9 @@ public:
     [[nodiscard]] std::string prefix() const { return folder.string() + "/"; }
     [[nodiscard]] std::string path(const std::string& name) const { return (folder / name).string(); }
 
+    /// Writes a file, making its folders; returns its path.
     std::string write(const std::string& name, const std::string& text) const {
+        std::filesystem::create_directories((folder / name).parent_path());
         std::ofstream(path(name), std::ios::binary) << text;
         return path(name);
     }
@@ -46,7 +49,9 @@ public:
 private:
     static std::filesystem::path make() {
         std::string pattern = (std::filesystem::temp_directory_path() / "oru.XXXXXX").string();
-        EXPECT_NE(::mkdtemp(pattern.data()), nullptr);
+        if (::mkdtemp(pattern.data()) == nullptr) {
+            throw std::system_error(errno, std::generic_category(), pattern);
+        }
         return pattern;
     }
 

@@ -1,19 +1,17 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <memory>
 #include <string>
-#include <utility>
 
 #include "calibration/readers.hpp"
 #include "doubles/LogCapture.hpp"
 #include "doubles/ScopedEnvironment.hpp"
+#include "doubles/ScopedPlatform.hpp"
 #include "doubles/ScriptedFactory.hpp"
+#include "doubles/SettingsRoot.hpp"
+#include "doubles/TemporaryDirectory.hpp"
 #include "oru_koruone/CameraOneImpl.hpp"
 
 namespace oru {
@@ -97,25 +95,17 @@ k1 = 0
 /// A camera among scripted collaborators, with a settings directory of its own that holds the cameras' calibrations.
 class CameraTest : public ::testing::Test {
 protected:
-    CameraTest()
-        : directory(std::filesystem::temp_directory_path() / ("oru_camera_" + std::to_string(::getpid()))),
-          previousRoot(std::exchange(detail::settingsRoot(), (directory / "system").string())),
-          previousFactory(CollaboratorFactory::setProcessDefault(factory)) {
-        std::filesystem::create_directories(directory);
+    CameraTest() {
         writeCalibration(30010001, kCalibrationOfFamily1);
         writeCalibration(31020002, kCalibrationOfFamily2);
         parameters.settings_path = settings().c_str();
     }
-    ~CameraTest() override {
-        camera.reset();
-        (void)CollaboratorFactory::setProcessDefault(previousFactory);
-        detail::settingsRoot() = previousRoot;
-        std::filesystem::remove_all(directory);
-    }
 
-    [[nodiscard]] std::string settings() const { return directory.string() + "/"; }
-    [[nodiscard]] std::string calibrationPath(int serial) const { return settings() + calibrationFileName(serial); }
-    void writeCalibration(int serial, const std::string& text) const { std::ofstream(calibrationPath(serial)) << text; }
+    [[nodiscard]] std::string settings() const { return directory.prefix(); }
+    [[nodiscard]] std::string calibrationPath(int serial) const { return directory.path(calibrationFileName(serial)); }
+    void writeCalibration(int serial, const std::string& text) const {
+        (void)directory.write(calibrationFileName(serial), text);
+    }
     [[nodiscard]] ERROR_CODE openLive() { return camera->open(parameters); }
     [[nodiscard]] ERROR_CODE openFile(const char* path = "/recordings/a.rlx2") {
         parameters.input.setFromFile(path);
@@ -140,9 +130,9 @@ protected:
     InitParametersOne parameters;
 
 private:
-    std::filesystem::path directory;
-    std::string previousRoot;
-    std::shared_ptr<CollaboratorFactory> previousFactory;
+    TemporaryDirectory directory;
+    SettingsRoot root{directory.path("system")};
+    ScopedPlatform platform{factory};
 
 protected:
     LogCapture logged;

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <fmt/core.h>
-
 #include <deque>
 #include <functional>
 #include <map>
@@ -58,7 +56,7 @@ public:
 
     ImuCalibration exportCalib() override { return script.calibration; }
     IMUPacket getIMUPose(int index) override {
-        log.add(fmt::format("getIMUPose {}", index));
+        log.add("getIMUPose {}", index);
         if (script.poses.empty()) {
             return {};
         }
@@ -70,7 +68,7 @@ public:
     }
     Transform getIMUCameraTransform() override { return script.imuToCamera; }
     std::vector<IMUPacket> getIMUPacketBatch(unsigned long from, unsigned long to) override {
-        log.add(fmt::format("getIMUPacketBatch {} {}", from, to));
+        log.add("getIMUPacketBatch {} {}", from, to);
         return script.batch;
     }
     unsigned int getMCUFirmwareVersion() override { return script.firmware; }
@@ -85,17 +83,17 @@ class ScriptedGrabber final : public LiveCameraGrabber {
 public:
     ScriptedGrabber(GrabberScript& answers, CallLog& calls, INPUT_TYPE type)
         : script(answers), log(calls), mcu(answers.mcu, calls), kind(type) {
-        log.add(fmt::format("makeGrabber {}", static_cast<int>(type)));
+        log.add("makeGrabber {}", static_cast<int>(type));
     }
     ~ScriptedGrabber() override { log.add("~grabber"); }
 
     void setInputType(INPUT_TYPE type) override { kind = type; }
     [[nodiscard]] INPUT_TYPE inputType() const override { return kind; }
-    void setMonoCapture(bool mono) override { log.add(fmt::format("setMonoCapture {}", mono)); }
+    void setMonoCapture(bool mono) override { log.add("setMonoCapture {}", mono); }
     SETUP_STATE setUp(int& id, int width, int height, int fps, int option, bool a, IMU_FREQ frequency, bool b,
                       bool hdr) override {
-        log.add(fmt::format("setUp {} {}x{} {} {} {} {} {} {}", id, width, height, fps, option, a,
-                            static_cast<int>(frequency), b, hdr));
+        log.add("setUp {} {}x{} {} {} {} {} {} {}", id, width, height, fps, option, a, static_cast<int>(frequency), b,
+                hdr);
         id = id < 0 ? 0 : id;
         return script.setUp;
     }
@@ -105,11 +103,11 @@ public:
     int getSerialNumber() override { return script.serial; }
     int getFWVersion() override { return script.firmware; }
     int getRequestedFPS() override { return script.fps; }
-    void endSetup(unsigned char* unused) override { log.add(unused == nullptr ? "endSetup null" : "endSetup"); }
+    void endSetup(unsigned char* unused) override { log.add("{}", unused == nullptr ? "endSetup null" : "endSetup"); }
     bool hasMCU() override { return script.hasMcu; }
     KORUmcu* getMCU() override { return script.mcuIsNull ? nullptr : &mcu; }
     int waitForNewFrame(int milliseconds) override {
-        log.add(fmt::format("waitForNewFrame {}", milliseconds));
+        log.add("waitForNewFrame {}", milliseconds);
         if (script.onWait) {
             script.onWait();
         }
@@ -135,7 +133,7 @@ public:
         log.add("afterGrab");
         script.time += script.timeStep;
     }
-    void close(bool wait) override { log.add(fmt::format("closeGrabber {}", wait)); }
+    void close(bool wait) override { log.add("closeGrabber {}", wait); }
 
     bool getVideoSettingRange(VIDEO_SETTINGS, int& min, int& max) override {
         min = 0;
@@ -145,25 +143,25 @@ public:
     bool valueInRange(VIDEO_SETTINGS, int) override { return script.accepts; }
     int getGrabberSettingsValue(VIDEO_SETTINGS setting) override { return script.values[setting]; }
     int setGrabberSettingsValue(VIDEO_SETTINGS setting, int value, bool automatic) override {
-        log.add(fmt::format("set {} {} {}", static_cast<int>(setting), value, automatic));
+        log.add("set {} {} {}", static_cast<int>(setting), value, automatic);
         return 0;
     }
     int setGrabberSettingsValue(VIDEO_SETTINGS setting, std::pair<int, int> range, bool automatic) override {
-        log.add(fmt::format("set {} {}..{} {}", static_cast<int>(setting), range.first, range.second, automatic));
+        log.add("set {} {}..{} {}", static_cast<int>(setting), range.first, range.second, automatic);
         return 0;
     }
     std::pair<int, int> getGrabberSettingsRangeValue(VIDEO_SETTINGS) override { return script.range; }
     int getROIforAECAGC(int side, Rect& region) override {
-        log.add(fmt::format("getROI {}", side));
+        log.add("getROI {}", side);
         region = script.region;
         return script.regionStatus;
     }
     int setROIforAECAGC(int side, Rect region) override {
-        log.add(fmt::format("setROI {} {},{} {}x{}", side, region.x, region.y, region.width, region.height));
+        log.add("setROI {} {},{} {}x{}", side, region.x, region.y, region.width, region.height);
         return script.regionStatus;
     }
     int resetROIforAECAGC(int side) override {
-        log.add(fmt::format("resetROI {}", side));
+        log.add("resetROI {}", side);
         return script.regionStatus;
     }
     [[nodiscard]] FrameCounters counters() const override { return script.counters; }

@@ -1,38 +1,14 @@
 #pragma once
 
-#include <fmt/core.h>
-
-#include <functional>
 #include <string>
 #include <vector>
 
-#include "collaborators/CollaboratorFactory.hpp"
+#include "collaborators/DeviceDirectory.hpp"
+#include "collaborators/MonoRectifier.hpp"
 #include "doubles/CallLog.hpp"
 #include "doubles/HostMemoryGpu.hpp"
 
 namespace oru::doubles {
-
-/// Time passes only in nanosleep.
-class ScriptedClock final : public Clock {
-public:
-    uint64_t systemNanoseconds() override { return now; }
-    uint64_t monotonicNanoseconds() override { return now; }
-    int nanosleep(const timespec& duration, timespec* rest) override {
-        const auto asked =
-            static_cast<uint64_t>(duration.tv_sec) * 1'000'000'000U + static_cast<uint64_t>(duration.tv_nsec);
-        sleeps.push_back(asked);
-        const uint64_t slept = interruptions > 0 ? asked / 2 : asked;
-        now += slept;
-        if (rest != nullptr) {
-            *rest = {0, static_cast<long>(asked - slept)};
-        }
-        return interruptions > 0 ? (--interruptions, -1) : 0;
-    }
-
-    uint64_t now = 1'700'000'000'000'000'000U;
-    int interruptions = 0;
-    std::vector<uint64_t> sleeps;
-};
 
 /// Logs contexts and streams.
 class ScriptedGpu final : public HostMemoryGpu {
@@ -40,7 +16,7 @@ public:
     explicit ScriptedGpu(CallLog& calls) : log(calls) {}
 
     int cudaSetDevice(int device) override {
-        log.add(fmt::format("cudaSetDevice {}", device));
+        log.add("cudaSetDevice {}", device);
         return 0;
     }
     int cuCtxGetCurrent(CUctx_st** context) override {
@@ -49,7 +25,7 @@ public:
         return 0;
     }
     int cuCtxCreate_v2(CUctx_st** context, unsigned flags, int device) override {
-        log.add(fmt::format("cuCtxCreate {} {}", flags, device));
+        log.add("cuCtxCreate {} {}", flags, device);
         *context = reinterpret_cast<CUctx_st*>(&createdContext);
         return 0;
     }
@@ -62,7 +38,6 @@ public:
         log.add("cudaStreamDestroy");
         return 0;
     }
-    int cudaStreamSynchronize(CUstream_st*) override { return 0; }
     int cuCtxPushCurrent_v2(CUctx_st* context) override {
         addContextCall("cuCtxPush");
         pushed = context;
@@ -80,7 +55,7 @@ public:
 private:
     void addContextCall(const char* call) {
         if (logsContexts) {
-            log.add(call);
+            log.add("{}", call);
         }
     }
 
@@ -94,15 +69,14 @@ public:
     explicit ScriptedRectifier(CallLog& calls) : log(calls) {}
 
     CameraParameters setup(CameraParameters& raw, CUstream_st*, bool flipped) override {
-        log.add(fmt::format("setup {}x{} {}", raw.image_size.width, raw.image_size.height, flipped));
+        log.add("setup {}x{} {}", raw.image_size.width, raw.image_size.height, flipped);
         CameraParameters rectified = raw;
         rectified.distortion.fill(0.0);
         return rectified;
     }
     void process(Mat&, CUstream_st*) override { log.add("process"); }
     int getView(VIEW view, Resolution size, Mat&, MEM memory, CUstream_st*) override {
-        log.add(fmt::format("getView {} {}x{} {}", static_cast<int>(view), size.width, size.height,
-                            static_cast<int>(memory)));
+        log.add("getView {} {}x{} {}", static_cast<int>(view), size.width, size.height, static_cast<int>(memory));
         return 0;
     }
     void free() override { log.add("freeRectifier"); }
@@ -116,38 +90,20 @@ public:
     explicit ScriptedDirectory(CallLog& calls) : log(calls) {}
 
     std::vector<DeviceProperties> getGMSLDevices(bool a, bool b) override {
-        log.add(fmt::format("getGMSLDevices {} {}", a, b));
+        log.add("getGMSLDevices {} {}", a, b);
         return devices;
     }
     std::vector<DeviceProperties> getGrabberList(bool all) override {
-        log.add(fmt::format("getGrabberList {}", all));
+        log.add("getGrabberList {}", all);
         return devices;
     }
     ERROR_CODE resetMCU(int index) override {
-        log.add(fmt::format("resetMCU {}", index));
+        log.add("resetMCU {}", index);
         return reset;
     }
 
     std::vector<DeviceProperties> devices;
     ERROR_CODE reset = SUCCESS;
-
-private:
-    CallLog& log;
-};
-
-class ScriptedCalibration final : public CalibrationSource {
-public:
-    explicit ScriptedCalibration(CallLog& calls) : log(calls) {}
-
-    bool downloadCalibFile(String directory, int serial_number) override {
-        log.add(fmt::format("download {} {}", directory.c_str(), serial_number));
-        if (onDownload) {
-            onDownload();
-        }
-        return static_cast<bool>(onDownload);
-    }
-
-    std::function<void()> onDownload;
 
 private:
     CallLog& log;

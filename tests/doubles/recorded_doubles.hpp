@@ -1,7 +1,5 @@
 #pragma once
 
-#include <fmt/core.h>
-
 #include <deque>
 #include <optional>
 #include <vector>
@@ -50,10 +48,10 @@ class ScriptedRlx final : public rlxrw::RLXVideo {
 public:
     ScriptedRlx(RlxScript& answers, CallLog& calls, std::string role)
         : script(answers), log(calls), name(std::move(role)) {}
-    ~ScriptedRlx() override { log.add("~" + name); }
+    ~ScriptedRlx() override { log.add("~{}", name); }
 
     int open(const char* path) override {
-        log.add(fmt::format("{} open {}", name, path));
+        log.add("{} open {}", name, path);
         if (script.openings.empty()) {
             return 0;
         }
@@ -61,12 +59,12 @@ public:
         script.openings.pop_front();
         return result;
     }
-    void close() override { log.add(name + " close"); }
+    void close() override { log.add("{} close", name); }
     int repairFile(const char* in, const char* out, bool a, bool b) override {
-        log.add(fmt::format("repair {} '{}' {} {}", in, out, a, b));
+        log.add("repair {} '{}' {} {}", in, out, a, b);
         return script.repair;
     }
-    void setPosition(int frame) override { log.add(fmt::format("setPosition {}", frame)); }
+    void setPosition(int frame) override { log.add("setPosition {}", frame); }
     int getRLXVersion() override { return script.version; }
     rlxrw::IRLXWriter* v1() override { return script.version == 1 ? &script.v1 : nullptr; }
     const rlxrw::RlxHeaderV2* v2() override { return script.version == 2 ? &script.v2 : nullptr; }
@@ -92,7 +90,7 @@ public:
     const Matrix4f* getIMUCamTransform() override { return script.imuToCamera ? &*script.imuToCamera : nullptr; }
     std::vector<IMUPacket> getFrameIMUPackets() override { return script.framePackets; }
     void writeCurrentIMU(IMUPacket packet) override {
-        log.add(fmt::format("{} writeCurrentIMU {}", name, packet.imu_timestamp));
+        log.add("{} writeCurrentIMU {}", name, packet.imu_timestamp);
         script.written.push_back(packet);
     }
     [[nodiscard]] FrameStatus readFrame(unsigned char*, std::size_t, Timestamp&) override { return INPUT_ENDED; }
@@ -114,7 +112,7 @@ public:
     ~ScriptedPlayback() override { log.add("~playback"); }
 
     [[nodiscard]] FrameStatus nextImageOfRLX(CameraFrameContext camera, bool flag) override {
-        log.add(fmt::format("nextImageOfRLX {}", flag));
+        log.add("nextImageOfRLX {}", flag);
         FrameStatus status = script.thenStatus;
         if (!script.statuses.empty()) {
             status = script.statuses.front();
@@ -131,8 +129,8 @@ public:
     }
     ERROR_CODE enableRecording(CameraFrameContext camera, const RecordingParameters& parameters,
                                const rlxrw::RlxRecordingHeader& source) override {
-        log.add(fmt::format("enableRecording {} {}x{} {}", parameters.video_filename.c_str(), source.width,
-                            source.height, source.serial_number));
+        log.add("enableRecording {} {}x{} {}", parameters.video_filename.c_str(), source.width, source.height,
+                source.serial_number);
         camera.recordingEnabled = true;
         return SUCCESS;
     }

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <fmt/core.h>
-
 #include <cstring>
 #include <deque>
 #include <vector>
@@ -35,16 +33,16 @@ class ScriptedStreamInput final : public UDPInput {
 public:
     ScriptedStreamInput(StreamInputScript& answers, RlxScript& rlx, CallLog& calls, bool verbose)
         : script(answers), log(calls), streamRecorder(rlx, calls, "streamRecorder") {
-        log.add(fmt::format("makeStreamInput {}", verbose));
+        log.add("makeStreamInput {}", verbose);
     }
     ~ScriptedStreamInput() override { log.add("~streamInput"); }
 
     int open(String ip, unsigned short port, int unused) override {
-        log.add(fmt::format("connect {} {} {}", ip.c_str(), port, unused));
+        log.add("connect {} {} {}", ip.c_str(), port, unused);
         return script.opening;
     }
     bool readStreamData(unsigned char* image, unsigned char* second) override {
-        log.add(second == nullptr ? "readStreamData" : "readStreamData second");
+        log.add("{}", second == nullptr ? "readStreamData" : "readStreamData second");
         bool frame = script.thenFrame;
         if (!script.frames.empty()) {
             frame = script.frames.front();
@@ -69,7 +67,7 @@ public:
         return script.suppliesImu;
     }
     std::vector<IMUPacket> takeImuPacketsBefore(Timestamp time) override {
-        log.add(fmt::format("takeImuPacketsBefore {}", time));
+        log.add("takeImuPacketsBefore {}", time);
         return script.packets;
     }
     rlxrw::RLXVideo& recorder() override { return streamRecorder; }
@@ -81,7 +79,7 @@ public:
     }
     int getGrabberSettingsValue(VIDEO_SETTINGS setting) override { return script.values[setting]; }
     int setGrabberSettingsValue(VIDEO_SETTINGS setting, int value, bool automatic) override {
-        log.add(fmt::format("stream set {} {} {}", static_cast<int>(setting), value, automatic));
+        log.add("stream set {} {} {}", static_cast<int>(setting), value, automatic);
         return 0;
     }
     int getGrabberSettingsValue(VIDEO_SETTINGS, int side, Rect& region) override {
@@ -89,7 +87,7 @@ public:
         return 0;
     }
     int setGrabberSettingsValue(VIDEO_SETTINGS, int side, Rect region, bool reset) override {
-        log.add(fmt::format("stream setROI {} {}x{} {}", side, region.width, region.height, reset));
+        log.add("stream setROI {} {}x{} {}", side, region.width, region.height, reset);
         return 0;
     }
 
@@ -99,19 +97,26 @@ private:
     ScriptedRlx streamRecorder;
 };
 
+/// A frame as a sender was given it.
+struct SentFrame {
+    std::vector<unsigned char> pixels;
+    Timestamp time = 0;
+    rlxrw::rlxSampleMetadata metadata{};
+};
+
 struct StreamOutputScript {
     int opening = 0;
     bool busy = false;
     bool running = true;
     bool imu = true;
     UDPOutConfig configuration{};
-    rlxrw::rlxSampleMetadata metadata{};
+    std::vector<SentFrame> sent;
 };
 
 class ScriptedStreamOutput final : public UDPOutput {
 public:
     ScriptedStreamOutput(StreamOutputScript& answers, CallLog& calls, bool verbose) : script(answers), log(calls) {
-        log.add(fmt::format("makeStreamOutput {}", verbose));
+        log.add("makeStreamOutput {}", verbose);
     }
     ~ScriptedStreamOutput() override { log.add("~streamOutput"); }
 
@@ -120,15 +125,16 @@ public:
         return script.opening;
     }
     void setGrabber(LiveCameraGrabber* grabber) override {
-        log.add(grabber == nullptr ? "setGrabber null" : "setGrabber");
+        log.add("{}", grabber == nullptr ? "setGrabber null" : "setGrabber");
     }
-    void asyncingestYUVFrame(unsigned char*, Timestamp time, rlxrw::rlxSampleMetadata metadata, int size) override {
-        log.add(fmt::format("send {} {}", time, size));
-        script.metadata = metadata;
+    void asyncingestYUVFrame(unsigned char* pixels, Timestamp time, rlxrw::rlxSampleMetadata metadata,
+                             int size) override {
+        log.add("send {} {}", time, size);
+        script.sent.push_back({{pixels, pixels + size}, time, metadata});
     }
     void waitingestYUVFrameProcessing() override { log.add("waitForSender"); }
     void noteSkippedFrame() override { log.add("skipped"); }
-    void ingestIMU(IMUPacket packet) override { log.add(fmt::format("ingestIMU {}", packet.imu_timestamp)); }
+    void ingestIMU(IMUPacket packet) override { log.add("ingestIMU {}", packet.imu_timestamp); }
     [[nodiscard]] bool isBusy() const override { return script.busy; }
     [[nodiscard]] bool isRunning() const override { return script.running; }
     [[nodiscard]] bool carriesImu() const override { return script.imu; }

@@ -3,11 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <optional>
 
-#include "backends/rectifier/ObservedGpu.hpp"
 #include "backends/rectifier/images.hpp"
 #include "backends/rectifier/reference/camera_views.hpp"
-#include "doubles/quiet_factory.hpp"
+#include "doubles/ObservedGpu.hpp"
+#include "doubles/ScopedPlatform.hpp"
+#include "doubles/ScriptedFactory.hpp"
 
 // What every rectifier promises; a test program includes it and names its subjects.
 
@@ -39,9 +41,10 @@ public:
         if (runtime == nullptr) {
             GTEST_SKIP() << absence;
         }
-        auto observer = std::make_unique<ObservedGpu>(std::move(runtime));
-        gpu = observer.get();
-        previous = CollaboratorFactory::setProcessDefault(std::make_shared<doubles::QuietFactory>(std::move(observer)));
+        gpu = std::make_shared<doubles::ObservedGpu>(std::move(runtime));
+        auto factory = std::make_shared<doubles::ScriptedFactory>();
+        factory->otherGpu = gpu;
+        platform.emplace(std::move(factory));
         ASSERT_EQ(gpu->cudaStreamCreate(&stream), 0);
         rectifier = GetParam().makeRectifier(*gpu);
         camera = cameraOf(testLenses()[2], kSize);
@@ -56,8 +59,8 @@ public:
         view = {};
         frame = {};
         EXPECT_EQ(gpu->cudaStreamDestroy(stream), 0);
-        EXPECT_EQ(gpu->held, 0) << "memory or events were not given back";
-        (void)CollaboratorFactory::setProcessDefault(previous);
+        EXPECT_EQ(gpu->held(), 0U) << "memory or events were not given back";
+        platform.reset();
     }
 
     static Mat makeFrame(Size size) {
@@ -100,8 +103,8 @@ public:
         return rectifier->getView(kind, size, destination, memory, stream);
     }
 
-    ObservedGpu* gpu = nullptr;  // of the process's default
-    std::shared_ptr<CollaboratorFactory> previous;
+    std::shared_ptr<doubles::ObservedGpu> gpu;  // of the process's default
+    std::optional<doubles::ScopedPlatform> platform;
     CUstream_st* stream = nullptr;
     std::unique_ptr<MonoRectifier> rectifier;
     CameraParameters camera;

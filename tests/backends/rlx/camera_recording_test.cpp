@@ -97,11 +97,11 @@ std::string modeName(const testing::TestParamInfo<RLX_COMPRESSION_MODE>& info) {
 INSTANTIATE_TEST_SUITE_P(Rlx, EveryMode, testing::ValuesIn(kModes), modeName);
 
 TEST(CameraRecording, LiveFramesComeBackWithPacketsAndMetadata) {
-    const Folder folder;
+    const TemporaryDirectory folder;
     const std::string path = folder.path("a.rlx2");
-    SteppedClock clock;
+    ScriptedClock clock;
     CameraRig camera(Scene{}, clock);
-    camera.calibration.offered_text = "offered";
+    camera.calibration.offer(kSerialNumber, "offered");
     ASSERT_EQ(camera.startRecording(path), SUCCESS);
     for (uint64_t number = 0; number < 5; ++number) {
         camera.grabLive(number);
@@ -114,8 +114,9 @@ TEST(CameraRecording, LiveFramesComeBackWithPacketsAndMetadata) {
     EXPECT_EQ(camera.status.frames_written, 5U);
     EXPECT_EQ(camera.status.frames_dropped, 0U);
     EXPECT_EQ(camera.status.last_result, SUCCESS);
+    camera.calibration.offer(kSerialNumber, "");
     ASSERT_EQ(camera.openFile(path), 0);
-    EXPECT_EQ(camera.calibration.offered_text, "offered");
+    EXPECT_EQ(camera.calibration.text(kSerialNumber), "offered");
     for (uint64_t number = 0; number < 5; ++number) {
         ASSERT_EQ(camera.grabFile(), NEW_FRAME);
         EXPECT_EQ(camera.pixels(), camera.scene.image(number));
@@ -138,11 +139,11 @@ TEST(CameraRecording, LiveFramesComeBackWithPacketsAndMetadata) {
 }
 
 TEST(CameraRecording, FullPoolDropsAndCountsWithoutBlockingOrMoving) {
-    SteppedClock clock;
+    ScriptedClock clock;
     auto owned = std::make_unique<GatedRecorder>();
     GatedRecorder& recorder = *owned;
     CameraRig camera(Scene{}, clock, std::move(owned));
-    const Folder folder;
+    const TemporaryDirectory folder;
     ASSERT_EQ(camera.startRecording(folder.path("a.rlx2")), SUCCESS);
     const std::size_t packets = [&] {
         std::size_t count = 0;
@@ -171,11 +172,11 @@ TEST(CameraRecording, FullPoolDropsAndCountsWithoutBlockingOrMoving) {
 }
 
 TEST(CameraRecording, SlowCoderIsNeverMoreThanAThirdOfASecondBehind) {
-    SteppedClock clock;
+    ScriptedClock clock;
     auto owned = std::make_unique<GatedRecorder>();
     GatedRecorder& recorder = *owned;
     CameraRig camera(Scene{.fps = 30.0F}, clock, std::move(owned));
-    const Folder folder;
+    const TemporaryDirectory folder;
     ASSERT_EQ(camera.startRecording(folder.path("a.rlx2")), SUCCESS);
 
     camera.grabLive(0);
@@ -191,13 +192,13 @@ TEST(CameraRecording, SlowCoderIsNeverMoreThanAThirdOfASecondBehind) {
 }
 
 TEST(CameraRecording, FailureEndsTheRecordingAndNotTheCamera) {
-    SteppedClock clock;
+    ScriptedClock clock;
     auto owned = std::make_unique<GatedRecorder>();
     GatedRecorder& recorder = *owned;
     recorder.open_gate = true;
     recorder.result = 1;
     CameraRig camera(Scene{}, clock, std::move(owned));
-    const Folder folder;
+    const TemporaryDirectory folder;
     ASSERT_EQ(camera.startRecording(folder.path("a.rlx2")), SUCCESS);
 
     camera.grabLive(0);
@@ -216,10 +217,10 @@ TEST(CameraRecording, FailureEndsTheRecordingAndNotTheCamera) {
 }
 
 TEST(CameraRecording, StartRefusesAnExistingFileUnlessAsked) {
-    const Folder folder;
+    const TemporaryDirectory folder;
     const std::string path = folder.path("a.rlx2");
     writeBytes(path, {'x'});
-    SteppedClock clock;
+    ScriptedClock clock;
     CameraRig camera(Scene{}, clock);
 
     EXPECT_EQ(camera.startRecording(path), INVALID_PARAMETER);
@@ -235,8 +236,8 @@ TEST(CameraRecording, StartRefusesAnExistingFileUnlessAsked) {
 }
 
 TEST(CameraRecording, PauseAndLowerRateLeaveFramesOut) {
-    const Folder folder;
-    SteppedClock clock;
+    const TemporaryDirectory folder;
+    ScriptedClock clock;
     CameraRig camera(Scene{}, clock);
     ASSERT_EQ(camera.startRecording(folder.path("a.rlx2"), 10), SUCCESS);
     for (uint64_t number = 0; number < 90; ++number) {
@@ -252,8 +253,8 @@ TEST(CameraRecording, PauseAndLowerRateLeaveFramesOut) {
 }
 
 TEST(CameraRecording, NameEndingChoosesTheVersion) {
-    const Folder folder;
-    SteppedClock clock;
+    const TemporaryDirectory folder;
+    ScriptedClock clock;
     for (const auto& [name, version] : {std::pair("a.rlx", 1), std::pair("b.rlx2", 2), std::pair("c", 2)}) {
         CameraRig camera(Scene{}, clock);
         ASSERT_EQ(camera.startRecording(folder.path(name)), SUCCESS);
@@ -265,9 +266,9 @@ TEST(CameraRecording, NameEndingChoosesTheVersion) {
 }
 
 TEST(CameraRecording, CalibrationFileInUseGoesIntoTheRecording) {
-    const Folder folder;
+    const TemporaryDirectory folder;
     std::ofstream(folder.path("SN60123456.conf")) << "[LEFT_CAM_FHD1200]\nfx=1\n";
-    SteppedClock clock;
+    ScriptedClock clock;
     CameraRig camera(Scene{}, clock);
     camera.init.settings_path = folder.path("");
     ASSERT_EQ(camera.startRecording(folder.path("a.rlx2")), SUCCESS);
@@ -276,14 +277,14 @@ TEST(CameraRecording, CalibrationFileInUseGoesIntoTheRecording) {
 
     ASSERT_EQ(camera.openFile(folder.path("a.rlx2")), 0);
 
-    EXPECT_EQ(camera.calibration.offered_text, "[LEFT_CAM_FHD1200]\nfx=1\n");
+    EXPECT_EQ(camera.calibration.text(kSerialNumber), "[LEFT_CAM_FHD1200]\nfx=1\n");
 }
 
 TEST_P(EveryMode, CopyingAFileLosesNothing) {
-    const Folder folder;
+    const TemporaryDirectory folder;
     const Scene scene{.mode = GetParam()};
     record(folder.path("a.rlx2"), scene, 100);
-    SteppedClock clock;
+    ScriptedClock clock;
     CameraRig camera(scene, clock);
     camera.init.rlx_real_time = false;
     ASSERT_EQ(camera.openFile(folder.path("a.rlx2")), 0);
@@ -305,7 +306,7 @@ TEST_P(EveryMode, CopyingAFileLosesNothing) {
 // its end must be there.
 TEST_P(EveryMode, KilledRecorderLosesAtMostHalfASecond) {
     for (int round = 0; round < 3; ++round) {
-        const Folder folder;
+        const TemporaryDirectory folder;
         const Scene scene{.fps = 60.0F, .mode = GetParam()};
         const std::string path = folder.path("a.rlx2");
         HelperProcess helper({"endless", path, std::to_string(GetParam())});

@@ -6,70 +6,13 @@
 #include <memory>
 #include <thread>
 
-#include "backends/gpu/host/host_gpu_runtime.hpp"
 #include "backends/rlx/recording_fixture.hpp"
-#include "collaborators/CollaboratorFactory.hpp"
+#include "doubles/ScopedPlatform.hpp"
+#include "doubles/ScriptedFactory.hpp"
 
 namespace oru::rlx_test {
 
-/// Time that passes only when someone sleeps.
-class SteppedClock final : public Clock {
-public:
-    uint64_t systemNanoseconds() override { return now; }
-    uint64_t monotonicNanoseconds() override { return now; }
-    int nanosleep(const timespec& duration, timespec* /*rest*/) override {
-        now += static_cast<uint64_t>(duration.tv_sec) * 1'000'000'000 + static_cast<uint64_t>(duration.tv_nsec);
-        return 0;
-    }
-    std::atomic<uint64_t> now{1'000'000'000};
-};
-
-/// A platform that gives a Mat its memory, and nothing else.
-class MemoryOnly final : public CollaboratorFactory {
-public:
-    std::unique_ptr<LiveCameraGrabber> makeGrabber(INPUT_TYPE /*type*/) override { return nullptr; }
-    std::unique_ptr<rlxrw::RLXVideo> makeRlxVideo(RlxRole /*role*/) override { return nullptr; }
-    std::unique_ptr<UDPInput> makeStreamInput(bool /*verbose*/) override { return nullptr; }
-    std::unique_ptr<UDPOutput> makeStreamOutput(STREAMING_MODE /*mode*/, bool /*verbose*/) override { return nullptr; }
-    std::unique_ptr<MonoRectifier> makeRectifier() override { return nullptr; }
-    std::unique_ptr<PlaybackRecorder> makePlaybackRecorder() override { return nullptr; }
-    DeviceDirectory& devices() override { std::abort(); }
-    CalibrationSource& calibration() override { return keptCalibration; }
-    GpuRuntime& gpu() override { return *gpuRuntime; }
-    Clock& clock() override { return steppedClock; }
-
-private:
-    KeptCalibration keptCalibration;
-    SteppedClock steppedClock;
-    std::unique_ptr<GpuRuntime> gpuRuntime = makeHostGpuRuntime();
-};
-
-/// Keeps what it was given.
-class SenderLog final : public UDPOutput {
-public:
-    int open(UDPOutConfig /*configuration*/) override { return 0; }
-    void setGrabber(LiveCameraGrabber* /*grabber*/) override {}
-    void asyncingestYUVFrame(unsigned char* pixels, Timestamp time, rlxrw::rlxSampleMetadata metadata,
-                             int size) override {
-        images.emplace_back(pixels, pixels + size);
-        times.push_back(time);
-        last_metadata = metadata;
-    }
-    void waitingestYUVFrameProcessing() override { ++waits; }
-    void noteSkippedFrame() override { ++skipped; }
-    void ingestIMU(IMUPacket /*packet*/) override {}
-    bool isBusy() const override { return busy; }
-    bool isRunning() const override { return true; }
-    bool carriesImu() const override { return false; }
-    FrameCounters counters() const override { return {}; }
-
-    std::vector<std::vector<unsigned char>> images;
-    std::vector<Timestamp> times;
-    rlxrw::rlxSampleMetadata last_metadata{};
-    int waits = 0;
-    int skipped = 0;
-    bool busy = false;
-};
+using doubles::ScriptedClock;
 
 /// The members of a camera that recording and playback work on, and its calls in the order of grab().
 struct CameraRig {
@@ -77,7 +20,6 @@ struct CameraRig {
         : scene(what),
           recorder(recorderDouble ? std::move(recorderDouble) : makeRlxVideo(calibration)),
           module(makePlaybackRecorder(time, calibration)) {
-        previousFactory = CollaboratorFactory::setProcessDefault(std::make_shared<MemoryOnly>());
         EXPECT_EQ(image.alloc({scene.width, scene.height}, U8_C2, CPU), SUCCESS);
         image_size = {scene.width, scene.height};
     }
@@ -85,7 +27,6 @@ struct CameraRig {
         module->disableRecording(context());
         module.reset();
         image.free(CPU_AND_GPU);
-        CollaboratorFactory::setProcessDefault(previousFactory);
     }
 
     CameraFrameContext context() {
@@ -143,14 +84,15 @@ struct CameraRig {
     }
 
     Scene scene;
-    KeptCalibration calibration;
+    CalibrationKeeper calibration;
+    doubles::ScopedPlatform platform{std::make_shared<doubles::ScriptedFactory>()};  // the image's memory
     Mat image;
     Timestamp current_timestamp = 0;
     IMUPacket current_imu;
     Mutex imu_mutex;
     std::unique_ptr<rlxrw::RLXVideo> reader = makeRlxVideo(calibration);
     std::unique_ptr<rlxrw::RLXVideo> recorder;
-    SenderLog* sender = nullptr;
+    UDPOutput* sender = nullptr;
     std::atomic<bool> recording{false};
     std::atomic<bool> streaming{false};
     std::atomic<bool> paused{false};
@@ -161,9 +103,6 @@ struct CameraRig {
     CameraDescription information;
     Resolution image_size;
     std::unique_ptr<PlaybackRecorder> module;
-
-private:
-    std::shared_ptr<CollaboratorFactory> previousFactory;
 };
 
 }  // namespace oru::rlx_test

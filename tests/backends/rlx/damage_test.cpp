@@ -49,7 +49,7 @@ protected:
 
     void expectRepairs(const std::vector<unsigned char>& damaged, uint64_t frames, const std::string& what) {
         writeBytes(damagedPath, damaged);
-        KeptCalibration calibration;
+        CalibrationKeeper calibration;
         const auto file = makeRlxVideo(calibration);
         ASSERT_EQ(file->open(damagedPath.c_str()), 1) << what;
         ASSERT_EQ(file->repairFile(damagedPath.c_str(), "", true, false), frames > 0 ? 0 : 1) << what;
@@ -63,7 +63,7 @@ protected:
     }
 
     Scene recordedScene;
-    Folder testFolder;
+    TemporaryDirectory testFolder;
     std::string wholePath = testFolder.path("whole.rlx2");
     std::string damagedPath = testFolder.path("damaged.rlx2");
     std::vector<unsigned char> wholeBytes;
@@ -180,7 +180,7 @@ TEST_P(EveryMode, OneWholeCopyOfTheHeaderIsEnough) {
 }
 
 TEST(Repair, SaysWhatIsWrongAndTouchesNothingItCannotHelp) {
-    const Folder folder;
+    const TemporaryDirectory folder;
     const Scene scene;
     const std::string whole = folder.path("whole.rlx2");
     record(whole, scene, 2);
@@ -216,7 +216,7 @@ TEST(Repair, SaysWhatIsWrongAndTouchesNothingItCannotHelp) {
 }
 
 TEST(Repair, KeepsEveryFrameWhenTheHeadOfTheHeaderHasAnotherLength) {
-    const Folder folder;
+    const TemporaryDirectory folder;
     const Scene scene;
     const std::string path = folder.path("a.rlx2");
     record(path, scene, 3);
@@ -258,7 +258,7 @@ TEST(Repair, KeepsEveryFrameWhenTheHeadOfTheHeaderHasAnotherLength) {
 }
 
 TEST(Repair, InterruptedAtAnyStepLeavesARepairableFile) {
-    const Folder folder;
+    const TemporaryDirectory folder;
     const Scene scene;
     const std::string path = folder.path("a.rlx2");
     record(path, scene, 6);

@@ -10,7 +10,7 @@ constexpr uint64_t kSecond = 1'000'000'000;
 
 /// Writes one RAW frame for each time.
 void recordTimes(const std::string& path, const Scene& scene, const std::vector<Timestamp>& times) {
-    KeptCalibration calibration;
+    CalibrationKeeper calibration;
     const auto recorder = makeRlxVideo(calibration);
     ASSERT_EQ(recorder->create(path.c_str(), scene.header()), 0);
     for (std::size_t i = 0; i < times.size(); ++i) {
@@ -46,10 +46,10 @@ protected:
         return status;
     }
 
-    const Folder folder;
+    const TemporaryDirectory folder;
     const std::string path = folder.path("a.rlx2");
     const Scene scene;
-    SteppedClock clock;
+    ScriptedClock clock;
     CameraRig camera{scene, clock};
 };
 
@@ -168,24 +168,26 @@ TEST_F(Playback, DamagedFrameIsLeftOutAndTheImageStaysUntouched) {
 
 TEST_F(Playback, FileIsHandedToASenderWithTimeAndMetadata) {
     record(path, scene, 3);
-    SenderLog sender;
+    doubles::StreamOutputScript script;
+    doubles::CallLog calls;
+    doubles::ScriptedStreamOutput sender(script, calls, false);
     camera.sender = &sender;
     camera.streaming = true;
     open();
 
     ASSERT_EQ(grabSoon(), NEW_FRAME);
-    sender.busy = true;
+    script.busy = true;
     ASSERT_EQ(grabSoon(), NEW_FRAME);
-    sender.busy = false;
+    script.busy = false;
     ASSERT_EQ(grabSoon(), NEW_FRAME);
 
-    ASSERT_EQ(sender.times.size(), 2U);
-    EXPECT_EQ(sender.images[1], scene.image(2));
-    EXPECT_EQ(sender.times[1], scene.time(2));
+    ASSERT_EQ(script.sent.size(), 2U);
+    EXPECT_EQ(script.sent[1].pixels, scene.image(2));
+    EXPECT_EQ(script.sent[1].time, scene.time(2));
     const auto metadata = scene.metadata(2);
-    EXPECT_TRUE(std::equal(std::begin(metadata.bytes), std::end(metadata.bytes), sender.last_metadata.bytes));
-    EXPECT_EQ(sender.skipped, 1);
-    EXPECT_GE(sender.waits, 3) << "the sender may still read the image";
+    EXPECT_TRUE(std::equal(std::begin(metadata.bytes), std::end(metadata.bytes), script.sent[1].metadata.bytes));
+    EXPECT_EQ(calls.count("skipped"), 1);
+    EXPECT_GE(calls.count("waitForSender"), 3) << "the sender may still read the image";
     camera.streaming = false;
 }
 

@@ -18,7 +18,7 @@ using oru::rlx_test::Scene;
 int recordToFullDisk(const std::string& path, const Scene& scene, rlim_t bytes) {
     std::signal(SIGXFSZ, SIG_IGN);
     const rlimit limit{bytes, bytes};
-    oru::rlx_test::KeptCalibration calibration;
+    oru::rlx_test::CalibrationKeeper calibration;
     const auto recorder = oru::makeRlxVideo(calibration);
     if (::setrlimit(RLIMIT_FSIZE, &limit) != 0 || recorder->create(path.c_str(), scene.header()) != 0) {
         return 1;

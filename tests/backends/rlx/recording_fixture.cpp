@@ -1,14 +1,13 @@
 #include "backends/rlx/recording_fixture.hpp"
+#include "doubles/numbered_images.hpp"
 #include "support/transport_suppressions.hpp"  // libx265 leaks a little at every end
-
-#include <unistd.h>
 
 extern "C" {
 #include <libavutil/log.h>
 }
 
 #include <algorithm>
-#include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <random>
@@ -18,7 +17,6 @@ namespace oru::rlx_test {
 namespace {
 
 constexpr Timestamp kFirstTime = 1'764'000'000'123'456'789;
-constexpr int kBits = 16;
 
 // As the composed program does.
 [[maybe_unused]] const bool kCodersAreSilent = [] {
@@ -57,7 +55,7 @@ IMUPacket packetOf(uint64_t seed) {
 rlxrw::RlxRecordingHeader Scene::header() const {
     rlxrw::RlxRecordingHeader header;
     header.version = version;
-    header.serial_number = 60'123'456;
+    header.serial_number = kSerialNumber;
     header.model = MODEL_MONO_3UM;
     header.camera_fw = 1524;
     header.sensors_fw = 777;
@@ -78,30 +76,7 @@ rlxrw::RlxRecordingHeader Scene::header() const {
 }
 
 std::vector<unsigned char> Scene::image(uint64_t number) const {
-    std::vector<unsigned char> bytes(std::size_t{width} * height * 2);
-    std::minstd_rand random(static_cast<unsigned>(number + 17));
-    for (std::size_t i = 0; i < bytes.size(); ++i) {
-        const auto slope = static_cast<unsigned char>(64 + (i / 2 % width) + number);
-        bytes[i] = i % 2 == 0 ? static_cast<unsigned char>(slope / 2 + random() % 4) : 128;
-    }
-    // Bits of the number as light and dark columns over the upper half.
-    const std::size_t columns = width / kBits;
-    for (std::size_t pixel = 0; pixel < std::size_t{width} * (height / 2); ++pixel) {
-        const std::size_t bit = std::min<std::size_t>(pixel % width / columns, kBits - 1);
-        bytes[2 * pixel] = (number >> bit & 1U) != 0 ? 220 : 30;
-    }
-    return bytes;
-}
-
-uint64_t numberIn(const std::vector<unsigned char>& image, const Scene& scene) {
-    uint64_t number = 0;
-    const std::size_t row = scene.height / 4;
-    const std::size_t columns = scene.width / kBits;
-    for (std::size_t bit = 0; bit < kBits; ++bit) {
-        const std::size_t pixel = row * scene.width + bit * columns + columns / 2;
-        number |= image[2 * pixel] > 125 ? uint64_t{1} << bit : 0;
-    }
-    return number;
+    return doubles::numberedImage(width, height, number);
 }
 
 Timestamp Scene::time(uint64_t number) const {
@@ -129,16 +104,6 @@ std::vector<IMUPacket> Scene::packets(uint64_t number) const {
     return packets;
 }
 
-Folder::Folder() {
-    std::string name = (std::filesystem::temp_directory_path() / "rlx-XXXXXX").string();
-    folderPath = ::mkdtemp(name.data());
-}
-
-Folder::~Folder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(folderPath, ignored);
-}
-
 int writeSceneFrame(rlxrw::RLXVideo& recorder, const Scene& scene, uint64_t number) {
     const std::vector<unsigned char> image = scene.image(number);
     const std::vector<IMUPacket> packets = scene.packets(number);
@@ -155,7 +120,7 @@ int writeSceneFrame(rlxrw::RLXVideo& recorder, const Scene& scene, uint64_t numb
 }
 
 void record(const std::string& path, const Scene& scene, uint64_t count) {
-    KeptCalibration calibration;
+    CalibrationKeeper calibration;
     const auto recorder = makeRlxVideo(calibration);
     ASSERT_EQ(recorder->create(path.c_str(), scene.header()), 0);
     for (uint64_t number = 0; number < count; ++number) {
@@ -167,7 +132,7 @@ void record(const std::string& path, const Scene& scene, uint64_t count) {
 namespace {
 
 bool imageIsRight(const std::vector<unsigned char>& image, const Scene& scene, uint64_t number) {
-    return isLossless(scene.mode) ? image == scene.image(number) : numberIn(image, scene) == (number & 0xFFFF);
+    return isLossless(scene.mode) ? image == scene.image(number) : doubles::numberIn(image, scene.width) == number;
 }
 
 bool factsAreRight(rlxrw::RLXVideo& reader, const Scene& scene, uint64_t number, Timestamp time) {
@@ -196,7 +161,7 @@ uint64_t numberAt(const Scene& scene, Timestamp time) {
 }  // namespace
 
 Played play(const std::string& path, const Scene& scene) {
-    KeptCalibration calibration;
+    CalibrationKeeper calibration;
     const auto reader = makeRlxVideo(calibration);
     Played played;
     played.open_result = reader->open(path.c_str());

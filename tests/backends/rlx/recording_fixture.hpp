@@ -3,33 +3,25 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "backends/rlx/rlx_factory.hpp"
+#include "doubles/CalibrationKeeper.hpp"
+#include "doubles/TemporaryDirectory.hpp"
 
 namespace oru::rlx_test {
+
+using doubles::CalibrationKeeper;
+using doubles::TemporaryDirectory;
 
 inline constexpr RLX_COMPRESSION_MODE kModes[] = {RLX_RAW, RLX_H264, RLX_H265, RLX_LOSSLESS, RLX_FFV1};
 inline constexpr bool isLossless(RLX_COMPRESSION_MODE mode) {
     return mode == RLX_RAW || mode == RLX_LOSSLESS || mode == RLX_FFV1;
 }
 
-/// Remembers what it was offered.
-class KeptCalibration final : public CalibrationSource {
-public:
-    bool downloadCalibFile(String /*directory*/, int /*serial*/) override { return false; }
-    void offer(int serial, std::string text) override {
-        offered_serial = serial;
-        offered_text = std::move(text);
-    }
-    std::string text(int /*serial*/) override { return offered_text; }
-
-    int offered_serial = 0;
-    std::string offered_text;
-};
+inline constexpr int kSerialNumber = 60'123'456;
 
 /// A camera that can be computed: every frame's image, time, metadata and packets follow from its number.
 struct Scene {
@@ -46,20 +38,6 @@ struct Scene {
     [[nodiscard]] rlxrw::rlxSampleMetadata metadata(uint64_t number) const;
     [[nodiscard]] IMUPacket imu(uint64_t number) const;
     [[nodiscard]] std::vector<IMUPacket> packets(uint64_t number) const;
-};
-
-/// The number that Scene::image hides in the image; survives lossy coding.
-[[nodiscard]] uint64_t numberIn(const std::vector<unsigned char>& image, const Scene& scene);
-
-/// A folder that is removed at the end of the test.
-class Folder {
-public:
-    Folder();
-    ~Folder();
-    [[nodiscard]] std::string path(const std::string& name) const { return (folderPath / name).string(); }
-
-private:
-    std::filesystem::path folderPath;
 };
 
 /// Writes one frame of the scene; the result of writeFrame.

@@ -5,6 +5,7 @@
 #include "backends/rlx/HelperProcess.hpp"
 #include "backends/rlx/file/repair.hpp"
 #include "backends/rlx/recording_fixture.hpp"
+#include "doubles/numbered_images.hpp"
 
 namespace oru::rlx_test {
 
@@ -41,7 +42,7 @@ INSTANTIATE_TEST_SUITE_P(Rlx, EveryMode, testing::ValuesIn(kModes), modeName);
 
 TEST_P(EveryMode, PlaysBackEveryFrameWithItsFactsExactly) {
     for (const int version : {1, 2}) {
-        const Folder folder;
+        const TemporaryDirectory folder;
         const Scene scene{.mode = GetParam(), .version = version};
         const std::string path = folder.path("a.rlx2");
         record(path, scene, 70);
@@ -59,11 +60,11 @@ TEST_P(EveryMode, PlaysBackEveryFrameWithItsFactsExactly) {
 }
 
 TEST_P(EveryMode, SeeksExactlyForwardsAndBackwards) {
-    const Folder folder;
+    const TemporaryDirectory folder;
     const Scene scene{.fps = 10.0F, .mode = GetParam()};
     const std::string path = folder.path("a.rlx2");
     record(path, scene, 45);
-    KeptCalibration calibration;
+    CalibrationKeeper calibration;
     const auto reader = makeRlxVideo(calibration);
     ASSERT_EQ(reader->open(path.c_str()), 0);
     std::vector<unsigned char> image(std::size_t{scene.width} * scene.height * 2);
@@ -74,7 +75,7 @@ TEST_P(EveryMode, SeeksExactlyForwardsAndBackwards) {
         EXPECT_EQ(reader->position(), frame);
         ASSERT_EQ(reader->readFrame(image.data(), image.size(), time), NEW_FRAME) << frame;
         EXPECT_EQ(time, scene.time(static_cast<uint64_t>(frame)));
-        EXPECT_EQ(numberIn(image, scene), static_cast<uint64_t>(frame));
+        EXPECT_EQ(doubles::numberIn(image, scene.width), static_cast<uint64_t>(frame));
     }
     reader->setPosition(1000);
     EXPECT_EQ(reader->readFrame(image.data(), image.size(), time), INPUT_ENDED);
@@ -87,7 +88,7 @@ TEST_P(EveryMode, OpensInOrdinaryPlayers) {
     if (!isInstalled("ffprobe") || !isInstalled("mkvinfo")) {
         GTEST_SKIP() << "ffprobe or mkvinfo is not installed";
     }
-    const Folder folder;
+    const TemporaryDirectory folder;
     const Scene scene{.mode = GetParam()};
     const std::string path = folder.path("a.rlx2");
     record(path, scene, 35);
@@ -106,11 +107,11 @@ TEST_P(EveryMode, OpensInOrdinaryPlayers) {
 
 TEST(Recording, HeaderFactsComeBackAndTheCalibrationIsOffered) {
     for (const int version : {1, 2}) {
-        const Folder folder;
+        const TemporaryDirectory folder;
         const Scene scene{.version = version};
         const std::string path = folder.path("a.rlx2");
         record(path, scene, 1);
-        KeptCalibration calibration;
+        CalibrationKeeper calibration;
         const auto reader = makeRlxVideo(calibration);
 
         ASSERT_EQ(reader->open(path.c_str()), 0);
@@ -127,18 +128,17 @@ TEST(Recording, HeaderFactsComeBackAndTheCalibrationIsOffered) {
         EXPECT_TRUE(reader->hasIMUData());
         ASSERT_NE(reader->getIMUCamTransform(), nullptr);
         EXPECT_EQ((*reader->getIMUCamTransform())(0, 3), 12.5F);
-        EXPECT_EQ(calibration.offered_serial, 60'123'456);
-        EXPECT_EQ(calibration.offered_text, scene.header().calibration_text);
+        EXPECT_EQ(calibration.text(kSerialNumber), scene.header().calibration_text);
         reader->close();
         EXPECT_EQ(reader->getRLXVersion(), 0);
     }
 }
 
 TEST(Recording, KeepsItsFileFromReadersRepairAndOtherRecorders) {
-    const Folder folder;
+    const TemporaryDirectory folder;
     const Scene scene;
     const std::string path = folder.path("a.rlx2");
-    KeptCalibration calibration;
+    CalibrationKeeper calibration;
     const auto recorder = makeRlxVideo(calibration);
     const auto other = makeRlxVideo(calibration);
     ASSERT_EQ(recorder->create(path.c_str(), scene.header()), 0);
@@ -155,8 +155,8 @@ TEST(Recording, KeepsItsFileFromReadersRepairAndOtherRecorders) {
 }
 
 TEST(Recording, RefusesWhatItCannotCode) {
-    const Folder folder;
-    KeptCalibration calibration;
+    const TemporaryDirectory folder;
+    CalibrationKeeper calibration;
     const auto recorder = makeRlxVideo(calibration);
     const struct {
         Scene scene;
@@ -174,10 +174,10 @@ TEST(Recording, RefusesWhatItCannotCode) {
 }
 
 TEST(Recording, TimesThatStandStillOrGoBackAreKept) {
-    const Folder folder;
+    const TemporaryDirectory folder;
     const Scene scene;
     const std::string path = folder.path("a.rlx2");
-    KeptCalibration calibration;
+    CalibrationKeeper calibration;
     const auto file = makeRlxVideo(calibration);
     const std::vector<unsigned char> image = scene.image(0);
     const std::vector<Timestamp> times{5'000'000'000, 5'000'000'000, 4'000'000'000, 0, 200'000'000'000, ~Timestamp{0}};
@@ -203,11 +203,11 @@ TEST(Recording, TimesThatStandStillOrGoBackAreKept) {
 }
 
 TEST(Recording, SkippedFramesCountAsLateAndGiveTheirPacketsToTheNext) {
-    const Folder folder;
+    const TemporaryDirectory folder;
     const Scene scene;
     const std::string path = folder.path("a.rlx2");
     record(path, scene, 10);
-    KeptCalibration calibration;
+    CalibrationKeeper calibration;
     const auto reader = makeRlxVideo(calibration);
     ASSERT_EQ(reader->open(path.c_str()), 0);
     std::vector<unsigned char> image(std::size_t{scene.width} * scene.height * 2);
@@ -231,7 +231,7 @@ TEST(Recording, SkippedFramesCountAsLateAndGiveTheirPacketsToTheNext) {
 
 // The limit on the size of a file stands for a full disk; it needs a process of its own.
 TEST_P(EveryMode, FullDiskLeavesAPlayableFile) {
-    const Folder folder;
+    const TemporaryDirectory folder;
     const Scene scene{.fps = 60.0F, .mode = GetParam()};
     const std::string path = folder.path("a.rlx2");
     HelperProcess helper({"disk", path, std::to_string(GetParam()), "30000"});

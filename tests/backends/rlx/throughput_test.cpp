@@ -48,7 +48,7 @@ double plainWrite(const std::string& path, const std::vector<unsigned char>& ima
 }
 
 double recorderWrite(const std::string& path, const Scene& scene, const std::vector<unsigned char>& image) {
-    KeptCalibration calibration;
+    CalibrationKeeper calibration;
     const auto recorder = makeRlxVideo(calibration);
     EXPECT_EQ(recorder->create(path.c_str(), scene.header()), 0);
     const double begin = cpuSeconds();
@@ -67,7 +67,7 @@ double recorderWrite(const std::string& path, const Scene& scene, const std::vec
 }  // namespace
 
 TEST(Throughput, RawCostsAtMostTwiceAPlainWriteWithChecksum) {
-    const Folder folder;
+    const TemporaryDirectory folder;
     const Scene scene{.width = 1920, .height = 1200, .fps = 60.0F};
     const std::vector<unsigned char> image = scene.image(1);
     std::vector<double> plain;
@@ -84,10 +84,10 @@ TEST(Throughput, RawCostsAtMostTwiceAPlainWriteWithChecksum) {
 
 TEST(Throughput, LongRecordingOpensAtOnceAndSeeksExactly) {
     constexpr int kFrames = 108'000;
-    const Folder folder;
+    const TemporaryDirectory folder;
     const Scene scene{.width = 16, .height = 2};
     const std::string path = folder.path("a.rlx2");
-    KeptCalibration calibration;
+    CalibrationKeeper calibration;
     const auto file = makeRlxVideo(calibration);
     ASSERT_EQ(file->create(path.c_str(), scene.header()), 0);
     std::vector<unsigned char> image(16 * 2 * 2);
@@ -132,7 +132,7 @@ TEST(Throughput, CameraRecordsAtItsRate) {
         float fps;
     } cases[] = {{RLX_RAW, 60.0F}, {RLX_H264, 30.0F}, {RLX_LOSSLESS, 30.0F}};
     for (const auto& sample : cases) {
-        const Folder folder;
+        const TemporaryDirectory folder;
         const Scene scene{.width = 1920, .height = 1200, .fps = sample.fps, .mode = sample.mode};
         const std::unique_ptr<Clock> clock = makeSystemClock();
         CameraRig camera(scene, *clock);

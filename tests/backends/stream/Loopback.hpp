@@ -40,8 +40,8 @@ protected:
     void TearDown() override { stopSource(); }
 
     std::unique_ptr<Clock> clock = makeSystemClock();
-    TextCalibration senderTexts;
-    TextCalibration receiverTexts;
+    CalibrationKeeper senderTexts;
+    CalibrationKeeper receiverTexts;
     UDPOutConfig settings{};
     std::unique_ptr<UDPOutput> sender;
     uint64_t firstNumber = 0;

@@ -98,7 +98,7 @@ protected:
     }
 
     std::unique_ptr<Clock> clock = makeSystemClock();
-    TextCalibration texts;
+    CalibrationKeeper texts;
     std::unique_ptr<UDPOutput> sender;
     std::unique_ptr<UDPInput> receiver;
     std::optional<ImpairmentProxy> proxy;

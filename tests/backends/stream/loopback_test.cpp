@@ -40,7 +40,7 @@ TEST_F(Loopback, DeliversEveryFrameOnceWithItsTimeMetadataAndSamples) {
 }
 
 TEST_F(Loopback, GivesTheSendersDescriptionAndCalibrationInsideOpen) {
-    senderTexts.texts[4711] = std::string(9000, 'c') + "[LEFT]";
+    senderTexts.offer(4711, std::string(9000, 'c') + "[LEFT]");
     startSender(streamConfiguration(freePort(), kWidth, kHeight));
     startSource();
     auto receiver = makeReceiver();
@@ -57,7 +57,7 @@ TEST_F(Loopback, GivesTheSendersDescriptionAndCalibrationInsideOpen) {
     EXPECT_EQ(seen.flip_state, 1);
     EXPECT_EQ(receiver->announcedFps(), 30);
     EXPECT_EQ(receiver->versionByte(), 5);
-    EXPECT_EQ(receiverTexts.texts[4711], senderTexts.texts[4711]);
+    EXPECT_EQ(receiverTexts.text(4711), senderTexts.text(4711));
 }
 
 TEST_F(Loopback, DescribesTheCameraBeforeItsFirstFrame) {

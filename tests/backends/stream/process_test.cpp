@@ -28,7 +28,7 @@ std::vector<std::string> sendCommand(uint16_t port, uint64_t first) {
 TEST(TwoProcesses, TheReceiverFindsASenderThatWasKilledAgain) {
     const uint16_t port = freePort();
     const auto clock = makeSystemClock();
-    TextCalibration texts;
+    CalibrationKeeper texts;
     auto receiver = makeStreamReceiver(*clock, texts, nullptr, false);
     std::vector<unsigned char> image(kWidth * kHeight * 2);
 
@@ -86,7 +86,7 @@ protected:
             0) {
             GTEST_SKIP() << "no ffmpeg with SRT here";
         }
-        TextCalibration texts;
+        CalibrationKeeper texts;
         const auto clock = makeSystemClock();
         ASSERT_EQ(makeStreamReceiver(*clock, texts, nullptr, false)->open("127.0.0.1", port, 0), 0);
     }

@@ -7,19 +7,10 @@
 #include "backends/stream/receiver/image_ring.hpp"
 #include "backends/stream/sender/RetransmitBuffer.hpp"
 #include "backends/stream/sender/frame_rate.hpp"
+#include "doubles/ScriptedClock.hpp"
 
 namespace oru::stream {
 namespace {
-
-/// A clock that stands until it is moved.
-class StandingClock final : public Clock {
-public:
-    uint64_t systemNanoseconds() override { return now; }
-    uint64_t monotonicNanoseconds() override { return now; }
-    int nanosleep(const timespec&, timespec*) override { return 0; }
-
-    std::atomic<uint64_t> now{1000000000};
-};
 
 std::vector<IMUPacket> samplesAt(const std::vector<uint64_t>& times) {
     std::vector<IMUPacket> packets;
@@ -130,7 +121,7 @@ protected:
         return facts ? facts->id : 0;
     }
 
-    StandingClock clock;
+    doubles::ScriptedClock clock;
     FrameLedger ledger;
     ImageRing ring{clock, ledger};
 };

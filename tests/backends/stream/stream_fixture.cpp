@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdlib>
 #include <cstring>
 #include <thread>
 
@@ -18,8 +17,6 @@ extern "C" {
 namespace oru::test {
 namespace {
 
-constexpr uint32_t kBlock = 8;
-constexpr int kBits = 24;
 constexpr uint64_t kFirstTimeNs = 1700000000000000000;
 constexpr uint64_t kFramePeriodNs = 33333333;
 
@@ -29,10 +26,6 @@ constexpr uint64_t kFramePeriodNs = 33333333;
     routeStreamLibraryLog();
     return true;
 }();
-
-unsigned char textureAt(uint32_t x, uint32_t y, uint64_t number) {
-    return static_cast<unsigned char>(64 + ((x / 4 + number * 2) % 32) * 2 + ((y / 4) % 16) * 4);
-}
 
 }  // namespace
 
@@ -65,47 +58,6 @@ UDPOutConfig streamConfiguration(uint16_t port, uint32_t width, uint32_t height,
     configuration.flipped = true;
     configuration.version = 2;
     return configuration;
-}
-
-void drawNumber(std::vector<unsigned char>& image, uint32_t width, uint64_t number) {
-    for (int bit = 0; bit < kBits; ++bit) {
-        const unsigned char value = (number >> bit & 1) != 0 ? 235 : 16;
-        for (uint32_t y = 0; y < kBlock; ++y) {
-            for (uint32_t x = 0; x < kBlock; ++x) {
-                image[(std::size_t{y} * width + static_cast<uint32_t>(bit) * kBlock + x) * 2] = value;
-            }
-        }
-    }
-}
-
-std::vector<unsigned char> numberedImage(uint32_t width, uint32_t height, uint64_t number) {
-    std::vector<unsigned char> image(std::size_t{width} * height * 2, 128);
-    for (uint32_t y = 0; y < height; ++y) {
-        for (uint32_t x = 0; x < width; ++x) {
-            image[(std::size_t{y} * width + x) * 2] = textureAt(x, y, number);
-        }
-    }
-    drawNumber(image, width, number);
-    return image;
-}
-
-SeenImage readImage(const std::vector<unsigned char>& image, uint32_t width, uint32_t height) {
-    SeenImage seen;
-    for (int bit = 0; bit < kBits; ++bit) {
-        const std::size_t x = static_cast<uint32_t>(bit) * kBlock + kBlock / 2;
-        const unsigned char value = image[(std::size_t{kBlock / 2} * width + x) * 2];
-        seen.number |= static_cast<uint64_t>(value > 125) << bit;
-    }
-    double sum = 0.0;
-    std::size_t count = 0;
-    for (uint32_t y = 2 * kBlock; y < height; y += 3) {
-        for (uint32_t x = 0; x < width; x += 3) {
-            sum += std::abs(int{image[(std::size_t{y} * width + x) * 2]} - int{textureAt(x, y, seen.number)});
-            ++count;
-        }
-    }
-    seen.mean_error = sum / static_cast<double>(count);
-    return seen;
 }
 
 uint64_t numberedTime(uint64_t number) {

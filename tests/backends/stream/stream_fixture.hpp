@@ -3,40 +3,27 @@
 #include <array>
 #include <cstdint>
 #include <functional>
-#include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "backends/stream/stream_factory.hpp"
+#include "doubles/CalibrationKeeper.hpp"
+#include "doubles/numbered_images.hpp"
 #include "utils/Clock.hpp"
 
 namespace oru::test {
 
-/// Keeps calibration texts in memory.
-class TextCalibration final : public CalibrationSource {
-public:
-    bool downloadCalibFile(String, int) override { return false; }
-    void offer(int serial_number, std::string text) override { texts[serial_number] = std::move(text); }
-    std::string text(int serial_number) override { return texts[serial_number]; }
-
-    std::map<int, std::string> texts;
-};
+using doubles::CalibrationKeeper;
+using doubles::drawNumber;
+using doubles::numberedImage;
+using doubles::readImage;
+using doubles::SeenImage;
 
 /// A port that nothing listened on a moment ago.
 uint16_t freePort();
 
 UDPOutConfig streamConfiguration(uint16_t port, uint32_t width = 320, uint32_t height = 240, int fps = 30);
-
-/// A moving, textured image that shows its number in blocks of black and white along its upper edge.
-std::vector<unsigned char> numberedImage(uint32_t width, uint32_t height, uint64_t number);
-void drawNumber(std::vector<unsigned char>& image, uint32_t width, uint64_t number);
-/// The number that the blocks show; the rest of the image must lie within `tolerance` of the original in the mean.
-struct SeenImage {
-    uint64_t number = 0;
-    double mean_error = 0.0;
-};
-SeenImage readImage(const std::vector<unsigned char>& image, uint32_t width, uint32_t height);
 
 /// Metadata and samples whose every byte depends on the frame's number.
 rlxrw::rlxSampleMetadata numberedMetadata(uint64_t number);

@@ -21,7 +21,7 @@ int send(char** arguments) {
     const auto height = static_cast<uint32_t>(std::atoi(arguments[3]));
     const int fps = std::atoi(arguments[4]);
     const auto clock = makeSystemClock();
-    TextCalibration texts;
+    CalibrationKeeper texts;
     const auto sender = makeStreamSender(*clock, texts, false);
     UDPOutConfig configuration = streamConfiguration(port, width, height, fps);
     configuration.bitrate = std::max(1000U, width * height * static_cast<uint32_t>(fps) / 5000);
@@ -107,7 +107,7 @@ private:
 
 int receive(char** arguments) {
     const auto clock = makeSystemClock();
-    TextCalibration texts;
+    CalibrationKeeper texts;
     const auto receiver = makeStreamReceiver(*clock, texts, nullptr, false);
     if (receiver->open(arguments[0], static_cast<unsigned short>(std::atoi(arguments[1])), 0) != 0) {
         return 1;

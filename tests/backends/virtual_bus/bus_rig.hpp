@@ -5,43 +5,22 @@
 
 #include <Eigen/Geometry>
 #include <array>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
 
 #include "backends/virtual_bus/virtual_bus_factory.hpp"
-#include "utils/Mutex.hpp"
+#include "doubles/CalibrationKeeper.hpp"
+#include "doubles/TemporaryDirectory.hpp"
 
 namespace oru::virtual_bus {
-
-/// Keeps the calibration texts that the bus hands over.
-class CalibrationShelf final : public CalibrationSource {
-public:
-    bool downloadCalibFile(String, int) override { return false; }
-    void offer(int serial, std::string text) override {
-        const MutexLock lock(mutex);
-        texts[serial] = std::move(text);
-    }
-    std::string text(int serial) override {
-        const MutexLock lock(mutex);
-        return texts[serial];
-    }
-
-private:
-    Mutex mutex;
-    std::map<int, std::string> texts;
-};
 
 inline constexpr double kRadians = 3.14159265358979323846 / 180.0;
 
 /// Camera locks in a directory of this process's own, so that test programs may run side by side.
 inline bool ownLocks() {
-    static const std::string directory = [] {
-        std::string name = testing::TempDir() + "koru-locks-XXXXXX";
-        return std::string(::mkdtemp(name.data()) != nullptr ? name : "");
-    }();
-    return !directory.empty() && ::setenv("KORU_VIRTUAL_BUS_LOCKS", directory.c_str(), 1) == 0;
+    static const doubles::TemporaryDirectory directory;
+    return ::setenv("KORU_VIRTUAL_BUS_LOCKS", directory.path("").c_str(), 1) == 0;
 }
 inline const bool kOwnLocks = ownLocks();
 
@@ -49,7 +28,7 @@ inline const bool kOwnLocks = ownLocks();
 struct BusRig {
     explicit BusRig(const std::string& setting = "")
         : clock(makeSystemClock()),
-          bus(makeVirtualBus(*clock, &shelf, setting)),
+          bus(makeVirtualBus(*clock, &calibrations, setting)),
           directory(makeVirtualDirectory(bus)),
           grabber(makeVirtualGrabber(bus, INPUT_TYPE_PENDING)) {}
 
@@ -116,7 +95,7 @@ struct BusRig {
     }
 
     std::unique_ptr<Clock> clock;
-    CalibrationShelf shelf;
+    doubles::CalibrationKeeper calibrations;
     std::shared_ptr<VirtualBus> bus;
     std::unique_ptr<DeviceDirectory> directory;
     std::unique_ptr<LiveCameraGrabber> grabber;

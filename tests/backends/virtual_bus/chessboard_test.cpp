@@ -10,7 +10,7 @@
 #include <sstream>
 #include <vector>
 
-#include "backends/virtual_bus/scratch.hpp"
+#include "backends/virtual_bus/bus_files.hpp"
 #include "oru/CameraOne.hpp"
 #include "support/transport_suppressions.hpp"
 
@@ -86,13 +86,13 @@ std::string configuration(const std::string& folder, const Calibration& calibrat
     return text.str();
 }
 
-std::vector<cv::Mat> rectifiedImages(const virtual_bus::Scratch& scratch) {
+std::vector<cv::Mat> rectifiedImages(const virtual_bus::TemporaryDirectory& folder) {
     std::vector<cv::Mat> images;
     CameraOne camera;
     InitParametersOne parameters;
     parameters.input.setFromCameraID(0);
     parameters.requested_resolution = HD600;
-    parameters.settings_path = String((scratch.path("") + "/").c_str());
+    parameters.settings_path = String((folder.path("") + "/").c_str());
     EXPECT_EQ(camera.open(parameters), SUCCESS);
     Mat view;
     while (camera.grab() == SUCCESS) {
@@ -110,13 +110,13 @@ TEST(Chessboard, RowsOfPhotographsComeOutAsStraightAsOpenCvMakesThem) {
         GTEST_SKIP() << "the photographs of the package opencv-doc are not installed";
     }
     const Calibration calibration = readCalibration();
-    const virtual_bus::Scratch scratch;
-    std::filesystem::create_directories(scratch.path("photographs"));
+    const virtual_bus::TemporaryDirectory folder;
+    std::filesystem::create_directories(folder.path("photographs"));
     double raw = 0.0;
     double reference = 0.0;
     int boards = 0;
     for (const std::string& file : files) {
-        std::filesystem::copy(file, scratch.path("photographs"));
+        std::filesystem::copy(file, folder.path("photographs"));
         const cv::Mat image = cv::imread(file, cv::IMREAD_GRAYSCALE);
         cv::Mat straight;
         cv::undistort(image, straight, calibration.matrix, calibration.distortion);
@@ -129,10 +129,10 @@ TEST(Chessboard, RowsOfPhotographsComeOutAsStraightAsOpenCvMakesThem) {
         }
     }
     ASSERT_GE(boards, 8);
-    const std::string file = scratch.write("bus.ini", configuration("photographs", calibration));
+    const std::string file = folder.write("bus.ini", configuration("photographs", calibration));
     ASSERT_EQ(::setenv("KORU_VIRTUAL_BUS", file.c_str(), 1), 0);
 
-    const auto images = rectifiedImages(scratch);
+    const auto images = rectifiedImages(folder);
 
     double ours = 0.0;
     int found = 0;

@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
+#include "backends/virtual_bus/bus_files.hpp"
 #include "backends/virtual_bus/bus_rig.hpp"
 #include "backends/virtual_bus/config/camera_config.hpp"
-#include "backends/virtual_bus/scratch.hpp"
 
 namespace oru::virtual_bus {
 namespace {
@@ -101,9 +101,8 @@ TEST(BusConfig, NamesLineAndKeyOfWhatIsWrong) {
 }
 
 TEST(BusConfig, AWrongOrMissingFileLeavesNoCamera) {
-    const Scratch scratch;
-    for (const std::string& file :
-         {scratch.path("missing.ini"), scratch.write("wrong.ini", "[camera 0]\nmodel = 5\n")}) {
+    const TemporaryDirectory folder;
+    for (const std::string& file : {folder.path("missing.ini"), folder.write("wrong.ini", "[camera 0]\nmodel = 5\n")}) {
         BusRig rig(file);
         EXPECT_TRUE(rig.directory->getGrabberList(true).empty());
         EXPECT_EQ(rig.open(), KORU_NOT_RECOGNIZED);
@@ -111,10 +110,10 @@ TEST(BusConfig, AWrongOrMissingFileLeavesNoCamera) {
 }
 
 TEST(BusConfig, ConfiguresTheCameraThatIsOpened) {
-    const Scratch scratch;
-    BusRig rig(scratch.write("bus.ini",
-                             "[camera 4]\nmodel = 31\nserial = 31770004\nmcu = no\nfirmware = 99\n"
-                             "[camera 2]\nmodel = 30\nserial = 31770002\navailability = 1\n"));
+    const TemporaryDirectory folder;
+    BusRig rig(folder.write("bus.ini",
+                            "[camera 4]\nmodel = 31\nserial = 31770004\nmcu = no\nfirmware = 99\n"
+                            "[camera 2]\nmodel = 30\nserial = 31770002\navailability = 1\n"));
     int id = -1;
 
     ASSERT_EQ(rig.open(id, 1920, 1080), SETUP_OK) << "the lower id is not available";

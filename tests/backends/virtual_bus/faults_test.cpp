@@ -9,8 +9,8 @@
 #include <thread>
 
 #include "backends/virtual_bus/CameraLock.hpp"
+#include "backends/virtual_bus/bus_files.hpp"
 #include "backends/virtual_bus/bus_rig.hpp"
-#include "backends/virtual_bus/scratch.hpp"
 
 namespace oru::virtual_bus {
 namespace {
@@ -54,8 +54,8 @@ TEST(VirtualFaults, LoseTheirShareOfFramesAndCountIt) {
     for (const Case& c : {Case{"drop_rate = 0.5\n", &FrameCounters::sensor_gap},
                           Case{"damage_rate = 0.5\n", &FrameCounters::damaged}}) {
         SCOPED_TRACE(c.keys);
-        const Scratch scratch;
-        BusRig rig(scratch.write("bus.ini", cameraText(c.keys)));
+        const TemporaryDirectory folder;
+        BusRig rig(folder.write("bus.ini", cameraText(c.keys)));
         ASSERT_EQ(rig.open(), SETUP_OK);
         for (int i = 0; i < 20; ++i) {
             ASSERT_TRUE(rig.takeFrame());
@@ -71,8 +71,8 @@ TEST(VirtualFaults, LoseTheirShareOfFramesAndCountIt) {
 }
 
 TEST(VirtualFaults, AStallIsAnErrorAfterTwoSecondsAndEndsByItself) {
-    const Scratch scratch;
-    BusRig rig(scratch.write("bus.ini", cameraText("stall = on from 0.3 for 2.6\n")));
+    const TemporaryDirectory folder;
+    BusRig rig(folder.write("bus.ini", cameraText("stall = on from 0.3 for 2.6\n")));
     ASSERT_EQ(rig.open(), SETUP_OK);
 
     const Watch stalled = watch(rig, SOURCE_ERROR, 20);
@@ -86,9 +86,9 @@ TEST(VirtualFaults, AStallIsAnErrorAfterTwoSecondsAndEndsByItself) {
 }
 
 TEST(VirtualFaults, AShortUnplugResumesALongOneIsFinal) {
-    const Scratch scratch;
-    BusRig brief(scratch.write("brief.ini", cameraText("unplugged = on from 0.2 for 0.5\n")));
-    BusRig final(scratch.write("final.ini", "[camera 0]\nserial = 30770002\nunplugged = on from 0.2 for 3\n"));
+    const TemporaryDirectory folder;
+    BusRig brief(folder.write("brief.ini", cameraText("unplugged = on from 0.2 for 0.5\n")));
+    BusRig final(folder.write("final.ini", "[camera 0]\nserial = 30770002\nunplugged = on from 0.2 for 3\n"));
     ASSERT_EQ(brief.open(), SETUP_OK);
     ASSERT_EQ(final.open(), SETUP_OK);
 
@@ -106,11 +106,10 @@ TEST(VirtualFaults, AShortUnplugResumesALongOneIsFinal) {
 }
 
 TEST(VirtualFaults, AClockStepMovesImageAndSamplesAlike) {
-    const Scratch scratch;
+    const TemporaryDirectory folder;
     for (const int step_ms : {-5000, 5000}) {
         SCOPED_TRACE(step_ms);
-        BusRig rig(
-            scratch.write("bus.ini", cameraText("clock_offset_ms = " + std::to_string(step_ms) + " from 0.4\n")));
+        BusRig rig(folder.write("bus.ini", cameraText("clock_offset_ms = " + std::to_string(step_ms) + " from 0.4\n")));
         ASSERT_EQ(rig.open(), SETUP_OK);
         bool stepped = false;
         for (int i = 0; i < 2000 && !stepped; ++i) {
@@ -127,8 +126,8 @@ TEST(VirtualFaults, AClockStepMovesImageAndSamplesAlike) {
 }
 
 TEST(VirtualFaults, JitterKeepsOrderAndAccount) {
-    const Scratch scratch;
-    BusRig rig(scratch.write("bus.ini", cameraText("jitter_ms = 12\n")));
+    const TemporaryDirectory folder;
+    BusRig rig(folder.write("bus.ini", cameraText("jitter_ms = 12\n")));
     ASSERT_EQ(rig.open(), SETUP_OK);
     Timestamp last = 0;
     bool uneven = false;
@@ -152,8 +151,8 @@ TEST(VirtualFaults, SetUpAnswersWhatItIsTold) {
                           Case{"setup_state = 9\n", 9}, Case{"setup_state = 12\n", 12},
                           Case{"wrong_sensors_serial = on\n", ERROR_SENSORS_SERIAL}}) {
         SCOPED_TRACE(c.keys);
-        const Scratch scratch;
-        BusRig rig(scratch.write("bus.ini", cameraText(c.keys)));
+        const TemporaryDirectory folder;
+        BusRig rig(folder.write("bus.ini", cameraText(c.keys)));
 
         EXPECT_EQ(static_cast<int>(rig.open()), c.state);
         EXPECT_EQ(rig.directory->getGrabberList(true)[0].availability, 0U) << "nothing stays locked";
@@ -161,8 +160,8 @@ TEST(VirtualFaults, SetUpAnswersWhatItIsTold) {
 }
 
 TEST(VirtualFaults, TheControlFileWorksWhileTheCameraRuns) {
-    const Scratch scratch;
-    const std::string setting = scratch.write("bus.ini", "[bus]\ncontrol = faults.ini\n" + cameraText(""));
+    const TemporaryDirectory folder;
+    const std::string setting = folder.write("bus.ini", "[bus]\ncontrol = faults.ini\n" + cameraText(""));
     BusRig rig(setting);
     ASSERT_EQ(rig.open(), SETUP_OK);
     ASSERT_TRUE(rig.takeFrame());
@@ -177,18 +176,18 @@ TEST(VirtualFaults, TheControlFileWorksWhileTheCameraRuns) {
         return false;
     };
 
-    (void)scratch.write("faults.ini", "[camera 0]\nmcu_silent = on\n[camera 5]\nstall = on\n");
+    (void)folder.write("faults.ini", "[camera 0]\nmcu_silent = on\n[camera 5]\nstall = on\n");
     EXPECT_TRUE(eventually(false));
-    (void)scratch.write("faults.ini", "[camera 0]\nmcu_silent = perhaps\n");
+    (void)folder.write("faults.ini", "[camera 0]\nmcu_silent = perhaps\n");
     std::this_thread::sleep_for(milliseconds(100));
     EXPECT_TRUE(eventually(false)) << "a wrong file changes nothing";
-    (void)scratch.write("faults.ini", "[camera 0]\nmcu_silent = off\n");
+    (void)folder.write("faults.ini", "[camera 0]\nmcu_silent = off\n");
     EXPECT_TRUE(eventually(true));
-    (void)scratch.write("faults.ini", "[camera 0]\nunplugged = on\n");
+    (void)folder.write("faults.ini", "[camera 0]\nunplugged = on\n");
     EXPECT_TRUE(watch(rig, SOURCE_ERROR, 20).reached);
     EXPECT_TRUE(rig.directory->getGrabberList(true).empty());
     EXPECT_EQ(rig.open(), KORU_NOT_RECOGNIZED);
-    std::filesystem::remove(scratch.path("faults.ini"));
+    std::filesystem::remove(folder.path("faults.ini"));
     EXPECT_EQ(rig.open(), SETUP_OK);
     EXPECT_TRUE(rig.takeFrame());
 }

@@ -5,10 +5,10 @@
 #include <cmath>
 #include <vector>
 
+#include "backends/virtual_bus/bus_files.hpp"
 #include "backends/virtual_bus/bus_rig.hpp"
 #include "backends/virtual_bus/footage/euroc.hpp"
 #include "backends/virtual_bus/footage/euroc_inertial.hpp"
-#include "backends/virtual_bus/scratch.hpp"
 
 namespace oru::virtual_bus {
 namespace {
@@ -36,12 +36,12 @@ std::vector<int> playToTheEnd(BusRig& rig) {
 }
 
 TEST(Footage, PlaysEachImageOfAFolderOnceInOrder) {
-    const Scratch scratch;
+    const TemporaryDirectory folder;
     for (int i = 0; i < 8; ++i) {
-        (void)scratch.writeImage("images/picture_" + std::to_string(i) + ".ppm", 60 + 10 * i);
+        (void)writeImage(folder, "images/picture_" + std::to_string(i) + ".ppm", 60 + 10 * i);
     }
-    (void)scratch.write("images/notes.txt", "no picture");
-    BusRig rig(scratch.write("bus.ini", footageText("images", std::string(kLens) + "fps = 20\n")));
+    (void)folder.write("images/notes.txt", "no picture");
+    BusRig rig(folder.write("bus.ini", footageText("images", std::string(kLens) + "fps = 20\n")));
     int id = 0;
     ASSERT_EQ(rig.open(id, 960, 600, 60), SETUP_OK);
     EXPECT_EQ(rig.grabber->getRequestedFPS(), 20);
@@ -61,12 +61,12 @@ TEST(Footage, PlaysEachImageOfAFolderOnceInOrder) {
 }
 
 TEST(Footage, CountsAnImageThatCannotBeReadAndGoesOn) {
-    const Scratch scratch;
-    (void)scratch.writeImage("images/a.ppm", 100);
-    (void)scratch.write("images/b.png", "\x89PNG\r\n\x1a\n but then nothing");
-    (void)scratch.writeImage("images/c.ppm", 100, 100, 100);
-    (void)scratch.writeImage("images/d.ppm", 100);
-    BusRig rig(scratch.write("bus.ini", footageText("images", kLens)));
+    const TemporaryDirectory folder;
+    (void)writeImage(folder, "images/a.ppm", 100);
+    (void)folder.write("images/b.png", "\x89PNG\r\n\x1a\n but then nothing");
+    (void)writeImage(folder, "images/c.ppm", 100, 100, 100);
+    (void)writeImage(folder, "images/d.ppm", 100);
+    BusRig rig(folder.write("bus.ini", footageText("images", kLens)));
     ASSERT_EQ(rig.open(), SETUP_OK);
 
     (void)playToTheEnd(rig);
@@ -78,10 +78,10 @@ TEST(Footage, CountsAnImageThatCannotBeReadAndGoesOn) {
 }
 
 TEST(Footage, LoopsWithRisingTimes) {
-    const Scratch scratch;
-    (void)scratch.writeImage("images/a.ppm", 80);
-    (void)scratch.writeImage("images/b.ppm", 160);
-    BusRig rig(scratch.write("bus.ini", footageText("images", std::string(kLens) + "fps = 60\nloop = yes\n")));
+    const TemporaryDirectory folder;
+    (void)writeImage(folder, "images/a.ppm", 80);
+    (void)writeImage(folder, "images/b.ppm", 160);
+    BusRig rig(folder.write("bus.ini", footageText("images", std::string(kLens) + "fps = 60\nloop = yes\n")));
     ASSERT_EQ(rig.open(), SETUP_OK);
 
     Timestamp last = 0;
@@ -93,15 +93,15 @@ TEST(Footage, LoopsWithRisingTimes) {
 }
 
 TEST(Footage, PlaysAVideoFileAtItsOwnRate) {
-    const Scratch scratch;
+    const TemporaryDirectory folder;
     std::string video = "YUV4MPEG2 W320 H200 F25:1 Ip A1:1 C420jpeg\n";
     for (int i = 0; i < 6; ++i) {
         video += "FRAME\n";
         video.append(320 * 200, static_cast<char>(50 + 20 * i));
         video.append(320 * 100, static_cast<char>(128));
     }
-    (void)scratch.write("video.y4m", video);
-    BusRig rig(scratch.write("bus.ini", footageText("video.y4m", kLens)));
+    (void)folder.write("video.y4m", video);
+    BusRig rig(folder.write("bus.ini", footageText("video.y4m", kLens)));
     ASSERT_EQ(rig.open(), SETUP_OK);
     EXPECT_EQ(rig.grabber->getRequestedFPS(), 25);
 
@@ -126,48 +126,48 @@ TEST(Footage, ScalesAndCropsItsLensWithTheImage) {
 }
 
 TEST(Footage, PublishesItsLensAsTheCameraCalibration) {
-    const Scratch scratch;
-    (void)scratch.writeImage("images/a.ppm", 80, 640, 480);
+    const TemporaryDirectory folder;
+    (void)writeImage(folder, "images/a.ppm", 80, 640, 480);
     BusRig rig(
-        scratch.write("bus.ini", footageText("images", "fx = 500\nfy = 510\ncx = 319.5\ncy = 239.5\nk1 = -0.25\n")));
+        folder.write("bus.ini", footageText("images", "fx = 500\nfy = 510\ncx = 319.5\ncy = 239.5\nk1 = -0.25\n")));
 
     ASSERT_EQ(rig.directory->getGrabberList(true).size(), 1U);
 
-    const std::string text = rig.shelf.text(30770001);
+    const std::string text = rig.calibrations.text(30770001);
     EXPECT_NE(text.find("[CAM_fhd1200]\nfx = 1500.000000\nfy = 1530.000000\ncx = 959.500000"), std::string::npos)
         << text;
     EXPECT_NE(text.find("k1 = -0.25"), std::string::npos);
 }
 
 /// A data set of 5 images at 20 Hz and 41 samples at 200 Hz, whose body is turned and lies at rest.
-std::string writeDataSet(const Scratch& scratch) {
+std::string writeDataSet(const TemporaryDirectory& folder) {
     const uint64_t start = 1'403'636'579'000'000'000;
     std::string images = "#timestamp [ns],filename\n";
     std::string samples = "#timestamp [ns],w_RS_S_x [rad s^-1],...\n";
     for (uint64_t i = 0; i < 5; ++i) {
         const std::string time = std::to_string(start + i * 50'000'000);
         images += time + "," + time + ".ppm\r\n";
-        (void)scratch.writeImage("set/mav0/cam0/data/" + time + ".ppm", static_cast<int>(60 + 20 * i), 752, 480);
+        (void)writeImage(folder, "set/mav0/cam0/data/" + time + ".ppm", static_cast<int>(60 + 20 * i), 752, 480);
     }
     for (uint64_t i = 0; i < 41; ++i) {
         samples += std::to_string(start + i * 5'000'000) + ",0.0,0.0,0.1,9.81,0.0,0.0\n";
     }
-    (void)scratch.write("set/mav0/cam0/data.csv", images);
-    (void)scratch.write("set/mav0/imu0/data.csv", samples);
-    (void)scratch.write("set/mav0/cam0/sensor.yaml",
-                        "sensor_type: camera\nT_BS:\n  cols: 4\n  rows: 4\n"
-                        "  data: [0.0, -1.0, 0.0, -0.02,\n         1.0, 0.0, 0.0, -0.06,\n"
-                        "         0.0, 0.0, 1.0, 0.01,\n         0.0, 0.0, 0.0, 1.0]\n"
-                        "rate_hz: 20\nresolution: [752, 480]\ncamera_model: pinhole\n"
-                        "intrinsics: [458.654, 457.296, 367.215, 248.375] #fu, fv, cu, cv\n"
-                        "distortion_model: radial-tangential\n"
-                        "distortion_coefficients: [-0.28340811, 0.07395907, 0.00019359, 1.76187114e-05]\n");
-    return scratch.path("set");
+    (void)folder.write("set/mav0/cam0/data.csv", images);
+    (void)folder.write("set/mav0/imu0/data.csv", samples);
+    (void)folder.write("set/mav0/cam0/sensor.yaml",
+                       "sensor_type: camera\nT_BS:\n  cols: 4\n  rows: 4\n"
+                       "  data: [0.0, -1.0, 0.0, -0.02,\n         1.0, 0.0, 0.0, -0.06,\n"
+                       "         0.0, 0.0, 1.0, 0.01,\n         0.0, 0.0, 0.0, 1.0]\n"
+                       "rate_hz: 20\nresolution: [752, 480]\ncamera_model: pinhole\n"
+                       "intrinsics: [458.654, 457.296, 367.215, 248.375] #fu, fv, cu, cv\n"
+                       "distortion_model: radial-tangential\n"
+                       "distortion_coefficients: [-0.28340811, 0.07395907, 0.00019359, 1.76187114e-05]\n");
+    return folder.path("set");
 }
 
 TEST(EurocDataSet, PlaysWithExactFrameAndSampleCounts) {
-    const Scratch scratch;
-    BusRig rig(scratch.write("bus.ini", footageText(writeDataSet(scratch), "")));
+    const TemporaryDirectory folder;
+    BusRig rig(folder.write("bus.ini", footageText(writeDataSet(folder), "")));
     ASSERT_EQ(rig.open(), SETUP_OK);
     ASSERT_TRUE(rig.hasMcu());
     EXPECT_EQ(rig.grabber->getRequestedFPS(), 20);

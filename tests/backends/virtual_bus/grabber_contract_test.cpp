@@ -36,8 +36,8 @@ TEST(VirtualDirectory, ListsTheDefaultCamerasWithTheirCalibration) {
     EXPECT_STREQ(devices[0].path.c_str(), "virtual:0");
     EXPECT_EQ(devices[1].model, MODEL_MONO_2UM);
     EXPECT_EQ(devices[1].serial_number, 31020002U);
-    EXPECT_NE(rig.shelf.text(30010001).find("[CAM_fhd1200]"), std::string::npos);
-    EXPECT_NE(rig.shelf.text(31020002).find("[CAM_4k]"), std::string::npos);
+    EXPECT_NE(rig.calibrations.text(30010001).find("[CAM_fhd1200]"), std::string::npos);
+    EXPECT_NE(rig.calibrations.text(31020002).find("[CAM_4k]"), std::string::npos);
 }
 
 TEST(VirtualDirectory, IsEmptyWhenTheBusIsOff) {

@@ -5,21 +5,12 @@
 #include <cmath>
 
 #include "backends/virtual_bus/inertial/inertial_source.hpp"
+#include "doubles/ScriptedClock.hpp"
 
 namespace oru::virtual_bus {
 namespace {
 
 constexpr uint64_t kSecond = 1'000'000'000;
-
-class HandClock final : public Clock {
-public:
-    uint64_t systemNanoseconds() override { return now + 1'700'000'000 * kSecond + shift; }
-    uint64_t monotonicNanoseconds() override { return now; }
-    int nanosleep(const timespec&, timespec*) override { return 0; }
-
-    uint64_t now = 5 * kSecond;
-    uint64_t shift = 0;
-};
 
 struct McuRig {
     explicit McuRig(Motion motion = Motion::GENTLE, bool environment = false)
@@ -31,7 +22,7 @@ struct McuRig {
         mcu.start(axis, source, options);
     }
 
-    HandClock clock;
+    doubles::ScriptedClock clock;
     TrajectoryInertial source;
     TimeAxis axis;
     VirtualMcu mcu;

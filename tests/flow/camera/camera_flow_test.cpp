@@ -1,7 +1,6 @@
 // The whole camera on the virtual bus, as an application drives it.
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <Eigen/Geometry>
 #include <atomic>
@@ -9,10 +8,10 @@
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <thread>
 
 #include "doubles/ScopedEnvironment.hpp"
+#include "doubles/TemporaryDirectory.hpp"
 #include "oru/CameraOne.hpp"
 
 namespace oru {
@@ -35,22 +34,15 @@ Eigen::Quaternionf turnOf(const Vector3<float>& degreesPerSecond, float seconds)
 
 class VirtualCamera : public ::testing::Test {
 protected:
-    VirtualCamera() {
-        std::filesystem::create_directories(directory);
-        parameters.settings_path = (directory.string() + "/").c_str();
-    }
-    ~VirtualCamera() override {
-        (void)camera.close();
-        std::filesystem::remove_all(directory);
-    }
+    VirtualCamera() { parameters.settings_path = directory.prefix().c_str(); }
+    ~VirtualCamera() override { (void)camera.close(); }
     void open(RESOLUTION resolution, int fps) {
         parameters.requested_resolution = resolution;
         parameters.requested_fps = fps;
         ASSERT_EQ(camera.open(parameters), SUCCESS);
     }
 
-    std::filesystem::path directory =
-        std::filesystem::temp_directory_path() / ("oru_flow_" + std::to_string(::getpid()));
+    doubles::TemporaryDirectory directory;
     InitParametersOne parameters;
     CameraOne camera;
 };
@@ -118,14 +110,13 @@ TEST_F(VirtualCamera, OpenFailuresNameTheirReasonAndLeaveNothingBehind) {
               }),
               DEVICE_SETUP_FAILED);
     EXPECT_EQ(opened([](auto& p) { p.input.setFromFile("/nonexistent.rlx2"); }) == SUCCESS, false);
-    EXPECT_TRUE(std::filesystem::is_empty(directory));
+    EXPECT_TRUE(directory.list().empty());
 
-    std::ofstream(directory / "file").put('x');
-    EXPECT_EQ(opened([this](auto& p) { p.settings_path = (directory.string() + "/file/").c_str(); }),
-              CALIBRATION_MISSING);
-    std::ofstream(directory / "SN30010001.conf") << "garbage\n\xff\x01[[[";
+    (void)directory.write("file", "x");
+    EXPECT_EQ(opened([this](auto& p) { p.settings_path = directory.path("file/").c_str(); }), CALIBRATION_MISSING);
+    (void)directory.write("SN30010001.conf", "garbage\n\xff\x01[[[");
     EXPECT_EQ(opened([](auto& p) { p.input.setFromCameraID(0); }), CALIBRATION_INCOMPLETE);
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory), {}), 2);
+    EXPECT_EQ(directory.list().size(), 2U);
 }
 
 TEST_F(VirtualCamera, SecondOpenerIsRefusedUntilTheFirstCloses) {
@@ -140,10 +131,10 @@ TEST_F(VirtualCamera, SecondOpenerIsRefusedUntilTheFirstCloses) {
 }
 
 TEST_F(VirtualCamera, EmptySettingsPathIsTheUsersOwn) {
-    const ScopedEnvironment data("XDG_DATA_HOME", (directory / "data").c_str());
+    const ScopedEnvironment data("XDG_DATA_HOME", directory.path("data").c_str());
     parameters.settings_path = "";
     open(HD600, 30);
-    EXPECT_TRUE(std::filesystem::exists(directory / "data/koru/settings/SN30010001.conf"));
+    EXPECT_TRUE(std::filesystem::exists(directory.path("data/koru/settings/SN30010001.conf")));
 }
 
 TEST_F(VirtualCamera, AngularRateIntegratesToThePoseChange) {

@@ -2,11 +2,11 @@
 
 #include <atomic>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <new>
 
-#include "doubles/quiet_factory.hpp"
+#include "doubles/ScopedPlatform.hpp"
+#include "doubles/ScriptedFactory.hpp"
+#include "doubles/TemporaryDirectory.hpp"
 #include "logging/KoruLogger.hpp"
 #include "oru_koruone/CameraOneImpl.hpp"
 
@@ -52,19 +52,14 @@ namespace {
 
 class HotPath : public ::testing::Test {
 protected:
-    HotPath() : previous(CollaboratorFactory::setProcessDefault(factory)) {
-        std::filesystem::create_directories(directory);
-        std::ofstream(directory + "SN30010001.conf")
-            << "[MISC]\nSensor_ID=1\n[CAM_fhd1200]\nfx=1000\nfy=1000\ncx=960\ncy=600\n[DISTO]\nk1=0\n";
+    HotPath() {
+        directory.write("SN30010001.conf",
+                        "[MISC]\nSensor_ID=1\n[CAM_fhd1200]\nfx=1000\nfy=1000\ncx=960\ncy=600\n[DISTO]\nk1=0\n");
         InitParametersOne parameters;
-        parameters.settings_path = directory.c_str();
+        parameters.settings_path = directory.prefix().c_str();
         opened = camera.open(parameters);
     }
-    ~HotPath() override {
-        (void)camera.close();
-        (void)CollaboratorFactory::setProcessDefault(previous);
-        std::filesystem::remove_all(directory);
-    }
+    ~HotPath() override { (void)camera.close(); }
     void SetUp() override { ASSERT_EQ(opened, SUCCESS); }
 
     template <class Operation>
@@ -80,9 +75,9 @@ protected:
     }
 
 private:
-    std::string directory = ::testing::TempDir() + "oru_hot_path_" + std::to_string(::getpid()) + "/";
-    std::shared_ptr<doubles::QuietFactory> factory = std::make_shared<doubles::QuietFactory>();
-    std::shared_ptr<CollaboratorFactory> previous;
+    doubles::TemporaryDirectory directory;
+    std::shared_ptr<doubles::ScriptedFactory> factory = doubles::makeQuietFactory();
+    doubles::ScopedPlatform platform{factory};
     ERROR_CODE opened = FAILURE;
 
 protected:

@@ -14,6 +14,7 @@
 #include <thread>
 #include <vector>
 
+#include "doubles/TemporaryDirectory.hpp"
 #include "oru/CameraOne.hpp"
 
 namespace oru {
@@ -52,15 +53,12 @@ std::size_t openDescriptors() {
 class Soak : public ::testing::Test {
 protected:
     Soak() {
-        std::filesystem::create_directories(directory);
-        parameters.settings_path = directory.string() + "/";
+        parameters.settings_path = directory.prefix();
         parameters.requested_resolution = HD600;
         parameters.requested_fps = 60;
     }
-    ~Soak() override { std::filesystem::remove_all(directory); }
 
-    std::filesystem::path directory =
-        std::filesystem::temp_directory_path() / ("oru_soak_" + std::to_string(::getpid()));
+    doubles::TemporaryDirectory directory;
     InitParametersOne parameters;
 };
 

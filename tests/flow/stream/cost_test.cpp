@@ -62,7 +62,7 @@ TEST_P(StreamCost, AddsLittleToGrab) {
         const double alone = grabCost(camera, kFrames);
         ASSERT_EQ(camera.enableStreaming(streaming), SUCCESS);
         const auto clock = makeSystemClock();
-        TextCalibration texts;
+        CalibrationKeeper texts;
         const auto receiver = makeStreamReceiver(*clock, texts, nullptr, false);
         ASSERT_EQ(receiver->open("127.0.0.1", streaming.port, 0), 0);
         const FrameCounters before = camera.getFrameCounters();

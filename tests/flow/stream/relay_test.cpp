@@ -56,7 +56,7 @@ private:
 class Relayed : public Loopback {
 protected:
     void startRelay() {
-        senderTexts.texts[4711] = kCalibration;
+        senderTexts.offer(4711, kCalibration);
         startSender(streamConfiguration(freePort(), kWidth, kHeight));
         startSource();
         port = freePort();
@@ -135,7 +135,7 @@ TEST_F(Relayed, AnnouncesWhatItForwards) {
     EXPECT_EQ(seen.height, kHeight);
     EXPECT_TRUE(seen.has_imu);
     EXPECT_EQ(receiver->announcedFps(), 30);
-    EXPECT_EQ(receiverTexts.texts[4711], kCalibration);
+    EXPECT_EQ(receiverTexts.text(4711), kCalibration);
     std::array<float, 7> pose{};
     const StreamImuPose announced = receiver->announcedImuPose();
     std::memcpy(pose.data(), &announced, sizeof(pose));

@@ -225,7 +225,7 @@ protected:
     }
     [[nodiscard]] std::array<float, 7> sentPose() const {
         std::array<float, 7> pose{};
-        std::memcpy(pose.data(), factory->streamOutput.metadata.bytes + 20, sizeof(pose));
+        std::memcpy(pose.data(), factory->streamOutput.sent.back().metadata.bytes + 20, sizeof(pose));
         return pose;
     }
 };
@@ -309,7 +309,6 @@ TEST_F(LiveIntake, CameraWithoutImuSendsZeroMetadata) {
     factory->grabber.hasMcu = false;
     openSmall();
     ASSERT_EQ(camera->enableStreaming({}), SUCCESS);
-    factory->streamOutput.metadata.bytes[20] = 1;
 
     ASSERT_EQ(camera->grab(), SUCCESS);
 
@@ -335,7 +334,8 @@ TEST_F(StreamIntake, SenderIsWaitedForBeforeTheImageIsOverwritten) {
 
     EXPECT_LT(calls.at("waitForSender"), calls.at("readStreamData"));
     EXPECT_TRUE(calls.has("send 5040000000 4608000"));
-    EXPECT_EQ(std::memcmp(factory->streamOutput.metadata.bytes, factory->streamInput.metadata.bytes, 256), 0);
+    EXPECT_EQ(std::memcmp(factory->streamOutput.sent.back().metadata.bytes, factory->streamInput.metadata.bytes, 256),
+              0);
 }
 
 TEST_F(StreamIntake, SampleTakesTheFramesTimeUpToStateFour) {

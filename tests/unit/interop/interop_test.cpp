@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
-#include "doubles/quiet_factory.hpp"
+#include "doubles/ScopedPlatform.hpp"
+#include "doubles/ScriptedFactory.hpp"
 #include "oru/interop/opencv.hpp"
 #include "oru/interop/opencv_cuda.hpp"
 
@@ -9,10 +10,7 @@ namespace {
 
 class Interop : public testing::Test {
 protected:
-    ~Interop() override { (void)CollaboratorFactory::setProcessDefault(previous); }
-
-    std::shared_ptr<CollaboratorFactory> previous =
-        CollaboratorFactory::setProcessDefault(std::make_shared<doubles::QuietFactory>());
+    doubles::ScopedPlatform platform{std::make_shared<doubles::ScriptedFactory>()};
     Mat image;
 };
 

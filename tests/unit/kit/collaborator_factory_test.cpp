@@ -5,7 +5,8 @@
 #include <atomic>
 #include <thread>
 
-#include "unit/kit/PlatformDouble.hpp"
+#include "doubles/ScopedPlatform.hpp"
+#include "doubles/ScriptedFactory.hpp"
 
 namespace oru {
 namespace {
@@ -14,7 +15,7 @@ std::atomic<int> made{0};
 
 std::shared_ptr<CollaboratorFactory> makeBuiltIn() {
     ++made;
-    return std::make_shared<PlatformDouble>();
+    return std::make_shared<doubles::ScriptedFactory>();
 }
 
 // One test, as what is registered stays registered.
@@ -41,7 +42,7 @@ TEST(ProcessDefault, IsNullThenBuiltInOnceAndGivesWayToWhatWasSet) {
         EXPECT_EQ(factory, seen.front());
     }
 
-    const auto chosen = std::make_shared<PlatformDouble>();
+    const auto chosen = std::make_shared<doubles::ScriptedFactory>();
     EXPECT_EQ(CollaboratorFactory::setProcessDefault(chosen), nullptr);
     EXPECT_EQ(CollaboratorFactory::processDefault(), chosen);
     EXPECT_EQ(CollaboratorFactory::setProcessDefault(nullptr), chosen);
@@ -51,14 +52,18 @@ TEST(ProcessDefault, IsNullThenBuiltInOnceAndGivesWayToWhatWasSet) {
 }
 
 TEST(Forwarders, PassTheirArgumentsToTheProcessDefault) {
-    const PlatformScope scope(std::make_shared<PlatformDouble>());
+    const auto factory = std::make_shared<doubles::ScriptedFactory>();
+    const doubles::ScopedPlatform scope(factory);
+    factory->directory.devices.resize(2);
+    factory->directory.reset = INVALID_PARAMETER;
+    factory->calibrationSource.onDownload = [] {};
 
-    EXPECT_EQ(ArgusCamera::getGMSLDevices(true, false).size(), 1U);
+    EXPECT_EQ(ArgusCamera::getGMSLDevices(true, false).size(), 2U);
     EXPECT_EQ(getGrabberList(true).size(), 2U);
-    EXPECT_EQ(CameraMemberHandler::resetMCU(1), SUCCESS);
-    EXPECT_EQ(CameraMemberHandler::resetMCU(2), INVALID_PARAMETER);
+    EXPECT_EQ(CameraMemberHandler::resetMCU(1), INVALID_PARAMETER);
     EXPECT_TRUE(downloadCalibFile("d/", 7));
-    EXPECT_FALSE(downloadCalibFile("d/", 8));
+    EXPECT_EQ(factory->log.all(), (std::vector<std::string>{"getGMSLDevices true false", "getGrabberList true",
+                                                            "resetMCU 1", "download d/ 7"}));
 }
 
 }  // namespace

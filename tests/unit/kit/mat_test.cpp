@@ -2,18 +2,32 @@
 
 #include <gtest/gtest.h>
 
-#include "unit/kit/PlatformDouble.hpp"
+#include "doubles/ObservedGpu.hpp"
+#include "doubles/ScopedPlatform.hpp"
+#include "doubles/ScriptedFactory.hpp"
 
 namespace oru {
 namespace {
 
+using doubles::ObservedGpu;
+using doubles::ScopedPlatform;
+using doubles::ScriptedFactory;
+
+/// A platform that gives a Mat its memory.
+struct Platform {
+    Platform() { factory->otherGpu = memory; }
+
+    std::shared_ptr<ObservedGpu> memory = std::make_shared<ObservedGpu>();
+    std::shared_ptr<ScriptedFactory> factory = std::make_shared<ScriptedFactory>();
+};
+
 class MatTest : public testing::Test {
 protected:
-    ~MatTest() override { EXPECT_EQ(platform->memory.wrongFrees, 0); }
+    ~MatTest() override { EXPECT_EQ(memory.wrongFrees, 0); }
 
-    std::shared_ptr<PlatformDouble> platform = std::make_shared<PlatformDouble>();
-    PlatformScope scope{platform};
-    GpuDouble& memory = platform->memory;
+    Platform platform;
+    ScopedPlatform scope{platform.factory};
+    ObservedGpu& memory = *platform.memory;
     Mat mat;
 };
 
@@ -136,28 +150,28 @@ TEST_F(MatTest, MovesItsMemory) {
 }
 
 TEST(Mat, GivesItsMemoryBackToThePlatformItCameFrom) {
-    auto first = std::make_shared<PlatformDouble>();
-    const std::weak_ptr<PlatformDouble> watch = first;
+    Platform first;
+    const std::weak_ptr<ScriptedFactory> watch = first.factory;
     Mat mat;
     {
-        const PlatformScope scope(first);
+        const ScopedPlatform scope(first.factory);
         ASSERT_EQ(mat.alloc({8, 4}, U8_C4, CPU), SUCCESS);
     }
-    first.reset();
+    first.factory.reset();
     ASSERT_FALSE(watch.expired()) << "the image keeps its platform";
 
-    const auto second = std::make_shared<PlatformDouble>();
-    const PlatformScope scope(second);
+    const Platform second;
+    const ScopedPlatform scope(second.factory);
     ASSERT_EQ(mat.alloc({8, 4}, U8_C4, GPU), SUCCESS);
-    EXPECT_EQ(watch.lock()->memory.device.size(), 1U) << "both memories on one platform";
+    EXPECT_EQ(first.memory->device.size(), 1U) << "both memories on one platform";
     mat.free(CPU_AND_GPU);
 
     EXPECT_TRUE(watch.expired());
-    EXPECT_EQ(second->memory.wrongFrees, 0);
+    EXPECT_EQ(second.memory->wrongFrees, 0);
 }
 
 TEST(Mat, FailsWithoutAPlatform) {
-    const PlatformScope scope(nullptr);
+    const ScopedPlatform scope(nullptr);
     Mat mat;
 
     EXPECT_EQ(mat.alloc({8, 4}, U8_C4, CPU), FAILURE);

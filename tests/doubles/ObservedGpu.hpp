@@ -1,20 +1,24 @@
 #pragma once
 
+#include <map>
 #include <memory>
+#include <utility>
 
-#include "collaborators/GpuRuntime.hpp"
+#include "doubles/HostMemoryGpu.hpp"
 
-namespace oru {
+namespace oru::doubles {
 
-/// Passes every call on, counts what is taken and given back, and refuses uploads on demand. One thread at a time.
+/// Passes every call on and keeps account of what is taken and given back; runs out of memory and refuses uploads on
+/// demand. One thread at a time.
 class ObservedGpu final : public GpuRuntime {
 public:
-    explicit ObservedGpu(std::unique_ptr<GpuRuntime> runtime) : real(std::move(runtime)) {}
+    explicit ObservedGpu(std::unique_ptr<GpuRuntime> runtime = std::make_unique<HostMemoryGpu>())
+        : real(std::move(runtime)) {}
 
-    int cudaSetDevice(int device) override { return real->cudaSetDevice(device); }
+    int cudaSetDevice(int index) override { return real->cudaSetDevice(index); }
     int cuCtxGetCurrent(CUctx_st** context) override { return real->cuCtxGetCurrent(context); }
-    int cuCtxCreate_v2(CUctx_st** context, unsigned flags, int device) override {
-        return real->cuCtxCreate_v2(context, flags, device);
+    int cuCtxCreate_v2(CUctx_st** context, unsigned flags, int index) override {
+        return real->cuCtxCreate_v2(context, flags, index);
     }
     int cuCtxPushCurrent_v2(CUctx_st* context) override { return real->cuCtxPushCurrent_v2(context); }
     int cuCtxPopCurrent_v2(CUctx_st** popped) override { return real->cuCtxPopCurrent_v2(popped); }
@@ -23,25 +27,29 @@ public:
     int cudaStreamSynchronize(CUstream_st* stream) override { return real->cudaStreamSynchronize(stream); }
     int cudaEventCreate(CUevent_st** event) override {
         const int result = real->cudaEventCreate(event);
-        counted(*event);
+        (void)taken(*event, 0, events);
         return result;
     }
     int cudaEventDestroy(CUevent_st* event) override {
-        held -= event != nullptr ? 1 : 0;
+        givenBack(event, events);
         return real->cudaEventDestroy(event);
     }
     int cudaEventRecord(CUevent_st* event, CUstream_st* stream) override {
         return real->cudaEventRecord(event, stream);
     }
     int cudaEventSynchronize(CUevent_st* event) override { return real->cudaEventSynchronize(event); }
-    void* hostAlloc(std::size_t bytes) override { return counted(real->hostAlloc(bytes)); }
+    void* hostAlloc(std::size_t bytes) override {
+        return bytes > hostLimit ? nullptr : taken(real->hostAlloc(bytes), bytes, host);
+    }
     void hostFree(void* memory) override {
-        held -= memory != nullptr ? 1 : 0;
+        givenBack(memory, host);
         real->hostFree(memory);
     }
-    void* deviceAlloc(std::size_t bytes) override { return counted(real->deviceAlloc(bytes)); }
+    void* deviceAlloc(std::size_t bytes) override {
+        return bytes > deviceLimit ? nullptr : taken(real->deviceAlloc(bytes), bytes, device);
+    }
     void deviceFree(void* memory) override {
-        held -= memory != nullptr ? 1 : 0;
+        givenBack(memory, device);
         real->deviceFree(memory);
     }
     int copyHostToDevice(void* to, const void* from, std::size_t bytes) override {
@@ -57,19 +65,32 @@ public:
         return real->copyDeviceToHostAsync(to, from, bytes, stream);
     }
 
-    int held = 0;         // memories and events that were not given back
-    int allocations = 0;  // and all that were ever taken
+    /// Memories and events that were not given back.
+    [[nodiscard]] std::size_t held() const { return host.size() + device.size() + events.size(); }
+
+    std::map<void*, std::size_t> host;    ///< held, with their sizes
+    std::map<void*, std::size_t> device;  ///< held, with their sizes
+    int allocations = 0;                  ///< memories and events that were ever taken
+    int wrongFrees = 0;                   ///< of what was not held
+    std::size_t hostLimit = std::size_t{1} << 30;
+    std::size_t deviceLimit = std::size_t{1} << 30;
     bool refusesUploads = false;
 
 private:
     template <class Handle>
-    Handle* counted(Handle* taken) {
-        held += taken != nullptr ? 1 : 0;
-        allocations += taken != nullptr ? 1 : 0;
-        return taken;
+    Handle* taken(Handle* handle, std::size_t bytes, std::map<void*, std::size_t>& account) {
+        if (handle != nullptr) {
+            account[handle] = bytes;
+            ++allocations;
+        }
+        return handle;
+    }
+    void givenBack(void* handle, std::map<void*, std::size_t>& account) {
+        wrongFrees += handle != nullptr && account.erase(handle) == 0 ? 1 : 0;
     }
 
     std::unique_ptr<GpuRuntime> real;
+    std::map<void*, std::size_t> events;
 };
 
-}  // namespace oru
+}  // namespace oru::doubles
