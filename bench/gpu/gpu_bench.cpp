@@ -30,7 +30,7 @@ struct Bench {
     GpuRuntime& gpu;
     CUstream_st* stream;
     int rounds;
-    double copyBytesPerSecond = 0;
+    double copy_bytes_per_second = 0;
 };
 
 [[noreturn]] void fail(const char* what) {
@@ -120,7 +120,7 @@ public:
     double report(DeviceWork& work, bool rectified, bool gray) {
         const double seconds = deviceSeconds(bench, [&](int i) { return draw(work, rectified, gray, i); });
         const double bytes = sourceBytes + static_cast<double>(size.width) * size.height * (gray ? 1 : 4);
-        const double share = bytes / seconds / bench.copyBytesPerSecond;
+        const double share = bytes / seconds / bench.copy_bytes_per_second;
         std::printf("%4dx%-4d -> %4dx%-4d  %-12s %-5s %9.1f us %8.1f GB/s %5.0f %% of copy\n", sourceSize.width,
                     sourceSize.height, size.width, size.height, rectified ? "rectified" : "unrectified",
                     gray ? "gray" : "BGRA", seconds * 1e6, bytes / seconds / 1e9, share * 100);
@@ -217,9 +217,9 @@ int main(int count, char** arguments) {
     CUstream_st* stream = nullptr;
     check(gpu.cudaSetDevice(0) == 0 && gpu.cudaStreamCreate(&stream) == 0, "stream");
     Bench bench{gpu, stream, rounds};
-    bench.copyBytesPerSecond = copyBandwidth(bench);
+    bench.copy_bytes_per_second = copyBandwidth(bench);
     std::printf("%s\ncopy: %.1f GB/s read and written; medians of %d rounds\n", gpu.description().c_str(),
-                bench.copyBytesPerSecond / 1e9, rounds);
+                bench.copy_bytes_per_second / 1e9, rounds);
 
     const auto work = makeCudaWork();
     double share = 0;

@@ -22,8 +22,8 @@ struct OpenCv {
     Size view;
     ViewKind kind;
     cv::Mat converted;
-    cv::Mat mapXy;
-    cv::Mat mapShares;
+    cv::Mat map_xy;
+    cv::Mat map_shares;
 
     void draw(const unsigned char* packed, unsigned char* out) {
         const cv::Mat in(source.height, source.width, CV_8UC2, const_cast<unsigned char*>(packed));  // read only
@@ -32,7 +32,7 @@ struct OpenCv {
         cv::cvtColor(in, direct ? target : converted,
                      kind.gray ? static_cast<int>(cv::COLOR_YUV2GRAY_YUYV) : static_cast<int>(cv::COLOR_YUV2BGRA_YUYV));
         if (kind.rectified) {
-            cv::remap(converted, target, mapXy, mapShares, cv::INTER_LINEAR);
+            cv::remap(converted, target, map_xy, map_shares, cv::INTER_LINEAR);
         } else if (kind.half) {
             cv::resize(converted, target, target.size(), 0, 0, cv::INTER_AREA);
         }
@@ -52,7 +52,7 @@ Peer openCv(const ViewKind& kind, const CameraParameters& camera, const Intrinsi
         }
         cv::initUndistortRectifyMap(matrixOf({camera.fx, camera.fy, camera.cx, camera.cy}), distortion, cv::Mat(),
                                     matrixOf(view), cv::Size(state->view.width, state->view.height), CV_16SC2,
-                                    state->mapXy, state->mapShares);
+                                    state->map_xy, state->map_shares);
     }
     return {"OpenCV", [state](const unsigned char* packed, unsigned char* out) { state->draw(packed, out); }};
 }

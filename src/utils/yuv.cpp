@@ -16,9 +16,9 @@ namespace oru::yuv {
 /// One or, for 4:2:0, two rows of packed pixels and what they are split into. With one row the second is null.
 struct SplitRows {
     const unsigned char* packed;
-    const unsigned char* secondPacked;
+    const unsigned char* second_packed;
     unsigned char* y;
-    unsigned char* secondY;
+    unsigned char* second_y;
     unsigned char* u;
     unsigned char* v;
 };
@@ -38,14 +38,14 @@ void splitPairs(const SplitRows& rows, std::size_t firstPair, std::size_t pairs)
         const unsigned char* packed = rows.packed + 4 * pair;
         rows.y[2 * pair] = packed[0];
         rows.y[2 * pair + 1] = packed[2];
-        if (rows.secondPacked == nullptr) {
+        if (rows.second_packed == nullptr) {
             rows.u[pair] = packed[1];
             rows.v[pair] = packed[3];
             continue;
         }
-        const unsigned char* second = rows.secondPacked + 4 * pair;
-        rows.secondY[2 * pair] = second[0];
-        rows.secondY[2 * pair + 1] = second[2];
+        const unsigned char* second = rows.second_packed + 4 * pair;
+        rows.second_y[2 * pair] = second[0];
+        rows.second_y[2 * pair + 1] = second[2];
         rows.u[pair] = mean(packed[1], second[1]);
         rows.v[pair] = mean(packed[3], second[3]);
     }
@@ -102,9 +102,9 @@ void splitRow(const SplitRows& rows, std::size_t pairs) {
         };
         auto first = chromaOf(rows.packed, rows.y, 0);
         auto second = chromaOf(rows.packed, rows.y, 1);
-        if (rows.secondPacked != nullptr) {
-            first = hn::AverageRound(first, chromaOf(rows.secondPacked, rows.secondY, 0));
-            second = hn::AverageRound(second, chromaOf(rows.secondPacked, rows.secondY, 1));
+        if (rows.second_packed != nullptr) {
+            first = hn::AverageRound(first, chromaOf(rows.second_packed, rows.second_y, 0));
+            second = hn::AverageRound(second, chromaOf(rows.second_packed, rows.second_y, 1));
         }
         hn::StoreU(hn::ConcatEven(d, second, first), d, rows.u + pair);
         hn::StoreU(hn::ConcatOdd(d, second, first), d, rows.v + pair);

@@ -25,30 +25,30 @@ struct Shape {
 struct Image {
     explicit Image(Shape image)
         : shape(image),
-          packedStep(2 * shape.width + shape.padding),
-          lumaStep(shape.width + shape.padding),
-          chromaStep(shape.width / 2 + shape.padding),
-          packed(packedStep * shape.height, kUntouched),
-          y(lumaStep * shape.height, kUntouched),
-          u(chromaStep * shape.height, kUntouched),
+          packed_step(2 * shape.width + shape.padding),
+          luma_step(shape.width + shape.padding),
+          chroma_step(shape.width / 2 + shape.padding),
+          packed(packed_step * shape.height, kUntouched),
+          y(luma_step * shape.height, kUntouched),
+          u(chroma_step * shape.height, kUntouched),
           v(u) {}
 
-    YuvPlanes planes() { return {y.data(), u.data(), v.data(), lumaStep, chromaStep, chromaStep}; }
+    YuvPlanes planes() { return {y.data(), u.data(), v.data(), luma_step, chroma_step, chroma_step}; }
     [[nodiscard]] ConstYuvPlanes constPlanes() const {
-        return {y.data(), u.data(), v.data(), lumaStep, chromaStep, chromaStep};
+        return {y.data(), u.data(), v.data(), luma_step, chroma_step, chroma_step};
     }
 
     void fillPacked(unsigned seed) {
         std::mt19937 random(seed);
         for (std::size_t row = 0; row < shape.height; ++row) {
             for (std::size_t i = 0; i < 2 * shape.width; ++i) {
-                packed[row * packedStep + i] = static_cast<unsigned char>(random());
+                packed[row * packed_step + i] = static_cast<unsigned char>(random());
             }
         }
     }
 
     Shape shape;
-    std::size_t packedStep, lumaStep, chromaStep;
+    std::size_t packed_step, luma_step, chroma_step;
     Bytes packed, y, u, v;
 };
 
@@ -83,16 +83,16 @@ std::string named(Shape shape) {
 
 /// The sample of pair `pair` of a packed row: 0 first luma, 1 U, 2 second luma, 3 V.
 unsigned char packedSample(const Image& image, std::size_t row, std::size_t pair, std::size_t component) {
-    return image.packed[row * image.packedStep + 4 * pair + component];
+    return image.packed[row * image.packed_step + 4 * pair + component];
 }
 
 TEST_P(Yuv, SplitsIntoPlanarAndJoinsBackWithoutLossIn422) {
     for (const Shape& shape : kShapes) {
         Image original(shape);
         original.fillPacked(1);
-        yuyvToI422(original.packed.data(), original.packedStep, original.planes(), shape.width, shape.height);
+        yuyvToI422(original.packed.data(), original.packed_step, original.planes(), shape.width, shape.height);
         Image back(shape);
-        i422ToYuyv(original.constPlanes(), back.packed.data(), back.packedStep, shape.width, shape.height);
+        i422ToYuyv(original.constPlanes(), back.packed.data(), back.packed_step, shape.width, shape.height);
         EXPECT_EQ(back.packed, original.packed) << named(shape);
         EXPECT_EQ(original.y[0], original.packed[0]);
         EXPECT_EQ(original.u[0], original.packed[1]);
@@ -105,15 +105,15 @@ TEST_P(Yuv, AveragesChromaOfRowPairsAndKeepsLumaIn420) {
     for (const Shape& shape : kShapes) {
         Image image(shape);
         image.fillPacked(2);
-        yuyvToI420(image.packed.data(), image.packedStep, image.planes(), shape.width, shape.height);
+        yuyvToI420(image.packed.data(), image.packed_step, image.planes(), shape.width, shape.height);
         for (std::size_t row = 0; row < shape.height; ++row) {
             const std::size_t upper = row / 2 * 2;
             const std::size_t lower = std::min(upper + 1, shape.height - 1);
             for (std::size_t pair = 0; pair < shape.width / 2; ++pair) {
-                const unsigned char* luma = &image.y[row * image.lumaStep + 2 * pair];
+                const unsigned char* luma = &image.y[row * image.luma_step + 2 * pair];
                 ASSERT_EQ(luma[0], packedSample(image, row, pair, 0)) << named(shape);
                 ASSERT_EQ(luma[1], packedSample(image, row, pair, 2)) << named(shape);
-                const std::size_t at = row / 2 * image.chromaStep + pair;
+                const std::size_t at = row / 2 * image.chroma_step + pair;
                 const auto mean = [&](std::size_t c) {
                     return (packedSample(image, upper, pair, c) + packedSample(image, lower, pair, c) + 1) / 2;
                 };
@@ -128,12 +128,12 @@ TEST_P(Yuv, GivesBothRowsOfAPairTheirSharedChromaFrom420) {
     for (const Shape& shape : kShapes) {
         Image image(shape);
         image.fillPacked(3);
-        yuyvToI420(image.packed.data(), image.packedStep, image.planes(), shape.width, shape.height);
+        yuyvToI420(image.packed.data(), image.packed_step, image.planes(), shape.width, shape.height);
         Image back(shape);
-        i420ToYuyv(image.constPlanes(), back.packed.data(), back.packedStep, shape.width, shape.height);
+        i420ToYuyv(image.constPlanes(), back.packed.data(), back.packed_step, shape.width, shape.height);
         for (std::size_t row = 0; row < shape.height; ++row) {
             for (std::size_t pair = 0; pair < shape.width / 2; ++pair) {
-                const std::size_t at = row / 2 * image.chromaStep + pair;
+                const std::size_t at = row / 2 * image.chroma_step + pair;
                 ASSERT_EQ(packedSample(back, row, pair, 0), packedSample(image, row, pair, 0)) << named(shape);
                 ASSERT_EQ(packedSample(back, row, pair, 1), image.u[at]) << named(shape);
                 ASSERT_EQ(packedSample(back, row, pair, 3), image.v[at]) << named(shape);
@@ -146,9 +146,9 @@ TEST_P(Yuv, LeavesPaddingAndUnusedChromaRowsUntouched) {
     for (const Shape& shape : kShapes) {
         Image image(shape);
         image.fillPacked(4);
-        yuyvToI420(image.packed.data(), image.packedStep, image.planes(), shape.width, shape.height);
+        yuyvToI420(image.packed.data(), image.packed_step, image.planes(), shape.width, shape.height);
         Image back(shape);
-        i420ToYuyv(image.constPlanes(), back.packed.data(), back.packedStep, shape.width, shape.height);
+        i420ToYuyv(image.constPlanes(), back.packed.data(), back.packed_step, shape.width, shape.height);
         const auto expectUntouched = [&](const Bytes& bytes, std::size_t step, std::size_t used, std::size_t rows) {
             for (std::size_t i = 0; i < bytes.size(); ++i) {
                 if (i / step >= rows || i % step >= used) {
@@ -156,10 +156,10 @@ TEST_P(Yuv, LeavesPaddingAndUnusedChromaRowsUntouched) {
                 }
             }
         };
-        expectUntouched(image.y, image.lumaStep, shape.width, shape.height);
-        expectUntouched(image.u, image.chromaStep, shape.width / 2, (shape.height + 1) / 2);
-        expectUntouched(image.v, image.chromaStep, shape.width / 2, (shape.height + 1) / 2);
-        expectUntouched(back.packed, back.packedStep, 2 * shape.width, shape.height);
+        expectUntouched(image.y, image.luma_step, shape.width, shape.height);
+        expectUntouched(image.u, image.chroma_step, shape.width / 2, (shape.height + 1) / 2);
+        expectUntouched(image.v, image.chroma_step, shape.width / 2, (shape.height + 1) / 2);
+        expectUntouched(back.packed, back.packed_step, 2 * shape.width, shape.height);
     }
 }
 

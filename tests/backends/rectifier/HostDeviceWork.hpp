@@ -10,8 +10,8 @@ class HostDeviceWork final : public DeviceWork {
 public:
     int reduce(const ReduceJob& job, CUstream_st*) override {
         for (int row = 0; row < job.height; ++row) {
-            for (int pair = 0; pair < job.pairsPerRow; ++pair) {
-                job.reduced[row * job.pairsPerRow + pair] = reducedPairAt(job, pair, row);
+            for (int pair = 0; pair < job.pairs_per_row; ++pair) {
+                job.reduced[row * job.pairs_per_row + pair] = reducedPairAt(job, pair, row);
             }
         }
         return 0;

@@ -74,7 +74,7 @@ TEST_P(DeviceRectifier, DrawsThePlainViewsForEveryLensAtEverySizeWithinOneLevel)
     std::mt19937 random(11);
     for (const NamedLens& lens : testLenses()) {
         const Size source{672, 376};
-        const TestImage image = imageOf(source, Content::InGamutNoise, 0, random);
+        const TestImage image = imageOf(source, Content::IN_GAMUT_NOISE, 0, random);
         for (const Size size : {source, Size{source.width / 2, source.height / 2}, Size{333, 201}, Size{7, 5}}) {
             expectPlainViews(cameraOf(lens, source), size.width == 333, size, image, 1, lens.name);
         }
@@ -84,7 +84,7 @@ TEST_P(DeviceRectifier, DrawsThePlainViewsForEveryLensAtEverySizeWithinOneLevel)
 TEST_P(DeviceRectifier, DrawsTheLargestImageWithinOneLevel) {
     std::mt19937 random(12);
     const Size source{3840, 2160};
-    const TestImage image = imageOf(source, Content::InGamutNoise, 0, random);
+    const TestImage image = imageOf(source, Content::IN_GAMUT_NOISE, 0, random);
     expectPlainViews(cameraOf(testLenses()[4], source), false, source, image, 1, testLenses()[4].name);
 }
 

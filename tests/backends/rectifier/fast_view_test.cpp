@@ -40,7 +40,7 @@ struct Tolerance {
 };
 
 Tolerance toleranceOf(Content content) {
-    return content == Content::FullRangeNoise ? Tolerance{7, 0.5} : Tolerance{};
+    return content == Content::FULL_RANGE_NOISE ? Tolerance{7, 0.5} : Tolerance{};
 }
 
 /// Draws all four views both ways.
@@ -59,7 +59,7 @@ void expectFastIsPlain(const ViewGeometry& geometry, Size size, const TestImage&
                 << what << (rectified ? " rectified" : " unrectified") << (gray ? " gray " : " ") << named(image.size)
                 << " to " << named(size) << " at " << error.x << "," << error.y;
             EXPECT_LE(error.mean, tolerance.mean) << what << named(image.size) << " to " << named(size);
-            EXPECT_TRUE(error.paddingKept) << what << named(image.size) << " to " << named(size);
+            EXPECT_TRUE(error.padding_kept) << what << named(image.size) << " to " << named(size);
         }
     }
 }
@@ -82,7 +82,7 @@ TEST(FastView, EqualsThePlainViewForShortNormalAndLongLenses) {
     std::mt19937 random(5);
     for (const NamedLens& lens : testLenses()) {
         for (const Size source : {Size{1280, 720}, Size{672, 376}}) {
-            const TestImage image = imageOf(source, Content::InGamutNoise, 0, random);
+            const TestImage image = imageOf(source, Content::IN_GAMUT_NOISE, 0, random);
             const ViewGeometry geometry = geometryOf(cameraOf(lens, source), true);
             expectFastIsPlain(geometry, source, image, 0, pool, {}, lens.name);
             expectFastIsPlain(geometry, {source.width / 2, source.height / 2}, image, 0, pool, {}, lens.name);
@@ -94,7 +94,7 @@ TEST(FastView, DrawsFromChromaBetweenItsPixels) {
     RowPool pool(0);
     std::mt19937 random(6);
     const Size size{320, 200};
-    const TestImage image = imageOf(size, Content::InGamutNoise, 0, random);
+    const TestImage image = imageOf(size, Content::IN_GAMUT_NOISE, 0, random);
     const ViewGeometry geometry = geometryOf(cameraOf(testLenses()[2], size), false);
     ReferenceRenderer plain(geometry, size);
     FastRenderer fast(geometry, size, pool);
@@ -121,7 +121,7 @@ TEST(FastView, UsesThePlainWayOnlyWhereItMust) {
                 for (int row = 0; row < (view.height + MeshMap::kTileHeight - 1) / MeshMap::kTileHeight; ++row) {
                     for (const TileRun& run : mesh.runs(row, false)) {
                         all += run.count;
-                        plain += run.kind == TileKind::Plain ? run.count : 0;
+                        plain += run.kind == TileKind::EXACT ? run.count : 0;
                     }
                 }
                 EXPECT_LE(plain, all / 200) << lens.name << " " << named(view);
@@ -135,7 +135,7 @@ TEST(HalveRows, MakesTheSameBytesAsTheReducerOnEveryTarget) {
     for (const int64_t target : targets()) {
         const OnTarget confined(target);
         for (const Size size : {Size{4, 2}, Size{36, 6}, Size{64, 4}, Size{132, 2}, Size{260, 10}, Size{1920, 4}}) {
-            const TestImage image = imageOf(size, Content::FullRangeNoise, 3, random);
+            const TestImage image = imageOf(size, Content::FULL_RANGE_NOISE, 3, random);
             const Reducer reducer(size, {size.width / 2, size.height / 2});
             std::vector<std::uint16_t> sums(reducer.scratchSize());
             std::vector<unsigned char> plain(reducer.bytes());

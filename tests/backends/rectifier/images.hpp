@@ -68,8 +68,8 @@ struct NamedLens {
     const char* name;
     double focal;  // in widths of the image
     std::array<double, 12> distortion;
-    double offCentreX;  // pixels
-    double offCentreY;
+    double off_centre_x;  // pixels
+    double off_centre_y;
 };
 
 /// Lenses from long to short, barrel and pincushion, with every kind of term.
@@ -92,8 +92,8 @@ inline CameraParameters cameraOf(const NamedLens& lens, Size size) {
     CameraParameters camera;
     camera.fx = static_cast<float>(lens.focal * size.width);
     camera.fy = camera.fx * 1.004F;
-    camera.cx = static_cast<float>(size.width / 2.0 + lens.offCentreX * size.width / 1920);
-    camera.cy = static_cast<float>(size.height / 2.0 + lens.offCentreY * size.width / 1920);
+    camera.cx = static_cast<float>(size.width / 2.0 + lens.off_centre_x * size.width / 1920);
+    camera.cy = static_cast<float>(size.height / 2.0 + lens.off_centre_y * size.width / 1920);
     camera.distortion = lens.distortion;
     camera.image_size = {static_cast<uint64_t>(size.width), static_cast<uint64_t>(size.height)};
     return camera;

@@ -75,7 +75,8 @@ TEST(PixelCode, AgreesOnViewPixelsThatLookExactlyAtTheBorder) {
 TEST(PixelCode, SamplesLikeThePlainViewAtEveryPlaceAndChromaSiting) {
     std::mt19937 random(3);
     for (const Size size : {Size{16, 9}, Size{15, 4}, Size{2, 1}, Size{1, 1}}) {
-        const TestImage image = imageOf({size.width + size.width % 2, size.height}, Content::FullRangeNoise, 0, random);
+        const TestImage image =
+            imageOf({size.width + size.width % 2, size.height}, Content::FULL_RANGE_NOISE, 0, random);
         const std::vector<std::uint32_t> pairs = pairsOf(image);
         for (const float siting : {0.0F, 0.25F, 0.5F}) {
             const PairImage pixels = pairImage(pairs.data(), size, siting);
@@ -110,7 +111,7 @@ TEST(PixelCode, ReducesToTheSameBytesAsTheReducer) {
                                                                          {{128, 9}, {5, 9}},
                                                                          {{2, 2}, {1, 1}},
                                                                          {{640, 360}, {333, 201}}}) {
-        const TestImage image = imageOf(source, Content::FullRangeNoise, 0, random);
+        const TestImage image = imageOf(source, Content::FULL_RANGE_NOISE, 0, random);
         const std::vector<std::uint32_t> pairs = pairsOf(image);
         const Reducer reducer(source, view);
         std::vector<std::uint16_t> sums(reducer.scratchSize());
@@ -120,7 +121,7 @@ TEST(PixelCode, ReducesToTheSameBytesAsTheReducer) {
         ASSERT_TRUE(reduced.prepare(source, view, nullptr));
         const ReduceJob job = reduced.jobOf(pairImage(pairs.data(), source, 0));
         for (int row = 0; row < view.height; ++row) {
-            for (int pair = 0; pair < job.pairsPerRow; ++pair) {
+            for (int pair = 0; pair < job.pairs_per_row; ++pair) {
                 std::uint32_t expected = 0;
                 std::memcpy(&expected,
                             &plain[static_cast<std::size_t>(row) * reducer.step() + 4U * static_cast<unsigned>(pair)],

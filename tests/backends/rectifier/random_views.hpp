@@ -7,7 +7,7 @@
 
 namespace oru::rectifier {
 
-enum class Content { Natural, InGamutNoise, FullRangeNoise };
+enum class Content { NATURAL, IN_GAMUT_NOISE, FULL_RANGE_NOISE };
 
 inline TestImage imageOf(Size size, Content content, std::size_t padding, std::mt19937& random) {
     TestImage image(size, padding);
@@ -16,15 +16,15 @@ inline TestImage imageOf(Size size, Content content, std::size_t padding, std::m
         for (int x = 0; x < size.width; ++x) {
             const double wave = std::sin(x * 0.07) + std::cos(y * 0.05);
             switch (content) {
-                case Content::Natural:
+                case Content::NATURAL:
                     image.setLuma(x, y, 120 + static_cast<int>(40 * wave) + noise(9));
                     image.setChroma(x, y, 128 + static_cast<int>(12 * wave) + noise(5));
                     break;
-                case Content::InGamutNoise:
+                case Content::IN_GAMUT_NOISE:
                     image.setLuma(x, y, 90 + noise(70));
                     image.setChroma(x, y, 112 + noise(32));
                     break;
-                case Content::FullRangeNoise:
+                case Content::FULL_RANGE_NOISE:
                     image.setLuma(x, y, noise(256));
                     image.setChroma(x, y, noise(256));
                     break;
@@ -39,7 +39,7 @@ struct Error {
     int x = 0;
     int y = 0;
     double mean = 0;
-    bool paddingKept = true;
+    bool padding_kept = true;
 };
 
 inline Error compare(const TestView& fast, const TestView& plain) {
@@ -47,7 +47,7 @@ inline Error compare(const TestView& fast, const TestView& plain) {
     const auto used = static_cast<std::size_t>(fast.size.width) * (fast.gray ? 1 : 4);
     for (std::size_t i = 0; i < fast.bytes.size(); ++i) {
         if (i % fast.step >= used) {
-            error.paddingKept = error.paddingKept && fast.bytes[i] == TestView::kUntouched;
+            error.padding_kept = error.padding_kept && fast.bytes[i] == TestView::kUntouched;
             continue;
         }
         const int difference = std::abs(fast.bytes[i] - plain.bytes[i]);

@@ -22,7 +22,7 @@ RowPool::~RowPool() {
 void RowPool::runJob(const Job& next, bool alone) {
     job = next;
     nextRow.store(0, std::memory_order_relaxed);
-    if (alone || workers.empty() || next.rows <= next.blockRows) {
+    if (alone || workers.empty() || next.rows <= next.block_rows) {
         takeBlocks(0);
         return;
     }
@@ -37,9 +37,9 @@ void RowPool::runJob(const Job& next, bool alone) {
 }
 
 void RowPool::takeBlocks(int thread) {
-    for (int first = nextRow.fetch_add(job.blockRows, std::memory_order_relaxed); first < job.rows;
-         first = nextRow.fetch_add(job.blockRows, std::memory_order_relaxed)) {
-        job.call(job.function, first, std::min(first + job.blockRows, job.rows), thread);
+    for (int first = nextRow.fetch_add(job.block_rows, std::memory_order_relaxed); first < job.rows;
+         first = nextRow.fetch_add(job.block_rows, std::memory_order_relaxed)) {
+        job.call(job.function, first, std::min(first + job.block_rows, job.rows), thread);
     }
 }
 

@@ -38,7 +38,7 @@ private:
         void (*call)(void* function, int firstRow, int endRow, int thread);
         void* function;
         int rows;
-        int blockRows;
+        int block_rows;
     };
 
     void runJob(const Job& next, bool alone);

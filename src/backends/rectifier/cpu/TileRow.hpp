@@ -8,11 +8,11 @@ namespace oru::rectifier {
 struct TileRow {
     const unsigned char* image;
     std::size_t step;
-    int lastColumn;  // where the last window that fits begins
-    int lastRow;
+    int last_column;  // where the last window that fits begins
+    int last_row;
     int siting;  // of chroma, in 1/65536 pixel
-    int firstCell;
-    int endCell;
+    int first_cell;
+    int end_cell;
     std::ptrdiff_t prefetch;  // bytes from a sample to what will be sampled some rows later
 };
 

@@ -23,8 +23,8 @@ namespace oru::rectifier {
 
 /// How much of the neighbouring chroma sample each pixel of a pair takes, in 1/128.
 struct ChromaShares {
-    int previousOfEven;
-    int nextOfOdd;
+    int previous_of_even;
+    int next_of_odd;
 };
 
 }  // namespace oru::rectifier
@@ -77,8 +77,9 @@ HWY_INLINE Chroma chromaOf(const unsigned char* in, ChromaShares shares) {
         };
         constexpr int kWhole = 1 << kShareBits;
         const auto previous = chromaAt(in - kMargin);
-        const auto even = hn::Add(share(own, kWhole - shares.previousOfEven), share(previous, shares.previousOfEven));
-        const auto odd = hn::Add(share(own, kWhole - shares.nextOfOdd), share(next, shares.nextOfOdd));
+        const auto even =
+            hn::Add(share(own, kWhole - shares.previous_of_even), share(previous, shares.previous_of_even));
+        const auto odd = hn::Add(share(own, kWhole - shares.next_of_odd), share(next, shares.next_of_odd));
         return {hn::ShiftLeft<8 - kShareBits>(even), hn::ShiftLeft<8 - kShareBits>(odd)};
     }
 }

@@ -215,18 +215,19 @@ template <int kGroup, bool kGray>
 void drawTiles(const TileRow& row, int width, TileScratch& scratch, unsigned char* out) {
     placeGroups<kGroup>(row, scratch);
     constexpr int kPixelBytes = kGray ? 1 : 4;
-    const int cellsInside = std::min(row.endCell, width / MeshMap::kTileWidth * (MeshMap::kTileWidth / MeshMap::kCell));
-    drawCells<kGroup, kGray>(row, scratch, row.firstCell, cellsInside, out);
-    if (cellsInside < row.endCell) {
+    const int cellsInside =
+        std::min(row.end_cell, width / MeshMap::kTileWidth * (MeshMap::kTileWidth / MeshMap::kCell));
+    drawCells<kGroup, kGray>(row, scratch, row.first_cell, cellsInside, out);
+    if (cellsInside < row.end_cell) {
         HWY_ALIGN unsigned char tile[MeshMap::kTileWidth * kPixelBytes];
-        drawCells<kGroup, kGray>(row, scratch, cellsInside, row.endCell, tile);
-        std::memcpy(out + (cellsInside - row.firstCell) * MeshMap::kCell * kPixelBytes, tile,
+        drawCells<kGroup, kGray>(row, scratch, cellsInside, row.end_cell, tile);
+        std::memcpy(out + (cellsInside - row.first_cell) * MeshMap::kCell * kPixelBytes, tile,
                     static_cast<std::size_t>((width - cellsInside * MeshMap::kCell) * kPixelBytes));
     }
 }
 
 void drawRun(const TileRow& row, TileKind kind, bool gray, int width, TileScratch& scratch, unsigned char* out) {
-    if (kind == TileKind::GroupsOfFour) {
+    if (kind == TileKind::GROUPS_OF_FOUR) {
         gray ? drawTiles<4, true>(row, width, scratch, out) : drawTiles<4, false>(row, width, scratch, out);
     } else {
         gray ? drawTiles<2, true>(row, width, scratch, out) : drawTiles<2, false>(row, width, scratch, out);
@@ -325,7 +326,7 @@ void drawRectifiedRows(const MeshMap& mesh, const YuyvFrame& frame, const ViewTa
         interpolate(mesh.nodesX(node), mesh.nodesX(node + 1), line, mesh.nodesPerRow(), scratch.x.data());
         interpolate(mesh.nodesY(node), mesh.nodesY(node + 1), line, mesh.nodesPerRow(), scratch.y.data());
         for (const TileRun& run : mesh.runs(row / MeshMap::kTileHeight, target.gray)) {
-            if (run.kind == TileKind::Plain) {
+            if (run.kind == TileKind::EXACT) {
                 drawPlainTiles(mesh, run, frame, target, row);
                 continue;
             }

@@ -53,10 +53,10 @@ HWY_INLINE Windows<D> placeWindows(D d, const TileRow& row, hn::VFromD<D> x, hn:
                                    hn::VFromD<D> lowY) {
     const auto zero = hn::Zero(d);
     auto column = hn::ShiftRight<16>(hn::Sub(hn::Add(x, lowX), hn::Set(d, row.siting + kGuard)));
-    column = hn::Min(hn::Max(column, zero), hn::Set(d, row.lastColumn));
+    column = hn::Min(hn::Max(column, zero), hn::Set(d, row.last_column));
     column = hn::And(column, hn::Set(d, ~1));
     auto line = hn::ShiftRight<16>(hn::Sub(hn::Add(y, lowY), hn::Set(d, kGuard)));
-    line = hn::Min(hn::Max(line, zero), hn::Set(d, row.lastRow));
+    line = hn::Min(hn::Max(line, zero), hn::Set(d, row.last_row));
     const auto offset = hn::Add(hn::Mul(line, hn::Set(d, static_cast<int>(row.step))), hn::Add(column, column));
     return {offset, toWindow(d, x, column), toWindow(d, y, line)};
 }
@@ -77,7 +77,7 @@ HWY_INLINE void placeGroups(const TileRow& row, TileScratch& scratch) {
     constexpr int kShift = kGroup == 4 ? 2 : 1;
     const auto zero = hn::Zero(d);
     const auto half = hn::Set(d, 1 << (15 - kPositionBits));
-    for (int cell = row.firstCell; cell < row.endCell; cell += static_cast<int>(hn::Lanes(d))) {
+    for (int cell = row.first_cell; cell < row.end_cell; cell += static_cast<int>(hn::Lanes(d))) {
         const auto x = hn::LoadU(d, &scratch.x[cell]);
         const auto y = hn::LoadU(d, &scratch.y[cell]);
         const auto stepX = hn::ShiftRight<2>(hn::Sub(hn::LoadU(d, &scratch.x[cell + 1]), x));

@@ -28,8 +28,8 @@ __global__ void __launch_bounds__(kBlockWidth* kBlockHeight) drawView(const __gr
 __global__ void __launch_bounds__(kBlockWidth* kBlockHeight) reduceImage(const __grid_constant__ ReduceJob job) {
     const int pair = columnOfThread();
     const int row = rowOfThread();
-    if (pair < job.pairsPerRow && row < job.height) {
-        job.reduced[static_cast<std::ptrdiff_t>(row) * job.pairsPerRow + pair] = reducedPairAt(job, pair, row);
+    if (pair < job.pairs_per_row && row < job.height) {
+        job.reduced[static_cast<std::ptrdiff_t>(row) * job.pairs_per_row + pair] = reducedPairAt(job, pair, row);
     }
 }
 
@@ -50,7 +50,7 @@ int columnsDown(const ViewJob& job) {
 class CudaWork final : public DeviceWork {
 public:
     int reduce(const ReduceJob& job, CUstream_st* stream) override {
-        return launch<ReduceJob>(reduceImage, job, job.pairsPerRow, job.height, stream);
+        return launch<ReduceJob>(reduceImage, job, job.pairs_per_row, job.height, stream);
     }
     int drawBgra(const ViewJob& job, bool rectified, CUstream_st* stream) override {
         return launch<ViewJob>(rectified ? drawView<true, false> : drawView<false, false>, job, job.width,

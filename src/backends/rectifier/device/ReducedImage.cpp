@@ -57,7 +57,7 @@ bool ReducedImage::prepare(Size source, Size reduced, CUstream_st* stream) {
     made = pairImage(memory, reduced, reducer.chromaSiting(kChromaSiting));
     job = {.source = {},
            .reduced = reinterpret_cast<std::uint32_t*>(memory),
-           .pairsPerRow = pairs,
+           .pairs_per_row = pairs,
            .width = reduced.width,
            .height = reduced.height,
            .rows = place(rows, tables, placed),

@@ -29,15 +29,15 @@ struct InnerPlace {
 ORU_PIXEL_CODE InnerPlace innerPlace(const PairImage& image, LensRays<float>::Place place, bool& inside) {
     const std::uint32_t column =
         std::bit_cast<std::uint32_t>(place.x + kInnerBase) - std::bit_cast<std::uint32_t>(kInnerBase);
-    const std::uint32_t chroma = column - image.innerSiting;
+    const std::uint32_t chroma = column - image.inner_siting;
     const float row = place.y + (kWhole - 0.5F);
     const std::uint32_t rowNumber = std::bit_cast<std::uint32_t>(row) - kWholeBits;
-    inside = inside && chroma < image.innerColumns && rowNumber < image.innerRows;
+    inside = inside && chroma < image.inner_columns && rowNumber < image.inner_rows;
     return {column, chroma, rowNumber, place.y - (row - kWhole)};
 }
 
 ORU_PIXEL_CODE Window innerWindow(const PairImage& image, const InnerPlace& place) {
-    const auto pairsPerRow = static_cast<std::uint32_t>(image.pairsPerRow);
+    const auto pairsPerRow = static_cast<std::uint32_t>(image.pairs_per_row);
     const std::uint32_t index = place.row * pairsPerRow + (place.chroma >> kInnerPairBits);
     const std::uint32_t* const upper = image.pairs + index;
     const std::uint32_t* const lower = image.pairs + (index + pairsPerRow);
@@ -87,13 +87,13 @@ ORU_PIXEL_CODE void drawRectifiedColumn(const ViewJob& job, int u, int v, int ro
 /// A column of the image as it is: its luma byte, and its chroma between two pairs.
 struct PlainColumn {
     int x;
-    int firstPair, nextPair;
-    std::uint32_t chromaWeights;
+    int first_pair, next_pair;
+    std::uint32_t chroma_weights;
 };
 ORU_PIXEL_CODE PlainColumn plainColumn(const PairImage& image, int x) {
-    const int steps = clampedTo((x * kFractionSteps - image.chromaSiting) >> 1, image.lastChroma);
+    const int steps = clampedTo((x * kFractionSteps - image.chroma_siting) >> 1, image.last_chroma);
     const int pair = steps >> kFractionBits;
-    return {x, pair, smaller(pair + 1, image.lastChroma >> kFractionBits),
+    return {x, pair, smaller(pair + 1, image.last_chroma >> kFractionBits),
             weightsAt<kFractionBits>(static_cast<std::uint32_t>(steps))};
 }
 
@@ -101,11 +101,11 @@ ORU_PIXEL_CODE unsigned char plainLuma(const PlainColumn& column, const std::uin
     return reinterpret_cast<const unsigned char*>(row)[2 * column.x];
 }
 ORU_PIXEL_CODE void putPlain(const PlainColumn& column, const std::uint32_t* row, std::uint32_t& bgra) {
-    const std::uint32_t chroma = pickBytes(loadPair(row + column.firstPair), loadPair(row + column.nextPair), 0x7351);
+    const std::uint32_t chroma = pickBytes(loadPair(row + column.first_pair), loadPair(row + column.next_pair), 0x7351);
     const std::uint32_t luma = std::uint32_t{plainLuma(column, row)} << kFractionBits;
     bgra = bgraOf<kFractionBits, kFractionBits>(std::bit_cast<float>(kWholeBits | luma),
-                                                meanOfLower(column.chromaWeights, chroma),
-                                                meanOfUpper(column.chromaWeights, chroma));
+                                                meanOfLower(column.chroma_weights, chroma),
+                                                meanOfUpper(column.chroma_weights, chroma));
 }
 ORU_PIXEL_CODE void putPlain(const PlainColumn& column, const std::uint32_t* row, unsigned char& gray) {
     gray = plainLuma(column, row);
@@ -120,7 +120,7 @@ ORU_PIXEL_CODE void drawPlainColumn(const ViewJob& job, int u, int v, int rows, 
     for (int i = 0; i < rows; ++i, out += job.width) {
         const int y = job.flipped ? job.height - 1 - (v + i) : v + i;
         if (x < image.width && y < image.height) {
-            putPlain(column, image.pairs + static_cast<std::ptrdiff_t>(y) * image.pairsPerRow, *out);
+            putPlain(column, image.pairs + static_cast<std::ptrdiff_t>(y) * image.pairs_per_row, *out);
         } else {
             putAt(image, Sight{0, 0, false}, *out);
         }

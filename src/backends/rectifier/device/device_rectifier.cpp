@@ -37,7 +37,7 @@ private:
 
         ViewJob job;
         ReducedImage reduced;
-        uint64_t reducedFrame = 0;  // whose number it holds
+        uint64_t reduced_frame = 0;  // whose number it holds
     };
 
     ViewResult draw(VIEW view, Resolution size, unsigned char* pixels, CUstream_st* stream);
@@ -142,10 +142,10 @@ ViewResult DeviceRectifier::drawImage(VIEW view, Size size, unsigned char* pixel
     if (size == views.geometry().source) {
         job.image = frame->image;
     } else {
-        if (entry->reducedFrame != frameNumber && work->reduce(entry->reduced.jobOf(frame->image), stream) != 0) {
+        if (entry->reduced_frame != frameNumber && work->reduce(entry->reduced.jobOf(frame->image), stream) != 0) {
             return VIEW_WITHOUT_DEVICE;
         }
-        entry->reducedFrame = frameNumber;
+        entry->reduced_frame = frameNumber;
         job.image = entry->reduced.image();
     }
     return run(job, view, stream) == 0 ? VIEW_DRAWN : VIEW_WITHOUT_DEVICE;

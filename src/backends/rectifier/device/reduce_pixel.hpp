@@ -24,7 +24,7 @@ struct AxisTable {
 struct ReduceJob {
     PairImage source;
     std::uint32_t* reduced;
-    int pairsPerRow;
+    int pairs_per_row;
     int width;
     int height;
     AxisTable rows, luma, chroma;
@@ -40,9 +40,9 @@ struct PairSums {
 
 ORU_PIXEL_CODE PairSums sumDown(const ReduceJob& job, int sourcePair, const AxisTable::Taps& rows) {
     const std::uint32_t* input =
-        job.source.pairs + static_cast<std::ptrdiff_t>(rows.first) * job.source.pairsPerRow + sourcePair;
+        job.source.pairs + static_cast<std::ptrdiff_t>(rows.first) * job.source.pairs_per_row + sourcePair;
     PairSums sums{0, 0};
-    for (int i = 0; i < rows.count; ++i, input += job.source.pairsPerRow) {
+    for (int i = 0; i < rows.count; ++i, input += job.source.pairs_per_row) {
         const std::uint32_t pair = loadPair(input);
         const std::uint32_t weight = job.rows.weights[rows.weight + i];
         sums.luma += (pair & 0x00FF00FF) * weight;

@@ -21,28 +21,28 @@ LensRays<Real> raysOf(const ViewGeometry& geometry, Size view) {
     const double topCentre = 0.5 * reductionY - 0.5;
     const double firstX = geometry.flipped ? geometry.source.width - 1 - leftCentre : leftCentre;
     const double firstY = geometry.flipped ? geometry.source.height - 1 - topCentre : topCentre;
-    return {.firstX = real((firstX - camera.cx) / camera.fx),
-            .firstY = real((firstY - camera.cy) / camera.fy),
-            .perPixelX = real(direction * reductionX / camera.fx),
-            .perPixelY = real(direction * reductionY / camera.fy),
+    return {.first_x = real((firstX - camera.cx) / camera.fx),
+            .first_y = real((firstY - camera.cy) / camera.fy),
+            .per_pixel_x = real(direction * reductionX / camera.fx),
+            .per_pixel_y = real(direction * reductionY / camera.fy),
             .k1 = real(k1),
             .k2 = real(k2),
             .k3 = real(k3),
             .k4 = real(k4),
             .k5 = real(k5),
             .k6 = real(k6),
-            .scaleX = real(scaleX),
-            .originX = real((lens.cx + 0.5) / reductionX - 0.5),
-            .xyInX = real(scaleX * 2 * p1),
-            .xxInX = real(scaleX * 2 * p2),
-            .r2InX = real(scaleX * (p2 + s1)),
-            .r4InX = real(scaleX * s2),
-            .scaleY = real(scaleY),
-            .originY = real((lens.cy + 0.5) / reductionY - 0.5),
-            .xyInY = real(scaleY * 2 * p2),
-            .yyInY = real(scaleY * 2 * p1),
-            .r2InY = real(scaleY * (p1 + s3)),
-            .r4InY = real(scaleY * s4)};
+            .scale_x = real(scaleX),
+            .origin_x = real((lens.cx + 0.5) / reductionX - 0.5),
+            .xy_in_x = real(scaleX * 2 * p1),
+            .xx_in_x = real(scaleX * 2 * p2),
+            .r2_in_x = real(scaleX * (p2 + s1)),
+            .r4_in_x = real(scaleX * s2),
+            .scale_y = real(scaleY),
+            .origin_y = real((lens.cy + 0.5) / reductionY - 0.5),
+            .xy_in_y = real(scaleY * 2 * p2),
+            .yy_in_y = real(scaleY * 2 * p1),
+            .r2_in_y = real(scaleY * (p1 + s3)),
+            .r4_in_y = real(scaleY * s4)};
 }
 
 /// Where column_pixels.hpp need not clamp, in its steps: as many of chroma's as have a pair and a luma sample to their
@@ -63,7 +63,7 @@ ViewJob viewJob(const ViewGeometry& geometry, Size view) {
             .height = view.height,
             .flipped = geometry.flipped,
             .rays = raysOf<float>(geometry, view),
-            .exactRays = raysOf<double>(geometry, view)};
+            .exact_rays = raysOf<double>(geometry, view)};
 }
 
 ViewJob blackJob(Size view, unsigned char* pixels) {
@@ -78,18 +78,18 @@ PairImage pairImage(const void* pixels, Size size, float chromaSiting) {
     const int pairs = (size.width + 1) / 2;
     const auto siting = static_cast<std::uint32_t>(std::lround(chromaSiting * (1 << pixel::kInnerBits)));
     return {.pairs = static_cast<const std::uint32_t*>(pixels),
-            .pairsPerRow = pairs,
+            .pairs_per_row = pairs,
             .width = size.width,
             .height = size.height,
-            .chromaSiting = static_cast<int>(std::lround(chromaSiting * kFractionSteps)),
-            .halfWidth = 0.5F * static_cast<float>(size.width),
-            .halfHeight = 0.5F * static_cast<float>(size.height),
-            .lastX = (size.width - 1) * kFractionSteps,
-            .lastY = (size.height - 1) * kFractionSteps,
-            .lastChroma = (pairs - 1) * kFractionSteps,
-            .innerSiting = siting,
-            .innerColumns = innerColumns(size, siting),
-            .innerRows = static_cast<std::uint32_t>(size.height - 1)};
+            .chroma_siting = static_cast<int>(std::lround(chromaSiting * kFractionSteps)),
+            .half_width = 0.5F * static_cast<float>(size.width),
+            .half_height = 0.5F * static_cast<float>(size.height),
+            .last_x = (size.width - 1) * kFractionSteps,
+            .last_y = (size.height - 1) * kFractionSteps,
+            .last_chroma = (pairs - 1) * kFractionSteps,
+            .inner_siting = siting,
+            .inner_columns = innerColumns(size, siting),
+            .inner_rows = static_cast<std::uint32_t>(size.height - 1)};
 }
 
 }  // namespace oru::rectifier

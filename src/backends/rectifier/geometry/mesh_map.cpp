@@ -20,15 +20,15 @@ std::int32_t toFixed(double position) {
 
 /// The four corners of a cell, in pixels.
 struct Cell {
-    Point topLeft;
-    Point topRight;
-    Point bottomLeft;
-    Point bottomRight;
+    Point top_left;
+    Point top_right;
+    Point bottom_left;
+    Point bottom_right;
 
     [[nodiscard]] Point between(double right, double down) const {
         const auto mix = [](double a, double b, double part) { return a + (b - a) * part; };
-        return {mix(mix(topLeft.x, topRight.x, right), mix(bottomLeft.x, bottomRight.x, right), down),
-                mix(mix(topLeft.y, topRight.y, right), mix(bottomLeft.y, bottomRight.y, right), down)};
+        return {mix(mix(top_left.x, top_right.x, right), mix(bottom_left.x, bottom_right.x, right), down),
+                mix(mix(top_left.y, top_right.y, right), mix(bottom_left.y, bottom_right.y, right), down)};
     }
 };
 
@@ -46,7 +46,7 @@ bool isClose(const ViewMap& map, const Cell& cell, int u, int v) {
 /// Whether the cell's pixels, the last of them at (`right`, `down`), see the image.
 bool isInside(const Cell& cell, double right, double down, Size image) {
     for (const Point& pixel :
-         {cell.topLeft, cell.between(right, 0), cell.between(0, down), cell.between(right, down)}) {
+         {cell.top_left, cell.between(right, 0), cell.between(0, down), cell.between(right, down)}) {
         const bool insideX = pixel.x >= -0.5 + kBorderGuard && pixel.x <= image.width - 0.5 - kBorderGuard;
         const bool insideY = pixel.y >= -0.5 + kBorderGuard && pixel.y <= image.height - 0.5 - kBorderGuard;
         if (!insideX || !insideY) {
@@ -59,8 +59,8 @@ bool isInside(const Cell& cell, double right, double down, Size image) {
 /// Whether groups of pixels along the cell's rows fit their windows.
 MeshMap::Kinds fittingKinds(const Cell& cell, double siting) {
     const auto step = [&](double Point::*axis) {
-        return std::max(std::abs(cell.topRight.*axis - cell.topLeft.*axis),
-                        std::abs(cell.bottomRight.*axis - cell.bottomLeft.*axis)) /
+        return std::max(std::abs(cell.top_right.*axis - cell.top_left.*axis),
+                        std::abs(cell.bottom_right.*axis - cell.bottom_left.*axis)) /
                MeshMap::kCell;
     };
     const double across = step(&Point::x);
@@ -70,11 +70,12 @@ MeshMap::Kinds fittingKinds(const Cell& cell, double siting) {
         return kAlignment + siting + (pixels - 1) * across <= columns && (pixels - 1) * down <= 0.99;
     };
     const auto widest = [&](double columns) {
-        return fits(4, columns) ? TileKind::GroupsOfFour : (fits(2, columns) ? TileKind::GroupsOfTwo : TileKind::Plain);
+        return fits(4, columns) ? TileKind::GROUPS_OF_FOUR
+                                : (fits(2, columns) ? TileKind::GROUPS_OF_TWO : TileKind::EXACT);
     };
     // The last chroma sample of a window lies one column before the last luma sample.
     const TileKind color = widest(lastColumn - 1 + siting);
-    return {color, color == TileKind::Plain ? color : widest(lastColumn)};
+    return {color, color == TileKind::EXACT ? color : widest(lastColumn)};
 }
 
 }  // namespace
@@ -96,7 +97,7 @@ MeshMap::MeshMap(const ViewMap& map, Size view, float chromaSiting, bool fast)
             color[static_cast<std::size_t>(tile)] = kinds.color;
             gray[static_cast<std::size_t>(tile)] = kinds.gray;
             plainIndex.push_back(-1);
-            if (kinds.color == TileKind::Plain) {
+            if (kinds.color == TileKind::EXACT) {
                 keepPlain(map, row, tile);
             }
         }
@@ -110,7 +111,7 @@ MeshMap::Kinds MeshMap::kindsOf(const ViewMap& map, Size view, int tileRow, int 
         const std::size_t index = nodeIndex(row) + static_cast<std::size_t>(column);
         return Point{nodeX[index] / kOnePixel, nodeY[index] / kOnePixel};
     };
-    Kinds kinds{TileKind::GroupsOfFour, TileKind::GroupsOfFour};
+    Kinds kinds{TileKind::GROUPS_OF_FOUR, TileKind::GROUPS_OF_FOUR};
     const int endU = std::min(view.width, (tile + 1) * kTileWidth);
     const int endV = std::min(view.height, (tileRow + 1) * kTileHeight);
     for (int v = tileRow * kTileHeight; v < endV; v += kCell) {

@@ -8,7 +8,7 @@
 namespace oru::rectifier {
 
 /// How the pixels of a tile are drawn: plainly, or in groups of neighbours whose samples lie in one 8 by 3 window.
-enum class TileKind : std::uint8_t { Plain, GroupsOfTwo, GroupsOfFour };
+enum class TileKind : std::uint8_t { EXACT, GROUPS_OF_TWO, GROUPS_OF_FOUR };
 
 /// Neighbouring tiles of one kind.
 struct TileRun {
