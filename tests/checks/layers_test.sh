@@ -68,6 +68,7 @@ refuse 'the INI library in a backend' src/backends/rlx/Reader.hpp '#include <Sim
 refuse 'the codec library in the core' src/oru_koruone/grab.cpp '#include <libavcodec/avcodec.h>'
 refuse 'the scaling library in the core' src/oru_koruone/grab.cpp '#include <libswscale/swscale.h>'
 refuse 'the network library in another backend' src/backends/rlx/Reader.hpp '#include <srt/srt.h>'
+refuse 'the transport stream library in another backend' src/backends/rlx/Reader.hpp '#include <bitstream/mpeg/ts.h>'
 refuse 'the download library in another backend' src/backends/rlx/Reader.hpp '#include <curl/curl.h>'
 refuse 'CUDA in another backend' src/backends/rlx/Reader.hpp '#include <cuda_runtime.h>'
 refuse 'vector instructions in the core' src/oru_koruone/grab.cpp '#include <hwy/highway.h>'

@@ -1,13 +1,12 @@
 #include "backends/stream/sender/FrameTransmitter.hpp"
 
 #include <algorithm>
-#include <utility>
 
 namespace oru::stream {
 
-FrameTransmitter::FrameTransmitter(Subscribers& receivers, CameraDescriber& facts, SampleQueue& sampleQueue,
+FrameTransmitter::FrameTransmitter(Subscribers& receivers, CameraDescriber& cameraDescriber, SampleQueue& sampleQueue,
                                    uint64_t sessionNumber)
-    : subscribers(receivers), cameraFacts(facts), queue(sampleQueue), session(sessionNumber) {}
+    : subscribers(receivers), describer(cameraDescriber), queue(sampleQueue), session(sessionNumber) {}
 
 bool FrameTransmitter::open(const UDPOutConfig& configuration) {
     settings.codec = configuration.codec == DENSE_CODEC ? VideoCodec::H265 : VideoCodec::H264;
@@ -22,8 +21,7 @@ bool FrameTransmitter::open(const UDPOutConfig& configuration) {
 }
 
 bool FrameTransmitter::sendFrame(const OutgoingFrame& frame, bool key_frame, uint64_t skipped) {
-    Pending& facts = pending[nextPending++ % kPending];
-    facts = {frame.image->pts, frame.id, frame.timestamp, frame.metadata};
+    pending[nextPending++ % kPending] = {frame.image->pts, frame.id, frame.timestamp, frame.metadata};
     const auto output = [&](const VideoEncoder::Coded& coded) { transmit(coded, skipped); };
     if (encoder.encode(*frame.image, key_frame, output)) {
         return true;
@@ -34,7 +32,7 @@ bool FrameTransmitter::sendFrame(const OutgoingFrame& frame, bool key_frame, uin
 
 void FrameTransmitter::transmit(const VideoEncoder::Coded& coded, uint64_t skipped) {
     const auto found =
-        std::find_if(pending.begin(), pending.end(), [&](const Pending& facts) { return facts.pts == coded.pts; });
+        std::find_if(pending.begin(), pending.end(), [&](const PendingFrame& frame) { return frame.pts == coded.pts; });
     if (found == pending.end()) {
         return;
     }
@@ -53,11 +51,8 @@ void FrameTransmitter::transmit(const VideoEncoder::Coded& coded, uint64_t skipp
     if (coded.key_frame) {
         writeDescriptionPacket();
     }
-    // The record comes last: its arrival tells the receiver that the image is complete.
     writer.writeVideo({coded.data, coded.size}, coded.key_frame);
-    writeRecordPacket(record);
-    frameBefore = record.frame_id - 1;
-    send(coded.key_frame ? Subscribers::Part::KEY_FRAME : Subscribers::Part::FRAME);
+    send(coded.key_frame ? StreamBlock::Kind::KEY_FRAME : StreamBlock::Kind::FRAME, record, record.frame_id - 1);
 }
 
 void FrameTransmitter::sendSamples(int64_t pts, uint64_t last_id, bool describe) {
@@ -68,48 +63,44 @@ void FrameTransmitter::sendSamples(int64_t pts, uint64_t last_id, bool describe)
     if (describe) {
         writeDescriptionPacket();
     }
-    writeRecordPacket(record);
-    frameBefore = last_id;
-    send(describe ? Subscribers::Part::DESCRIPTION : Subscribers::Part::SAMPLES);
+    send(describe ? StreamBlock::Kind::DESCRIPTION : StreamBlock::Kind::SAMPLES, record, last_id);
 }
 
-void FrameTransmitter::send(Subscribers::Part part) {
-    subscribers.send(
-        {writer.block(), writer.tableBytes(), part, std::exchange(firstSample, history.end()), history.end()}, *this);
-}
-
-uint64_t FrameTransmitter::write(std::vector<uint8_t>& target, const Subscribers::Block& block, uint64_t first) {
-    FrameRecord record;
-    record.session = session;
-    record.frame_id = frameBefore;
-    const auto missed = history.run(first, block.first_sample);
-    recordBytes.clear();
-    const std::size_t written = writeFrameRecord(recordBytes, record, missed.data(), missed.size());
-    writeDataPackets(target, {recordBytes, writer.pts(), writer.firstDataCounter()});
-    return first + written;
+void FrameTransmitter::send(StreamBlock::Kind kind, const FrameRecord& record, uint64_t frame_before) {
+    // The record comes last: its arrival tells the receiver that the image is complete.
+    const std::size_t written = writeRecordPacket(record);
+    StreamBlock block;
+    block.kind = kind;
+    block.bytes = writer.block();
+    block.table_bytes = writer.tableBytes();
+    block.data_counter = writer.firstDataCounter();
+    block.pts = writer.pts();
+    block.session = session;
+    block.frame_before = frame_before;
+    block.samples = {samples.data(), written};
+    subscribers.send(block);
+    samples.erase(samples.begin(), samples.begin() + static_cast<std::ptrdiff_t>(written));
 }
 
 void FrameTransmitter::setSamplesAside() {
     queue.drainTo(samples);
-    history.append(samples);
+    subscribers.keepSamples(samples);
     samples.clear();
-    firstSample = history.end();
 }
 
 void FrameTransmitter::writeDescriptionPacket() {
     recordBytes.clear();
-    cameraFacts.withDescription(
+    describer.withDescription(
         [this](const DescriptionRecord& description) { writeDescription(recordBytes, description); });
     writer.writeData(recordBytes);
 }
 
-void FrameTransmitter::writeRecordPacket(const FrameRecord& record) {
+std::size_t FrameTransmitter::writeRecordPacket(const FrameRecord& record) {
     recordBytes.clear();
     queue.drainTo(samples);
     const std::size_t written = writeFrameRecord(recordBytes, record, samples.data(), samples.size());
-    history.append({samples.data(), written});
-    samples.erase(samples.begin(), samples.begin() + static_cast<std::ptrdiff_t>(written));
     writer.writeData(recordBytes);
+    return written;
 }
 
 }  // namespace oru::stream

@@ -2,11 +2,10 @@
 
 #include <array>
 #include <cstdint>
-#include <optional>
 #include <vector>
 
-#include "backends/stream/sender/RetransmitBuffer.hpp"
 #include "backends/stream/sender/SampleQueue.hpp"
+#include "backends/stream/sender/StreamBlock.hpp"
 #include "backends/stream/sender/Subscribers.hpp"
 #include "backends/stream/sender/camera_description.hpp"
 #include "backends/stream/sender/frame_queue.hpp"
@@ -19,9 +18,10 @@ namespace oru::stream {
 
 /// Encodes a frame, puts it and what belongs to it into the transport stream, and hands that to the subscribers.
 /// Threads: the encoding thread.
-class FrameTransmitter final : private Subscribers::MissedSamples {
+class FrameTransmitter final {
 public:
-    FrameTransmitter(Subscribers& receivers, CameraDescriber& facts, SampleQueue& sampleQueue, uint64_t sessionNumber);
+    FrameTransmitter(Subscribers& receivers, CameraDescriber& cameraDescriber, SampleQueue& sampleQueue,
+                     uint64_t sessionNumber);
 
     /// False: there is no encoder for this codec and size.
     [[nodiscard]] bool open(const UDPOutConfig& configuration);
@@ -36,25 +36,24 @@ public:
     [[nodiscard]] const char* encoderName() const { return encoder.name(); }
 
 private:
-    /// Facts of the frames that the encoder has not given back yet.
+    /// How many frames an encoder may hold before it gives the first one back.
     static constexpr std::size_t kPending = 16;
-    struct Pending {
+    struct PendingFrame {
         int64_t pts = -1;
         uint64_t id = 0;
         Timestamp timestamp = 0;
         rlxrw::rlxSampleMetadata metadata{};
     };
 
-    [[nodiscard]] uint64_t oldest() const override { return history.begin(); }
-    [[nodiscard]] std::optional<uint64_t> after(Timestamp time) const override { return history.after(time); }
-    uint64_t write(std::vector<uint8_t>& target, const Subscribers::Block& block, uint64_t first) override;
     void transmit(const VideoEncoder::Coded& coded, uint64_t skipped);
     void writeDescriptionPacket();
-    void writeRecordPacket(const FrameRecord& record);
-    void send(Subscribers::Part part);
+    /// Writes the record with as many of the samples that wait as fit; how many.
+    [[nodiscard]] std::size_t writeRecordPacket(const FrameRecord& record);
+    /// Ends a block with its record and hands it on. `frame_before`: number of the frame before the block.
+    void send(StreamBlock::Kind kind, const FrameRecord& record, uint64_t frame_before);
 
     Subscribers& subscribers;
-    CameraDescriber& cameraFacts;
+    CameraDescriber& describer;
     SampleQueue& queue;
     uint64_t session;
     VideoEncoder encoder;
@@ -62,10 +61,7 @@ private:
     TsWriter writer;
     std::vector<uint8_t> recordBytes;
     std::vector<IMUPacket> samples;
-    RetransmitBuffer history;
-    uint64_t firstSample = 0;  ///< of the block in hand
-    uint64_t frameBefore = 0;  ///< number of the frame before the block in hand
-    std::array<Pending, kPending> pending;
+    std::array<PendingFrame, kPending> pending;
     std::size_t nextPending = 0;
 };
 

@@ -2,6 +2,9 @@
 
 #include <algorithm>
 
+#include "backends/stream/wire/TsWriter.hpp"
+#include "backends/stream/wire/records.hpp"
+
 namespace oru::stream {
 
 void RetransmitBuffer::append(std::span<const IMUPacket> samples) {
@@ -17,6 +20,18 @@ std::optional<uint64_t> RetransmitBuffer::after(Timestamp time) const {
         }
     }
     return std::nullopt;
+}
+
+RetransmitBuffer::Packets RetransmitBuffer::packetsBefore(const StreamBlock& block, uint64_t first) {
+    FrameRecord facts;
+    facts.session = block.session;
+    facts.frame_id = block.frame_before;
+    const auto missed = run(first, firstOf(block));
+    record.clear();
+    packets.clear();
+    const std::size_t written = writeFrameRecord(record, facts, missed.data(), missed.size());
+    writeDataPackets(packets, {record, block.pts, block.data_counter});
+    return {packets, first + written};
 }
 
 std::span<const IMUPacket> RetransmitBuffer::run(uint64_t first, uint64_t last) const {

@@ -169,12 +169,12 @@ StreamingStatus StreamSender::status() const {
     status.receivers = state.receivers;
     status.bitrate = bitrateNow.load(std::memory_order_relaxed);
     status.frames_sent = sent.load(std::memory_order_relaxed);
-    status.frames_held_back = state.held_back_frames;
-    status.packets_sent = state.sent_packets;
-    status.packets_repeated = state.repeated_packets;
-    status.bytes_sent = state.sent_bytes;
-    status.samples_lost = state.lost_samples + samplesLost.load(std::memory_order_relaxed);
-    status.backlog_ms = state.backlog_ms;
+    status.frames_held_back = state.total.held_back_frames;
+    status.packets_sent = state.total.sent_packets;
+    status.packets_repeated = state.total.repeated_packets;
+    status.bytes_sent = state.total.sent_bytes;
+    status.samples_lost = state.total.lost_samples + samplesLost.load(std::memory_order_relaxed);
+    status.backlog_ms = state.total.backlog_ms;
     return status;
 }
 
@@ -268,10 +268,10 @@ void StreamSender::adaptBitrate(uint64_t now) {
         return;
     }
     adaptedNs = now;
-    const Subscribers::State state = subscribers->state();
+    const SubscriberStatistics total = subscribers->state().total;
     const uint32_t before = bitrateControl->current();
     const uint32_t wanted =
-        bitrateControl->update({state.sent_packets, state.repeated_packets, state.held_back_frames, state.backlog_ms});
+        bitrateControl->update({total.sent_packets, total.repeated_packets, total.held_back_frames, total.backlog_ms});
     if (wanted == before) {
         return;
     }
