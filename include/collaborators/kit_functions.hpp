@@ -2,9 +2,7 @@
 
 #include <Eigen/Core>
 
-#include "collaborators/RLXVideo.hpp"
 #include "oru/types.hpp"
-#include "oru_input/mcu/IMUPacket.hpp"
 
 namespace oru {
 
@@ -21,12 +19,4 @@ void ComputeRectilinearFoV(CameraParameters& params, Resolution& resolution);
 /// the distortion-free value stands.
 void ComputeTVDistoFov(CameraParameters& params, Resolution& resolution, float tolerance);
 
-namespace rlxrw {
-
-/// Writes every field of the packet that the 256-byte record has room for; kit_functions.cpp documents the offsets.
-void convertMetadataFromMCUData(rlxSampleMetadata& metadata, IMUPacket packet);
-/// Fills a packet from the record; exact for what convertMetadataFromMCUData wrote.
-void convertMetadataToMCUData(rlxSampleMetadata metadata, IMUPacket& packet);
-
-}  // namespace rlxrw
 }  // namespace oru

@@ -1,9 +1,9 @@
+#include "collaborators/frame_metadata.hpp"
+
 #include <algorithm>
-#include <bit>
-#include <cstring>
 #include <limits>
 
-#include "collaborators/kit_functions.hpp"
+#include "utils/bytes.hpp"
 
 // Layout of the 256 bytes, little endian, floats in IEEE 754 single precision:
 //
@@ -30,8 +30,6 @@
 namespace oru::rlxrw {
 namespace {
 
-static_assert(std::endian::native == std::endian::little, "the record is copied as it lies in memory");
-
 enum Flag : unsigned { VALID = 1, MAGNETOMETER = 2, BAROMETER = 4, EXTRA_TEMPERATURES = 8 };
 
 constexpr std::size_t kOrientation = 0;
@@ -48,7 +46,7 @@ struct Store {
     unsigned char* bytes;
     template <class T>
     void operator()(std::size_t offset, const T& field) const {
-        std::memcpy(bytes + offset, &field, sizeof(field));
+        storeBytes<std::endian::little>(field, bytes + offset);
     }
 };
 
@@ -56,7 +54,7 @@ struct Load {
     const unsigned char* bytes;
     template <class T>
     void operator()(std::size_t offset, T& field) const {
-        std::memcpy(&field, bytes + offset, sizeof(field));
+        loadBytes<std::endian::little>(bytes + offset, field);
     }
 };
 
@@ -153,6 +151,29 @@ void convertMetadataToMCUData(rlxSampleMetadata metadata, IMUPacket& packet) {
             packet.orientation_covariance.at(4 * column + row) = packet.orientation_covariance.at(4 * row + column);
         }
     }
+}
+
+bool hasSample(const rlxSampleMetadata& metadata) {
+    Quaternion orientation{};
+    Load{metadata.bytes}(kOrientation, orientation);
+    return orientation != Quaternion{};
+}
+
+ImuPose poseOf(const rlxSampleMetadata& metadata) {
+    const Load load{metadata.bytes};
+    ImuPose pose;
+    load(kPoseOrientation, pose.orientation);
+    load(kPoseTranslation, pose.translation);
+    pose.orientation = scalarLast(pose.orientation);
+    return pose;
+}
+
+void setPose(rlxSampleMetadata& metadata, const Transform& imuToCamera) {
+    const Store store{metadata.bytes};
+    const Orientation q = imuToCamera.getOrientation();
+    const Translation t = imuToCamera.getTranslation();
+    store(kPoseOrientation, Quaternion{q[3], q[0], q[1], q[2]});
+    store(kPoseTranslation, std::array<float, 3>{t[0], t[1], t[2]});
 }
 
 }  // namespace oru::rlxrw

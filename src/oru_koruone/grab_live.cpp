@@ -1,7 +1,6 @@
-#include <Eigen/Geometry>
 #include <cstring>
 
-#include "collaborators/kit_functions.hpp"
+#include "collaborators/frame_metadata.hpp"
 #include "oru_koruone/CameraOneImpl.hpp"
 #include "oru_koruone/relaxed.hpp"
 
@@ -10,8 +9,6 @@ namespace {
 
 constexpr int kWaitMs = 100;
 constexpr std::size_t kBytesPerPixel = 2;
-constexpr std::size_t kPoseRotationOffset = 20;
-constexpr std::size_t kPoseTranslationOffset = 36;
 
 /// The grabber's frame stays as it is for a scope.
 class HeldFrame {
@@ -24,16 +21,6 @@ public:
 private:
     LiveCameraGrabber& holder;
 };
-
-void writePose(rlxrw::rlxSampleMetadata& metadata, const Transform& pose) {
-    Eigen::Matrix4f matrix;
-    cvtMatrix4f(pose, matrix);
-    const Eigen::Quaternionf q(Eigen::Matrix3f(matrix.topLeftCorner<3, 3>()));
-    const std::array<float, 4> rotation{q.w(), q.x(), q.y(), q.z()};
-    const std::array<float, 3> translation{matrix(0, 3), matrix(1, 3), matrix(2, 3)};
-    std::memcpy(metadata.bytes + kPoseRotationOffset, rotation.data(), sizeof(rotation));
-    std::memcpy(metadata.bytes + kPoseTranslationOffset, translation.data(), sizeof(translation));
-}
 
 }  // namespace
 
@@ -99,7 +86,7 @@ rlxrw::rlxSampleMetadata CameraOneImpl::liveMetadata() {
         const MutexLock lock(imuMutex);
         rlxrw::convertMetadataFromMCUData(metadata, currentImu);
     }
-    writePose(metadata, mcu->getIMUCameraTransform());
+    rlxrw::setPose(metadata, mcu->getIMUCameraTransform());
     return metadata;
 }
 

@@ -1,23 +1,11 @@
-#include <algorithm>
-#include <array>
-#include <cstring>
-
-#include "collaborators/kit_functions.hpp"
+#include "collaborators/frame_metadata.hpp"
 #include "oru_koruone/CameraOneImpl.hpp"
 #include "oru_koruone/relaxed.hpp"
 
 namespace oru {
 namespace {
 
-constexpr std::size_t kSampleStateOffset = 16;
-constexpr unsigned char kLastFrameTimedState = 4;  // up to this state the sample takes the frame's time
-
-/// Four zeros instead of a quaternion: the sender had no sample for the frame.
-bool hasOrientation(const rlxrw::rlxSampleMetadata& metadata) {
-    std::array<float, 4> q{};
-    std::memcpy(q.data(), metadata.bytes, sizeof(q));
-    return std::any_of(q.begin(), q.end(), [](float component) { return component != 0.0F; });
-}
+constexpr uint8_t kLastFrameTimedState = 4;  // up to this state the sample takes the frame's time
 
 }  // namespace
 
@@ -43,11 +31,11 @@ FrameStatus CameraOneImpl::nextImageOfStream(bool /*flag*/) {
     {
         const MutexLock lock(imuMutex);
         rlxrw::convertMetadataToMCUData(metadata, currentImu);
-        if (metadata.bytes[kSampleStateOffset] <= kLastFrameTimedState) {
+        if (currentImu.sample_state <= kLastFrameTimedState) {
             currentImu.imu_timestamp = time;
         }
     }
-    if (!hasOrientation(metadata)) {
+    if (!rlxrw::hasSample(metadata)) {
         return NO_FRAME;
     }
     if (relaying) {

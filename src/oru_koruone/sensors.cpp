@@ -5,6 +5,7 @@
 #include <cstring>
 #include <limits>
 
+#include "collaborators/frame_metadata.hpp"
 #include "collaborators/kit_functions.hpp"
 #include "oru_koruone/CameraOneImpl.hpp"
 #include "oru_koruone/imu_frame.hpp"
@@ -16,8 +17,6 @@ namespace {
 constexpr TIME_REFERENCE kMetadataReference{3};
 constexpr float kDegreesPerRadian = 57.295776F;
 constexpr int32_t kUnusableHeading = 3;  // and the state after it
-constexpr std::size_t kPoseRotationOffset = 20;
-constexpr std::size_t kPoseTranslationOffset = 36;
 constexpr double kNsPerSecond = 1e9;
 
 using Location = SensorsData::TemperatureData::SENSOR_LOCATION;
@@ -176,11 +175,9 @@ void CameraOneImpl::readMetadataSample(SensorsData& data, IMUPacket& sample) {
         if (inputMode == INPUT_MODE_RECORDED && rlxReader) {
             rlxrw::rlxSampleMetadata metadata{};
             found = rlxReader->getCurrentMetadata(metadata);
-            std::array<float, 4> q{};
-            std::memcpy(q.data(), metadata.bytes + kPoseRotationOffset, sizeof(q));
-            std::memcpy(sample.metadata_translation.data(), metadata.bytes + kPoseTranslationOffset,
-                        sizeof(sample.metadata_translation));
-            sample.metadata_orientation = {q[1], q[2], q[3], q[0]};
+            const rlxrw::ImuPose pose = rlxrw::poseOf(metadata);
+            sample.metadata_orientation = pose.orientation;
+            sample.metadata_translation = pose.translation;
         } else if (inputMode == INPUT_MODE_STREAM && streamInput && streamInput->canSupplyCurrentImu()) {
             found = streamInput->getCurrentIMU(sample);
         }

@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "backends/stream/Loopback.hpp"
+#include "collaborators/frame_metadata.hpp"
 #include "doubles/TemporaryDirectory.hpp"
 #include "oru/CameraOne.hpp"
 
@@ -136,11 +137,11 @@ TEST_F(Relayed, AnnouncesWhatItForwards) {
     EXPECT_TRUE(seen.has_imu);
     EXPECT_EQ(receiver->announcedFps(), 30);
     EXPECT_EQ(receiverTexts.text(4711), kCalibration);
-    std::array<float, 7> pose{};
     const StreamImuPose announced = receiver->announcedImuPose();
-    std::memcpy(pose.data(), &announced, sizeof(pose));
     const auto posed = [&](uint64_t number) {
-        return std::memcmp(numberedMetadata(number).bytes + 20, pose.data(), sizeof(pose)) == 0;
+        const auto [q, t] = rlxrw::poseOf(numberedMetadata(number));
+        const StreamImuPose pose{q[3], q[0], q[1], q[2], t[0], t[1], t[2]};
+        return std::memcmp(&pose, &announced, sizeof(pose)) == 0;
     };
     std::vector<unsigned char> image(std::size_t{kWidth} * kHeight * 2);
     ASSERT_TRUE(readWithin(*receiver, image, 3000));

@@ -1,6 +1,7 @@
 #include <cstring>
 #include <thread>
 
+#include "collaborators/frame_metadata.hpp"
 #include "doubles/camera_fixture.hpp"
 
 namespace oru {
@@ -200,7 +201,7 @@ TEST_F(Grab, ImuPacketsOfTheFrameReachRecorderAndSenderOnce) {
 TEST_F(Grab, StreamInputIsRecordedByItsOwnRecorder) {
     factory->streamInput.packets.resize(1);
     factory->streamInput.packets[0].imu_timestamp = 3;
-    factory->streamInput.metadata.bytes[3] = 0x3F;
+    rlxrw::convertMetadataFromMCUData(factory->streamInput.metadata, {.orientation = {0, 0, 0, 1}});
     ASSERT_EQ(openStream(), SUCCESS);
     ASSERT_EQ(camera->enableRecording({}), SUCCESS);
 
@@ -224,9 +225,8 @@ protected:
         calls.clear();
     }
     [[nodiscard]] std::array<float, 7> sentPose() const {
-        std::array<float, 7> pose{};
-        std::memcpy(pose.data(), factory->streamOutput.sent.back().metadata.bytes + 20, sizeof(pose));
-        return pose;
+        const auto [q, t] = rlxrw::poseOf(factory->streamOutput.sent.back().metadata);
+        return {q[3], q[0], q[1], q[2], t[0], t[1], t[2]};
     }
 };
 
@@ -319,8 +319,10 @@ TEST_F(LiveIntake, CameraWithoutImuSendsZeroMetadata) {
 class StreamIntake : public CameraTest {
 protected:
     void setOrientation(std::array<float, 4> wxyz, unsigned char state) {
-        std::memcpy(factory->streamInput.metadata.bytes, wxyz.data(), sizeof(wxyz));
-        factory->streamInput.metadata.bytes[16] = state;
+        IMUPacket sample;
+        sample.orientation = {wxyz[1], wxyz[2], wxyz[3], wxyz[0]};
+        sample.sample_state = state;
+        rlxrw::convertMetadataFromMCUData(factory->streamInput.metadata, sample);
     }
 };
 

@@ -3,6 +3,7 @@
 #include <limits>
 #include <random>
 
+#include "collaborators/frame_metadata.hpp"
 #include "collaborators/kit_functions.hpp"
 #include "doubles/camera_fixture.hpp"
 #include "oru_koruone/imu_frame.hpp"
@@ -194,8 +195,10 @@ TEST_F(Sensors, CurrentPoseTurnsThroughTheMountingAndKeepsItsTranslation) {
 
 TEST_F(Sensors, MetadataReferenceGivesThePoseOfTheFrame) {
     rlxrw::rlxSampleMetadata metadata{};
-    const std::array<float, 7> pose{0.5F, 0.5F, 0.5F, 0.5F, 1.0F, 2.0F, 3.0F};
-    std::memcpy(metadata.bytes + 20, pose.data(), sizeof(pose));
+    Transform pose;
+    pose.setOrientation(Orientation(Vector4<float>(0.5F, 0.5F, 0.5F, 0.5F)));
+    pose.setTranslation(Translation(Vector3<float>(1.0F, 2.0F, 3.0F)));
+    rlxrw::setPose(metadata, pose);
     factory->rlx.metadata = metadata;
     ASSERT_EQ(openFile(), SUCCESS);
     const SensorsData recorded = read(static_cast<TIME_REFERENCE>(3));

@@ -3,7 +3,7 @@
 #include <cstring>
 #include <random>
 
-#include "collaborators/kit_functions.hpp"
+#include "collaborators/frame_metadata.hpp"
 
 namespace oru {
 namespace {
@@ -109,6 +109,44 @@ TEST(FrameMetadata, PutsTheSharedFieldsWhereReadersLook) {
     EXPECT_EQ(metadata.bytes[16], 0xA5);
     EXPECT_EQ(metadata.bytes[48], 0x08);
     EXPECT_EQ(metadata.bytes[55], 0x01);
+}
+
+TEST(FrameMetadata, PoseIsReplacedAloneAndReadBack) {
+    IMUPacket packet = PacketSource().next();
+    Transform pose;
+    pose.setOrientation(Orientation(Vector4<float>(0.0F, 0.0F, 0.6F, 0.8F)));
+    pose.setTranslation(Translation(Vector3<float>(1.0F, -2.0F, 3.0F)));
+    rlxSampleMetadata metadata{};
+    IMUPacket back;
+    convertMetadataFromMCUData(metadata, packet);
+    const rlxrw::ImuPose before = rlxrw::poseOf(metadata);
+
+    setPose(metadata, pose);
+
+    EXPECT_EQ(before.orientation, packet.metadata_orientation);
+    EXPECT_EQ(before.translation, packet.metadata_translation);
+    const auto [orientation, translation] = rlxrw::poseOf(metadata);
+    EXPECT_FLOAT_EQ(orientation[2], 0.6F);
+    EXPECT_FLOAT_EQ(orientation[3], 0.8F);
+    EXPECT_EQ(translation, (std::array{1.0F, -2.0F, 3.0F}));
+    packet.metadata_orientation = orientation;
+    packet.metadata_translation = translation;
+    convertMetadataToMCUData(metadata, back);
+    EXPECT_EQ(back, packet) << "nothing but the pose changed";
+}
+
+TEST(FrameMetadata, HasASampleUnlessItsOrientationIsFourZeros) {
+    rlxSampleMetadata metadata{};
+    IMUPacket packet = PacketSource().next();
+    packet.orientation = {0.0F, -0.0F, 0.0F, 0.0F};
+    convertMetadataFromMCUData(metadata, packet);
+    EXPECT_FALSE(hasSample(metadata));
+    for (std::size_t i = 0; i < 4; ++i) {
+        packet.orientation = {};
+        packet.orientation[i] = -1.0F;
+        convertMetadataFromMCUData(metadata, packet);
+        EXPECT_TRUE(hasSample(metadata)) << i;
+    }
 }
 
 TEST(FrameMetadata, OfNothingIsAnInvalidPacket) {

@@ -12,7 +12,7 @@
 #include "backends/rlx/camera/RecordingSession.hpp"
 #include "backends/rlx/rlx_factory.hpp"
 #include "calibration/readers.hpp"
-#include "collaborators/kit_functions.hpp"
+#include "collaborators/frame_metadata.hpp"
 #include "logging/log.hpp"
 #include "logging/messages.hpp"
 
@@ -24,8 +24,6 @@ using rlx::RecordingSession;
 using rlxrw::RlxRecordingHeader;
 using rlxrw::rlxSampleMetadata;
 
-constexpr std::size_t kPoseRotationOffset = 20;
-constexpr std::size_t kPoseTranslationOffset = 36;
 constexpr std::size_t kMaxCalibrationBytes = std::size_t{256} << 10;
 
 bool playsAFile(const CameraFrameContext& camera) {
@@ -38,16 +36,6 @@ unsigned char* pixelsOf(const CameraFrameContext& camera) {
 
 std::size_t bytesOf(const CameraFrameContext& camera) {
     return camera.image.getStepBytes(CPU) * camera.image.getHeight();
-}
-
-void putPose(const Matrix4f& imuToCamera, rlxSampleMetadata& metadata) {
-    const Transform pose(imuToCamera);
-    const Orientation q = pose.getOrientation();
-    const Translation t = pose.getTranslation();
-    const float rotation[] = {q[3], q[0], q[1], q[2]};
-    const float translation[] = {t[0], t[1], t[2]};
-    std::memcpy(metadata.bytes + kPoseRotationOffset, rotation, sizeof rotation);
-    std::memcpy(metadata.bytes + kPoseTranslationOffset, translation, sizeof translation);
 }
 
 std::string readText(const std::string& path) {
@@ -241,7 +229,7 @@ rlxSampleMetadata RlxPlaybackRecorder::metadataOfFrame(const CameraFrameContext&
         }
     } else if (session->header().has_imu) {
         rlxrw::convertMetadataFromMCUData(metadata, imu);
-        putPose(session->header().imu_to_camera, metadata);
+        rlxrw::setPose(metadata, Transform(session->header().imu_to_camera));
     }
     return metadata;
 }

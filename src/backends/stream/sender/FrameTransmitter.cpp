@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "collaborators/frame_metadata.hpp"
+
 namespace oru::stream {
 
 FrameTransmitter::FrameTransmitter(Subscribers& receivers, CameraDescriber& cameraDescriber, SampleQueue& sampleQueue,
@@ -39,7 +41,7 @@ void FrameTransmitter::transmit(const VideoEncoder::Coded& coded, uint64_t skipp
     FrameRecord record;
     record.key_frame = coded.key_frame;
     record.has_image = true;
-    record.has_metadata = metadataPresent(found->metadata);
+    record.has_metadata = rlxrw::hasSample(found->metadata);
     record.image_bytes = static_cast<uint32_t>(coded.size);
     record.image_crc = checksum(coded.data, coded.size);
     record.session = session;

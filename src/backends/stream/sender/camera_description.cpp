@@ -1,9 +1,9 @@
 #include "backends/stream/sender/camera_description.hpp"
 
 #include <Eigen/Geometry>
-#include <array>
-#include <cstring>
 #include <utility>
+
+#include "collaborators/frame_metadata.hpp"
 
 namespace oru::stream {
 namespace {
@@ -11,8 +11,6 @@ namespace {
 constexpr uint8_t kVersionPlain = 4;
 constexpr uint8_t kVersionWithImu = 5;
 constexpr uint64_t kRefreshNs = 1000000000;
-constexpr std::size_t kOrientationBytes = 16;
-constexpr std::size_t kPoseAt = 20;
 
 bool isPairControl(int control) {
     return control >= RANGE_SETTING_16 && control <= RANGE_SETTING_18;
@@ -47,13 +45,6 @@ StreamImuPose poseOf(const Transform& transform) {
 
 }  // namespace
 
-bool metadataPresent(const rlxrw::rlxSampleMetadata& metadata) {
-    std::array<float, 4> orientation{};
-    static_assert(sizeof(orientation) == kOrientationBytes);
-    std::memcpy(orientation.data(), metadata.bytes, sizeof(orientation));
-    return orientation != std::array<float, 4>{};
-}
-
 CameraDescriber::CameraDescriber(const UDPOutConfig& configuration, uint64_t session, std::string calibration)
     : withImu(configuration.version >= 2) {
     record.version_byte = withImu ? kVersionWithImu : kVersionPlain;
@@ -81,16 +72,15 @@ void CameraDescriber::setGrabber(LiveCameraGrabber* grabber) {
 }
 
 void CameraDescriber::noticeMetadata(const rlxrw::rlxSampleMetadata& metadata) {
-    const bool present = metadataPresent(metadata);
+    const bool present = rlxrw::hasSample(metadata);
     MutexLock lock(mutex);
     framesSeen = true;
     if (!withImu || liveImu || !present) {
         return;
     }
-    std::array<float, 7> pose{};
-    std::memcpy(pose.data(), metadata.bytes + kPoseAt, sizeof(pose));
-    record.pose = {pose[0], pose[1], pose[2], pose[3], pose[4], pose[5], pose[6]};
-    record.pose_known = pose[0] != 0.0F || pose[1] != 0.0F || pose[2] != 0.0F || pose[3] != 0.0F;
+    const auto [q, t] = rlxrw::poseOf(metadata);
+    record.pose = {q[3], q[0], q[1], q[2], t[0], t[1], t[2]};
+    record.pose_known = q != decltype(q){};
     record.camera.has_imu = true;
 }
 

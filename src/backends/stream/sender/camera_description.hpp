@@ -44,7 +44,4 @@ private:
     uint64_t refreshedNs ORU_GUARDED_BY(mutex) = 0;
 };
 
-/// The metadata's first four floats, the orientation of its sample, are not all zero.
-[[nodiscard]] bool metadataPresent(const rlxrw::rlxSampleMetadata& metadata);
-
 }  // namespace oru::stream
