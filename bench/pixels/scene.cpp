@@ -32,9 +32,9 @@ CameraParameters cameraOf(const BenchLens& lens, Size size) {
 }
 
 rectifier::ViewGeometry geometryOf(const CameraParameters& camera) {
-    const rectifier::Lens lens(camera);
+    const Lens lens = Lens::of(camera);
     const Size size{static_cast<int>(camera.image_size.width), static_cast<int>(camera.image_size.height)};
-    return {lens, rectifier::rectifiedCamera(lens, {camera.fx, camera.fy, camera.cx, camera.cy}, size), size, false};
+    return {lens, rectifier::rectifiedCamera(lens, size), size, false};
 }
 
 std::vector<unsigned char> packedScene(Size size, unsigned seed) {

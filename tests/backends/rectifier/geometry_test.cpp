@@ -8,39 +8,6 @@ namespace {
 
 constexpr Size kSize{1920, 1200};
 
-TEST(Lens, ProjectsAsThePublicModelDoes) {
-    CameraParameters camera;
-    camera.fx = 1010;
-    camera.fy = 1005;
-    camera.cx = 951.25F;
-    camera.cy = 607.5F;
-    camera.distortion = {-0.31, 0.12, 0.0013, -0.0007, 0.021, 0.27, -0.05, 0.013, 0.0021, -0.0004, -0.0017, 0.0006};
-    const Lens lens(camera);
-    // Computed by cv::projectPoints with the same numbers.
-    const std::vector<std::pair<Point, Point>> expected{{{0.5, -0.25}, {1379.088532712, 394.773216476}},
-                                                        {{-0.8, 0.6}, {405.530083114, 1015.718499854}},
-                                                        {{0.02, 0.4}, {969.968907807, 975.669030613}}};
-    for (const auto& [ray, pixel] : expected) {
-        const Point projected = lens.project(ray);
-        EXPECT_NEAR(projected.x, pixel.x, 1e-6);
-        EXPECT_NEAR(projected.y, pixel.y, 1e-6);
-    }
-}
-
-TEST(Lens, IsUnusableWithoutPositiveFocalLengthOrWithNumbersThatAreNotFinite) {
-    const CameraParameters good = cameraOf(testLenses()[3], kSize);
-    EXPECT_TRUE(Lens(good).usable());
-    CameraParameters bad = good;
-    bad.fx = 0;
-    EXPECT_FALSE(Lens(bad).usable());
-    bad = good;
-    bad.cy = NAN;
-    EXPECT_FALSE(Lens(bad).usable());
-    bad = good;
-    bad.distortion[11] = INFINITY;
-    EXPECT_FALSE(Lens(bad).usable());
-}
-
 double worstDistanceOutside(const ViewGeometry& geometry) {
     const ViewMap map(geometry.lens, geometry.rectified, geometry.source, geometry.source, geometry.flipped);
     double worst = 0;

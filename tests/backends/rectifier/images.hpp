@@ -100,9 +100,9 @@ inline CameraParameters cameraOf(const NamedLens& lens, Size size) {
 }
 
 inline ViewGeometry geometryOf(const CameraParameters& camera, bool flipped) {
-    const Lens lens(camera);
+    const Lens lens = Lens::of(camera);
     const Size size{static_cast<int>(camera.image_size.width), static_cast<int>(camera.image_size.height)};
-    return {lens, rectifiedCamera(lens, {camera.fx, camera.fy, camera.cx, camera.cy}, size), size, flipped};
+    return {lens, rectifiedCamera(lens, size), size, flipped};
 }
 
 }  // namespace oru::rectifier

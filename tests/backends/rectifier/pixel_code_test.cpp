@@ -63,9 +63,8 @@ TEST(PixelCode, AgreesOnViewPixelsThatLookExactlyAtTheBorder) {
     for (const double focal : {0.19, 0.52, 0.81, 1.41}) {
         for (const bool flipped : {false, true}) {
             ViewGeometry geometry = geometryOf(cameraOf({"plain", focal, {}, 3.3, 1.7}, size), flipped);
-            geometry.rectified = geometry.lens.pinhole();
-            geometry.rectified.cx += 10.5;  // column 10 looks at -0.5
-            geometry.rectified.cy -= 7.5;
+            const Lens& lens = geometry.lens;
+            geometry.rectified = {lens.fx, lens.fy, lens.cx + 10.5, lens.cy - 7.5};  // column 10 looks at -0.5
             comparison.add(geometry, size, std::to_string(focal));
         }
     }

@@ -9,8 +9,8 @@ template <class Real>
 LensRays<Real> raysOf(const ViewGeometry& geometry, Size view) {
     const auto real = [](double value) { return static_cast<Real>(value); };
     const Intrinsics& camera = geometry.rectified;
-    const Intrinsics& lens = geometry.lens.pinhole();
-    const auto& [k1, k2, p1, p2, k3, k4, k5, k6, s1, s2, s3, s4] = geometry.lens.coefficients();
+    const Lens& lens = geometry.lens;
+    const auto& [k1, k2, p1, p2, k3, k4, k5, k6, s1, s2, s3, s4] = lens.distortion;
     // View and image cover the same area: their pixel centres coincide only at full size.
     const double reductionX = static_cast<double>(geometry.source.width) / view.width;
     const double reductionY = static_cast<double>(geometry.source.height) / view.height;

@@ -24,6 +24,8 @@ struct Margins {
     [[nodiscard]] bool inside() const { return !folded && std::min({left, right, top, bottom}) >= -kRoundingPixels; }
 };
 
+/// By differences a little way outwards, which the exact derivatives would not reproduce: the rectified camera of a
+/// folding lens hangs on it.
 bool foldsAt(const Lens& lens, Point ray) {
     constexpr double kStep = 1e-4;
     const Point here = lens.project(ray);
@@ -81,9 +83,9 @@ double shortestFocalLength(const Lens& lens, Intrinsics camera, Size size, doubl
 
 }  // namespace
 
-Intrinsics rectifiedCamera(const Lens& lens, const Intrinsics& raw, Size size) {
-    const double reference = std::max(raw.fx, raw.fy);
-    Intrinsics trial{0, 0, raw.cx, raw.cy};
+Intrinsics rectifiedCamera(const Lens& lens, Size size) {
+    const double reference = std::max(lens.fx, lens.fy);
+    Intrinsics trial{0, 0, lens.cx, lens.cy};
     Intrinsics best{};
     for (int balancing = 0; balancing < 5; ++balancing) {
         const double focal = shortestFocalLength(lens, trial, size, reference);
@@ -95,8 +97,8 @@ Intrinsics rectifiedCamera(const Lens& lens, const Intrinsics& raw, Size size) {
             best = trial;
         }
         const Margins margins = marginsOf(lens, trial, size);
-        trial.cx += (margins.left - margins.right) / 2 * focal / raw.fx;
-        trial.cy += (margins.top - margins.bottom) / 2 * focal / raw.fy;
+        trial.cx += (margins.left - margins.right) / 2 * focal / lens.fx;
+        trial.cy += (margins.top - margins.bottom) / 2 * focal / lens.fy;
     }
     return best;
 }

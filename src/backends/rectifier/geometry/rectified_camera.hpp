@@ -1,6 +1,7 @@
 #pragma once
 
-#include "backends/rectifier/geometry/lens.hpp"
+#include "backends/rectifier/geometry/positions.hpp"
+#include "oru/Lens.hpp"
 
 namespace oru::rectifier {
 
@@ -14,6 +15,6 @@ struct Size {
 /// view sees the image (no empty border). The principal point lies where the four borders are used evenly.
 /// `lens` is usable, `size` at least 2 by 2. A lens that bends back on itself is used up to where it does.
 /// Returns fx = fy = 0 when no view of the lens is free of empty pixels.
-[[nodiscard]] Intrinsics rectifiedCamera(const Lens& lens, const Intrinsics& raw, Size size);
+[[nodiscard]] Intrinsics rectifiedCamera(const Lens& lens, Size size);
 
 }  // namespace oru::rectifier

@@ -34,15 +34,15 @@ Size toSize(Resolution size) {
 CameraParameters CameraViews::setUp(const CameraParameters& raw, bool flipped) {
     CameraParameters rectified = raw;
     rectified.distortion = {};
-    known = {Lens(raw), {}, {}, flipped};
+    known = {Lens::of(raw), {}, {}, flipped};
     frameSize = {};
     if (!isDrawable(raw.image_size)) {
         return rectified;
     }
     frameSize = raw.image_size;
     known.source = toSize(frameSize);
-    if (known.lens.usable()) {
-        known.rectified = rectifiedCamera(known.lens, {raw.fx, raw.fy, raw.cx, raw.cy}, known.source);
+    if (known.lens.isUsable()) {
+        known.rectified = rectifiedCamera(known.lens, known.source);
     }
     if (known.rectified.fx == 0) {
         warn("The calibration of this camera gives no rectified view.");

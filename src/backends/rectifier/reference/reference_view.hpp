@@ -2,7 +2,7 @@
 
 #include <cstddef>
 
-#include "backends/rectifier/geometry/lens.hpp"
+#include "backends/rectifier/geometry/positions.hpp"
 #include "backends/rectifier/reference/yuyv_frame.hpp"
 
 namespace oru::rectifier {

@@ -5,10 +5,10 @@
 #include <vector>
 
 #include "backends/virtual_bus/footage/footage.hpp"
-#include "backends/virtual_bus/scene/lens.hpp"
 #include "backends/virtual_bus/scene/trajectory.hpp"
 #include "backends/virtual_bus/sensor/faults.hpp"
 #include "backends/virtual_bus/sensor/sensor_modes.hpp"
+#include "oru/Lens.hpp"
 #include "oru/types.hpp"
 
 namespace oru::virtual_bus {

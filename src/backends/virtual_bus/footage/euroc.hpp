@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "backends/virtual_bus/scene/lens.hpp"
+#include "oru/Lens.hpp"
 
 // Data sets in the EuRoC MAV layout: M. Burri et al., "The EuRoC micro aerial vehicle datasets", International Journal
 // of Robotics Research, 2016. Used of it: mav0/cam0/data.csv, cam0/sensor.yaml and imu0/data.csv.

@@ -7,7 +7,7 @@
 
 #include "backends/virtual_bus/inertial/inertial_source.hpp"
 #include "backends/virtual_bus/scene/image_source.hpp"
-#include "backends/virtual_bus/scene/lens.hpp"
+#include "oru/Lens.hpp"
 
 namespace oru::virtual_bus {
 

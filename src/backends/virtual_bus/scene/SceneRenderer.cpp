@@ -101,10 +101,9 @@ void SceneRenderer::buildRays(const Lens& lens) {
     rayY.reserve(rayX.capacity());
     for (int row = 0; row < rows; ++row) {
         for (int column = 0; column < columns; ++column) {
-            Point direction;
+            const Point pixel{static_cast<double>(column * kCell), static_cast<double>(row * kCell)};
             // A pixel where the lens folds over keeps the nearest direction found.
-            (void)undistortPixel(lens, {static_cast<double>(column * kCell), static_cast<double>(row * kCell)},
-                                 direction);
+            const Point direction = lens.undistort(lens.onPlane(pixel)).ray;
             rayX.push_back(static_cast<float>(direction.x));
             rayY.push_back(static_cast<float>(direction.y));
         }

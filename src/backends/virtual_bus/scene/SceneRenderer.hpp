@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <vector>
 
-#include "backends/virtual_bus/scene/lens.hpp"
 #include "backends/virtual_bus/scene/scene.hpp"
+#include "oru/Lens.hpp"
 
 namespace oru::virtual_bus {
 

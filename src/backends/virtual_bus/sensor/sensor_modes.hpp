@@ -4,7 +4,7 @@
 #include <functional>
 #include <string>
 
-#include "backends/virtual_bus/scene/lens.hpp"
+#include "oru/Lens.hpp"
 #include "oru/types.hpp"
 
 namespace oru::virtual_bus {
