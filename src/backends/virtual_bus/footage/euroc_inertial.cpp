@@ -1,42 +1,14 @@
 #include "backends/virtual_bus/footage/euroc_inertial.hpp"
 
-#include <cmath>
+#include <algorithm>
 #include <numbers>
 
 namespace oru::virtual_bus {
 namespace {
 
-constexpr double kProportional = 1.0;  // rad/s per unit of error
-constexpr double kIntegral = 0.05;
-constexpr double kMaxBias = 0.2;  // rad/s
 constexpr double kDegrees = 180.0 / std::numbers::pi;
 
 }  // namespace
-
-void ComplementaryFilter::update(const Eigen::Vector3d& rate, const Eigen::Vector3d& force, double seconds) {
-    const double norm = force.norm();
-    const Eigen::Vector3d up(0.0, -1.0, 0.0);
-    if (!levelled) {
-        if (norm > 0.1) {
-            attitude = Eigen::Quaterniond::FromTwoVectors(force, up);
-            levelled = true;
-        }
-        return;
-    }
-    Eigen::Vector3d correction = Eigen::Vector3d::Zero();
-    // A strongly accelerated body does not feel the direction of gravity.
-    if (std::abs(norm - kGravity) < 0.3 * kGravity) {
-        const Eigen::Vector3d expected = attitude.conjugate() * up;
-        const Eigen::Vector3d error = (force / norm).cross(expected);
-        bias -= kIntegral * error * seconds;
-        bias = bias.cwiseMax(-kMaxBias).cwiseMin(kMaxBias);
-        correction = kProportional * error;
-    }
-    const Eigen::Vector3d angle = (rate - bias + correction) * seconds;
-    if (const double size = angle.norm(); size > 0.0) {
-        attitude = (attitude * Eigen::Quaterniond(Eigen::AngleAxisd(size, angle / size))).normalized();
-    }
-}
 
 EurocInertial::EurocInertial(const std::string& csvPath, const EurocCamera& camera, uint64_t firstImageNs,
                              uint64_t roundNs)

@@ -5,24 +5,9 @@
 
 #include "backends/virtual_bus/footage/euroc.hpp"
 #include "backends/virtual_bus/inertial/inertial_source.hpp"
+#include "kit/AttitudeFilter.hpp"
 
 namespace oru::virtual_bus {
-
-/// Attitude from rate and force: the explicit complementary filter with bias correction of R. Mahony, T. Hamel and
-/// J.-M. Pflimlin, "Nonlinear complementary filters on the special orthogonal group", IEEE Transactions on Automatic
-/// Control 53(5), 2008. Heading is free and starts at zero.
-class ComplementaryFilter {
-public:
-    /// Rate in rad/s, force in m/s^2, both in body axes; the first call levels the body.
-    void update(const Eigen::Vector3d& rate, const Eigen::Vector3d& force, double seconds);
-    /// Body axes to world axes (y down).
-    [[nodiscard]] const Eigen::Quaterniond& orientation() const { return attitude; }
-
-private:
-    bool levelled = false;
-    Eigen::Quaterniond attitude = Eigen::Quaterniond::Identity();
-    Eigen::Vector3d bias = Eigen::Vector3d::Zero();
-};
 
 /// The samples of a data set in real time, read as they are needed. They are turned into the camera's axes, so that the
 /// pose of the camera in the IMU's frame is a translation alone.
@@ -48,7 +33,7 @@ private:
     std::ifstream file;
     Eigen::Matrix3d bodyToCamera = Eigen::Matrix3d::Identity();
     Mounting sensorMounting;
-    ComplementaryFilter filter;
+    AttitudeFilter filter;
     uint64_t originNs;
     uint64_t spanNs;
     uint64_t round = 0;
