@@ -4,7 +4,7 @@ option(ORU_CHECK_HEADERS "Compile every header alone" ${ORU_BUILD_TESTS})
 
 add_custom_target(format COMMAND "${PROJECT_SOURCE_DIR}/scripts/format" USES_TERMINAL)
 add_custom_target(format-fix COMMAND "${PROJECT_SOURCE_DIR}/scripts/format" --fix USES_TERMINAL)
-add_custom_target(tidy COMMAND "${PROJECT_SOURCE_DIR}/scripts/tidy" "${PROJECT_BINARY_DIR}" USES_TERMINAL)
+add_custom_target(tidy COMMAND "${PROJECT_SOURCE_DIR}/scripts/tidy" --build "${PROJECT_BINARY_DIR}" USES_TERMINAL)
 add_custom_target(layers COMMAND "${PROJECT_SOURCE_DIR}/scripts/check-layers" "${PROJECT_SOURCE_DIR}" USES_TERMINAL)
 
 # oru_check_headers(name FOLDER... [DEPS lib...]): compiles each header of the folders as a source of its own.
