@@ -19,7 +19,7 @@ void abortUnless(bool right) {
     }
 }
 
-/// What must hold of a write that the desk carried out.
+/// What must hold of a write that the handler carried out.
 void checkWritten(const ControlMessage& request, const oru::doubles::GrabberScript& camera) {
     const auto& v = request.values;
     if (request.automatic) {

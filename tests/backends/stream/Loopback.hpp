@@ -20,22 +20,16 @@ protected:
         sender->setGrabber(nullptr);
     }
     void startSource() {
-        running = true;
-        producer = std::thread([this] {
+        producer = std::jthread([this](const std::stop_token& stop) {
             NumberedSource source(*sender, settings.width, settings.height, settings.fps, samplesEach);
             source.setNumber(firstNumber);
-            while (running) {
+            while (!stop.stop_requested()) {
                 source.step();
                 lastNumber = source.number();
             }
         });
     }
-    void stopSource() {
-        running = false;
-        if (producer.joinable()) {
-            producer.join();
-        }
-    }
+    void stopSource() { producer = {}; }
     std::unique_ptr<UDPInput> makeReceiver() { return makeStreamReceiver(*clock, receiverTexts, nullptr, false); }
     void TearDown() override { stopSource(); }
 
@@ -47,8 +41,7 @@ protected:
     uint64_t firstNumber = 0;
     std::atomic<uint64_t> lastNumber{0};
     int samplesEach = 4;
-    std::atomic<bool> running{false};
-    std::thread producer;
+    std::jthread producer;
 };
 
 }  // namespace oru::test

@@ -103,7 +103,7 @@ TEST_F(Codec, H265ThatIsTooMuchForTheMachineSkipsFramesEvenlyAndSaysSoOnce) {
     ASSERT_EQ(receiver->open("127.0.0.1", settings.port, 0), 0);
 
     std::vector<unsigned char> image(std::size_t{kWide} * kHigh * 2);
-    const uint64_t end = clock->monotonicNanoseconds() + 7000000000;
+    const uint64_t end = clock->monotonicNanoseconds() + 7'000'000'000;
     std::vector<uint64_t> numbers;
     while (clock->monotonicNanoseconds() < end) {
         if (receiver->readStreamData(image.data(), nullptr)) {
@@ -143,18 +143,14 @@ public:
             image.resize(std::size_t{width} * height * 2);
             std::generate(image.begin(), image.end(), [&] { return static_cast<unsigned char>(random() & 0xFF); });
         }
-        thread = std::thread([this] { run(); });
-    }
-    ~NoisySource() {
-        stopWanted = true;
-        thread.join();
+        thread = std::jthread([this](const std::stop_token& stop) { run(stop); });
     }
     NoisySource(const NoisySource&) = delete;
     NoisySource& operator=(const NoisySource&) = delete;
 
 private:
-    void run() {
-        for (uint64_t number = 1; !stopWanted; ++number) {
+    void run(const std::stop_token& stop) {
+        for (uint64_t number = 1; !stop.stop_requested(); ++number) {
             std::vector<unsigned char>& image = images[number % images.size()];
             sender.asyncingestYUVFrame(image.data(), numberedTime(number), numberedMetadata(number),
                                        static_cast<int>(image.size()));
@@ -165,8 +161,7 @@ private:
     UDPOutput& sender;
     std::mt19937 random{7};
     std::array<std::vector<unsigned char>, 8> images;
-    std::atomic<bool> stopWanted{false};
-    std::thread thread;
+    std::jthread thread;
 };
 
 class AdaptiveBitrate : public Loopback, public testing::WithParamInterface<STREAMING_CODEC> {
@@ -174,7 +169,7 @@ protected:
     /// Reads until the bitrate is as wanted, at most so long; the bitrate then.
     template <class Wanted>
     uint32_t readUntil(UDPInput& receiver, int seconds, Wanted&& wanted) {
-        const uint64_t end = clock->monotonicNanoseconds() + static_cast<uint64_t>(seconds) * 1000000000;
+        const uint64_t end = clock->monotonicNanoseconds() + static_cast<uint64_t>(seconds) * 1'000'000'000;
         while (clock->monotonicNanoseconds() < end && !wanted(sender->status().bitrate)) {
             (void)receiver.readStreamData(image.data(), nullptr);
         }
@@ -184,7 +179,7 @@ protected:
     double measuredRate(UDPInput& receiver) {
         const uint64_t begin = clock->monotonicNanoseconds();
         const uint64_t before = sender->status().bytes_sent;
-        while (clock->monotonicNanoseconds() < begin + 2000000000) {
+        while (clock->monotonicNanoseconds() < begin + 2'000'000'000) {
             (void)receiver.readStreamData(image.data(), nullptr);
         }
         const auto seconds = static_cast<double>(clock->monotonicNanoseconds() - begin) / 1e9;

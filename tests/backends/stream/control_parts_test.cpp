@@ -14,7 +14,7 @@ namespace {
 using namespace stream;
 
 constexpr char kKey[] = "a control key";
-constexpr uint64_t kSecond = 1000000000;
+constexpr uint64_t kSecond = 1'000'000'000;
 
 ControlMessage request(ControlOperation operation, int control, std::vector<int32_t> values = {},
                        bool automatic = false) {
@@ -80,7 +80,7 @@ TEST(ControlMessages, AreRefusedWithFieldsThatDoNotExist) {
     }
 }
 
-/// A desk over a scripted 1920 x 1200 camera whose every control goes from 0 to 100.
+/// A handler over a scripted 1920 x 1200 camera whose every control goes from 0 to 100.
 struct Handler {
     ControlStatus ask(const ControlMessage& message) {
         last = handler.answer(message);
@@ -202,12 +202,12 @@ TEST(ControlHandler, HasNothingToControlWithoutADevice) {
 }
 
 TEST(ConnectionLimiter, LetsOneAddressInOnlySoOften) {
-    ConnectionLimiter gate;
+    ConnectionLimiter limiter;
     uint64_t now = kSecond;
     const auto admitted = [&](uint32_t address, int attempts) {
         int count = 0;
         for (int i = 0; i < attempts; ++i) {
-            count += gate.admit(address, now) ? 1 : 0;
+            count += limiter.admit(address, now) ? 1 : 0;
         }
         return count;
     };
@@ -221,10 +221,10 @@ TEST(ConnectionLimiter, LetsOneAddressInOnlySoOften) {
 }
 
 TEST(ConnectionLimiter, BoundsAllAddressesTogether) {
-    ConnectionLimiter gate;
+    ConnectionLimiter limiter;
     int count = 0;
-    for (uint32_t address = 1; address <= 10000; ++address) {
-        count += gate.admit(address, kSecond) ? 1 : 0;
+    for (uint32_t address = 1; address <= 10'000; ++address) {
+        count += limiter.admit(address, kSecond) ? 1 : 0;
     }
     EXPECT_EQ(count, static_cast<int>(ConnectionLimiter::kAllBurst));
 }

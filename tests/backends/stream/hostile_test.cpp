@@ -23,7 +23,7 @@ using doubles::ScopedEnvironment;
 
 // The sender gives a receiver 400 ms to acknowledge.
 constexpr int64_t kStoodStillMs = 100;
-constexpr uint64_t kSecond = 1000000000;
+constexpr uint64_t kSecond = 1'000'000'000;
 
 class UnderAttack : public Loopback {
 protected:
@@ -124,7 +124,7 @@ private:
 };
 
 TEST_F(UnderAttack, AHundredThousandHostileDatagramsChangeNothing) {
-    constexpr int kDatagrams = 100000;
+    constexpr int kDatagrams = 100'000;
     constexpr int kSockets = 10;
     constexpr int kBatch = 100;
     LogCapture log(LogLevel::TraceL3);

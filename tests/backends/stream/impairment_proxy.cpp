@@ -10,8 +10,8 @@
 namespace oru::test {
 namespace {
 
-constexpr std::size_t kMaxQueued = 20000;
-constexpr uint64_t kLongestQueueNs = 500000000;
+constexpr std::size_t kMaxQueued = 20'000;
+constexpr uint64_t kLongestQueueNs = 500'000'000;
 constexpr int kBufferBytes = 4 << 20;
 
 uint64_t nowNs() {
@@ -40,12 +40,11 @@ ImpairmentProxy::ImpairmentProxy(uint16_t serverPort, const Impairment& wanted, 
     socklen_t length = sizeof(own);
     (void)getsockname(listening, reinterpret_cast<sockaddr*>(&own), &length);
     ownPort = ntohs(own.sin_port);
-    thread = std::thread([this] { run(); });
+    thread = std::jthread([this](const std::stop_token& stop) { run(stop); });
 }
 
 ImpairmentProxy::~ImpairmentProxy() {
-    stop = true;
-    thread.join();
+    thread = {};
     close(listening);
     for (const auto& [port, handle] : upstream) {
         close(handle);
@@ -120,12 +119,12 @@ int ImpairmentProxy::waitMilliseconds() const {
     }
     const uint64_t now = nowNs();
     const uint64_t due = queue.top().due_ns;
-    return due <= now ? 0 : std::min(kIdleMs, static_cast<int>((due - now) / 1000000) + 1);
+    return due <= now ? 0 : std::min(kIdleMs, static_cast<int>((due - now) / 1'000'000) + 1);
 }
 
-void ImpairmentProxy::run() {
+void ImpairmentProxy::run(const std::stop_token& stop) {
     std::vector<pollfd> watched;
-    while (!stop) {
+    while (!stop.stop_requested()) {
         watched.assign(1, {listening, POLLIN, 0});
         for (const auto& [port, handle] : upstream) {
             watched.push_back({handle, POLLIN, 0});

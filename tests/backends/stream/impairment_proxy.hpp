@@ -8,6 +8,7 @@
 #include <map>
 #include <queue>
 #include <random>
+#include <stop_token>
 #include <thread>
 #include <vector>
 
@@ -51,7 +52,7 @@ private:
         }
     };
 
-    void run();
+    void run(const std::stop_token& stop);
     void receive(int handle, bool from_client);
     void schedule(int handle, const sockaddr_in& to, const char* data, std::size_t size);
     void sendDue();
@@ -72,10 +73,9 @@ private:
     std::atomic<bool> blackout{false};
     std::atomic<double> capacity{0.0};
     std::map<int, uint64_t> lineFreeNs;  // when the line towards a socket's peers has carried what it was given
-    std::atomic<bool> stop{false};
     std::atomic<uint64_t> droppedDatagrams{0};
     std::atomic<uint64_t> passedDatagrams{0};
-    std::thread thread;
+    std::jthread thread;
 };
 
 }  // namespace oru::test

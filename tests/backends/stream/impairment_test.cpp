@@ -18,7 +18,7 @@ namespace {
 constexpr uint32_t kWidth = 960;
 constexpr uint32_t kHeight = 600;
 constexpr int kFps = 30;
-constexpr uint64_t kMillisecond = 1000000;
+constexpr uint64_t kMillisecond = 1'000'000;
 
 /// What one receiver saw of a run.
 struct Reading {
@@ -63,16 +63,12 @@ protected:
         ASSERT_EQ(sender->open(configuration), 0);
         proxy.emplace(configuration.port, impairment, 20);
         sent = std::vector<std::atomic<uint64_t>>(kMaxNumber);
-        running = true;
-        producer = std::thread([this] { produce(); });
+        producer = std::jthread([this](const std::stop_token& stop) { produce(stop); });
         receiver = makeStreamReceiver(*clock, texts, nullptr, false);
         ASSERT_EQ(receiver->open("127.0.0.1", proxy->port(), 0), 0);
     }
     void TearDown() override {
-        running = false;
-        if (producer.joinable()) {
-            producer.join();
-        }
+        producer = {};
         receiver.reset();
         proxy.reset();
     }
@@ -106,9 +102,9 @@ protected:
 private:
     static constexpr std::size_t kMaxNumber = 1 << 20;
 
-    void produce() {
+    void produce(const std::stop_token& stop) {
         NumberedSource source(*sender, kWidth, kHeight, kFps);
-        while (running) {
+        while (!stop.stop_requested()) {
             source.step([this](uint64_t number) { sent[number] = clock->monotonicNanoseconds(); });
         }
     }
@@ -128,8 +124,7 @@ private:
     }
 
     std::vector<std::atomic<uint64_t>> sent;
-    std::atomic<bool> running{false};
-    std::thread producer;
+    std::jthread producer;
 };
 
 void report(const char* name, const Reading& run) {

@@ -197,7 +197,7 @@ TEST_F(Intake, ADataPacketForOneReceiverIsWholeAndLeadsOnToWhatFollows) {
     TsDemuxer demuxer(keeper);
     const auto feedDemuxer = [&](const std::vector<uint8_t>& bytes) { demuxer.feed(bytes.data(), bytes.size()); };
     feedDemuxer(packets(1, true));
-    std::vector<std::size_t> sizes = {56000, 65527};
+    std::vector<std::size_t> sizes = {56'000, 65527};
     for (std::size_t size = 1; size < 17 * kPacket; size += size < 400 ? 1 : 37) {
         sizes.push_back(size);
     }

@@ -198,7 +198,7 @@ TEST_F(Loopback, ARestartedSenderIsFoundAgainAndNothingOldComesBack) {
     sender.reset();
     EXPECT_FALSE(receiver->readStreamData(image.data(), nullptr));
 
-    firstNumber = 100000;
+    firstNumber = 100'000;
     startSender(settings);
     startSource();
 

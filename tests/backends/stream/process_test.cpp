@@ -33,7 +33,7 @@ TEST(TwoProcesses, TheReceiverFindsASenderThatWasKilledAgain) {
     std::vector<unsigned char> image(kWidth * kHeight * 2);
 
     for (int round = 0; round < rounds(4); ++round) {
-        const uint64_t first = static_cast<uint64_t>(round) * 10000;
+        const uint64_t first = static_cast<uint64_t>(round) * 10'000;
         Child sender(sendCommand(port, first));
         if (round == 0) {
             ASSERT_EQ(receiver->open("127.0.0.1", port, 0), 0);
@@ -46,7 +46,7 @@ TEST(TwoProcesses, TheReceiverFindsASenderThatWasKilledAgain) {
             EXPECT_LT(seen.mean_error, 10.0);
             EXPECT_EQ(receiver->frameTimestamp(), numberedTime(number));
         } while (number < first + 10);
-        EXPECT_LT(number, first + 10000);
+        EXPECT_LT(number, first + 10'000);
     }
     const FrameCounters counters = receiver->counters();
     EXPECT_EQ(counters.produced, counters.delivered + counters.lost());

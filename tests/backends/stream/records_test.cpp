@@ -58,7 +58,7 @@ DescriptionRecord someDescription() {
 }
 
 TEST(Records, AFrameComesBackBitForBit) {
-    auto packets = test::numberedSamples(3, 1000000000, 12);
+    auto packets = test::numberedSamples(3, 1'000'000'000, 12);
     packets[1].imu_temperature = std::numeric_limits<float>::quiet_NaN();
     packets[2].pressure = -0.0F;
     packets[3].magnetometer_available = true;
@@ -150,7 +150,7 @@ TEST(Records, ADescriptionComesBackWhole) {
 }
 
 TEST(Records, MoreSamplesThanFitAreLeftForTheNextRecord) {
-    const auto packets = test::numberedSamples(3, 1000000000, 2000);
+    const auto packets = test::numberedSamples(3, 1'000'000'000, 2000);
     std::vector<uint8_t> bytes;
     Kept kept;
     RecordReader reader;
@@ -180,7 +180,7 @@ TEST(Records, UnknownRecordsAreSkipped) {
 }
 
 TEST(Records, EveryTruncationIsRefusedAndNoDamageIsReadOutside) {
-    const auto packets = test::numberedSamples(3, 1000000000, 4);
+    const auto packets = test::numberedSamples(3, 1'000'000'000, 4);
     std::vector<uint8_t> frame;
     std::vector<uint8_t> description;
     writeFrameRecord(frame, someFrame(), packets.data(), packets.size());
@@ -207,7 +207,7 @@ TEST(Records, EveryTruncationIsRefusedAndNoDamageIsReadOutside) {
 TEST(Records, SizesThatNoCameraHasAreRefused) {
     const struct {
         uint32_t width, height;
-    } sizes[] = {{0, 600}, {960, 0}, {961, 600}, {960, 601}, {100000, 600}, {960, 0xFFFFFFFE}};
+    } sizes[] = {{0, 600}, {960, 0}, {961, 600}, {960, 601}, {100'000, 600}, {960, 0xFFFFFFFE}};
     for (const auto& size : sizes) {
         DescriptionRecord record = someDescription();
         record.camera.width = size.width;

@@ -58,7 +58,7 @@ private:
 
 /// How many samples are missing inside of what came; a million more for one that is doubled, altered or out of order.
 uint64_t missing(const std::vector<IMUPacket>& got, int samplesEach) {
-    constexpr uint64_t kWrong = 1000000;
+    constexpr uint64_t kWrong = 1'000'000;
     const auto count = static_cast<uint64_t>(samplesEach);
     std::vector<IMUPacket> ofFrame;
     const auto sample = [&](uint64_t index) -> const IMUPacket& {

@@ -57,7 +57,7 @@ TEST(ImuStore, IsBoundedAndCountsWhatItDrops) {
 }
 
 TEST(ImuStore, WhenTimeGoesBackTheOldRestDoesNotComeLater) {
-    constexpr uint64_t kSecond = 1000000000;
+    constexpr uint64_t kSecond = 1'000'000'000;
     ImuStore store;
     store.add(samplesAt({10 * kSecond, 10 * kSecond + 1}));
     store.add(samplesAt({2 * kSecond}));
@@ -66,10 +66,10 @@ TEST(ImuStore, WhenTimeGoesBackTheOldRestDoesNotComeLater) {
     EXPECT_EQ(store.dropped(), 2U);
 }
 
-std::vector<IMUPacket> allOf(const RetransmitBuffer& history, uint64_t first, uint64_t last) {
+std::vector<IMUPacket> allOf(const RetransmitBuffer& buffer, uint64_t first, uint64_t last) {
     std::vector<IMUPacket> packets;
     while (first < last) {
-        const auto run = history.run(first, last);
+        const auto run = buffer.run(first, last);
         packets.insert(packets.end(), run.begin(), run.end());
         first += run.size();
     }
@@ -77,31 +77,31 @@ std::vector<IMUPacket> allOf(const RetransmitBuffer& history, uint64_t first, ui
 }
 
 TEST(RetransmitBuffer, KeepsTheNewestInOrderAcrossItsEnd) {
-    RetransmitBuffer history;
-    EXPECT_EQ(history.begin(), history.end());
+    RetransmitBuffer buffer;
+    EXPECT_EQ(buffer.begin(), buffer.end());
     for (uint64_t i = 0; i < RetransmitBuffer::kCapacity + 10; ++i) {
-        history.append(samplesAt({100 + i}));
+        buffer.append(samplesAt({100 + i}));
     }
 
-    EXPECT_EQ(history.begin(), 10U);
-    EXPECT_EQ(history.end(), RetransmitBuffer::kCapacity + 10);
+    EXPECT_EQ(buffer.begin(), 10U);
+    EXPECT_EQ(buffer.end(), RetransmitBuffer::kCapacity + 10);
     const uint64_t last = RetransmitBuffer::kCapacity + 2;
-    EXPECT_TRUE(allOf(history, last - 4, last) ==
+    EXPECT_TRUE(allOf(buffer, last - 4, last) ==
                 samplesAt({100 + last - 4, 100 + last - 3, 100 + last - 2, 100 + last - 1}));
 }
 
 TEST(RetransmitBuffer, FindsWhereAReceiverThatComesBackGoesOn) {
-    RetransmitBuffer history;
-    history.append(samplesAt({10, 20, 10, 30}));
+    RetransmitBuffer buffer;
+    buffer.append(samplesAt({10, 20, 10, 30}));
 
-    EXPECT_EQ(history.after(10), 3U) << "the newest one of that time";
-    EXPECT_EQ(history.after(30), history.end());
-    EXPECT_FALSE(history.after(15).has_value());
+    EXPECT_EQ(buffer.after(10), 3U) << "the newest one of that time";
+    EXPECT_EQ(buffer.after(30), buffer.end());
+    EXPECT_FALSE(buffer.after(15).has_value());
     for (uint64_t i = 0; i < RetransmitBuffer::kCapacity; ++i) {
-        history.append(samplesAt({100 + i}));
+        buffer.append(samplesAt({100 + i}));
     }
-    EXPECT_FALSE(history.after(30).has_value());
-    EXPECT_EQ(history.after(100), 5U);
+    EXPECT_FALSE(buffer.after(30).has_value());
+    EXPECT_EQ(buffer.after(100), 5U);
 }
 
 class Ring : public testing::Test {
@@ -116,9 +116,9 @@ protected:
     }
     uint64_t read() {
         unsigned char image = 0;
-        const auto facts = ring.read(&image, 0);
-        EXPECT_TRUE(!facts || image == static_cast<unsigned char>(facts->id));
-        return facts ? facts->id : 0;
+        const auto info = ring.read(&image, 0);
+        EXPECT_TRUE(!info || image == static_cast<unsigned char>(info->id));
+        return info ? info->id : 0;
     }
 
     doubles::ScriptedClock clock;
@@ -158,7 +158,7 @@ TEST_F(Ring, OverwritesTheOldestWhenFull) {
 }
 
 TEST_F(Ring, WaitsForAReaderThatKeepsUp) {
-    ring.setPatience(5000000000);
+    ring.setPatience(5'000'000'000);
     write(1);
     EXPECT_EQ(read(), 1U);
     for (uint64_t id = 2; id <= 5; ++id) {
@@ -177,12 +177,12 @@ TEST_F(Ring, WaitsForAReaderThatKeepsUp) {
 
 TEST_F(Ring, AReaderAndAWriterAtOnceNeverSeeHalfAnImage) {
     std::thread writer([this] {
-        for (uint64_t id = 1; id <= 20000; ++id) {
+        for (uint64_t id = 1; id <= 20'000; ++id) {
             write(id);
         }
     });
     uint64_t last = 0;
-    while (last < 20000) {
+    while (last < 20'000) {
         const uint64_t id = read();
         EXPECT_TRUE(id == 0 || id > last);
         last = id == 0 ? last : id;
@@ -197,7 +197,7 @@ TEST_F(Ring, AReaderAndAWriterAtOnceNeverSeeHalfAnImage) {
 std::vector<int> takenBy(FrameDecimator& decimator, const std::vector<double>& milliseconds) {
     std::vector<int> taken;
     for (std::size_t i = 0; i < milliseconds.size(); ++i) {
-        if (decimator.take(1000000000 + static_cast<uint64_t>(milliseconds[i] * 1e6))) {
+        if (decimator.take(1'000'000'000 + static_cast<uint64_t>(milliseconds[i] * 1e6))) {
             taken.push_back(static_cast<int>(i));
         }
     }
@@ -254,7 +254,7 @@ TEST(LoadPacer, SkipsEvenlyWhileTheEncoderIsTooSlowAndStopsWhenItIsNot) {
                 if (overflows) {
                     pacer.noteOverflow();
                 }
-                warnings += pacer.measured(milliseconds * 1000000) ? 1 : 0;
+                warnings += pacer.measured(milliseconds * 1'000'000) ? 1 : 0;
             }
         }
         return admitted;
@@ -272,7 +272,7 @@ TEST(LoadPacer, SkipsEvenlyWhileTheEncoderIsTooSlowAndStopsWhenItIsNot) {
 }
 
 TEST(BitrateControl, GoesDownWithTheNetworkAndSlowlyUpAgain) {
-    BitrateControl control(10000);
+    BitrateControl control(10'000);
     BitrateControl::Observation seen;
     const auto step = [&](uint64_t repeated, double backlog) {
         seen.sent_packets += 1000;

@@ -17,7 +17,7 @@ extern "C" {
 namespace oru::test {
 namespace {
 
-constexpr uint64_t kFirstTimeNs = 1700000000000000000;
+constexpr uint64_t kFirstTimeNs = 1'700'000'000'000'000'000;
 constexpr uint64_t kFramePeriodNs = 33333333;
 
 // The libraries' own messages would bury those of the tests.
@@ -80,7 +80,7 @@ std::vector<IMUPacket> numberedSamples(uint64_t number, uint64_t time, int count
         IMUPacket packet;
         packet.valid = true;
         packet.imu_timestamp =
-            time - kFramePeriodNs / 2 + static_cast<uint64_t>(i) * 1000000 / static_cast<uint64_t>(count);
+            time - kFramePeriodNs / 2 + static_cast<uint64_t>(i) * 1'000'000 / static_cast<uint64_t>(count);
         packet.sync_count = i == 0 ? 1 : 0;
         packet.orientation = {0.1F * static_cast<float>(i), 0.0F, -0.0F, 1.0F};
         packet.vector_1 = {static_cast<float>(number), static_cast<float>(i), 9.81F};
@@ -98,7 +98,7 @@ NumberedSource::NumberedSource(UDPOutput& target, uint32_t imageWidth, uint32_t 
       height(imageHeight),
       samplesPerFrame(samplesEach),
       stride(fps < 30 ? 30 / static_cast<uint64_t>(fps) : 1),
-      periodNs(1000000000 / static_cast<uint64_t>(fps)) {}
+      periodNs(1'000'000'000 / static_cast<uint64_t>(fps)) {}
 
 void NumberedSource::step(const std::function<void(uint64_t)>& before) {
     lastNumber += stride;

@@ -113,7 +113,7 @@ int receive(char** arguments) {
         return 1;
     }
     Received received(*receiver);
-    const uint64_t end = clock->monotonicNanoseconds() + std::strtoull(arguments[2], nullptr, 10) * 1000000000;
+    const uint64_t end = clock->monotonicNanoseconds() + std::strtoull(arguments[2], nullptr, 10) * 1'000'000'000;
     while (clock->monotonicNanoseconds() < end) {
         if (received.read() && received.frames == 1) {
             std::printf("first\n");

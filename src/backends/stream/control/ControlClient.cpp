@@ -10,7 +10,7 @@
 namespace oru::stream {
 namespace {
 
-constexpr uint64_t kMillisecond = 1000000;
+constexpr uint64_t kMillisecond = 1'000'000;
 constexpr uint64_t kRetryNs = 2000 * kMillisecond;
 constexpr int kConnectMs = 3000;
 constexpr int kLookMs = 5;
@@ -26,7 +26,7 @@ bool connecting(SRTSOCKET socket) {
 }  // namespace
 
 void ControlClient::start(const sockaddr_in& address, std::string controlKey) {
-    MutexLock lock(mutex);
+    const MutexLock lock(mutex);
     sender = address;
     key = std::move(controlKey);
     retryNs = 0;
@@ -38,14 +38,14 @@ void ControlClient::start(const sockaddr_in& address, std::string controlKey) {
 }
 
 void ControlClient::stop() {
-    MutexLock lock(mutex);
+    const MutexLock lock(mutex);
     key.clear();
     seal.reset();
     socket.reset();
 }
 
 std::string ControlClient::refusal() const {
-    MutexLock lock(mutex);
+    const MutexLock lock(mutex);
     return reasonOfRefusal;
 }
 
@@ -67,7 +67,7 @@ void ControlClient::connect() {
 }
 
 std::optional<ControlMessage> ControlClient::ask(ControlMessage request) {
-    MutexLock lock(mutex);
+    const MutexLock lock(mutex);
     const uint64_t now = clock.monotonicNanoseconds();
     if (key.empty()) {
         (void)refuse(std::string("there is no control right here: ") + StreamKeys::kControlVariable + " is not set");

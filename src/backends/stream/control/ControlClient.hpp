@@ -18,7 +18,7 @@ namespace oru::stream {
 /// Threads: any; a second caller waits for the first.
 class ControlClient {
 public:
-    static constexpr uint64_t kAnswerNs = 500000000;
+    static constexpr uint64_t kAnswerNs = 500'000'000;
 
     explicit ControlClient(Clock& systemClock) : clock(systemClock) {}
 

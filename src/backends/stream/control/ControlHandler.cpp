@@ -22,7 +22,7 @@ void ControlHandler::setGrabber(LiveCameraGrabber* camera) {
     if (camera != nullptr && camera->getEffectiveWidth() > 0) {
         next = {camera, camera->getEffectiveWidth(), camera->getEffectiveHeight()};
     }
-    MutexLock lock(mutex);
+    const MutexLock lock(mutex);
     present = next;
 }
 
@@ -34,7 +34,7 @@ ControlMessage ControlHandler::answer(const ControlMessage& request) {
     reply.control = request.control;
     Camera camera;
     {
-        MutexLock lock(mutex);
+        const MutexLock lock(mutex);
         camera = present;
     }
     if (camera.grabber == nullptr) {

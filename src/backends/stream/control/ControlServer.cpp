@@ -27,12 +27,10 @@ bool send(SRTSOCKET socket, const void* bytes, std::size_t size) {
 }  // namespace
 
 ControlServer::ControlServer(Clock& systemClock, std::string controlKey, std::function<void()> afterWrite)
-    : clock(systemClock), key(std::move(controlKey)), handler(std::move(afterWrite)), thread([this] { serve(); }) {}
-
-ControlServer::~ControlServer() {
-    stopWanted.store(true, std::memory_order_release);
-    thread.join();
-}
+    : clock(systemClock),
+      key(std::move(controlKey)),
+      handler(std::move(afterWrite)),
+      thread([this](const std::stop_token& stop) { serve(stop); }) {}
 
 void ControlServer::adopt(SrtSocket&& socket, std::string address) {
     const Challenge challenge = drawChallenge();
@@ -40,7 +38,7 @@ void ControlServer::adopt(SrtSocket&& socket, std::string address) {
     if (!send(socket.get(), greeting.data(), greeting.size())) {
         return;
     }
-    MutexLock lock(mutex);
+    const MutexLock lock(mutex);
     if (clients.size() >= kMaxClients) {
         const auto quietest = std::min_element(
             clients.begin(), clients.end(), [](const Client& a, const Client& b) { return a.heard_ns < b.heard_ns; });
@@ -60,8 +58,8 @@ ControlServer::Client* ControlServer::find(SRTSOCKET socket) {
     return found == clients.end() ? nullptr : &*found;
 }
 
-void ControlServer::serve() {
-    while (!stopWanted.load(std::memory_order_acquire)) {
+void ControlServer::serve(const std::stop_token& stop) {
+    while (!stop.stop_requested()) {
         for (const SRT_EPOLL_EVENT& event : poll.wait(kServiceMs)) {
             hear(event.fd);
         }
@@ -87,7 +85,7 @@ void ControlServer::hear(SRTSOCKET socket) {
 bool ControlServer::receive(SRTSOCKET socket, ControlMessage& request) {
     // One byte more than a message has, so that a longer one shows.
     std::array<char, kControlBytes + 1> bytes{};
-    MutexLock lock(mutex);
+    const MutexLock lock(mutex);
     Client* client = find(socket);
     if (client == nullptr) {
         return false;
@@ -111,7 +109,7 @@ bool ControlServer::receive(SRTSOCKET socket, ControlMessage& request) {
 }
 
 void ControlServer::reply(SRTSOCKET socket, const ControlMessage& message) {
-    MutexLock lock(mutex);
+    const MutexLock lock(mutex);
     Client* client = find(socket);
     if (client == nullptr) {
         return;
@@ -121,7 +119,7 @@ void ControlServer::reply(SRTSOCKET socket, const ControlMessage& message) {
 }
 
 void ControlServer::dropFailed() {
-    MutexLock lock(mutex);
+    const MutexLock lock(mutex);
     std::erase_if(clients, [this](const Client& client) {
         const bool gone = client.failed || srt_getsockstate(client.socket.get()) != SRTS_CONNECTED;
         if (gone) {

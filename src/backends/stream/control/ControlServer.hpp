@@ -1,8 +1,8 @@
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <functional>
+#include <stop_token>
 #include <string>
 #include <thread>
 #include <vector>
@@ -16,17 +16,17 @@
 
 namespace oru::stream {
 
-/// The sender's end of the control connections: greets, checks the seal of each request, has the desk carry it out and
-/// replies. A device that answers slowly delays control, and nothing else: it has a thread of its own.
-/// A connection ends with the first message that does not bear the seal or whose id does not grow.
-/// Threads: adopt and setGrabber from any.
+/// The sender's end of the control connections: greets, checks the seal of each request, has the handler carry it out
+/// and replies. A device that answers slowly delays control, and nothing else: it has a thread of its own. A connection
+/// ends with the first message that does not bear the seal or whose id does not grow. Threads: adopt and setGrabber
+/// from any.
 class ControlServer {
 public:
     static constexpr std::size_t kMaxClients = 4;
     static constexpr double kRequestsPerSecond = 100;
 
     ControlServer(Clock& systemClock, std::string controlKey, std::function<void()> afterWrite);
-    ~ControlServer();
+    ~ControlServer() = default;
     ControlServer(const ControlServer&) = delete;
     ControlServer& operator=(const ControlServer&) = delete;
 
@@ -45,7 +45,7 @@ private:
         bool failed = false;
     };
 
-    void serve();
+    void serve(const std::stop_token& stop);
     void hear(SRTSOCKET socket);
     [[nodiscard]] bool receive(SRTSOCKET socket, ControlMessage& request);
     void reply(SRTSOCKET socket, const ControlMessage& message);
@@ -58,10 +58,9 @@ private:
     ControlHandler handler;
     TokenBucket requests{kRequestsPerSecond, kRequestsPerSecond};
     SrtPoll poll;
-    std::atomic<bool> stopWanted{false};
     Mutex mutex;
     std::vector<Client> clients ORU_GUARDED_BY(mutex);
-    std::thread thread;
+    std::jthread thread;  // the last member: it ends before what it uses
 };
 
 }  // namespace oru::stream

@@ -5,7 +5,7 @@
 namespace oru::stream {
 namespace {
 
-constexpr uint64_t kBackwardNs = 1000000000;
+constexpr uint64_t kBackwardNs = 1'000'000'000;
 
 bool earlier(const IMUPacket& packet, uint64_t time) {
     return packet.imu_timestamp < time;
@@ -14,7 +14,7 @@ bool earlier(const IMUPacket& packet, uint64_t time) {
 }  // namespace
 
 void ImuStore::add(const std::vector<IMUPacket>& packets) {
-    MutexLock lock(mutex);
+    const MutexLock lock(mutex);
     for (const IMUPacket& packet : packets) {
         if (any && packet.imu_timestamp + kBackwardNs < latest.imu_timestamp) {
             droppedPackets += stored.size();
@@ -32,7 +32,7 @@ void ImuStore::add(const std::vector<IMUPacket>& packets) {
 }
 
 std::vector<IMUPacket> ImuStore::takeBefore(Timestamp time) {
-    MutexLock lock(mutex);
+    const MutexLock lock(mutex);
     const auto end = std::lower_bound(stored.begin(), stored.end(), time, earlier);
     std::vector<IMUPacket> taken(stored.begin(), end);
     stored.erase(stored.begin(), end);
@@ -40,7 +40,7 @@ std::vector<IMUPacket> ImuStore::takeBefore(Timestamp time) {
 }
 
 bool ImuStore::newest(IMUPacket& packet) const {
-    MutexLock lock(mutex);
+    const MutexLock lock(mutex);
     if (any) {
         packet = latest;
     }
@@ -48,12 +48,12 @@ bool ImuStore::newest(IMUPacket& packet) const {
 }
 
 uint64_t ImuStore::dropped() const {
-    MutexLock lock(mutex);
+    const MutexLock lock(mutex);
     return droppedPackets;
 }
 
 void ImuStore::clear() {
-    MutexLock lock(mutex);
+    const MutexLock lock(mutex);
     droppedPackets += stored.size();
     stored.clear();
     any = false;

@@ -8,16 +8,16 @@ namespace oru::stream {
 namespace {
 
 // A larger jump is another sequence, not a loss.
-constexpr uint64_t kMaxGap = 1000000;
+constexpr uint64_t kMaxGap = 1'000'000;
 
 }  // namespace
 
 Reassembler::Reassembler(CodedQueue& codedQueue, ImuStore& imuStore, FrameLedger& frameLedger,
-                         std::atomic<bool>& keyFrameWish, DescriptionHandler descriptionHandler)
+                         std::atomic<bool>& keyFrameRequest, DescriptionHandler descriptionHandler)
     : queue(codedQueue),
       samples(imuStore),
       ledger(frameLedger),
-      keyFrameWanted(keyFrameWish),
+      keyFrameWanted(keyFrameRequest),
       handler(std::move(descriptionHandler)),
       demuxer(*this) {}
 

@@ -19,8 +19,8 @@ class Reassembler final : private TsSink, private RecordSink {
 public:
     using DescriptionHandler = std::function<void(DescriptionRecord&&)>;
 
-    Reassembler(CodedQueue& codedQueue, ImuStore& imuStore, FrameLedger& frameLedger, std::atomic<bool>& keyFrameWish,
-                DescriptionHandler descriptionHandler);
+    Reassembler(CodedQueue& codedQueue, ImuStore& imuStore, FrameLedger& frameLedger,
+                std::atomic<bool>& keyFrameRequest, DescriptionHandler descriptionHandler);
 
     void feed(const uint8_t* data, std::size_t size) { demuxer.feed(data, size); }
     /// A new connection: what was half received is void.

@@ -7,7 +7,7 @@
 namespace oru::stream {
 namespace {
 
-constexpr uint64_t kMillisecond = 1000000;
+constexpr uint64_t kMillisecond = 1'000'000;
 constexpr uint64_t kSilentNs = 1000 * kMillisecond;
 constexpr uint64_t kRequestEveryNs = 200 * kMillisecond;
 constexpr uint64_t kFirstPauseNs = 20 * kMillisecond;
@@ -33,23 +33,20 @@ void StreamLink::start(const sockaddr_in& address, std::string viewingKey) {
     key = std::move(viewingKey);
     again = false;
     lastRejection.store(0, std::memory_order_release);
-    stopWanted.store(false, std::memory_order_release);
     heardNs.store(clock.monotonicNanoseconds(), std::memory_order_release);
-    thread = std::thread([this] { run(); });
+    thread = std::jthread([this](std::stop_token token) { run(std::move(token)); });
 }
 
 void StreamLink::stop() {
-    stopWanted.store(true, std::memory_order_release);
-    if (thread.joinable()) {
-        thread.join();
-    }
+    thread = {};  // ends and joins it
 }
 
 bool StreamLink::silent() const {
     return clock.monotonicNanoseconds() - heardNs.load(std::memory_order_acquire) > kSilentNs;
 }
 
-void StreamLink::run() {
+void StreamLink::run(std::stop_token token) {
+    stopToken = std::move(token);
     uint64_t wait = kFirstPauseNs;
     while (!stopping()) {
         SrtSocket socket;
@@ -141,7 +138,7 @@ bool StreamLink::drain(SRTSOCKET socket) {
 
 void StreamLink::requestKeyFrame(SRTSOCKET socket) {
     const uint64_t now = clock.monotonicNanoseconds();
-    if (now - requestedNs < kRequestEveryNs || !keyFrameWish.exchange(false, std::memory_order_acq_rel)) {
+    if (now - requestedNs < kRequestEveryNs || !keyFrameRequested.exchange(false, std::memory_order_acq_rel)) {
         return;
     }
     requestedNs = now;

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <stop_token>
 #include <string>
 #include <thread>
 
@@ -34,7 +35,7 @@ public:
     void start(const sockaddr_in& address, std::string viewingKey);
     void stop();
     /// Asks for a key frame as soon as the link stands, not more often than the sender would listen.
-    [[nodiscard]] std::atomic<bool>& keyFrameWanted() { return keyFrameWish; }
+    [[nodiscard]] std::atomic<bool>& keyFrameWanted() { return keyFrameRequested; }
     /// Nothing has come for a second.
     [[nodiscard]] bool silent() const;
     /// The transport library's reason why the last attempt to connect was rejected; 0 when it was not.
@@ -42,28 +43,28 @@ public:
     [[nodiscard]] uint64_t connections() const { return connectionCount.load(std::memory_order_relaxed); }
 
 private:
-    void run();
+    void run(std::stop_token token);
     [[nodiscard]] bool connect(SrtSocket& socket);
     [[nodiscard]] bool settled(SRTSOCKET socket) const;
     void receive(SrtSocket& socket);
     [[nodiscard]] bool drain(SRTSOCKET socket);
     void requestKeyFrame(SRTSOCKET socket);
     void pause(uint64_t nanoseconds);
-    [[nodiscard]] bool stopping() const { return stopWanted.load(std::memory_order_acquire); }
+    [[nodiscard]] bool stopping() const { return stopToken.stop_requested(); }
 
     SrtLibrary library;
     Clock& clock;
     Handlers handlers;
     sockaddr_in sender{};
     std::string key;
-    std::thread thread;
-    std::atomic<bool> stopWanted{false};
-    std::atomic<bool> keyFrameWish{false};
+    std::atomic<bool> keyFrameRequested{false};
     std::atomic<int> lastRejection{0};
     std::atomic<uint64_t> heardNs{0};
     std::atomic<uint64_t> connectionCount{0};
+    std::stop_token stopToken;  // of the thread, as the next two
     uint64_t requestedNs = 0;
     bool again = false;  ///< this sender has been connected since start()
+    std::jthread thread;
 };
 
 }  // namespace oru::stream

@@ -14,7 +14,7 @@
 namespace oru::stream {
 namespace {
 
-constexpr uint64_t kMillisecond = 1000000;
+constexpr uint64_t kMillisecond = 1'000'000;
 constexpr uint64_t kOpenNs = 3000 * kMillisecond;
 constexpr int kResolveMs = 2000;
 constexpr uint64_t kReadNs = 20 * kMillisecond;
@@ -68,10 +68,7 @@ void StreamReceiver::close() {
     opened = false;
     control.stop();
     link.stop();
-    stopWanted.store(true, std::memory_order_release);
-    if (decoding.joinable()) {
-        decoding.join();
-    }
+    decoding = {};  // ends and joins it
 }
 
 int StreamReceiver::open(String ip, unsigned short port, int /*unused*/) {
@@ -92,7 +89,7 @@ int StreamReceiver::open(String ip, unsigned short port, int /*unused*/) {
         return kUnknownHost;
     }
     {
-        MutexLock lock(mutex);
+        const MutexLock lock(mutex);
         haveDescription = false;
     }
     const uint64_t before = link.connections();
@@ -104,8 +101,7 @@ int StreamReceiver::open(String ip, unsigned short port, int /*unused*/) {
                                   link.connections() > before);
     }
     control.start(*address, keys.control);
-    stopWanted.store(false, std::memory_order_release);
-    decoding = std::thread([this] { decodeLoop(); });
+    decoding = std::jthread([this](const std::stop_token& stop) { decodeLoop(stop); });
     keyWarned = false;
     opened = true;
     return 0;
@@ -129,18 +125,18 @@ bool StreamReceiver::awaitDescription(uint64_t deadline) {
     int serial = 0;
     std::string calibration;
     {
-        MutexLock lock(mutex);
-        const auto ready = [this]() ORU_NO_THREAD_SAFETY_ANALYSIS { return haveDescription; };
+        const MutexLock lock(mutex);
+        const auto ready = [this]() ORU_REQUIRES(mutex) { return haveDescription; };
         while (!described.wait_for(mutex, std::chrono::nanoseconds(kLookNs), ready)) {
             if (clock.monotonicNanoseconds() > deadline || !keyRefusal().empty()) {
                 return false;
             }
         }
-        width = senderFacts.camera.width;
-        height = senderFacts.camera.height;
-        serial = senderFacts.camera.serial_number;
-        calibration = senderFacts.calibration;
-        setPatience(senderFacts.fps);
+        width = senderDescription.camera.width;
+        height = senderDescription.camera.height;
+        serial = senderDescription.camera.serial_number;
+        calibration = senderDescription.calibration;
+        setPatience(senderDescription.fps);
     }
     images.resize(std::size_t{width} * height * 2);
     if (!calibration.empty()) {
@@ -155,9 +151,9 @@ void StreamReceiver::setPatience(int fps) {
 }
 
 void StreamReceiver::adopt(DescriptionRecord&& record) {
-    MutexLock lock(mutex);
-    const bool sizeChanged = haveDescription && (record.camera.width != senderFacts.camera.width ||
-                                                 record.camera.height != senderFacts.camera.height);
+    const MutexLock lock(mutex);
+    const bool sizeChanged = haveDescription && (record.camera.width != senderDescription.camera.width ||
+                                                 record.camera.height != senderDescription.camera.height);
     if (sizeChanged) {
         // The application's buffers have the old size; the sender's images are refused until it opens again.
         if (!std::exchange(sizeWarned, true)) {
@@ -166,10 +162,10 @@ void StreamReceiver::adopt(DescriptionRecord&& record) {
         }
         return;
     }
-    if (verbose && haveDescription && record.session != senderFacts.session) {
+    if (verbose && haveDescription && record.session != senderDescription.session) {
         ORU_LOG(Info, "{} the sender started again", kTagStreaming);
     }
-    senderFacts = std::move(record);
+    senderDescription = std::move(record);
     haveDescription = true;
     sizeWarned = false;
     described.notify_all();
@@ -194,17 +190,17 @@ bool StreamReceiver::readStreamData(unsigned char* image, unsigned char* /*secon
     if (silent) {
         complainOfKey();
     }
-    const std::optional<FrameFacts> facts = images.read(image, silent ? 0 : kReadNs);
-    if (facts) {
-        frame = *facts;
+    const std::optional<FrameInfo> info = images.read(image, silent ? 0 : kReadNs);
+    if (info) {
+        frame = *info;
     }
-    return facts.has_value();
+    return info.has_value();
 }
 
-void StreamReceiver::decodeLoop() {
+void StreamReceiver::decodeLoop(const std::stop_token& stop) {
     CodedImage image;
     needsKey = true;
-    while (!stopWanted.load(std::memory_order_acquire)) {
+    while (!stop.stop_requested()) {
         if (queue.pop(image, kDecodeWaitMs)) {
             decodeImage(image);
         }
@@ -247,23 +243,23 @@ void StreamReceiver::decodeImage(CodedImage& image) {
 }
 
 StreamDescription StreamReceiver::description() {
-    MutexLock lock(mutex);
-    return senderFacts.camera;
+    const MutexLock lock(mutex);
+    return senderDescription.camera;
 }
 
 int StreamReceiver::announcedFps() {
-    MutexLock lock(mutex);
-    return std::max(0, senderFacts.fps);
+    const MutexLock lock(mutex);
+    return std::max(0, senderDescription.fps);
 }
 
 StreamImuPose StreamReceiver::announcedImuPose() {
-    MutexLock lock(mutex);
-    return senderFacts.pose_known ? senderFacts.pose : StreamImuPose{};
+    const MutexLock lock(mutex);
+    return senderDescription.pose_known ? senderDescription.pose : StreamImuPose{};
 }
 
 int StreamReceiver::versionByte() {
-    MutexLock lock(mutex);
-    return senderFacts.version_byte;
+    const MutexLock lock(mutex);
+    return senderDescription.version_byte;
 }
 
 bool StreamReceiver::canSupplyCurrentImu() {
@@ -300,8 +296,8 @@ bool StreamReceiver::valueRange(VIDEO_SETTINGS setting, int& min, int& max) {
         max = reply->values[1];
         return true;
     }
-    MutexLock lock(mutex);
-    const ControlState* state = find(senderFacts.controls, setting);
+    const MutexLock lock(mutex);
+    const ControlState* state = find(senderDescription.controls, setting);
     if (state == nullptr || !state->range_known) {
         return false;
     }
@@ -314,8 +310,8 @@ int StreamReceiver::getGrabberSettingsValue(VIDEO_SETTINGS setting) {
     if (const auto reply = askWithRight(ControlOperation::READ, setting)) {
         return reply->values[0];
     }
-    MutexLock lock(mutex);
-    const ControlState* state = find(senderFacts.controls, setting);
+    const MutexLock lock(mutex);
+    const ControlState* state = find(senderDescription.controls, setting);
     if (state != nullptr && state->value_known) {
         return state->value;
     }
@@ -342,11 +338,11 @@ int StreamReceiver::getGrabberSettingsValue(VIDEO_SETTINGS setting, int /*side*/
         region = {number(0), number(1), number(2), number(3)};
         return 0;
     }
-    MutexLock lock(mutex);
-    if (setting != AEC_AGC_ROI || !senderFacts.region_known) {
+    const MutexLock lock(mutex);
+    if (setting != AEC_AGC_ROI || !senderDescription.region_known) {
         return kUnknown;
     }
-    region = senderFacts.region;
+    region = senderDescription.region;
     return 0;
 }
 

@@ -1,9 +1,9 @@
 #pragma once
 
-#include <atomic>
 #include <condition_variable>
 #include <memory>
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <thread>
 #include <vector>
@@ -59,7 +59,7 @@ private:
     [[nodiscard]] std::string keyRefusal() const;
     [[nodiscard]] static int complainUnanswered(const std::string& address, const std::string& refusal, bool connected);
     void adopt(DescriptionRecord&& record);
-    void decodeLoop();
+    void decodeLoop(const std::stop_token& stop);
     void decodeImage(CodedImage& image);
     [[nodiscard]] bool prepareDecoder(VideoCodec codec);
     void lose(FrameLedger::Cause cause);
@@ -76,11 +76,11 @@ private:
     ImuStore samples;
     CodedQueue queue;
     ImageRing images;
-    FrameFacts frame;  // of the caller's thread
+    FrameInfo frame;  // of the caller's thread
 
     mutable Mutex mutex;
     std::condition_variable_any described;
-    DescriptionRecord senderFacts ORU_GUARDED_BY(mutex);
+    DescriptionRecord senderDescription ORU_GUARDED_BY(mutex);
     bool haveDescription ORU_GUARDED_BY(mutex) = false;
     bool sizeWarned ORU_GUARDED_BY(mutex) = false;
 
@@ -90,13 +90,12 @@ private:
     uint32_t height = 0;
     bool opened = false;
     bool keyWarned = false;
-    std::atomic<bool> stopWanted{false};
 
     StreamKeys keys;
     ControlClient control;
     StreamLink link;
     Reassembler reassembler;
-    std::thread decoding;
+    std::jthread decoding;
 };
 
 }  // namespace oru::stream

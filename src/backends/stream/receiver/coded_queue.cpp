@@ -7,7 +7,7 @@ namespace oru::stream {
 
 bool CodedQueue::push(CodedImage& image) {
     {
-        MutexLock lock(mutex);
+        const MutexLock lock(mutex);
         if (count == kCapacity) {
             return false;
         }
@@ -19,8 +19,8 @@ bool CodedQueue::push(CodedImage& image) {
 }
 
 bool CodedQueue::pop(CodedImage& image, int milliseconds) {
-    MutexLock lock(mutex);
-    const auto ready = [this]() ORU_NO_THREAD_SAFETY_ANALYSIS { return count > 0; };
+    const MutexLock lock(mutex);
+    const auto ready = [this]() ORU_REQUIRES(mutex) { return count > 0; };
     if (!pushed.wait_for(mutex, std::chrono::milliseconds(milliseconds), ready)) {
         return false;
     }
@@ -31,7 +31,7 @@ bool CodedQueue::pop(CodedImage& image, int milliseconds) {
 }
 
 std::size_t CodedQueue::size() const {
-    MutexLock lock(mutex);
+    const MutexLock lock(mutex);
     return count;
 }
 

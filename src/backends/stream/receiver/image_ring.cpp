@@ -10,7 +10,7 @@ void ImageRing::resize(std::size_t bytes) {
     for (Slot& slot : slots) {
         slot.pixels.resize(bytes);
     }
-    MutexLock lock(mutex);
+    const MutexLock lock(mutex);
     count = 0;
     writing = kNone;
     reading = kNone;
@@ -18,7 +18,7 @@ void ImageRing::resize(std::size_t bytes) {
 }
 
 void ImageRing::setPatience(uint64_t nanoseconds) {
-    MutexLock lock(mutex);
+    const MutexLock lock(mutex);
     patienceNs = nanoseconds;
 }
 
@@ -41,11 +41,11 @@ void ImageRing::giveUpAllButNewest() {
 }
 
 unsigned char* ImageRing::beginWrite() {
-    MutexLock lock(mutex);
+    const MutexLock lock(mutex);
     writing = kNone;
     const uint64_t now = clock.monotonicNanoseconds();
     if (count == kMaxWaiting && readNs != 0 && now - readNs < patienceNs) {
-        const auto room = [this]() ORU_NO_THREAD_SAFETY_ANALYSIS { return count < kMaxWaiting; };
+        const auto room = [this]() ORU_REQUIRES(mutex) { return count < kMaxWaiting; };
         taken.wait_for(mutex, std::chrono::nanoseconds(patienceNs - (now - readNs)), room);
     }
     if (count == kMaxWaiting) {
@@ -60,10 +60,10 @@ unsigned char* ImageRing::beginWrite() {
     return slots[slot].pixels.data();
 }
 
-void ImageRing::publish(const FrameFacts& facts) {
+void ImageRing::publish(const FrameInfo& info) {
     {
-        MutexLock lock(mutex);
-        slots[writing].facts = facts;
+        const MutexLock lock(mutex);
+        slots[writing].info = info;
         slots[writing].published_ns = clock.monotonicNanoseconds();
         waiting[count++] = writing;
         writing = kNone;
@@ -71,11 +71,11 @@ void ImageRing::publish(const FrameFacts& facts) {
     published.notify_one();
 }
 
-std::optional<FrameFacts> ImageRing::read(unsigned char* image, uint64_t wait_ns) {
+std::optional<FrameInfo> ImageRing::read(unsigned char* image, uint64_t wait_ns) {
     std::size_t slot = kNone;
     {
-        MutexLock lock(mutex);
-        const auto ready = [this]() ORU_NO_THREAD_SAFETY_ANALYSIS { return count > 0; };
+        const MutexLock lock(mutex);
+        const auto ready = [this]() ORU_REQUIRES(mutex) { return count > 0; };
         if (!published.wait_for(mutex, std::chrono::nanoseconds(wait_ns), ready)) {
             return std::nullopt;
         }
@@ -88,10 +88,10 @@ std::optional<FrameFacts> ImageRing::read(unsigned char* image, uint64_t wait_ns
     }
     taken.notify_one();
     std::memcpy(image, slots[slot].pixels.data(), slots[slot].pixels.size());
-    MutexLock lock(mutex);
+    const MutexLock lock(mutex);
     reading = kNone;
     ledger.delivered();
-    return slots[slot].facts;
+    return slots[slot].info;
 }
 
 }  // namespace oru::stream

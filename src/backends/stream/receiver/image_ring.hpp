@@ -16,7 +16,7 @@
 namespace oru::stream {
 
 /// A decoded frame without its pixels.
-struct FrameFacts {
+struct FrameInfo {
     uint64_t id = 0;
     Timestamp timestamp = 0;
     bool has_metadata = false;
@@ -44,16 +44,16 @@ public:
     /// image may wait; then the oldest one is given up.
     [[nodiscard]] unsigned char* beginWrite();
     /// The image begun last is complete.
-    void publish(const FrameFacts& facts);
+    void publish(const FrameInfo& info);
     /// Waits for an image and copies it to `image`.
-    [[nodiscard]] std::optional<FrameFacts> read(unsigned char* image, uint64_t wait_ns);
+    [[nodiscard]] std::optional<FrameInfo> read(unsigned char* image, uint64_t wait_ns);
 
 private:
     static constexpr std::size_t kNone = kSlots;
 
     struct Slot {
         std::vector<unsigned char> pixels;
-        FrameFacts facts;
+        FrameInfo info;
         uint64_t published_ns = 0;
     };
 

@@ -23,13 +23,13 @@ std::optional<uint64_t> RetransmitBuffer::after(Timestamp time) const {
 }
 
 RetransmitBuffer::Packets RetransmitBuffer::packetsBefore(const StreamBlock& block, uint64_t first) {
-    FrameRecord facts;
-    facts.session = block.session;
-    facts.frame_id = block.frame_before;
+    FrameRecord header;
+    header.session = block.session;
+    header.frame_id = block.frame_before;
     const auto missed = run(first, firstOf(block));
     record.clear();
     packets.clear();
-    const std::size_t written = writeFrameRecord(record, facts, missed.data(), missed.size());
+    const std::size_t written = writeFrameRecord(record, header, missed.data(), missed.size());
     writeDataPackets(packets, {record, block.pts, block.data_counter});
     return {packets, first + written};
 }

@@ -5,7 +5,7 @@
 namespace oru::stream {
 
 bool SampleQueue::push(const IMUPacket& packet) {
-    MutexLock lock(mutex);
+    const MutexLock lock(mutex);
     if (packets.size() >= kCapacity) {
         return false;
     }
@@ -14,7 +14,7 @@ bool SampleQueue::push(const IMUPacket& packet) {
 }
 
 void SampleQueue::drainTo(std::vector<IMUPacket>& target) {
-    MutexLock lock(mutex);
+    const MutexLock lock(mutex);
     const std::size_t room = kCapacity - std::min(kCapacity, target.size());
     const auto end = packets.begin() + static_cast<std::ptrdiff_t>(std::min(room, packets.size()));
     target.insert(target.end(), packets.begin(), end);

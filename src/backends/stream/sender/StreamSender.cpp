@@ -10,7 +10,7 @@
 namespace oru::stream {
 namespace {
 
-constexpr uint64_t kMillisecond = 1000000;
+constexpr uint64_t kMillisecond = 1'000'000;
 constexpr int kSilenceMs = 50;
 constexpr uint64_t kSamplesEveryNs = 200 * kMillisecond;
 constexpr uint64_t kDescribeAfterNs = 500 * kMillisecond;
@@ -45,9 +45,7 @@ StreamSender::~StreamSender() {
 
 void StreamSender::close() {
     running.store(false, std::memory_order_release);
-    if (encoding.joinable()) {
-        encoding.join();
-    }
+    encoding = {};  // ends and joins it
     if (subscribers) {
         subscribers->close();
         controls.reset();
@@ -71,15 +69,15 @@ int StreamSender::open(UDPOutConfig configuration) {
     }
     settings = configuration;
     const uint64_t session = drawSession();
-    facts = std::make_unique<CameraDescriber>(configuration, session,
-                                              calibration.text(static_cast<int>(configuration.serial_number)));
+    describer = std::make_unique<CameraDescriber>(configuration, session,
+                                                  calibration.text(static_cast<int>(configuration.serial_number)));
     if (!keys->control.empty()) {
-        controls = std::make_unique<ControlServer>(clock, keys->control, [this] { facts->expire(); });
+        controls = std::make_unique<ControlServer>(clock, keys->control, [this] { describer->expire(); });
     }
     subscribers = std::make_unique<Subscribers>(clock, *keys, [this](SrtSocket&& socket, const std::string& address) {
         controls->adopt(std::move(socket), address);
     });
-    transmitter = std::make_unique<FrameTransmitter>(*subscribers, *facts, samples, session);
+    transmitter = std::make_unique<FrameTransmitter>(*subscribers, *describer, samples, session);
     bitrateControl = std::make_unique<BitrateControl>(configuration.bitrate);
     if (!frameQueue.allocate(configuration.width, configuration.height)) {
         return kNoMemory;
@@ -89,7 +87,7 @@ int StreamSender::open(UDPOutConfig configuration) {
         return kNoEncoder;
     }
     {
-        MutexLock lock(pacingMutex);
+        const MutexLock lock(pacingMutex);
         decimator = FrameDecimator(configuration.fps);
         pacer = LoadPacer(configuration.fps);
     }
@@ -102,13 +100,13 @@ int StreamSender::open(UDPOutConfig configuration) {
             controls ? "with the control key" : "from outside refused");
     bitrateNow.store(configuration.bitrate, std::memory_order_relaxed);
     running.store(true, std::memory_order_release);
-    encoding = std::thread([this] { encodeLoop(); });
+    encoding = std::jthread([this](const std::stop_token& stop) { encodeLoop(stop); });
     return 0;
 }
 
 void StreamSender::setGrabber(LiveCameraGrabber* grabber) {
-    if (facts) {
-        facts->setGrabber(grabber);
+    if (describer) {
+        describer->setGrabber(grabber);
     }
     if (controls) {
         controls->setGrabber(grabber);
@@ -116,7 +114,7 @@ void StreamSender::setGrabber(LiveCameraGrabber* grabber) {
 }
 
 bool StreamSender::admit(Timestamp time) {
-    MutexLock lock(pacingMutex);
+    const MutexLock lock(pacingMutex);
     if (!decimator.take(time)) {
         return false;
     }
@@ -136,7 +134,7 @@ void StreamSender::asyncingestYUVFrame(unsigned char* pixels, Timestamp time, rl
     OutgoingFrame* frame = frameQueue.reserve();
     if (frame == nullptr) {
         noteSkippedFrame();
-        MutexLock lock(pacingMutex);
+        const MutexLock lock(pacingMutex);
         pacer.noteOverflow();
         return;
     }
@@ -148,7 +146,7 @@ void StreamSender::asyncingestYUVFrame(unsigned char* pixels, Timestamp time, rl
     if (frame->filled) {
         packedToPlanar(pixels, *frame->image);
     }
-    facts->noticeMetadata(metadata);
+    describer->noticeMetadata(metadata);
     ledger.delivered();
     frameQueue.commit();
     copying.store(false, std::memory_order_release);
@@ -188,25 +186,25 @@ void StreamSender::ingestIMU(IMUPacket packet) {
     if (!carriesImu()) {
         return;
     }
-    facts->noticeSample();
+    describer->noticeSample();
     if (!samples.push(packet) && samplesLost.fetch_add(1, std::memory_order_relaxed) == 0) {
         ORU_LOG(Warning, "{} inertial samples come faster than they can be sent", kTagStreaming);
     }
 }
 
 int64_t StreamSender::ticks() const {
-    constexpr uint64_t kNanosecondsPer9Ticks = 100000;
+    constexpr uint64_t kNanosecondsPer9Ticks = 100'000;
     return static_cast<int64_t>((clock.monotonicNanoseconds() - startedNs) * 9 / kNanosecondsPer9Ticks) + 1;
 }
 
 bool StreamSender::keyFrameDue(uint64_t now) {
-    const bool wanted = subscribers->takeKeyFrameWish() || forceKey;
+    const bool wanted = subscribers->takeKeyFrameRequest() || forceKey;
     forceKey = wanted && now - keyFrameNs < kKeyFrameEveryNs;
     return wanted && !forceKey;
 }
 
-void StreamSender::encodeLoop() {
-    while (isRunning()) {
+void StreamSender::encodeLoop(const std::stop_token& stop) {
+    while (!stop.stop_requested()) {
         const OutgoingFrame* frame = frameQueue.take(kSilenceMs);
         if (frame == nullptr) {
             handleSilence();
@@ -227,7 +225,7 @@ void StreamSender::handleFrame(const OutgoingFrame& frame) {
     if (subscribers->empty() || !frame.filled) {
         return;
     }
-    facts->refresh(begin);
+    describer->refresh(begin);
     const bool key = keyFrameDue(begin);
     if (key) {
         keyFrameNs = begin;
@@ -240,7 +238,7 @@ void StreamSender::handleFrame(const OutgoingFrame& frame) {
     }
     sentNs = clock.monotonicNanoseconds();
     adaptBitrate(sentNs);
-    MutexLock lock(pacingMutex);
+    const MutexLock lock(pacingMutex);
     if (pacer.measured(sentNs - begin)) {
         ORU_LOG(Warning, "{} {} is too slow here for every frame: frames are skipped evenly", kTagStreaming,
                 transmitter->encoderName());
@@ -253,11 +251,11 @@ void StreamSender::handleSilence() {
         transmitter->setSamplesAside();
         return;
     }
-    const bool describe = subscribers->descriptionOverdue(facts->complete() ? 0 : kDescribeAfterNs);
+    const bool describe = subscribers->descriptionOverdue(describer->complete() ? 0 : kDescribeAfterNs);
     if (!describe && now - sentNs < kSamplesEveryNs) {
         return;
     }
-    facts->refresh(now);
+    describer->refresh(now);
     lastTicks = std::max(lastTicks + 1, ticks());
     transmitter->sendSamples(lastTicks, nextId.load(std::memory_order_relaxed), describe);
     sentNs = now;

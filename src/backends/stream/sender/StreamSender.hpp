@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <stop_token>
 #include <thread>
 
 #include "backends/stream/control/ControlServer.hpp"
@@ -44,7 +45,7 @@ public:
 private:
     void close();
     [[nodiscard]] bool admit(Timestamp time);
-    void encodeLoop();
+    void encodeLoop(const std::stop_token& stop);
     void handleFrame(const OutgoingFrame& frame);
     void handleSilence();
     void adaptBitrate(uint64_t now);
@@ -59,11 +60,11 @@ private:
     std::atomic<bool> copying{false};
     FrameLedger ledger;
     FrameQueue frameQueue;
-    std::unique_ptr<CameraDescriber> facts;
+    std::unique_ptr<CameraDescriber> describer;
     std::unique_ptr<ControlServer> controls;  // null: nobody outside may control; outlives the subscribers
     std::unique_ptr<Subscribers> subscribers;
     std::unique_ptr<FrameTransmitter> transmitter;
-    std::thread encoding;
+    std::jthread encoding;
 
     Mutex pacingMutex;
     FrameDecimator decimator ORU_GUARDED_BY(pacingMutex){0};

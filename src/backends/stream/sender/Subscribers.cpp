@@ -114,7 +114,7 @@ void Subscribers::admitReceiver(SrtSocket&& socket, const std::string& address) 
     poll.watch(socket.get(), SRT_EPOLL_IN | SRT_EPOLL_ERR);
     subscribers.emplace_back(std::move(socket), address, newestSample, now);
     count.store(subscribers.size(), std::memory_order_release);
-    wishKeyFrame();
+    requestKeyFrame();
 }
 
 bool Subscribers::makeRoom(uint64_t now) {
@@ -139,7 +139,7 @@ void Subscribers::hearRequests(SRTSOCKET socket) {
     }
     const Subscriber::Requests requests = subscriber->takeRequests(clock.monotonicNanoseconds());
     if (requests.key_frame) {
-        wishKeyFrame();
+        requestKeyFrame();
     }
     if (!requests.too_many) {
         return;
@@ -155,7 +155,7 @@ void Subscribers::watchReceivers() {
     for (Subscriber& subscriber : subscribers) {
         subscriber.watch(now);
         if (subscriber.isReadyForKeyFrame()) {
-            wishKeyFrame();
+            requestKeyFrame();
         }
     }
 }

@@ -50,7 +50,7 @@ public:
     void keepSamples(std::span<const IMUPacket> packets);
     [[nodiscard]] bool empty() const { return count.load(std::memory_order_acquire) == 0; }
     /// A receiver needs a key frame; asked once for each need.
-    [[nodiscard]] bool takeKeyFrameWish() { return keyFrameWanted.exchange(false, std::memory_order_acq_rel); }
+    [[nodiscard]] bool takeKeyFrameRequest() { return keyFrameWanted.exchange(false, std::memory_order_acq_rel); }
     /// Some receiver has waited this long without a description.
     [[nodiscard]] bool descriptionOverdue(uint64_t nanoseconds);
     [[nodiscard]] State state();
@@ -65,7 +65,7 @@ private:
     void watchReceivers() ORU_REQUIRES(mutex);
     void dropFailed() ORU_REQUIRES(mutex);
     [[nodiscard]] bool makeRoom(uint64_t now) ORU_REQUIRES(mutex);
-    void wishKeyFrame() { keyFrameWanted.store(true, std::memory_order_release); }
+    void requestKeyFrame() { keyFrameWanted.store(true, std::memory_order_release); }
 
     SrtLibrary library;
     Clock& clock;

@@ -10,7 +10,7 @@ namespace {
 
 constexpr uint8_t kVersionPlain = 4;
 constexpr uint8_t kVersionWithImu = 5;
-constexpr uint64_t kRefreshNs = 1000000000;
+constexpr uint64_t kRefreshNs = 1'000'000'000;
 
 bool isPairControl(int control) {
     return control >= RANGE_SETTING_16 && control <= RANGE_SETTING_18;
@@ -64,7 +64,7 @@ void CameraDescriber::setGrabber(LiveCameraGrabber* grabber) {
     // A camera that plays a file or relays a stream has a grabber too, without a device behind it.
     const bool live = grabber != nullptr && grabber->getEffectiveWidth() > 0;
     const bool imu = live && grabber->hasMCU() && grabber->getMCU() != nullptr;
-    MutexLock lock(mutex);
+    const MutexLock lock(mutex);
     liveGrabber = grabber;
     hasDevice = live;
     liveImu = imu;
@@ -73,7 +73,7 @@ void CameraDescriber::setGrabber(LiveCameraGrabber* grabber) {
 
 void CameraDescriber::noticeMetadata(const rlxrw::rlxSampleMetadata& metadata) {
     const bool present = rlxrw::hasSample(metadata);
-    MutexLock lock(mutex);
+    const MutexLock lock(mutex);
     framesSeen = true;
     if (!withImu || liveImu || !present) {
         return;
@@ -85,17 +85,17 @@ void CameraDescriber::noticeMetadata(const rlxrw::rlxSampleMetadata& metadata) {
 }
 
 void CameraDescriber::noticeSample() {
-    MutexLock lock(mutex);
+    const MutexLock lock(mutex);
     record.camera.has_imu = withImu;
 }
 
 bool CameraDescriber::complete() const {
-    MutexLock lock(mutex);
+    const MutexLock lock(mutex);
     return framesSeen || hasDevice;
 }
 
 void CameraDescriber::expire() {
-    MutexLock lock(mutex);
+    const MutexLock lock(mutex);
     refreshedNs = 0;
 }
 
@@ -103,7 +103,7 @@ void CameraDescriber::refresh(uint64_t now_ns) {
     LiveCameraGrabber* grabber = nullptr;
     bool imu = false;
     {
-        MutexLock lock(mutex);
+        const MutexLock lock(mutex);
         if (!hasDevice || (refreshedNs != 0 && now_ns - refreshedNs < kRefreshNs)) {
             return;
         }
@@ -116,7 +116,7 @@ void CameraDescriber::refresh(uint64_t now_ns) {
     Rect region;
     const bool regionKnown = grabber->getROIforAECAGC(0, region) == 0;
     const StreamImuPose pose = imu ? poseOf(grabber->getMCU()->getIMUCameraTransform()) : StreamImuPose{};
-    MutexLock lock(mutex);
+    const MutexLock lock(mutex);
     record.controls = std::move(controls);
     record.region = region;
     record.region_known = regionKnown;

@@ -29,7 +29,7 @@ public:
     /// Hands the present description to `use`, under the lock.
     template <class Use>
     void withDescription(Use&& use) const {
-        MutexLock lock(mutex);
+        const MutexLock lock(mutex);
         use(record);
     }
 

@@ -7,7 +7,7 @@
 namespace oru::stream {
 
 bool FrameQueue::allocate(uint32_t width, uint32_t height) {
-    MutexLock lock(mutex);
+    const MutexLock lock(mutex);
     first = 0;
     count = 0;
     for (OutgoingFrame& frame : frames) {
@@ -20,7 +20,7 @@ bool FrameQueue::allocate(uint32_t width, uint32_t height) {
 }
 
 OutgoingFrame* FrameQueue::reserve() {
-    MutexLock lock(mutex);
+    const MutexLock lock(mutex);
     if (count + 1 >= kSlots) {
         return nullptr;
     }
@@ -31,21 +31,21 @@ OutgoingFrame* FrameQueue::reserve() {
 
 void FrameQueue::commit() {
     {
-        MutexLock lock(mutex);
+        const MutexLock lock(mutex);
         ++count;
     }
     changed.notify_all();
 }
 
 OutgoingFrame* FrameQueue::take(int milliseconds) {
-    MutexLock lock(mutex);
-    const auto ready = [this]() ORU_NO_THREAD_SAFETY_ANALYSIS { return count > 0; };
+    const MutexLock lock(mutex);
+    const auto ready = [this]() ORU_REQUIRES(mutex) { return count > 0; };
     return changed.wait_for(mutex, std::chrono::milliseconds(milliseconds), ready) ? &frames[first] : nullptr;
 }
 
 void FrameQueue::release() {
     {
-        MutexLock lock(mutex);
+        const MutexLock lock(mutex);
         first = (first + 1) % kSlots;
         --count;
     }
@@ -53,8 +53,8 @@ void FrameQueue::release() {
 }
 
 void FrameQueue::waitForRoom(int milliseconds) {
-    MutexLock lock(mutex);
-    const auto room = [this]() ORU_NO_THREAD_SAFETY_ANALYSIS { return count + 1 < kSlots; };
+    const MutexLock lock(mutex);
+    const auto room = [this]() ORU_REQUIRES(mutex) { return count + 1 < kSlots; };
     changed.wait_for(mutex, std::chrono::milliseconds(milliseconds), room);
 }
 

@@ -29,7 +29,7 @@ public:
     static constexpr std::size_t kSlots = 6;
 
     [[nodiscard]] bool allocate(uint32_t width, uint32_t height);
-    /// A buffer to fill, or null: every one is in use. It stays the caller's until commit or cancel.
+    /// A buffer to fill, or null: every one is in use. It stays the caller's until commit.
     [[nodiscard]] OutgoingFrame* reserve();
     void commit();
     /// The oldest frame, or null after the wait. It stays the caller's until release.

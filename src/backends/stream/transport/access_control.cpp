@@ -65,8 +65,8 @@ int AccessControl::onCall(void* self, SRTSOCKET socket, int handshakeVersion, co
 }
 
 bool AccessControl::admit(Caller caller, int handshakeVersion) {
-    MutexLock lock(mutex);
-    if (callers.size() >= kMaxCallers || !gate.admit(caller.address.sin_addr.s_addr, clock.monotonicNanoseconds())) {
+    const MutexLock lock(mutex);
+    if (callers.size() >= kMaxCallers || !limiter.admit(caller.address.sin_addr.s_addr, clock.monotonicNanoseconds())) {
         return refuse(caller, Reason::TOO_MANY, SRT_REJX_OVERLOAD);
     }
     // The old handshake exchanges keys only after the connection stands.
@@ -101,7 +101,7 @@ bool AccessControl::refuse(const Caller& caller, Reason reason, int code) {
 }
 
 std::optional<AccessControl::Purpose> AccessControl::accepted(SRTSOCKET socket) {
-    MutexLock lock(mutex);
+    const MutexLock lock(mutex);
     const auto found = std::find_if(callers.begin(), callers.end(),
                                     [socket](const Caller& caller) { return caller.socket == socket; });
     if (found == callers.end()) {
@@ -114,7 +114,7 @@ std::optional<AccessControl::Purpose> AccessControl::accepted(SRTSOCKET socket) 
 
 /// A caller that was let in and is gone before it was accepted failed at the key.
 void AccessControl::noteFailedKeys() {
-    std::erase_if(callers, [this](const Caller& caller) ORU_NO_THREAD_SAFETY_ANALYSIS {
+    std::erase_if(callers, [this](const Caller& caller) ORU_REQUIRES(mutex) {
         const SRT_SOCKSTATUS state = srt_getsockstate(caller.socket);
         const bool gone = state >= SRTS_BROKEN;
         if (gone && refusals.size() < kMaxRefusals) {
@@ -128,7 +128,7 @@ void AccessControl::report() {
     std::vector<Refusal> seen;
     uint64_t more = 0;
     {
-        MutexLock lock(mutex);
+        const MutexLock lock(mutex);
         noteFailedKeys();
         std::swap(seen, refusals);
     }
@@ -140,7 +140,7 @@ void AccessControl::report() {
             ++more;
         }
     }
-    MutexLock lock(mutex);
+    const MutexLock lock(mutex);
     unreported += more;
     if (unreported > 0 && summaries.take(now)) {
         ORU_LOG(Warning, "{} {} more attempts to connect were refused", kTagStreaming, unreported);

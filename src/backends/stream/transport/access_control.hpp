@@ -17,7 +17,7 @@ namespace oru::stream {
 
 /// Decides who may connect to a sender and with which key: whoever asks for control needs the control key, everybody
 /// else the viewing key, if there is one. Works before the transport library has spent a key derivation on a caller.
-/// Threads: the transport library's own calls it back; accepted and report from the subscribers's thread.
+/// Threads: the transport library's own calls it back; accepted and report from the subscribers' thread.
 class AccessControl {
 public:
     enum class Purpose { VIEWING, CONTROL };
@@ -26,7 +26,7 @@ public:
 
     /// From here on every caller of this listener is asked; the access control outlives the listener.
     void guard(SRTSOCKET listener);
-    /// What a connection is for. Nothing: it did not come past the door.
+    /// What a connection is for. Nothing: it was not admitted.
     [[nodiscard]] std::optional<Purpose> accepted(SRTSOCKET socket);
     /// Writes who was refused to the log, a few lines at most. Call it some times a second.
     void report();
@@ -54,11 +54,11 @@ private:
     Clock& clock;
     const StreamKeys keys;
     Mutex mutex;
-    ConnectionLimiter gate ORU_GUARDED_BY(mutex);
+    ConnectionLimiter limiter ORU_GUARDED_BY(mutex);
     std::vector<Caller> callers ORU_GUARDED_BY(mutex);  ///< admitted, not accepted yet
     std::vector<Refusal> refusals ORU_GUARDED_BY(mutex);
     uint64_t unreported ORU_GUARDED_BY(mutex) = 0;
-    TokenBucket lines{8, 1};  // of the subscribers's thread, as the next
+    TokenBucket lines{8, 1};  // of the subscribers' thread, as the next
     TokenBucket summaries{1, 0.2};
 };
 

@@ -15,13 +15,13 @@ public:
     void delivered(uint64_t frames = 1) { book(&FrameCounters::delivered, frames); }
     void lost(Cause cause, uint64_t frames = 1) { book(cause, frames); }
     [[nodiscard]] FrameCounters counters() const {
-        MutexLock lock(mutex);
+        const MutexLock lock(mutex);
         return booked;
     }
 
 private:
     void book(Cause field, uint64_t frames) {
-        MutexLock lock(mutex);
+        const MutexLock lock(mutex);
         booked.produced += frames;
         booked.*field += frames;
     }
