@@ -8,7 +8,6 @@
 
 #include "backends/rlx/container/container.hpp"
 #include "backends/rlx/container/ebml.hpp"
-#include "backends/rlx/file/nal_units.hpp"
 #include "backends/rlx/recording_fixture.hpp"
 #include "backends/rlx/records/crc32c.hpp"
 #include "doubles/golden_sample.hpp"
@@ -228,18 +227,6 @@ TEST(Indexes, ComeBackExactlyAndRefuseAnotherRecording) {
     EXPECT_EQ(read->at(31).key, false);
     EXPECT_FALSE(readIndex(payload, 6).has_value());
     EXPECT_FALSE(readIndex(payload.first(payload.size() - 1), 5).has_value());
-}
-
-TEST(ByteStreams, SplitAtBothStartCodesAndComeOutLengthPrefixed) {
-    const Bytes stream{0, 0, 0, 1, 0x67, 1, 2, 0, 0, 1, 0x68, 3, 0, 0, 0, 1, 0x65, 4, 5};
-    std::vector<ByteView> scratch;
-    Bytes out;
-
-    putLengthPrefixed(stream, scratch, out);
-
-    EXPECT_EQ(out, (Bytes{0, 0, 0, 3, 0x67, 1, 2, 0, 0, 0, 2, 0x68, 3, 0, 0, 0, 3, 0x65, 4, 5}));
-    EXPECT_FALSE(avcConfiguration(Bytes{0, 0, 1, 0x68, 3}).has_value()) << "without a sequence parameter set";
-    EXPECT_FALSE(hevcConfiguration(stream).has_value());
 }
 
 }  // namespace oru::rlx

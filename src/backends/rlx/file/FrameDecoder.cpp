@@ -54,7 +54,7 @@ void FrameDecoder::step(int index, DecodedFrame* out) {
         out->pixels.resize(imageBytes);
         pixels = out->pixels.data();
     }
-    const bool decoded = imageDecoder->decode(stored.image, pixels) == DecodeResult::PICTURE;
+    const bool decoded = imageDecoder->decode(stored.image, pixels);
     chainWhole = decoded;
     nextNumber = stored.frame.number + 1;
     if (out != nullptr) {

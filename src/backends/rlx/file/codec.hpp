@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <string>
 
 #include "collaborators/RLXVideo.hpp"
 #include "utils/bytes.hpp"
@@ -27,7 +26,6 @@ public:
 
     /// What the track's CodecPrivate holds; complete from the start.
     [[nodiscard]] virtual const Bytes& codecPrivate() const = 0;
-    [[nodiscard]] virtual const std::string& name() const = 0;
     /// False when the encoder failed or the sink stopped it.
     [[nodiscard]] virtual bool encode(const unsigned char* yuyv, uint64_t number, const CodedSink& sink) = 0;
     /// Hands out what is still inside.
@@ -38,26 +36,20 @@ public:
 /// mode or size is none that can be coded. RLX_RAW has its own, which hands the image through.
 [[nodiscard]] std::unique_ptr<ImageEncoder> makeEncoder(const rlxrw::RlxRecordingHeader& header);
 
-enum class DecodeResult {
-    PICTURE,
-    NOTHING,  ///< accepted, no image yet
-    FAILED,
-};
-
-/// Decodes stored images to YUYV. After FAILED or a gap, reset() and begin with a key image. Threads: one at a
+/// Decodes stored images to YUYV. After a failure or a gap, reset() and begin with a key image. Threads: one at a
 /// time.
 class ImageDecoder {
 public:
     virtual ~ImageDecoder() = default;
 
-    /// Nothing is written to `yuyv` (width * height * 2 bytes) unless PICTURE; null decodes without writing.
-    [[nodiscard]] virtual DecodeResult decode(ByteView stored, unsigned char* yuyv) = 0;
+    /// Fills `yuyv` (width * height * 2 bytes); null decodes without writing. False: nothing is written, the decoder
+    /// refuses the image.
+    [[nodiscard]] virtual bool decode(ByteView stored, unsigned char* yuyv) = 0;
     virtual void reset() = 0;
 };
 
 /// Null when this machine cannot decode the recording's compression.
-[[nodiscard]] std::unique_ptr<ImageDecoder> makeDecoder(const rlxrw::RlxRecordingHeader& header,
-                                                        const Bytes& codecPrivate);
+[[nodiscard]] std::unique_ptr<ImageDecoder> makeDecoder(const rlxrw::RlxRecordingHeader& header, ByteView codecPrivate);
 
 /// Whether every image is coded by itself.
 [[nodiscard]] bool isIntraOnly(RLX_COMPRESSION_MODE mode);

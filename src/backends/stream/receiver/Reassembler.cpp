@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "backends/stream/receiver/VideoDecoder.hpp"
+#include "coding/VideoDecoder.hpp"
 
 namespace oru::stream {
 namespace {
@@ -109,8 +109,8 @@ void Reassembler::onFrameRecord(const FrameRecord& record, const std::vector<IMU
 
 void Reassembler::queueImage(const FrameRecord& record) {
     std::swap(next.bytes, video.payload);
-    next.bytes.resize(next.bytes.size() + VideoDecoder::kPadding);
-    next.padding = VideoDecoder::kPadding;
+    next.bytes.resize(next.bytes.size() + coding::VideoDecoder::kPaddingBytes);
+    next.padding = coding::VideoDecoder::kPaddingBytes;
     next.codec = demuxer.videoCodec();
     next.record = record;
     if (!queue.push(next)) {

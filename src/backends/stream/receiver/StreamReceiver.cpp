@@ -7,7 +7,7 @@
 
 #include "backends/stream/control/reject_reason.hpp"
 #include "backends/stream/transport/resolver.hpp"
-#include "backends/stream/wire/image_format.hpp"
+#include "coding/image_format.hpp"
 #include "logging/log.hpp"
 #include "logging/messages.hpp"
 
@@ -214,7 +214,7 @@ void StreamReceiver::lose(FrameLedger::Cause cause) {
 }
 
 bool StreamReceiver::prepareDecoder(VideoCodec codec) {
-    return decoder.codec() == codec || decoder.open(codec, width, height);
+    return decoder.codec() == codec || decoder.open({codec, coding::CodecUse::STREAMING, width, height, {}});
 }
 
 void StreamReceiver::decodeImage(CodedImage& image) {
@@ -226,7 +226,7 @@ void StreamReceiver::decodeImage(CodedImage& image) {
     uint8_t* coded = image.bytes.data() + image.bytes.size() - image.padding - record.image_bytes;
     const AVFrame* decoded = nullptr;
     if (prepareDecoder(image.codec)) {
-        decoded = decoder.decode(coded, record.image_bytes, static_cast<int64_t>(record.frame_id));
+        decoded = decoder.decode(coded, record.image_bytes);
     }
     if (decoded == nullptr) {
         decoder.close();
@@ -238,7 +238,7 @@ void StreamReceiver::decodeImage(CodedImage& image) {
         ledger.lost(&FrameCounters::overwritten);
         return;
     }
-    planarToPacked(*decoded, images.beginWrite());
+    coding::planarToPacked(*decoded, images.beginWrite());
     images.publish({record.frame_id, record.timestamp_ns, record.has_metadata, record.metadata});
 }
 

@@ -12,11 +12,11 @@
 #include "backends/stream/receiver/ImuStore.hpp"
 #include "backends/stream/receiver/Reassembler.hpp"
 #include "backends/stream/receiver/StreamLink.hpp"
-#include "backends/stream/receiver/VideoDecoder.hpp"
 #include "backends/stream/receiver/coded_queue.hpp"
 #include "backends/stream/receiver/image_ring.hpp"
 #include "backends/stream/transport/stream_keys.hpp"
 #include "backends/stream/wire/FrameLedger.hpp"
+#include "coding/VideoDecoder.hpp"
 #include "collaborators/CalibrationSource.hpp"
 #include "collaborators/UDPInput.hpp"
 #include "utils/Clock.hpp"
@@ -84,7 +84,7 @@ private:
     bool haveDescription ORU_GUARDED_BY(mutex) = false;
     bool sizeWarned ORU_GUARDED_BY(mutex) = false;
 
-    VideoDecoder decoder;  // of the decoding thread
+    coding::VideoDecoder decoder;  // of the decoding thread
     bool needsKey = true;
     uint32_t width = 0;
     uint32_t height = 0;

@@ -5,34 +5,51 @@
 #include "collaborators/frame_metadata.hpp"
 
 namespace oru::stream {
+namespace {
+
+constexpr int kTicksPerSecond = 90'000;
+constexpr int kFallbackFps = 30;
+
+}  // namespace
 
 FrameTransmitter::FrameTransmitter(Subscribers& receivers, CameraDescriber& cameraDescriber, SampleQueue& sampleQueue,
                                    uint64_t sessionNumber)
     : subscribers(receivers), describer(cameraDescriber), queue(sampleQueue), session(sessionNumber) {}
 
 bool FrameTransmitter::open(const UDPOutConfig& configuration) {
+    settings.use = coding::CodecUse::STREAMING;
     settings.codec = configuration.codec == DENSE_CODEC ? VideoCodec::H265 : VideoCodec::H264;
     settings.width = configuration.width;
     settings.height = configuration.height;
-    settings.fps = configuration.fps;
+    settings.fps = configuration.fps > 0 ? configuration.fps : kFallbackFps;
+    settings.ticks_per_second = kTicksPerSecond;
     settings.bitrate = configuration.bitrate;
-    settings.gop_size = configuration.gop_size;
+    settings.gop_size = configuration.gop_size > 0 ? configuration.gop_size : 2 * kFallbackFps;
     recordBytes.reserve(kMaxFrameRecordBytes);
     writer.open(settings.codec);
-    return encoder.open(settings);
+    return openEncoder();
 }
 
-bool FrameTransmitter::sendFrame(const OutgoingFrame& frame, bool key_frame, uint64_t skipped) {
-    pending[nextPending++ % kPending] = {frame.image->pts, frame.id, frame.timestamp, frame.metadata};
-    const auto output = [&](const VideoEncoder::Coded& coded) { transmit(coded, skipped); };
-    if (encoder.encode(*frame.image, key_frame, output)) {
+bool FrameTransmitter::openEncoder() {
+    return std::ranges::any_of(coding::encoders(), [this](const coding::Encoder& candidate) {
+        return coding::serves(candidate, settings.codec, settings.use) && encoder.open(candidate, settings);
+    });
+}
+
+bool FrameTransmitter::sendFrame(const OutgoingFrame& frame, int64_t pts, bool key_frame, uint64_t skipped) {
+    pending[nextPending++ % kPending] = {pts, frame.id, frame.timestamp, frame.metadata};
+    const auto output = [&](const coding::VideoEncoder::Coded& coded) {
+        transmit(coded, skipped);
+        return true;
+    };
+    if (encoder.encode(*frame.image, pts, key_frame, output)) {
         return true;
     }
-    (void)encoder.open(settings);
+    (void)openEncoder();
     return false;
 }
 
-void FrameTransmitter::transmit(const VideoEncoder::Coded& coded, uint64_t skipped) {
+void FrameTransmitter::transmit(const coding::VideoEncoder::Coded& coded, uint64_t skipped) {
     const auto found =
         std::find_if(pending.begin(), pending.end(), [&](const PendingFrame& frame) { return frame.pts == coded.pts; });
     if (found == pending.end()) {

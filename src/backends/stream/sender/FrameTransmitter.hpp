@@ -9,9 +9,9 @@
 #include "backends/stream/sender/Subscribers.hpp"
 #include "backends/stream/sender/camera_description.hpp"
 #include "backends/stream/sender/frame_queue.hpp"
-#include "backends/stream/sender/video_encoder.hpp"
 #include "backends/stream/wire/TsWriter.hpp"
 #include "backends/stream/wire/records.hpp"
+#include "coding/VideoEncoder.hpp"
 #include "collaborators/UDPOutput.hpp"
 
 namespace oru::stream {
@@ -27,7 +27,7 @@ public:
     [[nodiscard]] bool open(const UDPOutConfig& configuration);
     /// Sends one frame, with the samples that have come until it is encoded.
     /// False: the encoder failed; it starts anew with the next frame.
-    [[nodiscard]] bool sendFrame(const OutgoingFrame& frame, bool key_frame, uint64_t skipped);
+    [[nodiscard]] bool sendFrame(const OutgoingFrame& frame, int64_t pts, bool key_frame, uint64_t skipped);
     /// Sends samples without a frame, so that receivers know that the sender lives, and a description if asked to.
     void sendSamples(int64_t pts, uint64_t last_id, bool describe);
     /// Nobody listens: what waits is only for a receiver that comes back.
@@ -45,7 +45,8 @@ private:
         rlxrw::rlxSampleMetadata metadata{};
     };
 
-    void transmit(const VideoEncoder::Coded& coded, uint64_t skipped);
+    [[nodiscard]] bool openEncoder();
+    void transmit(const coding::VideoEncoder::Coded& coded, uint64_t skipped);
     void writeDescriptionPacket();
     /// Writes the record with as many of the samples that wait as fit; how many.
     [[nodiscard]] std::size_t writeRecordPacket(const FrameRecord& record);
@@ -56,8 +57,8 @@ private:
     CameraDescriber& describer;
     SampleQueue& queue;
     uint64_t session;
-    VideoEncoder encoder;
-    VideoEncoder::Settings settings;
+    coding::VideoEncoder encoder;
+    coding::VideoEncoder::Settings settings;
     TsWriter writer;
     std::vector<uint8_t> recordBytes;
     std::vector<IMUPacket> samples;

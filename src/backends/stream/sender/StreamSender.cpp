@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <random>
 
-#include "backends/stream/wire/image_format.hpp"
+#include "coding/image_format.hpp"
 #include "logging/log.hpp"
 #include "logging/messages.hpp"
 
@@ -144,7 +144,7 @@ void StreamSender::asyncingestYUVFrame(unsigned char* pixels, Timestamp time, rl
     frame->metadata = metadata;
     frame->filled = !subscribers->empty();
     if (frame->filled) {
-        packedToPlanar(pixels, *frame->image);
+        coding::packedToPlanar(pixels, *frame->image);
     }
     describer->noticeMetadata(metadata);
     ledger.delivered();
@@ -218,7 +218,6 @@ void StreamSender::encodeLoop(const std::stop_token& stop) {
 void StreamSender::handleFrame(const OutgoingFrame& frame) {
     const uint64_t begin = clock.monotonicNanoseconds();
     lastTicks = std::max(lastTicks + 1, ticks());
-    frame.image->pts = lastTicks;
     if (subscribers->empty()) {
         transmitter->setSamplesAside();
     }
@@ -230,7 +229,7 @@ void StreamSender::handleFrame(const OutgoingFrame& frame) {
     if (key) {
         keyFrameNs = begin;
     }
-    if (transmitter->sendFrame(frame, key, skipped.load(std::memory_order_relaxed))) {
+    if (transmitter->sendFrame(frame, lastTicks, key, skipped.load(std::memory_order_relaxed))) {
         sent.fetch_add(1, std::memory_order_relaxed);
     } else {
         ORU_LOG(Warning, "{} the encoder {} failed and starts again", kTagStreaming, transmitter->encoderName());

@@ -2,7 +2,7 @@
 
 #include <chrono>
 
-#include "backends/stream/sender/video_encoder.hpp"
+#include "coding/image_format.hpp"
 
 namespace oru::stream {
 
@@ -11,7 +11,8 @@ bool FrameQueue::allocate(uint32_t width, uint32_t height) {
     first = 0;
     count = 0;
     for (OutgoingFrame& frame : frames) {
-        frame.image = makeImage(width, height);
+        // H.264 and H.265 take the same format.
+        frame.image = coding::makeImage(coding::VideoCodec::H264, width, height);
         if (!frame.image) {
             return false;
         }
@@ -26,7 +27,7 @@ OutgoingFrame* FrameQueue::reserve() {
     }
     OutgoingFrame& frame = frames[(first + count) % kSlots];
     // An encoder may still hold a reference to an image that it took long ago.
-    return av_frame_is_writable(frame.image.get()) != 0 ? &frame : nullptr;
+    return coding::isWritable(*frame.image) ? &frame : nullptr;
 }
 
 void FrameQueue::commit() {

@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "backends/stream/wire/ffmpeg.hpp"
+#include "coding/av_pointers.hpp"
 #include "collaborators/RLXVideo.hpp"
 #include "oru/types.hpp"
 #include "utils/Mutex.hpp"
@@ -14,8 +14,8 @@ namespace oru::stream {
 
 /// One frame on its way to the encoder.
 struct OutgoingFrame {
-    AvPtr<AVFrame> image;  ///< 4:2:0
-    bool filled = false;   ///< false: nobody listened, so the image was not converted
+    coding::AvPtr<AVFrame> image;  ///< 4:2:0
+    bool filled = false;           ///< false: nobody listened, so the image was not converted
     uint64_t id = 0;
     Timestamp timestamp = 0;
     rlxrw::rlxSampleMetadata metadata{};

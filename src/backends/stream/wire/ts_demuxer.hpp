@@ -5,9 +5,11 @@
 #include <cstdint>
 #include <vector>
 
+#include "coding/video_codec.hpp"
+
 namespace oru::stream {
 
-enum class VideoCodec : uint8_t { NONE, H264, H265 };
+using coding::VideoCodec;
 
 /// One packetised elementary stream packet, assembled. The receiver of it may swap `payload` away.
 struct PesPacket {

@@ -1,5 +1,9 @@
 #include "backends/virtual_bus/footage/footage.hpp"
 
+extern "C" {
+#include <libavutil/frame.h>
+}
+
 #include <dirent.h>
 #include <fmt/format.h>
 #include <sys/stat.h>
@@ -120,7 +124,7 @@ bool loadDataSet(const std::string& root, DataSet& set, std::string& error) {
 
 bool firstImageSize(const std::string& path, FootageFacts& facts, std::string& error) {
     FileDecoder decoder;
-    const FramePointer frame(av_frame_alloc());
+    const coding::AvPtr<AVFrame> frame(av_frame_alloc());
     if (!decoder.open(path, error)) {
         return false;
     }

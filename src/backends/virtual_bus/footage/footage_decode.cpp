@@ -1,5 +1,11 @@
 #include "backends/virtual_bus/footage/footage_decode.hpp"
 
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libswscale/swscale.h>
+}
+
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -44,7 +50,7 @@ public:
 
 private:
     std::vector<ListedImage> listedImages;
-    FramePointer decodedFrame;
+    coding::AvPtr<AVFrame> decodedFrame;
     std::size_t nextIndex = 0;
 };
 
@@ -97,8 +103,8 @@ private:
     }
 
     FileDecoder fileDecoder;
-    FramePointer ahead;
-    FramePointer taken;
+    coding::AvPtr<AVFrame> ahead;
+    coding::AvPtr<AVFrame> taken;
     bool hasAhead = false;
     double forcedFps = 0.0;
     double firstStamp = 0.0;

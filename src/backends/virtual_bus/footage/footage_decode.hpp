@@ -1,34 +1,15 @@
 #pragma once
 
-extern "C" {
-#include <libavcodec/avcodec.h>
-#include <libavformat/avformat.h>
-#include <libswscale/swscale.h>
-}
-
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
 
-namespace oru::virtual_bus {
+#include "coding/av_pointers.hpp"
 
-struct FormatCloser {
-    void operator()(AVFormatContext* context) const { avformat_close_input(&context); }
-};
-struct CodecFreer {
-    void operator()(AVCodecContext* context) const { avcodec_free_context(&context); }
-};
-struct FrameFreer {
-    void operator()(AVFrame* frame) const { av_frame_free(&frame); }
-};
-struct PacketFreer {
-    void operator()(AVPacket* used) const { av_packet_free(&used); }
-};
-struct ScalerFreer {
-    void operator()(SwsContext* context) const { sws_freeContext(context); }
-};
-using FramePointer = std::unique_ptr<AVFrame, FrameFreer>;
+struct AVStream;
+
+namespace oru::virtual_bus {
 
 /// Decodes the first video track of one local file, image by image, on the caller's thread.
 class FileDecoder {
@@ -44,9 +25,9 @@ public:
     [[nodiscard]] double secondsOf(const AVFrame& frame) const;
 
 private:
-    std::unique_ptr<AVFormatContext, FormatCloser> formatContext;
-    std::unique_ptr<AVCodecContext, CodecFreer> codecContext;
-    std::unique_ptr<AVPacket, PacketFreer> packet;
+    coding::AvInput formatContext;
+    coding::AvPtr<AVCodecContext> codecContext;
+    coding::AvPtr<AVPacket> packet;
     AVStream* stream = nullptr;
     bool draining = false;
 };
@@ -90,7 +71,7 @@ private:
     int sourceHeight = 0;
     int sourceFormat = -1;
     int sourceRange = -1;
-    std::unique_ptr<SwsContext, ScalerFreer> scaler;
+    coding::AvPtr<SwsContext> scaler;
     std::vector<unsigned char> pixels;
 };
 

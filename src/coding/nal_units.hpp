@@ -6,7 +6,7 @@
 
 #include "utils/bytes.hpp"
 
-namespace oru::rlx {
+namespace oru::coding {
 
 /// Appends the units of a byte stream with start codes (ITU-T H.264 annex B, H.265 annex B) to `units`.
 void splitByteStream(ByteView stream, std::vector<ByteView>& units);
@@ -19,4 +19,4 @@ void putLengthPrefixed(ByteView stream, std::vector<ByteView>& scratch, Bytes& o
 [[nodiscard]] std::optional<Bytes> avcConfiguration(ByteView parameterSets);
 [[nodiscard]] std::optional<Bytes> hevcConfiguration(ByteView parameterSets);
 
-}  // namespace oru::rlx
+}  // namespace oru::coding

@@ -1,18 +1,18 @@
-#include "backends/rlx/file/nal_units.hpp"
+#include "coding/nal_units.hpp"
 
 #include <algorithm>
 
-#include "backends/rlx/container/ebml.hpp"
-
-namespace oru::rlx {
+namespace oru::coding {
 
 namespace {
 
 constexpr uint8_t kStartCode[] = {0, 0, 1};
 
-void putUnit16(Bytes& out, ByteView unit) {
-    putBigEndian(out, unit.size(), 2);
-    out.insert(out.end(), unit.begin(), unit.end());
+template <class Length>
+void putUnit(Bytes& out, ByteView unit) {
+    BigEndianWriter writer(out);
+    writer.put(static_cast<Length>(unit.size()));
+    writer.bytes(unit);
 }
 
 /// Takes out the 03 of every 00 00 03.
@@ -49,8 +49,7 @@ void putLengthPrefixed(ByteView stream, std::vector<ByteView>& scratch, Bytes& o
     scratch.clear();
     splitByteStream(stream, scratch);
     for (const ByteView unit : scratch) {
-        putBigEndian(out, unit.size(), 4);
-        out.insert(out.end(), unit.begin(), unit.end());
+        putUnit<uint32_t>(out, unit);
     }
 }
 
@@ -67,9 +66,9 @@ std::optional<Bytes> avcConfiguration(ByteView parameterSets) {
     }
     const uint8_t profile = (*sps)[1];
     Bytes out{1, profile, (*sps)[2], (*sps)[3], 0xFF, 0xE1};
-    putUnit16(out, *sps);
+    putUnit<uint16_t>(out, *sps);
     out.push_back(1);
-    putUnit16(out, *pps);
+    putUnit<uint16_t>(out, *pps);
     if (profile == 100 || profile == 110 || profile == 122 || profile == 144) {
         const Bytes tail{0xFC | 1, 0xF8, 0xF8, 0};
         out.insert(out.end(), tail.begin(), tail.end());
@@ -104,10 +103,10 @@ std::optional<Bytes> hevcConfiguration(ByteView parameterSets) {
     out.insert(out.end(), facts.begin(), facts.end());
     for (std::size_t i = 0; i < sets.size(); ++i) {
         out.push_back(static_cast<uint8_t>(0x80 | kTypes[i]));
-        putBigEndian(out, 1, 2);
-        putUnit16(out, sets[i]);
+        BigEndianWriter(out).put<uint16_t>(1);
+        putUnit<uint16_t>(out, sets[i]);
     }
     return out;
 }
 
-}  // namespace oru::rlx
+}  // namespace oru::coding
