@@ -4,7 +4,8 @@
 
 namespace oru {
 
-/// The camera's controls. Int controls carry one int, where writing -1 asks for the automatic value.
+/// The camera's controls; oru/controls.hpp lists what each holds. Int controls carry one int, where writing -1 asks for
+/// the automatic value.
 enum VIDEO_SETTINGS : int32_t {
     SETTING_0,
     SETTING_1,

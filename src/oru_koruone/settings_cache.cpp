@@ -1,5 +1,6 @@
 #include "oru_koruone/CameraOneImpl.hpp"
 #include "oru_koruone/report.hpp"
+#include "oru_koruone/settings_kinds.hpp"
 
 namespace oru {
 namespace {
@@ -10,27 +11,14 @@ constexpr int kUnknown = -1;
 
 /// Marks unknown what a write of `setting` may have changed in the device.
 void CameraOneImpl::resetCacheSettings(VIDEO_SETTINGS setting, int /*value*/, bool isAuto) {
-    switch (setting) {
-        case AEC_AGC:
-            settingsCache[EXPOSURE] = kUnknown;
-            settingsCache[GAIN] = kUnknown;
-            break;
-        case SETTING_10_AUTO:
-            settingsCache[SETTING_10] = kUnknown;
-            break;
-        case SETTING_10:
-            if (!isAuto) {
-                settingsCache[SETTING_10_AUTO] = kUnknown;
-            }
-            break;
-        case GAIN:
-        case EXPOSURE:
-            if (!isAuto) {
-                settingsCache[AEC_AGC] = kUnknown;
-            }
-            break;
-        default:
-            break;
+    for (const Control& control : kControls) {
+        if (control.automatic_switch == setting && isCachedSetting(control)) {
+            settingsCache[control.number] = kUnknown;
+        }
+    }
+    const Control* written = findControl(setting);
+    if (!isAuto && written != nullptr && isCachedSetting(*written) && written->automatic_switch) {
+        settingsCache[*written->automatic_switch] = kUnknown;
     }
 }
 

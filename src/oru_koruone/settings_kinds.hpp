@@ -1,23 +1,17 @@
 #pragma once
 
-#include "oru/settings.hpp"
+#include "oru/controls.hpp"
 
 namespace oru {
 
-inline bool isRangeSetting(VIDEO_SETTINGS setting) {
-    return setting == RANGE_SETTING_16 || setting == RANGE_SETTING_17 || setting == RANGE_SETTING_18;
+/// Whether the operations of one int take the control; the device judges a number that belongs to none.
+constexpr bool isIntSetting(VIDEO_SETTINGS setting) {
+    return !isKind(setting, ControlKind::REGION) && !isKind(setting, ControlKind::RANGE);
 }
 
-inline bool isGmslSetting(VIDEO_SETTINGS setting) {
-    return setting == GMSL_SETTING_13 || setting == GMSL_SETTING_14 || setting == GMSL_SETTING_15 ||
-           setting == GMSL_SETTING_19 || setting == GMSL_SETTING_20;
+/// Whether the control's last written value counts as known. What only the camera's own link reads is asked of it.
+constexpr bool isCachedSetting(const Control& control) {
+    return control.kind == ControlKind::VALUE && control.read_from == ControlInputs::LIVE_AND_STREAM;
 }
-
-/// Controls that carry one int.
-inline bool isIntSetting(VIDEO_SETTINGS setting) {
-    return setting != AEC_AGC_ROI && !isRangeSetting(setting);
-}
-
-inline constexpr int kAutomaticValue = -1;
 
 }  // namespace oru

@@ -15,10 +15,11 @@ ERROR_CODE CameraOneImpl::getCameraSettings(VIDEO_SETTINGS setting, int& value) 
     if (setting == SHARPNESS) {
         return readSharpness(value);
     }
-    if (setting == SETTING_12 || setting > GMSL_SETTING_20 || setting < SETTING_0) {
+    const Control* control = findControl(setting);
+    if (control == nullptr || control->kind == ControlKind::WRITE_ONLY) {
         return FAILURE;
     }
-    return isGmslSetting(setting) ? readGmslSetting(setting, value) : readCachedSetting(setting, value);
+    return isCachedSetting(*control) ? readCachedSetting(setting, value) : readGmslSetting(setting, value);
 }
 
 /// The device's value on a live camera; elsewhere the factor that the file or the sender gave.
@@ -59,7 +60,7 @@ ERROR_CODE CameraOneImpl::rangeRefusal(VIDEO_SETTINGS setting) const {
     if (inputMode == INPUT_MODE_RECORDED) {
         return INVALID_CALL;
     }
-    if (!isRangeSetting(setting)) {
+    if (!isKind(setting, ControlKind::RANGE)) {
         return INVALID_PARAMETER;
     }
     return inputMode == INPUT_MODE_LIVE ? SUCCESS : NOT_SUPPORTED;

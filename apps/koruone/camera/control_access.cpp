@@ -16,7 +16,7 @@ constexpr std::chrono::milliseconds kConfirmPause{50};
 constexpr std::chrono::seconds kConfirmPatience{1};
 
 bool isSwitch(oru::VIDEO_SETTINGS setting) {
-    for (const Control& control : controls()) {
+    for (const Control& control : oru::kControls) {
         if (control.automatic_switch == setting) {
             return true;
         }
@@ -28,8 +28,9 @@ bool isLive(oru::CameraOne& camera) {
     return camera.getCameraInformation().input_type == oru::GMSL;
 }
 
-bool isOfLinkOnly(oru::VIDEO_SETTINGS setting) {
-    return (setting >= oru::GMSL_SETTING_13 && setting <= oru::GMSL_SETTING_15) || setting >= oru::GMSL_SETTING_19;
+/// A number that only the live camera's own link reads.
+bool isOfLinkOnly(const Control& control) {
+    return control.kind == ControlKind::VALUE && control.read_from == oru::ControlInputs::LIVE;
 }
 
 /// Writes, and asks whether a stream's sender carried it out: the write itself succeeds when it was sent.
@@ -38,17 +39,6 @@ oru::ERROR_CODE writeThrough(oru::CameraOne& camera, const Control& control, con
     const oru::ERROR_CODE code = writeControl(camera, control, value);
     refusal = code == oru::SUCCESS ? camera.getControlRefusal().get() : "";
     return code;
-}
-
-std::size_t valueSize(const Control& control) {
-    switch (control.kind) {
-        case ControlKind::REGION:
-            return 4;
-        case ControlKind::RANGE:
-            return 2;
-        default:
-            return 1;
-    }
 }
 
 /// Reads until the control holds the value, a second at most (a stream's sender answers late). False: it does not;
@@ -75,7 +65,7 @@ ControlState readState(oru::CameraOne& camera, const Control& control) {
     }
     int low = 0;
     int high = 0;
-    if (camera.getCameraSettingsRange(control.setting, low, high) == oru::SUCCESS) {
+    if (camera.getCameraSettingsRange(control.number, low, high) == oru::SUCCESS) {
         state.range = {low, high};
     }
     state.supported = control.kind == ControlKind::REGION ? state.value.has_value() : state.range.has_value();
@@ -105,8 +95,8 @@ void probeDefault(oru::CameraOne& camera, ControlState& state) {
 void copySwitchDefaults(std::vector<ControlState>& states) {
     std::map<oru::VIDEO_SETTINGS, bool> automatic;
     for (const ControlState& state : states) {
-        if (state.default_value && isSwitch(state.control->setting)) {
-            automatic[state.control->setting] = state.default_value->front() != 0;
+        if (state.default_value && isSwitch(state.control->number)) {
+            automatic[state.control->number] = state.default_value->front() != 0;
         }
     }
     for (ControlState& state : states) {
@@ -121,15 +111,29 @@ void copySwitchDefaults(std::vector<ControlState>& states) {
 
 }  // namespace
 
+const char* kindName(ControlKind kind) {
+    switch (kind) {
+        case ControlKind::VALUE:
+            return "value";
+        case ControlKind::WRITE_ONLY:
+            return "write only";
+        case ControlKind::REGION:
+            return "region";
+        case ControlKind::RANGE:
+            return "range";
+    }
+    return "";
+}
+
 bool isReadable(oru::CameraOne& camera, const Control& control) {
     return control.kind != ControlKind::WRITE_ONLY &&
-           (!isOfLinkOnly(control.setting) || camera.getCameraInformation().input_type != oru::INPUT_TYPE_STREAM);
+           (!isOfLinkOnly(control) || camera.getCameraInformation().input_type != oru::INPUT_TYPE_STREAM);
 }
 
 oru::ERROR_CODE readControl(oru::CameraOne& camera, const Control& control, ControlValue& value) {
     if (control.kind == ControlKind::REGION) {
         oru::Rect region;
-        const oru::ERROR_CODE code = camera.getCameraSettings(control.setting, region);
+        const oru::ERROR_CODE code = camera.getCameraSettings(control.number, region);
         value = {static_cast<int64_t>(region.x), static_cast<int64_t>(region.y), static_cast<int64_t>(region.width),
                  static_cast<int64_t>(region.height)};
         return code;
@@ -137,12 +141,12 @@ oru::ERROR_CODE readControl(oru::CameraOne& camera, const Control& control, Cont
     if (control.kind == ControlKind::RANGE) {
         int low = 0;
         int high = 0;
-        const oru::ERROR_CODE code = camera.getCameraSettings(control.setting, low, high);
+        const oru::ERROR_CODE code = camera.getCameraSettings(control.number, low, high);
         value = {low, high};
         return code;
     }
     int number = 0;
-    const oru::ERROR_CODE code = camera.getCameraSettings(control.setting, number);
+    const oru::ERROR_CODE code = camera.getCameraSettings(control.number, number);
     value = {number};
     return code;
 }
@@ -155,19 +159,19 @@ oru::ERROR_CODE writeControl(oru::CameraOne& camera, const Control& control, con
             region = {static_cast<uint64_t>(value[0]), static_cast<uint64_t>(value[1]), static_cast<uint64_t>(value[2]),
                       static_cast<uint64_t>(value[3])};
         }
-        return camera.setCameraSettings(control.setting, region, automatic);
+        return camera.setCameraSettings(control.number, region, automatic);
     }
     if (control.kind == ControlKind::RANGE) {
-        const int low = automatic ? -1 : static_cast<int>(value.front());
-        const int high = automatic ? -1 : static_cast<int>(value.back());
-        return camera.setCameraSettings(control.setting, low, high);
+        const int low = automatic ? oru::kAutomaticValue : static_cast<int>(value.front());
+        const int high = automatic ? oru::kAutomaticValue : static_cast<int>(value.back());
+        return camera.setCameraSettings(control.number, low, high);
     }
-    return camera.setCameraSettings(control.setting, automatic ? -1 : static_cast<int>(value.front()));
+    return camera.setCameraSettings(control.number, automatic ? oru::kAutomaticValue : static_cast<int>(value.front()));
 }
 
 std::vector<ControlState> describeControls(oru::CameraOne& camera) {
     std::vector<ControlState> states;
-    for (const Control& control : controls()) {
+    for (const Control& control : oru::kControls) {
         states.push_back(readState(camera, control));
     }
     if (isLive(camera)) {
@@ -182,10 +186,9 @@ std::vector<ControlState> describeControls(oru::CameraOne& camera) {
 std::vector<std::string> resetControls(oru::CameraOne& camera) {
     std::vector<std::string> refused;
     for (const bool switches : {false, true}) {
-        for (const Control& control : controls()) {
-            const bool wanted = isSwitch(control.setting) == switches;
-            const bool offered =
-                control.kind == ControlKind::REGION || camera.isCameraSettingSupported(control.setting);
+        for (const Control& control : oru::kControls) {
+            const bool wanted = isSwitch(control.number) == switches;
+            const bool offered = control.kind == ControlKind::REGION || camera.isCameraSettingSupported(control.number);
             if (!wanted || !offered) {
                 continue;
             }
@@ -233,10 +236,10 @@ std::optional<ControlValue> parseValue(const Control& control, const std::vector
         }
         value.push_back(*number);
     }
-    if (value.size() != valueSize(control)) {
+    if (value.size() != oru::valueCount(control.kind)) {
         return std::nullopt;
     }
-    return value == ControlValue(value.size(), -1) ? ControlValue() : value;
+    return value == ControlValue(value.size(), oru::kAutomaticValue) ? ControlValue() : value;
 }
 
 const char* valueForm(const Control& control) {
@@ -252,14 +255,14 @@ const char* valueForm(const Control& control) {
 
 std::optional<ControlAssignment> parseAssignment(const std::string& text, std::string& error) {
     const std::size_t equals = text.find('=');
-    const Control* control = findControl(text.substr(0, equals));
+    const Control* control = oru::findControl(text.substr(0, equals));
     if (equals == std::string::npos || control == nullptr) {
         error = "'" + text + "' is not NAME=VALUE with a name that 'koruone controls list' shows";
         return std::nullopt;
     }
     const std::optional<ControlValue> value = parseValue(*control, CLI::detail::split(text.substr(equals + 1), ','));
     if (!value) {
-        error = std::string(control->name) + " " + valueForm(*control);
+        error = fmt::format("{} {}", control->name, valueForm(*control));
         return std::nullopt;
     }
     return ControlAssignment{control, *value};

@@ -5,10 +5,15 @@
 #include <string>
 #include <vector>
 
-#include "koruone/camera/control_table.hpp"
 #include "oru/CameraOne.hpp"
+#include "oru/controls.hpp"
 
 namespace koruone {
+
+using oru::Control;
+using oru::ControlKind;
+
+const char* kindName(ControlKind kind);
 
 /// What a control holds: one number, two of a range (minimum, maximum), or four of a region (x, y, width, height).
 using ControlValue = std::vector<int64_t>;

@@ -21,7 +21,7 @@ struct ControlsOptions {
     std::vector<uint64_t> region;
 };
 
-const Control& kRegion = *findControl("AEC_AGC_ROI");
+const Control& kRegion = *oru::findControl(oru::AEC_AGC_ROI);
 
 template <class T>
 Json orNull(const std::optional<T>& value) {
@@ -35,7 +35,7 @@ Json valueJson(const std::optional<ControlValue>& value) {
 
 Json stateJson(const ControlState& state) {
     return {{"name", state.control->name},
-            {"number", static_cast<int>(state.control->setting)},
+            {"number", static_cast<int>(state.control->number)},
             {"kind", kindName(state.control->kind)},
             {"supported", state.supported},
             {"min", state.range ? Json((*state.range)[0]) : Json(nullptr)},
@@ -113,7 +113,7 @@ ExitStatus reset(oru::CameraOne& camera, const ControlsOptions& options) {
 }
 
 std::string checkName(const std::string& name) {
-    return findControl(name) != nullptr ? "" : "'" + name + "' is no control; see 'koruone controls list'";
+    return oru::findControl(name) != nullptr ? "" : "'" + name + "' is no control; see 'koruone controls list'";
 }
 
 using Action = ExitStatus (*)(oru::CameraOne&, const ControlsOptions&);
@@ -125,7 +125,7 @@ ExitStatus withCamera(const ControlsOptions& options, Action action) {
 }
 
 ExitStatus get(oru::CameraOne& camera, const ControlsOptions& options) {
-    return printControl(camera, *findControl(options.name), options.json);
+    return printControl(camera, *oru::findControl(options.name), options.json);
 }
 
 /// Prints what the control holds after the write.
@@ -137,7 +137,7 @@ ExitStatus write(oru::CameraOne& camera, const Control& control, const ControlVa
 }
 
 ExitStatus set(oru::CameraOne& camera, const ControlsOptions& options) {
-    const Control& control = *findControl(options.name);
+    const Control& control = *oru::findControl(options.name);
     return write(camera, control, parseValue(control, options.values).value_or(ControlValue()), options.json);
 }
 
@@ -149,9 +149,9 @@ ExitStatus region(oru::CameraOne& camera, const ControlsOptions& options) {
 }
 
 void checkSet(const ControlsOptions& options) {
-    const Control& control = *findControl(options.name);
+    const Control& control = *oru::findControl(options.name);
     if (!parseValue(control, options.values)) {
-        throw CLI::ValidationError("set", std::string(control.name) + " " + valueForm(control));
+        throw CLI::ValidationError("set", fmt::format("{} {}", control.name, valueForm(control)));
     }
 }
 

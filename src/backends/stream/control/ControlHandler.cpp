@@ -1,9 +1,10 @@
 #include "backends/stream/control/ControlHandler.hpp"
 
+#include "oru/controls.hpp"
+
 namespace oru::stream {
 namespace {
 
-constexpr int kAutomaticValue = -1;
 constexpr std::size_t kPair = 2;
 
 ControlStatus outcome(int deviceStatus) {

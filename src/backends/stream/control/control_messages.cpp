@@ -9,6 +9,7 @@ extern "C" {
 #include <libavutil/hmac.h>
 }
 
+#include "oru/controls.hpp"
 #include "utils/bytes.hpp"
 
 namespace oru::stream {
@@ -60,14 +61,9 @@ const char* statusText(ControlStatus status) {
     return "unknown";
 }
 
-std::size_t valuesOf(VIDEO_SETTINGS control) {
-    if (control < SETTING_0 || control > GMSL_SETTING_20) {
-        return 0;
-    }
-    if (control == AEC_AGC_ROI) {
-        return 4;
-    }
-    return control >= RANGE_SETTING_16 && control <= RANGE_SETTING_18 ? 2 : 1;
+std::size_t valuesOf(VIDEO_SETTINGS number) {
+    const Control* control = findControl(number);
+    return control == nullptr ? 0 : valueCount(control->kind);
 }
 
 Greeting writeGreeting(const Challenge& challenge) {

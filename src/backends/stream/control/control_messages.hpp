@@ -38,7 +38,7 @@ constexpr std::size_t kControlStatuses = 7;
 
 /// How many numbers a control holds: 4 the region (x, y, width, height), 2 a pair (minimum, maximum), else 1;
 /// 0: there is no such control.
-[[nodiscard]] std::size_t valuesOf(VIDEO_SETTINGS control);
+[[nodiscard]] std::size_t valuesOf(VIDEO_SETTINGS number);
 
 /// One request or reply. A reply carries the request's operation, id and control.
 struct ControlMessage {

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "collaborators/frame_metadata.hpp"
+#include "oru/controls.hpp"
 
 namespace oru::stream {
 namespace {
@@ -12,18 +13,14 @@ constexpr uint8_t kVersionPlain = 4;
 constexpr uint8_t kVersionWithImu = 5;
 constexpr uint64_t kRefreshNs = 1'000'000'000;
 
-bool isPairControl(int control) {
-    return control >= RANGE_SETTING_16 && control <= RANGE_SETTING_18;
-}
-
 std::vector<ControlState> controlsOf(LiveCameraGrabber& grabber) {
     std::vector<ControlState> controls;
-    for (int control = SETTING_0; control <= GMSL_SETTING_20; ++control) {
-        if (control == AEC_AGC_ROI || isPairControl(control)) {
+    for (const Control& control : kControls) {
+        if (valueCount(control.kind) != 1) {
             continue;
         }
         ControlState state;
-        state.control = static_cast<VIDEO_SETTINGS>(control);
+        state.control = control.number;
         state.range_known = grabber.getVideoSettingRange(state.control, state.minimum, state.maximum);
         state.value_known = state.range_known;
         state.value = state.range_known ? grabber.getGrabberSettingsValue(state.control) : 0;

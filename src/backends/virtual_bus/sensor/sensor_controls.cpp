@@ -2,19 +2,20 @@
 
 #include <algorithm>
 #include <cmath>
+#include <optional>
 
 namespace oru::virtual_bus {
 namespace {
 
-struct Control {
+struct PlainControl {
     int min;
     int max;
     int standard;
 };
 
-// By value of VIDEO_SETTINGS; an empty range marks a control that is not a plain one.
-constexpr Control kNone{0, -1, 0};
-constexpr std::array<Control, 21> kControls{{
+// By the control's number; an empty range marks a control that is not a plain one.
+constexpr PlainControl kNone{0, -1, 0};
+constexpr std::array<PlainControl, kControls.size()> kPlainControls{{
     {0, 8, 4},           // brightness
     {0, 8, 4},           // contrast
     {0, 11, 0},          // hue
@@ -59,15 +60,18 @@ double milliDb(double amplification) {
 }
 
 bool isPlain(VIDEO_SETTINGS setting) {
-    return setting >= 0 && static_cast<std::size_t>(setting) < kControls.size() &&
-           kControls[static_cast<std::size_t>(setting)].max >= kControls[static_cast<std::size_t>(setting)].min;
+    if (findControl(setting) == nullptr) {
+        return false;
+    }
+    const PlainControl& control = kPlainControls[static_cast<std::size_t>(setting)];
+    return control.max >= control.min;
 }
 
 bool isLevel(VIDEO_SETTINGS setting) {
     return setting >= GMSL_SETTING_13 && setting <= GMSL_SETTING_15;
 }
 bool isRange(VIDEO_SETTINGS setting) {
-    return setting >= RANGE_SETTING_16 && setting <= RANGE_SETTING_18;
+    return isKind(setting, ControlKind::RANGE);
 }
 
 }  // namespace
@@ -79,7 +83,7 @@ void SensorControls::reset(int width, int height, int fps, bool hdr) {
     imageWidth = width;
     imageHeight = height;
     for (std::size_t i = 0; i < plainValues.size(); ++i) {
-        plainValues[i] = kControls[i].standard;
+        plainValues[i] = kPlainControls[i].standard;
     }
     hardwareLimits = {Limits{kMinExposureUs, std::min(kMaxExposureUs, 1'000'000 / std::max(fps, 1))},
                       Limits{0, kMaxAnalogueMilliDb}, Limits{0, kMaxDigitalMilliDb}};
@@ -90,7 +94,7 @@ void SensorControls::reset(int width, int height, int fps, bool hdr) {
 
 bool SensorControls::limits(VIDEO_SETTINGS setting, Limits& limits) const {
     if (isPlain(setting)) {
-        const Control& control = kControls[static_cast<std::size_t>(setting)];
+        const PlainControl& control = kPlainControls[static_cast<std::size_t>(setting)];
         limits = {control.min, control.max};
         return true;
     }
@@ -122,7 +126,7 @@ bool SensorControls::accepts(VIDEO_SETTINGS setting, int value) {
     if (!configured || isRange(setting) || !limits(setting, found)) {
         return false;
     }
-    return value == -1 || (value >= found.min && value <= found.max);
+    return value == kAutomaticValue || (value >= found.min && value <= found.max);
 }
 
 int SensorControls::value(VIDEO_SETTINGS setting) {
@@ -148,22 +152,22 @@ int SensorControls::set(VIDEO_SETTINGS setting, int value, bool automatic) {
         return -1;
     }
     const MutexLock lock(mutex);
-    const bool level = setting == GAIN || setting == EXPOSURE || isLevel(setting);
-    if (automatic || value == -1) {
+    const std::optional<VIDEO_SETTINGS> automaticSwitch = kControls[static_cast<std::size_t>(setting)].automatic_switch;
+    const bool level = automaticSwitch == AEC_AGC;
+    if (automatic || value == kAutomaticValue) {
         if (level) {
             setDefaultLevel(setting);
         } else {
-            plainValues[static_cast<std::size_t>(setting)] = kControls[static_cast<std::size_t>(setting)].standard;
+            plainValues[static_cast<std::size_t>(setting)] = kPlainControls[static_cast<std::size_t>(setting)].standard;
         }
         return 0;
     }
+    if (automaticSwitch) {
+        plainValues[*automaticSwitch] = 0;
+    }
     if (level) {
-        plainValues[AEC_AGC] = 0;
         setManual(setting, value);
         return 0;
-    }
-    if (setting == SETTING_10) {
-        plainValues[SETTING_10_AUTO] = 0;
     }
     plainValues[static_cast<std::size_t>(setting)] = value;
     return 0;

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <utility>
 
-#include "oru/settings.hpp"
+#include "oru/controls.hpp"
 #include "utils/Mutex.hpp"
 
 namespace oru::virtual_bus {
@@ -57,7 +57,6 @@ private:
         int min = 0;
         int max = 0;
     };
-    static constexpr std::size_t kPlainControls = 21;
 
     [[nodiscard]] bool limits(VIDEO_SETTINGS setting, Limits& limits) const ORU_REQUIRES(mutex);
     [[nodiscard]] int clampTo(Quantity quantity, double value) const ORU_REQUIRES(mutex);
@@ -71,7 +70,7 @@ private:
     bool hdrMode ORU_GUARDED_BY(mutex) = false;
     int imageWidth ORU_GUARDED_BY(mutex) = 0;
     int imageHeight ORU_GUARDED_BY(mutex) = 0;
-    std::array<int, kPlainControls> plainValues ORU_GUARDED_BY(mutex){};
+    std::array<int, kControls.size()> plainValues ORU_GUARDED_BY(mutex){};
     std::array<int, 3> levels ORU_GUARDED_BY(mutex){};
     std::array<Limits, 3> hardwareLimits ORU_GUARDED_BY(mutex){};
     std::array<Limits, 3> rangeBounds ORU_GUARDED_BY(mutex){};
