@@ -4,10 +4,10 @@
 #include <cstdint>
 #include <vector>
 
+#include "backends/stream/sender/CameraDescriber.hpp"
 #include "backends/stream/sender/SampleQueue.hpp"
 #include "backends/stream/sender/StreamBlock.hpp"
 #include "backends/stream/sender/Subscribers.hpp"
-#include "backends/stream/sender/camera_description.hpp"
 #include "backends/stream/sender/frame_queue.hpp"
 #include "backends/stream/wire/TsWriter.hpp"
 #include "backends/stream/wire/records.hpp"

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "backends/stream/wire/TsWriter.hpp"
 #include "backends/stream/wire/records.hpp"
+#include "backends/stream/wire/ts_packets.hpp"
 
 namespace oru::stream {
 

@@ -7,10 +7,10 @@
 #include <thread>
 
 #include "backends/stream/control/ControlServer.hpp"
+#include "backends/stream/sender/CameraDescriber.hpp"
 #include "backends/stream/sender/FrameTransmitter.hpp"
 #include "backends/stream/sender/SampleQueue.hpp"
 #include "backends/stream/sender/Subscribers.hpp"
-#include "backends/stream/sender/camera_description.hpp"
 #include "backends/stream/sender/frame_queue.hpp"
 #include "backends/stream/sender/frame_rate.hpp"
 #include "backends/stream/wire/FrameLedger.hpp"

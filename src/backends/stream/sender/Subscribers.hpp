@@ -12,7 +12,7 @@
 #include "backends/stream/sender/RetransmitBuffer.hpp"
 #include "backends/stream/sender/StreamBlock.hpp"
 #include "backends/stream/sender/Subscriber.hpp"
-#include "backends/stream/transport/access_control.hpp"
+#include "backends/stream/transport/AccessControl.hpp"
 #include "backends/stream/transport/rate_limit.hpp"
 #include "backends/stream/transport/srt_socket.hpp"
 #include "utils/Clock.hpp"

@@ -84,14 +84,4 @@ void TsWriter::writeData(std::span<const uint8_t> payload) {
     dataCounter = appendPes(bytes, unit, dataCounter);
 }
 
-void writeDataPackets(std::vector<uint8_t>& target, const DataPacket& packet) {
-    PesUnit unit;
-    unit.payload = packet.payload;
-    unit.pts = packet.pts;
-    unit.random_access = false;
-    unit.discontinuity = true;
-    const auto first = static_cast<uint8_t>(packet.next_counter - packetCount(unit));
-    (void)appendPes(target, unit, first & 0x0F);
-}
-
 }  // namespace oru::stream

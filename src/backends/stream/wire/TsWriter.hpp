@@ -48,15 +48,4 @@ private:
     uint8_t blockDataCounter = 0;
 };
 
-/// A data packet for one receiver alone, put before a block that all receivers get.
-struct DataPacket {
-    std::span<const uint8_t> payload;  ///< at most kMaxDataPayload bytes
-    uint64_t pts = 0;
-    uint8_t next_counter = 0;  ///< continuity counter of the data track's first transport packet in what follows
-};
-
-/// Appends the transport packets of such a packet to `target`. The first one is marked as a discontinuity, because what
-/// came before it is unknown; the last one leads on to `next_counter`.
-void writeDataPackets(std::vector<uint8_t>& target, const DataPacket& packet);
-
 }  // namespace oru::stream

@@ -1,70 +1,49 @@
 #include "backends/stream/wire/ts_demuxer.hpp"
 
+#include <bitstream/mpeg/pes.h>
+#include <bitstream/mpeg/psi/desc_05.h>
+#include <bitstream/mpeg/psi/pat.h>
+#include <bitstream/mpeg/psi/pmt.h>
+#include <bitstream/mpeg/ts.h>
+
 #include <algorithm>
 #include <cstring>
-
-extern "C" {
-#include <libavutil/crc.h>
-}
 
 namespace oru::stream {
 namespace {
 
-constexpr uint8_t kSync = 0x47;
-constexpr uint8_t kTypeH264 = 0x1B;
-constexpr uint8_t kTypeH265 = 0x24;
-constexpr uint8_t kTypePrivate = 0x06;
-constexpr uint8_t kTypeMetadata = 0x15;
-constexpr uint8_t kTableAssociation = 0x00;
-constexpr uint8_t kTableMap = 0x02;
 constexpr uint8_t kRegistration = 0x05;
-constexpr std::size_t kSectionHeader = 8;
-constexpr std::size_t kCrcBytes = 4;
 
-uint16_t pidAt(const uint8_t* at) {
-    return static_cast<uint16_t>((at[0] & 0x1F) << 8 | at[1]);
-}
-
-std::size_t lengthAt(const uint8_t* at) {
-    return static_cast<std::size_t>((at[0] & 0x0F) << 8 | at[1]);
-}
-
-/// The body of a section that fits into one packet and whose CRC is right; an empty span otherwise.
+/// A section that fits into one packet and whose CRC is right, from its header to before its CRC; nothing otherwise.
 struct Section {
-    const uint8_t* first = nullptr;
+    const uint8_t* header = nullptr;
+    const uint8_t* first = nullptr;  ///< behind the header
     const uint8_t* last = nullptr;
 };
 
 Section section(uint8_t table, const uint8_t* payload, std::size_t size) {
-    if (size < 1 || std::size_t{1} + payload[0] + kSectionHeader > size) {
+    if (size < 1 || std::size_t{1} + payload[0] + PSI_HEADER_SIZE_SYNTAX1 > size) {
         return {};
     }
     const uint8_t* start = payload + 1 + payload[0];
     const std::size_t room = static_cast<std::size_t>(payload + size - start);
-    const std::size_t length = 3 + lengthAt(start + 1);
-    if (start[0] != table || length > room || length < kSectionHeader + kCrcBytes) {
+    const std::size_t length = std::size_t{PSI_HEADER_SIZE} + psi_get_length(start);
+    if (psi_get_tableid(start) != table || length > room || length < PSI_HEADER_SIZE_SYNTAX1 + PSI_CRC_SIZE ||
+        !psi_check_crc(start)) {
         return {};
     }
-    // Over a section with its own CRC the remainder is zero.
-    if (av_crc(av_crc_get_table(AV_CRC_32_IEEE), UINT32_MAX, start, length) != 0) {
-        return {};
-    }
-    return {start + kSectionHeader, start + length - kCrcBytes};
+    return {start, start + PSI_HEADER_SIZE_SYNTAX1, start + length - PSI_CRC_SIZE};
 }
 
 bool registeredAsKlv(const uint8_t* at, const uint8_t* last) {
-    while (last - at >= 2 && last - at >= 2 + at[1]) {
-        if (at[0] == kRegistration && at[1] >= 4 && std::memcmp(at + 2, "KLVA", 4) == 0) {
+    while (last - at >= DESC_HEADER_SIZE && last - at >= DESC_HEADER_SIZE + desc_get_length(at)) {
+        if (desc_get_tag(at) == kRegistration && desc_get_length(at) >= 4 &&
+            std::memcmp(desc05_get_identifier(at), "KLVA", 4) == 0) {
             return true;
         }
-        at += 2 + at[1];
+        at += DESC_HEADER_SIZE + desc_get_length(at);
     }
     return false;
-}
-
-uint64_t timestampAt(const uint8_t* at) {
-    return static_cast<uint64_t>(at[0] >> 1 & 7) << 30 | static_cast<uint64_t>(at[1]) << 22 |
-           static_cast<uint64_t>(at[2] >> 1) << 15 | static_cast<uint64_t>(at[3]) << 7 | at[4] >> 1;
 }
 
 }  // namespace
@@ -97,23 +76,21 @@ void TsDemuxer::feed(const uint8_t* bytes, std::size_t size) {
 }
 
 void TsDemuxer::feedPacket(const uint8_t* packet) {
-    constexpr std::size_t kHeader = 4;
-    const bool payloadPresent = (packet[3] & 0x10) != 0;
-    if (packet[0] != kSync || !payloadPresent) {
+    if (!ts_validate(packet) || !ts_has_payload(packet)) {
         return;
     }
-    std::size_t offset = kHeader;
-    if ((packet[3] & 0x20) != 0) {
-        offset += std::size_t{1} + packet[kHeader];
+    std::size_t offset = TS_HEADER_SIZE;
+    if (ts_has_adaptation(packet)) {
+        offset += std::size_t{1} + ts_get_adaptation(packet);
     }
     if (offset >= kPacketBytes) {
         return;
     }
-    const uint16_t pid = pidAt(packet + 1);
-    const bool start = (packet[1] & 0x40) != 0;
+    const uint16_t pid = ts_get_pid(packet);
+    const bool start = ts_get_unitstart(packet);
     const uint8_t* payload = packet + offset;
     const std::size_t size = kPacketBytes - offset;
-    if (pid == 0 && start) {
+    if (pid == PAT_PID && start) {
         readProgramAssociation(payload, size);
     } else if (pid == mapPid && start) {
         readProgramMap(payload, size);
@@ -125,38 +102,39 @@ void TsDemuxer::feedPacket(const uint8_t* packet) {
 }
 
 void TsDemuxer::readProgramAssociation(const uint8_t* payload, std::size_t size) {
-    const Section found = section(kTableAssociation, payload, size);
-    for (const uint8_t* at = found.first; found.last - at >= 4; at += 4) {
-        const bool network = at[0] == 0 && at[1] == 0;
+    const Section found = section(PAT_TABLE_ID, payload, size);
+    for (const uint8_t* at = found.first; found.last - at >= PAT_PROGRAM_SIZE; at += PAT_PROGRAM_SIZE) {
+        const bool network = patn_get_program(at) == 0;
         if (!network) {
-            mapPid = pidAt(at + 2);
+            mapPid = patn_get_pid(at);
             return;
         }
     }
 }
 
 void TsDemuxer::readProgramMap(const uint8_t* payload, std::size_t size) {
-    const Section found = section(kTableMap, payload, size);
-    if (found.last - found.first < 4) {
+    const Section found = section(PMT_TABLE_ID, payload, size);
+    if (found.last - found.header < PMT_HEADER_SIZE) {
         return;
     }
     uint16_t videoPid = kNoPid;
     uint16_t dataPid = kNoPid;
     VideoCodec kind = VideoCodec::NONE;
-    const std::size_t programInfo = lengthAt(found.first + 2);
-    const uint8_t* at =
-        found.first + 4 + std::min<std::size_t>(programInfo, static_cast<std::size_t>(found.last - found.first - 4));
-    while (found.last - at >= 5) {
-        const std::size_t info = std::min<std::size_t>(lengthAt(at + 3), static_cast<std::size_t>(found.last - at - 5));
-        const bool carriesKlv =
-            (at[0] == kTypePrivate || at[0] == kTypeMetadata) && registeredAsKlv(at + 5, at + 5 + info);
-        if (videoPid == kNoPid && (at[0] == kTypeH264 || at[0] == kTypeH265)) {
-            videoPid = pidAt(at + 1);
-            kind = at[0] == kTypeH264 ? VideoCodec::H264 : VideoCodec::H265;
+    const uint8_t* at = found.header + PMT_HEADER_SIZE;
+    at += std::min<std::ptrdiff_t>(pmt_get_desclength(found.header), found.last - at);
+    while (found.last - at >= PMT_ES_SIZE) {
+        const uint8_t type = pmtn_get_streamtype(at);
+        const uint8_t* descriptors = at + PMT_ES_SIZE;
+        const uint8_t* next = descriptors + std::min<std::ptrdiff_t>(pmtn_get_desclength(at), found.last - descriptors);
+        const bool carriesKlv = (type == PMT_STREAMTYPE_PRIVATE_PES || type == PMT_STREAMTYPE_META_PES) &&
+                                registeredAsKlv(descriptors, next);
+        if (videoPid == kNoPid && (type == PMT_STREAMTYPE_VIDEO_AVC || type == PMT_STREAMTYPE_VIDEO_HEVC)) {
+            videoPid = pmtn_get_pid(at);
+            kind = type == PMT_STREAMTYPE_VIDEO_AVC ? VideoCodec::H264 : VideoCodec::H265;
         } else if (dataPid == kNoPid && carriesKlv) {
-            dataPid = pidAt(at + 1);
+            dataPid = pmtn_get_pid(at);
         }
-        at += 5 + info;
+        at = next;
     }
     assign(video, videoPid);
     assign(data, dataPid);
@@ -176,11 +154,12 @@ bool TsDemuxer::checkContinuity(Track& track, uint8_t counter) {
 }
 
 void TsDemuxer::readTrack(Track& track, const uint8_t* packet, const uint8_t* payload, std::size_t size, bool start) {
-    const bool discontinuity = (packet[3] & 0x20) != 0 && packet[4] > 0 && (packet[5] & 0x80) != 0;
+    const bool discontinuity =
+        ts_has_adaptation(packet) && ts_get_adaptation(packet) > 0 && tsaf_has_discontinuity(packet);
     if (discontinuity) {
         track.counting = false;
     }
-    if (!checkContinuity(track, packet[3] & 0x0F)) {
+    if (!checkContinuity(track, ts_get_cc(packet))) {
         return;
     }
     if (start) {
@@ -192,21 +171,21 @@ void TsDemuxer::readTrack(Track& track, const uint8_t* packet, const uint8_t* pa
 }
 
 void TsDemuxer::startPes(Track& track, const uint8_t* payload, std::size_t size) {
-    constexpr std::size_t kFixed = 9;
-    if (size < kFixed || payload[0] != 0 || payload[1] != 0 || payload[2] != 1) {
+    constexpr std::array<uint8_t, 3> kStartCode = {0, 0, 1};
+    if (size < PES_HEADER_SIZE_NOPTS || !std::equal(kStartCode.begin(), kStartCode.end(), payload)) {
         return;
     }
-    const std::size_t header = kFixed + payload[8];
-    const std::size_t length = static_cast<std::size_t>(payload[4]) << 8 | payload[5];
-    const bool hasPts = (payload[7] & 0x80) != 0 && payload[8] >= 5;
-    if (header > size || (length != 0 && length + 6 < header)) {
+    const std::size_t header = std::size_t{PES_HEADER_SIZE_NOPTS} + pes_get_headerlength(payload);
+    const std::size_t length = pes_get_length(payload);
+    const bool hasPts = pes_has_pts(payload) && header >= PES_HEADER_SIZE_PTS;
+    if (header > size || (length != 0 && length + PES_HEADER_SIZE < header)) {
         return;
     }
     track.packet.payload.clear();
     track.packet.damaged = false;
     track.packet.has_pts = hasPts;
-    track.packet.pts = hasPts ? timestampAt(payload + kFixed) : 0;
-    track.announced = length == 0 ? 0 : length + 6 - header;
+    track.packet.pts = hasPts ? pes_get_pts(payload) : 0;
+    track.announced = length == 0 ? 0 : length + PES_HEADER_SIZE - header;
     track.open = true;
     append(track, payload + header, size - header);
 }

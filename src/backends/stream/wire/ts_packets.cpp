@@ -97,6 +97,12 @@ std::size_t adaptationBytes(const PesUnit& unit) {
     return unit.random_access || unit.discontinuity ? kFlagsField : 0;
 }
 
+/// How many transport packets a PES packet takes.
+std::size_t packetCount(const PesUnit& unit) {
+    const std::size_t total = adaptationBytes(unit) + PES_HEADER_SIZE_PTS + unit.prefix.size() + unit.payload.size();
+    return (total + kRoom - 1) / kRoom;
+}
+
 /// Writes header and stuffing of a packet with `size` bytes of payload; where those go.
 uint8_t* startPacket(uint8_t* packet, uint16_t pid, uint8_t counter, std::size_t size) {
     ts_init(packet);
@@ -153,11 +159,6 @@ TransportPacket programMap(VideoCodec codec) {
     return packet;
 }
 
-std::size_t packetCount(const PesUnit& unit) {
-    const std::size_t total = adaptationBytes(unit) + PES_HEADER_SIZE_PTS + unit.prefix.size() + unit.payload.size();
-    return (total + kRoom - 1) / kRoom;
-}
-
 uint8_t appendPes(std::vector<uint8_t>& target, const PesUnit& unit, uint8_t counter) {
     const uint16_t pid = pidOf(unit.track);
     const PesHead head(unit);
@@ -180,6 +181,16 @@ uint8_t appendPes(std::vector<uint8_t>& target, const PesUnit& unit, uint8_t cou
         left -= size;
     }
     return counter & 0x0F;
+}
+
+void writeDataPackets(std::vector<uint8_t>& target, const DataPacket& packet) {
+    PesUnit unit;
+    unit.payload = packet.payload;
+    unit.pts = packet.pts;
+    unit.random_access = false;
+    unit.discontinuity = true;
+    const auto first = static_cast<uint8_t>(packet.next_counter - packetCount(unit));
+    (void)appendPes(target, unit, first & 0x0F);
 }
 
 }  // namespace oru::stream

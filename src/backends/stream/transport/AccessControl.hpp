@@ -62,7 +62,4 @@ private:
     TokenBucket summaries{1, 0.2};
 };
 
-/// "10.0.0.7:30000"
-std::string addressText(const sockaddr_in& address);
-
 }  // namespace oru::stream

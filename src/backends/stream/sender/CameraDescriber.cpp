@@ -1,4 +1,4 @@
-#include "backends/stream/sender/camera_description.hpp"
+#include "backends/stream/sender/CameraDescriber.hpp"
 
 #include <Eigen/Geometry>
 #include <utility>

@@ -1,6 +1,5 @@
-#include "backends/stream/transport/access_control.hpp"
+#include "backends/stream/transport/AccessControl.hpp"
 
-#include <arpa/inet.h>
 #include <srt/access_control.h>
 
 #include <algorithm>
@@ -41,12 +40,6 @@ bool setKey(SRTSOCKET socket, const std::string& key) {
 }
 
 }  // namespace
-
-std::string addressText(const sockaddr_in& address) {
-    char text[INET_ADDRSTRLEN] = "?";
-    inet_ntop(AF_INET, &address.sin_addr, text, sizeof(text));
-    return std::string(text) + ":" + std::to_string(ntohs(address.sin_port));
-}
 
 void AccessControl::guard(SRTSOCKET listener) {
     srt_listen_callback(listener, &onCall, this);
