@@ -91,7 +91,7 @@ function(oru_archives result)
     set(${result} "${archives}" PARENT_SCOPE)
 endfunction()
 
-# The core sees no backend, and no backend sees the core or another backend, in the archives as well.
+# The core sees neither coding nor a backend, and no backend sees the core or another backend, in the archives as well.
 file(GLOB kinds RELATIVE "${PROJECT_SOURCE_DIR}" "${PROJECT_SOURCE_DIR}/src/backends/*")
 foreach(folder IN ITEMS src/oru_koruone LISTS kinds)
     if(NOT IS_DIRECTORY "${PROJECT_SOURCE_DIR}/${folder}")
@@ -99,6 +99,9 @@ foreach(folder IN ITEMS src/oru_koruone LISTS kinds)
     endif()
     set(other_folders src/oru_koruone ${kinds})
     list(FILTER other_folders EXCLUDE REGEX "^${folder}$|\\.txt$|\\.md$")
+    if(folder STREQUAL "src/oru_koruone")
+        list(APPEND other_folders src/coding)
+    endif()
     oru_archives(own ${folder})
     oru_archives(others ${other_folders})
     get_filename_component(kind "${folder}" NAME)
