@@ -1,7 +1,9 @@
 # oru_library(name SOURCES a.cpp ... [DEPS oru::x ...] [PRIVATE_DEPS lib ...])
 #   A static archive oru_<name>, used as oru::<name>; includes are written from include/ or from src/.
-# oru_test(name LABEL unit|flow|backend|slow SOURCES ... DEPS ... [ARGS ...])
+# oru_test(name LABEL unit|flow|backend|slow [REALTIME] SOURCES ... DEPS ... [ARGS ...])
 #   A GoogleTest program, run as a whole under its label; the target tests_<label> builds all of one label.
+#   REALTIME: it runs on the real clocks, and bears a busy machine: its bounds are generous, and it asserts what was
+#   delivered and why the rest was not rather than how long it took. It has the label realtime as well.
 #   A slow test runs as long as ORU_SOAK_SECONDS says, and at full length without it; CI sets 20.
 # oru_fuzz(name SOURCES ... DEPS ... [SEEDS folder] [ARGS ...])
 #   A libFuzzer program over one parser of outside bytes (preset fuzz); its test runs ORU_FUZZ_SECONDS, 20 by default,
@@ -22,18 +24,22 @@ function(oru_library name)
 endfunction()
 
 function(oru_test name)
-    cmake_parse_arguments(PARSE_ARGV 1 ARG "" "LABEL;TIMEOUT" "SOURCES;DEPS;ARGS")
+    cmake_parse_arguments(PARSE_ARGV 1 ARG "REALTIME" "LABEL;TIMEOUT" "SOURCES;DEPS;ARGS")
     if(NOT ARG_TIMEOUT)
         set(ARG_TIMEOUT 300)
     endif()
     if(CMAKE_CROSSCOMPILING)
         math(EXPR ARG_TIMEOUT "10 * ${ARG_TIMEOUT}")  # emulated
     endif()
+    set(labels ${ARG_LABEL})
+    if(ARG_REALTIME)
+        list(APPEND labels realtime)
+    endif()
     add_executable(${name} ${ARG_SOURCES})
     target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}/src" "${PROJECT_SOURCE_DIR}/tests")
     target_link_libraries(${name} PRIVATE oru_warnings ${ARG_DEPS} GTest::gmock GTest::gtest_main)
     add_test(NAME ${name} COMMAND ${name} ${ARG_ARGS})
-    set_tests_properties(${name} PROPERTIES LABELS ${ARG_LABEL} TIMEOUT ${ARG_TIMEOUT})
+    set_tests_properties(${name} PROPERTIES LABELS "${labels}" TIMEOUT ${ARG_TIMEOUT})
     # Camera locks of its own, so that programs of a parallel run do not take the virtual cameras from each other.
     file(MAKE_DIRECTORY "${CMAKE_BINARY_DIR}/locks/${name}")
     set_tests_properties(${name} PROPERTIES

@@ -95,6 +95,7 @@ public:
         log.add("setUp {} {}x{} {} {} {} {} {} {}", id, width, height, fps, option, a, static_cast<int>(frequency), b,
                 hdr);
         id = id < 0 ? 0 : id;
+        live = script.setUp == SETUP_OK;
         return script.setUp;
     }
     int getEffectiveWidth() override { return script.width; }
@@ -104,7 +105,7 @@ public:
     int getFWVersion() override { return script.firmware; }
     int getRequestedFPS() override { return script.fps; }
     void endSetup(unsigned char* unused) override { log.add("{}", unused == nullptr ? "endSetup null" : "endSetup"); }
-    bool hasMCU() override { return script.hasMcu; }
+    bool hasMCU() override { return live && script.hasMcu; }
     KORUmcu* getMCU() override { return script.mcuIsNull ? nullptr : &mcu; }
     int waitForNewFrame(int milliseconds) override {
         log.add("waitForNewFrame {}", milliseconds);
@@ -114,6 +115,9 @@ public:
         return 0;
     }
     FrameStatus getFrameStatus() override {
+        if (!live) {
+            return SOURCE_UNAVAILABLE;
+        }
         if (script.statuses.empty()) {
             return script.thenStatus;
         }
@@ -125,15 +129,20 @@ public:
     void exitCriticalSection() override { log.add("exit"); }
     unsigned char* getPixels() override {
         log.add("getPixels");
-        return script.pixelsAreNull || script.pixels.empty() ? nullptr : script.pixels.data();
+        return !live || script.pixelsAreNull || script.pixels.empty() ? nullptr : script.pixels.data();
     }
     Timestamp getTimeStamp() override { return script.time; }
-    const IMUPacket* getIMUPacket() override { return script.packetIsNull ? nullptr : &script.packet; }
+    const IMUPacket* getIMUPacket() override { return !live || script.packetIsNull ? nullptr : &script.packet; }
     void afterGrab() override {
         log.add("afterGrab");
         script.time += script.timeStep;
+        ++script.counters.produced;
+        ++script.counters.delivered;
     }
-    void close(bool wait) override { log.add("closeGrabber {}", wait); }
+    void close(bool wait) override {
+        log.add("closeGrabber {}", wait);
+        live = false;
+    }
 
     bool getVideoSettingRange(VIDEO_SETTINGS, int& min, int& max) override {
         min = 0;
@@ -171,6 +180,7 @@ private:
     CallLog& log;
     ScriptedMcu mcu;
     INPUT_TYPE kind;
+    bool live = false;
 };
 
 }  // namespace oru::doubles

@@ -1,7 +1,10 @@
 #pragma once
 
+#include <algorithm>
 #include <deque>
 #include <optional>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "collaborators/PlaybackRecorder.hpp"
@@ -20,6 +23,14 @@ struct HeaderScript final : rlxrw::IRLXWriter {
     int getHeight() override { return height; }
     float getfps() override { return fps; }
     int getType() override { return 0; }
+};
+
+struct RecordedFrame {
+    std::vector<unsigned char> pixels;
+    Timestamp time = 0;
+    rlxrw::rlxSampleMetadata metadata{};
+    std::optional<IMUPacket> imu;
+    std::vector<IMUPacket> packets;
 };
 
 /// What a scripted reader answers; the recorder shares it under another name in the log.
@@ -42,6 +53,7 @@ struct RlxScript {
     std::deque<FrameStatus> statuses;
     FrameStatus thenStatus = NEW_FRAME;
     std::vector<IMUPacket> written;
+    std::vector<RecordedFrame> frames;  ///< of the file last written
 };
 
 class ScriptedRlx final : public rlxrw::RLXVideo {
@@ -52,22 +64,32 @@ public:
 
     int open(const char* path) override {
         log.add("{} open {}", name, path);
-        if (script.openings.empty()) {
-            return 0;
+        int result = 0;
+        if (!script.openings.empty()) {
+            result = script.openings.front();
+            script.openings.pop_front();
         }
-        const int result = script.openings.front();
-        script.openings.pop_front();
+        loaded = result != 1 && result != 2;
+        count = {};
+        moveTo(0);
         return result;
     }
-    void close() override { log.add("{} close", name); }
+    void close() override {
+        log.add("{} close", name);
+        loaded = false;
+        moveTo(0);
+    }
     int repairFile(const char* in, const char* out, bool a, bool b) override {
         log.add("repair {} '{}' {} {}", in, out, a, b);
         return script.repair;
     }
-    void setPosition(int frame) override { log.add("setPosition {}", frame); }
-    int getRLXVersion() override { return script.version; }
-    rlxrw::IRLXWriter* v1() override { return script.version == 1 ? &script.v1 : nullptr; }
-    const rlxrw::RlxHeaderV2* v2() override { return script.version == 2 ? &script.v2 : nullptr; }
+    void setPosition(int frame) override {
+        log.add("setPosition {}", frame);
+        moveTo(std::clamp(frame, 0, frameCount()));
+    }
+    int getRLXVersion() override { return loaded ? script.version : 0; }
+    rlxrw::IRLXWriter* v1() override { return getRLXVersion() == 1 ? &script.v1 : nullptr; }
+    const rlxrw::RlxHeaderV2* v2() override { return getRLXVersion() == 2 ? &script.v2 : nullptr; }
     MODEL getCameraModel() override { return script.model; }
     int getCameraFwVersion() override { return 1001; }
     int getIMUDataVersion() override { return script.imuDataVersion; }
@@ -84,26 +106,89 @@ public:
         return script.currentImu.has_value();
     }
     bool getCurrentMetadata(rlxrw::rlxSampleMetadata& metadata) override {
-        metadata = script.metadata.value_or(rlxrw::rlxSampleMetadata{});
-        return script.metadata.has_value();
+        metadata = script.metadata.value_or(current != nullptr ? current->metadata : rlxrw::rlxSampleMetadata{});
+        return script.metadata.has_value() || current != nullptr;
     }
     const Matrix4f* getIMUCamTransform() override { return script.imuToCamera ? &*script.imuToCamera : nullptr; }
-    std::vector<IMUPacket> getFrameIMUPackets() override { return script.framePackets; }
+    std::vector<IMUPacket> getFrameIMUPackets() override { return current != nullptr ? packets : script.framePackets; }
+    bool getFrameIMU(IMUPacket& packet) override {
+        packet = current != nullptr ? current->imu.value_or(IMUPacket{}) : IMUPacket{};
+        return current != nullptr && current->imu.has_value();
+    }
     void writeCurrentIMU(IMUPacket packet) override {
         log.add("{} writeCurrentIMU {}", name, packet.imu_timestamp);
         script.written.push_back(packet);
     }
-    [[nodiscard]] FrameStatus readFrame(unsigned char*, std::size_t, Timestamp&) override { return INPUT_ENDED; }
-    int frameCount() override { return 0; }
-    int position() override { return 0; }
-    int create(const char*, const rlxrw::RlxRecordingHeader&) override { return 1; }
-    int writeFrame(const rlxrw::RlxFrame&) override { return 1; }
-    [[nodiscard]] FrameCounters counters() const override { return {}; }
+    void takeWrittenPackets(std::vector<IMUPacket>& taken) override {
+        taken.insert(taken.end(), script.written.begin(), script.written.end());
+        script.written.clear();
+    }
+    [[nodiscard]] FrameStatus readFrame(unsigned char* pixels, std::size_t size, Timestamp& time) override {
+        if (!loaded || next == script.frames.size()) {
+            return loaded ? INPUT_ENDED : SOURCE_UNAVAILABLE;
+        }
+        if (script.frames[next].pixels.size() != size) {
+            return SOURCE_ERROR;
+        }
+        current = &script.frames[next++];
+        std::copy(current->pixels.begin(), current->pixels.end(), pixels);
+        time = current->time;
+        packets = std::exchange(passedOver, {});
+        packets.insert(packets.end(), current->packets.begin(), current->packets.end());
+        ++count.produced;
+        ++count.delivered;
+        return NEW_FRAME;
+    }
+    void skipFrame() override {
+        const std::vector<IMUPacket>& skipped = script.frames.at(next++).packets;
+        passedOver.insert(passedOver.end(), skipped.begin(), skipped.end());
+        ++count.produced;
+        ++count.late;
+    }
+    int frameCount() override { return loaded ? static_cast<int>(script.frames.size()) : 0; }
+    int position() override { return static_cast<int>(next); }
+    Timestamp frameTime(int frame) override {
+        return frame >= 0 && frame < frameCount() ? script.frames[static_cast<std::size_t>(frame)].time : 0;
+    }
+    int create(const char* path, const rlxrw::RlxRecordingHeader& header) override {
+        log.add("{} create {}", name, path);
+        script.v2 = {header.serial_number, static_cast<int>(header.width), static_cast<int>(header.height),
+                     header.fps,           header.decompression_platform,  header.flipped};
+        script.model = header.model;
+        script.hasImu = header.has_imu;
+        script.mode = header.compression_mode;
+        script.frames.clear();
+        count = {};
+        return 0;
+    }
+    int writeFrame(const rlxrw::RlxFrame& frame) override {
+        script.frames.push_back({{frame.pixels, frame.pixels + frame.size},
+                                 frame.time,
+                                 frame.metadata,
+                                 frame.imu != nullptr ? std::optional<IMUPacket>(*frame.imu) : std::nullopt,
+                                 {frame.packets, frame.packets + frame.packet_count}});
+        ++count.produced;
+        ++count.delivered;
+        return 0;
+    }
+    [[nodiscard]] FrameCounters counters() const override { return count; }
 
 private:
+    void moveTo(int frame) {
+        next = static_cast<std::size_t>(frame);
+        current = nullptr;
+        passedOver.clear();
+    }
+
     RlxScript& script;
     CallLog& log;
     std::string name;
+    bool loaded = false;
+    std::size_t next = 0;
+    const RecordedFrame* current = nullptr;
+    std::vector<IMUPacket> packets;     // of the current frame
+    std::vector<IMUPacket> passedOver;  // of those before it
+    FrameCounters count;
 };
 
 class ScriptedPlayback final : public PlaybackRecorder {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <cstring>
+#include <algorithm>
 #include <deque>
 #include <vector>
 
@@ -11,6 +11,13 @@
 
 namespace oru::doubles {
 
+/// A frame as a sender was given it.
+struct SentFrame {
+    std::vector<unsigned char> pixels;
+    Timestamp time = 0;
+    rlxrw::rlxSampleMetadata metadata{};
+};
+
 struct StreamInputScript {
     int opening = 0;
     StreamDescription description{31020002, MODEL_MONO_2UM, 1001, 502, 1920, 1200, true, 1};
@@ -19,6 +26,7 @@ struct StreamInputScript {
     int versionByte = 5;
     std::deque<bool> frames;
     bool thenFrame = true;
+    std::deque<SentFrame> arrivals;  ///< come first, one a call, and count
     Timestamp time = 5'000'000'000;
     bool hasMetadata = true;
     rlxrw::rlxSampleMetadata metadata{};
@@ -43,6 +51,16 @@ public:
     }
     bool readStreamData(unsigned char* image, unsigned char* second) override {
         log.add("{}", second == nullptr ? "readStreamData" : "readStreamData second");
+        if (!script.arrivals.empty()) {
+            const SentFrame& arrived = script.arrivals.front();
+            std::copy(arrived.pixels.begin(), arrived.pixels.end(), image);
+            script.time = arrived.time;
+            script.metadata = arrived.metadata;
+            script.arrivals.pop_front();
+            ++count.produced;
+            ++count.delivered;
+            return true;
+        }
         bool frame = script.thenFrame;
         if (!script.frames.empty()) {
             frame = script.frames.front();
@@ -68,10 +86,14 @@ public:
     }
     std::vector<IMUPacket> takeImuPacketsBefore(Timestamp time) override {
         log.add("takeImuPacketsBefore {}", time);
-        return script.packets;
+        const auto later = std::stable_partition(script.packets.begin(), script.packets.end(),
+                                                 [time](const auto& packet) { return packet.imu_timestamp < time; });
+        std::vector<IMUPacket> earlier(script.packets.begin(), later);
+        script.packets.erase(script.packets.begin(), later);
+        return earlier;
     }
     rlxrw::RLXVideo& recorder() override { return streamRecorder; }
-    [[nodiscard]] FrameCounters counters() const override { return {}; }
+    [[nodiscard]] FrameCounters counters() const override { return count; }
     bool valueRange(VIDEO_SETTINGS, int& min, int& max) override {
         min = 1;
         max = 8;
@@ -95,13 +117,7 @@ private:
     StreamInputScript& script;
     CallLog& log;
     ScriptedRlx streamRecorder;
-};
-
-/// A frame as a sender was given it.
-struct SentFrame {
-    std::vector<unsigned char> pixels;
-    Timestamp time = 0;
-    rlxrw::rlxSampleMetadata metadata{};
+    FrameCounters count;
 };
 
 struct StreamOutputScript {
@@ -111,6 +127,7 @@ struct StreamOutputScript {
     bool imu = true;
     UDPOutConfig configuration{};
     std::vector<SentFrame> sent;
+    std::vector<IMUPacket> samples;
 };
 
 class ScriptedStreamOutput final : public UDPOutput {
@@ -131,18 +148,24 @@ public:
                              int size) override {
         log.add("send {} {}", time, size);
         script.sent.push_back({{pixels, pixels + size}, time, metadata});
+        ++count.produced;
+        ++count.delivered;
     }
     void waitingestYUVFrameProcessing() override { log.add("waitForSender"); }
     void noteSkippedFrame() override { log.add("skipped"); }
-    void ingestIMU(IMUPacket packet) override { log.add("ingestIMU {}", packet.imu_timestamp); }
+    void ingestIMU(IMUPacket packet) override {
+        log.add("ingestIMU {}", packet.imu_timestamp);
+        script.samples.push_back(packet);
+    }
     [[nodiscard]] bool isBusy() const override { return script.busy; }
     [[nodiscard]] bool isRunning() const override { return script.running; }
     [[nodiscard]] bool carriesImu() const override { return script.imu; }
-    [[nodiscard]] FrameCounters counters() const override { return {}; }
+    [[nodiscard]] FrameCounters counters() const override { return count; }
 
 private:
     StreamOutputScript& script;
     CallLog& log;
+    FrameCounters count;
 };
 
 }  // namespace oru::doubles

@@ -1,7 +1,7 @@
 #include "backends/rectifier/cpu/cpu_rectifier.hpp"
 
 #include "backends/gpu/host/host_gpu_runtime.hpp"
-#include "backends/rectifier/rectifier_contract.hpp"
+#include "contracts/rectifier_contract.hpp"
 
 namespace oru {
 namespace {

@@ -5,7 +5,7 @@
 #include "backends/rectifier/HostDeviceWork.hpp"
 #include "backends/rectifier/cuda/cuda_rectifier.hpp"
 #include "backends/rectifier/random_views.hpp"
-#include "backends/rectifier/rectifier_contract.hpp"
+#include "contracts/rectifier_contract.hpp"
 
 namespace oru {
 namespace {

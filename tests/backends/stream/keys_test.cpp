@@ -62,7 +62,7 @@ TEST_F(KeyedStream, ShowsImagesToWhoeverHoldsTheKey) {
     std::vector<unsigned char> image(std::size_t{settings.width} * settings.height * 2);
 
     ASSERT_EQ(openWith(kViewing, *receiver), 0);
-    EXPECT_TRUE(readWithin(*receiver, image, 5000));
+    EXPECT_TRUE(readNext(*receiver, image));
 
     RawCaller viewer(settings.port, RawCaller::Kind::VIEWER, kViewing);
     int state = -1;
@@ -93,7 +93,7 @@ TEST_F(KeyedStream, RefusesEveryOtherKeyAndSaysSoOnBothSides) {
         EXPECT_EQ(openWith(receiverKey, *receiver), -4);
         const uint64_t elapsed = clock->monotonicNanoseconds() - begin;
 
-        EXPECT_LT(elapsed, 3500000000U);
+        EXPECT_LT(elapsed, 8'000'000'000U) << "3 s and what a busy machine adds";
         EXPECT_TRUE(said(log, LogLevel::Error, "127.0.0.1:" + std::to_string(settings.port), receiverSays));
         EXPECT_TRUE(waitFor([&, says = senderSays] { return said(log, LogLevel::Warning, "refused", says); }));
         EXPECT_EQ(sender->status().receivers, 0U);
@@ -136,7 +136,7 @@ TEST_F(KeyedStream, SaysWhenASenderComesBackWithAnotherKeyAndFindsItWithTheOldOn
     auto receiver = makeReceiver();
     std::vector<unsigned char> image(std::size_t{settings.width} * settings.height * 2);
     ASSERT_EQ(openWith(kViewing, *receiver), 0);
-    ASSERT_TRUE(readWithin(*receiver, image, 5000));
+    ASSERT_TRUE(readNext(*receiver, image));
     const auto restart = [&](const char* key) {
         stopSource();
         const ScopedEnvironment viewingKey("KORU_STREAM_PASSPHRASE", key);
@@ -153,7 +153,7 @@ TEST_F(KeyedStream, SaysWhenASenderComesBackWithAnotherKeyAndFindsItWithTheOldOn
     }));
     EXPECT_EQ(sender->status().receivers, 0U);
     restart(kViewing);
-    EXPECT_TRUE(readWithin(*receiver, image, 8000));
+    EXPECT_TRUE(readNext(*receiver, image));
 }
 
 TEST_F(KeyedStream, DoesNotStartWithAKeyThatIsNoGood) {

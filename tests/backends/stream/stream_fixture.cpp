@@ -116,8 +116,8 @@ void NumberedSource::step(const std::function<void(uint64_t)>& before) {
     std::this_thread::sleep_for(std::chrono::nanoseconds(nextNs - now));
 }
 
-bool readWithin(UDPInput& receiver, std::vector<unsigned char>& image, int milliseconds) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
+bool readNext(UDPInput& receiver, std::vector<unsigned char>& image) {
+    const auto end = std::chrono::steady_clock::now() + kPatience;
     while (std::chrono::steady_clock::now() < end) {
         if (receiver.readStreamData(image.data(), nullptr)) {
             return true;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -54,7 +55,10 @@ private:
     std::unique_ptr<Clock> clock = makeSystemClock();
 };
 
-/// Takes frames until there is one, or the time is over.
-bool readWithin(UDPInput& receiver, std::vector<unsigned char>& image, int milliseconds);
+/// What a busy machine may take for something that an idle one does at once.
+inline constexpr std::chrono::seconds kPatience{20};
+
+/// Reads until a frame comes; false when kPatience is over.
+[[nodiscard]] bool readNext(UDPInput& receiver, std::vector<unsigned char>& image);
 
 }  // namespace oru::test

@@ -151,23 +151,6 @@ TEST(VirtualGrabber, ReportsEachFrameAsNewOnce) {
     }
 }
 
-TEST(VirtualGrabber, ClosesTheAccountOfItsFrames) {
-    BusRig rig;
-    int id = 0;
-    ASSERT_EQ(rig.open(id, 960, 600, 120), SETUP_OK);
-    for (int i = 0; i < 5; ++i) {
-        ASSERT_TRUE(rig.takeFrame());
-    }
-    std::this_thread::sleep_for(milliseconds(200));
-    ASSERT_TRUE(rig.takeFrame());
-
-    const FrameCounters counters = rig.grabber->counters();
-
-    EXPECT_EQ(counters.delivered, 6U);
-    EXPECT_EQ(counters.produced, counters.delivered + counters.lost());
-    EXPECT_GE(counters.overwritten + counters.sensor_gap, 1U);
-}
-
 TEST(VirtualGrabber, ServesControlsSensorsAndCountersBesideTheFrames) {
     BusRig rig;
     ASSERT_EQ(rig.open(), SETUP_OK);
@@ -196,22 +179,6 @@ TEST(VirtualGrabber, ServesControlsSensorsAndCountersBesideTheFrames) {
 
     EXPECT_TRUE(all);
     EXPECT_GT(rounds, 0);
-}
-
-TEST(VirtualGrabber, AnswersAsUnavailableWithoutCamera) {
-    BusRig rig;
-
-    EXPECT_EQ(rig.take(), SOURCE_UNAVAILABLE);
-    EXPECT_EQ(rig.grabber->getSerialNumber(), 0);
-    EXPECT_EQ(rig.grabber->getCameraModel(), MODEL_UNKNOWN);
-    EXPECT_EQ(rig.grabber->getPixels(), nullptr);
-    EXPECT_EQ(rig.grabber->getIMUPacket(), nullptr);
-    ASSERT_NE(rig.grabber->getMCU(), nullptr);
-    EXPECT_FALSE(rig.grabber->hasMCU());
-    EXPECT_FALSE(rig.grabber->getMCU()->isReady());
-    EXPECT_FALSE(rig.grabber->getMCU()->getIMUPose(0).valid);
-    rig.grabber->close(true);
-    rig.grabber->close(true);
 }
 
 TEST(VirtualMcu, JoinsBatchesWithoutGapOrOverlapAt400Hz) {
