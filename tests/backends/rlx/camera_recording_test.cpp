@@ -6,10 +6,10 @@
 #include <fstream>
 #include <mutex>
 
-#include "backends/rlx/HelperProcess.hpp"
 #include "backends/rlx/camera_rig.hpp"
 #include "backends/rlx/file/repair.hpp"
 #include "collaborators/frame_metadata.hpp"
+#include "doubles/ChildProcess.hpp"
 
 namespace oru::rlx_test {
 
@@ -87,10 +87,6 @@ public:
 };
 
 class EveryMode : public testing::TestWithParam<RLX_COMPRESSION_MODE> {};
-
-std::string modeName(const testing::TestParamInfo<RLX_COMPRESSION_MODE>& info) {
-    return "Mode" + std::to_string(info.param);
-}
 
 }  // namespace
 
@@ -306,13 +302,14 @@ TEST_P(EveryMode, KilledRecorderLosesAtMostHalfASecond) {
         const TemporaryDirectory folder;
         const Scene scene{.fps = 60.0F, .mode = GetParam()};
         const std::string path = folder.path("a.rlx2");
-        HelperProcess helper({"endless", path, std::to_string(GetParam())});
+        doubles::ChildProcess helper({RLX_RECORD_HELPER, "endless", path, std::to_string(GetParam())});
         if (!helper.hasStarted()) {
             GTEST_SKIP() << "cannot start " RLX_RECORD_HELPER;
         }
         helper.waitForOutput();
         ::usleep(static_cast<useconds_t>(600'000 + 130'000 * round));
-        const std::size_t count = helper.killAndCount();
+        helper.kill();
+        const std::size_t count = helper.rest().size();
 
         const rlx::RepairReport report = rlx::repairRecording(path, "", rlx::ImageCheck::TAIL);
 

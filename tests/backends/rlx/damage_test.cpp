@@ -71,10 +71,6 @@ protected:
     std::vector<rlx::IndexEntry> indexEntries;
 };
 
-std::string modeName(const testing::TestParamInfo<RLX_COMPRESSION_MODE>& info) {
-    return "Mode" + std::to_string(info.param);
-}
-
 }  // namespace
 
 INSTANTIATE_TEST_SUITE_P(Rlx, EveryMode, testing::ValuesIn(kModes), modeName);

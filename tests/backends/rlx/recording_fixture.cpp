@@ -104,6 +104,14 @@ std::vector<IMUPacket> Scene::packets(uint64_t number) const {
     return packets;
 }
 
+int writeImage(rlxrw::RLXVideo& recorder, const std::vector<unsigned char>& image, Timestamp time) {
+    rlxrw::RlxFrame frame;
+    frame.pixels = image.data();
+    frame.size = image.size();
+    frame.time = time;
+    return recorder.writeFrame(frame);
+}
+
 int writeSceneFrame(rlxrw::RLXVideo& recorder, const Scene& scene, uint64_t number) {
     const std::vector<unsigned char> image = scene.image(number);
     const std::vector<IMUPacket> packets = scene.packets(number);

@@ -40,10 +40,25 @@ struct Scene {
     [[nodiscard]] std::vector<IMUPacket> packets(uint64_t number) const;
 };
 
+inline std::string modeName(const testing::TestParamInfo<RLX_COMPRESSION_MODE>& mode) {
+    return "Mode" + std::to_string(mode.param);
+}
+
+/// Writes an image with nothing but its time; the result of writeFrame.
+int writeImage(rlxrw::RLXVideo& recorder, const std::vector<unsigned char>& image, Timestamp time);
 /// Writes one frame of the scene; the result of writeFrame.
 int writeSceneFrame(rlxrw::RLXVideo& recorder, const Scene& scene, uint64_t number);
 /// Records frames 0 to count - 1 and closes the file.
 void record(const std::string& path, const Scene& scene, uint64_t count);
+
+/// A folder for one file, and what may read or write it.
+struct OneFile {
+    TemporaryDirectory folder;
+    std::string path = folder.path("a.rlx2");
+    CalibrationKeeper calibration;
+    std::unique_ptr<rlxrw::RLXVideo> file = makeRlxVideo(calibration);
+    Timestamp time = 0;
+};
 
 /// What a file gives when it is played to its end.
 struct Played {

@@ -2,9 +2,9 @@
 
 #include <cstdio>
 
-#include "backends/rlx/HelperProcess.hpp"
 #include "backends/rlx/file/repair.hpp"
 #include "backends/rlx/recording_fixture.hpp"
+#include "doubles/ChildProcess.hpp"
 #include "doubles/numbered_images.hpp"
 
 namespace oru::rlx_test {
@@ -12,10 +12,6 @@ namespace oru::rlx_test {
 namespace {
 
 class EveryMode : public testing::TestWithParam<RLX_COMPRESSION_MODE> {};
-
-std::string modeName(const testing::TestParamInfo<RLX_COMPRESSION_MODE>& info) {
-    return "Mode" + std::to_string(info.param);
-}
 
 /// True when the command exits with 0; its output goes to the test's.
 bool succeeds(const std::string& command) {
@@ -60,21 +56,17 @@ TEST_P(EveryMode, PlaysBackEveryFrameWithItsFactsExactly) {
 }
 
 TEST_P(EveryMode, SeeksExactlyForwardsAndBackwards) {
-    const TemporaryDirectory folder;
+    OneFile own;
     const Scene scene{.fps = 10.0F, .mode = GetParam()};
-    const std::string path = folder.path("a.rlx2");
-    record(path, scene, 45);
-    CalibrationKeeper calibration;
-    const auto reader = makeRlxVideo(calibration);
-    ASSERT_EQ(reader->open(path.c_str()), 0);
+    record(own.path, scene, 45);
+    ASSERT_EQ(own.file->open(own.path.c_str()), 0);
     std::vector<unsigned char> image(std::size_t{scene.width} * scene.height * 2);
-    Timestamp time = 0;
 
     for (const int frame : {3, 0, 44, 20, 21, 19, 9, 10, 11, 40, 0}) {
-        reader->setPosition(frame);
-        EXPECT_EQ(reader->position(), frame);
-        ASSERT_EQ(reader->readFrame(image.data(), image.size(), time), NEW_FRAME) << frame;
-        EXPECT_EQ(time, scene.time(static_cast<uint64_t>(frame)));
+        own.file->setPosition(frame);
+        EXPECT_EQ(own.file->position(), frame);
+        ASSERT_EQ(own.file->readFrame(image.data(), image.size(), own.time), NEW_FRAME) << frame;
+        EXPECT_EQ(own.time, scene.time(static_cast<uint64_t>(frame)));
         EXPECT_EQ(doubles::numberIn(image, scene.width), static_cast<uint64_t>(frame));
     }
 }
@@ -102,14 +94,12 @@ TEST_P(EveryMode, OpensInOrdinaryPlayers) {
 
 TEST(Recording, HeaderFactsComeBackAndTheCalibrationIsOffered) {
     for (const int version : {1, 2}) {
-        const TemporaryDirectory folder;
+        OneFile own;
         const Scene scene{.version = version};
-        const std::string path = folder.path("a.rlx2");
-        record(path, scene, 1);
-        CalibrationKeeper calibration;
-        const auto reader = makeRlxVideo(calibration);
+        record(own.path, scene, 1);
 
-        ASSERT_EQ(reader->open(path.c_str()), 0);
+        ASSERT_EQ(own.file->open(own.path.c_str()), 0);
+        const auto& reader = own.file;
 
         EXPECT_EQ(reader->getRLXVersion(), version);
         EXPECT_EQ(reader->v1() != nullptr, version == 1);
@@ -123,7 +113,7 @@ TEST(Recording, HeaderFactsComeBackAndTheCalibrationIsOffered) {
         EXPECT_TRUE(reader->hasIMUData());
         ASSERT_NE(reader->getIMUCamTransform(), nullptr);
         EXPECT_EQ((*reader->getIMUCamTransform())(0, 3), 12.5F);
-        EXPECT_EQ(calibration.text(kSerialNumber), scene.header().calibration_text);
+        EXPECT_EQ(own.calibration.text(kSerialNumber), scene.header().calibration_text);
     }
 }
 
@@ -167,24 +157,18 @@ TEST(Recording, RefusesWhatItCannotCode) {
 }
 
 TEST(Recording, TimesThatStandStillOrGoBackAreKept) {
-    const TemporaryDirectory folder;
+    OneFile own;
+    const auto& file = own.file;
     const Scene scene;
-    const std::string path = folder.path("a.rlx2");
-    CalibrationKeeper calibration;
-    const auto file = makeRlxVideo(calibration);
     const std::vector<unsigned char> image = scene.image(0);
     const std::vector<Timestamp> times{5'000'000'000, 5'000'000'000, 4'000'000'000, 0, 200'000'000'000, ~Timestamp{0}};
-    ASSERT_EQ(file->create(path.c_str(), scene.header()), 0);
+    ASSERT_EQ(file->create(own.path.c_str(), scene.header()), 0);
     for (const Timestamp time : times) {
-        rlxrw::RlxFrame frame;
-        frame.pixels = image.data();
-        frame.size = image.size();
-        frame.time = time;
-        ASSERT_EQ(file->writeFrame(frame), 0);
+        ASSERT_EQ(writeImage(*file, image, time), 0);
     }
     file->close();
 
-    ASSERT_EQ(file->open(path.c_str()), 0);
+    ASSERT_EQ(file->open(own.path.c_str()), 0);
 
     for (std::size_t i = 0; i < times.size(); ++i) {
         std::vector<unsigned char> read(image.size());
@@ -200,7 +184,7 @@ TEST_P(EveryMode, FullDiskLeavesAPlayableFile) {
     const TemporaryDirectory folder;
     const Scene scene{.fps = 60.0F, .mode = GetParam()};
     const std::string path = folder.path("a.rlx2");
-    HelperProcess helper({"disk", path, std::to_string(GetParam()), "30000"});
+    doubles::ChildProcess helper({RLX_RECORD_HELPER, "disk", path, std::to_string(GetParam()), "30000"});
     if (!helper.hasStarted()) {
         GTEST_SKIP() << "cannot start " RLX_RECORD_HELPER;
     }

@@ -53,11 +53,7 @@ double recorderWrite(const std::string& path, const Scene& scene, const std::vec
     EXPECT_EQ(recorder->create(path.c_str(), scene.header()), 0);
     const double begin = cpuSeconds();
     for (uint64_t i = 0; i < kFramesOfARound; ++i) {
-        rlxrw::RlxFrame frame;
-        frame.pixels = image.data();
-        frame.size = image.size();
-        frame.time = scene.time(i);
-        EXPECT_EQ(recorder->writeFrame(frame), 0);
+        EXPECT_EQ(writeImage(*recorder, image, scene.time(i)), 0);
     }
     const double seconds = cpuSeconds() - begin;
     recorder->close();
@@ -93,11 +89,7 @@ TEST(Throughput, LongRecordingOpensAtOnceAndSeeksExactly) {
     std::vector<unsigned char> image(16 * 2 * 2);
     for (int i = 0; i < kFrames; ++i) {
         std::copy_n(reinterpret_cast<const unsigned char*>(&i), sizeof i, image.begin());
-        rlxrw::RlxFrame frame;
-        frame.pixels = image.data();
-        frame.size = image.size();
-        frame.time = scene.time(static_cast<uint64_t>(i));
-        ASSERT_EQ(file->writeFrame(frame), 0);
+        ASSERT_EQ(writeImage(*file, image, scene.time(static_cast<uint64_t>(i))), 0);
     }
     file->close();
 

@@ -18,6 +18,7 @@ protected:
         sender = makeStreamSender(*clock, senderTexts, false);
         ASSERT_EQ(sender->open(configuration), 0);
         sender->setGrabber(nullptr);
+        image.resize(std::size_t{configuration.width} * configuration.height * 2);
     }
     void startSource() {
         producer = std::jthread([this](const std::stop_token& stop) {
@@ -30,6 +31,17 @@ protected:
         });
     }
     void stopSource() { producer = {}; }
+    /// Sender and source; 320x240 at 30 frames/s where nothing else is said.
+    void start(const UDPOutConfig& configuration = streamConfiguration(freePort())) {
+        startSender(configuration);
+        startSource();
+    }
+    /// A receiver that is connected to the sender, or null.
+    std::unique_ptr<UDPInput> connect() {
+        auto receiver = makeReceiver();
+        const bool connected = receiver->open("127.0.0.1", settings.port, 0) == 0;
+        return connected ? std::move(receiver) : nullptr;
+    }
     std::unique_ptr<UDPInput> makeReceiver() { return makeStreamReceiver(*clock, receiverTexts, nullptr, false); }
     void TearDown() override { stopSource(); }
 
@@ -38,6 +50,7 @@ protected:
     CalibrationKeeper receiverTexts;
     UDPOutConfig settings{};
     std::unique_ptr<UDPOutput> sender;
+    std::vector<unsigned char> image;  ///< of the sender's size
     uint64_t firstNumber = 0;
     std::atomic<uint64_t> lastNumber{0};
     int samplesEach = 4;

@@ -67,12 +67,10 @@ private:
 };
 
 TEST_F(Codec, H265DeliversSmallImagesOnceWithTheirTimeAndMetadata) {
-    startSender(denseConfiguration(192, 112, 15));
-    startSource();
-    auto receiver = makeReceiver();
-    ASSERT_EQ(receiver->open("127.0.0.1", settings.port, 0), 0);
+    start(denseConfiguration(192, 112, 15));
+    const auto receiver = connect();
+    ASSERT_NE(receiver, nullptr);
 
-    std::vector<unsigned char> image(192 * 112 * 2);
     uint64_t last = 0;
     uint64_t missing = 0;
     for (int i = 0; i < 30; ++i) {
@@ -97,12 +95,10 @@ TEST_F(Codec, H265ThatIsTooMuchForTheMachineSkipsFramesEvenlyAndSaysSoOnce) {
     constexpr uint32_t kWide = 1920;
     constexpr uint32_t kHigh = 1200;
     doubles::LogCapture log;
-    startSender(denseConfiguration(kWide, kHigh, 30));
-    startSource();
-    auto receiver = makeReceiver();
-    ASSERT_EQ(receiver->open("127.0.0.1", settings.port, 0), 0);
+    start(denseConfiguration(kWide, kHigh, 30));
+    const auto receiver = connect();
+    ASSERT_NE(receiver, nullptr);
 
-    std::vector<unsigned char> image(std::size_t{kWide} * kHigh * 2);
     const uint64_t end = clock->monotonicNanoseconds() + 7'000'000'000;
     std::vector<uint64_t> numbers;
     while (clock->monotonicNanoseconds() < end) {

@@ -90,7 +90,6 @@ private:
         return 0;
     }
     void read() {
-        std::vector<unsigned char> image(std::size_t{settings.width} * settings.height * 2);
         while (reading) {
             if (!receiver->readStreamData(image.data(), nullptr)) {
                 continue;

@@ -59,7 +59,6 @@ protected:
 TEST_F(KeyedStream, ShowsImagesToWhoeverHoldsTheKey) {
     start(kViewing);
     auto receiver = makeReceiver();
-    std::vector<unsigned char> image(std::size_t{settings.width} * settings.height * 2);
 
     ASSERT_EQ(openWith(kViewing, *receiver), 0);
     EXPECT_TRUE(readNext(*receiver, image));
@@ -134,7 +133,6 @@ TEST_F(KeyedStream, OpensControlToTheControlKeyAlone) {
 TEST_F(KeyedStream, SaysWhenASenderComesBackWithAnotherKeyAndFindsItWithTheOldOne) {
     start(kViewing);
     auto receiver = makeReceiver();
-    std::vector<unsigned char> image(std::size_t{settings.width} * settings.height * 2);
     ASSERT_EQ(openWith(kViewing, *receiver), 0);
     ASSERT_TRUE(readNext(*receiver, image));
     const auto restart = [&](const char* key) {

@@ -14,8 +14,7 @@ constexpr uint32_t kHeight = 240;
 
 TEST_F(Loopback, GivesTheSendersCalibrationInsideOpen) {
     senderTexts.offer(4711, std::string(9000, 'c') + "[LEFT]");
-    startSender(streamConfiguration(freePort(), kWidth, kHeight));
-    startSource();
+    start();
     auto receiver = makeReceiver();
     ASSERT_EQ(receiver->open("localhost", settings.port, 0), 0);
 
@@ -24,24 +23,13 @@ TEST_F(Loopback, GivesTheSendersCalibrationInsideOpen) {
     EXPECT_EQ(receiverTexts.text(4711), senderTexts.text(4711));
 }
 
-TEST_F(Loopback, DescribesTheCameraBeforeItsFirstFrame) {
-    startSender(streamConfiguration(freePort(), kWidth, kHeight));
-    auto receiver = makeReceiver();
-
-    EXPECT_EQ(receiver->open("127.0.0.1", settings.port, 0), 0);
-
-    EXPECT_EQ(receiver->description().serial_number, 4711);
-    EXPECT_FALSE(receiver->description().has_imu);
-}
-
 TEST_F(Loopback, VersionOneCarriesNeitherSamplesNorPose) {
-    UDPOutConfig configuration = streamConfiguration(freePort(), kWidth, kHeight);
+    UDPOutConfig configuration = streamConfiguration(freePort());
     configuration.version = 1;
     startSender(configuration);
     startSource();
-    auto receiver = makeReceiver();
-    ASSERT_EQ(receiver->open("127.0.0.1", settings.port, 0), 0);
-    std::vector<unsigned char> image(kWidth * kHeight * 2);
+    const auto receiver = connect();
+    ASSERT_NE(receiver, nullptr);
     ASSERT_TRUE(readNext(*receiver, image));
 
     EXPECT_FALSE(sender->carriesImu());
@@ -54,10 +42,9 @@ TEST_F(Loopback, VersionOneCarriesNeitherSamplesNorPose) {
 }
 
 TEST_F(Loopback, AFrameWithoutOrientationComesWithoutMetadata) {
-    startSender(streamConfiguration(freePort(), kWidth, kHeight));
-    auto receiver = makeReceiver();
-    ASSERT_EQ(receiver->open("127.0.0.1", settings.port, 0), 0);
-    std::vector<unsigned char> image(kWidth * kHeight * 2);
+    startSender(streamConfiguration(freePort()));
+    const auto receiver = connect();
+    ASSERT_NE(receiver, nullptr);
     auto sent = numberedImage(kWidth, kHeight, 3);
     rlxrw::rlxSampleMetadata metadata = numberedMetadata(3);
     std::fill_n(metadata.bytes, 16, static_cast<unsigned char>(0));
@@ -70,11 +57,9 @@ TEST_F(Loopback, AFrameWithoutOrientationComesWithoutMetadata) {
 }
 
 TEST_F(Loopback, AReaderThatFallsBehindGetsTheNewestFrame) {
-    startSender(streamConfiguration(freePort(), kWidth, kHeight));
-    startSource();
-    auto receiver = makeReceiver();
-    ASSERT_EQ(receiver->open("127.0.0.1", settings.port, 0), 0);
-    std::vector<unsigned char> image(kWidth * kHeight * 2);
+    start();
+    const auto receiver = connect();
+    ASSERT_NE(receiver, nullptr);
     ASSERT_TRUE(readNext(*receiver, image));
     const uint64_t before = readImage(image, kWidth, kHeight).number;
 
@@ -91,10 +76,8 @@ TEST_F(Loopback, AReaderThatFallsBehindGetsTheNewestFrame) {
 }
 
 TEST_F(Loopback, SeveralReceiversAndALateOneGetTheSameFrames) {
-    startSender(streamConfiguration(freePort(), kWidth, kHeight));
-    startSource();
+    start();
     std::vector<std::unique_ptr<UDPInput>> receivers;
-    std::vector<unsigned char> image(kWidth * kHeight * 2);
     for (int i = 0; i < 4; ++i) {
         receivers.push_back(makeReceiver());
         ASSERT_EQ(receivers.back()->open("127.0.0.1", settings.port, 0), 0);
@@ -116,11 +99,9 @@ TEST_F(Loopback, SeveralReceiversAndALateOneGetTheSameFrames) {
 }
 
 TEST_F(Loopback, ARestartedSenderIsFoundAgainAndNothingOldComesBack) {
-    startSender(streamConfiguration(freePort(), kWidth, kHeight));
-    startSource();
-    auto receiver = makeReceiver();
-    ASSERT_EQ(receiver->open("127.0.0.1", settings.port, 0), 0);
-    std::vector<unsigned char> image(kWidth * kHeight * 2);
+    start();
+    const auto receiver = connect();
+    ASSERT_NE(receiver, nullptr);
     ASSERT_TRUE(readNext(*receiver, image));
     stopSource();
     while (receiver->readStreamData(image.data(), nullptr)) {
@@ -138,10 +119,9 @@ TEST_F(Loopback, ARestartedSenderIsFoundAgainAndNothingOldComesBack) {
 }
 
 TEST_F(Loopback, AnswersAtOnceWhenTheSenderIsGone) {
-    startSender(streamConfiguration(freePort(), kWidth, kHeight));
-    auto receiver = makeReceiver();
-    ASSERT_EQ(receiver->open("127.0.0.1", settings.port, 0), 0);
-    std::vector<unsigned char> image(kWidth * kHeight * 2);
+    startSender(streamConfiguration(freePort()));
+    const auto receiver = connect();
+    ASSERT_NE(receiver, nullptr);
     sender.reset();
 
     const uint64_t begin = clock->monotonicNanoseconds();
@@ -168,7 +148,7 @@ TEST_F(Loopback, OpenFailsInBoundedTimeWhereNobodySends) {
 }
 
 TEST_F(Loopback, APortThatIsTakenIsRefused) {
-    startSender(streamConfiguration(freePort(), kWidth, kHeight));
+    startSender(streamConfiguration(freePort()));
 
     auto second = makeStreamSender(*clock, senderTexts, false);
 

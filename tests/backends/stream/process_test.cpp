@@ -5,12 +5,14 @@
 #include <string>
 #include <vector>
 
-#include "backends/stream/Child.hpp"
 #include "backends/stream/stream_fixture.hpp"
+#include "doubles/ChildProcess.hpp"
 #include "doubles/TemporaryDirectory.hpp"
 
 namespace oru::test {
 namespace {
+
+using doubles::ChildProcess;
 
 constexpr uint32_t kWidth = 320;
 constexpr uint32_t kHeight = 240;
@@ -34,7 +36,7 @@ TEST(TwoProcesses, TheReceiverFindsASenderThatWasKilledAgain) {
 
     for (int round = 0; round < rounds(4); ++round) {
         const uint64_t first = static_cast<uint64_t>(round) * 10'000;
-        Child sender(sendCommand(port, first));
+        ChildProcess sender(sendCommand(port, first));
         if (round == 0) {
             ASSERT_EQ(receiver->open("127.0.0.1", port, 0), 0);
         }
@@ -55,16 +57,16 @@ TEST(TwoProcesses, TheReceiverFindsASenderThatWasKilledAgain) {
 
 TEST(TwoProcesses, TheSenderOutlivesReceiversThatAreKilled) {
     const UDPOutConfig configuration = streamConfiguration(freePort(), kWidth, kHeight);
-    Child sender(sendCommand(configuration.port, 0));
+    ChildProcess sender(sendCommand(configuration.port, 0));
     const std::vector<std::string> receive = {ORU_STREAM_PEER, "receive", "127.0.0.1",
                                               std::to_string(configuration.port), "2"};
 
     for (int round = 0; round < rounds(6); ++round) {
-        Child receiver(receive);
+        ChildProcess receiver(receive);
         EXPECT_EQ(receiver.line(), "first\n") << "round " << round;
         receiver.kill();
     }
-    Child last(receive);
+    ChildProcess last(receive);
     EXPECT_EQ(last.line(), "first\n");
 
     unsigned frames = 0;
@@ -93,13 +95,13 @@ protected:
 
     const uint16_t port = freePort();
     const std::string address = "srt://127.0.0.1:" + std::to_string(port);
-    Child sender{sendCommand(port, 0)};
+    ChildProcess sender{sendCommand(port, 0)};
 };
 
 TEST_F(Player, ReadsImagesAndMetadataFromThePlainAddress) {
-    Child probe({"ffprobe", "-v", "quiet", "-analyzeduration", "1000000", "-read_intervals", "%+2", "-show_entries",
-                 "stream=codec_name,width,height:packet=codec_type", "-of", "compact", "-show_streams", "-show_packets",
-                 address});
+    ChildProcess probe({"ffprobe", "-v", "quiet", "-analyzeduration", "1000000", "-read_intervals", "%+2",
+                        "-show_entries", "stream=codec_name,width,height:packet=codec_type", "-of", "compact",
+                        "-show_streams", "-show_packets", address});
     const std::string seen = probe.rest();
 
     const auto count = [&](const std::string& text) {

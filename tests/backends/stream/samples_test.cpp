@@ -167,7 +167,6 @@ TEST_F(Loopback, SamplesOfABlackoutReachTheReceiverThatConnectsAgain) {
     auto receiver = makeReceiver();
     startSource();
     ASSERT_EQ(receiver->open("127.0.0.1", proxy.port(), 0), 0);
-    std::vector<unsigned char> image(std::size_t{settings.width} * settings.height * 2);
     std::vector<IMUPacket> got;
     const auto readFor = [&](int milliseconds) {
         const auto end = steady_clock::now() + std::chrono::milliseconds(milliseconds);

@@ -10,11 +10,13 @@
 #include <string>
 #include <thread>
 
-#include "backends/stream/Child.hpp"
 #include "backends/stream/stream_fixture.hpp"
+#include "doubles/ChildProcess.hpp"
 
 namespace oru::test {
 namespace {
+
+using doubles::ChildProcess;
 
 constexpr std::size_t kAllowedGrowth = std::size_t{16} << 20;
 
@@ -82,8 +84,8 @@ protected:
              {std::string(ORU_STREAM_PEER), std::string("receive"), host, port, std::to_string(soakSeconds())}) {
             atReceiver.push_back(word);
         }
-        Child sender(atSender);
-        Child receiver(atReceiver);
+        ChildProcess sender(atSender);
+        ChildProcess receiver(atReceiver);
         ASSERT_EQ(receiver.line(), "first\n");
         std::this_thread::sleep_for(std::chrono::seconds(soakSeconds()) / 4);
         const std::size_t warmSender = residentBytes(sender.id());

@@ -66,34 +66,6 @@ struct BusRig {
 
     bool hasMcu() { return grabber->hasMCU(); }
 
-    /// Degrees between the pose change of two packets and the integral of the rate between them, in camera axes.
-    double integrationError(const IMUPacket& start, const IMUPacket& end) {
-        const auto toQuaternion = [](const std::array<float, 4>& q) {
-            return Eigen::Quaterniond(static_cast<double>(q[3]), static_cast<double>(q[0]), static_cast<double>(q[1]),
-                                      static_cast<double>(q[2]));
-        };
-        const Transform mounting = grabber->getMCU()->getIMUCameraTransform();
-        Eigen::Matrix3d camera_to_imu;
-        for (int row = 0; row < 3; ++row) {
-            for (int column = 0; column < 3; ++column) {
-                camera_to_imu(row, column) =
-                    static_cast<double>(mounting(static_cast<std::size_t>(row), static_cast<std::size_t>(column)));
-            }
-        }
-        Eigen::Quaterniond turned = Eigen::Quaterniond::Identity();
-        uint64_t reached = start.imu_timestamp;
-        for (const IMUPacket& packet : grabber->getMCU()->getIMUPacketBatch(start.imu_timestamp, end.imu_timestamp)) {
-            const Eigen::Vector3d rate(static_cast<double>(packet.vector_3[0]), static_cast<double>(packet.vector_3[1]),
-                                       static_cast<double>(packet.vector_3[2]));
-            const Eigen::Vector3d angle =
-                camera_to_imu * rate * (static_cast<double>(packet.imu_timestamp - reached) * 1e-9 * kRadians);
-            turned = turned * Eigen::Quaterniond(Eigen::AngleAxisd(angle.norm(), angle.normalized()));
-            reached = packet.imu_timestamp;
-        }
-        const Eigen::Quaterniond change = toQuaternion(start.orientation).conjugate() * toQuaternion(end.orientation);
-        return change.angularDistance(turned) / kRadians;
-    }
-
     std::unique_ptr<Clock> clock;
     doubles::CalibrationKeeper calibrations;
     std::shared_ptr<VirtualBus> bus;

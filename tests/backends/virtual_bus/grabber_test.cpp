@@ -181,44 +181,5 @@ TEST(VirtualGrabber, ServesControlsSensorsAndCountersBesideTheFrames) {
     EXPECT_GT(rounds, 0);
 }
 
-TEST(VirtualMcu, JoinsBatchesWithoutGapOrOverlapAt400Hz) {
-    BusRig rig;
-    ASSERT_EQ(rig.open(), SETUP_OK);
-    ASSERT_TRUE(rig.hasMcu());
-    std::vector<uint64_t> times;
-    uint64_t from = 0;
-    for (int i = 0; i < 30; ++i) {
-        ASSERT_TRUE(rig.takeFrame());
-        const auto batch = rig.grabber->getMCU()->getIMUPacketBatch(from, rig.time);
-        for (const IMUPacket& packet : batch) {
-            ASSERT_GT(packet.imu_timestamp, from);
-            ASSERT_LE(packet.imu_timestamp, rig.time);
-            times.push_back(packet.imu_timestamp);
-        }
-        from = rig.time;
-    }
-
-    ASSERT_GT(times.size(), 100U);
-    for (std::size_t i = 1; i < times.size(); ++i) {
-        ASSERT_EQ(times[i] - times[i - 1], 2'500'000U);
-    }
-}
-
-TEST(VirtualMcu, IntegratesItsRateToItsPose) {
-    BusRig rig;
-    ASSERT_EQ(rig.open(), SETUP_OK);
-    ASSERT_TRUE(rig.takeFrame());
-    const IMUPacket start = *rig.grabber->getIMUPacket();
-    while (rig.time < start.imu_timestamp + 1'000'000'000) {
-        ASSERT_TRUE(rig.takeFrame());
-    }
-    const IMUPacket end = *rig.grabber->getIMUPacket();
-    EXPECT_EQ(end.imu_timestamp, rig.time);
-
-    const double difference = rig.integrationError(start, end);
-
-    EXPECT_LT(difference, 0.2);
-}
-
 }  // namespace
 }  // namespace oru::virtual_bus

@@ -58,8 +58,7 @@ class Relayed : public Loopback {
 protected:
     void startRelay() {
         senderTexts.offer(4711, kCalibration);
-        startSender(streamConfiguration(freePort(), kWidth, kHeight));
-        startSource();
+        start(streamConfiguration(freePort(), kWidth, kHeight));
         port = freePort();
         relay = std::make_unique<Relay>(settings.port, port);
         ASSERT_EQ(relay->opened, SUCCESS);
@@ -80,7 +79,6 @@ protected:
 
 TEST_F(Relayed, KeepsIdsTimesMetadataAndSamples) {
     ASSERT_NO_FATAL_FAILURE(startRelay());
-    std::vector<unsigned char> image(std::size_t{kWidth} * kHeight * 2);
     ASSERT_TRUE(readNext(*receiver, image));
     (void)receiver->takeImuPacketsBefore(receiver->frameTimestamp());
 
@@ -143,7 +141,6 @@ TEST_F(Relayed, AnnouncesWhatItForwards) {
         const StreamImuPose pose{q[3], q[0], q[1], q[2], t[0], t[1], t[2]};
         return std::memcmp(&pose, &announced, sizeof(pose)) == 0;
     };
-    std::vector<unsigned char> image(std::size_t{kWidth} * kHeight * 2);
     ASSERT_TRUE(readNext(*receiver, image));
     const uint64_t number = readImage(image, kWidth, kHeight).number;
     bool found = false;
