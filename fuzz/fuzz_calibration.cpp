@@ -5,8 +5,8 @@
 #include <cstdlib>
 #include <string>
 
-#include "backends/calibration_fetch/calibration_check.hpp"
 #include "calibration/readers.hpp"
+#include "oru/calibration.hpp"
 
 namespace {
 

@@ -1,37 +1,21 @@
 #include "calibration/ConfManager.hpp"
 
 #include <SimpleIni.h>
-#include <fcntl.h>
 #include <fmt/format.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <cstdio>
 
 #include "calibration/numbers.hpp"
+#include "oru/calibration.hpp"
+#include "utils/text_file.hpp"
 
 namespace oru {
 namespace {
-
-constexpr off_t kSizeLimitBytes = off_t{1} << 20;
 
 struct CloseFile {
     void operator()(std::FILE* file) const { std::fclose(file); }
 };
 using FileHandle = std::unique_ptr<std::FILE, CloseFile>;
-
-/// Only a plain file of a sound size: a directory, a pipe or a device could hang or exhaust the reader.
-FileHandle openForReading(const std::string& path) {
-    const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    struct stat facts = {};
-    const bool isSound = descriptor >= 0 && ::fstat(descriptor, &facts) == 0 && S_ISREG(facts.st_mode) &&
-                         facts.st_size <= kSizeLimitBytes;
-    FileHandle file(isSound ? ::fdopen(descriptor, "rb") : nullptr);
-    if (!file && descriptor >= 0) {
-        ::close(descriptor);
-    }
-    return file;
-}
 
 }  // namespace
 
@@ -59,8 +43,8 @@ void ConfManager::load(const std::string& candidate) {
     if (ini->ini.IsEmpty()) {
         ini->ini.SetUnicode();
     }
-    const FileHandle file = openForReading(path);
-    is_open = file && ini->ini.LoadFile(file.get()) >= 0;
+    const PlainText file = readPlainText(path, kCalibrationTextLimitBytes);
+    is_open = file.defect.empty() && ini->ini.LoadData(file.text) >= 0;
 }
 
 float ConfManager::getValue(std::string key, float default_value) const {

@@ -5,14 +5,13 @@
 #include <cstdlib>
 #include <utility>
 
+#include "oru/calibration.hpp"
 #include "tables/tables.hpp"
 
 namespace oru {
 namespace {
 
 constexpr mode_t kDirectoryMode = 0775;
-constexpr std::array<const char*, 12> kCoefficients = {"k1", "k2", "p1", "p2", "k3", "k4",
-                                                       "k5", "k6", "s1", "s2", "s3", "s4"};
 constexpr std::size_t kCoefficientsPerResolution = 6;
 
 std::string systemSettingsDirectory() {
@@ -22,7 +21,7 @@ std::string systemSettingsDirectory() {
 void readCoefficients(const std::string& section, const ConfManager& conf, std::size_t count,
                       CameraParameters& params) {
     for (std::size_t i = 0; i < count; ++i) {
-        params.distortion.at(i) = conf.getValue(section + ":" + kCoefficients.at(i), 0.0F);
+        params.distortion.at(i) = conf.getValue(section + ":" + kDistortionNames.at(i), 0.0F);
     }
 }
 
@@ -101,7 +100,7 @@ CameraParameters readCamera(std::string section, ConfManager& conf) {
 }
 
 void readCameraFullDisto(std::string section, ConfManager& conf, CameraParameters& params) {
-    readCoefficients(section, conf, kCoefficients.size(), params);
+    readCoefficients(section, conf, kDistortionNames.size(), params);
 }
 
 void setLensLength(CameraParameters& params, Resolution resolution, MODEL model) {

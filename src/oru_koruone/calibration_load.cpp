@@ -3,6 +3,7 @@
 
 #include "calibration/ConfManager.hpp"
 #include "calibration/readers.hpp"
+#include "oru/calibration.hpp"
 #include "oru_koruone/CameraOneImpl.hpp"
 
 namespace oru {
@@ -19,21 +20,10 @@ int toInt(float value) {
 
 /// The section of a sensor family for a height; null when there is none. The width is not consulted.
 const char* sectionName(int family, uint64_t height) {
-    const bool known = family == 1 || family == 2;
-    if (known && height == 1080) {
-        return "CAM_fhd";
-    }
-    if (known && height == 1200) {
-        return "CAM_fhd1200";
-    }
-    if (family == 1 && height == 600) {
-        return "CAM_svga";
-    }
-    if (family == 2 && height == 1800) {
-        return "CAM_qhdplus";
-    }
-    if (family == 2 && height == 2160) {
-        return "CAM_4k";
+    for (const SensorMode& mode : sensorModes(modelOfFamily(family))) {
+        if (static_cast<uint64_t>(mode.height) == height) {
+            return mode.section;
+        }
     }
     return nullptr;
 }
@@ -62,7 +52,7 @@ int CameraOneImpl::readCameraParam() {
     configuration.raw_calibration.image_size = imageSize;
     configuration.resolution = imageSize;
     configuration.fps = getCameraFPS();
-    readCameraFullDisto("DISTO", manager, configuration.raw_calibration);
+    readCameraFullDisto(kDistortionSection, manager, configuration.raw_calibration);
     return 0;
 }
 

@@ -2,8 +2,8 @@
 
 #include <filesystem>
 
-#include "koruone/camera/calibration_text.hpp"
 #include "koruone/camera/control_access.hpp"
+#include "oru/calibration.hpp"
 #include "shared/report.hpp"
 
 namespace koruone {
@@ -25,12 +25,12 @@ void warnOfOtherCalibration(oru::CameraOne& camera) {
         return;
     }
     const std::string directory = camera.getInitParameters().settings_path.get();
-    const CalibrationText file = loadCalibration(directory, information.serial_number);
-    const CalibrationText factory = factoryCalibration(information.serial_number);
+    const oru::CalibrationFile file = oru::findCalibration(directory, information.serial_number);
+    const oru::CalibrationFile factory = oru::factoryCalibration(information.serial_number);
     if (file.empty() || factory.empty()) {
         return;
     }
-    const std::vector<CalibrationDifference> differences = compareCalibrations(file, factory);
+    const std::vector<oru::CalibrationDifference> differences = oru::compareCalibrations(file, factory);
     if (differences.empty()) {
         return;
     }

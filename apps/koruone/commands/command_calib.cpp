@@ -1,17 +1,17 @@
 #include <fmt/core.h>
 
-#include <array>
+#include <algorithm>
+#include <cstdio>
 #include <filesystem>
 #include <limits>
 #include <memory>
 #include <optional>
+#include <vector>
 
-#include "calibration/readers.hpp"
-#include "collaborators/CalibrationSource.hpp"
-#include "koruone/camera/calibration_text.hpp"
 #include "koruone/camera/settings_directory.hpp"
 #include "koruone/commands/commands.hpp"
 #include "oru/CameraOne.hpp"
+#include "oru/calibration.hpp"
 #include "shared/option_helpers.hpp"
 #include "shared/report.hpp"
 
@@ -25,17 +25,6 @@ struct CalibOptions {
     bool refresh = false;
 };
 
-struct Section {
-    const char* name;
-    const char* size;
-};
-
-constexpr std::array kSections{
-    Section{"CAM_svga", "960x600"},      Section{"CAM_fhd", "1920x1080"}, Section{"CAM_fhd1200", "1920x1200"},
-    Section{"CAM_qhdplus", "3200x1800"}, Section{"CAM_4k", "3840x2160"},
-};
-constexpr std::array kDistortionNames{"k1", "k2", "p1", "p2", "k3", "k4", "k5", "k6", "s1", "s2", "s3", "s4"};
-
 /// The N of ".../SNn.conf".
 std::optional<uint32_t> serialOfFile(const std::string& path) {
     const std::string name = std::filesystem::path(path).filename().string();
@@ -48,48 +37,57 @@ std::optional<uint32_t> serialOfFile(const std::string& path) {
     return serial;
 }
 
-bool printCalibration(const std::string& path) {
-    oru::ConfManager conf;
-    conf.load(path);
-    const int family = static_cast<int>(conf.getValue("MISC:Sensor_ID", 0.0F));
-    std::string text = fmt::format("{}\nsensor family {}\n", path, family);
+/// The modes of all models, each section once, by size.
+std::vector<oru::SensorMode> allModes() {
+    std::vector<oru::SensorMode> modes;
+    for (const oru::MODEL model : {oru::MODEL_MONO_3UM, oru::MODEL_MONO_2UM}) {
+        const auto more = oru::sensorModes(model);
+        modes.insert(modes.end(), more.begin(), more.end());
+    }
+    const auto size = [](const oru::SensorMode& mode) { return mode.width * mode.height; };
+    std::sort(modes.begin(), modes.end(), [&](const auto& a, const auto& b) { return size(a) < size(b); });
+    const auto same = [&](const auto& a, const auto& b) { return size(a) == size(b); };
+    modes.erase(std::unique(modes.begin(), modes.end(), same), modes.end());
+    return modes;
+}
+
+bool printCalibration(const oru::CalibrationFile& file) {
+    std::string text = fmt::format("{}\nsensor family {}\n", file.path, oru::familyOf(file.model()));
     text += fmt::format("{:<10}  {:>10}  {:>10}  {:>10}  {:>10}\n", "size", "fx", "fy", "cx", "cy");
-    bool any = false;
-    for (const Section& section : kSections) {
-        const oru::CameraParameters camera = oru::readCamera(section.name, conf);
-        if (camera.fx > 0.0F && camera.fy > 0.0F) {
-            any = true;
-            text += fmt::format("{:<10}  {:>10.3f}  {:>10.3f}  {:>10.3f}  {:>10.3f}\n", section.size, camera.fx,
-                                camera.fy, camera.cx, camera.cy);
+    std::optional<oru::Lens> lens;
+    for (const oru::SensorMode& mode : allModes()) {
+        const std::optional<oru::Lens> seen = file.lens(mode);
+        if (seen) {
+            lens = seen;
+            text += fmt::format("{:<10}  {:>10.3f}  {:>10.3f}  {:>10.3f}  {:>10.3f}\n",
+                                fmt::format("{}x{}", mode.width, mode.height), seen->fx, seen->fy, seen->cx, seen->cy);
         }
     }
-    if (!conf.is_open || !any || family < 1 || family > 2) {
+    if (!lens || file.model() == oru::MODEL_UNKNOWN) {
         return false;
     }
-    oru::CameraParameters lens;
-    oru::readCameraFullDisto("DISTO", conf, lens);
     text += "lens";
-    for (std::size_t i = 0; i < kDistortionNames.size(); ++i) {
-        text += fmt::format("{}{} {:.6g}", i % 4 == 0 ? "\n  " : "  ", kDistortionNames[i], lens.distortion[i]);
+    for (std::size_t i = 0; i < oru::kDistortionNames.size(); ++i) {
+        text += fmt::format("{}{} {:.6g}", i % 4 == 0 ? "\n  " : "  ", oru::kDistortionNames[i], lens->distortion[i]);
     }
     writeOutput(text + "\n");
     return true;
 }
 
-void printDifferences(const CalibrationText& file, uint32_t serial) {
-    const CalibrationText factory = factoryCalibration(static_cast<int>(serial));
+void printDifferences(const oru::CalibrationFile& file, uint32_t serial) {
+    const oru::CalibrationFile factory = oru::factoryCalibration(static_cast<int>(serial));
     if (factory.empty()) {
         writeOutput(fmt::format("camera {} is not attached: not compared with its factory calibration\n", serial));
         return;
     }
-    const std::vector<CalibrationDifference> differences = compareCalibrations(file, factory);
+    const std::vector<oru::CalibrationDifference> differences = oru::compareCalibrations(file, factory);
     if (differences.empty()) {
         writeOutput("agrees with the camera's factory calibration\n");
         return;
     }
     writeOutput(fmt::format("differs from the camera's factory calibration in {}; --refresh replaces it\n",
                             counted(differences.size(), "value")));
-    for (const CalibrationDifference& difference : differences) {
+    for (const oru::CalibrationDifference& difference : differences) {
         writeOutput(fmt::format("  {:<20} {}, factory {}\n", difference.key, difference.file, difference.factory));
     }
 }
@@ -97,7 +95,7 @@ void printDifferences(const CalibrationText& file, uint32_t serial) {
 bool fetch(const std::string& directory, uint32_t serial) {
     std::error_code ignored;  // a directory that cannot be made shows in the next line
     const bool made = std::filesystem::create_directories(directory, ignored);
-    if (oru::downloadCalibFile(directory, static_cast<int>(serial))) {
+    if (oru::fetchCalibration(directory, static_cast<int>(serial))) {
         return true;
     }
     complain(
@@ -111,13 +109,13 @@ bool fetch(const std::string& directory, uint32_t serial) {
     return false;
 }
 
-ExitStatus show(const CalibrationText& calibration, std::optional<uint32_t> serial) {
+ExitStatus show(const oru::CalibrationFile& calibration, std::optional<uint32_t> serial) {
     std::error_code missing;
     if (!std::filesystem::is_regular_file(calibration.path, missing)) {
         complain("there is no file {}; name a calibration file, or a camera by --serial.", calibration.path);
         return EXIT_FAILED;
     }
-    if (!printCalibration(calibration.path)) {
+    if (!printCalibration(calibration)) {
         complain("{} is not a calibration file; replace it, for instance by 'koruone calib --serial N --refresh'.",
                  calibration.path);
         return EXIT_FAILED;
@@ -140,18 +138,18 @@ ExitStatus runOnFile(const CalibOptions& options) {
             return EXIT_FAILED;
         }
     }
-    return show(readCalibration(options.file), serial);
+    return show(oru::readCalibration(options.file), serial);
 }
 
 ExitStatus runOnSerial(const CalibOptions& options) {
     const std::string directory = options.settings.empty() ? defaultSettingsPath() : options.settings + "/";
     const int serial = static_cast<int>(*options.serial);
-    CalibrationText calibration = loadCalibration(directory, serial);
+    oru::CalibrationFile calibration = oru::findCalibration(directory, serial);
     if (options.refresh || calibration.path.empty()) {
         if (!fetch(directory, *options.serial)) {
             return EXIT_FAILED;
         }
-        calibration = loadCalibration(directory, serial);
+        calibration = oru::findCalibration(directory, serial);
     }
     return show(calibration, options.serial);
 }

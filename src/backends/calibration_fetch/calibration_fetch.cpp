@@ -3,14 +3,14 @@
 #include <string>
 #include <utility>
 
-#include "backends/calibration_fetch/calibration_check.hpp"
 #include "backends/calibration_fetch/calibration_fetch.hpp"
 #include "backends/calibration_fetch/download.hpp"
-#include "backends/calibration_fetch/place_file.hpp"
 #include "calibration/readers.hpp"
 #include "logging/log.hpp"
 #include "logging/messages.hpp"
+#include "oru/calibration.hpp"
 #include "utils/Mutex.hpp"
+#include "utils/text_file.hpp"
 
 namespace oru {
 namespace {

@@ -1,14 +1,12 @@
 #include "backends/calibration_fetch/download.hpp"
 
 #include <curl/curl.h>
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
-#include <cerrno>
 #include <memory>
 #include <string_view>
-#include <system_error>
+#include <utility>
+
+#include "utils/text_file.hpp"
 
 namespace oru {
 namespace {
@@ -44,36 +42,9 @@ std::string localPath(const std::string& address) {
     return path.get();
 }
 
-class OpenFile {
-public:
-    // O_NONBLOCK: a pipe without a writer would hold the open() of the camera for ever.
-    explicit OpenFile(const std::string& path) : descriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {}
-    ~OpenFile() {
-        if (descriptor >= 0) {
-            ::close(descriptor);
-        }
-    }
-    OpenFile(const OpenFile&) = delete;
-    OpenFile& operator=(const OpenFile&) = delete;
-    int get() const { return descriptor; }
-
-private:
-    int descriptor;
-};
-
 Download readFile(const std::string& path) {
-    const OpenFile file(path);
-    struct stat facts = {};
-    if (file.get() < 0 || ::fstat(file.get(), &facts) != 0) {
-        return failed(std::generic_category().message(errno));
-    }
-    if (!S_ISREG(facts.st_mode) || facts.st_size > static_cast<off_t>(kCalibrationTextLimitBytes)) {
-        return failed("it is no plain file or too large");
-    }
-    Download result;
-    result.text.resize(static_cast<std::size_t>(facts.st_size));
-    const ssize_t size = ::pread(file.get(), result.text.data(), result.text.size(), 0);
-    return size == facts.st_size ? result : failed("it could not be read whole");
+    PlainText file = readPlainText(path, kCalibrationTextLimitBytes);
+    return {std::move(file.text), std::move(file.defect), Completeness::KNOWN};
 }
 
 std::size_t appendText(const char* data, std::size_t size, std::size_t count, void* result) {

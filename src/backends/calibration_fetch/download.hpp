@@ -3,7 +3,7 @@
 #include <chrono>
 #include <string>
 
-#include "backends/calibration_fetch/calibration_check.hpp"
+#include "oru/calibration.hpp"
 
 namespace oru {
 

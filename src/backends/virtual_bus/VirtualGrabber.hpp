@@ -6,7 +6,7 @@
 #include "backends/virtual_bus/inertial/VirtualMcu.hpp"
 #include "backends/virtual_bus/sensor/Capture.hpp"
 #include "backends/virtual_bus/sensor/frame_exchange.hpp"
-#include "backends/virtual_bus/sensor/sensor_modes.hpp"
+#include "oru/calibration.hpp"
 
 namespace oru::virtual_bus {
 

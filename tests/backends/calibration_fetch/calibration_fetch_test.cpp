@@ -5,13 +5,13 @@
 #include <thread>
 
 #include "backends/calibration_fetch/HttpServer.hpp"
-#include "backends/calibration_fetch/calibration_check.hpp"
 #include "backends/calibration_fetch/calibration_fetch.hpp"
-#include "backends/calibration_fetch/calibration_texts.hpp"
 #include "doubles/LogCapture.hpp"
 #include "doubles/ScopedEnvironment.hpp"
 #include "doubles/SettingsRoot.hpp"
 #include "doubles/TemporaryDirectory.hpp"
+#include "doubles/calibration_texts.hpp"
+#include "oru/calibration.hpp"
 
 namespace oru {
 namespace {

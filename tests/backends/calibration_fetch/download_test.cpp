@@ -4,8 +4,8 @@
 #include <sys/stat.h>
 
 #include "backends/calibration_fetch/HttpServer.hpp"
-#include "backends/calibration_fetch/calibration_texts.hpp"
 #include "doubles/TemporaryDirectory.hpp"
+#include "doubles/calibration_texts.hpp"
 
 namespace oru {
 namespace {

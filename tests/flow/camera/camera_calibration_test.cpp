@@ -5,10 +5,10 @@
 #include <chrono>
 
 #include "backends/calibration_fetch/HttpServer.hpp"
-#include "backends/calibration_fetch/calibration_texts.hpp"
 #include "backends/rlx/recording_fixture.hpp"
 #include "doubles/ScopedEnvironment.hpp"
 #include "doubles/TemporaryDirectory.hpp"
+#include "doubles/calibration_texts.hpp"
 #include "oru/CameraOne.hpp"
 
 namespace oru {

@@ -4,7 +4,6 @@
 #include <random>
 
 #include "flow/koruone/tool.hpp"
-#include "koruone/camera/calibration_text.hpp"
 #include "koruone/output/ContactSheet.hpp"
 #include "koruone/output/TimingHistogram.hpp"
 #include "koruone/output/png_file.hpp"
@@ -170,19 +169,6 @@ TEST(TimePlot, BreaksTheLineAtAGap) {
     const std::size_t first = svg.find("<polyline");
     ASSERT_NE(first, std::string::npos);
     EXPECT_NE(svg.find("<polyline", first + 1), std::string::npos) << "one line across the gap";
-}
-
-TEST(Calibration, ComparesNumbersNotTheirSpelling) {
-    const CalibrationText factory{"", {{"a:x", "1.50"}, {"a:y", "2"}, {"a:z", "3"}, {"a:t", "word"}}};
-    const CalibrationText file{"f", {{"a:x", "1.5000"}, {"a:y", "2.1"}, {"a:t", "word"}, {"b:more", "4"}}};
-
-    const auto differences = compareCalibrations(file, factory);
-
-    ASSERT_EQ(differences.size(), 3U);
-    EXPECT_EQ(differences[0].key, "a:y");
-    EXPECT_EQ(differences[1].key, "a:z");
-    EXPECT_EQ(differences[1].file, "nothing");
-    EXPECT_EQ(differences[2].key, "b:more");
 }
 
 TEST(InputOptions, ParsesSizes) {

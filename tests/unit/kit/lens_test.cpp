@@ -6,6 +6,8 @@
 #include <limits>
 #include <vector>
 
+#include "oru/calibration.hpp"
+
 namespace oru {
 namespace {
 
@@ -129,6 +131,31 @@ TEST(Lens, HasNoRayWhereTheModelFoldsBack) {
     EXPECT_TRUE(folding.rayOf({0, 540}));
     EXPECT_FALSE(folding.rayOf({550, 0}));
     EXPECT_GT(folding.undistort({0.55, 0}).error, 0.005);
+}
+
+TEST(LensDifference, IsZeroForOneLensAndKnowsARotationFromAnotherLens) {
+    const Resolution image{1920, 1200};
+    const Lens pinhole{20000, 20000, 959.5, 599.5, {}};
+    Lens turned = pinhole;
+    turned.cx += 20000 * std::tan(0.1 / 57.29577951308232);
+    Lens longer = kEveryTerm;
+    longer.fx *= 1.003;
+    longer.fy *= 1.003;
+    Lens folding = kEveryTerm;
+    folding.distortion = {-3};
+
+    const auto same = compareLenses(kEveryTerm, kEveryTerm, image);
+    const auto rotation = compareLenses(pinhole, turned, image);
+    const auto focalLength = compareLenses(kEveryTerm, longer, image);
+
+    ASSERT_TRUE(same && rotation && focalLength);
+    EXPECT_EQ(same->points, 33 * 21);
+    EXPECT_LT(same->max_pixels, 1e-6);
+    EXPECT_LT(rotation->max_pixels, 0.2);  // the shift itself is 35 pixels
+    EXPECT_NEAR(rotation->rotation_degrees, 0.1, 1e-3);
+    EXPECT_NEAR(focalLength->max_pixels, 0.003 * std::hypot(960, 600), 0.2);
+    EXPECT_LT(focalLength->rotation_degrees, 0.01);
+    EXPECT_FALSE(compareLenses(kEveryTerm, folding, image));
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <set>
 
 #include "backends/virtual_bus/config/camera_config.hpp"
+#include "backends/virtual_bus/sensor/default_lens.hpp"
 #include "utils/ini_text.hpp"
 
 namespace oru::virtual_bus {

@@ -1,5 +1,7 @@
 #include "backends/virtual_bus/config/camera_config.hpp"
 
+#include "backends/virtual_bus/sensor/default_lens.hpp"
+
 namespace oru::virtual_bus {
 
 Lens lensOf(const CameraConfig& camera, const SensorMode& mode) {

@@ -7,8 +7,7 @@
 #include "backends/virtual_bus/footage/footage.hpp"
 #include "backends/virtual_bus/scene/trajectory.hpp"
 #include "backends/virtual_bus/sensor/faults.hpp"
-#include "backends/virtual_bus/sensor/sensor_modes.hpp"
-#include "oru/Lens.hpp"
+#include "oru/calibration.hpp"
 #include "oru/types.hpp"
 
 namespace oru::virtual_bus {

@@ -1,8 +1,7 @@
-#include "backends/calibration_fetch/calibration_check.hpp"
-
 #include <gtest/gtest.h>
 
-#include "backends/calibration_fetch/calibration_texts.hpp"
+#include "doubles/calibration_texts.hpp"
+#include "oru/calibration.hpp"
 
 namespace oru {
 namespace {

@@ -1,4 +1,4 @@
-#include "backends/calibration_fetch/place_file.hpp"
+#include "utils/text_file.hpp"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -11,6 +11,23 @@
 
 namespace oru {
 namespace {
+
+class OpenFile {
+public:
+    // O_NONBLOCK: a pipe without a writer would hold the reader for ever.
+    explicit OpenFile(const std::string& path) : descriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {}
+    ~OpenFile() {
+        if (descriptor >= 0) {
+            ::close(descriptor);
+        }
+    }
+    OpenFile(const OpenFile&) = delete;
+    OpenFile& operator=(const OpenFile&) = delete;
+    int get() const { return descriptor; }
+
+private:
+    int descriptor;
+};
 
 /// A new file beside its final place; gone with this object unless it was kept.
 class TemporaryFile {
@@ -59,6 +76,23 @@ private:
 };
 
 }  // namespace
+
+PlainText readPlainText(const std::string& path, std::size_t limitBytes) {
+    const OpenFile file(path);
+    struct stat facts = {};
+    if (file.get() < 0 || ::fstat(file.get(), &facts) != 0) {
+        return {{}, std::generic_category().message(errno)};
+    }
+    if (!S_ISREG(facts.st_mode) || facts.st_size > static_cast<off_t>(limitBytes)) {
+        return {{}, "it is no plain file or too large"};
+    }
+    PlainText result;
+    result.text.resize(static_cast<std::size_t>(facts.st_size));
+    if (::pread(file.get(), result.text.data(), result.text.size(), 0) != facts.st_size) {
+        return {{}, "it could not be read whole"};
+    }
+    return result;
+}
 
 std::string placeFile(const std::string& path, const std::string& text) {
     TemporaryFile file(path);

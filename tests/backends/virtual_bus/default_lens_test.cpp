@@ -1,11 +1,13 @@
-#include "backends/virtual_bus/sensor/sensor_modes.hpp"
+#include "backends/virtual_bus/sensor/default_lens.hpp"
 
 #include <gtest/gtest.h>
+
+#include "oru/calibration.hpp"
 
 namespace oru::virtual_bus {
 namespace {
 
-TEST(SensorModes, DefaultLensesHaveARayForEveryPixelOfEveryMode) {
+TEST(DefaultLens, HasARayForEveryPixelOfEveryMode) {
     struct Case {
         MODEL model;
         int width, height;
@@ -26,20 +28,6 @@ TEST(SensorModes, DefaultLensesHaveARayForEveryPixelOfEveryMode) {
             }
         }
     }
-}
-
-TEST(SensorModes, CutAndBinTheSensorForAMode) {
-    const Lens sensor{2000.0, 2000.0, 1919.5, 1079.5, {}};
-
-    const Lens binned = modeLens(MODEL_MONO_2UM, sensor, *findMode(MODEL_MONO_2UM, 1920, 1080));
-    const Lens cut = modeLens(MODEL_MONO_2UM, sensor, *findMode(MODEL_MONO_2UM, 1920, 1200));
-
-    EXPECT_DOUBLE_EQ(binned.fx, 1000.0);
-    EXPECT_DOUBLE_EQ(binned.cx, 959.5);
-    EXPECT_DOUBLE_EQ(binned.cy, 539.5);
-    EXPECT_DOUBLE_EQ(cut.fx, 2000.0);
-    EXPECT_DOUBLE_EQ(cut.cx, 959.5);
-    EXPECT_DOUBLE_EQ(cut.cy, 599.5);
 }
 
 }  // namespace

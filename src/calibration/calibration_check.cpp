@@ -1,24 +1,17 @@
-#include "backends/calibration_fetch/calibration_check.hpp"
-
 #include <SimpleIni.h>
 
-#include <array>
+#include <algorithm>
 #include <cmath>
-#include <string_view>
+#include <cstdlib>
+#include <vector>
 
 #include "calibration/numbers.hpp"
+#include "oru/calibration.hpp"
 
 namespace oru {
 namespace {
 
 using Document = CSimpleIniTempl<char, SI_GenericNoCase<char>, SI_ConvertA<char>>;
-
-constexpr std::array<const char*, 12> kCoefficients = {"k1", "k2", "p1", "p2", "k3", "k4",
-                                                       "k5", "k6", "s1", "s2", "s3", "s4"};
-constexpr std::array<std::array<const char*, 4>, 2> kSections = {{
-    {"CAM_fhd", "CAM_fhd1200", "CAM_svga", nullptr},
-    {"CAM_fhd", "CAM_fhd1200", "CAM_qhdplus", "CAM_4k"},
-}};
 
 /// As the camera will read it; NaN where the key is missing.
 float number(const Document& document, const char* section, const char* key) {
@@ -33,12 +26,20 @@ bool isIntrinsicsComplete(const Document& document, const char* section) {
            std::isfinite(number(document, section, "cx")) && std::isfinite(number(document, section, "cy"));
 }
 
-std::string intrinsicsDefect(const Document& document, int family, Completeness completeness) {
+/// The modes of a model from full HD outwards: defects are named in this order.
+std::vector<SensorMode> modesToCheck(MODEL model) {
+    const auto fromFullHd = [](const SensorMode& mode) { return std::abs(mode.width * mode.height - 1920 * 1080); };
+    const auto modes = sensorModes(model);
+    std::vector<SensorMode> ordered(modes.begin(), modes.end());
+    std::sort(ordered.begin(), ordered.end(),
+              [&](const SensorMode& a, const SensorMode& b) { return fromFullHd(a) < fromFullHd(b); });
+    return ordered;
+}
+
+std::string intrinsicsDefect(const Document& document, MODEL model, Completeness completeness) {
     int found = 0;
-    for (const char* section : kSections.at(static_cast<std::size_t>(family - 1))) {
-        if (section == nullptr) {
-            continue;
-        }
+    for (const SensorMode& mode : modesToCheck(model)) {
+        const char* section = mode.section;
         if (document.GetSection(section) == nullptr) {
             if (completeness == Completeness::UNKNOWN) {
                 return std::string("section ") + section + " is missing";
@@ -54,12 +55,13 @@ std::string intrinsicsDefect(const Document& document, int family, Completeness 
 }
 
 std::string distortionDefect(const Document& document, Completeness completeness) {
-    if (document.GetSectionSize("DISTO") <= 0) {
+    if (document.GetSectionSize(kDistortionSection) <= 0) {
         return "section DISTO is missing";
     }
-    for (const char* key : kCoefficients) {
-        const bool present = document.GetValue("DISTO", key, nullptr) != nullptr;
-        if (present ? !std::isfinite(number(document, "DISTO", key)) : completeness == Completeness::UNKNOWN) {
+    for (const char* key : kDistortionNames) {
+        const bool present = document.GetValue(kDistortionSection, key, nullptr) != nullptr;
+        if (present ? !std::isfinite(number(document, kDistortionSection, key))
+                    : completeness == Completeness::UNKNOWN) {
             return std::string("DISTO:") + key + " is missing or no number";
         }
     }
@@ -87,13 +89,13 @@ std::string calibrationDefect(const std::string& text, int serialNumber, Complet
     if (document.LoadData(text) < 0) {
         return "it is no INI file";
     }
-    const float family = std::trunc(number(document, "MISC", "Sensor_ID"));
-    if (family != 1 && family != 2) {
+    const MODEL model = modelOfFamily(number(document, "MISC", "Sensor_ID"));
+    if (model == MODEL_UNKNOWN) {
         return "MISC:Sensor_ID is neither 1 nor 2";
     }
     std::string defect = ownerDefect(document, serialNumber);
     if (defect.empty()) {
-        defect = intrinsicsDefect(document, static_cast<int>(family), completeness);
+        defect = intrinsicsDefect(document, model, completeness);
     }
     return defect.empty() ? distortionDefect(document, completeness) : defect;
 }

@@ -1,23 +1,20 @@
-#include "koruone/camera/calibration_text.hpp"
-
 #include <SimpleIni.h>
 
 #include <algorithm>
 #include <cctype>
 #include <charconv>
 #include <cmath>
-#include <fstream>
-#include <iterator>
 #include <optional>
 
+#include "calibration/numbers.hpp"
 #include "calibration/readers.hpp"
-#include "collaborators/CollaboratorFactory.hpp"
+#include "oru/calibration.hpp"
+#include "utils/text_file.hpp"
 
-namespace koruone {
+namespace oru {
 namespace {
 
 constexpr double kSameWithin = 1e-6;  // relative; a calibration is read in single precision
-constexpr std::streamsize kLargestFile = 1 << 20;
 constexpr const char* kNothing = "nothing";
 
 std::string lower(std::string text) {
@@ -62,33 +59,43 @@ bool same(const std::string& a, const std::string& b) {
 
 }  // namespace
 
-CalibrationText readCalibration(const std::string& path) {
-    CalibrationText calibration;
-    calibration.path = path;
-    std::ifstream file(path, std::ios::binary);
-    std::string text(static_cast<std::size_t>(kLargestFile), '\0');
-    file.read(text.data(), kLargestFile);
-    text.resize(static_cast<std::size_t>(file.gcount()));
-    calibration.values = parse(text);
-    return calibration;
+float CalibrationFile::number(const std::string& section, const std::string& key) const {
+    const auto found = values.find(lower(section + ":" + key));
+    return found == values.end() ? 0.0F : static_cast<float>(parseNumber(found->second.c_str()));
 }
 
-CalibrationText loadCalibration(const std::string& directory, int serialNumber) {
-    oru::ConfManager conf;
-    oru::openConfFile(directory, serialNumber, conf);
-    return conf.is_open ? readCalibration(conf.path) : CalibrationText{};
-}
-
-CalibrationText factoryCalibration(int serialNumber) {
-    const auto platform = oru::CollaboratorFactory::processDefault();
-    CalibrationText calibration;
-    if (platform != nullptr) {
-        calibration.values = parse(platform->calibration().text(serialNumber));
+std::optional<Lens> CalibrationFile::lens(const SensorMode& mode) const {
+    Lens lens{number(mode.section, "fx"),
+              number(mode.section, "fy"),
+              number(mode.section, "cx"),
+              number(mode.section, "cy"),
+              {}};
+    for (std::size_t i = 0; i < kDistortionNames.size(); ++i) {
+        lens.distortion[i] = number(kDistortionSection, kDistortionNames[i]);
     }
-    return calibration;
+    return lens.fx > 0 && lens.fy > 0 ? std::optional(lens) : std::nullopt;
 }
 
-std::vector<CalibrationDifference> compareCalibrations(const CalibrationText& file, const CalibrationText& factory) {
+CalibrationFile parseCalibration(const std::string& text) {
+    return {{}, parse(text)};
+}
+
+CalibrationFile readCalibration(const std::string& path) {
+    return {path, parse(readPlainText(path, kCalibrationTextLimitBytes).text)};
+}
+
+CalibrationFile findCalibration(const std::string& directory, int serialNumber) {
+    ConfManager conf;
+    openConfFile(directory, serialNumber, conf);
+    return conf.is_open ? readCalibration(conf.path) : CalibrationFile{};
+}
+
+std::string writeCalibration(const std::string& path, const std::string& text, int serialNumber) {
+    const std::string defect = calibrationDefect(text, serialNumber, Completeness::UNKNOWN);
+    return defect.empty() ? placeFile(path, text) : defect;
+}
+
+std::vector<CalibrationDifference> compareCalibrations(const CalibrationFile& file, const CalibrationFile& factory) {
     std::vector<CalibrationDifference> differences;
     for (const auto& [key, value] : factory.values) {
         const auto found = file.values.find(key);
@@ -106,4 +113,4 @@ std::vector<CalibrationDifference> compareCalibrations(const CalibrationText& fi
     return differences;
 }
 
-}  // namespace koruone
+}  // namespace oru
