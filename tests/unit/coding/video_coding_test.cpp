@@ -14,6 +14,7 @@ extern "C" {
 #include "coding/VideoDecoder.hpp"
 #include "coding/VideoEncoder.hpp"
 #include "coding/image_format.hpp"
+#include "support/transport_suppressions.hpp"
 #include "utils/bytes.hpp"
 
 namespace oru::coding {
