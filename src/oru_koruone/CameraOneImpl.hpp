@@ -17,6 +17,8 @@
 
 namespace oru {
 
+struct InputFacts;
+
 /// The camera object behind CameraOne, whose header documents the public operations.
 /// Lock order, outermost first: grabMutex; then outputMutex, the grabber's critical section or the inspector's mutex;
 /// then imuMutex; then a collaborator's own lock. No collaborator calls back while it holds its lock.
@@ -79,6 +81,16 @@ public:
 private:
     friend struct CameraOneImplTestAccess;
 
+    // what differs between the inputs
+    struct InputOperations;
+    static const InputOperations kNoInput;
+    static const InputOperations kLiveInput;
+    static const InputOperations kRecordedInput;
+    static const InputOperations kStreamInput;
+    static const InputOperations kUnknownInput;
+    [[nodiscard]] static const InputOperations& operationsOf(InputMode mode);
+    [[nodiscard]] const InputOperations& input() const { return operationsOf(inputMode); }
+
     // lifecycle
     void resetVariables();
     void leavePreviousOpening();
@@ -95,19 +107,21 @@ private:
     ERROR_CODE findDeviceBySerial(uint32_t serial);
     [[nodiscard]] bool isResolutionAllowed() const;
     bool adjustHdr();
-    ERROR_CODE openLive(bool hdrAdjusted);
+    ERROR_CODE connectLive();
     ERROR_CODE setUpGrabber();
-    ERROR_CODE readLiveFacts();
-    void measureOrientation(KORUmcu& mcu);
+    ERROR_CODE askLive(InputFacts& facts);
+    bool measureOrientation(KORUmcu& mcu);
     void CheckRequestedFPS(bool verbose, INPUT_TYPE inputType);
     void selectRecordedFile();
-    ERROR_CODE openRecorded();
+    ERROR_CODE connectRecorded();
     ERROR_CODE repairRecorded();
     void checkRealTime();
-    bool readRecordedHeader();
-    void readRecordedFacts();
+    ERROR_CODE askRecorded(InputFacts& facts);
+    bool readRecordedHeader(InputFacts& facts);
     void selectStream();
-    ERROR_CODE openStream();
+    ERROR_CODE connectStream();
+    ERROR_CODE askStream(InputFacts& facts);
+    ERROR_CODE adoptFacts();
     ERROR_CODE finishOpen();
     ERROR_CODE loadCalibration();
     void prepareGpuContext();
@@ -127,7 +141,6 @@ private:
     [[nodiscard]] rlxrw::rlxSampleMetadata liveMetadata();
     void handOverToSender(const rlxrw::rlxSampleMetadata& metadata);
     void processNewFrame();
-    [[nodiscard]] std::vector<IMUPacket> collectImuPackets(Timestamp imageTime);
     void forwardImuPackets(const std::vector<IMUPacket>& packets) ORU_EXCLUDES(outputMutex);
     void handleRLXFrameRecording() ORU_REQUIRES(outputMutex);
     void updateIMUdata() ORU_EXCLUDES(imuMutex);
@@ -135,6 +148,8 @@ private:
     [[nodiscard]] bool hasRecordingModule() const { return playbackRecorder && rlxReader && rlxRecorder; }
     [[nodiscard]] CameraFrameContext frameContext();
     [[nodiscard]] rlxrw::RlxRecordingHeader recordingSource();
+    [[nodiscard]] bool isPlayingRecording() const { return inputMode == INPUT_MODE_RECORDED && hasRecordingModule(); }
+    [[nodiscard]] float liveFrameRate() const;
     [[nodiscard]] float recordedFps() const;
 
     // sensors
@@ -142,8 +157,13 @@ private:
     static void setSensor(SensorParameters& p, float sampling_rate, float noise_density, float random_walk,
                           float resolution, Vector2<float> range, SENSORS_UNIT unit, SENSOR_TYPE type);
     [[nodiscard]] KORUmcu* liveMcu() const { return grabber ? grabber->getMCU() : nullptr; }
+    [[nodiscard]] std::vector<IMUPacket> takeLivePackets(Timestamp imageTime);
+    [[nodiscard]] Eigen::Matrix4f liveImuToCamera() const;
     [[nodiscard]] Eigen::Matrix4f recordedImuToCamera() const;
-    [[nodiscard]] Eigen::Matrix4f imuToCamera();
+    [[nodiscard]] Eigen::Matrix4f imuToCamera() const;
+    ERROR_CODE fetchLiveSample(IMUPacket& sample, Eigen::Matrix4f& imuToCameraPose);
+    ERROR_CODE fetchRecordedSample(IMUPacket& sample, Eigen::Matrix4f& imuToCameraPose);
+    bool fetchRecordedMetadata(IMUPacket& sample);
     void describeImu(CameraDescription& description);
     ERROR_CODE processSensorsData(SensorsData& data, Eigen::Matrix4f& coordinate, TIME_REFERENCE reference);
     void readImageSample(SensorsData& data, IMUPacket& sample) ORU_EXCLUDES(imuMutex);
@@ -164,10 +184,14 @@ private:
     [[nodiscard]] bool writeLiveSharpness(int value, bool automatic);
     ERROR_CODE readSharpness(int& value);
     ERROR_CODE readGmslSetting(VIDEO_SETTINGS setting, int& value);
-    ERROR_CODE readCachedSetting(VIDEO_SETTINGS setting, int& value);
+    ERROR_CODE readLiveSetting(VIDEO_SETTINGS setting, int& value);
+    ERROR_CODE readStreamSetting(VIDEO_SETTINGS setting, int& value);
+    ERROR_CODE readLiveRegion(Rect& region);
+    ERROR_CODE readStreamRegion(Rect& region);
+    ERROR_CODE writeLiveRegion(const Rect& region, bool reset);
+    ERROR_CODE writeStreamRegion(const Rect& region, bool reset);
 
     // streaming
-    [[nodiscard]] uint32_t sourceFps() const;
     [[nodiscard]] uint32_t streamFps(uint32_t source) const;
     void completeStreamingParameters(uint32_t fps);
     [[nodiscard]] UDPOutConfig senderConfiguration(uint32_t fps) const;

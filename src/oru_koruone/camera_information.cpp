@@ -1,37 +1,21 @@
-#include <Eigen/Geometry>
 #include <Eigen/LU>
-#include <cmath>
 #include <limits>
 
 #include "collaborators/kit_functions.hpp"
 #include "oru_koru/CameraUtils.hpp"
-#include "oru_koruone/CameraOneImpl.hpp"
 #include "oru_koruone/imu_frame.hpp"
+#include "oru_koruone/input_operations.hpp"
 
 namespace oru {
 namespace {
 
 constexpr float kDistortionTolerance = 5.0F;
-constexpr int kLastVersionWithoutPose = 4;
 constexpr int kUnturnedSerial = 502;  // recordings of this serial number carry the pose in the application's axes
 
 constexpr float kSamplingRateHz = 400.0F;
 constexpr float kAccelerometerRange = 78.48F;  // 8 g in m/s^2
 constexpr float kGyroscopeRange = 1000.0F;     // degrees per second
 constexpr float kSensorSteps = 32768.0F;
-
-INPUT_TYPE inputTypeOf(InputMode mode) {
-    switch (mode) {
-        case INPUT_MODE_LIVE:
-            return GMSL;
-        case INPUT_MODE_RECORDED:
-            return INPUT_TYPE_RLX;
-        case INPUT_MODE_STREAM:
-            return INPUT_TYPE_STREAM;
-        default:
-            return INPUT_TYPE_NONE;
-    }
-}
 
 /// Expresses intrinsics for another image size; nothing changes for intrinsics that belong to no size.
 void rescale(CameraParameters& parameters, const Resolution& size) {
@@ -46,26 +30,13 @@ void rescale(CameraParameters& parameters, const Resolution& size) {
     parameters.image_size = size;
 }
 
-Eigen::Matrix4f announcedPose(UDPInput& receiver) {
-    Eigen::Matrix4f pose = Eigen::Matrix4f::Identity();
-    const StreamImuPose announced = receiver.announcedImuPose();
-    const float size = std::abs(announced.w) + std::abs(announced.x) + std::abs(announced.y) + std::abs(announced.z);
-    if (!(size > 0.0F) || receiver.versionByte() <= kLastVersionWithoutPose) {
-        return pose;
-    }
-    pose.topLeftCorner<3, 3>() =
-        Eigen::Quaternionf(announced.w, announced.x, announced.y, announced.z).toRotationMatrix();
-    pose.block<3, 1>(0, 3) << announced.tx, announced.ty, announced.tz;
-    return pose;
-}
-
 }  // namespace
 
 CameraDescription CameraOneImpl::getCameraInformation(Resolution size) {
     const Resolution target = checkRequestedResolution(size, imageSize) ? size : imageSize;
     CameraDescription description = cameraInformation;
     description.model = cameraModel;
-    description.input_type = inputTypeOf(inputMode);
+    description.input_type = input().type;
     CameraModeDescription& configuration = description.configuration;
     rescale(configuration.calibration, target);
     rescale(configuration.raw_calibration, target);
@@ -113,27 +84,8 @@ void CameraOneImpl::describeImu(CameraDescription& description) {
 }
 
 /// As the source of the IMU packets gives it, in millimetres; identity when it gives none.
-Eigen::Matrix4f CameraOneImpl::imuToCamera() {
-    Eigen::Matrix4f pose = Eigen::Matrix4f::Identity();
-    if (imuSource == INPUT_MODE_RECORDED) {
-        return recordedImuToCamera();
-    }
-    if (imuSource == INPUT_MODE_STREAM) {
-        return streamInput ? announcedPose(*streamInput) : pose;
-    }
-    if (KORUmcu* mcu = liveMcu(); imuSource == INPUT_MODE_LIVE && mcu != nullptr) {
-        cvtMatrix4f(mcu->getIMUCameraTransform(), pose);
-    }
-    return pose;
-}
-
-Eigen::Matrix4f CameraOneImpl::recordedImuToCamera() const {
-    Eigen::Matrix4f pose = Eigen::Matrix4f::Identity();
-    const Matrix4f* recorded = rlxReader ? rlxReader->getIMUCamTransform() : nullptr;
-    if (recorded != nullptr && isTransformValid(*recorded)) {
-        cvtMatrix4f(*recorded, pose);
-    }
-    return pose;
+Eigen::Matrix4f CameraOneImpl::imuToCamera() const {
+    return operationsOf(imuSource).imuToCamera(*this);
 }
 
 void CameraOneImpl::initSensor(SensorParameters& p) {

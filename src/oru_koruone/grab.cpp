@@ -1,12 +1,8 @@
-#include "oru_koruone/CameraOneImpl.hpp"
+#include "oru_koruone/input_operations.hpp"
 
 namespace oru {
 namespace {
 
-constexpr int kStreamCycles = 250;
-constexpr int kFastFailCycles = 50;
-constexpr int kCycles = 5000;
-constexpr int kEndedFileCycles = 999;
 constexpr timespec kPause{0, 250'000};
 
 }  // namespace
@@ -35,10 +31,10 @@ ERROR_CODE CameraOneImpl::takeFrame() {
         return END_OF_INPUT;
     }
     const bool fastFail = initParameters.fast_fail_grab;
-    const int liveCycles = fastFail && inputMode == INPUT_MODE_LIVE ? kFastFailCycles : kCycles;
-    const int budget = inputMode == INPUT_MODE_STREAM ? kStreamCycles : liveCycles;
+    const InputOperations& source = input();
+    const int budget = fastFail ? source.fast_fail_cycles : source.cycles;
     for (int cycle = 0; cycle < budget; ++cycle) {
-        if (cycle > kEndedFileCycles && status == NO_FRAME && inputMode == INPUT_MODE_RECORDED) {
+        if (cycle > source.cycles_to_end && status == NO_FRAME) {
             return END_OF_INPUT;
         }
         status = nextImage(false);
@@ -66,16 +62,7 @@ void CameraOneImpl::pauseBetweenAttempts() {
 }
 
 FrameStatus CameraOneImpl::nextImage(bool flag) {
-    switch (inputMode) {
-        case INPUT_MODE_RECORDED:
-            return nextImageOfRLX(flag);
-        case INPUT_MODE_STREAM:
-            return nextImageOfStream(flag);
-        case INPUT_MODE_LIVE:
-            return nextImageOfGMSL(flag);
-        default:
-            return nextImageOfLive(flag);
-    }
+    return input().nextImage(*this, flag);
 }
 
 FrameStatus CameraOneImpl::nextImageOfRLX(bool flag) {

@@ -1,8 +1,8 @@
 #include "collaborators/kit_functions.hpp"
 #include "logging/log.hpp"
-#include "oru_koruone/CameraOneImpl.hpp"
 #include "oru_koruone/GpuContextScope.hpp"
 #include "oru_koruone/imu_frame.hpp"
+#include "oru_koruone/input_operations.hpp"
 
 namespace oru {
 
@@ -10,7 +10,7 @@ void CameraOneImpl::processNewFrame() {
     actualFrameRateInspector.update(collaborators->clock().systemNanoseconds());
     ORU_LOG(Debug, "Grab new frame");
     const Timestamp imageTime = frameRateInspector.currentTimestamp;
-    std::vector<IMUPacket> packets = collectImuPackets(imageTime);
+    std::vector<IMUPacket> packets = operationsOf(imuSource).takeImuPackets(*this, imageTime);
     forwardImuPackets(packets);
     if (imuSource != INPUT_MODE_NONE) {
         updateIMUdata();
@@ -23,19 +23,6 @@ void CameraOneImpl::processNewFrame() {
     }
     const GpuContextScope context(collaborators->gpu(), initParameters.cuda_context);
     rectifier->process(image, cudaStream);
-}
-
-std::vector<IMUPacket> CameraOneImpl::collectImuPackets(Timestamp imageTime) {
-    if (imuSource == INPUT_MODE_RECORDED && rlxReader) {
-        return rlxReader->getFrameIMUPackets();
-    }
-    if (imuSource == INPUT_MODE_STREAM && streamInput) {
-        return streamInput->takeImuPacketsBefore(imageTime);
-    }
-    if (KORUmcu* mcu = liveMcu(); imuSource == INPUT_MODE_LIVE && mcu != nullptr) {
-        return mcu->getIMUPacketBatch(lastImuTimestamp, imageTime);
-    }
-    return {};
 }
 
 void CameraOneImpl::forwardImuPackets(const std::vector<IMUPacket>& packets) {

@@ -1,4 +1,4 @@
-#include "oru_koruone/CameraOneImpl.hpp"
+#include "oru_koruone/input_operations.hpp"
 #include "oru_koruone/report.hpp"
 
 #include "collaborators/kit_functions.hpp"
@@ -56,14 +56,37 @@ ERROR_CODE CameraOneImpl::open(const InitParametersOne& params) {
     }
     setCoordinateTransform();
     imageFlipped = initParameters.image_flip == 1;  // the automatic setting is measured by the bring-up
-    switch (inputMode) {
-        case INPUT_MODE_RECORDED:
-            return openRecorded();
-        case INPUT_MODE_STREAM:
-            return openStream();
-        default:
-            return openLive(hdrAdjusted);
+    if (const ERROR_CODE connected = input().connect(*this); connected != SUCCESS) {
+        return connected;
     }
+    if (const ERROR_CODE asked = adoptFacts(); asked != SUCCESS) {
+        return ORU_REPORT(asked);
+    }
+    return hdrAdjusted ? CONFIGURATION_ADJUSTED : finishOpen();
+}
+
+/// Asks the input and takes over what it said, also where it then turned out to be unfit.
+ERROR_CODE CameraOneImpl::adoptFacts() {
+    InputFacts facts;
+    const ERROR_CODE asked = input().ask(*this, facts);
+    const auto adopt = [](auto& member, const auto& fact) { member = fact.value_or(member); };
+    adopt(cameraInformation.serial_number, facts.serial_number);
+    adopt(cameraModel, facts.model);
+    adopt(cameraInformation.model, facts.described_model);
+    adopt(cameraInformation.configuration.firmware_version, facts.camera_firmware);
+    adopt(cameraInformation.sensors.firmware_version, facts.sensors_firmware);
+    adopt(imageSize, facts.image_size);
+    adopt(resolution, facts.resolution);
+    adopt(cameraFps, facts.fps);
+    adopt(sharpnessFactor, facts.sharpness_factor);
+    adopt(imuCalibration, facts.imu_calibration);
+    if (initParameters.image_flip == kAutomaticFlip) {
+        adopt(imageFlipped, facts.flipped);
+    }
+    if (facts.has_imu) {
+        imuSource = inputMode;
+    }
+    return asked;
 }
 
 void CameraOneImpl::replaceGrabber() {

@@ -12,19 +12,6 @@ constexpr const char* kReportedOperation = kOpenSignature;
 constexpr int kDefaultFps = 30;
 constexpr int kDiagnosticVerbosity = 531;
 constexpr int kDiagnosticOption = 8;
-constexpr int kAutomaticFlip = 2;
-constexpr int kPoseSamples = 5;
-constexpr int kPoseWaits = 400;  // 2 s in all
-constexpr timespec kPoseWait{0, 5'000'000};
-constexpr float kUpsideDown = -0.4F;
-
-/// The element in row 1, column 1 of the inverse rotation: the cosine between the camera's and the world's down.
-float uprightness(const IMUPacket& packet) {
-    const auto& q = packet.orientation;
-    Rotation rotation;
-    rotation.setOrientation(Orientation(Vector4<float>(q[0], q[1], q[2], q[3])));
-    return Matrix3f::inverse(rotation)(1, 1);
-}
 
 void logCannotInitialize(const char* state) {
     if (state != nullptr) {
@@ -151,17 +138,11 @@ bool CameraOneImpl::adjustHdr() {
     return true;
 }
 
-ERROR_CODE CameraOneImpl::openLive(bool hdrAdjusted) {
+ERROR_CODE CameraOneImpl::connectLive() {
     streamInput.reset();
     resolution = initParameters.requested_resolution;
     CheckRequestedFPS(initParameters.verbosity != 0, GMSL);
-    if (const ERROR_CODE set = setUpGrabber(); set != SUCCESS) {
-        return set;
-    }
-    if (const ERROR_CODE read = readLiveFacts(); read != SUCCESS) {
-        return read;
-    }
-    return hdrAdjusted ? CONFIGURATION_ADJUSTED : finishOpen();
+    return setUpGrabber();
 }
 
 ERROR_CODE CameraOneImpl::setUpGrabber() {
@@ -174,58 +155,6 @@ ERROR_CODE CameraOneImpl::setUpGrabber() {
         grabber->setUp(cameraId, static_cast<int>(size->second.width), static_cast<int>(size->second.height), cameraFps,
                        option, false, IMU_FREQ_2, true, initParameters.use_hdr);
     return state == SETUP_OK ? SUCCESS : setUpFailure(state);
-}
-
-ERROR_CODE CameraOneImpl::readLiveFacts() {
-    imageSize = {static_cast<uint64_t>(grabber->getEffectiveWidth()),
-                 static_cast<uint64_t>(grabber->getEffectiveHeight())};
-    cameraModel = grabber->getCameraModel();
-    grabber->endSetup(nullptr);
-    cameraInformation.serial_number = grabber->getSerialNumber();
-    if (cameraInformation.serial_number == 0) {
-        return ORU_REPORT(DEVICE_NOT_FOUND);
-    }
-    imuCalibration = {};
-    KORUmcu* mcu = grabber->getMCU();
-    if (grabber->hasMCU() && mcu != nullptr) {
-        imuCalibration = mcu->exportCalib();
-        imuSource = INPUT_MODE_LIVE;
-        if (initParameters.image_flip == kAutomaticFlip) {
-            measureOrientation(*mcu);
-        }
-    }
-    cameraInformation.model = grabber->getCameraModel();
-    if (cameraInformation.model == MODEL_UNKNOWN) {
-        return ORU_REPORT(DEVICE_SETUP_FAILED);
-    }
-    cameraInformation.configuration.firmware_version = static_cast<uint32_t>(grabber->getFWVersion());
-    if (mcu == nullptr) {
-        return ORU_REPORT(SENSOR_DATA_UNAVAILABLE);
-    }
-    cameraInformation.sensors.firmware_version = mcu->getMCUFirmwareVersion();
-    cameraFps = grabber->getRequestedFPS();
-    return SUCCESS;
-}
-
-void CameraOneImpl::measureOrientation(KORUmcu& mcu) {
-    float sum = 0.0F;
-    int samples = 0;
-    for (int waits = 0; samples < kPoseSamples;) {
-        const IMUPacket packet = mcu.getIMUPose(0);
-        if (packet.valid) {
-            sum += uprightness(packet);
-            ++samples;
-        } else if (++waits > kPoseWaits) {
-            break;
-        } else {
-            (void)collaborators->clock().nanosleep(kPoseWait, nullptr);
-        }
-    }
-    if (samples == 0) {
-        ORU_LOG(Warning, "{} The sensors gave no valid pose within 2 s: the image counts as not flipped.", kTagInit);
-    }
-    imageFlipped = samples > 0 && sum / static_cast<float>(samples) < kUpsideDown;
-    ORU_LOG(Info, "{} Sensors FW version: {}", kTagInit, mcu.getMCUFirmwareVersion());
 }
 
 }  // namespace oru

@@ -8,10 +8,8 @@ namespace oru {
 namespace {
 
 constexpr const char* kReportedOperation = kOpenSignature;
-constexpr int kAutomaticFlip = 2;
 constexpr int kDamaged = 1;
 constexpr int kNotDecodable = 2;
-constexpr int kWarmUpFrame = 3;
 
 ERROR_CODE unreadable() {
     ORU_LOG(Error,
@@ -40,10 +38,6 @@ void logRepairFailure(int result) {
     ORU_LOG(Info, "RLX auto-repair failed");
 }
 
-bool isDrivenModel(MODEL model) {
-    return model == MODEL_MONO_3UM || model == MODEL_MONO_2UM;
-}
-
 }  // namespace
 
 void CameraOneImpl::selectRecordedFile() {
@@ -54,7 +48,7 @@ void CameraOneImpl::selectRecordedFile() {
     rlxPath = expandHome(initParameters.input.first().get());
 }
 
-ERROR_CODE CameraOneImpl::openRecorded() {
+ERROR_CODE CameraOneImpl::connectRecorded() {
     streamInput.reset();
     if (!hasRecordingModule()) {
         return ORU_REPORT(NOT_SUPPORTED);
@@ -66,27 +60,7 @@ ERROR_CODE CameraOneImpl::openRecorded() {
                 kTagInit);
         return ORU_REPORT(RLX_CODEC_UNAVAILABLE);
     }
-    if (opening == kDamaged) {
-        if (const ERROR_CODE repaired = repairRecorded(); repaired != SUCCESS) {
-            return repaired;
-        }
-    }
-    const bool flipped = readRecordedHeader();
-    if (!isDrivenModel(cameraModel)) {
-        return ORU_REPORT(NOT_SUPPORTED);
-    }
-    resolution = resolutionOf(imageSize);
-    initParameters.requested_resolution = resolution;
-    if (initParameters.rlx_real_time) {
-        checkRealTime();
-    }
-    readRecordedFacts();
-    if (initParameters.image_flip == kAutomaticFlip) {
-        imageFlipped = flipped;
-    }
-    rlxReader->setPosition(kWarmUpFrame);
-    rlxReader->setPosition(0);
-    return finishOpen();
+    return opening == kDamaged ? repairRecorded() : SUCCESS;
 }
 
 ERROR_CODE CameraOneImpl::repairRecorded() {
@@ -103,52 +77,6 @@ ERROR_CODE CameraOneImpl::repairRecorded() {
     }
     ORU_LOG(Info, "RLX auto-repair succeeded");
     return SUCCESS;
-}
-
-/// Switches real time off where the file cannot be played at its pace.
-void CameraOneImpl::checkRealTime() {
-    const RLX_COMPRESSION_MODE mode = rlxReader->getCompressionMode();
-    if (mode == RLX_RAW) {
-        initParameters.rlx_real_time = false;
-        ORU_LOG(Warning, "{} RLX file does not support real time decoding (RAW compression mode selected)", kTagInit);
-        return;
-    }
-    if (rlxReader->getDecompressionPlatform()) {
-        return;
-    }
-    if (mode == RLX_MODE_5 || mode == RLX_MODE_8 || mode == RLX_MODE_10) {
-        initParameters.rlx_real_time = false;
-        ORU_LOG(Warning, "{} Unsupported RLX real time mode with the current setup", kTagInit);
-    }
-}
-
-/// Serial number, model and size; true when the file says that the image is flipped.
-bool CameraOneImpl::readRecordedHeader() {
-    bool flipped = false;
-    cameraInformation.serial_number = 0;
-    imageSize = {};
-    if (rlxrw::IRLXWriter* header = rlxReader->v1(); header != nullptr) {
-        cameraInformation.serial_number = header->getSerialNumber();
-        imageSize = {static_cast<uint64_t>(header->getWidth()), static_cast<uint64_t>(header->getHeight())};
-    } else if (const rlxrw::RlxHeaderV2* second = rlxReader->v2(); second != nullptr) {
-        cameraInformation.serial_number = second->serial_number;
-        imageSize = {static_cast<uint64_t>(second->width), static_cast<uint64_t>(second->height)};
-        flipped = second->flipped;
-    }
-    cameraModel = rlxReader->getCameraModel();
-    cameraInformation.model = cameraModel;
-    return flipped;
-}
-
-void CameraOneImpl::readRecordedFacts() {
-    cameraInformation.configuration.firmware_version = static_cast<uint32_t>(rlxReader->getCameraFwVersion());
-    cameraInformation.sensors.firmware_version = static_cast<uint32_t>(rlxReader->getIMUDataVersion());
-    if (rlxReader->hasIMUData()) {
-        imuSource = INPUT_MODE_RECORDED;
-    }
-    cameraFps = static_cast<int32_t>(recordedFps());
-    sharpnessFactor = static_cast<float>(1.0 + 0.5 * rlxReader->getSharpenIntVal());
-    imuCalibration = rlxReader->getImuCalib();
 }
 
 }  // namespace oru

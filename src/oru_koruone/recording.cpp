@@ -64,7 +64,7 @@ RecordingStatus CameraOneImpl::getRecordingStatus() {
 
 ERROR_CODE CameraOneImpl::setRLXPosition(int frame) {
     ORU_RETURN_IF_CLOSED(INVALID_CALL);
-    if (inputMode != INPUT_MODE_RECORDED || !hasRecordingModule()) {
+    if (!isPlayingRecording()) {
         return INVALID_CALL;
     }
     return playbackRecorder->setRLXPosition(frameContext(), frame);
@@ -72,7 +72,7 @@ ERROR_CODE CameraOneImpl::setRLXPosition(int frame) {
 
 ERROR_CODE CameraOneImpl::setRLXPositionAt(Timestamp time) {
     ORU_RETURN_IF_CLOSED(INVALID_CALL);
-    if (inputMode != INPUT_MODE_RECORDED || !hasRecordingModule()) {
+    if (!isPlayingRecording()) {
         return INVALID_CALL;
     }
     return playbackRecorder->setRLXPositionAt(frameContext(), time);
@@ -80,14 +80,12 @@ ERROR_CODE CameraOneImpl::setRLXPositionAt(Timestamp time) {
 
 int CameraOneImpl::getRLXPosition() {
     ORU_RETURN_IF_CLOSED(0);
-    const bool recorded = inputMode == INPUT_MODE_RECORDED && hasRecordingModule();
-    return recorded ? playbackRecorder->getRLXPosition(frameContext()) : 0;
+    return isPlayingRecording() ? playbackRecorder->getRLXPosition(frameContext()) : 0;
 }
 
 int CameraOneImpl::getRLXNumberOfFrames() {
     ORU_RETURN_IF_CLOSED(0);
-    const bool recorded = inputMode == INPUT_MODE_RECORDED && hasRecordingModule();
-    return recorded ? playbackRecorder->getRLXNumberOfFrames(frameContext()) : 0;
+    return isPlayingRecording() ? playbackRecorder->getRLXNumberOfFrames(frameContext()) : 0;
 }
 
 }  // namespace oru

@@ -5,10 +5,9 @@
 #include <cstring>
 #include <limits>
 
-#include "collaborators/frame_metadata.hpp"
 #include "collaborators/kit_functions.hpp"
-#include "oru_koruone/CameraOneImpl.hpp"
 #include "oru_koruone/imu_frame.hpp"
+#include "oru_koruone/input_operations.hpp"
 #include "oru_koruone/report.hpp"
 
 namespace oru {
@@ -84,9 +83,8 @@ void fillCommon(SensorsData& data, const IMUPacket& sample) {
 
 ERROR_CODE CameraOneImpl::getSensorsData(SensorsData& data, TIME_REFERENCE reference) {
     ORU_RETURN_IF_CLOSED(FAILURE);
-    const bool streamCannot = inputMode == INPUT_MODE_STREAM && (!streamInput || !streamInput->canSupplyCurrentImu());
-    const bool fileCannot = inputMode == INPUT_MODE_RECORDED && rlxReader && rlxReader->getRLXVersion() == 1;
-    if (reference == CURRENT && (streamCannot || fileCannot)) {
+    const bool givesCurrent = input().givesCurrentSample(*this);
+    if (reference == CURRENT && !givesCurrent) {
         return INVALID_PARAMETER;
     }
     if (imuSource == INPUT_MODE_NONE) {
@@ -148,23 +146,7 @@ ERROR_CODE CameraOneImpl::readCurrentSample(SensorsData& data, IMUPacket& sample
 
 /// The newest sample of the open input, with the IMU-to-camera pose where the input gives it for this purpose.
 ERROR_CODE CameraOneImpl::fetchCurrentSample(IMUPacket& sample, Eigen::Matrix4f& imuToCameraPose) {
-    if (inputMode == INPUT_MODE_RECORDED) {
-        if (!rlxReader || !rlxReader->getCurrentIMU(sample)) {
-            return SENSOR_DATA_UNAVAILABLE;
-        }
-        imuToCameraPose = recordedImuToCamera();
-        return SUCCESS;
-    }
-    if (inputMode == INPUT_MODE_STREAM) {
-        return streamInput && streamInput->getCurrentIMU(sample) ? SUCCESS : SENSOR_DATA_UNAVAILABLE;
-    }
-    KORUmcu* mcu = liveMcu();
-    if (mcu == nullptr || !mcu->isReady()) {
-        return DEVICE_NOT_FOUND;
-    }
-    sample = mcu->getIMUPose(0);
-    cvtMatrix4f(mcu->getIMUCameraTransform(), imuToCameraPose);
-    return SUCCESS;
+    return input().fetchCurrentSample(*this, sample, imuToCameraPose);
 }
 
 /// The pose that came with the frame's metadata. Without a source the sample stays zero and the pose identity.
@@ -172,15 +154,7 @@ void CameraOneImpl::readMetadataSample(SensorsData& data, IMUPacket& sample) {
     bool found = false;
     {
         const MutexLock lock(imuMutex);
-        if (inputMode == INPUT_MODE_RECORDED && rlxReader) {
-            rlxrw::rlxSampleMetadata metadata{};
-            found = rlxReader->getCurrentMetadata(metadata);
-            const rlxrw::ImuPose pose = rlxrw::poseOf(metadata);
-            sample.metadata_orientation = pose.orientation;
-            sample.metadata_translation = pose.translation;
-        } else if (inputMode == INPUT_MODE_STREAM && streamInput && streamInput->canSupplyCurrentImu()) {
-            found = streamInput->getCurrentIMU(sample);
-        }
+        found = input().fetchMetadataSample(*this, sample);
     }
     if (!found) {
         sample = {};

@@ -1,4 +1,4 @@
-#include "oru_koruone/CameraOneImpl.hpp"
+#include "oru_koruone/input_operations.hpp"
 #include "oru_koruone/report.hpp"
 #include "oru_koruone/settings_kinds.hpp"
 
@@ -34,7 +34,7 @@ bool CameraOneImpl::isOpenForRanges() const {
 }
 
 ERROR_CODE CameraOneImpl::getCameraSettingsRange(VIDEO_SETTINGS setting, int& min, int& max) {
-    if (!isOpenForRanges() || inputMode == INPUT_MODE_RECORDED) {
+    if (!isOpenForRanges() || !input().has_controls) {
         return INVALID_CALL;
     }
     if (setting == AEC_AGC_ROI) {
@@ -44,7 +44,7 @@ ERROR_CODE CameraOneImpl::getCameraSettingsRange(VIDEO_SETTINGS setting, int& mi
 }
 
 bool CameraOneImpl::isCameraSettingSupported(VIDEO_SETTINGS setting) {
-    if (!isOpenForRanges() || inputMode == INPUT_MODE_RECORDED || setting == AEC_AGC_ROI) {
+    if (!isOpenForRanges() || !input().has_controls || setting == AEC_AGC_ROI) {
         return false;
     }
     int min = 0;

@@ -14,4 +14,9 @@ constexpr bool isCachedSetting(const Control& control) {
     return control.kind == ControlKind::VALUE && control.read_from == ControlInputs::LIVE_AND_STREAM;
 }
 
+/// The factor that a value of SHARPNESS stands for, as the writing operations work it out.
+constexpr float sharpnessFactorOf(int value) {
+    return static_cast<float>(value) * 0.5F + 1.0F;
+}
+
 }  // namespace oru

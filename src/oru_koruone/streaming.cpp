@@ -1,13 +1,12 @@
 #include <algorithm>
 
-#include "oru_koruone/CameraOneImpl.hpp"
+#include "oru_koruone/input_operations.hpp"
 #include "oru_koruone/report.hpp"
 #include "utils/env_var.hpp"
 
 namespace oru {
 namespace {
 
-constexpr uint32_t kUnknownSourceFps = 15;
 constexpr int32_t kLongestGop = 256;
 constexpr uint16_t kSmallestChunk = 1024;
 constexpr uint16_t kLargestChunk = 65000;
@@ -51,7 +50,7 @@ ERROR_CODE CameraOneImpl::enableStreaming(StreamingParameters parameters) {
     {
         const MutexLock lock(outputMutex);
         streamingParameters = parameters;
-        const uint32_t fps = streamFps(sourceFps());
+        const uint32_t fps = streamFps(input().sourceFps(*this));
         completeStreamingParameters(fps);
         destroySender();
         streamOutput = collaborators->makeStreamOutput(STREAMING_MODE_0, initParameters.verbosity != 0);
@@ -69,20 +68,6 @@ ERROR_CODE CameraOneImpl::enableStreaming(StreamingParameters parameters) {
     ORU_LOG(Error, "{} Cannot enable streaming: Err Code {}", kTagStreaming, status);
     disableStreaming();
     return status < 0 ? STREAM_SETUP_FAILED : FAILURE;
-}
-
-uint32_t CameraOneImpl::sourceFps() const {
-    switch (inputMode) {
-        case INPUT_MODE_NONE:
-        case INPUT_MODE_LIVE:
-            return static_cast<uint32_t>(cameraFps);
-        case INPUT_MODE_RECORDED:
-            return static_cast<uint32_t>(std::max(0.0F, recordedFps()));
-        case INPUT_MODE_STREAM:
-            return streamInput ? static_cast<uint32_t>(std::max(0, streamInput->announcedFps())) : kUnknownSourceFps;
-        default:
-            return kUnknownSourceFps;
-    }
 }
 
 /// The target rate when it is valid for the source, else the source's.

@@ -1,0 +1,147 @@
+#include <algorithm>
+
+#include "collaborators/frame_metadata.hpp"
+#include "collaborators/kit_functions.hpp"
+#include "logging/log.hpp"
+#include "logging/messages.hpp"
+#include "oru_koruone/input_operations.hpp"
+#include "tables/tables.hpp"
+
+namespace oru {
+namespace {
+
+constexpr int kEndedFileCycles = 999;
+constexpr int kWarmUpFrame = 3;
+constexpr int kVersionWithoutCurrentSample = 1;
+
+}  // namespace
+
+constinit const CameraOneImpl::InputOperations CameraOneImpl::kRecordedInput{
+    .type = INPUT_TYPE_RLX,
+    .connect = [](CameraOneImpl& camera) { return camera.connectRecorded(); },
+    .ask = [](CameraOneImpl& camera, InputFacts& facts) { return camera.askRecorded(facts); },
+    .cycles_to_end = kEndedFileCycles,
+    .nextImage = [](CameraOneImpl& camera, bool flag) { return camera.nextImageOfRLX(flag); },
+    .counters =
+        [](CameraOneImpl& camera) {
+            return camera.hasRecordingModule() ? camera.playbackRecorder->counters(camera.frameContext())
+                                               : FrameCounters{};
+        },
+    .frameRate = [](const CameraOneImpl& camera) { return camera.recordedFps(); },
+    .sourceFps =
+        [](const CameraOneImpl& camera) { return static_cast<uint32_t>(std::max(0.0F, camera.recordedFps())); },
+    .takeImuPackets =
+        [](CameraOneImpl& camera, Timestamp) {
+            return camera.rlxReader ? camera.rlxReader->getFrameIMUPackets() : std::vector<IMUPacket>();
+        },
+    .imuToCamera = [](const CameraOneImpl& camera) { return camera.recordedImuToCamera(); },
+    .givesCurrentSample =
+        [](CameraOneImpl& camera) {
+            return !camera.rlxReader || camera.rlxReader->getRLXVersion() != kVersionWithoutCurrentSample;
+        },
+    .fetchCurrentSample = [](CameraOneImpl& camera, IMUPacket& sample,
+                             Eigen::Matrix4f& pose) { return camera.fetchRecordedSample(sample, pose); },
+    .fetchMetadataSample = [](CameraOneImpl& camera,
+                              IMUPacket& sample) { return camera.fetchRecordedMetadata(sample); },
+    .has_controls = false,
+    .writeSetting = [](CameraOneImpl&, VIDEO_SETTINGS, int, bool) { return SUCCESS; },
+};
+
+ERROR_CODE CameraOneImpl::askRecorded(InputFacts& facts) {
+    const bool flipped = readRecordedHeader(facts);
+    if (!isDrivenModel(*facts.model)) {
+        return NOT_SUPPORTED;
+    }
+    facts.resolution = resolutionOf(*facts.image_size);
+    initParameters.requested_resolution = *facts.resolution;
+    if (initParameters.rlx_real_time) {
+        checkRealTime();
+    }
+    facts.camera_firmware = static_cast<uint32_t>(rlxReader->getCameraFwVersion());
+    facts.sensors_firmware = static_cast<uint32_t>(rlxReader->getIMUDataVersion());
+    facts.has_imu = rlxReader->hasIMUData();
+    facts.fps = static_cast<int32_t>(recordedFps());
+    facts.sharpness_factor = static_cast<float>(1.0 + 0.5 * rlxReader->getSharpenIntVal());
+    facts.imu_calibration = rlxReader->getImuCalib();
+    facts.flipped = flipped;
+    rlxReader->setPosition(kWarmUpFrame);
+    rlxReader->setPosition(0);
+    return SUCCESS;
+}
+
+/// Switches real time off where the file cannot be played at its pace.
+void CameraOneImpl::checkRealTime() {
+    const RLX_COMPRESSION_MODE mode = rlxReader->getCompressionMode();
+    if (mode == RLX_RAW) {
+        initParameters.rlx_real_time = false;
+        ORU_LOG(Warning, "{} RLX file does not support real time decoding (RAW compression mode selected)", kTagInit);
+        return;
+    }
+    if (rlxReader->getDecompressionPlatform()) {
+        return;
+    }
+    if (mode == RLX_MODE_5 || mode == RLX_MODE_8 || mode == RLX_MODE_10) {
+        initParameters.rlx_real_time = false;
+        ORU_LOG(Warning, "{} Unsupported RLX real time mode with the current setup", kTagInit);
+    }
+}
+
+/// Serial number, model and size; true when the file says that the image is flipped.
+bool CameraOneImpl::readRecordedHeader(InputFacts& facts) {
+    bool flipped = false;
+    facts.serial_number = 0;
+    facts.image_size = Resolution{};
+    if (rlxrw::IRLXWriter* header = rlxReader->v1(); header != nullptr) {
+        facts.serial_number = header->getSerialNumber();
+        facts.image_size = {static_cast<uint64_t>(header->getWidth()), static_cast<uint64_t>(header->getHeight())};
+    } else if (const rlxrw::RlxHeaderV2* second = rlxReader->v2(); second != nullptr) {
+        facts.serial_number = second->serial_number;
+        facts.image_size = {static_cast<uint64_t>(second->width), static_cast<uint64_t>(second->height)};
+        flipped = second->flipped;
+    }
+    facts.model = rlxReader->getCameraModel();
+    facts.described_model = facts.model;
+    return flipped;
+}
+
+float CameraOneImpl::recordedFps() const {
+    if (!rlxReader) {
+        return 0.0F;
+    }
+    if (rlxrw::IRLXWriter* header = rlxReader->v1(); header != nullptr) {
+        return header->getfps();
+    }
+    const rlxrw::RlxHeaderV2* header = rlxReader->v2();
+    return header == nullptr ? 0.0F : header->fps;
+}
+
+Eigen::Matrix4f CameraOneImpl::recordedImuToCamera() const {
+    Eigen::Matrix4f pose = Eigen::Matrix4f::Identity();
+    const Matrix4f* recorded = rlxReader ? rlxReader->getIMUCamTransform() : nullptr;
+    if (recorded != nullptr && isTransformValid(*recorded)) {
+        cvtMatrix4f(*recorded, pose);
+    }
+    return pose;
+}
+
+ERROR_CODE CameraOneImpl::fetchRecordedSample(IMUPacket& sample, Eigen::Matrix4f& imuToCameraPose) {
+    if (!rlxReader || !rlxReader->getCurrentIMU(sample)) {
+        return SENSOR_DATA_UNAVAILABLE;
+    }
+    imuToCameraPose = recordedImuToCamera();
+    return SUCCESS;
+}
+
+bool CameraOneImpl::fetchRecordedMetadata(IMUPacket& sample) {
+    if (!rlxReader) {
+        return false;
+    }
+    rlxrw::rlxSampleMetadata metadata{};
+    const bool found = rlxReader->getCurrentMetadata(metadata);
+    const rlxrw::ImuPose pose = rlxrw::poseOf(metadata);
+    sample.metadata_orientation = pose.orientation;
+    sample.metadata_translation = pose.translation;
+    return found;
+}
+
+}  // namespace oru
