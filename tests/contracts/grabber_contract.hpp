@@ -8,6 +8,7 @@
 #include <thread>
 #include <vector>
 
+#include "contracts/NamedSubject.hpp"
 #include "oru_input/grabber/LiveCameraGrabber.hpp"
 
 // What every grabber promises; a test program includes it and names its subjects.
@@ -31,13 +32,8 @@ public:
     }
 };
 
-struct NamedGrabber {
-    const char* name;
-    std::unique_ptr<GrabberSubject> (*make)();
-};
-
 /// Runs in real time where the subject does; every wait is for a condition, with a bound that a busy machine keeps.
-class GrabberContract : public testing::TestWithParam<NamedGrabber> {
+class GrabberContract : public testing::TestWithParam<NamedSubject<GrabberSubject>> {
 protected:
     /// Waits for a frame and takes it, with what `look` does inside the critical section; false after ten seconds.
     template <class Look>

@@ -29,15 +29,11 @@ private:
     virtual_bus::BusRig rig;
 };
 
-template <class Subject>
-std::unique_ptr<GrabberSubject> makeSubject() {
-    return std::make_unique<Subject>();
-}
-
+using Named = NamedSubject<GrabberSubject>;
 INSTANTIATE_TEST_SUITE_P(Grabbers, GrabberContract,
-                         testing::Values(NamedGrabber{"Scripted", &makeSubject<ScriptedSubject>},
-                                         NamedGrabber{"VirtualBus", &makeSubject<VirtualSubject>}),
-                         [](const auto& subject) { return std::string(subject.param.name); });
+                         testing::Values(Named::of<ScriptedSubject>("Scripted"),
+                                         Named::of<VirtualSubject>("VirtualBus")),
+                         Named::nameOf);
 
 }  // namespace
 }  // namespace oru

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "collaborators/RLXVideo.hpp"
+#include "contracts/NamedSubject.hpp"
 #include "doubles/numbered_images.hpp"
 
 // What every recorder and reader of RLX files promises; a test program includes it and names its subjects.
@@ -23,12 +24,7 @@ public:
     virtual std::string path() = 0;
 };
 
-struct NamedRecording {
-    const char* name;
-    std::unique_ptr<RecordingSubject> (*make)();
-};
-
-class RecordingContract : public testing::TestWithParam<NamedRecording> {
+class RecordingContract : public testing::TestWithParam<NamedSubject<RecordingSubject>> {
 protected:
     static constexpr uint32_t kWidth = 64;
     static constexpr uint32_t kHeight = 48;

@@ -31,15 +31,10 @@ private:
     doubles::CalibrationKeeper calibrations;
 };
 
-template <class Subject>
-std::unique_ptr<RecordingSubject> makeSubject() {
-    return std::make_unique<Subject>();
-}
-
+using Named = NamedSubject<RecordingSubject>;
 INSTANTIATE_TEST_SUITE_P(Recordings, RecordingContract,
-                         testing::Values(NamedRecording{"Scripted", &makeSubject<ScriptedSubject>},
-                                         NamedRecording{"RlxFile", &makeSubject<FileSubject>}),
-                         [](const auto& subject) { return std::string(subject.param.name); });
+                         testing::Values(Named::of<ScriptedSubject>("Scripted"), Named::of<FileSubject>("RlxFile")),
+                         Named::nameOf);
 
 }  // namespace
 }  // namespace oru

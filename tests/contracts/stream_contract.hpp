@@ -11,6 +11,7 @@
 #include "backends/stream/stream_fixture.hpp"
 #include "collaborators/UDPInput.hpp"
 #include "collaborators/UDPOutput.hpp"
+#include "contracts/NamedSubject.hpp"
 
 // What every sender and every receiver of a stream promises; a test program includes it and names its subjects.
 
@@ -28,13 +29,8 @@ public:
     virtual void carry() = 0;
 };
 
-struct NamedStream {
-    const char* name;
-    std::unique_ptr<StreamSubject> (*make)();
-};
-
 /// Runs in real time where the subject does; every wait is for a condition, with a bound that a busy machine keeps.
-class StreamContract : public testing::TestWithParam<NamedStream> {
+class StreamContract : public testing::TestWithParam<NamedSubject<StreamSubject>> {
 protected:
     void open() {
         ASSERT_EQ(sender.open(settings), 0);

@@ -54,15 +54,11 @@ private:
     std::unique_ptr<UDPInput> input = makeStreamReceiver(*clock, calibrations, nullptr, false);
 };
 
-template <class Subject>
-std::unique_ptr<StreamSubject> makeSubject() {
-    return std::make_unique<Subject>();
-}
-
+using Named = NamedSubject<StreamSubject>;
 INSTANTIATE_TEST_SUITE_P(Streams, StreamContract,
-                         testing::Values(NamedStream{"Scripted", &makeSubject<ScriptedSubject>},
-                                         NamedStream{"SrtLoopback", &makeSubject<LoopbackSubject>}),
-                         [](const auto& subject) { return std::string(subject.param.name); });
+                         testing::Values(Named::of<ScriptedSubject>("Scripted"),
+                                         Named::of<LoopbackSubject>("SrtLoopback")),
+                         Named::nameOf);
 
 }  // namespace
 }  // namespace oru

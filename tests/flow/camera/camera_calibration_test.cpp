@@ -78,18 +78,5 @@ TEST_F(UncalibratedRecording, IsRefusedSoonWithoutAnAddressOrAServer) {
     }
 }
 
-TEST_F(UncalibratedRecording, IsRefusedAndKeepsNothingOfAWrongAnswer) {
-    const std::string others = "[MISC]\nSerial_Number=1\nSensor_ID=1\n" + cameraSection("svga") + kLens;
-    for (const std::string& answer : {httpAnswer("<html>Sign in</html>"), httpAnswer(others), std::string()}) {
-        HttpServer server([&](const HttpConnection& client) { client.send(answer); });
-        ASSERT_TRUE(server.isReady());
-
-        EXPECT_EQ(openFrom(server.url("/")), CALIBRATION_MISSING) << answer;
-
-        EXPECT_EQ(server.lastRequest(), "GET /SN60123456.conf HTTP/1.1") << answer;
-        EXPECT_FALSE(hasStored()) << answer;
-    }
-}
-
 }  // namespace
 }  // namespace oru

@@ -119,17 +119,6 @@ TEST_F(VirtualCamera, OpenFailuresNameTheirReasonAndLeaveNothingBehind) {
     EXPECT_EQ(directory.list().size(), 2U);
 }
 
-TEST_F(VirtualCamera, SecondOpenerIsRefusedUntilTheFirstCloses) {
-    parameters.input.setFromCameraID(0);
-    open(HD600, 30);
-    CameraOne second;
-    EXPECT_EQ(second.open(parameters), CAMERA_IN_USE);
-    ASSERT_EQ(camera.grab(), SUCCESS);
-    (void)camera.close();
-    EXPECT_EQ(second.open(parameters), SUCCESS);
-    EXPECT_EQ(second.grab(), SUCCESS);
-}
-
 TEST_F(VirtualCamera, EmptySettingsPathIsTheUsersOwn) {
     const ScopedEnvironment data("XDG_DATA_HOME", directory.path("data").c_str());
     parameters.settings_path = "";

@@ -50,12 +50,6 @@ protected:
         }
         ASSERT_NE(sender.home.read("output").find(text), std::string::npos) << sender.home.read("errors");
     }
-    static void waitForFile(const std::string& path) {
-        for (int i = 0; i < 3000 && !std::filesystem::exists(path); ++i) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
-        ASSERT_TRUE(std::filesystem::exists(path));
-    }
     ToolResult stopSender() {
         sender.signal(SIGINT);
         running = false;
@@ -133,7 +127,7 @@ TEST_F(KoruoneStream, GivesAdviceThatFitsAStream) {
     startSender();
     receiver.start({"grab", "--frames", "100000", "--every", "100000", "--stream", address, "--out",
                     receiver.home.path("pictures")});
-    waitForFile(receiver.home.path("pictures/frame_000000.png"));
+    ASSERT_TRUE(waitForFile(receiver.home.path("pictures/frame_000000.png")));
     sender.signal(SIGKILL);
     running = false;
     (void)sender.wait();

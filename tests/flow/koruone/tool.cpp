@@ -114,6 +114,13 @@ ToolResult Tool::wait() {
     return result;
 }
 
+bool waitForFile(const std::string& path) {
+    for (int i = 0; i < 3000 && !std::filesystem::exists(path); ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return std::filesystem::exists(path);
+}
+
 std::vector<std::vector<std::string>> readCsv(const std::string& path) {
     std::vector<std::vector<std::string>> rows;
     std::ifstream file(path);

@@ -50,6 +50,9 @@ private:
     pid_t process = -1;
 };
 
+/// Waits until there is such a file; false after thirty seconds.
+[[nodiscard]] bool waitForFile(const std::string& path);
+
 /// The rows of a CSV file, the header first.
 std::vector<std::vector<std::string>> readCsv(const std::string& path);
 
