@@ -174,13 +174,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     file.set(bytes);
     const std::string path = file.path();
     (void)play(path);
-    const rlx::VerifyReport before = rlx::verifyRecording(path);
-    const rlx::RepairReport repair = rlx::repairRecording(path, "", rlx::ImageCheck::ALL);
-    const rlx::VerifyReport after = rlx::verifyRecording(path);
-    if (repair.code == 0 && (after.condition != rlx::Condition::INTACT || after.frames < before.frames)) {
+    const RecordingCheck before = rlx::verifyRecording(path);
+    const RecordingRepair repair = rlx::repairRecording(path, "", rlx::ImageCheck::ALL);
+    const RecordingCheck after = rlx::verifyRecording(path);
+    if (repair.result == 0 && (after.condition != rlx::Condition::INTACT || after.frames < before.frames)) {
         std::abort();
     }
-    if (repair.code != 0 && file.get() != bytes) {
+    if (repair.result != 0 && file.get() != bytes) {
         std::abort();
     }
     (void)play(path);

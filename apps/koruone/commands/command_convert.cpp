@@ -1,8 +1,8 @@
 #include <memory>
 
 #include "koruone/commands/commands.hpp"
+#include "koruone/output/compression_names.hpp"
 #include "koruone/runs/convert_run.hpp"
-#include "koruone/runs/record_run.hpp"
 
 namespace koruone {
 

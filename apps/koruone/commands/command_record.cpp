@@ -3,6 +3,7 @@
 
 #include "koruone/camera/open_camera.hpp"
 #include "koruone/commands/commands.hpp"
+#include "koruone/output/compression_names.hpp"
 #include "koruone/runs/record_run.hpp"
 
 namespace koruone {

@@ -2,8 +2,8 @@
 
 #include <memory>
 
-#include "backends/rlx/file/repair.hpp"
 #include "koruone/commands/commands.hpp"
+#include "oru/RecordedFile.hpp"
 #include "shared/Progress.hpp"
 #include "shared/report.hpp"
 
@@ -15,13 +15,13 @@ struct RepairOptions {
     std::string output;
 };
 
-ExitStatus failRepair(const RepairOptions& options, const oru::rlx::RepairReport& report) {
-    if (report.code == 2 && options.output.empty()) {
+ExitStatus failRepair(const RepairOptions& options, const oru::RecordingRepair& report) {
+    if (report.result == oru::REPAIR_NOT_WRITABLE && options.output.empty()) {
         complain("{} cannot be repaired in place; name a new file with --output, on a disk with room.", options.file);
-    } else if (report.code == 2) {
+    } else if (report.result == oru::REPAIR_NOT_WRITABLE) {
         complain("{} cannot be written; it must not exist yet, and the disk needs room.", options.output);
     } else {
-        complain("{} {}; it was left as it is.", options.file, oru::rlx::describe(report.condition));
+        complain("{} {}; it was left as it is.", options.file, oru::describe(report.condition));
     }
     return EXIT_FAILED;
 }
@@ -33,10 +33,9 @@ ExitStatus runRepair(const RepairOptions& options) {
             fmt::format("{:.0f} %", total == 0 ? 0.0 : 100.0 * static_cast<double>(done) / static_cast<double>(total)));
         return true;
     };
-    const oru::rlx::RepairReport report =
-        oru::rlx::repairRecording(options.file, options.output, oru::rlx::ImageCheck::ALL, show);
+    const oru::RecordingRepair report = oru::RecordedFile::repair(options.file, options.output, show);
     progress.clear();
-    if (report.code != 0) {
+    if (report.result != oru::REPAIR_DONE) {
         return failRepair(options, report);
     }
     const std::string& result = options.output.empty() ? options.file : options.output;

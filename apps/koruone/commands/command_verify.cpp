@@ -2,16 +2,14 @@
 
 #include <memory>
 
-#include "backends/rlx/file/repair.hpp"
 #include "koruone/commands/commands.hpp"
+#include "oru/RecordedFile.hpp"
 #include "shared/Progress.hpp"
 #include "shared/interrupt.hpp"
 #include "shared/report.hpp"
 
 namespace koruone {
 namespace {
-
-using oru::rlx::Condition;
 
 ExitStatus runVerify(const std::string& file) {
     Progress progress("verify");
@@ -21,22 +19,22 @@ ExitStatus runVerify(const std::string& file) {
         return !interrupted();
     };
     const InterruptGuard guard;
-    const oru::rlx::VerifyReport report = oru::rlx::verifyRecording(file, show);
+    const oru::RecordingCheck report = oru::RecordedFile::verify(file, show);
     progress.clear();
     if (interrupted()) {
         return EXIT_INTERRUPTED;
     }
-    if (report.condition == Condition::INTACT) {
+    if (report.condition == oru::RECORDING_CONDITION::INTACT) {
         writeOutput(
             fmt::format("{} is intact: {} frames, {} inertial samples\n", file, report.frames, report.imu_packets));
         return EXIT_OK;
     }
-    if (!oru::rlx::isRepairable(report.condition)) {
-        complain("{} {}.", file, oru::rlx::describe(report.condition));
+    if (!oru::isRepairable(report.condition)) {
+        complain("{} {}.", file, oru::describe(report.condition));
         return EXIT_FAILED;
     }
     writeOutput(fmt::format("{} {}: {} whole frames, {} damaged or missing; 'koruone repair {}' makes it playable\n",
-                            file, oru::rlx::describe(report.condition), report.frames, report.damaged, file));
+                            file, oru::describe(report.condition), report.frames, report.damaged, file));
     return EXIT_DAMAGED;
 }
 

@@ -29,9 +29,10 @@ bool EurocWriter::fail(std::string reason) {
     return false;
 }
 
-bool EurocWriter::open(const std::string& path, const oru::rlxrw::RlxRecordingHeader& facts) {
-    width = facts.width;
-    height = facts.height;
+bool EurocWriter::open(const std::string& path, const oru::RecordedFile& source, oru::RLX_COMPRESSION_MODE /*mode*/) {
+    const oru::RecordingFacts& facts = source.facts();
+    width = facts.size.width;
+    height = facts.size.height;
     gray.resize(width * height);
     const std::filesystem::path root = std::filesystem::path(path) / "mav0";
     images = root / "cam0" / "data";
@@ -51,34 +52,34 @@ bool EurocWriter::open(const std::string& path, const oru::rlxrw::RlxRecordingHe
     return writeTextFile(root / "cam0" / "sensor.yaml", sensor, failure) &&
            writeTextFile(root / "imu0" / "sensor.yaml", "sensor_type: imu\n", failure) &&
            (facts.calibration_text.empty() ||
-            writeTextFile(root / "cam0" / calibration, facts.calibration_text, failure));
+            writeTextFile(root / "cam0" / calibration, facts.calibration_text.get(), failure));
 }
 
-bool EurocWriter::write(const ConvertedFrame& frame) {
+bool EurocWriter::write(const oru::Mat& image, oru::RecordedFile& source) {
+    const auto* pixels = image.getPtr<unsigned char>(oru::CPU);
     for (std::size_t i = 0; i < gray.size(); ++i) {
-        gray[i] = frame.pixels[2 * i];
+        gray[i] = pixels[2 * i];
     }
-    const std::string name = fmt::format("{}.png", frame.time);
+    const std::string name = fmt::format("{}.png", image.timestamp);
     if (!encoder.write(images / name, {gray.data(), width, height, width, true}, failure)) {
         return false;
     }
-    frameTable.write(fmt::format("{},{}\n", frame.time, name));
-    writeSamples(frame.source->getFrameIMUPackets());
+    frameTable.write(fmt::format("{},{}\n", image.timestamp, name));
+    writeSamples(source.samples());
     return !(frameTable.failed() || sampleTable.failed()) ||
            fail(frameTable.failed() ? frameTable.error() : sampleTable.error());
 }
 
-void EurocWriter::writeSamples(const std::vector<oru::IMUPacket>& packets) {
-    for (const oru::IMUPacket& packet : packets) {
-        if (packet.imu_timestamp <= lastSampleNs) {
+void EurocWriter::writeSamples(const std::vector<oru::RecordedSample>& samples) {
+    for (const oru::RecordedSample& sample : samples) {
+        if (sample.timestamp <= lastSampleNs) {
             continue;
         }
-        lastSampleNs = packet.imu_timestamp;
-        // The stored vectors 3 and 4 are the calibrated rate and force, see the guide.
-        const auto& rate = packet.vector_3;
-        const auto& force = packet.vector_4;
-        sampleTable.write(fmt::format("{},{},{},{},{},{},{}\n", packet.imu_timestamp, radians(rate[0]),
-                                      radians(rate[1]), radians(rate[2]), force[0], force[1], force[2]));
+        lastSampleNs = sample.timestamp;
+        const auto& rate = sample.angular_velocity;
+        const auto& force = sample.linear_acceleration;
+        sampleTable.write(fmt::format("{},{},{},{},{},{},{}\n", sample.timestamp, radians(rate[0]), radians(rate[1]),
+                                      radians(rate[2]), force[0], force[1], force[2]));
     }
 }
 

@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
+#include "koruone/output/FrameTarget.hpp"
 #include "koruone/output/output_file.hpp"
 #include "koruone/output/png_file.hpp"
-#include "koruone/runs/convert_run.hpp"
 
 namespace koruone {
 
@@ -16,13 +16,13 @@ namespace koruone {
 /// is put beside them.
 class EurocWriter final : public FrameTarget {
 public:
-    bool open(const std::string& path, const oru::rlxrw::RlxRecordingHeader& facts) override;
-    bool write(const ConvertedFrame& frame) override;
+    bool open(const std::string& path, const oru::RecordedFile& source, oru::RLX_COMPRESSION_MODE mode) override;
+    bool write(const oru::Mat& image, oru::RecordedFile& source) override;
     bool finish() override;
     const std::string& error() const override { return failure; }
 
 private:
-    void writeSamples(const std::vector<oru::IMUPacket>& packets);
+    void writeSamples(const std::vector<oru::RecordedSample>& samples);
     bool fail(std::string reason);
 
     std::filesystem::path images;

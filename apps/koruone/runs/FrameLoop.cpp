@@ -34,7 +34,8 @@ bool FrameLoop::run(const std::function<bool()>& wants, const std::function<bool
             continue;
         }
         if (code != oru::SUCCESS) {
-            return complainOf(code);
+            complainOf(code);
+            return false;
         }
         taking = ended - start;
         lastFrame = ended;
@@ -48,12 +49,14 @@ bool FrameLoop::run(const std::function<bool()>& wants, const std::function<bool
     return true;
 }
 
-bool FrameLoop::complainOf(oru::ERROR_CODE code) {
+void FrameLoop::complainOf(oru::ERROR_CODE code) {
+    if (policy.quiet) {
+        return;
+    }
     if (progress != nullptr) {
         progress->clear();
     }
     complain(code, policy.failure.empty() ? "no frame after " + counted(count, "frame") : policy.failure, input);
-    return false;
 }
 
 double FrameLoop::secondsSinceStart() const {

@@ -24,6 +24,8 @@ public:
         std::chrono::nanoseconds patience{0};
         /// How a failure is called; empty: "no frame after N frames".
         std::string failure;
+        /// Whoever runs the loop tells failures itself.
+        bool quiet = false;
     };
 
     /// `line`, which may be null, is cleared before a failure is told.
@@ -32,7 +34,7 @@ public:
     FrameLoop(Source takeFrame, oru::InputKind kind, Progress* line, Policy behaviour);
 
     /// Asks `wants` before each frame and gives each one to `uses`; a false answer ends the loop.
-    /// False: the source failed, and that has been said.
+    /// False: the source failed, and that has been said unless it is to be quiet.
     [[nodiscard]] bool run(const std::function<bool()>& wants, const std::function<bool()>& uses);
 
     [[nodiscard]] uint64_t frames() const { return count; }
@@ -45,7 +47,7 @@ public:
     [[nodiscard]] double framesPerSecond() const;
 
 private:
-    bool complainOf(oru::ERROR_CODE code);
+    void complainOf(oru::ERROR_CODE code);
 
     Source take;
     oru::InputKind input;

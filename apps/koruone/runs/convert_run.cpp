@@ -5,64 +5,15 @@
 #include <filesystem>
 #include <utility>
 
-#include "collaborators/CollaboratorFactory.hpp"
 #include "koruone/output/EurocWriter.hpp"
-#include "koruone/output/VideoFile.hpp"
-#include "koruone/runs/record_run.hpp"
+#include "koruone/output/frame_targets.hpp"
 #include "shared/interrupt.hpp"
 #include "shared/report.hpp"
 
 namespace koruone {
 namespace {
 
-using oru::CollaboratorFactory;
-namespace rlx = oru::rlx;
-namespace rlxrw = oru::rlxrw;
-
 constexpr int kMostEmptyReads = 100;  // of a fifth of a second each
-
-/// Writes another recording, with every fact of the frame.
-class RecordingTarget final : public FrameTarget {
-public:
-    bool open(const std::string& path, const rlxrw::RlxRecordingHeader& facts) override {
-        recorder = CollaboratorFactory::processDefault()->makeRlxVideo(CollaboratorFactory::RlxRole::recorder);
-        const int result = recorder->create(path.c_str(), facts);
-        if (result != 0) {
-            failure = result == 2
-                          ? fmt::format("no encoder for {} is available", compressionName(facts.compression_mode))
-                          : fmt::format("{} cannot be created", path);
-        }
-        return result == 0;
-    }
-
-    bool write(const ConvertedFrame& frame) override {
-        const std::vector<oru::IMUPacket> packets = frame.source->getFrameIMUPackets();
-        oru::IMUPacket imu;
-        rlxrw::RlxFrame record;
-        record.pixels = frame.pixels;
-        record.size = frame.size;
-        record.time = frame.time;
-        record.imu = frame.source->getFrameIMU(imu) ? &imu : nullptr;
-        (void)frame.source->getCurrentMetadata(record.metadata);
-        record.packets = packets.data();
-        record.packet_count = packets.size();
-        const bool written = recorder->writeFrame(record) == 0;
-        if (!written) {
-            failure = "the recording cannot grow, the disk may be full";
-        }
-        return written;
-    }
-
-    bool finish() override {
-        recorder->close();
-        return true;
-    }
-    const std::string& error() const override { return failure; }
-
-private:
-    std::unique_ptr<rlxrw::RLXVideo> recorder;
-    std::string failure;
-};
 
 std::string endingOf(const std::string& path) {
     return std::filesystem::path(path).extension().string();
@@ -70,7 +21,10 @@ std::string endingOf(const std::string& path) {
 
 }  // namespace
 
-ConvertRun::ConvertRun(ConvertOptions given) : options(std::move(given)) {}
+ConvertRun::ConvertRun(ConvertOptions given)
+    : options(std::move(given)),
+      loop([this] { return readFrame(); }, oru::KIND_RLX_FILE, &progress, {std::chrono::nanoseconds::max(), "", true}) {
+}
 
 ExitStatus ConvertRun::run() {
     const InterruptGuard guard;
@@ -83,49 +37,41 @@ ExitStatus ConvertRun::run() {
     if (!makeWay()) {
         return EXIT_FAILED;
     }
-    const bool copied = target->open(options.output, header.facts) && copyFrames() && target->finish();
+    const bool copied = target->open(options.output, recording, mode) && copyFrames() && target->finish();
     progress.clear();
     if (!copied) {
         complain("cannot convert {}: {}.", options.file, target->error());
         return EXIT_FAILED;
     }
-    const oru::FrameCounters counters = reader->counters();
-    writeOutput(fmt::format("{}: {} frames, {} left out as damaged\n", options.output, frameCount, counters.lost()));
+    const oru::FrameCounters counters = recording.getFrameCounters();
+    writeOutput(fmt::format("{}: {} frames, {} left out as damaged\n", options.output, loop.frames(), counters.lost()));
     return interrupted() ? EXIT_INTERRUPTED : EXIT_OK;
 }
 
 bool ConvertRun::openInput() {
-    {
-        const rlx::OpenedFile recording = rlx::openRecording(options.file, false);
-        std::vector<rlx::IndexEntry> entries;
-        rlx::Condition condition = recording.condition;
-        condition = condition == rlx::Condition::INTACT ? rlx::loadIndex(recording, entries) : condition;
-        if (condition != rlx::Condition::INTACT) {
-            complain("{} {}{}.", options.file, rlx::describe(condition),
-                     rlx::isRepairable(condition) ? fmt::format("; run 'koruone repair {}' first", options.file) : "");
-            return false;
-        }
-        header = recording.header;
-    }
-    reader = CollaboratorFactory::processDefault()->makeRlxVideo(CollaboratorFactory::RlxRole::reader);
-    if (reader->open(options.file.c_str()) != 0) {
+    const oru::ERROR_CODE code = recording.open(options.file);
+    const oru::RECORDING_CONDITION condition = recording.condition();
+    if (code == oru::RLX_FILE_UNREADABLE) {
+        complain("{} {}{}.", options.file, oru::describe(condition),
+                 oru::isRepairable(condition) ? fmt::format("; run 'koruone repair {}' first", options.file) : "");
+    } else if (code == oru::RLX_CODEC_UNAVAILABLE) {
         complain("{} cannot be decoded on this machine.", options.file);
-        return false;
+    } else if (code != oru::SUCCESS) {
+        complain(code, "cannot open " + options.file, oru::KIND_RLX_FILE);
     }
-    return true;
+    return code == oru::SUCCESS;
 }
 
 bool ConvertRun::chooseTarget() {
     const std::string ending = endingOf(options.output);
     const bool video = ending == ".mp4";
-    const oru::RLX_COMPRESSION_MODE recorded = header.facts.compression_mode;
+    const oru::RLX_COMPRESSION_MODE recorded = recording.facts().compression_mode;
     const bool needsOther = video && recorded != oru::RLX_H264 && recorded != oru::RLX_H265;
-    header.facts.compression_mode = options.compression.value_or(needsOther ? oru::RLX_H264 : recorded);
-    header.facts.version = ending == ".rlx" ? 1 : 2;
+    mode = options.compression.value_or(needsOther ? oru::RLX_H264 : recorded);
     if (ending == ".rlx" || ending == ".rlx2" || ending == ".mkv") {
-        target = std::make_unique<RecordingTarget>();
+        target = makeRecordingTarget();
     } else if (video) {
-        target = std::make_unique<VideoFile>();
+        target = makeVideoTarget();
     } else if (ending.empty()) {
         target = std::make_unique<EurocWriter>();
     } else {
@@ -150,27 +96,24 @@ bool ConvertRun::makeWay() {
     return true;
 }
 
-bool ConvertRun::copyFrames() {
-    std::vector<unsigned char> pixels(std::size_t{header.facts.width} * header.facts.height * 2);
-    const int total = reader->frameCount();
-    int emptyReads = 0;
-    while (!interrupted()) {
-        ConvertedFrame frame{pixels.data(), pixels.size(), 0, reader.get()};
-        const oru::FrameStatus status = reader->readFrame(pixels.data(), pixels.size(), frame.time);
-        if (status == oru::INPUT_ENDED) {
-            return true;
-        }
-        if (status == oru::NO_FRAME && ++emptyReads < kMostEmptyReads) {
-            continue;
-        }
-        if (status != oru::NEW_FRAME || !target->write(frame)) {
-            return false;
-        }
+oru::ERROR_CODE ConvertRun::readFrame() {
+    const oru::ERROR_CODE code = recording.readFrame(image);
+    if (code != oru::CAMERA_NOT_READY) {
         emptyReads = 0;
-        ++frameCount;
-        progress.show(fmt::format("{}/{} frames", reader->position(), total));
+        return code;
     }
-    return true;
+    return ++emptyReads < kMostEmptyReads ? code : oru::FAILURE;
+}
+
+bool ConvertRun::copyFrames() {
+    const int total = recording.frameCount();
+    bool written = true;
+    const auto uses = [&] {
+        written = target->write(image, recording);
+        progress.show(fmt::format("{}/{} frames", recording.position(), total));
+        return written;
+    };
+    return loop.run([] { return true; }, uses) && written;
 }
 
 }  // namespace koruone

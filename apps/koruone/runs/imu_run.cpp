@@ -57,7 +57,7 @@ ExitStatus ImuRun::run() {
 }
 
 void ImuRun::collectBatches() {
-    FrameLoop loop([this] { return camera.grab(); }, inputKind(options.input), &progress, {{}, "no frame"});
+    FrameLoop loop([this] { return camera.grab(); }, inputKind(options.input), &progress, {{}, "no frame", false});
     std::vector<oru::SensorsData> batch;
     const auto uses = [&] {
         if (!accept(camera.getSensorsDataBatch(batch), "no inertial samples")) {

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "koruone/camera/open_camera.hpp"
+#include "koruone/output/compression_names.hpp"
 #include "shared/interrupt.hpp"
 #include "shared/report.hpp"
 
@@ -15,20 +16,6 @@ namespace {
 constexpr double kMegabyte = 1e6;
 
 }  // namespace
-
-const Choices<oru::RLX_COMPRESSION_MODE> kCompressions{
-    {"raw", oru::RLX_RAW},           {"h264", oru::RLX_H264}, {"h265", oru::RLX_H265},
-    {"lossless", oru::RLX_LOSSLESS}, {"ffv1", oru::RLX_FFV1},
-};
-
-std::string compressionName(oru::RLX_COMPRESSION_MODE mode) {
-    for (const auto& [name, value] : kCompressions) {
-        if (value == mode) {
-            return name;
-        }
-    }
-    return fmt::format("mode {}", static_cast<int>(mode));
-}
 
 RecordRun::RecordRun(RecordOptions given)
     : options(std::move(given)), loop([this] { return camera.grab(); }, inputKind(options.input), &progress) {}

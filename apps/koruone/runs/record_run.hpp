@@ -9,13 +9,8 @@
 #include "shared/Progress.hpp"
 #include "shared/exit_status.hpp"
 #include "shared/input_options.hpp"
-#include "shared/option_helpers.hpp"
 
 namespace koruone {
-
-/// The compressions by the names that `record` and `convert` take.
-extern const Choices<oru::RLX_COMPRESSION_MODE> kCompressions;
-std::string compressionName(oru::RLX_COMPRESSION_MODE mode);
 
 struct RecordOptions {
     InputOptions input;

@@ -65,7 +65,7 @@ void writeNow(std::string_view text) {
 
 StreamRun::StreamRun(StreamOptions streamOptions)
     : options(std::move(streamOptions)),
-      loop([this] { return camera.grab(); }, inputKind(options.input), nullptr, {kLongestWait, ""}) {}
+      loop([this] { return camera.grab(); }, inputKind(options.input), nullptr, {kLongestWait, "", false}) {}
 
 ExitStatus StreamRun::run() {
     const InterruptGuard guard;

@@ -5,6 +5,7 @@
 #include "collaborators/CalibrationSource.hpp"
 #include "collaborators/PlaybackRecorder.hpp"
 #include "collaborators/RLXVideo.hpp"
+#include "collaborators/RecordingTools.hpp"
 #include "utils/Clock.hpp"
 
 namespace oru {
@@ -15,5 +16,8 @@ namespace oru {
 
 /// The camera's recording and playback. Both arguments outlive what is made.
 [[nodiscard]] std::unique_ptr<PlaybackRecorder> makePlaybackRecorder(Clock& clock, CalibrationSource& calibration);
+
+/// What can be done with recordings without a camera.
+[[nodiscard]] std::unique_ptr<RecordingTools> makeRecordingTools();
 
 }  // namespace oru

@@ -311,9 +311,9 @@ TEST_P(EveryMode, KilledRecorderLosesAtMostHalfASecond) {
         helper.kill();
         const std::size_t count = helper.rest().size();
 
-        const rlx::RepairReport report = rlx::repairRecording(path, "", rlx::ImageCheck::TAIL);
+        const RecordingRepair report = rlx::repairRecording(path, "", rlx::ImageCheck::TAIL);
 
-        ASSERT_EQ(report.code, 0);
+        ASSERT_EQ(report.result, 0);
         EXPECT_GE(static_cast<double>(report.frames_recovered) + 30.0, static_cast<double>(count));
         const Played played = play(path, scene);
         EXPECT_EQ(played.times.size(), report.frames_recovered);

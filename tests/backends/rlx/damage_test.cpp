@@ -57,7 +57,7 @@ protected:
             ASSERT_EQ(readBytes(damagedPath), damaged) << what << ": touched";
             return;
         }
-        const rlx::VerifyReport report = rlx::verifyRecording(damagedPath);
+        const RecordingCheck report = rlx::verifyRecording(damagedPath);
         ASSERT_EQ(report.condition, Condition::INTACT) << what;
         ASSERT_EQ(report.frames, frames) << what;
     }
@@ -106,7 +106,7 @@ TEST_P(EveryMode, CutFileIsPlayableByOthersAfterRepair) {
     }
     for (const uint64_t cut : {indexEntries[7].offset + 60, indexEntries.back().offset - 1, wholeBytes.size() - 5}) {
         writeBytes(damagedPath, {wholeBytes.begin(), wholeBytes.begin() + static_cast<std::ptrdiff_t>(cut)});
-        ASSERT_EQ(rlx::repairRecording(damagedPath, "", ImageCheck::TAIL).code, 0);
+        ASSERT_EQ(rlx::repairRecording(damagedPath, "", ImageCheck::TAIL).result, 0);
         EXPECT_EQ(std::system(("mkvinfo " + damagedPath + " >/dev/null").c_str()), 0) << cut;
         EXPECT_EQ(std::system(("ffmpeg -v error -xerror -i " + damagedPath + " -f null -").c_str()), 0) << cut;
         const Played played = play(damagedPath, recordedScene);
@@ -133,8 +133,8 @@ TEST_P(EveryMode, FlippedBitsAreNoticedAndNeverDelivered) {
             ASSERT_TRUE(played.open_result == 1 || played.counters.lost() > 0) << what << ": not noticed";
         }
         if (round % 8 == 0 && damaged != wholeBytes) {
-            const rlx::RepairReport report = rlx::repairRecording(damagedPath, "", ImageCheck::ALL);
-            if (report.code == 0) {
+            const RecordingRepair report = rlx::repairRecording(damagedPath, "", ImageCheck::ALL);
+            if (report.result == 0) {
                 ASSERT_EQ(rlx::verifyRecording(damagedPath).condition, Condition::INTACT) << what;
                 played = play(damagedPath, recordedScene);
                 ASSERT_EQ(played.open_result, 0) << what;
@@ -155,8 +155,8 @@ TEST_P(EveryMode, DamageInTheMiddleCostsOnlyTheFramesItTouches) {
 
     ASSERT_NO_FATAL_FAILURE(expectRepairs(damaged, kFrames - 4, "two holes"));
 
-    const rlx::RepairReport report = rlx::repairRecording(damagedPath, testFolder.path("copy.rlx2"), ImageCheck::ALL);
-    EXPECT_EQ(report.code, 0);
+    const RecordingRepair report = rlx::repairRecording(damagedPath, testFolder.path("copy.rlx2"), ImageCheck::ALL);
+    EXPECT_EQ(report.result, 0);
     EXPECT_EQ(report.frames_lost, 4U);
     const Played played = play(testFolder.path("copy.rlx2"), recordedScene);
     EXPECT_EQ(played.wrong_images + played.wrong_facts, 0U);
@@ -202,13 +202,13 @@ TEST(Repair, SaysWhatIsWrongAndTouchesNothingItCannotHelp) {
         const std::string path = folder.path(sample.name);
         const std::vector<unsigned char> before = readBytes(path);
 
-        const rlx::RepairReport report = rlx::repairRecording(path, "", ImageCheck::TAIL);
+        const RecordingRepair report = rlx::repairRecording(path, "", ImageCheck::TAIL);
 
-        EXPECT_EQ(report.condition, sample.condition) << sample.name << ": " << rlx::describe(report.condition);
-        EXPECT_EQ(report.code, sample.code) << sample.name;
+        EXPECT_EQ(report.condition, sample.condition) << sample.name << ": " << describe(report.condition);
+        EXPECT_EQ(report.result, sample.code) << sample.name;
         EXPECT_EQ(readBytes(path) == before, sample.condition != Condition::CUT_OFF) << sample.name;
     }
-    EXPECT_EQ(rlx::repairRecording(whole, folder.path("text"), ImageCheck::TAIL).code, 2) << "an existing output";
+    EXPECT_EQ(rlx::repairRecording(whole, folder.path("text"), ImageCheck::TAIL).result, 2) << "an existing output";
 }
 
 TEST(Repair, KeepsEveryFrameWhenTheHeadOfTheHeaderHasAnotherLength) {
@@ -243,11 +243,11 @@ TEST(Repair, KeepsEveryFrameWhenTheHeadOfTheHeaderHasAnotherLength) {
         writeBytes(path, bytes);
 
         const std::string output = folder.path(std::to_string(sample.serial));
-        const rlx::RepairReport report = rlx::repairRecording(path, output, ImageCheck::ALL);
-        EXPECT_EQ(report.code, 0);
+        const RecordingRepair report = rlx::repairRecording(path, output, ImageCheck::ALL);
+        EXPECT_EQ(report.result, 0);
         EXPECT_EQ(report.frames_recovered, 3U);
         EXPECT_EQ(rlx::verifyRecording(output).condition, Condition::INTACT);
-        EXPECT_EQ(rlx::repairRecording(path, "", ImageCheck::ALL).code, sample.inPlace);
+        EXPECT_EQ(rlx::repairRecording(path, "", ImageCheck::ALL).result, sample.inPlace);
         EXPECT_EQ(readBytes(path) == bytes, sample.inPlace != 0);
         EXPECT_EQ(rlx::verifyRecording(path).frames, 3U);
     }
@@ -274,10 +274,10 @@ TEST(Repair, InterruptedAtAnyStepLeavesARepairableFile) {
             std::copy_n(unfinishedHead.begin(), replaced, state.begin());
             writeBytes(path, state);
 
-            const rlx::RepairReport report = rlx::repairRecording(path, "", ImageCheck::TAIL);
+            const RecordingRepair report = rlx::repairRecording(path, "", ImageCheck::TAIL);
 
             EXPECT_EQ(report.condition, Condition::UNFINISHED);
-            EXPECT_EQ(report.code, 0);
+            EXPECT_EQ(report.result, 0);
             EXPECT_EQ(report.frames_recovered, 6U);
             EXPECT_EQ(readBytes(path), whole);
         }

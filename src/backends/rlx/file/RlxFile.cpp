@@ -123,10 +123,10 @@ void RlxFile::close() {
 
 int RlxFile::repairFile(const char* in, const char* out, bool reopen, bool allImages) {
     const auto check = allImages ? rlx::ImageCheck::ALL : rlx::ImageCheck::TAIL;
-    const rlx::RepairReport report = rlx::repairRecording(in, out, check);
-    if (report.code != 0) {
-        ORU_LOG(Warning, "{} {} {} and was not repaired", kTagInit, in, rlx::describe(report.condition));
-        return report.code;
+    const RecordingRepair report = rlx::repairRecording(in, out, check);
+    if (report.result != REPAIR_DONE) {
+        ORU_LOG(Warning, "{} {} {} and was not repaired", kTagInit, in, describe(report.condition));
+        return report.result;
     }
     ORU_LOG(Info, "{} {} was repaired: {} frames recovered, {} lost, {} bytes behind them cut off", kTagInit, in,
             report.frames_recovered, report.frames_lost, report.bytes_cut);

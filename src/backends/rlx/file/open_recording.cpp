@@ -75,40 +75,6 @@ Condition openAndLock(const std::string& path, bool toChange, File& file) {
 
 }  // namespace
 
-bool isRepairable(Condition condition) {
-    return condition == Condition::UNFINISHED || condition == Condition::CUT_OFF || condition == Condition::DAMAGED;
-}
-
-const char* describe(Condition condition) {
-    switch (condition) {
-        case Condition::INTACT:
-            return "is intact";
-        case Condition::MISSING:
-            return "does not exist";
-        case Condition::NOT_A_FILE:
-            return "is not a file";
-        case Condition::UNREADABLE:
-            return "cannot be read";
-        case Condition::EMPTY:
-            return "is empty";
-        case Condition::NOT_OURS:
-            return "is not an RLX recording";
-        case Condition::TOO_NEW:
-            return "is of an RLX version or size that this program does not know";
-        case Condition::BEING_RECORDED:
-            return "is being recorded or repaired";
-        case Condition::NO_WHOLE_FRAME:
-            return "holds no whole frame";
-        case Condition::UNFINISHED:
-            return "was not closed";
-        case Condition::CUT_OFF:
-            return "is cut off";
-        case Condition::DAMAGED:
-            return "is damaged";
-    }
-    return "is in an unknown state";
-}
-
 OpenedFile openRecording(const std::string& path, bool toChange) {
     OpenedFile recording;
     recording.condition = openAndLock(path, toChange, recording.file);

@@ -5,29 +5,11 @@
 
 #include "backends/rlx/container/container.hpp"
 #include "backends/rlx/file/File.hpp"
+#include "oru/recording.hpp"
 
 namespace oru::rlx {
 
-/// What a recording looks like before it is read.
-enum class Condition {
-    INTACT,
-    MISSING,
-    NOT_A_FILE,  ///< a directory or a device
-    UNREADABLE,  ///< no permission, or the medium fails
-    EMPTY,
-    NOT_OURS,
-    TOO_NEW,         ///< written in a version that this reader does not know
-    BEING_RECORDED,  ///< or being repaired
-    NO_WHOLE_FRAME,
-    UNFINISHED,  ///< recording or repair ended without a clean close
-    CUT_OFF,     ///< finished, then shortened
-    DAMAGED,     ///< head or index do not belong to each other
-};
-
-/// Whether repairFile can help.
-[[nodiscard]] bool isRepairable(Condition condition);
-/// A sentence's end for the log, as in "FILE: is empty".
-[[nodiscard]] const char* describe(Condition condition);
+using Condition = RECORDING_CONDITION;
 
 /// Opens a recording to read or to change, and locks it (shared or alone). INTACT here means: open and ours.
 struct OpenedFile {

@@ -11,10 +11,6 @@ namespace oru::rlx {
 
 namespace {
 
-constexpr int kRepaired = 0;
-constexpr int kOutputRefused = 2;
-constexpr int kBadCompression = 3;
-
 bool markUnfinished(File& file) {
     Bytes unknown;
     putSize(unknown, kUnknownSize);
@@ -83,17 +79,17 @@ bool copyFrames(const OpenedFile& recording, const Scan& scan, File& output) {
     return finaliseRecording(output, recording.header, entries, end);
 }
 
-int repairToOutput(const OpenedFile& recording, const Scan& scan, const std::string& path) {
+REPAIR_RESULT repairToOutput(const OpenedFile& recording, const Scan& scan, const std::string& path) {
     File output;
     if (!output.createToWrite(path, false)) {
-        return kOutputRefused;
+        return REPAIR_NOT_WRITABLE;
     }
     if (!output.lockAlone() || !copyFrames(recording, scan, output)) {
         (void)::unlink(path.c_str());
-        return kOutputRefused;
+        return REPAIR_NOT_WRITABLE;
     }
     syncDirectoryOf(path);
-    return kRepaired;
+    return REPAIR_DONE;
 }
 
 Condition conditionOf(const OpenedFile& recording, std::vector<IndexEntry>& entries) {
@@ -124,9 +120,9 @@ bool modeIsKnown(RLX_COMPRESSION_MODE mode) {
 
 }  // namespace
 
-RepairReport repairRecording(const std::string& input, const std::string& output, ImageCheck check,
-                             const ProgressSink& progress) {
-    RepairReport report;
+RecordingRepair repairRecording(const std::string& input, const std::string& output, ImageCheck check,
+                                const RecordingProgress& progress) {
+    RecordingRepair report;
     OpenedFile recording = openRecording(input, true);
     std::vector<IndexEntry> indexed;
     report.condition = conditionOf(recording, indexed);
@@ -135,7 +131,7 @@ RepairReport repairRecording(const std::string& input, const std::string& output
         return report;
     }
     if (!modeIsKnown(recording.header.facts.compression_mode)) {
-        report.code = kBadCompression;
+        report.result = REPAIR_UNKNOWN_FORMAT;
         return report;
     }
     const Scan scan = scanFrames(recording, check, progress);
@@ -151,20 +147,20 @@ RepairReport repairRecording(const std::string& input, const std::string& output
     report.frame_cut = framesFollowed(recording, report.condition, scan);
     report.bytes_cut = recording.file.size() - scan.clusters_end;
     if (!output.empty()) {
-        report.code = repairToOutput(recording, scan, output);
+        report.result = repairToOutput(recording, scan, output);
         return report;
     }
     if (report.condition == Condition::INTACT && scan.entries == indexed) {
-        report.code = kRepaired;
+        report.result = REPAIR_DONE;
         report.bytes_cut = 0;
         return report;
     }
-    report.code = hasRoomInPlace(scan) && repairInPlace(recording, scan) ? kRepaired : kOutputRefused;
+    report.result = hasRoomInPlace(scan) && repairInPlace(recording, scan) ? REPAIR_DONE : REPAIR_NOT_WRITABLE;
     return report;
 }
 
-VerifyReport verifyRecording(const std::string& path, const ProgressSink& progress) {
-    VerifyReport report;
+RecordingCheck verifyRecording(const std::string& path, const RecordingProgress& progress) {
+    RecordingCheck report;
     const OpenedFile recording = openRecording(path, false);
     std::vector<IndexEntry> entries;
     report.condition = conditionOf(recording, entries);

@@ -49,7 +49,7 @@ uint64_t voidAt(const OpenedFile& recording, uint64_t offset, uint64_t fileSize)
 }
 
 void leaveOutBadImages(const OpenedFile& recording, ImageCheck check, Scan& scan, StoredFrame& scratch,
-                       const ProgressSink& progress) {
+                       const RecordingProgress& progress) {
     const uint64_t last = scan.entries.empty() ? 0 : scan.entries.back().time_ms;
     const uint64_t from = check == ImageCheck::ALL || last < kTailMs ? 0 : last - kTailMs;
     const auto isBad = [&](const IndexEntry& entry) {
@@ -92,7 +92,7 @@ bool readRecordAt(const OpenedFile& recording, uint64_t offset, uint64_t fileSiz
     return true;
 }
 
-Scan scanFrames(const OpenedFile& recording, ImageCheck check, const ProgressSink& progress) {
+Scan scanFrames(const OpenedFile& recording, ImageCheck check, const RecordingProgress& progress) {
     Scan scan;
     StoredFrame scratch;
     const uint64_t fileSize = recording.file.size();

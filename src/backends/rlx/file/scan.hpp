@@ -1,15 +1,11 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <vector>
 
 #include "backends/rlx/file/open_recording.hpp"
 
 namespace oru::rlx {
-
-/// Told now and then how many bytes of how many are done; false stops the work.
-using ProgressSink = std::function<bool(uint64_t done, uint64_t total)>;
 
 /// Which images a walk checks; records and framing are always checked.
 enum class ImageCheck {
@@ -36,7 +32,7 @@ struct Scan {
 
 /// Reads the file from its head to its end; behind a damaged place it goes on at the next whole frame.
 /// What a stopped walk gives is incomplete (`stopped`).
-[[nodiscard]] Scan scanFrames(const OpenedFile& recording, ImageCheck check, const ProgressSink& progress = {});
+[[nodiscard]] Scan scanFrames(const OpenedFile& recording, ImageCheck check, const RecordingProgress& progress = {});
 
 /// A frame whose Cluster begins at `offset`, its image unread; false when there is none.
 [[nodiscard]] bool readRecordAt(const OpenedFile& recording, uint64_t offset, uint64_t fileSize, StoredFrame& scratch,

@@ -6,27 +6,27 @@
 #include <vector>
 
 #include "backends/rlx/file/codec.hpp"
-#include "koruone/runs/convert_run.hpp"
+#include "collaborators/RecordingTools.hpp"
 
 struct AVFormatContext;
 struct AVPacket;
 
-namespace koruone {
+namespace oru::rlx {
 
 /// An MP4 file with one H.264 or H.265 track, for players; times in microseconds from the first frame. No samples.
-class VideoFile final : public FrameTarget {
+class VideoFile final : public VideoWriter {
 public:
     VideoFile();
     ~VideoFile() override;
 
-    bool open(const std::string& path, const oru::rlxrw::RlxRecordingHeader& facts) override;
-    bool write(const ConvertedFrame& frame) override;
+    ERROR_CODE open(const std::string& path, const rlxrw::RlxRecordingHeader& facts) override;
+    bool write(const unsigned char* pixels, Timestamp time) override;
     bool finish() override;
     const std::string& error() const override { return failure; }
 
 private:
-    bool openMuxer(const oru::rlxrw::RlxRecordingHeader& facts);
-    bool writeImage(const oru::rlx::CodedImage& image);
+    bool openMuxer(const rlxrw::RlxRecordingHeader& facts);
+    bool writeImage(const CodedImage& image);
     bool fail(std::string reason);
 
     struct CloseMuxer {
@@ -37,15 +37,15 @@ private:
     };
 
     std::string filePath;
-    std::unique_ptr<oru::rlx::ImageEncoder> imageEncoder;
+    std::unique_ptr<ImageEncoder> imageEncoder;
     std::unique_ptr<AVFormatContext, CloseMuxer> muxer;
     std::unique_ptr<AVPacket, FreePacket> packet;
-    oru::rlx::CodedSink sink;
+    CodedSink sink;
     std::vector<int64_t> timesUs;  // of the frames that the encoder may still hold, by number
     uint64_t frameCount = 0;
-    oru::Timestamp firstTime = 0;
+    Timestamp firstTime = 0;
     int64_t lastTimeUs = -1;
     std::string failure;
 };
 
-}  // namespace koruone
+}  // namespace oru::rlx

@@ -1,4 +1,4 @@
-#include "koruone/output/VideoFile.hpp"
+#include "backends/rlx/file/VideoFile.hpp"
 
 extern "C" {
 #include <libavformat/avformat.h>
@@ -10,9 +10,7 @@ extern "C" {
 #include <cstring>
 #include <utility>
 
-#include "koruone/runs/record_run.hpp"
-
-namespace koruone {
+namespace oru::rlx {
 namespace {
 
 constexpr int kMicrosecondsPerSecond = 1'000'000;
@@ -48,21 +46,23 @@ bool VideoFile::fail(std::string reason) {
     return false;
 }
 
-bool VideoFile::open(const std::string& path, const oru::rlxrw::RlxRecordingHeader& facts) {
+ERROR_CODE VideoFile::open(const std::string& path, const rlxrw::RlxRecordingHeader& facts) {
     filePath = path;
-    const bool playable = facts.compression_mode == oru::RLX_H264 || facts.compression_mode == oru::RLX_H265;
+    const bool playable = facts.compression_mode == RLX_H264 || facts.compression_mode == RLX_H265;
     if (!playable) {
-        return fail(fmt::format("an MP4 file holds h264 or h265, not {}", compressionName(facts.compression_mode)));
+        (void)fail("an MP4 file holds h264 or h265");
+        return INVALID_PARAMETER;
     }
-    imageEncoder = oru::rlx::makeEncoder(facts);
+    imageEncoder = makeEncoder(facts);
     if (imageEncoder == nullptr) {
-        return fail(fmt::format("no encoder for {} is available", compressionName(facts.compression_mode)));
+        (void)fail("no encoder is available");
+        return RLX_CODEC_UNAVAILABLE;
     }
-    sink = [this](const oru::rlx::CodedImage& image) { return writeImage(image); };
-    return openMuxer(facts);
+    sink = [this](const CodedImage& image) { return writeImage(image); };
+    return openMuxer(facts) ? SUCCESS : FAILURE;
 }
 
-bool VideoFile::openMuxer(const oru::rlxrw::RlxRecordingHeader& facts) {
+bool VideoFile::openMuxer(const rlxrw::RlxRecordingHeader& facts) {
     AVFormatContext* context = nullptr;
     if (avformat_alloc_output_context2(&context, nullptr, "mp4", filePath.c_str()) < 0) {
         return fail("no MP4 writer is available");
@@ -76,7 +76,7 @@ bool VideoFile::openMuxer(const oru::rlxrw::RlxRecordingHeader& facts) {
         return fail("out of memory");
     }
     std::copy(extra.begin(), extra.end(), copy);
-    const bool h265 = facts.compression_mode == oru::RLX_H265;
+    const bool h265 = facts.compression_mode == RLX_H265;
     AVCodecParameters& parameters = *stream->codecpar;
     parameters.codec_type = AVMEDIA_TYPE_VIDEO;
     parameters.codec_id = h265 ? AV_CODEC_ID_HEVC : AV_CODEC_ID_H264;
@@ -93,17 +93,17 @@ bool VideoFile::openMuxer(const oru::rlxrw::RlxRecordingHeader& facts) {
     return result >= 0 || fail(fmt::format("{} cannot be created: {}", filePath, reasonOf(result)));
 }
 
-bool VideoFile::write(const ConvertedFrame& frame) {
+bool VideoFile::write(const unsigned char* pixels, Timestamp time) {
     if (frameCount == 0) {
-        firstTime = frame.time;
+        firstTime = time;
     }
-    const auto since = static_cast<int64_t>((frame.time > firstTime ? frame.time - firstTime : 0) / 1000);
+    const auto since = static_cast<int64_t>((time > firstTime ? time - firstTime : 0) / 1000);
     lastTimeUs = std::max(lastTimeUs + 1, since);
     timesUs[frameCount % kHeldTimes] = lastTimeUs;
-    return imageEncoder->encode(frame.pixels, frameCount++, sink) || fail("the encoder failed");
+    return imageEncoder->encode(pixels, frameCount++, sink) || fail("the encoder failed");
 }
 
-bool VideoFile::writeImage(const oru::rlx::CodedImage& image) {
+bool VideoFile::writeImage(const CodedImage& image) {
     if (av_new_packet(packet.get(), static_cast<int>(image.bytes.size())) < 0) {
         return fail("out of memory");
     }
@@ -127,4 +127,4 @@ bool VideoFile::finish() {
     return result >= 0 || fail(fmt::format("{} cannot be completed: {}", filePath, reasonOf(result)));
 }
 
-}  // namespace koruone
+}  // namespace oru::rlx
