@@ -7,7 +7,7 @@
 #include <cstring>
 #include <span>
 
-#include "logging/KoruLogger.hpp"
+#include "oru/logging.hpp"
 
 namespace koruone {
 namespace {
@@ -108,9 +108,7 @@ void complain(oru::ERROR_CODE code, std::string_view what, oru::InputKind input)
 void writeComplaint(std::string_view text) {
     std::fflush(stdout);
     // What the library has to say about it comes first.
-    if (oru::Logger* logger = oru::KoruLogger::get_instance().get_logger(oru::MAIN); logger != nullptr) {
-        oru::flush(*logger);
-    }
+    oru::flushLog();
     (void)fmt::print(stderr, "koruone: {}\n", text);
 }
 

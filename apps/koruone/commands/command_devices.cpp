@@ -2,9 +2,9 @@
 
 #include <memory>
 
-#include "collaborators/CollaboratorFactory.hpp"
 #include "koruone/commands/commands.hpp"
 #include "oru/CameraOne.hpp"
+#include "oru/gpu.hpp"
 #include "shared/json_output.hpp"
 #include "shared/report.hpp"
 
@@ -46,7 +46,7 @@ ExitStatus runDevices(bool json) {
         printJson(devices);
     } else {
         printTable(devices);
-        writeOutput(fmt::format("GPU: {}\n", oru::CollaboratorFactory::processDefault()->gpu().description()));
+        writeOutput(fmt::format("GPU: {}\n", oru::gpuDescription().get()));
     }
     if (devices.empty()) {
         complain("no camera is attached; check the cable, or unset KORU_VIRTUAL_BUS to get the virtual cameras.");

@@ -29,15 +29,15 @@ ImageWriter::~ImageWriter() {
 }
 
 bool ImageWriter::hasRoom() {
-    const oru::MutexLock lock(mutex);
+    const std::lock_guard lock(mutex);
     return !unused.empty();
 }
 
 oru::Mat* ImageWriter::acquire() {
-    const oru::MutexLock lock(mutex);
+    std::unique_lock lock(mutex);
     while (unused.empty() && failure.empty()) {
         const uint64_t before = finished;
-        if (changed.wait_for(mutex, kWriterPatience) == std::cv_status::timeout && finished == before) {
+        if (changed.wait_for(lock, kWriterPatience) == std::cv_status::timeout && finished == before) {
             failure = fmt::format("{} takes no picture for {} s", folder.string(), kWriterPatience.count());
         }
     }
@@ -50,19 +50,19 @@ oru::Mat* ImageWriter::acquire() {
 }
 
 void ImageWriter::submit(oru::Mat* image, uint64_t frame) {
-    const oru::MutexLock lock(mutex);
+    const std::lock_guard lock(mutex);
     waiting.push_back({image, frame});
     changed.notify_all();
 }
 
 void ImageWriter::release(oru::Mat* image) {
-    const oru::MutexLock lock(mutex);
+    const std::lock_guard lock(mutex);
     unused.push_back(image);
 }
 
 bool ImageWriter::finish() {
     {
-        const oru::MutexLock lock(mutex);
+        const std::lock_guard lock(mutex);
         ending = true;
         changed.notify_all();
     }
@@ -70,7 +70,7 @@ bool ImageWriter::finish() {
         worker.join();
         std::string reason;
         const bool sheetKept = sheet.write(folder / "contact_sheet.png", encoder, reason);
-        const oru::MutexLock lock(mutex);
+        const std::lock_guard lock(mutex);
         if (!sheetKept && failure.empty()) {
             failure = reason;
         }
@@ -79,12 +79,12 @@ bool ImageWriter::finish() {
 }
 
 std::string ImageWriter::error() {
-    const oru::MutexLock lock(mutex);
+    const std::lock_guard lock(mutex);
     return failure;
 }
 
 uint64_t ImageWriter::written() {
-    const oru::MutexLock lock(mutex);
+    const std::lock_guard lock(mutex);
     return finished;
 }
 
@@ -96,9 +96,9 @@ void ImageWriter::run() {
 }
 
 bool ImageWriter::takeJob(Job& job) {
-    const oru::MutexLock lock(mutex);
+    std::unique_lock lock(mutex);
     while (waiting.empty() && !ending) {
-        changed.wait(mutex);
+        changed.wait(lock);
     }
     if (waiting.empty() || !failure.empty()) {
         return false;
@@ -116,7 +116,7 @@ void ImageWriter::writeJob(const Job& job) {
     if (ok) {
         sheet.offer(job.frame, view);
     }
-    const oru::MutexLock lock(mutex);
+    const std::lock_guard lock(mutex);
     unused.push_back(job.image);
     finished += ok ? 1 : 0;
     if (!ok && failure.empty()) {

@@ -5,13 +5,13 @@
 #include <cstdint>
 #include <deque>
 #include <filesystem>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "koruone/output/ContactSheet.hpp"
 #include "oru/Mat.hpp"
-#include "utils/Mutex.hpp"
 
 namespace koruone {
 
@@ -28,19 +28,19 @@ public:
     ImageWriter& operator=(const ImageWriter&) = delete;
 
     /// An empty place right now? Otherwise acquire will wait.
-    [[nodiscard]] bool hasRoom() ORU_EXCLUDES(mutex);
+    [[nodiscard]] bool hasRoom();
     /// A container to fill, to be given back by submit or release. Waits while the queue is full; null when writing
     /// failed, or when no image was finished for ten seconds. Its memory is reused from image to image.
-    oru::Mat* acquire() ORU_EXCLUDES(mutex);
+    oru::Mat* acquire();
     /// Queues the container as image of this frame; it must hold host memory.
-    void submit(oru::Mat* image, uint64_t frame) ORU_EXCLUDES(mutex);
-    void release(oru::Mat* image) ORU_EXCLUDES(mutex);
+    void submit(oru::Mat* image, uint64_t frame);
+    void release(oru::Mat* image);
 
     /// Writes what is queued and DIR/contact_sheet.png, and ends the thread. False: something was not written.
-    bool finish() ORU_EXCLUDES(mutex);
+    bool finish();
     /// The first failure, empty while there is none.
-    [[nodiscard]] std::string error() ORU_EXCLUDES(mutex);
-    [[nodiscard]] uint64_t written() ORU_EXCLUDES(mutex);
+    [[nodiscard]] std::string error();
+    [[nodiscard]] uint64_t written();
 
 private:
     struct Job {
@@ -48,22 +48,23 @@ private:
         uint64_t frame = 0;
     };
 
-    void run() ORU_EXCLUDES(mutex);
-    bool takeJob(Job& job) ORU_EXCLUDES(mutex);
-    void writeJob(const Job& job) ORU_EXCLUDES(mutex);
+    void run();
+    bool takeJob(Job& job);
+    void writeJob(const Job& job);
 
     std::filesystem::path folder;
     PngEncoder encoder;  // this and the sheet are the writer thread's until it has ended
     ContactSheet sheet;
     std::array<oru::Mat, kQueueLength> images;
 
-    oru::Mutex mutex;
-    std::condition_variable_any changed;
-    std::vector<oru::Mat*> unused ORU_GUARDED_BY(mutex);
-    std::deque<Job> waiting ORU_GUARDED_BY(mutex);
-    bool ending ORU_GUARDED_BY(mutex) = false;
-    uint64_t finished ORU_GUARDED_BY(mutex) = 0;
-    std::string failure ORU_GUARDED_BY(mutex);
+    // Guards everything up to the thread; held inside each operation, never while an image is written.
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::vector<oru::Mat*> unused;
+    std::deque<Job> waiting;
+    bool ending = false;
+    uint64_t finished = 0;
+    std::string failure;
 
     std::thread worker;  // last: it uses all of the above
 };

@@ -6,8 +6,8 @@
 #include <limits>
 #include <utility>
 
-#include "collaborators/CollaboratorFactory.hpp"
 #include "koruone/camera/open_camera.hpp"
+#include "oru/gpu.hpp"
 #include "shared/interrupt.hpp"
 #include "shared/json_output.hpp"
 #include "shared/report.hpp"
@@ -19,18 +19,6 @@ using Clock = std::chrono::steady_clock;
 
 double toSeconds(std::chrono::nanoseconds duration) {
     return std::chrono::duration<double>(duration).count();
-}
-
-/// Brings the image's device memory to its host memory, both of which it holds.
-bool downloadImage(const oru::Mat& image) {
-    const auto platform = oru::CollaboratorFactory::processDefault();
-    auto* host = image.getPtr<unsigned char>(oru::CPU);
-    const auto* device = image.getPtr<unsigned char>(oru::GPU);
-    if (platform == nullptr || host == nullptr || device == nullptr) {
-        return false;
-    }
-    const std::size_t bytes = image.getStepBytes(oru::CPU) * image.getHeight();
-    return platform->gpu().copyDeviceToHost(host, device, bytes) == 0;
 }
 
 Json percentile(const TimingHistogram& times, double percent) {
@@ -139,7 +127,8 @@ bool GrabRun::writeFrame(uint64_t frame) {
     bool ready = retrieveInto(*image);
     if (ready && options.memory == oru::GPU) {
         const oru::Resolution size{image->getWidth(), image->getHeight()};
-        ready = image->alloc(size, image->getDataType(), oru::CPU_AND_GPU) == oru::SUCCESS && downloadImage(*image);
+        ready = image->alloc(size, image->getDataType(), oru::CPU_AND_GPU) == oru::SUCCESS &&
+                oru::copyToHost(*image) == oru::SUCCESS;
         if (!ready) {
             complain("cannot copy a picture from the GPU; use --memory cpu.");
             fail();

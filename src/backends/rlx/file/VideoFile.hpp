@@ -1,15 +1,13 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "backends/rlx/file/codec.hpp"
+#include "coding/Mp4Muxer.hpp"
 #include "collaborators/RecordingTools.hpp"
-
-struct AVFormatContext;
-struct AVPacket;
 
 namespace oru::rlx {
 
@@ -17,31 +15,19 @@ namespace oru::rlx {
 class VideoFile final : public VideoWriter {
 public:
     VideoFile();
-    ~VideoFile() override;
 
     ERROR_CODE open(const std::string& path, const rlxrw::RlxRecordingHeader& facts) override;
     bool write(const unsigned char* pixels, Timestamp time) override;
     bool finish() override;
-    const std::string& error() const override { return failure; }
+    const std::string& error() const override { return muxer.error().empty() ? failure : muxer.error(); }
 
 private:
-    bool openMuxer(const rlxrw::RlxRecordingHeader& facts);
-    bool writeImage(const CodedImage& image);
-    bool fail(std::string reason);
+    static constexpr std::size_t kHeldTimes = 64;
 
-    struct CloseMuxer {
-        void operator()(AVFormatContext* context) const;
-    };
-    struct FreePacket {
-        void operator()(AVPacket* used) const;
-    };
-
-    std::string filePath;
+    coding::Mp4Muxer muxer;
     std::unique_ptr<ImageEncoder> imageEncoder;
-    std::unique_ptr<AVFormatContext, CloseMuxer> muxer;
-    std::unique_ptr<AVPacket, FreePacket> packet;
     CodedSink sink;
-    std::vector<int64_t> timesUs;  // of the frames that the encoder may still hold, by number
+    std::array<int64_t, kHeldTimes> timesUs{};  // of the frames that the encoder may still hold, by number
     uint64_t frameCount = 0;
     Timestamp firstTime = 0;
     int64_t lastTimeUs = -1;
