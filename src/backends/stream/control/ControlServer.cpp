@@ -118,13 +118,17 @@ void ControlServer::reply(SRTSOCKET socket, const ControlMessage& message) {
     client->failed = !send(socket, bytes.data(), bytes.size());
 }
 
+void ControlServer::dismiss(const Client& client) {
+    ORU_LOG(Info, "{} control from {} left", kTagStreaming, client.address);
+    poll.forget(client.socket.get());
+}
+
 void ControlServer::dropFailed() {
     const MutexLock lock(mutex);
     std::erase_if(clients, [this](const Client& client) {
         const bool gone = client.failed || srt_getsockstate(client.socket.get()) != SRTS_CONNECTED;
         if (gone) {
-            ORU_LOG(Info, "{} control from {} left", kTagStreaming, client.address);
-            poll.forget(client.socket.get());
+            dismiss(client);
         }
         return gone;
     });

@@ -50,6 +50,7 @@ private:
     [[nodiscard]] bool receive(SRTSOCKET socket, ControlMessage& request);
     void reply(SRTSOCKET socket, const ControlMessage& message);
     void dropFailed();
+    void dismiss(const Client& client);
     [[nodiscard]] Client* find(SRTSOCKET socket) ORU_REQUIRES(mutex);
 
     SrtLibrary library;

@@ -79,7 +79,7 @@ bool StreamLink::settled(SRTSOCKET socket) const {
 
 bool StreamLink::connect(SrtSocket& socket) {
     socket.reset(srt_create_socket());
-    const std::string id = viewerId(again ? handlers.newestSample() : 0);
+    const std::string id = viewerId(again ? handlers.newest_sample() : 0);
     // Images are taken as they come: the application paces itself, and a late image is worth more than none.
     const bool ready = socket.valid() && setCommonOptions(socket) && socket.set(SRTO_TSBPDMODE, false) &&
                        socket.set(SRTO_RCVLATENCY, kLatencyMs) && socket.set(SRTO_RCVBUF, kReceiveBufferBytes) &&

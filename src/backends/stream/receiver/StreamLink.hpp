@@ -23,7 +23,7 @@ public:
         std::function<void()> connected;                            ///< before the first message of a connection
         std::function<void(const uint8_t*, std::size_t)> received;  ///< one message
         /// Its time, for a connection after the first to go on from; 0: there is none.
-        std::function<uint64_t()> newestSample = [] { return uint64_t{0}; };
+        std::function<uint64_t()> newest_sample = [] { return uint64_t{0}; };
     };
 
     StreamLink(Clock& systemClock, Handlers linkHandlers);

@@ -154,12 +154,12 @@ void StreamReceiver::adopt(DescriptionRecord&& record) {
     const MutexLock lock(mutex);
     const bool sizeChanged = haveDescription && (record.camera.width != senderDescription.camera.width ||
                                                  record.camera.height != senderDescription.camera.height);
+    // The application's buffers have the old size; the sender's images are refused until it opens again.
+    if (sizeChanged && !std::exchange(sizeWarned, true)) {
+        ORU_LOG(Warning, "{} the sender now has {} x {} pictures; open the stream again", kTagStreaming,
+                record.camera.width, record.camera.height);
+    }
     if (sizeChanged) {
-        // The application's buffers have the old size; the sender's images are refused until it opens again.
-        if (!std::exchange(sizeWarned, true)) {
-            ORU_LOG(Warning, "{} the sender now has {} x {} pictures; open the stream again", kTagStreaming,
-                    record.camera.width, record.camera.height);
-        }
         return;
     }
     if (verbose && haveDescription && record.session != senderDescription.session) {

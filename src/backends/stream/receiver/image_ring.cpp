@@ -71,12 +71,12 @@ void ImageRing::publish(const FrameInfo& info) {
     published.notify_one();
 }
 
-std::optional<FrameInfo> ImageRing::read(unsigned char* image, uint64_t wait_ns) {
+std::optional<FrameInfo> ImageRing::read(unsigned char* image, uint64_t waitNs) {
     std::size_t slot = kNone;
     {
         const MutexLock lock(mutex);
         const auto ready = [this]() ORU_REQUIRES(mutex) { return count > 0; };
-        if (!published.wait_for(mutex, std::chrono::nanoseconds(wait_ns), ready)) {
+        if (!published.wait_for(mutex, std::chrono::nanoseconds(waitNs), ready)) {
             return std::nullopt;
         }
         if (clock.monotonicNanoseconds() - slots[waiting[0]].published_ns > patienceNs) {

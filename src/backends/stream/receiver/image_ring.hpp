@@ -46,7 +46,7 @@ public:
     /// The image begun last is complete.
     void publish(const FrameInfo& info);
     /// Waits for an image and copies it to `image`.
-    [[nodiscard]] std::optional<FrameInfo> read(unsigned char* image, uint64_t wait_ns);
+    [[nodiscard]] std::optional<FrameInfo> read(unsigned char* image, uint64_t waitNs);
 
 private:
     static constexpr std::size_t kNone = kSlots;

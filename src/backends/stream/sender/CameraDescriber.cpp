@@ -96,15 +96,15 @@ void CameraDescriber::expire() {
     refreshedNs = 0;
 }
 
-void CameraDescriber::refresh(uint64_t now_ns) {
+void CameraDescriber::refresh(uint64_t nowNs) {
     LiveCameraGrabber* grabber = nullptr;
     bool imu = false;
     {
         const MutexLock lock(mutex);
-        if (!hasDevice || (refreshedNs != 0 && now_ns - refreshedNs < kRefreshNs)) {
+        if (!hasDevice || (refreshedNs != 0 && nowNs - refreshedNs < kRefreshNs)) {
             return;
         }
-        refreshedNs = now_ns;
+        refreshedNs = nowNs;
         grabber = liveGrabber;
         imu = withImu && liveImu;
     }

@@ -23,7 +23,7 @@ public:
     /// Enough is known for a description that will not change with the next frame.
     [[nodiscard]] bool complete() const;
     /// Asks the live camera for its controls, at most once a second.
-    void refresh(uint64_t now_ns);
+    void refresh(uint64_t nowNs);
     /// A control was written: the next refresh asks at once.
     void expire();
     /// Hands the present description to `use`, under the lock.

@@ -36,13 +36,13 @@ bool FrameTransmitter::openEncoder() {
     });
 }
 
-bool FrameTransmitter::sendFrame(const OutgoingFrame& frame, int64_t pts, bool key_frame, uint64_t skipped) {
+bool FrameTransmitter::sendFrame(const OutgoingFrame& frame, int64_t pts, bool keyFrame, uint64_t skipped) {
     pending[nextPending++ % kPending] = {pts, frame.id, frame.timestamp, frame.metadata};
     const auto output = [&](const coding::VideoEncoder::Coded& coded) {
         transmit(coded, skipped);
         return true;
     };
-    if (encoder.encode(*frame.image, pts, key_frame, output)) {
+    if (encoder.encode(*frame.image, pts, keyFrame, output)) {
         return true;
     }
     (void)openEncoder();
@@ -74,18 +74,18 @@ void FrameTransmitter::transmit(const coding::VideoEncoder::Coded& coded, uint64
     send(coded.key_frame ? StreamBlock::Kind::KEY_FRAME : StreamBlock::Kind::FRAME, record, record.frame_id - 1);
 }
 
-void FrameTransmitter::sendSamples(int64_t pts, uint64_t last_id, bool describe) {
+void FrameTransmitter::sendSamples(int64_t pts, uint64_t lastId, bool describe) {
     FrameRecord record;
     record.session = session;
-    record.frame_id = last_id;
+    record.frame_id = lastId;
     writer.begin(static_cast<uint64_t>(pts), describe);
     if (describe) {
         writeDescriptionPacket();
     }
-    send(describe ? StreamBlock::Kind::DESCRIPTION : StreamBlock::Kind::SAMPLES, record, last_id);
+    send(describe ? StreamBlock::Kind::DESCRIPTION : StreamBlock::Kind::SAMPLES, record, lastId);
 }
 
-void FrameTransmitter::send(StreamBlock::Kind kind, const FrameRecord& record, uint64_t frame_before) {
+void FrameTransmitter::send(StreamBlock::Kind kind, const FrameRecord& record, uint64_t frameBefore) {
     // The record comes last: its arrival tells the receiver that the image is complete.
     const std::size_t written = writeRecordPacket(record);
     StreamBlock block;
@@ -95,7 +95,7 @@ void FrameTransmitter::send(StreamBlock::Kind kind, const FrameRecord& record, u
     block.data_counter = writer.firstDataCounter();
     block.pts = writer.pts();
     block.session = session;
-    block.frame_before = frame_before;
+    block.frame_before = frameBefore;
     block.samples = {samples.data(), written};
     subscribers.send(block);
     samples.erase(samples.begin(), samples.begin() + static_cast<std::ptrdiff_t>(written));

@@ -27,9 +27,9 @@ public:
     [[nodiscard]] bool open(const UDPOutConfig& configuration);
     /// Sends one frame, with the samples that have come until it is encoded.
     /// False: the encoder failed; it starts anew with the next frame.
-    [[nodiscard]] bool sendFrame(const OutgoingFrame& frame, int64_t pts, bool key_frame, uint64_t skipped);
+    [[nodiscard]] bool sendFrame(const OutgoingFrame& frame, int64_t pts, bool keyFrame, uint64_t skipped);
     /// Sends samples without a frame, so that receivers know that the sender lives, and a description if asked to.
-    void sendSamples(int64_t pts, uint64_t last_id, bool describe);
+    void sendSamples(int64_t pts, uint64_t lastId, bool describe);
     /// Nobody listens: what waits is only for a receiver that comes back.
     void setSamplesAside();
     [[nodiscard]] bool setBitrate(uint32_t kilobits) { return encoder.setBitrate(kilobits); }
@@ -50,8 +50,8 @@ private:
     void writeDescriptionPacket();
     /// Writes the record with as many of the samples that wait as fit; how many.
     [[nodiscard]] std::size_t writeRecordPacket(const FrameRecord& record);
-    /// Ends a block with its record and hands it on. `frame_before`: number of the frame before the block.
-    void send(StreamBlock::Kind kind, const FrameRecord& record, uint64_t frame_before);
+    /// Ends a block with its record and hands it on. `frameBefore`: number of the frame before the block.
+    void send(StreamBlock::Kind kind, const FrameRecord& record, uint64_t frameBefore);
 
     Subscribers& subscribers;
     CameraDescriber& describer;

@@ -26,10 +26,10 @@ Subscribers::~Subscribers() {
     close();
 }
 
-int Subscribers::open(uint16_t port, std::size_t batch_bytes) {
+int Subscribers::open(uint16_t port, std::size_t bytesAtOnce) {
     constexpr int kNoSocket = -2;
     constexpr int kPortTaken = -3;
-    batchBytes = std::max<std::size_t>(1, batch_bytes / kMessageBytes) * kMessageBytes;
+    batchBytes = std::max<std::size_t>(1, bytesAtOnce / kMessageBytes) * kMessageBytes;
     listener.reset(srt_create_socket());
     const bool ready = listener.valid() && setCommonOptions(listener) &&
                        listener.set(SRTO_PEERLATENCY, kViewerLatencyMs) &&
@@ -102,10 +102,11 @@ void Subscribers::admitReceiver(SrtSocket&& socket, const std::string& address) 
     const uint64_t now = clock.monotonicNanoseconds();
     const Timestamp newestSample = newestSampleOf(streamId(socket.get()));
     const MutexLock lock(mutex);
-    if (!makeRoom(now)) {
-        if (mayLog()) {
-            ORU_LOG(Warning, "{} receiver {} refused: {} are connected", kTagStreaming, address, kMaxReceivers);
-        }
+    const bool room = makeRoom(now);
+    if (!room && mayLog()) {
+        ORU_LOG(Warning, "{} receiver {} refused: {} are connected", kTagStreaming, address, kMaxReceivers);
+    }
+    if (!room) {
         return;
     }
     if (mayLog()) {
@@ -160,18 +161,21 @@ void Subscribers::watchReceivers() {
     }
 }
 
+void Subscribers::dismiss(const Subscriber& subscriber) {
+    if (mayLog()) {
+        ORU_LOG(Info, "{} receiver {} left", kTagStreaming, subscriber.address());
+    }
+    poll.forget(subscriber.socket());
+    gone += subscriber.statistics();
+    gone.backlog_ms = 0.0;
+}
+
 void Subscribers::dropFailed() {
     std::erase_if(subscribers, [this](const Subscriber& subscriber) ORU_REQUIRES(mutex) {
-        if (!subscriber.hasFailed()) {
-            return false;
+        if (subscriber.hasFailed()) {
+            dismiss(subscriber);
         }
-        if (mayLog()) {
-            ORU_LOG(Info, "{} receiver {} left", kTagStreaming, subscriber.address());
-        }
-        poll.forget(subscriber.socket());
-        gone += subscriber.statistics();
-        gone.backlog_ms = 0.0;
-        return true;
+        return subscriber.hasFailed();
     });
     count.store(subscribers.size(), std::memory_order_release);
 }

@@ -40,9 +40,9 @@ public:
     Subscribers(const Subscribers&) = delete;
     Subscribers& operator=(const Subscribers&) = delete;
 
-    /// `batch_bytes`: how much one receiver gets at a stretch before the next one has its turn.
+    /// `bytesAtOnce`: how much one receiver gets at a stretch before the next one has its turn.
     /// 0, or a negative number: the port cannot be had.
-    int open(uint16_t port, std::size_t batch_bytes);
+    int open(uint16_t port, std::size_t bytesAtOnce);
     void close();
 
     void send(const StreamBlock& block);
@@ -64,6 +64,7 @@ private:
     void hearRequests(SRTSOCKET socket) ORU_REQUIRES(mutex);
     void watchReceivers() ORU_REQUIRES(mutex);
     void dropFailed() ORU_REQUIRES(mutex);
+    void dismiss(const Subscriber& subscriber) ORU_REQUIRES(mutex);
     [[nodiscard]] bool makeRoom(uint64_t now) ORU_REQUIRES(mutex);
     void requestKeyFrame() { keyFrameWanted.store(true, std::memory_order_release); }
 

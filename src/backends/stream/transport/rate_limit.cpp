@@ -4,12 +4,12 @@
 
 namespace oru::stream {
 
-bool TokenBucket::take(uint64_t now_ns) {
+bool TokenBucket::take(uint64_t nowNs) {
     constexpr double kSecond = 1e9;
-    if (filledNs != 0 && now_ns > filledNs) {
-        tokens = std::min(most, tokens + static_cast<double>(now_ns - filledNs) / kSecond * rate);
+    if (filledNs != 0 && nowNs > filledNs) {
+        tokens = std::min(most, tokens + static_cast<double>(nowNs - filledNs) / kSecond * rate);
     }
-    filledNs = std::max(filledNs, now_ns);
+    filledNs = std::max(filledNs, nowNs);
     if (tokens < 1.0) {
         return false;
     }
@@ -30,10 +30,10 @@ ConnectionLimiter::Caller& ConnectionLimiter::callerAt(uint32_t address) {
     return oldest;
 }
 
-bool ConnectionLimiter::admit(uint32_t address, uint64_t now_ns) {
+bool ConnectionLimiter::admit(uint32_t address, uint64_t nowNs) {
     Caller& caller = callerAt(address);
-    caller.seen_ns = now_ns;
-    return caller.bucket.take(now_ns) && all.take(now_ns);
+    caller.seen_ns = nowNs;
+    return caller.bucket.take(nowNs) && all.take(nowNs);
 }
 
 }  // namespace oru::stream

@@ -12,7 +12,7 @@ public:
     TokenBucket() = default;
     TokenBucket(double burst, double perSecond) : most(burst), rate(perSecond), tokens(burst) {}
 
-    [[nodiscard]] bool take(uint64_t now_ns);
+    [[nodiscard]] bool take(uint64_t nowNs);
 
 private:
     double most = 0.0;
@@ -31,7 +31,7 @@ public:
     static constexpr double kAllBurst = 48;  ///< from all addresses together
     static constexpr double kAllPerSecond = 32;
 
-    [[nodiscard]] bool admit(uint32_t address, uint64_t now_ns);
+    [[nodiscard]] bool admit(uint32_t address, uint64_t nowNs);
 
 private:
     static constexpr std::size_t kAddresses = 64;
