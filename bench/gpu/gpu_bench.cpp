@@ -14,7 +14,7 @@
 #include "backends/rectifier/device/device_work.hpp"
 #include "backends/rectifier/device/view_job.hpp"
 #include "backends/rectifier/reference/camera_views.hpp"
-#include "doubles/ScriptedFactory.hpp"
+#include "doubles/GpuFactory.hpp"
 
 namespace {
 
@@ -211,9 +211,7 @@ int main(int count, char** arguments) {
         return kSkipped;
     }
     GpuRuntime& gpu = *runtime;
-    const auto factory = doubles::makeQuietFactory();
-    factory->otherGpu = std::move(runtime);
-    (void)CollaboratorFactory::setProcessDefault(factory);
+    (void)CollaboratorFactory::setProcessDefault(std::make_shared<doubles::GpuFactory>(std::move(runtime)));
     CUstream_st* stream = nullptr;
     check(gpu.cudaSetDevice(0) == 0 && gpu.cudaStreamCreate(&stream) == 0, "stream");
     Bench bench{gpu, stream, rounds};

@@ -7,9 +7,9 @@
 
 #include "backends/rectifier/images.hpp"
 #include "backends/rectifier/reference/camera_views.hpp"
+#include "doubles/GpuFactory.hpp"
 #include "doubles/ObservedGpu.hpp"
 #include "doubles/ScopedPlatform.hpp"
-#include "doubles/ScriptedFactory.hpp"
 
 // What every rectifier promises; a test program includes it and names its subjects.
 
@@ -42,9 +42,7 @@ public:
             GTEST_SKIP() << absence;
         }
         gpu = std::make_shared<doubles::ObservedGpu>(std::move(runtime));
-        auto factory = std::make_shared<doubles::ScriptedFactory>();
-        factory->otherGpu = gpu;
-        platform.emplace(std::move(factory));
+        platform.emplace(std::make_shared<doubles::GpuFactory>(gpu));
         ASSERT_EQ(gpu->cudaStreamCreate(&stream), 0);
         rectifier = GetParam().makeRectifier(*gpu);
         camera = cameraOf(testLenses()[2], kSize);
