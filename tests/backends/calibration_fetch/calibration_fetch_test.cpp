@@ -10,8 +10,8 @@
 #include "doubles/ScopedEnvironment.hpp"
 #include "doubles/SettingsRoot.hpp"
 #include "doubles/TemporaryDirectory.hpp"
-#include "doubles/calibration_texts.hpp"
 #include "oru/calibration.hpp"
+#include "unit/calibration/calibration_texts.hpp"
 
 namespace oru {
 namespace {

@@ -5,7 +5,7 @@
 
 #include "backends/calibration_fetch/HttpServer.hpp"
 #include "doubles/TemporaryDirectory.hpp"
-#include "doubles/calibration_texts.hpp"
+#include "unit/calibration/calibration_texts.hpp"
 
 namespace oru {
 namespace {

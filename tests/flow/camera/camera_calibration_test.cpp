@@ -8,8 +8,8 @@
 #include "backends/rlx/recording_fixture.hpp"
 #include "doubles/ScopedEnvironment.hpp"
 #include "doubles/TemporaryDirectory.hpp"
-#include "doubles/calibration_texts.hpp"
 #include "oru/CameraOne.hpp"
+#include "unit/calibration/calibration_texts.hpp"
 
 namespace oru {
 namespace {

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
-#include "doubles/calibration_texts.hpp"
 #include "oru/calibration.hpp"
+#include "unit/calibration/calibration_texts.hpp"
 
 namespace oru {
 namespace {

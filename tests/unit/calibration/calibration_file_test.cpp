@@ -3,8 +3,8 @@
 #include <filesystem>
 
 #include "doubles/TemporaryDirectory.hpp"
-#include "doubles/calibration_texts.hpp"
 #include "oru/calibration.hpp"
+#include "unit/calibration/calibration_texts.hpp"
 
 namespace oru {
 namespace {
