@@ -128,10 +128,8 @@ const std::vector<KeyRule>& rules() {
             {"loop", "yes or no",
              [](Draft& draft, const IniEntry& entry) { return toSwitch(entry.value, draft.camera.footage.loop); }},
         };
-        static constexpr const char* kNames[] = {"k1", "k2", "p1", "p2", "k3", "k4",
-                                                 "k5", "k6", "s1", "s2", "s3", "s4"};
-        for (std::size_t i = 0; i < std::size(kNames); ++i) {
-            list.push_back({kNames[i], "a distortion coefficient", coefficient(i)});
+        for (std::size_t i = 0; i < kDistortionNames.size(); ++i) {
+            list.push_back({kDistortionNames[i], "a distortion coefficient", coefficient(i)});
         }
         return list;
     }();
