@@ -56,6 +56,8 @@ refuse 'the coding sees a backend' src/coding/Decoder.hpp '#include "backends/rl
 refuse 'a backend sees the core' src/backends/rlx/Reader.hpp '#include "oru_koruone/grab.cpp"'
 refuse 'a backend sees another' src/backends/rlx/Reader.hpp '#include "backends/stream/Sender.hpp"'
 refuse 'the tool names a backend' apps/koruone/main.cpp '#include "backends/stream/Sender.hpp"'
+refuse 'the tool leaves the public face' apps/koruone/main.cpp '#include "utils/Clock.hpp"'
+refuse 'what programs share knows one of them' apps/shared/report.cpp '#include "koruone/main.cpp"'
 refuse 'an example leaves the public face' examples/first.cpp '#include "utils/Clock.hpp"'
 refuse 'code includes the tests' src/compose/factory.cpp '#include "unit/all_test.cpp"'
 refuse 'a way round by dots' src/oru_koruone/grab.cpp '#include "../backends/rlx/Reader.hpp"'
