@@ -85,7 +85,7 @@ void CameraOneImpl::describeImu(CameraDescription& description) {
 
 /// As the source of the IMU packets gives it, in millimetres; identity when it gives none.
 Eigen::Matrix4f CameraOneImpl::imuToCamera() const {
-    return operationsOf(imuSource).imuToCamera(*this);
+    return operationsOf(imuSource).imu_to_camera(*this);
 }
 
 void CameraOneImpl::initSensor(SensorParameters& p) {

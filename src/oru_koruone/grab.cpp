@@ -62,7 +62,7 @@ void CameraOneImpl::pauseBetweenAttempts() {
 }
 
 FrameStatus CameraOneImpl::nextImage(bool flag) {
-    return input().nextImage(*this, flag);
+    return input().next_image(*this, flag);
 }
 
 FrameStatus CameraOneImpl::nextImageOfRLX(bool flag) {

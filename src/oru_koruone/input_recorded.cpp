@@ -21,30 +21,30 @@ constinit const CameraOneImpl::InputOperations CameraOneImpl::kRecordedInput{
     .connect = [](CameraOneImpl& camera) { return camera.connectRecorded(); },
     .ask = [](CameraOneImpl& camera, InputFacts& facts) { return camera.askRecorded(facts); },
     .cycles_to_end = kEndedFileCycles,
-    .nextImage = [](CameraOneImpl& camera, bool flag) { return camera.nextImageOfRLX(flag); },
+    .next_image = [](CameraOneImpl& camera, bool flag) { return camera.nextImageOfRLX(flag); },
     .counters =
         [](CameraOneImpl& camera) {
             return camera.hasRecordingModule() ? camera.playbackRecorder->counters(camera.frameContext())
                                                : FrameCounters{};
         },
-    .frameRate = [](const CameraOneImpl& camera) { return camera.recordedFps(); },
-    .sourceFps =
+    .frame_rate = [](const CameraOneImpl& camera) { return camera.recordedFps(); },
+    .source_fps =
         [](const CameraOneImpl& camera) { return static_cast<uint32_t>(std::max(0.0F, camera.recordedFps())); },
-    .takeImuPackets =
+    .take_imu_packets =
         [](CameraOneImpl& camera, Timestamp) {
             return camera.rlxReader ? camera.rlxReader->getFrameIMUPackets() : std::vector<IMUPacket>();
         },
-    .imuToCamera = [](const CameraOneImpl& camera) { return camera.recordedImuToCamera(); },
-    .givesCurrentSample =
+    .imu_to_camera = [](const CameraOneImpl& camera) { return camera.recordedImuToCamera(); },
+    .gives_current_sample =
         [](CameraOneImpl& camera) {
             return !camera.rlxReader || camera.rlxReader->getRLXVersion() != kVersionWithoutCurrentSample;
         },
-    .fetchCurrentSample = [](CameraOneImpl& camera, IMUPacket& sample,
-                             Eigen::Matrix4f& pose) { return camera.fetchRecordedSample(sample, pose); },
-    .fetchMetadataSample = [](CameraOneImpl& camera,
-                              IMUPacket& sample) { return camera.fetchRecordedMetadata(sample); },
+    .fetch_current_sample = [](CameraOneImpl& camera, IMUPacket& sample,
+                               Eigen::Matrix4f& pose) { return camera.fetchRecordedSample(sample, pose); },
+    .fetch_metadata_sample = [](CameraOneImpl& camera,
+                                IMUPacket& sample) { return camera.fetchRecordedMetadata(sample); },
     .has_controls = false,
-    .writeSetting = [](CameraOneImpl&, VIDEO_SETTINGS, int, bool) { return SUCCESS; },
+    .write_setting = [](CameraOneImpl&, VIDEO_SETTINGS, int, bool) { return SUCCESS; },
 };
 
 ERROR_CODE CameraOneImpl::askRecorded(InputFacts& facts) {

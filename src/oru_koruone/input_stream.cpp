@@ -33,45 +33,45 @@ constinit const CameraOneImpl::InputOperations CameraOneImpl::kStreamInput{
     .ask = [](CameraOneImpl& camera, InputFacts& facts) { return camera.askStream(facts); },
     .cycles = 250,
     .fast_fail_cycles = 250,
-    .nextImage = [](CameraOneImpl& camera, bool flag) { return camera.nextImageOfStream(flag); },
+    .next_image = [](CameraOneImpl& camera, bool flag) { return camera.nextImageOfStream(flag); },
     .counters =
         [](CameraOneImpl& camera) { return camera.streamInput ? camera.streamInput->counters() : FrameCounters{}; },
-    .frameRate =
+    .frame_rate =
         [](const CameraOneImpl& camera) {
             return camera.streamInput ? static_cast<float>(camera.streamInput->announcedFps()) : 0.0F;
         },
-    .sourceFps =
+    .source_fps =
         [](const CameraOneImpl& camera) {
             return camera.streamInput ? static_cast<uint32_t>(std::max(0, camera.streamInput->announcedFps()))
                                       : kUnknownSourceFps;
         },
-    .takeImuPackets =
+    .take_imu_packets =
         [](CameraOneImpl& camera, Timestamp imageTime) {
             return camera.streamInput ? camera.streamInput->takeImuPacketsBefore(imageTime) : std::vector<IMUPacket>();
         },
-    .imuToCamera = [](const CameraOneImpl& camera) -> Eigen::Matrix4f {
+    .imu_to_camera = [](const CameraOneImpl& camera) -> Eigen::Matrix4f {
         return camera.streamInput ? announcedPose(*camera.streamInput) : Eigen::Matrix4f(Eigen::Matrix4f::Identity());
     },
-    .givesCurrentSample =
+    .gives_current_sample =
         [](CameraOneImpl& camera) { return camera.streamInput && camera.streamInput->canSupplyCurrentImu(); },
-    .fetchCurrentSample =
+    .fetch_current_sample =
         [](CameraOneImpl& camera, IMUPacket& sample, Eigen::Matrix4f&) {
             const bool fetched = camera.streamInput && camera.streamInput->getCurrentIMU(sample);
             return fetched ? SUCCESS : SENSOR_DATA_UNAVAILABLE;
         },
-    .fetchMetadataSample =
+    .fetch_metadata_sample =
         [](CameraOneImpl& camera, IMUPacket& sample) {
             UDPInput* receiver = camera.streamInput.get();
             return receiver != nullptr && receiver->canSupplyCurrentImu() && receiver->getCurrentIMU(sample);
         },
-    .readSetting = [](CameraOneImpl& camera, VIDEO_SETTINGS setting,
-                      int& value) { return camera.readStreamSetting(setting, value); },
-    .writeSetting = [](CameraOneImpl& camera, VIDEO_SETTINGS setting, int value,
-                       bool automatic) { return camera.writeStreamSetting(setting, value, automatic); },
-    .readRegion = [](CameraOneImpl& camera, Rect& region) { return camera.readStreamRegion(region); },
-    .writeRegion = [](CameraOneImpl& camera, const Rect& region,
-                      bool reset) { return camera.writeStreamRegion(region, reset); },
-    .controlRefusal =
+    .read_setting = [](CameraOneImpl& camera, VIDEO_SETTINGS setting,
+                       int& value) { return camera.readStreamSetting(setting, value); },
+    .write_setting = [](CameraOneImpl& camera, VIDEO_SETTINGS setting, int value,
+                        bool automatic) { return camera.writeStreamSetting(setting, value, automatic); },
+    .read_region = [](CameraOneImpl& camera, Rect& region) { return camera.readStreamRegion(region); },
+    .write_region = [](CameraOneImpl& camera, const Rect& region,
+                       bool reset) { return camera.writeStreamRegion(region, reset); },
+    .control_refusal =
         [](CameraOneImpl& camera) {
             return camera.streamInput ? String(camera.streamInput->controlRefusal()) : String();
         },

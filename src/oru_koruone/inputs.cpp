@@ -4,16 +4,16 @@ namespace oru {
 
 /// Before the first open(): the rate and the controls are those of a live camera whose device is not there yet.
 constinit const CameraOneImpl::InputOperations CameraOneImpl::kNoInput{
-    .frameRate = [](const CameraOneImpl& camera) { return camera.liveFrameRate(); },
-    .sourceFps = [](const CameraOneImpl& camera) { return static_cast<uint32_t>(camera.cameraFps); },
+    .frame_rate = [](const CameraOneImpl& camera) { return camera.liveFrameRate(); },
+    .source_fps = [](const CameraOneImpl& camera) { return static_cast<uint32_t>(camera.cameraFps); },
     .has_own_sharpness = true,
-    .readSetting = [](CameraOneImpl& camera, VIDEO_SETTINGS setting,
-                      int& value) { return camera.readLiveSetting(setting, value); },
-    .writeSetting = [](CameraOneImpl& camera, VIDEO_SETTINGS setting, int value,
-                       bool automatic) { return camera.writeLiveSetting(setting, value, automatic); },
-    .readRegion = [](CameraOneImpl& camera, Rect& region) { return camera.readLiveRegion(region); },
-    .writeRegion = [](CameraOneImpl& camera, const Rect& region,
-                      bool reset) { return camera.writeLiveRegion(region, reset); },
+    .read_setting = [](CameraOneImpl& camera, VIDEO_SETTINGS setting,
+                       int& value) { return camera.readLiveSetting(setting, value); },
+    .write_setting = [](CameraOneImpl& camera, VIDEO_SETTINGS setting, int value,
+                        bool automatic) { return camera.writeLiveSetting(setting, value, automatic); },
+    .read_region = [](CameraOneImpl& camera, Rect& region) { return camera.readLiveRegion(region); },
+    .write_region = [](CameraOneImpl& camera, const Rect& region,
+                       bool reset) { return camera.writeLiveRegion(region, reset); },
 };
 
 constinit const CameraOneImpl::InputOperations CameraOneImpl::kUnknownInput{};

@@ -83,7 +83,7 @@ void fillCommon(SensorsData& data, const IMUPacket& sample) {
 
 ERROR_CODE CameraOneImpl::getSensorsData(SensorsData& data, TIME_REFERENCE reference) {
     ORU_RETURN_IF_CLOSED(FAILURE);
-    const bool givesCurrent = input().givesCurrentSample(*this);
+    const bool givesCurrent = input().gives_current_sample(*this);
     if (reference == CURRENT && !givesCurrent) {
         return INVALID_PARAMETER;
     }
@@ -146,7 +146,7 @@ ERROR_CODE CameraOneImpl::readCurrentSample(SensorsData& data, IMUPacket& sample
 
 /// The newest sample of the open input, with the IMU-to-camera pose where the input gives it for this purpose.
 ERROR_CODE CameraOneImpl::fetchCurrentSample(IMUPacket& sample, Eigen::Matrix4f& imuToCameraPose) {
-    return input().fetchCurrentSample(*this, sample, imuToCameraPose);
+    return input().fetch_current_sample(*this, sample, imuToCameraPose);
 }
 
 /// The pose that came with the frame's metadata. Without a source the sample stays zero and the pose identity.
@@ -154,7 +154,7 @@ void CameraOneImpl::readMetadataSample(SensorsData& data, IMUPacket& sample) {
     bool found = false;
     {
         const MutexLock lock(imuMutex);
-        found = input().fetchMetadataSample(*this, sample);
+        found = input().fetch_metadata_sample(*this, sample);
     }
     if (!found) {
         sample = {};

@@ -19,7 +19,7 @@ ERROR_CODE CameraOneImpl::getCameraSettings(VIDEO_SETTINGS setting, int& value) 
     if (control == nullptr || control->kind == ControlKind::WRITE_ONLY) {
         return FAILURE;
     }
-    return isCachedSetting(*control) ? input().readSetting(*this, setting, value) : readGmslSetting(setting, value);
+    return isCachedSetting(*control) ? input().read_setting(*this, setting, value) : readGmslSetting(setting, value);
 }
 
 /// The device's value on a live camera; elsewhere the factor that the file or the sender gave.
@@ -70,7 +70,7 @@ ERROR_CODE CameraOneImpl::getCameraSettings(VIDEO_SETTINGS setting, Rect& roi) {
     if (!input().has_controls) {
         return INVALID_CALL;
     }
-    return setting == AEC_AGC_ROI ? input().readRegion(*this, roi) : INVALID_PARAMETER;
+    return setting == AEC_AGC_ROI ? input().read_region(*this, roi) : INVALID_PARAMETER;
 }
 
 }  // namespace oru

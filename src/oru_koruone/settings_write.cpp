@@ -11,12 +11,12 @@ ERROR_CODE CameraOneImpl::setCameraSettings(VIDEO_SETTINGS setting, int value) {
         return INVALID_PARAMETER;
     }
     const bool automatic = value == kAutomaticValue;
-    return input().writeSetting(*this, setting, value, automatic);
+    return input().write_setting(*this, setting, value, automatic);
 }
 
 String CameraOneImpl::getControlRefusal() {
     ORU_RETURN_IF_CLOSED(String());
-    return input().controlRefusal(*this);
+    return input().control_refusal(*this);
 }
 
 ERROR_CODE CameraOneImpl::setCameraSettings(VIDEO_SETTINGS setting, int min, int max) {
@@ -37,7 +37,7 @@ ERROR_CODE CameraOneImpl::setCameraSettings(VIDEO_SETTINGS setting, Rect roi, bo
     if (!input().has_controls) {
         return INVALID_CALL;
     }
-    return setting == AEC_AGC_ROI ? input().writeRegion(*this, roi, reset) : INVALID_PARAMETER;
+    return setting == AEC_AGC_ROI ? input().write_region(*this, roi, reset) : INVALID_PARAMETER;
 }
 
 }  // namespace oru

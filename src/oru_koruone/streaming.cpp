@@ -50,7 +50,7 @@ ERROR_CODE CameraOneImpl::enableStreaming(StreamingParameters parameters) {
     {
         const MutexLock lock(outputMutex);
         streamingParameters = parameters;
-        const uint32_t fps = streamFps(input().sourceFps(*this));
+        const uint32_t fps = streamFps(input().source_fps(*this));
         completeStreamingParameters(fps);
         destroySender();
         streamOutput = collaborators->makeStreamOutput(STREAMING_MODE_0, initParameters.verbosity != 0);

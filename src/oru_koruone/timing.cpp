@@ -15,7 +15,7 @@ Timestamp CameraOneImpl::getTimestamp(TIME_REFERENCE reference) const {
 }
 
 float CameraOneImpl::getCameraFPS() const {
-    return input().frameRate(*this);
+    return input().frame_rate(*this);
 }
 
 float CameraOneImpl::getCurrentFPS() const {
