@@ -1,6 +1,6 @@
 #include "contracts/grabber_contract.hpp"
 
-#include "backends/virtual_bus/bus_rig.hpp"
+#include "backends/virtual_bus/BusRig.hpp"
 #include "doubles/live_doubles.hpp"
 
 namespace oru {

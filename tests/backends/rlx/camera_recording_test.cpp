@@ -6,7 +6,7 @@
 #include <fstream>
 #include <mutex>
 
-#include "backends/rlx/camera_rig.hpp"
+#include "backends/rlx/CameraRig.hpp"
 #include "backends/rlx/file/repair.hpp"
 #include "collaborators/frame_metadata.hpp"
 #include "doubles/ChildProcess.hpp"

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "backends/rlx/camera_rig.hpp"
+#include "backends/rlx/CameraRig.hpp"
 
 namespace oru::rlx_test {
 

@@ -9,7 +9,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "backends/rlx/camera_rig.hpp"
+#include "backends/rlx/CameraRig.hpp"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <ctime>
 #include <iostream>
 
-#include "backends/rlx/camera_rig.hpp"
+#include "backends/rlx/CameraRig.hpp"
 #include "backends/rlx/records/crc32c.hpp"
 
 namespace oru::rlx_test {

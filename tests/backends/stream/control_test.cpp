@@ -8,7 +8,7 @@
 #include "backends/stream/Loopback.hpp"
 #include "backends/stream/RawCaller.hpp"
 #include "backends/stream/impairment_proxy.hpp"
-#include "backends/virtual_bus/bus_rig.hpp"
+#include "backends/virtual_bus/BusRig.hpp"
 #include "doubles/ScopedEnvironment.hpp"
 
 namespace oru::test {

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
+#include "backends/virtual_bus/BusRig.hpp"
 #include "backends/virtual_bus/bus_files.hpp"
-#include "backends/virtual_bus/bus_rig.hpp"
 #include "backends/virtual_bus/config/camera_config.hpp"
 
 namespace oru::virtual_bus {

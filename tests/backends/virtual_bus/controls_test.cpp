@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "backends/virtual_bus/bus_rig.hpp"
+#include "backends/virtual_bus/BusRig.hpp"
 #include "backends/virtual_bus/sensor/ImagePipeline.hpp"
 
 namespace oru::virtual_bus {

@@ -8,9 +8,9 @@
 #include <csignal>
 #include <thread>
 
+#include "backends/virtual_bus/BusRig.hpp"
 #include "backends/virtual_bus/CameraLock.hpp"
 #include "backends/virtual_bus/bus_files.hpp"
-#include "backends/virtual_bus/bus_rig.hpp"
 
 namespace oru::virtual_bus {
 namespace {

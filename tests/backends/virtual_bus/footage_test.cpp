@@ -5,8 +5,8 @@
 #include <cmath>
 #include <vector>
 
+#include "backends/virtual_bus/BusRig.hpp"
 #include "backends/virtual_bus/bus_files.hpp"
-#include "backends/virtual_bus/bus_rig.hpp"
 #include "backends/virtual_bus/footage/euroc.hpp"
 
 namespace oru::virtual_bus {

@@ -8,7 +8,7 @@
 #include <thread>
 #include <vector>
 
-#include "backends/virtual_bus/bus_rig.hpp"
+#include "backends/virtual_bus/BusRig.hpp"
 
 namespace oru::virtual_bus {
 namespace {
