@@ -16,7 +16,7 @@ struct PlotPanel {
 };
 
 /// Lines over time in panels below each other, written as an SVG. Memory stays constant however long the series: from
-/// a few thousand samples on, collaborators are merged and drawn as the band between their smallest and largest value.
+/// a few thousand samples on, neighbours are merged and drawn as the band between their smallest and largest value.
 class TimePlot {
 public:
     static constexpr std::size_t kMostLines = 9;
