@@ -11,6 +11,11 @@ include(CMakePackageConfigHelpers)
 set(package_folder "${CMAKE_INSTALL_LIBDIR}/cmake/oru_koruone")
 install(TARGETS oru_koruone EXPORT oru_koruoneTargets
     LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}" NAMELINK_COMPONENT development)
+# A component each, so that each can be a package of its own.
+foreach(module IN LISTS ORU_MODULES)
+    string(REPLACE oru_koruone_ "" component ${module})
+    install(TARGETS ${module} LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT ${component})
+endforeach()
 install(DIRECTORY "${PROJECT_SOURCE_DIR}/include/oru" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}" COMPONENT development
     FILES_MATCHING PATTERN "*.hpp")
 install(EXPORT oru_koruoneTargets NAMESPACE oru:: DESTINATION "${package_folder}" COMPONENT development)

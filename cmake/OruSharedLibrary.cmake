@@ -22,3 +22,36 @@ target_link_options(oru_koruone PRIVATE "LINKER:--version-script=${PROJECT_SOURC
 if(NOT ORU_SANITIZE)
     target_link_options(oru_koruone PRIVATE LINKER:--no-undefined LINKER:--as-needed)
 endif()
+
+# oru_koruone_module(name ARCHIVES target... LIBRARIES lib...): a module, beside the library, which loads it from there.
+# It holds its own archives alone and takes all that lies below them from the library: the log must not be there twice.
+function(oru_koruone_module name)
+    cmake_parse_arguments(PARSE_ARGV 1 ARG "" "" "ARCHIVES;LIBRARIES")
+    set(target oru_koruone_${name})
+    add_library(${target} MODULE $<TARGET_OBJECTS:oru_module_${name}>)
+    set_target_properties(${target} PROPERTIES
+        LINKER_LANGUAGE CXX
+        PREFIX lib
+        SUFFIX ".so.${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR}"
+        LIBRARY_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}"
+        INSTALL_RPATH "$ORIGIN"
+        LINK_DEPENDS "${PROJECT_SOURCE_DIR}/cmake/module_exports.map")
+    foreach(archive IN LISTS ARG_ARCHIVES)
+        add_dependencies(${target} ${archive})
+        target_link_libraries(${target} PRIVATE $<TARGET_FILE:${archive}>)
+    endforeach()
+    target_link_libraries(${target} PRIVATE oru_koruone ${ARG_LIBRARIES})
+    target_link_options(${target} PRIVATE "LINKER:--version-script=${PROJECT_SOURCE_DIR}/cmake/module_exports.map")
+    if(NOT ORU_SANITIZE)
+        target_link_options(${target} PRIVATE LINKER:--no-undefined LINKER:--as-needed)
+    endif()
+    set(ORU_MODULES ${ORU_MODULES} ${target} PARENT_SCOPE)
+endfunction()
+
+oru_koruone_module(stream ARCHIVES oru_stream oru_coding
+    LIBRARIES PkgConfig::SRT PkgConfig::FFMPEG PkgConfig::SWSCALE fmt::fmt Threads::Threads)
+oru_koruone_module(recording ARCHIVES oru_rlx oru_coding
+    LIBRARIES PkgConfig::FFMPEG PkgConfig::SWSCALE fmt::fmt Threads::Threads)
+oru_koruone_module(calibration ARCHIVES oru_calibration_download LIBRARIES CURL::libcurl)
+oru_koruone_module(footage ARCHIVES oru_footage_decoder oru_coding LIBRARIES PkgConfig::FFMPEG PkgConfig::SWSCALE)
+add_custom_target(modules DEPENDS ${ORU_MODULES})

@@ -45,7 +45,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     BusConfig bus;
     std::string error;
     // The footage itself is not looked at: a path of the input must not reach the file system.
-    if (oru::virtual_bus::parseBus(text, "", false, bus, error)) {
+    if (oru::virtual_bus::parseBus(text, "", nullptr, bus, error)) {
         checkBus(bus);
     } else {
         require(!error.empty());

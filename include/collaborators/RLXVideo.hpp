@@ -73,13 +73,17 @@ struct RlxFrame {
     uint32_t lost_before = 0;  ///< frames that were to be recorded since the last one and are not in the file
 };
 
+/// Answer of open, create and repairFile where this installation has no support for recordings.
+inline constexpr int kRlxModuleMissing = 3;
+
 /// Reader or recorder of one RLX file. Threads: one at a time, but for counters(); a recorder also takes writeFrame and
 /// bytesWritten on a second thread.
 class RLXVideo {
 public:
     virtual ~RLXVideo() = default;
 
-    /// 0 opened, 1 damaged or unreadable, 2 compression cannot be decoded here. An open reader is closed first.
+    /// 0 opened, 1 damaged or unreadable, 2 compression cannot be decoded here, or kRlxModuleMissing. An open reader is
+    /// closed first.
     virtual int open(const char* path) = 0;
     virtual void close() = 0;
     /// An empty `out` repairs in place. 0 repaired, 1 unreadable, 2 output not creatable, else invalid compression.

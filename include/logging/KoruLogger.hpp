@@ -5,6 +5,7 @@
 #include <unordered_map>
 
 #include "logging/Logger.hpp"
+#include "utils/private_export.hpp"
 
 namespace oru {
 
@@ -17,10 +18,10 @@ class KoruLogger {
 public:
     /// Logger MAIN: to standard error, threshold Info, or as KORU_SDK_LOGGER_LEVEL says when it is first called
     /// (tracel3, tracel2, tracel1, debug, info, warning, error, critical, none; any case).
-    static KoruLogger& get_instance();
+    ORU_PRIVATE_API static KoruLogger& get_instance();
 
     /// The logger of a name; null when it has none, and messages to it are skipped.
-    Logger* get_logger(LOGGER_NAME name);
+    ORU_PRIVATE_API Logger* get_logger(LOGGER_NAME name);
     /// Replaces a logger and returns the previous one; null takes it away. The caller keeps the logger alive.
     Logger* set_logger(LOGGER_NAME name, Logger* logger);
 

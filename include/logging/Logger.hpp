@@ -8,6 +8,8 @@
 #include <memory>
 #include <string>
 
+#include "utils/private_export.hpp"
+
 namespace oru {
 
 enum class LogLevel : uint8_t { TraceL3, TraceL2, TraceL1, Debug, Info, Warning, Error, Critical };
@@ -39,7 +41,8 @@ public:
     [[nodiscard]] bool shouldLog(LogLevel level) const { return level >= lowestLevel.load(std::memory_order_relaxed); }
     void setThreshold(LogLevel threshold) { lowestLevel.store(threshold, std::memory_order_relaxed); }
     /// Formats and queues one message whatever the threshold. Texts are copied; null texts are not allowed.
-    void write(LogLevel level, const char* file, int line, fmt::string_view format, fmt::format_args arguments);
+    ORU_PRIVATE_API void write(LogLevel level, const char* file, int line, fmt::string_view format,
+                               fmt::format_args arguments);
 
 private:
     friend void flush(Logger& logger);

@@ -8,11 +8,12 @@
 #include "backends/gpu/host/host_gpu_runtime.hpp"
 #include "backends/rectifier/cpu/cpu_rectifier.hpp"
 #include "backends/rectifier/cuda/cuda_rectifier.hpp"
-#include "backends/rlx/rlx_factory.hpp"
-#include "backends/stream/stream_factory.hpp"
 #include "backends/virtual_bus/virtual_bus_factory.hpp"
 #include "collaborators/CollaboratorFactory.hpp"
-#include "compose/library_settings.hpp"
+#include "compose/LazyFootageDecoder.hpp"
+#include "compose/LazyPlaybackRecorder.hpp"
+#include "compose/LazyRlxVideo.hpp"
+#include "compose/modules/modules.hpp"
 #include "logging/log.hpp"
 #include "logging/messages.hpp"
 
@@ -33,27 +34,37 @@ std::unique_ptr<GpuRuntime> makeGpuRuntime(bool& hasDevice) {
     return hasDevice ? std::move(device) : makeHostGpuRuntime(absence);
 }
 
-/// The real collaborators of this build.
+Download downloadByModule(const std::string& address, std::chrono::milliseconds limit) {
+    const CalibrationModule* module = calibrationModule();
+    return module != nullptr ? module->download(address, limit)
+                             : Download{{}, "the calibration module is missing", Completeness::KNOWN};
+}
+
+/// The real collaborators of this build. What lies in a module and is missing is null, or answers so when it is needed.
 class BuiltInFactory final : public CollaboratorFactory {
 public:
     std::unique_ptr<LiveCameraGrabber> makeGrabber(INPUT_TYPE type) override {
         return virtual_bus::makeVirtualGrabber(bus, type);
     }
     std::unique_ptr<rlxrw::RLXVideo> makeRlxVideo(RlxRole /*role*/) override {
-        return oru::makeRlxVideo(*calibrationSource);
+        return std::make_unique<LazyRlxVideo>(*calibrationSource);
     }
     std::unique_ptr<UDPInput> makeStreamInput(bool verbose) override {
-        return makeStreamReceiver(*systemClock, *calibrationSource, oru::makeRlxVideo(*calibrationSource), verbose);
+        const StreamModule* module = streamModule();
+        return module != nullptr ? module->makeReceiver(*systemClock, *calibrationSource,
+                                                        std::make_unique<LazyRlxVideo>(*calibrationSource), verbose)
+                                 : nullptr;
     }
     std::unique_ptr<UDPOutput> makeStreamOutput(STREAMING_MODE /*mode*/, bool verbose) override {
-        return makeStreamSender(*systemClock, *calibrationSource, verbose);
+        const StreamModule* module = streamModule();
+        return module != nullptr ? module->makeSender(*systemClock, *calibrationSource, verbose) : nullptr;
     }
     std::unique_ptr<MonoRectifier> makeRectifier() override {
         ORU_LOG(Info, "{} GPU: {}", kTagInit, gpuRuntime->description());
         return hasDevice ? makeCudaRectifier(*gpuRuntime) : makeCpuRectifier(*gpuRuntime);
     }
     std::unique_ptr<PlaybackRecorder> makePlaybackRecorder() override {
-        return oru::makePlaybackRecorder(*systemClock, *calibrationSource);
+        return std::make_unique<LazyPlaybackRecorder>(*systemClock, *calibrationSource);
     }
     DeviceDirectory& devices() override { return *directory; }
     CalibrationSource& calibration() override { return *calibrationSource; }
@@ -64,19 +75,21 @@ private:
     std::unique_ptr<Clock> systemClock = makeSystemClock();
     bool hasDevice = false;
     std::unique_ptr<GpuRuntime> gpuRuntime = makeGpuRuntime(hasDevice);
-    std::unique_ptr<CalibrationSource> calibrationSource = makeCalibrationFetch();
-    std::shared_ptr<virtual_bus::VirtualBus> bus = virtual_bus::makeVirtualBus(*systemClock, calibrationSource.get());
+    std::unique_ptr<CalibrationSource> calibrationSource = makeCalibrationFetch(&downloadByModule);
+    LazyFootageDecoder footage;
+    std::shared_ptr<virtual_bus::VirtualBus> bus =
+        virtual_bus::makeVirtualBus(*systemClock, calibrationSource.get(), footage);
     std::unique_ptr<DeviceDirectory> directory = virtual_bus::makeVirtualDirectory(bus);
 };
 
 std::shared_ptr<CollaboratorFactory> makeBuiltIn() {
-    applyLibrarySettings();
     return std::make_shared<BuiltInFactory>();
 }
 
 }  // namespace
 
 void registerBuiltInFactory() {
+    noteLibraryFolder();
     CollaboratorFactory::registerBuiltIn(&makeBuiltIn);
 }
 

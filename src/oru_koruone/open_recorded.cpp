@@ -54,6 +54,9 @@ ERROR_CODE CameraOneImpl::connectRecorded() {
         return ORU_REPORT(NOT_SUPPORTED);
     }
     const int opening = rlxReader->open(rlxPath.c_str());
+    if (opening == rlxrw::kRlxModuleMissing) {
+        return ORU_REPORT(NOT_SUPPORTED);
+    }
     if (opening == kNotDecodable) {
         ORU_LOG(Error,
                 "{} Cannot open RLX file due to unsupported compression. Make sure that NVENC is installed on your PC.",

@@ -3,6 +3,7 @@
 #include <string>
 #include <utility>
 
+#include "backends/calibration_fetch/address.hpp"
 #include "backends/calibration_fetch/calibration_fetch.hpp"
 #include "backends/calibration_fetch/download.hpp"
 #include "calibration/readers.hpp"
@@ -20,6 +21,8 @@ constexpr const char* kAddressVariable = "KORU_CALIB_URL";
 
 class CalibrationFetch final : public CalibrationSource {
 public:
+    explicit CalibrationFetch(DownloadText downloader) : download(downloader) {}
+
     bool downloadCalibFile(String directory, int serial_number) override {
         if (directory.empty()) {
             makeSystemSettingsDirectory();
@@ -63,7 +66,7 @@ private:
         return !offered.empty() && store(path, serialNumber, offered, Completeness::KNOWN, "the camera itself");
     }
 
-    static bool storeDownloaded(const std::string& path, int serialNumber) {
+    bool storeDownloaded(const std::string& path, int serialNumber) const {
         const char* base = std::getenv(kAddressVariable);
         if (base == nullptr || *base == '\0') {
             return false;
@@ -74,13 +77,13 @@ private:
                     serialNumber);
             return false;
         }
-        const Download download = downloadText(address);
-        if (!download.defect.empty()) {
+        const Download fetched = download(address, kDownloadLimit);
+        if (!fetched.defect.empty()) {
             ORU_LOG(Warning, "{} No calibration of camera {} from {}: {}.", kTagInit, serialNumber, address,
-                    download.defect);
+                    fetched.defect);
             return false;
         }
-        return store(path, serialNumber, download.text, download.completeness, address);
+        return store(path, serialNumber, fetched.text, fetched.completeness, address);
     }
 
     static bool store(const std::string& path, int serialNumber, const std::string& text, Completeness completeness,
@@ -101,14 +104,15 @@ private:
         return true;
     }
 
+    DownloadText download;
     Mutex mutex;
     std::deque<Offer> offers ORU_GUARDED_BY(mutex);
 };
 
 }  // namespace
 
-std::unique_ptr<CalibrationSource> makeCalibrationFetch() {
-    return std::make_unique<CalibrationFetch>();
+std::unique_ptr<CalibrationSource> makeCalibrationFetch(DownloadText download) {
+    return std::make_unique<CalibrationFetch>(download);
 }
 
 }  // namespace oru

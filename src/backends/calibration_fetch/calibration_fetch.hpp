@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "backends/calibration_fetch/download.hpp"
 #include "collaborators/CalibrationSource.hpp"
 
 namespace oru {
@@ -14,7 +15,7 @@ namespace oru {
 /// A text is taken only when it is a whole calibration of that camera (see calibrationDefect); it gets its final
 /// name by a rename, so that no reader ever sees half a file, and a failure leaves nothing behind.
 /// Bounds: 5 s for a download, 1 MiB for a text, 64 cameras remembered (the oldest offer goes first).
-/// Threads: any. curl_global_init is best called once by the program before.
-std::unique_ptr<CalibrationSource> makeCalibrationFetch();
+/// Threads: any; `download` is called by whichever thread asks.
+std::unique_ptr<CalibrationSource> makeCalibrationFetch(DownloadText download);
 
 }  // namespace oru

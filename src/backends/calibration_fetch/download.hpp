@@ -15,14 +15,11 @@ struct Download {
     Completeness completeness = Completeness::KNOWN;
 };
 
-/// The address to ask for this camera's file, from the base that the user set; see makeCalibrationFetch.
-std::string calibrationAddress(const std::string& base, int serialNumber);
-
-/// Whether the file in this address bears another camera's name: "SN", another number, ".conf".
-bool namesAnotherCamera(const std::string& address, int serialNumber);
-
 /// Fetches a text over HTTP, HTTPS or from a file: address. Blocks at most `limit` in all, takes at most
 /// kCalibrationTextLimitBytes, follows at most five redirections (to HTTP and HTTPS only).
 [[nodiscard]] Download downloadText(const std::string& address, std::chrono::milliseconds limit = kDownloadLimit);
+
+/// What fetches a text, as downloadText does.
+using DownloadText = Download (*)(const std::string& address, std::chrono::milliseconds limit);
 
 }  // namespace oru

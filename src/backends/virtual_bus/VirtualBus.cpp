@@ -49,7 +49,7 @@ void VirtualBus::reload(const std::string& path) {
     const auto slash = path.rfind('/');
     const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);
     BusConfig read;
-    if (readable && parseBus(text, directory, true, read, error)) {
+    if (readable && parseBus(text, directory, &decoder, read, error)) {
         fileConfig = std::move(read);
     } else {
         ORU_LOG(Error, "{} {} {}: {}. There are no virtual cameras.", kTagKoru, kEnvironment, path, error);
@@ -136,9 +136,9 @@ ERROR_CODE VirtualBus::resetMcu(int /*index*/) {
     return SUCCESS;
 }
 
-std::shared_ptr<VirtualBus> makeVirtualBus(Clock& clock, CalibrationSource* calibration,
+std::shared_ptr<VirtualBus> makeVirtualBus(Clock& clock, CalibrationSource* calibration, FootageDecoder& footage,
                                            std::optional<std::string> setting) {
-    return std::make_shared<VirtualBus>(clock, calibration, std::move(setting));
+    return std::make_shared<VirtualBus>(clock, calibration, footage, std::move(setting));
 }
 
 namespace {

@@ -14,10 +14,12 @@ namespace oru::virtual_bus {
 
 class VirtualBus {
 public:
-    VirtualBus(Clock& clock, CalibrationSource* calibration, std::optional<std::string> setting)
-        : systemClock(clock), calibrationSource(calibration), givenSetting(std::move(setting)) {}
+    VirtualBus(Clock& clock, CalibrationSource* calibration, FootageDecoder& footage,
+               std::optional<std::string> setting)
+        : systemClock(clock), calibrationSource(calibration), decoder(footage), givenSetting(std::move(setting)) {}
 
     [[nodiscard]] Clock& clock() const { return systemClock; }
+    [[nodiscard]] FootageDecoder& footageDecoder() const { return decoder; }
 
     /// Every camera, in configured order.
     [[nodiscard]] std::vector<DeviceProperties> list();
@@ -39,6 +41,7 @@ private:
 
     Clock& systemClock;
     CalibrationSource* calibrationSource;
+    FootageDecoder& decoder;
     std::optional<std::string> givenSetting;
     Mutex mutex;
     std::vector<VirtualMcu*> mcus ORU_GUARDED_BY(mutex);

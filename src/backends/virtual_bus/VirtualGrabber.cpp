@@ -60,7 +60,8 @@ bool VirtualGrabber::fillSources(const SensorMode& mode, int fps, Capture::Setup
     } else {
         framesPerSecond = std::max(1, static_cast<int>(std::lround(claimedCamera.facts.fps)));
         std::string error;
-        setup.images = openFootage(claimedCamera.footage, claimedCamera.facts, mode.width, mode.height, error);
+        setup.images = openFootage(virtualBus->footageDecoder(), claimedCamera.footage, claimedCamera.facts, mode.width,
+                                   mode.height, error);
         setup.inertial = claimedCamera.mcu ? openFootageInertial(claimedCamera.footage) : nullptr;
         if (setup.images == nullptr) {
             ORU_LOG(Error, "{} Footage {}: {}.", kTagInit, claimedCamera.footage.path, error);

@@ -14,11 +14,15 @@ namespace oru::virtual_bus {
 /// The cameras that are attached, shared by every grabber and the directory. Opaque; threads: any.
 class VirtualBus;
 
-/// The clock and the calibration source (which may be null) outlive the bus. Each camera that is listed or opened has
-/// its factory calibration offered to that source.
+/// Turns footage files into images; see footage/FootageDecoder.hpp.
+class FootageDecoder;
+
+/// Clock, footage decoder and calibration source (which may be null) outlive the bus. Each camera that is listed or
+/// opened has its factory calibration offered to that source.
 /// @param setting what KORU_VIRTUAL_BUS would say; without one the environment is asked whenever the bus is used:
 ///        empty or unset: the default cameras; "off": none; otherwise the configuration file to read.
 [[nodiscard]] std::shared_ptr<VirtualBus> makeVirtualBus(Clock& clock, CalibrationSource* calibration,
+                                                         FootageDecoder& footage,
                                                          std::optional<std::string> setting = std::nullopt);
 
 /// A grabber for any one camera of the bus. It keeps the bus alive.

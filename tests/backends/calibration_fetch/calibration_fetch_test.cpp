@@ -43,7 +43,7 @@ protected:
     SettingsRoot root{system.path("koru")};
     ScopedEnvironment noAddress{"KORU_CALIB_URL", nullptr};
     LogCapture log;
-    std::unique_ptr<CalibrationSource> source = makeCalibrationFetch();
+    std::unique_ptr<CalibrationSource> source = makeCalibrationFetch(&downloadText);
 };
 
 TEST_F(CalibrationFetchTest, StoresTheCamerasOwnCalibrationWhereTheSearchLooks) {

@@ -1,4 +1,5 @@
 #include "backends/calibration_fetch/download.hpp"
+#include "backends/calibration_fetch/address.hpp"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>

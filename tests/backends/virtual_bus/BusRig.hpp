@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 
+#include "backends/virtual_bus/footage/FootageDecoder.hpp"
 #include "backends/virtual_bus/virtual_bus_factory.hpp"
 #include "doubles/CalibrationKeeper.hpp"
 #include "doubles/TemporaryDirectory.hpp"
@@ -24,11 +25,16 @@ inline bool ownLocks() {
 }
 inline const bool kOwnLocks = ownLocks();
 
+inline FootageDecoder& footageDecoder() {
+    static const std::unique_ptr<FootageDecoder> decoder = makeFootageDecoder();
+    return *decoder;
+}
+
 /// A bus on the real clocks with one grabber, as a camera would use it.
 struct BusRig {
     explicit BusRig(const std::string& setting = "")
         : clock(makeSystemClock()),
-          bus(makeVirtualBus(*clock, &calibrations, setting)),
+          bus(makeVirtualBus(*clock, &calibrations, footageDecoder(), setting)),
           directory(makeVirtualDirectory(bus)),
           grabber(makeVirtualGrabber(bus, INPUT_TYPE_PENDING)) {}
 

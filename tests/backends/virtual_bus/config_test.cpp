@@ -10,7 +10,7 @@ namespace {
 BusConfig parse(const std::string& text) {
     BusConfig bus;
     std::string error;
-    EXPECT_TRUE(parseBus(text, "", true, bus, error)) << error;
+    EXPECT_TRUE(parseBus(text, "", &footageDecoder(), bus, error)) << error;
     return bus;
 }
 
@@ -93,7 +93,7 @@ TEST(BusConfig, NamesLineAndKeyOfWhatIsWrong) {
         SCOPED_TRACE(c.text);
         BusConfig bus;
         std::string error;
-        EXPECT_FALSE(parseBus(c.text, "", true, bus, error));
+        EXPECT_FALSE(parseBus(c.text, "", &footageDecoder(), bus, error));
         for (const char* named : c.named) {
             EXPECT_NE(error.find(named), std::string::npos) << error;
         }

@@ -176,19 +176,19 @@ uint32_t serialFor(const CameraConfig& camera) {
     return 40'000'000U + hash % 50'000'000U;
 }
 
-bool completeFootage(Draft& draft, const std::string& directory, bool probe, std::string& error) {
+bool completeFootage(Draft& draft, const std::string& directory, FootageDecoder* decoder, std::string& error) {
     CameraConfig& camera = draft.camera;
     if (draft.wants_footage != !camera.footage.path.empty()) {
         error = draft.wants_footage ? fmt::format("line {}: source = footage needs the key footage", draft.source_line)
                                     : fmt::format("line {}: footage needs source = footage", draft.footage_line);
         return false;
     }
-    if (!draft.wants_footage || !probe) {
+    if (!draft.wants_footage || decoder == nullptr) {
         return true;
     }
     camera.footage.path = fromDirectory(directory, camera.footage.path);
     std::string reason;
-    if (!probeFootage(camera.footage, camera.facts, reason)) {
+    if (!probeFootage(*decoder, camera.footage, camera.facts, reason)) {
         error = fmt::format("line {}: footage {}: {}", draft.footage_line, camera.footage.path, reason);
         return false;
     }
@@ -206,7 +206,7 @@ bool completeFootage(Draft& draft, const std::string& directory, bool probe, std
     return true;
 }
 
-bool complete(Draft& draft, const std::string& directory, bool probe, std::string& error) {
+bool complete(Draft& draft, const std::string& directory, FootageDecoder* decoder, std::string& error) {
     CameraConfig& camera = draft.camera;
     const auto has = [&](const char* key) { return draft.seen.contains(key); };
     if (draft.has_lens && !(has("fx") && has("fy") && has("cx") && has("cy"))) {
@@ -217,7 +217,7 @@ bool complete(Draft& draft, const std::string& directory, bool probe, std::strin
         error = fmt::format("line {}: distortion coefficients need fx, fy, cx and cy", draft.line);
         return false;
     }
-    if (!completeFootage(draft, directory, probe, error)) {
+    if (!completeFootage(draft, directory, decoder, error)) {
         return false;
     }
     if (!draft.has_lens) {
@@ -251,7 +251,8 @@ bool findDraft(std::vector<Draft>& drafts, const IniEntry& entry, Draft*& draft,
 
 }  // namespace
 
-bool parseBus(std::string_view text, const std::string& directory, bool probe, BusConfig& bus, std::string& error) {
+bool parseBus(std::string_view text, const std::string& directory, FootageDecoder* decoder, BusConfig& bus,
+              std::string& error) {
     std::vector<IniEntry> entries;
     if (!parseIni(text, entries, error)) {
         return false;
@@ -269,7 +270,7 @@ bool parseBus(std::string_view text, const std::string& directory, bool probe, B
     }
     std::set<uint32_t> serials;
     for (Draft& draft : drafts) {
-        if (!complete(draft, directory, probe, error)) {
+        if (!complete(draft, directory, decoder, error)) {
             return false;
         }
         if (!serials.insert(draft.camera.serial).second) {

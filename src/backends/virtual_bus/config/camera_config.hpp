@@ -45,9 +45,9 @@ struct BusConfig {
 /// The two cameras that are there when nothing is configured.
 [[nodiscard]] BusConfig defaultBus();
 
-/// Reads a configuration. Relative paths are taken from `directory`. Looks at the footage unless `probe` is false.
-/// False with one sentence that names line and key.
-[[nodiscard]] bool parseBus(std::string_view text, const std::string& directory, bool probe, BusConfig& bus,
-                            std::string& error);
+/// Reads a configuration. Relative paths are taken from `directory`. Looks at the footage by `decoder` unless that is
+/// null. False with one sentence that names line and key.
+[[nodiscard]] bool parseBus(std::string_view text, const std::string& directory, FootageDecoder* decoder,
+                            BusConfig& bus, std::string& error);
 
 }  // namespace oru::virtual_bus

@@ -15,7 +15,6 @@ extern "C" {
 
 #include "backends/virtual_bus/footage/euroc.hpp"
 #include "backends/virtual_bus/footage/euroc_inertial.hpp"
-#include "backends/virtual_bus/footage/footage_decode.hpp"
 #include "utils/ini_text.hpp"
 
 namespace oru::virtual_bus {
@@ -122,19 +121,14 @@ bool loadDataSet(const std::string& root, DataSet& set, std::string& error) {
     return true;
 }
 
-bool firstImageSize(const std::string& path, FootageFacts& facts, std::string& error) {
-    FileDecoder decoder;
-    const coding::AvPtr<AVFrame> frame(av_frame_alloc());
-    if (!decoder.open(path, error)) {
+bool firstImageSize(FootageDecoder& decoder, const std::string& path, FootageFacts& facts, std::string& error) {
+    ImageFileFacts first;
+    if (!decoder.probe(path, first, error)) {
         return false;
     }
-    if (!decoder.read(*frame)) {
-        error = "its first picture cannot be decoded";
-        return false;
-    }
-    facts.width = frame->width;
-    facts.height = frame->height;
-    facts.fps = decoder.fps();
+    facts.width = first.width;
+    facts.height = first.height;
+    facts.fps = first.fps;
     return true;
 }
 
@@ -163,8 +157,7 @@ public:
           leadTime(lead),
           imageWidth(width),
           imageHeight(height),
-          imageCover(coverOf(facts.width, facts.height, width, height)),
-          scaler(imageCover.scaled_width, imageCover.scaled_height) {}
+          imageCover(coverOf(facts.width, facts.height, width, height)) {}
 
     bool next(uint64_t& moment) override {
         uint64_t time = 0;
@@ -183,15 +176,17 @@ public:
 
     ImageResult draw(uint64_t /*moment*/, unsigned char* pixels, RowSink& sink) override {
         any = true;
-        const AVFrame* frame = footageReader->read(true);
-        if (frame == nullptr || frame->width != footageFacts.width || frame->height != footageFacts.height ||
-            !scaler.scale(*frame)) {
+        const unsigned char* scaled = footageReader->read();
+        if (scaled == nullptr) {
             return ImageResult::FAILED;
         }
         const auto bytes = static_cast<std::size_t>(imageWidth) * 2;
+        const auto scaledBytes = static_cast<std::size_t>(imageCover.scaled_width) * 2;
+        scaled +=
+            static_cast<std::size_t>(imageCover.top) * scaledBytes + static_cast<std::size_t>(imageCover.left) * 2;
         for (int row = 0; row < imageHeight; ++row) {
             std::memcpy(pixels + static_cast<std::size_t>(row) * bytes,
-                        scaler.row(imageCover.top + row) + static_cast<std::size_t>(imageCover.left) * 2, bytes);
+                        scaled + static_cast<std::size_t>(row) * scaledBytes, bytes);
         }
         sink.rows(pixels, 0, imageHeight);
         return ImageResult::DRAWN;
@@ -199,7 +194,7 @@ public:
 
     void skip() override {
         any = true;
-        (void)footageReader->read(false);
+        footageReader->skip();
     }
 
     [[nodiscard]] uint64_t period() const override { return static_cast<uint64_t>(kSecond / footageFacts.fps); }
@@ -214,7 +209,6 @@ private:
     int imageWidth;
     int imageHeight;
     Cover imageCover;
-    YuyvScaler scaler;
     uint64_t roundStart = 0;
     uint64_t last = 0;
     bool any = false;
@@ -222,7 +216,7 @@ private:
 
 }  // namespace
 
-bool probeFootage(const FootageSettings& settings, FootageFacts& facts, std::string& error) {
+bool probeFootage(FootageDecoder& decoder, const FootageSettings& settings, FootageFacts& facts, std::string& error) {
     facts = {};
     bool found = false;
     if (const std::string root = eurocRoot(settings.path); !root.empty()) {
@@ -230,10 +224,10 @@ bool probeFootage(const FootageSettings& settings, FootageFacts& facts, std::str
     } else if (isDirectory(settings.path)) {
         const auto images = listImages(settings.path, kDefaultImageFps);
         error = "the folder holds no images";
-        found = !images.empty() && firstImageSize(images.front().path, facts, error);
+        found = !images.empty() && firstImageSize(decoder, images.front().path, facts, error);
         facts.fps = kDefaultImageFps;
     } else {
-        found = firstImageSize(settings.path, facts, error);
+        found = firstImageSize(decoder, settings.path, facts, error);
     }
     facts.fps = settings.fps > 0.0 ? settings.fps : std::clamp(facts.fps, 1.0, 240.0);
     return found;
@@ -262,8 +256,10 @@ Lens coveredLens(const Lens& lens, const FootageFacts& facts, int width, int hei
     return result;
 }
 
-std::unique_ptr<ImageSource> openFootage(const FootageSettings& settings, const FootageFacts& facts, int width,
-                                         int height, std::string& error) {
+std::unique_ptr<ImageSource> openFootage(FootageDecoder& decoder, const FootageSettings& settings,
+                                         const FootageFacts& facts, int width, int height, std::string& error) {
+    const Cover cover = coverOf(facts.width, facts.height, width, height);
+    const ImageScaling scaling{facts.width, facts.height, cover.scaled_width, cover.scaled_height};
     std::unique_ptr<FootageReader> reader;
     uint64_t lead = 0;
     if (const std::string root = eurocRoot(settings.path); !root.empty()) {
@@ -279,11 +275,11 @@ std::unique_ptr<ImageSource> openFootage(const FootageSettings& settings, const 
             images.push_back({time, root + "/cam0/data/" + set.images[i].file});
         }
         lead = set.images.front().time_ns - set.origin_ns;
-        reader = makeImageReader(std::move(images));
+        reader = decoder.openImages(std::move(images), scaling, error);
     } else if (isDirectory(settings.path)) {
-        reader = makeImageReader(listImages(settings.path, facts.fps));
+        reader = decoder.openImages(listImages(settings.path, facts.fps), scaling, error);
     } else {
-        reader = makeVideoReader(settings.path, settings.fps, error);
+        reader = decoder.openVideo(settings.path, settings.fps, scaling, error);
     }
     if (reader == nullptr) {
         return nullptr;

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "backends/virtual_bus/footage/FootageDecoder.hpp"
 #include "backends/virtual_bus/inertial/inertial_source.hpp"
 #include "backends/virtual_bus/scene/image_source.hpp"
 #include "oru/Lens.hpp"
@@ -28,7 +29,8 @@ struct FootageFacts {
 };
 
 /// Looks at footage; false with what is wrong. Never throws.
-[[nodiscard]] bool probeFootage(const FootageSettings& settings, FootageFacts& facts, std::string& error);
+[[nodiscard]] bool probeFootage(FootageDecoder& decoder, const FootageSettings& settings, FootageFacts& facts,
+                                std::string& error);
 
 /// How footage fills an image: scaled to cover it, then cropped about the centre. The crop is even, so that pairs of
 /// pixels stay whole.
@@ -43,8 +45,9 @@ struct Cover {
 [[nodiscard]] Lens coveredLens(const Lens& lens, const FootageFacts& facts, int width, int height);
 
 /// Plays footage as images of that size; null with what is wrong.
-[[nodiscard]] std::unique_ptr<ImageSource> openFootage(const FootageSettings& settings, const FootageFacts& facts,
-                                                       int width, int height, std::string& error);
+[[nodiscard]] std::unique_ptr<ImageSource> openFootage(FootageDecoder& decoder, const FootageSettings& settings,
+                                                       const FootageFacts& facts, int width, int height,
+                                                       std::string& error);
 /// The inertial samples of a data set, on the time axis of its images; null when it has none.
 [[nodiscard]] std::unique_ptr<InertialSource> openFootageInertial(const FootageSettings& settings);
 

@@ -12,6 +12,8 @@ extern "C" {
 #include <array>
 #include <cmath>
 
+#include "backends/virtual_bus/footage/FootageDecoder.hpp"
+
 namespace oru::virtual_bus {
 namespace {
 
@@ -23,10 +25,27 @@ bool isRegularFile(const std::string& path) {
     return ::stat(path.c_str(), &facts) == 0 && S_ISREG(facts.st_mode);
 }
 
+/// Takes only images of the size that was announced.
+class CheckedScaler {
+public:
+    explicit CheckedScaler(const ImageScaling& sizes)
+        : sourceWidth(sizes.source_width), sourceHeight(sizes.source_height), scaler(sizes.width, sizes.height) {}
+
+    [[nodiscard]] const unsigned char* scale(const AVFrame& frame) {
+        const bool fits = frame.width == sourceWidth && frame.height == sourceHeight && scaler.scale(frame);
+        return fits ? scaler.block() : nullptr;
+    }
+
+private:
+    int sourceWidth;
+    int sourceHeight;
+    YuyvScaler scaler;
+};
+
 class ImageReader final : public FootageReader {
 public:
-    explicit ImageReader(std::vector<ListedImage> images)
-        : listedImages(std::move(images)), decodedFrame(av_frame_alloc()) {}
+    ImageReader(std::vector<ListedImage> images, const ImageScaling& scaling)
+        : listedImages(std::move(images)), decodedFrame(av_frame_alloc()), scaler(scaling) {}
 
     bool next(uint64_t& time) override {
         if (nextIndex >= listedImages.size()) {
@@ -36,12 +55,15 @@ public:
         return true;
     }
 
-    const AVFrame* read(bool wanted) override {
+    const unsigned char* read() override {
         const ListedImage& image = listedImages[nextIndex++];
         FileDecoder decoder;
         std::string error;
-        return wanted && decoder.open(image.path, error) && decoder.read(*decodedFrame) ? decodedFrame.get() : nullptr;
+        const bool decoded = decoder.open(image.path, error) && decoder.read(*decodedFrame);
+        return decoded ? scaler.scale(*decodedFrame) : nullptr;
     }
+
+    void skip() override { ++nextIndex; }
 
     bool rewind() override {
         nextIndex = 0;
@@ -51,12 +73,14 @@ public:
 private:
     std::vector<ListedImage> listedImages;
     coding::AvPtr<AVFrame> decodedFrame;
+    CheckedScaler scaler;
     std::size_t nextIndex = 0;
 };
 
 class VideoReader final : public FootageReader {
 public:
-    VideoReader() : ahead(av_frame_alloc()), taken(av_frame_alloc()) {}
+    explicit VideoReader(const ImageScaling& scaling)
+        : ahead(av_frame_alloc()), taken(av_frame_alloc()), scaler(scaling) {}
 
     bool open(const std::string& path, double fps, std::string& error) {
         forcedFps = fps;
@@ -75,11 +99,15 @@ public:
         return true;
     }
 
-    const AVFrame* read(bool /*wanted*/) override {
+    const unsigned char* read() override {
+        skip();
+        return scaler.scale(*taken);
+    }
+
+    void skip() override {
         hasAhead = false;
         ++nextIndex;
         std::swap(ahead, taken);
-        return taken.get();
     }
 
     bool rewind() override {
@@ -105,6 +133,7 @@ private:
     FileDecoder fileDecoder;
     coding::AvPtr<AVFrame> ahead;
     coding::AvPtr<AVFrame> taken;
+    CheckedScaler scaler;
     bool hasAhead = false;
     double forcedFps = 0.0;
     double firstStamp = 0.0;
@@ -214,16 +243,40 @@ double FileDecoder::secondsOf(const AVFrame& frame) const {
                : static_cast<double>(frame.best_effort_timestamp) * av_q2d(stream->time_base);
 }
 
-std::unique_ptr<FootageReader> makeImageReader(std::vector<ListedImage> images) {
-    return std::make_unique<ImageReader>(std::move(images));
-}
+namespace {
 
-std::unique_ptr<FootageReader> makeVideoReader(const std::string& path, double fps, std::string& error) {
-    auto reader = std::make_unique<VideoReader>();
-    if (!reader->open(path, fps, error)) {
-        return nullptr;
+class FileFootageDecoder final : public FootageDecoder {
+public:
+    bool probe(const std::string& path, ImageFileFacts& facts, std::string& error) override {
+        FileDecoder decoder;
+        const coding::AvPtr<AVFrame> frame(av_frame_alloc());
+        if (!decoder.open(path, error)) {
+            return false;
+        }
+        if (!decoder.read(*frame)) {
+            error = "its first picture cannot be decoded";
+            return false;
+        }
+        facts = {frame->width, frame->height, decoder.fps()};
+        return true;
     }
-    return reader;
+
+    std::unique_ptr<FootageReader> openImages(std::vector<ListedImage> images, const ImageScaling& scaling,
+                                              std::string& /*error*/) override {
+        return std::make_unique<ImageReader>(std::move(images), scaling);
+    }
+
+    std::unique_ptr<FootageReader> openVideo(const std::string& path, double fps, const ImageScaling& scaling,
+                                             std::string& error) override {
+        auto reader = std::make_unique<VideoReader>(scaling);
+        return reader->open(path, fps, error) ? std::move(reader) : nullptr;
+    }
+};
+
+}  // namespace
+
+std::unique_ptr<FootageDecoder> makeFootageDecoder() {
+    return std::make_unique<FileFootageDecoder>();
 }
 
 YuyvScaler::YuyvScaler(int width, int height)

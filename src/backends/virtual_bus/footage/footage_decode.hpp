@@ -32,25 +32,6 @@ private:
     bool draining = false;
 };
 
-/// Images of footage in their order with their times. One thread at a time.
-class FootageReader {
-public:
-    virtual ~FootageReader() = default;
-
-    /// The time of the next image since the first, nanoseconds; false at the end. Repeats its answer until read().
-    virtual bool next(uint64_t& time) = 0;
-    /// Takes the announced image: null when it cannot be decoded. `wanted` false skips it.
-    virtual const AVFrame* read(bool wanted) = 0;
-    virtual bool rewind() = 0;
-};
-
-struct ListedImage {
-    uint64_t time_ns = 0;
-    std::string path;
-};
-[[nodiscard]] std::unique_ptr<FootageReader> makeImageReader(std::vector<ListedImage> images);
-[[nodiscard]] std::unique_ptr<FootageReader> makeVideoReader(const std::string& path, double fps, std::string& error);
-
 /// Scales images to one size in YUYV, BT.601 video range.
 class YuyvScaler {
 public:
@@ -58,9 +39,8 @@ public:
 
     /// False when the image's format cannot be converted.
     [[nodiscard]] bool scale(const AVFrame& frame);
-    [[nodiscard]] const unsigned char* row(int y) const {
-        return pixels.data() + static_cast<std::size_t>(y) * static_cast<std::size_t>(targetWidth) * 2;
-    }
+    /// The image that was scaled last, one block.
+    [[nodiscard]] const unsigned char* block() const { return pixels.data(); }
 
 private:
     [[nodiscard]] bool prepare(const AVFrame& frame);

@@ -1,0 +1,17 @@
+extern "C" {
+#include <libavutil/log.h>
+}
+
+#include "backends/stream/stream_factory.hpp"
+#include "compose/modules/module_entry.hpp"
+
+ORU_MODULE_ENTRY const oru::ModuleTable* oru::oru_koruone_module_stream(unsigned version) {
+    static constexpr StreamModule kTable{{}, &makeStreamReceiver, &makeStreamSender};
+    if (version != kModuleVersion) {
+        return nullptr;
+    }
+    routeStreamLibraryLog();
+    // The coding library writes to standard error on its own; our log says what matters.
+    av_log_set_level(AV_LOG_FATAL);
+    return &kTable;
+}
