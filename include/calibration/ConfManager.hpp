@@ -3,14 +3,16 @@
 #include <memory>
 #include <string>
 
+#include "utils/private_export.hpp"
+
 namespace oru {
 
 /// One calibration file, loaded and queried; lives for one loading operation. Threads: one.
 class ConfManager {
 public:
-    ConfManager();
+    ORU_PRIVATE_API ConfManager();
     /// Writes the document back to `path` when `is_open` and `write_back` are both set.
-    ~ConfManager();
+    ORU_PRIVATE_API ~ConfManager();
     ConfManager(const ConfManager&) = delete;
     ConfManager& operator=(const ConfManager&) = delete;
 

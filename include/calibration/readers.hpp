@@ -4,6 +4,7 @@
 
 #include "calibration/ConfManager.hpp"
 #include "oru/types.hpp"
+#include "utils/private_export.hpp"
 
 namespace oru {
 
@@ -21,7 +22,7 @@ void makeSystemSettingsDirectory();
 
 /// Looks for the camera's calibration in `directory` (a prefix: it ends with "/") and then in the system settings
 /// directory, and loads it. The outcome is `conf.is_open`; `conf.path` names the last file tried.
-void openConfFile(std::string directory, int serial_number, ConfManager& conf);
+ORU_PRIVATE_API void openConfFile(std::string directory, int serial_number, ConfManager& conf);
 
 /// fx, fy, cx, cy and six coefficients of one CAM_ section; the rest is zero.
 CameraParameters readCamera(std::string section, ConfManager& conf);

@@ -2,6 +2,8 @@
 
 #include <cstddef>
 
+#include "utils/private_export.hpp"
+
 namespace oru {
 
 /// Three 8-bit planes of one image, borrowed for the length of a call. Steps are bytes from row to row.
@@ -33,13 +35,13 @@ struct ConstYuvPlanes {
 // row, pointers need no alignment, source and destination must not overlap. Nothing is allocated and nothing fails.
 // Threads: any; rows may be split between threads at even row numbers.
 
-void yuyvToI422(const unsigned char* yuyv, std::size_t yuyvStep, const YuvPlanes& planes, std::size_t width,
-                std::size_t height);
-void yuyvToI420(const unsigned char* yuyv, std::size_t yuyvStep, const YuvPlanes& planes, std::size_t width,
-                std::size_t height);
-void i422ToYuyv(const ConstYuvPlanes& planes, unsigned char* yuyv, std::size_t yuyvStep, std::size_t width,
-                std::size_t height);
-void i420ToYuyv(const ConstYuvPlanes& planes, unsigned char* yuyv, std::size_t yuyvStep, std::size_t width,
-                std::size_t height);
+ORU_PRIVATE_API void yuyvToI422(const unsigned char* yuyv, std::size_t yuyvStep, const YuvPlanes& planes,
+                                std::size_t width, std::size_t height);
+ORU_PRIVATE_API void yuyvToI420(const unsigned char* yuyv, std::size_t yuyvStep, const YuvPlanes& planes,
+                                std::size_t width, std::size_t height);
+ORU_PRIVATE_API void i422ToYuyv(const ConstYuvPlanes& planes, unsigned char* yuyv, std::size_t yuyvStep,
+                                std::size_t width, std::size_t height);
+ORU_PRIVATE_API void i420ToYuyv(const ConstYuvPlanes& planes, unsigned char* yuyv, std::size_t yuyvStep,
+                                std::size_t width, std::size_t height);
 
 }  // namespace oru
