@@ -37,4 +37,17 @@ export PKG_CONFIG_PATH=$libdir/pkgconfig
 # shellcheck disable=SC2046  # flags are words
 "$compiler" -std=c++20 "$examples/first_frames.cpp" -o "$work/first_frames" $(pkg-config --cflags --libs oru_koruone)
 (cd "$work" && LD_LIBRARY_PATH=$libdir "$work/first_frames")
+
+echo "-- light"
+# Programs start with few libraries: what a live camera does not need lies in the modules.
+objects=$(ldd "$work/build/first_frames" | wc -l)
+[ "$objects" -le 25 ] || { echo "first_frames loads $objects shared objects"; exit 1; }
+echo "first_frames loads $objects shared objects"
+
+echo "-- without a module"
+rm "$libdir"/liboru_koruone_stream.so.*
+status=0
+(cd "$work" && "$work/build/stream_to_myself" $((30000 + $$ % 10000))) >"$work/alone.log" 2>&1 || status=$?
+[ "$status" -ne 0 ] || { echo "a stream ran without its module"; exit 1; }
+grep -q 'liboru_koruone_stream.so.*oru-koruone-stream is missing' "$work/alone.log" || { cat "$work/alone.log"; exit 1; }
 echo "version $(pkg-config --modversion oru_koruone)"
