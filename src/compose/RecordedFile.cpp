@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
-#include "backends/rlx/rlx_factory.hpp"
 #include "collaborators/CollaboratorFactory.hpp"
 #include "compose/built_in_factory.hpp"
+#include "compose/modules/modules.hpp"
 
 namespace oru {
 namespace {
@@ -100,7 +100,7 @@ RecordedFile::~RecordedFile() = default;
 
 ERROR_CODE RecordedFile::open(const String& path) {
     *opened = {};
-    const std::unique_ptr<RecordingTools> tools = makeRecordingTools();
+    const std::unique_ptr<RecordingTools> tools = recordingTools();
     std::unique_ptr<rlxrw::RLXVideo> reader = makeVideo(CollaboratorFactory::RlxRole::reader);
     if (tools == nullptr || reader == nullptr) {
         return NOT_SUPPORTED;
@@ -198,12 +198,12 @@ FrameCounters RecordedFile::getFrameCounters() const {
 }
 
 RecordingCheck RecordedFile::verify(const String& path, const RecordingProgress& progress) {
-    const std::unique_ptr<RecordingTools> tools = makeRecordingTools();
+    const std::unique_ptr<RecordingTools> tools = recordingTools();
     return tools == nullptr ? RecordingCheck{RECORDING_CONDITION::UNREADABLE} : tools->verify(path.get(), progress);
 }
 
 RecordingRepair RecordedFile::repair(const String& path, const String& output, const RecordingProgress& progress) {
-    const std::unique_ptr<RecordingTools> tools = makeRecordingTools();
+    const std::unique_ptr<RecordingTools> tools = recordingTools();
     return tools == nullptr ? RecordingRepair{REPAIR_UNREADABLE, RECORDING_CONDITION::UNREADABLE}
                             : tools->repair(path.get(), output.get(), progress);
 }

@@ -1,7 +1,7 @@
 #include "oru/VideoFile.hpp"
 
-#include "backends/rlx/rlx_factory.hpp"
 #include "compose/built_in_factory.hpp"
+#include "compose/modules/modules.hpp"
 
 namespace oru {
 
@@ -18,7 +18,7 @@ VideoFileWriter::~VideoFileWriter() = default;
 
 ERROR_CODE VideoFileWriter::open(const String& path, const VideoFileParameters& parameters) {
     *opened = {};
-    const std::unique_ptr<RecordingTools> tools = makeRecordingTools();
+    const std::unique_ptr<RecordingTools> tools = recordingTools();
     if (tools == nullptr) {
         return NOT_SUPPORTED;
     }

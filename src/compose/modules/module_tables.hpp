@@ -8,6 +8,7 @@
 #include "collaborators/CalibrationSource.hpp"
 #include "collaborators/PlaybackRecorder.hpp"
 #include "collaborators/RLXVideo.hpp"
+#include "collaborators/RecordingTools.hpp"
 #include "collaborators/UDPInput.hpp"
 #include "collaborators/UDPOutput.hpp"
 #include "utils/Clock.hpp"
@@ -28,6 +29,7 @@ struct StreamModule : ModuleTable {
 struct RecordingModule : ModuleTable {
     std::unique_ptr<rlxrw::RLXVideo> (*makeVideo)(CalibrationSource& calibration);
     std::unique_ptr<PlaybackRecorder> (*makePlaybackRecorder)(Clock& clock, CalibrationSource& calibration);
+    std::unique_ptr<RecordingTools> (*makeTools)();
 };
 
 /// Fetching a calibration from an address.

@@ -110,6 +110,11 @@ const FootageModule* footageModule() {
     return static_cast<const FootageModule*>(moduleTable(ModuleName::FOOTAGE));
 }
 
+std::unique_ptr<RecordingTools> recordingTools() {
+    const RecordingModule* module = recordingModule();
+    return module != nullptr ? module->makeTools() : nullptr;
+}
+
 void registerModule(ModuleName name, ModuleEntry entry) {
     slotOf(name).linked.store(entry, std::memory_order_release);
 }

@@ -16,6 +16,9 @@ enum class ModuleName : uint8_t { STREAM, RECORDING, CALIBRATION, FOOTAGE };
 [[nodiscard]] const CalibrationModule* calibrationModule();
 [[nodiscard]] const FootageModule* footageModule();
 
+/// Of the recording module; null without it.
+[[nodiscard]] std::unique_ptr<RecordingTools> recordingTools();
+
 using ModuleEntry = const ModuleTable* (*)(unsigned version);
 /// Takes the module from this program, which is linked with it, instead of from a file.
 void registerModule(ModuleName name, ModuleEntry entry);

@@ -6,7 +6,7 @@ extern "C" {
 #include "compose/modules/module_entry.hpp"
 
 ORU_MODULE_ENTRY const oru::ModuleTable* oru::oru_koruone_module_recording(unsigned version) {
-    static constexpr RecordingModule kTable{{}, &makeRlxVideo, &makePlaybackRecorder};
+    static constexpr RecordingModule kTable{{}, &makeRlxVideo, &makePlaybackRecorder, &makeRecordingTools};
     if (version != kModuleVersion) {
         return nullptr;
     }
