@@ -35,7 +35,7 @@ esac
 for module in "$@"; do
     entries=$(nm -D --defined-only "$module" | awk '{print $NF}')
     grep -qxE 'oru_koruone_module_[a-z]+' <<<"$entries" || { echo "$module gives out: $entries"; exit 1; }
-    copies=$(nm -C --defined-only "$module" | grep -E ' oru::(KoruLogger|CollaboratorFactory|Logger)::' || true)
+    copies=$(nm -C --defined-only "$module" | grep -E ' oru::(KoruLogger::get_instance|CollaboratorFactory::processDefault|Logger::write)\(' || true)
     [ -z "$copies" ] || { printf '%s holds a second copy of:\n%s\n' "$module" "$copies"; exit 1; }
 done
 echo "$(wc -l <"$work/public") names, $(wc -l <"$work/private") for $# modules, soname $soname"
