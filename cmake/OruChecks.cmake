@@ -53,7 +53,7 @@ endif()
 # Tests that run the tool need it whatever label is built.
 if(TARGET koruone)
     foreach(label IN ITEMS flow backend slow)
-        add_dependencies(tests_${label} koruone)
+        add_dependencies(tests_${label} koruone modules)
     endforeach()
 endif()
 
