@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "oru/recording.hpp"
 #include "oru/types.hpp"
 #include "oru_input/grabber/frame_status.hpp"
 #include "oru_input/mcu/IMUPacket.hpp"
@@ -76,17 +77,37 @@ struct RlxFrame {
 /// Answer of open, create and repairFile where this installation has no support for recordings.
 inline constexpr int kRlxModuleMissing = 3;
 
+/// What open answers.
+enum RLX_OPEN_RESULT : int {
+    RLX_OPENED = 0,
+    RLX_DAMAGED = 1,        ///< or missing, unreadable, no recording
+    RLX_NOT_DECODABLE = 2,  ///< no decoder here for its compression
+};
+
+/// What create answers.
+enum RLX_CREATE_RESULT : int {
+    RLX_CREATED = 0,
+    RLX_NOT_CREATABLE = 1,  ///< no right, no room, or another recorder writes it
+    RLX_NO_ENCODER = 2,     ///< none here for the mode, or none for this size
+};
+
+/// What writeFrame answers. After a failure only close makes sense.
+enum RLX_WRITE_RESULT : int {
+    RLX_WRITTEN = 0,
+    RLX_CANNOT_GROW = 1,  ///< disk full, I/O error
+    RLX_ENCODER_FAILED = 2,
+};
+
 /// Reader or recorder of one RLX file. Threads: one at a time, but for counters(); a recorder also takes writeFrame and
 /// bytesWritten on a second thread.
 class RLXVideo {
 public:
     virtual ~RLXVideo() = default;
 
-    /// 0 opened, 1 damaged or unreadable, 2 compression cannot be decoded here, or kRlxModuleMissing. An open reader is
-    /// closed first.
+    /// RLX_OPEN_RESULT or kRlxModuleMissing. An open reader is closed first.
     virtual int open(const char* path) = 0;
     virtual void close() = 0;
-    /// An empty `out` repairs in place. 0 repaired, 1 unreadable, 2 output not creatable, else invalid compression.
+    /// REPAIR_RESULT or kRlxModuleMissing; any other answer: invalid compression. An empty `out` repairs in place.
     virtual int repairFile(const char* in, const char* out, bool, bool) = 0;
     virtual void setPosition(int frame) = 0;
     virtual int getRLXVersion() = 0;      ///< 0 no file, 1, 2
@@ -123,9 +144,9 @@ public:
     virtual void skipFrame() {}
     /// The sample taken with the image of the current frame; false when there is none.
     virtual bool getFrameIMU(IMUPacket& /*packet*/) { return false; }
-    /// Starts a new file: 0 ok, 1 not creatable, 2 no encoder for the mode.
+    /// Starts a new file: RLX_CREATE_RESULT.
     virtual int create(const char* path, const RlxRecordingHeader& header) = 0;
-    /// 0 written, 1 the file cannot grow (disk full, I/O error), 2 the encoder failed.
+    /// RLX_WRITE_RESULT.
     virtual int writeFrame(const RlxFrame& frame) = 0;
     /// Recorder: appends what writeCurrentIMU stored since the last call to `packets`, in order, and forgets it.
     virtual void takeWrittenPackets(std::vector<IMUPacket>& /*packets*/) {}

@@ -28,14 +28,26 @@ struct StreamImuPose {
     float tx = 0.0F, ty = 0.0F, tz = 0.0F;
 };
 
+/// What the receiver's open answers.
+enum STREAM_CONNECT_RESULT : int {
+    STREAM_CONNECTED = 0,
+    STREAM_BAD_ADDRESS = -1,    ///< no host or no port
+    STREAM_UNKNOWN_HOST = -2,   ///< the name does not resolve
+    STREAM_NO_ANSWER = -3,      ///< nobody sends there
+    STREAM_KEY_REFUSED = -4,    ///< the sender refuses this receiver, for its key or for too many attempts
+    STREAM_NOT_DESCRIBED = -5,  ///< connected, but no camera described itself
+    STREAM_UNUSABLE_KEY = -6,   ///< a key in the environment cannot be used
+};
+
 /// Receiver of a network stream, with threads of its own. Threads: the frame operations from one thread at a time;
 /// getCurrentIMU, takeImuPacketsBefore and counters from any.
 class UDPInput {
 public:
     virtual ~UDPInput() = default;
 
-    /// Connects and waits for the sender's description, at most 3 s. 0 connected, -5 or positive: failed,
-    /// other negative: set-up failed. The camera passes 0 as the last argument.
+    /// Connects and waits for the sender's description, at most 3 s: STREAM_CONNECT_RESULT. The camera fails with
+    /// STREAM_NOT_DESCRIBED and every positive answer; the other negative ones are a failed set-up. It passes 0 as the
+    /// last argument.
     virtual int open(String ip, unsigned short port, int unused) = 0;
     /// Waits up to 20 ms for a newer decoded frame and writes it as YUYV; false leaves `image` untouched.
     virtual bool readStreamData(unsigned char* image, unsigned char* second) = 0;

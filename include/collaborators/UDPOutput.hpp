@@ -35,13 +35,24 @@ struct UDPOutConfig {
 };
 static_assert(sizeof(UDPOutConfig) == 96);
 
+/// What the sender's open answers. The camera takes the negative ones for a failed set-up.
+enum STREAM_SEND_RESULT : int {
+    SENDER_RUNNING = 0,
+    SENDER_NO_ENCODER = 1,          ///< for this codec and size
+    SENDER_NO_MEMORY = 2,           ///< for the frames that wait
+    SENDER_BAD_CONFIGURATION = -1,  ///< no such size, codec, rate or port
+    SENDER_NO_SOCKET = -2,          ///< the listening socket cannot be prepared
+    SENDER_PORT_TAKEN = -3,         ///< or not to be had
+    SENDER_UNUSABLE_KEY = -6,       ///< a key in the environment cannot be used
+};
+
 /// Sender of a network stream, with threads of its own; the destructor stops them.
 /// Threads: one at a time, but for isBusy, isRunning, carriesImu and counters, which any thread may call.
 class UDPOutput {
 public:
     virtual ~UDPOutput() = default;
 
-    /// 0 running; negative: set-up failed; positive: failed.
+    /// STREAM_SEND_RESULT.
     virtual int open(UDPOutConfig configuration) = 0;
     /// The live camera whose controls and poses are announced; may be null. It outlives the sender.
     virtual void setGrabber(LiveCameraGrabber* grabber) = 0;

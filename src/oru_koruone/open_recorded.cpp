@@ -8,8 +8,6 @@ namespace oru {
 namespace {
 
 constexpr const char* kReportedOperation = kOpenSignature;
-constexpr int kDamaged = 1;
-constexpr int kNotDecodable = 2;
 
 ERROR_CODE unreadable() {
     ORU_LOG(Error,
@@ -21,12 +19,12 @@ ERROR_CODE unreadable() {
 
 void logRepairFailure(int result) {
     switch (result) {
-        case 1:
+        case REPAIR_UNREADABLE:
             ORU_LOG(Debug,
                     "Failed to repair RLX file. Cannot read input file. Please check that the input path of the RLX is "
                     "correct");
             break;
-        case 2:
+        case REPAIR_NOT_WRITABLE:
             ORU_LOG(Debug,
                     "Failed to repair RLX file. Cannot create output file. Please check that you have permissions to "
                     "write in this folder");
@@ -57,13 +55,13 @@ ERROR_CODE CameraOneImpl::connectRecorded() {
     if (opening == rlxrw::kRlxModuleMissing) {
         return ORU_REPORT(NOT_SUPPORTED);
     }
-    if (opening == kNotDecodable) {
+    if (opening == rlxrw::RLX_NOT_DECODABLE) {
         ORU_LOG(Error,
                 "{} Cannot open RLX file due to unsupported compression. Make sure that NVENC is installed on your PC.",
                 kTagInit);
         return ORU_REPORT(RLX_CODEC_UNAVAILABLE);
     }
-    return opening == kDamaged ? repairRecorded() : SUCCESS;
+    return opening == rlxrw::RLX_DAMAGED ? repairRecorded() : SUCCESS;
 }
 
 ERROR_CODE CameraOneImpl::repairRecorded() {
@@ -71,11 +69,11 @@ ERROR_CODE CameraOneImpl::repairRecorded() {
         return unreadable();
     }
     ORU_LOG(Info, "Corruption detected in RLX file, attempting to auto-repair the file...");
-    if (const int result = rlxReader->repairFile(rlxPath.c_str(), "", true, false); result != 0) {
+    if (const int result = rlxReader->repairFile(rlxPath.c_str(), "", true, false); result != REPAIR_DONE) {
         logRepairFailure(result);
         return unreadable();
     }
-    if (rlxReader->open(rlxPath.c_str()) == kDamaged) {
+    if (rlxReader->open(rlxPath.c_str()) == rlxrw::RLX_DAMAGED) {
         return unreadable();
     }
     ORU_LOG(Info, "RLX auto-repair succeeded");

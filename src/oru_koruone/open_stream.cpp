@@ -9,7 +9,6 @@ namespace {
 
 constexpr const char* kReportedOperation = kOpenSignature;
 constexpr int32_t kDefaultPort = 30000;
-constexpr int kConnectionFailed = -5;
 
 }  // namespace
 
@@ -35,10 +34,10 @@ ERROR_CODE CameraOneImpl::connectStream() {
         return ORU_REPORT(NOT_SUPPORTED);
     }
     const int connected = streamInput->open(streamInputIp.c_str(), static_cast<unsigned short>(streamInputPort), 0);
-    if (connected == kConnectionFailed || connected > 0) {
+    if (connected == STREAM_NOT_DESCRIBED || connected > STREAM_CONNECTED) {
         return ORU_REPORT(FAILURE);
     }
-    if (connected < 0) {
+    if (connected < STREAM_CONNECTED) {
         return ORU_REPORT(STREAM_SETUP_FAILED);
     }
     return SUCCESS;

@@ -46,7 +46,7 @@ ERROR_CODE CameraOneImpl::enableStreaming(StreamingParameters parameters) {
     if (streamingEnabled.load(std::memory_order_acquire)) {
         disableStreaming();
     }
-    int status = 0;
+    int status = SENDER_RUNNING;
     {
         const MutexLock lock(outputMutex);
         streamingParameters = parameters;
@@ -60,14 +60,14 @@ ERROR_CODE CameraOneImpl::enableStreaming(StreamingParameters parameters) {
         status = streamOutput->open(senderConfiguration(fps));
         streamingEnabled.store(true, std::memory_order_release);
     }
-    if (status == 0) {
+    if (status == SENDER_RUNNING) {
         streamGrabber = grabber;
         streamOutput->setGrabber(grabber.get());
         return SUCCESS;
     }
     ORU_LOG(Error, "{} Cannot enable streaming: Err Code {}", kTagStreaming, status);
     disableStreaming();
-    return status < 0 ? STREAM_SETUP_FAILED : FAILURE;
+    return status < SENDER_RUNNING ? STREAM_SETUP_FAILED : FAILURE;
 }
 
 /// The target rate when it is valid for the source, else the source's.

@@ -36,7 +36,7 @@ struct RecordedFrame {
 /// What a scripted reader answers; the recorder shares it under another name in the log.
 struct RlxScript {
     std::deque<int> openings;  ///< then 0
-    int repair = 0;
+    int repair = REPAIR_DONE;
     int version = 2;
     HeaderScript v1;
     rlxrw::RlxHeaderV2 v2{31020002, 1920, 1080, 30.0F, false, false};
@@ -64,7 +64,7 @@ public:
 
     int open(const char* path) override {
         log.add("{} open {}", name, path);
-        int result = 0;
+        int result = rlxrw::RLX_OPENED;
         if (!script.openings.empty()) {
             result = script.openings.front();
             script.openings.pop_front();
@@ -159,7 +159,7 @@ public:
         script.mode = header.compression_mode;
         script.frames.clear();
         count = {};
-        return 0;
+        return rlxrw::RLX_CREATED;
     }
     int writeFrame(const rlxrw::RlxFrame& frame) override {
         script.frames.push_back({{frame.pixels, frame.pixels + frame.size},
@@ -169,7 +169,7 @@ public:
                                  {frame.packets, frame.packets + frame.packet_count}});
         ++count.produced;
         ++count.delivered;
-        return 0;
+        return rlxrw::RLX_WRITTEN;
     }
     [[nodiscard]] FrameCounters counters() const override { return count; }
 

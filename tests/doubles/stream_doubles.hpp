@@ -19,7 +19,7 @@ struct SentFrame {
 };
 
 struct StreamInputScript {
-    int opening = 0;
+    int opening = STREAM_CONNECTED;
     StreamDescription description{31020002, MODEL_MONO_2UM, 1001, 502, 1920, 1200, true, 1};
     int fps = 25;
     StreamImuPose pose;
@@ -121,7 +121,7 @@ private:
 };
 
 struct StreamOutputScript {
-    int opening = 0;
+    int opening = SENDER_RUNNING;
     bool busy = false;
     bool running = true;
     bool imu = true;

@@ -241,7 +241,7 @@ TEST(CameraRecording, PauseAndLowerRateLeaveFramesOut) {
     camera.module->disableRecording(camera.context());
 
     EXPECT_NEAR(static_cast<double>(camera.status.frames_written + camera.status.frames_dropped), 20.0, 1.0);
-    ASSERT_EQ(camera.reader->open(folder.path("a.rlx2").c_str()), 0);
+    ASSERT_EQ(camera.reader->open(folder.path("a.rlx2").c_str()), rlxrw::RLX_OPENED);
     EXPECT_EQ(camera.reader->v2()->fps, 10.0F);
 }
 
@@ -313,7 +313,7 @@ TEST_P(EveryMode, KilledRecorderLosesAtMostHalfASecond) {
 
         const RecordingRepair report = rlx::repairRecording(path, "", rlx::ImageCheck::TAIL);
 
-        ASSERT_EQ(report.result, 0);
+        ASSERT_EQ(report.result, REPAIR_DONE);
         EXPECT_GE(static_cast<double>(report.frames_recovered) + 30.0, static_cast<double>(count));
         const Played played = play(path, scene);
         EXPECT_EQ(played.times.size(), report.frames_recovered);

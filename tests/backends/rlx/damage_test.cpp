@@ -51,8 +51,9 @@ protected:
         writeBytes(damagedPath, damaged);
         CalibrationKeeper calibration;
         const auto file = makeRlxVideo(calibration);
-        ASSERT_EQ(file->open(damagedPath.c_str()), 1) << what;
-        ASSERT_EQ(file->repairFile(damagedPath.c_str(), "", true, false), frames > 0 ? 0 : 1) << what;
+        ASSERT_EQ(file->open(damagedPath.c_str()), rlxrw::RLX_DAMAGED) << what;
+        ASSERT_EQ(file->repairFile(damagedPath.c_str(), "", true, false), frames > 0 ? REPAIR_DONE : REPAIR_UNREADABLE)
+            << what;
         if (frames == 0) {
             ASSERT_EQ(readBytes(damagedPath), damaged) << what << ": touched";
             return;
@@ -134,7 +135,7 @@ TEST_P(EveryMode, FlippedBitsAreNoticedAndNeverDelivered) {
         }
         if (round % 8 == 0 && damaged != wholeBytes) {
             const RecordingRepair report = rlx::repairRecording(damagedPath, "", ImageCheck::ALL);
-            if (report.result == 0) {
+            if (report.result == REPAIR_DONE) {
                 ASSERT_EQ(rlx::verifyRecording(damagedPath).condition, Condition::INTACT) << what;
                 played = play(damagedPath, recordedScene);
                 ASSERT_EQ(played.open_result, 0) << what;
@@ -156,7 +157,7 @@ TEST_P(EveryMode, DamageInTheMiddleCostsOnlyTheFramesItTouches) {
     ASSERT_NO_FATAL_FAILURE(expectRepairs(damaged, kFrames - 4, "two holes"));
 
     const RecordingRepair report = rlx::repairRecording(damagedPath, testFolder.path("copy.rlx2"), ImageCheck::ALL);
-    EXPECT_EQ(report.result, 0);
+    EXPECT_EQ(report.result, REPAIR_DONE);
     EXPECT_EQ(report.frames_lost, 4U);
     const Played played = play(testFolder.path("copy.rlx2"), recordedScene);
     EXPECT_EQ(played.wrong_images + played.wrong_facts, 0U);
@@ -188,15 +189,16 @@ TEST(Repair, SaysWhatIsWrongAndTouchesNothingItCannotHelp) {
     writeBytes(folder.path("cut"), {bytes.begin(), bytes.end() - 1});
     record(folder.path("none"), scene, 0);
     std::filesystem::create_directory(folder.path("directory"));
+    using namespace rlxrw;
     const struct {
         const char* name;
         Condition condition;
         int code;
     } cases[] = {
-        {"whole.rlx2", Condition::INTACT, 0},    {"missing", Condition::MISSING, 1},
-        {"directory", Condition::NOT_A_FILE, 1}, {"empty", Condition::EMPTY, 1},
-        {"text", Condition::NOT_OURS, 1},        {"head", Condition::NO_WHOLE_FRAME, 1},
-        {"none", Condition::NO_WHOLE_FRAME, 1},  {"cut", Condition::CUT_OFF, 0},
+        {"whole.rlx2", Condition::INTACT, REPAIR_DONE},          {"missing", Condition::MISSING, REPAIR_UNREADABLE},
+        {"directory", Condition::NOT_A_FILE, REPAIR_UNREADABLE}, {"empty", Condition::EMPTY, REPAIR_UNREADABLE},
+        {"text", Condition::NOT_OURS, REPAIR_UNREADABLE},        {"head", Condition::NO_WHOLE_FRAME, REPAIR_UNREADABLE},
+        {"none", Condition::NO_WHOLE_FRAME, REPAIR_UNREADABLE},  {"cut", Condition::CUT_OFF, REPAIR_DONE},
     };
     for (const auto& sample : cases) {
         const std::string path = folder.path(sample.name);
@@ -208,7 +210,8 @@ TEST(Repair, SaysWhatIsWrongAndTouchesNothingItCannotHelp) {
         EXPECT_EQ(report.result, sample.code) << sample.name;
         EXPECT_EQ(readBytes(path) == before, sample.condition != Condition::CUT_OFF) << sample.name;
     }
-    EXPECT_EQ(rlx::repairRecording(whole, folder.path("text"), ImageCheck::TAIL).result, 2) << "an existing output";
+    EXPECT_EQ(rlx::repairRecording(whole, folder.path("text"), ImageCheck::TAIL).result, REPAIR_NOT_WRITABLE)
+        << "an existing output";
 }
 
 TEST(Repair, KeepsEveryFrameWhenTheHeadOfTheHeaderHasAnotherLength) {
@@ -244,7 +247,7 @@ TEST(Repair, KeepsEveryFrameWhenTheHeadOfTheHeaderHasAnotherLength) {
 
         const std::string output = folder.path(std::to_string(sample.serial));
         const RecordingRepair report = rlx::repairRecording(path, output, ImageCheck::ALL);
-        EXPECT_EQ(report.result, 0);
+        EXPECT_EQ(report.result, REPAIR_DONE);
         EXPECT_EQ(report.frames_recovered, 3U);
         EXPECT_EQ(rlx::verifyRecording(output).condition, Condition::INTACT);
         EXPECT_EQ(rlx::repairRecording(path, "", ImageCheck::ALL).result, sample.inPlace);
@@ -277,7 +280,7 @@ TEST(Repair, InterruptedAtAnyStepLeavesARepairableFile) {
             const RecordingRepair report = rlx::repairRecording(path, "", ImageCheck::TAIL);
 
             EXPECT_EQ(report.condition, Condition::UNFINISHED);
-            EXPECT_EQ(report.result, 0);
+            EXPECT_EQ(report.result, REPAIR_DONE);
             EXPECT_EQ(report.frames_recovered, 6U);
             EXPECT_EQ(readBytes(path), whole);
         }

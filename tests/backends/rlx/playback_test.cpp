@@ -12,7 +12,7 @@ constexpr uint64_t kSecond = 1'000'000'000;
 void recordTimes(const std::string& path, const Scene& scene, const std::vector<Timestamp>& times) {
     CalibrationKeeper calibration;
     const auto recorder = makeRlxVideo(calibration);
-    ASSERT_EQ(recorder->create(path.c_str(), scene.header()), 0);
+    ASSERT_EQ(recorder->create(path.c_str(), scene.header()), rlxrw::RLX_CREATED);
     for (std::size_t i = 0; i < times.size(); ++i) {
         const std::vector<unsigned char> image = scene.image(i);
         const std::vector<IMUPacket> packets = scene.packets(i);
@@ -22,7 +22,7 @@ void recordTimes(const std::string& path, const Scene& scene, const std::vector<
         frame.time = times[i];
         frame.packets = packets.data();
         frame.packet_count = packets.size();
-        ASSERT_EQ(recorder->writeFrame(frame), 0);
+        ASSERT_EQ(recorder->writeFrame(frame), rlxrw::RLX_WRITTEN);
     }
     recorder->close();
 }

@@ -20,7 +20,8 @@ int recordToFullDisk(const std::string& path, const Scene& scene, rlim_t bytes) 
     const rlimit limit{bytes, bytes};
     oru::rlx_test::CalibrationKeeper calibration;
     const auto recorder = oru::makeRlxVideo(calibration);
-    if (::setrlimit(RLIMIT_FSIZE, &limit) != 0 || recorder->create(path.c_str(), scene.header()) != 0) {
+    if (::setrlimit(RLIMIT_FSIZE, &limit) != 0 ||
+        recorder->create(path.c_str(), scene.header()) != oru::rlxrw::RLX_CREATED) {
         return 1;
     }
     int result = 0;

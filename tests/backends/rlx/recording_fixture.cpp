@@ -130,7 +130,7 @@ int writeSceneFrame(rlxrw::RLXVideo& recorder, const Scene& scene, uint64_t numb
 void record(const std::string& path, const Scene& scene, uint64_t count) {
     CalibrationKeeper calibration;
     const auto recorder = makeRlxVideo(calibration);
-    ASSERT_EQ(recorder->create(path.c_str(), scene.header()), 0);
+    ASSERT_EQ(recorder->create(path.c_str(), scene.header()), rlxrw::RLX_CREATED);
     for (uint64_t number = 0; number < count; ++number) {
         ASSERT_EQ(writeSceneFrame(*recorder, scene, number), 0) << number;
     }

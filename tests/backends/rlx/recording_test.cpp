@@ -59,7 +59,7 @@ TEST_P(EveryMode, SeeksExactlyForwardsAndBackwards) {
     OneFile own;
     const Scene scene{.fps = 10.0F, .mode = GetParam()};
     record(own.path, scene, 45);
-    ASSERT_EQ(own.file->open(own.path.c_str()), 0);
+    ASSERT_EQ(own.file->open(own.path.c_str()), rlxrw::RLX_OPENED);
     std::vector<unsigned char> image(std::size_t{scene.width} * scene.height * 2);
 
     for (const int frame : {3, 0, 44, 20, 21, 19, 9, 10, 11, 40, 0}) {
@@ -98,7 +98,7 @@ TEST(Recording, HeaderFactsComeBackAndTheCalibrationIsOffered) {
         const Scene scene{.version = version};
         record(own.path, scene, 1);
 
-        ASSERT_EQ(own.file->open(own.path.c_str()), 0);
+        ASSERT_EQ(own.file->open(own.path.c_str()), rlxrw::RLX_OPENED);
         const auto& reader = own.file;
 
         EXPECT_EQ(reader->getRLXVersion(), version);
@@ -124,13 +124,13 @@ TEST(Recording, KeepsItsFileFromReadersRepairAndOtherRecorders) {
     CalibrationKeeper calibration;
     const auto recorder = makeRlxVideo(calibration);
     const auto other = makeRlxVideo(calibration);
-    ASSERT_EQ(recorder->create(path.c_str(), scene.header()), 0);
+    ASSERT_EQ(recorder->create(path.c_str(), scene.header()), rlxrw::RLX_CREATED);
     ASSERT_EQ(writeSceneFrame(*recorder, scene, 0), 0);
     const std::vector<unsigned char> before = readBytes(path);
 
-    EXPECT_EQ(other->open(path.c_str()), 1);
-    EXPECT_EQ(other->repairFile(path.c_str(), "", true, false), 1);
-    EXPECT_EQ(other->create(path.c_str(), scene.header()), 1);
+    EXPECT_EQ(other->open(path.c_str()), rlxrw::RLX_DAMAGED);
+    EXPECT_EQ(other->repairFile(path.c_str(), "", true, false), REPAIR_UNREADABLE);
+    EXPECT_EQ(other->create(path.c_str(), scene.header()), rlxrw::RLX_NOT_CREATABLE);
 
     EXPECT_EQ(readBytes(path), before);
     recorder->close();
@@ -146,9 +146,12 @@ TEST(Recording, RefusesWhatItCannotCode) {
         std::string path;
         int result;
     } cases[] = {
-        {{.mode = RLX_MODE_8}, folder.path("a.rlx2"), 2}, {{.width = 63}, folder.path("b.rlx2"), 2},
-        {{.height = 0}, folder.path("c.rlx2"), 2},        {{.height = 47, .mode = RLX_H264}, folder.path("d.rlx2"), 2},
-        {{}, folder.path("missing/e.rlx2"), 1},           {{}, "/dev/null", 1},
+        {{.mode = RLX_MODE_8}, folder.path("a.rlx2"), rlxrw::RLX_NO_ENCODER},
+        {{.width = 63}, folder.path("b.rlx2"), rlxrw::RLX_NO_ENCODER},
+        {{.height = 0}, folder.path("c.rlx2"), rlxrw::RLX_NO_ENCODER},
+        {{.height = 47, .mode = RLX_H264}, folder.path("d.rlx2"), rlxrw::RLX_NO_ENCODER},
+        {{}, folder.path("missing/e.rlx2"), rlxrw::RLX_NOT_CREATABLE},
+        {{}, "/dev/null", rlxrw::RLX_NOT_CREATABLE},
     };
     for (const auto& sample : cases) {
         EXPECT_EQ(recorder->create(sample.path.c_str(), sample.scene.header()), sample.result) << sample.path;
@@ -162,13 +165,13 @@ TEST(Recording, TimesThatStandStillOrGoBackAreKept) {
     const Scene scene;
     const std::vector<unsigned char> image = scene.image(0);
     const std::vector<Timestamp> times{5'000'000'000, 5'000'000'000, 4'000'000'000, 0, 200'000'000'000, ~Timestamp{0}};
-    ASSERT_EQ(file->create(own.path.c_str(), scene.header()), 0);
+    ASSERT_EQ(file->create(own.path.c_str(), scene.header()), rlxrw::RLX_CREATED);
     for (const Timestamp time : times) {
-        ASSERT_EQ(writeImage(*file, image, time), 0);
+        ASSERT_EQ(writeImage(*file, image, time), rlxrw::RLX_WRITTEN);
     }
     file->close();
 
-    ASSERT_EQ(file->open(own.path.c_str()), 0);
+    ASSERT_EQ(file->open(own.path.c_str()), rlxrw::RLX_OPENED);
 
     for (std::size_t i = 0; i < times.size(); ++i) {
         std::vector<unsigned char> read(image.size());

@@ -50,10 +50,10 @@ double plainWrite(const std::string& path, const std::vector<unsigned char>& ima
 double recorderWrite(const std::string& path, const Scene& scene, const std::vector<unsigned char>& image) {
     CalibrationKeeper calibration;
     const auto recorder = makeRlxVideo(calibration);
-    EXPECT_EQ(recorder->create(path.c_str(), scene.header()), 0);
+    EXPECT_EQ(recorder->create(path.c_str(), scene.header()), rlxrw::RLX_CREATED);
     const double begin = cpuSeconds();
     for (uint64_t i = 0; i < kFramesOfARound; ++i) {
-        EXPECT_EQ(writeImage(*recorder, image, scene.time(i)), 0);
+        EXPECT_EQ(writeImage(*recorder, image, scene.time(i)), rlxrw::RLX_WRITTEN);
     }
     const double seconds = cpuSeconds() - begin;
     recorder->close();
@@ -85,18 +85,18 @@ TEST(Throughput, LongRecordingOpensAtOnceAndSeeksExactly) {
     const std::string path = folder.path("a.rlx2");
     CalibrationKeeper calibration;
     const auto file = makeRlxVideo(calibration);
-    ASSERT_EQ(file->create(path.c_str(), scene.header()), 0);
+    ASSERT_EQ(file->create(path.c_str(), scene.header()), rlxrw::RLX_CREATED);
     std::vector<unsigned char> image(16 * 2 * 2);
     for (int i = 0; i < kFrames; ++i) {
         std::copy_n(reinterpret_cast<const unsigned char*>(&i), sizeof i, image.begin());
-        ASSERT_EQ(writeImage(*file, image, scene.time(static_cast<uint64_t>(i))), 0);
+        ASSERT_EQ(writeImage(*file, image, scene.time(static_cast<uint64_t>(i))), rlxrw::RLX_WRITTEN);
     }
     file->close();
 
     std::vector<double> openings;
     for (int round = 0; round < 5; ++round) {
         const double begin = wallSeconds();
-        ASSERT_EQ(file->open(path.c_str()), 0);
+        ASSERT_EQ(file->open(path.c_str()), rlxrw::RLX_OPENED);
         openings.push_back(wallSeconds() - begin);
     }
 

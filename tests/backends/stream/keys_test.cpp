@@ -160,9 +160,9 @@ TEST_F(KeyedStream, DoesNotStartWithAKeyThatIsNoGood) {
     sender = makeStreamSender(*clock, senderTexts, false);
     auto receiver = makeReceiver();
 
-    EXPECT_EQ(sender->open(streamConfiguration(freePort())), -6);
+    EXPECT_EQ(sender->open(streamConfiguration(freePort())), SENDER_UNUSABLE_KEY);
     EXPECT_FALSE(sender->isRunning());
-    EXPECT_EQ(receiver->open("127.0.0.1", 30000, 0), -6);
+    EXPECT_EQ(receiver->open("127.0.0.1", 30000, 0), STREAM_UNUSABLE_KEY);
     EXPECT_TRUE(said(log, LogLevel::Error, "KORU_STREAM_PASSPHRASE", "10 to 79"));
 }
 

@@ -137,7 +137,10 @@ TEST_F(Loopback, OpenFailsInBoundedTimeWhereNobodySends) {
         const char* host;
         int port;
         int status;
-    } cases[] = {{"127.0.0.1", freePort(), -3}, {"", 30000, -1}, {"127.0.0.1", 0, -1}, {"no-such-host.invalid", 1, -2}};
+    } cases[] = {{"127.0.0.1", freePort(), STREAM_NO_ANSWER},
+                 {"", 30000, STREAM_BAD_ADDRESS},
+                 {"127.0.0.1", 0, STREAM_BAD_ADDRESS},
+                 {"no-such-host.invalid", 1, STREAM_UNKNOWN_HOST}};
     for (const auto& attempt : cases) {
         auto receiver = makeReceiver();
         const uint64_t begin = clock->monotonicNanoseconds();
@@ -152,7 +155,7 @@ TEST_F(Loopback, APortThatIsTakenIsRefused) {
 
     auto second = makeStreamSender(*clock, senderTexts, false);
 
-    EXPECT_LT(second->open(settings), 0);
+    EXPECT_EQ(second->open(settings), SENDER_PORT_TAKEN);
     EXPECT_FALSE(second->isRunning());
 }
 

@@ -24,7 +24,7 @@ struct RecordedFrame {
 std::vector<RecordedFrame> framesOf(const std::string& path) {
     std::vector<RecordedFrame> frames;
     const auto reader = CollaboratorFactory::processDefault()->makeRlxVideo(CollaboratorFactory::RlxRole::reader);
-    EXPECT_EQ(reader->open(path.c_str()), 0);
+    EXPECT_EQ(reader->open(path.c_str()), rlxrw::RLX_OPENED);
     const rlxrw::RlxHeaderV2* header = reader->v2();
     std::vector<unsigned char> pixels(header == nullptr ? 0
                                                         : std::size_t{2} * static_cast<std::size_t>(header->width) *

@@ -108,15 +108,17 @@ TEST_F(OpenRecorded, DamagedFileIsRepairedOrRefused) {
         ERROR_CODE expected;
         const char* lastInfo;
     };
+    using namespace rlxrw;
     constexpr const char* kTrying = "Corruption detected in RLX file, attempting to auto-repair the file...";
     constexpr const char* kFailed = "RLX auto-repair failed";
-    for (const Case& c : std::vector<Case>{{{1, 0}, 0, nullptr, SUCCESS, "RLX auto-repair succeeded"},
-                                           {{1, 1}, 0, nullptr, RLX_FILE_UNREADABLE, kTrying},
-                                           {{1}, 1, nullptr, RLX_FILE_UNREADABLE, kFailed},
-                                           {{1}, 2, nullptr, RLX_FILE_UNREADABLE, kFailed},
-                                           {{1}, 7, nullptr, RLX_FILE_UNREADABLE, kFailed},
-                                           {{1}, 0, "1", RLX_FILE_UNREADABLE, nullptr},
-                                           {{7}, 0, nullptr, SUCCESS, nullptr}}) {
+    for (const Case& c :
+         std::vector<Case>{{{RLX_DAMAGED, RLX_OPENED}, REPAIR_DONE, nullptr, SUCCESS, "RLX auto-repair succeeded"},
+                           {{RLX_DAMAGED, RLX_DAMAGED}, REPAIR_DONE, nullptr, RLX_FILE_UNREADABLE, kTrying},
+                           {{RLX_DAMAGED}, REPAIR_UNREADABLE, nullptr, RLX_FILE_UNREADABLE, kFailed},
+                           {{RLX_DAMAGED}, REPAIR_NOT_WRITABLE, nullptr, RLX_FILE_UNREADABLE, kFailed},
+                           {{RLX_DAMAGED}, 7, nullptr, RLX_FILE_UNREADABLE, kFailed},
+                           {{RLX_DAMAGED}, REPAIR_DONE, "1", RLX_FILE_UNREADABLE, nullptr},
+                           {{7}, REPAIR_DONE, nullptr, SUCCESS, nullptr}}) {
         SCOPED_TRACE(c.repair);
         const ScopedEnvironment off("KORU_SDK_DISABLE_AUTO_REPAIR_RLX", c.switchedOff);
         calls.clear();
@@ -135,7 +137,7 @@ TEST_F(OpenRecorded, DamagedFileIsRepairedOrRefused) {
 }
 
 TEST_F(OpenRecorded, FilesThatCannotBePlayedAreReported) {
-    factory->rlx.openings = {2};
+    factory->rlx.openings = {rlxrw::RLX_NOT_DECODABLE};
     EXPECT_EQ(openFile(), RLX_CODEC_UNAVAILABLE);
     factory->rlx.model = MODEL{12};
     EXPECT_EQ(openFile(), NOT_SUPPORTED);
@@ -194,13 +196,16 @@ TEST_F(OpenStream, FactsOfTheSenderBecomeTheCameras) {
 }
 
 TEST_F(OpenStream, ConnectionFailuresAreTold) {
-    for (const auto& [status, expected] : std::vector<std::pair<int, ERROR_CODE>>{
-             {-5, FAILURE}, {3, FAILURE}, {-1, STREAM_SETUP_FAILED}, {-6, STREAM_SETUP_FAILED}}) {
+    for (const auto& [status, expected] :
+         std::vector<std::pair<int, ERROR_CODE>>{{STREAM_NOT_DESCRIBED, FAILURE},
+                                                 {3, FAILURE},
+                                                 {STREAM_BAD_ADDRESS, STREAM_SETUP_FAILED},
+                                                 {STREAM_UNUSABLE_KEY, STREAM_SETUP_FAILED}}) {
         factory->streamInput.opening = status;
         EXPECT_EQ(openStream(), expected) << status;
         EXPECT_FALSE(camera->isOpened());
     }
-    factory->streamInput.opening = 0;
+    factory->streamInput.opening = STREAM_CONNECTED;
     factory->streamInput.description.model = MODEL_UNKNOWN;
     EXPECT_EQ(openStream(), NOT_SUPPORTED);
 }

@@ -138,8 +138,8 @@ TEST_F(Streaming, SecondEnableReplacesTheSender) {
 }
 
 TEST_F(Streaming, SenderThatDoesNotOpenIsDestroyed) {
-    for (const auto& [status, expected] :
-         std::vector<std::pair<int, ERROR_CODE>>{{-3, STREAM_SETUP_FAILED}, {2, FAILURE}}) {
+    for (const auto& [status, expected] : std::vector<std::pair<int, ERROR_CODE>>{
+             {SENDER_PORT_TAKEN, STREAM_SETUP_FAILED}, {SENDER_NO_MEMORY, FAILURE}}) {
         openAt(30);
         factory->streamOutput.opening = status;
         calls.clear();

@@ -126,7 +126,7 @@ int RecordingSession::writeSlot(Slot& slot) {
 
 void RecordingSession::noteWritten(int result, uint64_t nanoseconds) {
     writeNs = writeNs == 0 ? nanoseconds : (writeNs * (kMeanWeight - 1) + nanoseconds) / kMeanWeight;
-    if (result == 0) {
+    if (result == rlxrw::RLX_WRITTEN) {
         ++currentStatus.frames_written;
     } else {
         failed = true;

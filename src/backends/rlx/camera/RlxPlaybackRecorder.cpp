@@ -284,8 +284,8 @@ ERROR_CODE RlxPlaybackRecorder::enableRecording(CameraFrameContext camera, const
         return INVALID_PARAMETER;
     }
     const RlxRecordingHeader header = headerFor(camera, parameters, source);
-    if (const int result = camera.recorder.create(path.c_str(), header); result != 0) {
-        return result == 2 ? RLX_CODEC_UNAVAILABLE : INVALID_PARAMETER;
+    if (const int result = camera.recorder.create(path.c_str(), header); result != rlxrw::RLX_CREATED) {
+        return result == rlxrw::RLX_NO_ENCODER ? RLX_CODEC_UNAVAILABLE : INVALID_PARAMETER;
     }
     session = std::make_unique<RecordingSession>(camera.recorder, header, systemClock);
     rate.start(parameters.target_fps, source.fps);

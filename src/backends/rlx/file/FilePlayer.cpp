@@ -11,9 +11,6 @@ namespace oru::rlx {
 
 namespace {
 
-constexpr int kOpened = 0;
-constexpr int kDamaged = 1;
-constexpr int kNotDecodable = 2;
 constexpr int kReadWaitMs = 200;
 constexpr std::size_t kMaxPassedOver = 65'536;
 
@@ -30,7 +27,7 @@ int FilePlayer::open(const std::string& path) {
         ORU_LOG(Warning, "{} {} {}", kTagInit, path, describe(condition));
         openedFile = OpenedFile{};
         indexEntries.clear();
-        return kDamaged;
+        return rlxrw::RLX_DAMAGED;
     }
     auto decoder = makeDecoder(openedFile.header.facts, openedFile.header.codec_private);
     if (decoder == nullptr) {
@@ -38,7 +35,7 @@ int FilePlayer::open(const std::string& path) {
                 static_cast<int>(openedFile.header.facts.compression_mode));
         openedFile = OpenedFile{};
         indexEntries.clear();
-        return kNotDecodable;
+        return rlxrw::RLX_NOT_DECODABLE;
     }
     frameDecoder = std::make_unique<FrameDecoder>(openedFile, indexEntries, std::move(decoder));
     deliveredFrames = lateFrames = damagedFrames = undecodedFrames = 0;
@@ -48,7 +45,7 @@ int FilePlayer::open(const std::string& path) {
     }
     restartAt(0);
     worker = std::thread([this] { decodeAhead(); });
-    return kOpened;
+    return rlxrw::RLX_OPENED;
 }
 
 void FilePlayer::close() {

@@ -23,7 +23,7 @@ public:
     FilePlayer(const FilePlayer&) = delete;
     FilePlayer& operator=(const FilePlayer&) = delete;
 
-    /// 0 opened, 1 damaged or unreadable (the log says what), 2 compression not decodable here.
+    /// rlxrw::RLX_OPEN_RESULT; the log says what is damaged.
     [[nodiscard]] int open(const std::string& path);
     void close();
     [[nodiscard]] bool isOpen() const { return worker.joinable(); }

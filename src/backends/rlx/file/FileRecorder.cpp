@@ -21,9 +21,6 @@ constexpr uint64_t kNanosecondsPerMillisecond = 1'000'000;
 constexpr std::chrono::milliseconds kSyncPeriod{500};
 constexpr std::size_t kFirstFramesDropped = 1;
 
-enum CreateResult { CREATED = 0, NOT_CREATABLE = 1, NO_ENCODER = 2 };
-enum WriteResult { WRITTEN = 0, CANNOT_GROW = 1, ENCODER_FAILED = 2 };
-
 uint64_t newRecordingId() {
     std::random_device source;
     return (uint64_t{source()} << 32) | source();
@@ -44,7 +41,7 @@ int FileRecorder::create(const std::string& path, const rlxrw::RlxRecordingHeade
     if (encoder == nullptr) {
         ORU_LOG(Error, "{} No encoder for RLX compression mode {} at {}x{}", kTagKoru,
                 static_cast<int>(facts.compression_mode), facts.width, facts.height);
-        return NO_ENCODER;
+        return rlxrw::RLX_NO_ENCODER;
     }
     fileHeader = {facts, newRecordingId(), encoder->codecPrivate()};
     pendingFrames.resize(kMaxPending);
@@ -59,14 +56,14 @@ int FileRecorder::create(const std::string& path, const rlxrw::RlxRecordingHeade
     if (!openFile(path)) {
         ORU_LOG(Error, "{} Cannot create {}: {}", kTagKoru, path, std::strerror(errno));
         file.close();
-        return NOT_CREATABLE;
+        return rlxrw::RLX_NOT_CREATABLE;
     }
     {
         const MutexLock lock(syncMutex);
         stopRequested = false;
     }
     syncer = std::thread([this] { syncWhileOpen(); });
-    return CREATED;
+    return rlxrw::RLX_CREATED;
 }
 
 bool FileRecorder::openFile(const std::string& path) {
@@ -94,10 +91,10 @@ FrameRecord& FileRecorder::pendingSlot() {
 int FileRecorder::writeFrame(const rlxrw::RlxFrame& frame) {
     const std::size_t expected = std::size_t{fileHeader.facts.width} * fileHeader.facts.height * 2;
     if (!isOpen() || writeFailed || syncFailed.load(std::memory_order_relaxed)) {
-        return CANNOT_GROW;
+        return rlxrw::RLX_CANNOT_GROW;
     }
     if (frame.pixels == nullptr || frame.size != expected || nextNumber - firstPending >= kMaxPending) {
-        return ENCODER_FAILED;
+        return rlxrw::RLX_ENCODER_FAILED;
     }
     offeredFrames.fetch_add(1, std::memory_order_relaxed);
     FrameRecord& record = pendingSlot();
@@ -111,9 +108,9 @@ int FileRecorder::writeFrame(const rlxrw::RlxFrame& frame) {
     record.packets.assign(frame.packets, frame.packets + frame.packet_count);
     const bool coded = encoder->encode(frame.pixels, record.number, sink);
     if (writeFailed) {
-        return CANNOT_GROW;
+        return rlxrw::RLX_CANNOT_GROW;
     }
-    return coded ? WRITTEN : ENCODER_FAILED;
+    return coded ? rlxrw::RLX_WRITTEN : rlxrw::RLX_ENCODER_FAILED;
 }
 
 void FileRecorder::describeImage(const CodedImage& image, FrameRecord& frame) {

@@ -24,9 +24,9 @@ public:
     FileRecorder(const FileRecorder&) = delete;
     FileRecorder& operator=(const FileRecorder&) = delete;
 
-    /// 0 ok, 1 not creatable, 2 no encoder for the mode. An existing file is emptied.
+    /// rlxrw::RLX_CREATE_RESULT. An existing file is emptied.
     [[nodiscard]] int create(const std::string& path, const rlxrw::RlxRecordingHeader& facts);
-    /// 0 written, 1 the file cannot grow, 2 the encoder failed. After a failure only close() makes sense.
+    /// rlxrw::RLX_WRITE_RESULT.
     [[nodiscard]] int writeFrame(const rlxrw::RlxFrame& frame);
     /// Ends the file: playable and complete, if need be without its last frames when the disk is full.
     void close();

@@ -101,7 +101,7 @@ int RlxFile::open(const char* path) {
     close();
     countsRecording = false;
     const int result = player.open(path);
-    if (result == 0) {
+    if (result == rlxrw::RLX_OPENED) {
         const RlxRecordingHeader& head = facts();
         versionOne.set(head);
         versionTwo = {head.serial_number, static_cast<int>(head.width), static_cast<int>(head.height),
@@ -135,9 +135,9 @@ int RlxFile::repairFile(const char* in, const char* out, bool reopen, bool allIm
         std::vector<rlx::IndexEntry> entries;
         const bool whole =
             repaired.condition == rlx::Condition::INTACT && rlx::loadIndex(repaired, entries) == rlx::Condition::INTACT;
-        return whole ? 0 : 1;
+        return whole ? REPAIR_DONE : REPAIR_UNREADABLE;
     }
-    return 0;
+    return REPAIR_DONE;
 }
 
 rlxrw::IRLXWriter* RlxFile::v1() {
@@ -164,7 +164,7 @@ const Matrix4f* RlxFile::getIMUCamTransform() {
 int RlxFile::create(const char* path, const RlxRecordingHeader& header) {
     close();
     const int result = recorder.create(path, header);
-    recording = result == 0;
+    recording = result == rlxrw::RLX_CREATED;
     countsRecording = true;
     return result;
 }

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "backends/rlx/file/scan.hpp"
+#include "collaborators/RLXVideo.hpp"
 
 namespace oru::rlx {
 

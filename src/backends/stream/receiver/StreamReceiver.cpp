@@ -26,12 +26,6 @@ constexpr uint8_t kVersionWithImu = 5;
 
 constexpr uint64_t kLookNs = 50 * kMillisecond;
 
-constexpr int kBadKey = -6;
-constexpr int kNotDescribed = -5;
-constexpr int kKeyRefused = -4;
-constexpr int kNotConnected = -3;
-constexpr int kUnknownHost = -2;
-constexpr int kBadAddress = -1;
 constexpr int kRefused = -1;
 constexpr int kUnknown = -1;
 
@@ -76,17 +70,17 @@ int StreamReceiver::open(String ip, unsigned short port, int /*unused*/) {
     const uint64_t deadline = clock.monotonicNanoseconds() + kOpenNs;
     if (ip.empty() || port == 0) {
         ORU_LOG(Error, "{} \"{}\" port {} is no address of a stream", kTagStreaming, ip.get(), port);
-        return kBadAddress;
+        return STREAM_BAD_ADDRESS;
     }
     const auto found = keysFromEnvironment();
     if (!found) {
-        return kBadKey;
+        return STREAM_UNUSABLE_KEY;
     }
     keys = *found;
     const auto address = resolve(ip.get(), port, kResolveMs);
     if (!address) {
         ORU_LOG(Error, "{} the host {} is not known", kTagStreaming, ip.get());
-        return kUnknownHost;
+        return STREAM_UNKNOWN_HOST;
     }
     {
         const MutexLock lock(mutex);
@@ -104,7 +98,7 @@ int StreamReceiver::open(String ip, unsigned short port, int /*unused*/) {
     decoding = std::jthread([this](const std::stop_token& stop) { decodeLoop(stop); });
     keyWarned = false;
     opened = true;
-    return 0;
+    return STREAM_CONNECTED;
 }
 
 std::string StreamReceiver::keyRefusal() const {
@@ -114,11 +108,11 @@ std::string StreamReceiver::keyRefusal() const {
 int StreamReceiver::complainUnanswered(const std::string& address, const std::string& refusal, bool connected) {
     if (!refusal.empty()) {
         ORU_LOG(Error, "{} {} refuses this receiver: {}", kTagStreaming, address, refusal);
-        return kKeyRefused;
+        return STREAM_KEY_REFUSED;
     }
     ORU_LOG(Error, "{} {} {}", kTagStreaming, connected ? "no camera describes itself at" : "no stream answers at",
             address);
-    return connected ? kNotDescribed : kNotConnected;
+    return connected ? STREAM_NOT_DESCRIBED : STREAM_NO_ANSWER;
 }
 
 bool StreamReceiver::awaitDescription(uint64_t deadline) {

@@ -18,11 +18,6 @@ constexpr uint64_t kKeyFrameEveryNs = 200 * kMillisecond;
 constexpr uint64_t kAdaptEveryNs = 500 * kMillisecond;
 constexpr int kRoomMs = 100;
 
-constexpr int kBadConfiguration = -1;
-constexpr int kBadKey = -6;
-constexpr int kNoEncoder = 1;
-constexpr int kNoMemory = 2;
-
 uint64_t drawSession() {
     std::random_device device;
     return static_cast<uint64_t>(device()) << 32 | device();
@@ -61,11 +56,11 @@ int StreamSender::open(UDPOutConfig configuration) {
     if (!acceptable(configuration)) {
         ORU_LOG(Error, "{} a stream of {} x {} pixels at {} kbit/s on port {} is not possible", kTagStreaming,
                 configuration.width, configuration.height, configuration.bitrate, configuration.port);
-        return kBadConfiguration;
+        return SENDER_BAD_CONFIGURATION;
     }
     const auto keys = keysFromEnvironment();
     if (!keys) {
-        return kBadKey;
+        return SENDER_UNUSABLE_KEY;
     }
     settings = configuration;
     const uint64_t session = drawSession();
@@ -80,11 +75,11 @@ int StreamSender::open(UDPOutConfig configuration) {
     transmitter = std::make_unique<FrameTransmitter>(*subscribers, *describer, samples, session);
     bitrateControl = std::make_unique<BitrateControl>(configuration.bitrate);
     if (!frameQueue.allocate(configuration.width, configuration.height)) {
-        return kNoMemory;
+        return SENDER_NO_MEMORY;
     }
     if (!transmitter->open(configuration)) {
         ORU_LOG(Error, "{} no encoder for {}", kTagStreaming, configuration.codec == DENSE_CODEC ? "H.265" : "H.264");
-        return kNoEncoder;
+        return SENDER_NO_ENCODER;
     }
     {
         const MutexLock lock(pacingMutex);
@@ -92,7 +87,7 @@ int StreamSender::open(UDPOutConfig configuration) {
         pacer = LoadPacer(configuration.fps);
     }
     startedNs = clock.monotonicNanoseconds();
-    if (const int status = subscribers->open(configuration.port, configuration.chunk_size); status != 0) {
+    if (const int status = subscribers->open(configuration.port, configuration.chunk_size); status != SENDER_RUNNING) {
         return status;
     }
     ORU_LOG(Info, "{} sending on port {} with {}; viewing {}, control {}", kTagStreaming, configuration.port,
@@ -101,7 +96,7 @@ int StreamSender::open(UDPOutConfig configuration) {
     bitrateNow.store(configuration.bitrate, std::memory_order_relaxed);
     running.store(true, std::memory_order_release);
     encoding = std::jthread([this](const std::stop_token& stop) { encodeLoop(stop); });
-    return 0;
+    return SENDER_RUNNING;
 }
 
 void StreamSender::setGrabber(LiveCameraGrabber* grabber) {

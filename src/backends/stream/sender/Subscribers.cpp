@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "collaborators/UDPOutput.hpp"
 #include "logging/log.hpp"
 #include "logging/messages.hpp"
 
@@ -27,8 +28,6 @@ Subscribers::~Subscribers() {
 }
 
 int Subscribers::open(uint16_t port, std::size_t bytesAtOnce) {
-    constexpr int kNoSocket = -2;
-    constexpr int kPortTaken = -3;
     batchBytes = std::max<std::size_t>(1, bytesAtOnce / kMessageBytes) * kMessageBytes;
     listener.reset(srt_create_socket());
     const bool ready = listener.valid() && setCommonOptions(listener) &&
@@ -37,7 +36,7 @@ int Subscribers::open(uint16_t port, std::size_t bytesAtOnce) {
                        listener.set(SRTO_SNDBUF, kSendBufferBytes) && listener.set(SRTO_RCVBUF, kReceiveBufferBytes);
     if (!ready) {
         ORU_LOG(Error, "{} cannot prepare the stream socket: {}", kTagStreaming, lastSrtError());
-        return kNoSocket;
+        return SENDER_NO_SOCKET;
     }
     accessControl.guard(listener.get());
     sockaddr_in address{};
@@ -48,11 +47,11 @@ int Subscribers::open(uint16_t port, std::size_t bytesAtOnce) {
         srt_listen(listener.get(), kPendingConnections) != 0) {
         ORU_LOG(Error, "{} cannot listen on port {}: {}", kTagStreaming, port, lastSrtError());
         listener.reset();
-        return kPortTaken;
+        return SENDER_PORT_TAKEN;
     }
     poll.watch(listener.get(), SRT_EPOLL_IN | SRT_EPOLL_ERR);
     thread = std::jthread([this](const std::stop_token& stop) { serve(stop); });
-    return 0;
+    return SENDER_RUNNING;
 }
 
 void Subscribers::close() {

@@ -41,7 +41,7 @@ public:
     Subscribers& operator=(const Subscribers&) = delete;
 
     /// `bytesAtOnce`: how much one receiver gets at a stretch before the next one has its turn.
-    /// 0, or a negative number: the port cannot be had.
+    /// STREAM_SEND_RESULT.
     int open(uint16_t port, std::size_t bytesAtOnce);
     void close();
 
