@@ -16,14 +16,23 @@ endif()
 
 add_library(oru_warnings INTERFACE)
 set(warnings -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wno-sign-conversion -Wnon-virtual-dtor
-    -Woverloaded-virtual -Wold-style-cast -Wundef -Werror)
+    -Woverloaded-virtual -Wold-style-cast -Wundef)
+set(cuda_warnings -Xcompiler=-Wall,-Wextra,-Wno-sign-conversion)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    # A constructor's parameter may bear the name of the member that it sets; clang's -Wshadow allows it anyway.
+    list(APPEND warnings -Wno-shadow -Wshadow=local)
+endif()
+if(ORU_WARNINGS_AS_ERRORS)
+    list(APPEND warnings -Werror)
+    list(PREPEND cuda_warnings -Werror=all-warnings)
+endif()
 target_compile_options(oru_warnings INTERFACE
     "$<$<COMPILE_LANGUAGE:CXX>:${warnings}>"
-    "$<$<COMPILE_LANGUAGE:CUDA>:-Werror=all-warnings;-Xcompiler=-Wall,-Wextra,-Wno-sign-conversion>")
+    "$<$<COMPILE_LANGUAGE:CUDA>:${cuda_warnings}>")
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
-    # At -O3 GCC 12 takes the growth path of an inlined std::vector::insert for an overflow.
+    # At -O3 GCC 12 takes the growth path of an inlined std::vector::insert for an overflow or overread.
     target_compile_options(oru_warnings INTERFACE
-        "$<$<COMPILE_LANGUAGE:CXX>:-Wno-stringop-overflow;-Wno-array-bounds;-Wno-restrict>")
+        "$<$<COMPILE_LANGUAGE:CXX>:-Wno-stringop-overflow;-Wno-stringop-overread;-Wno-array-bounds;-Wno-restrict>")
 endif()
 if(CMAKE_CXX_COMPILER_ID MATCHES Clang)
     target_compile_options(oru_warnings INTERFACE
