@@ -21,11 +21,11 @@ std::string reasonOf(int result) {
 
 }  // namespace
 
-void Mp4Muxer::CloseOutput::operator()(AVFormatContext* output) const {
-    if (output->pb != nullptr) {
-        (void)avio_closep(&output->pb);
+void Mp4Muxer::CloseOutput::operator()(AVFormatContext* context) const {
+    if (context->pb != nullptr) {
+        (void)avio_closep(&context->pb);
     }
-    avformat_free_context(output);
+    avformat_free_context(context);
 }
 
 Mp4Muxer::Mp4Muxer() : packet(av_packet_alloc()) {}
