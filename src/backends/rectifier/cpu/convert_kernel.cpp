@@ -32,6 +32,7 @@ struct ChromaShares {
 
 HWY_BEFORE_NAMESPACE();
 namespace oru::rectifier::HWY_NAMESPACE {
+namespace {
 #if ORU_HAS_BLOCKS
 
 constexpr int kVectorBytes = static_cast<int>(hn::MaxLanes(D8()));
@@ -255,6 +256,7 @@ void drawRows(const YuyvFrame& frame, const ViewTarget& target, bool flipped, bo
 }
 
 #endif
+}  // namespace
 }  // namespace oru::rectifier::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();
 

@@ -13,6 +13,7 @@
 
 HWY_BEFORE_NAMESPACE();
 namespace oru::rectifier::HWY_NAMESPACE {
+namespace {
 
 /// Two pixels of four columns of two rows.
 void halvePair(const unsigned char* upper, const unsigned char* lower, unsigned char* out) {
@@ -128,6 +129,7 @@ void halveLuma(const YuyvFrame& frame, unsigned char* output, std::size_t output
     }
 }
 
+}  // namespace
 }  // namespace oru::rectifier::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();
 

@@ -18,6 +18,7 @@
 
 HWY_BEFORE_NAMESPACE();
 namespace oru::rectifier::HWY_NAMESPACE {
+namespace {
 #if ORU_HAS_BLOCKS
 
 template <int kGroup>
@@ -257,6 +258,7 @@ bool hasTiles() {
 }
 
 #endif
+}  // namespace
 }  // namespace oru::rectifier::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();
 
