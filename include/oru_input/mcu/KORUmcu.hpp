@@ -18,7 +18,9 @@ public:
     virtual IMUPacket getIMUPose(int index) = 0;
     /// The IMU-to-camera pose, translation in millimetres.
     virtual Transform getIMUCameraTransform() = 0;
-    /// The samples later than `from` and not later than `to` (nanoseconds), in time order, each once.
+    /// The samples later than `from` and not later than `to` (nanoseconds), in the order in which they were measured.
+    /// After the clock was set back, as when `from` is later than `to`: all that came since the last call, so that none
+    /// is lost. Called by the thread that grabs.
     virtual std::vector<IMUPacket> getIMUPacketBatch(unsigned long from, unsigned long to) = 0;
     virtual unsigned int getMCUFirmwareVersion() = 0;
     /// The sensor device is open and delivers samples.

@@ -45,18 +45,28 @@ TEST(VirtualMcuRing, StaysBoundedAndKeepsTheNewestWithoutGap) {
     }
 }
 
-TEST(VirtualMcuRing, StaysInOrderWhenTheClockIsSetBack) {
-    McuRig rig;
-    rig.clock.now += kSecond;
-    (void)rig.mcu.getIMUPose(0);
-    rig.axis.step(-static_cast<int64_t>(kSecond / 2));
-    rig.clock.now += kSecond;
+TEST(VirtualMcuRing, LosesNoSampleWhenTheClockIsSetBack) {
+    for (const uint64_t step : {kSecond / 2, kSecond / 50, 30 * kSecond}) {
+        SCOPED_TRACE(step);
+        McuRig rig;
+        Timestamp last = 0;
+        std::size_t total = 0;
+        const auto grabAfter = [&](uint64_t pause) {
+            rig.clock.now += pause;
+            const Timestamp image = rig.axis.stamp(rig.axis.elapsed());
+            total += rig.mcu.getIMUPacketBatch(last, image).size();
+            last = image;
+        };
+        grabAfter(kSecond);
+        ASSERT_EQ(total, 401U);
+        rig.clock.now += kSecond / 100;
+        (void)rig.mcu.getIMUPose(0);  // four of the interval come before the step
 
-    const auto batch = rig.mcu.getIMUPacketBatch(0, ~0UL);
-
-    ASSERT_GT(batch.size(), 400U);
-    for (std::size_t i = 1; i < batch.size(); ++i) {
-        ASSERT_GT(batch[i].imu_timestamp, batch[i - 1].imu_timestamp);
+        rig.axis.step(-static_cast<int64_t>(step));
+        grabAfter(kSecond / 50);
+        EXPECT_EQ(total, 413U) << "of the interval of the step";
+        grabAfter(kSecond);
+        EXPECT_EQ(total, 813U) << "and each once";
     }
 }
 

@@ -36,6 +36,8 @@ void VirtualMcu::start(const TimeAxis& axis, InertialSource& source, const Optio
     ring.resize(kRingPackets);
     firstPacket = 0;
     packetCount = 0;
+    firstOfRun = numberOfNext;
+    firstNotHanded = numberOfNext;
     mounting = source.mounting();
     imuCalibration = source.calibration();
 }
@@ -102,28 +104,37 @@ Transform VirtualMcu::getIMUCameraTransform() {
 std::vector<IMUPacket> VirtualMcu::getIMUPacketBatch(unsigned long from, unsigned long to) {
     const MutexLock lock(mutex);
     advance();
-    // Stamps rise along the ring, so both ends are found by halving.
-    const auto countUpTo = [this](uint64_t time) ORU_REQUIRES(mutex) {
-        std::size_t low = 0;
-        std::size_t high = packetCount;
-        while (low < high) {
-            const std::size_t middle = (low + high) / 2;
-            if (packetAt(middle).imu_timestamp <= time) {
-                low = middle + 1;
-            } else {
-                high = middle;
-            }
-        }
-        return low;
-    };
+    const bool clockWentBack = from > to || firstNotHanded < firstOfRun;
+    const std::size_t begin = clockWentBack ? ageOrderOf(firstNotHanded) : firstLaterThan(from);
+    const std::size_t end = firstLaterThan(to);
     std::vector<IMUPacket> batch;
-    const std::size_t begin = countUpTo(from);
-    const std::size_t end = countUpTo(to);
     batch.reserve(end > begin ? end - begin : 0);
     for (std::size_t i = begin; i < end; ++i) {
         batch.push_back(packetAt(i));
     }
+    firstNotHanded = std::max(firstNotHanded, numberOfNext - packetCount + end);
     return batch;
+}
+
+/// Of the packets since the clock was last set back; their stamps rise, so the place is found by halving.
+std::size_t VirtualMcu::firstLaterThan(uint64_t time) const {
+    std::size_t low = ageOrderOf(firstOfRun);
+    std::size_t high = packetCount;
+    while (low < high) {
+        const std::size_t middle = (low + high) / 2;
+        if (packetAt(middle).imu_timestamp <= time) {
+            low = middle + 1;
+        } else {
+            high = middle;
+        }
+    }
+    return low;
+}
+
+/// Where a packet stands among those kept; 0 for one that is no longer there.
+std::size_t VirtualMcu::ageOrderOf(uint64_t number) const {
+    const uint64_t oldest = numberOfNext - packetCount;
+    return number > oldest ? static_cast<std::size_t>(number - oldest) : 0;
 }
 
 unsigned int VirtualMcu::getMCUFirmwareVersion() {
@@ -151,9 +162,8 @@ void VirtualMcu::advance() {
 }
 
 void VirtualMcu::append(const IMUPacket& packet) {
-    // After a clock set backwards, what is stamped later than the present would come out of order.
-    while (packetCount > 0 && packetAt(packetCount - 1).imu_timestamp >= packet.imu_timestamp) {
-        --packetCount;
+    if (packetCount > 0 && packetAt(packetCount - 1).imu_timestamp >= packet.imu_timestamp) {
+        firstOfRun = numberOfNext;
     }
     if (packetCount == ring.size()) {
         firstPacket = (firstPacket + 1) % ring.size();
@@ -161,6 +171,7 @@ void VirtualMcu::append(const IMUPacket& packet) {
     }
     ring[(firstPacket + packetCount) % ring.size()] = packet;
     ++packetCount;
+    ++numberOfNext;
 }
 
 const IMUPacket& VirtualMcu::packetAt(std::size_t ageOrder) const {

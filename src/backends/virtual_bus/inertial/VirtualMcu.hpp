@@ -55,6 +55,8 @@ private:
     void addEnvironment(const InertialSample& sample, IMUPacket& packet) const ORU_REQUIRES(mutex);
     [[nodiscard]] int imagesIn(uint64_t elapsed) const ORU_REQUIRES(mutex);
     [[nodiscard]] const IMUPacket& packetAt(std::size_t ageOrder) const ORU_REQUIRES(mutex);
+    [[nodiscard]] std::size_t ageOrderOf(uint64_t number) const ORU_REQUIRES(mutex);
+    [[nodiscard]] std::size_t firstLaterThan(uint64_t time) const ORU_REQUIRES(mutex);
 
     Mutex mutex;
     const TimeAxis* timeAxis ORU_GUARDED_BY(mutex) = nullptr;
@@ -64,6 +66,9 @@ private:
     std::vector<IMUPacket> ring ORU_GUARDED_BY(mutex);
     std::size_t firstPacket ORU_GUARDED_BY(mutex) = 0;
     std::size_t packetCount ORU_GUARDED_BY(mutex) = 0;
+    uint64_t numberOfNext ORU_GUARDED_BY(mutex) = 0;    // packets are numbered as they come
+    uint64_t firstOfRun ORU_GUARDED_BY(mutex) = 0;      // stamps rise from here on: the clock was set back before it
+    uint64_t firstNotHanded ORU_GUARDED_BY(mutex) = 0;  // by getIMUPacketBatch
     Mounting mounting ORU_GUARDED_BY(mutex);
     ImuCalibration imuCalibration ORU_GUARDED_BY(mutex);
 };
