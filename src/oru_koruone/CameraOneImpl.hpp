@@ -65,8 +65,8 @@ public:
     ERROR_CODE enableStreaming(StreamingParameters parameters);
     void disableStreaming();
     [[nodiscard]] String getControlRefusal();
-    [[nodiscard]] bool isStreamingEnabled();
-    [[nodiscard]] StreamingParameters getStreamingParameters();
+    [[nodiscard]] bool isStreamingEnabled() ORU_EXCLUDES(outputMutex);
+    [[nodiscard]] StreamingParameters getStreamingParameters() ORU_EXCLUDES(outputMutex);
     [[nodiscard]] StreamingStatus getStreamingStatus() ORU_EXCLUDES(outputMutex);
 
     ERROR_CODE enableRecording(const RecordingParameters& parameters);
@@ -117,7 +117,13 @@ private:
     ERROR_CODE repairRecorded();
     void checkRealTime();
     ERROR_CODE askRecorded(InputFacts& facts);
-    bool readRecordedHeader(InputFacts& facts);
+    struct RecordedHeader {
+        int32_t serial_number = 0;
+        Resolution image_size;
+        float fps = 0.0F;
+        bool flipped = false;  ///< a version-1 file does not say
+    };
+    [[nodiscard]] RecordedHeader readRecordedHeader() const;
     void selectStream();
     ERROR_CODE connectStream();
     ERROR_CODE askStream(InputFacts& facts);
@@ -146,7 +152,10 @@ private:
     void updateIMUdata() ORU_EXCLUDES(imuMutex);
     [[nodiscard]] rlxrw::RLXVideo* activeRecorder();
     [[nodiscard]] bool hasRecordingModule() const { return playbackRecorder && rlxReader && rlxRecorder; }
-    [[nodiscard]] CameraFrameContext frameContext();
+    [[nodiscard]] CameraFrameContext frameContext() { return frameContext(streamOutput.get()); }
+    [[nodiscard]] CameraFrameContext frameContext(UDPOutput* sender);
+    /// For what may run beside enableStreaming and disableStreaming: names no sender.
+    [[nodiscard]] CameraFrameContext queryContext() { return frameContext(nullptr); }
     [[nodiscard]] rlxrw::RlxRecordingHeader recordingSource();
     [[nodiscard]] bool isPlayingRecording() const { return inputMode == INPUT_MODE_RECORDED && hasRecordingModule(); }
     [[nodiscard]] float liveFrameRate() const;
@@ -192,9 +201,9 @@ private:
     ERROR_CODE writeStreamRegion(const Rect& region, bool reset);
 
     // streaming
-    [[nodiscard]] uint32_t streamFps(uint32_t source) const;
-    void completeStreamingParameters(uint32_t fps);
-    [[nodiscard]] UDPOutConfig senderConfiguration(uint32_t fps) const;
+    [[nodiscard]] uint32_t streamFps(uint32_t source) const ORU_REQUIRES(outputMutex);
+    void completeStreamingParameters(uint32_t fps) ORU_REQUIRES(outputMutex);
+    [[nodiscard]] UDPOutConfig senderConfiguration(uint32_t fps) const ORU_REQUIRES(outputMutex);
 
     std::shared_ptr<CollaboratorFactory> collaborators;  // shared: a Mat of the application may outlive the camera
     std::atomic<bool> opened{false};
@@ -209,7 +218,7 @@ private:
     Mutex outputMutex;
     bool imageFlipped = false;
     std::map<VIDEO_SETTINGS, int> settingsCache;
-    float sharpnessFactor = 1.0F;
+    float sharpnessFactor = 1.0F;  // read beside the setters: relaxed
     Mat image;
     RESOLUTION resolution = RESOLUTION_LAST;
     Resolution imageSize;
@@ -242,8 +251,8 @@ private:
     std::unique_ptr<rlxrw::RLXVideo> rlxReader;
     std::string rlxPath;
     std::shared_ptr<LiveCameraGrabber> streamGrabber;  // what the sender was given; let go right after the sender
-    std::unique_ptr<UDPOutput> streamOutput;
-    StreamingParameters streamingParameters;
+    std::unique_ptr<UDPOutput> streamOutput;           // replaced under outputMutex, never beside grab()
+    StreamingParameters streamingParameters ORU_GUARDED_BY(outputMutex);
     std::atomic<bool> streamingEnabled{false};
     std::unique_ptr<UDPInput> streamInput;
     std::string streamInputIp;

@@ -83,13 +83,15 @@ void ActualFrameRateInspector::update(Timestamp now) {
     storeRelaxed(currentFps, 0.0F);
     const Timestamp last = lastGrabTime;
     lastGrabTime = now;
-    if (last <= kEarliestGrabNs || now < last) {
+    if (last > kEarliestGrabNs && now >= last) {
+        appendBounded(intervalsMs, maxIntervals, intervalMs(last, now));
+    }
+    if (intervalsMs.empty()) {
         return;
     }
-    appendBounded(intervalsMs, maxIntervals, intervalMs(last, now));
     const auto sum = std::accumulate(intervalsMs.begin(), intervalsMs.end(), uint64_t{0});
     const float mean = static_cast<float>(sum) / static_cast<float>(intervalsMs.size());
-    storeRelaxed(currentFps, 1000.0F / mean);
+    storeRelaxed(currentFps, mean > 0.0F ? 1000.0F / mean : std::numeric_limits<float>::infinity());
 }
 
 }  // namespace oru

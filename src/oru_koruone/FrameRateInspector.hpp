@@ -34,7 +34,8 @@ public:
 /// Measures the rate at which the application grabs. Threads: the grabbing thread; others may read currentFps.
 class ActualFrameRateInspector {
 public:
-    /// A grab succeeded at `now` (nanoseconds). A clock that goes backwards gives no interval.
+    /// A grab succeeded at `now` (nanoseconds). A clock that goes backwards gives no interval: the
+    /// rate is then that of the intervals before it.
     void update(Timestamp now);
 
     float currentFps = 0.0F;

@@ -29,7 +29,7 @@ struct InputFacts {
     std::optional<RESOLUTION> resolution;
     std::optional<int32_t> fps;
     std::optional<float> sharpness_factor;
-    std::optional<bool> flipped;  ///< counts where the application left the flip to the input
+    std::optional<bool> flipped;  ///< counts where the application left the flip to the input; nobody knows: false
     std::optional<ImuCalibration> imu_calibration;
     bool has_imu = false;
 };

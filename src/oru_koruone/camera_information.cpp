@@ -65,7 +65,7 @@ void CameraOneImpl::describeImu(CameraDescription& description) {
         return;
     }
     Eigen::Matrix4f pose = scaled(imuToCamera(), unitFactor);
-    const bool unturned = imuSource == INPUT_MODE_RECORDED && cameraInformation.serial_number == kUnturnedSerial;
+    const bool unturned = imuSource == INPUT_MODE_RECORDED && readRecordedHeader().serial_number == kUnturnedSerial;
     if (!unturned) {
         pose = coordinateTransform.inverse() * pose * coordinateTransform;
     }

@@ -59,7 +59,7 @@ void CameraOneImpl::handleRLXFrameRecording() {
     }
 }
 
-CameraFrameContext CameraOneImpl::frameContext() ORU_NO_THREAD_SAFETY_ANALYSIS {
+CameraFrameContext CameraOneImpl::frameContext(UDPOutput* sender) ORU_NO_THREAD_SAFETY_ANALYSIS {
     return {image,
             frameRateInspector.currentTimestamp,
             currentImu,
@@ -67,7 +67,7 @@ CameraFrameContext CameraOneImpl::frameContext() ORU_NO_THREAD_SAFETY_ANALYSIS {
             *rlxReader,
             *activeRecorder(),
             streamInput.get(),
-            streamOutput.get(),
+            sender,
             recordingEnabled,
             streamingEnabled,
             recordingStateFlag,

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <utility>
 
 #include "collaborators/kit_functions.hpp"
@@ -5,6 +6,7 @@
 #include "logging/messages.hpp"
 #include "oru/controls.hpp"
 #include "oru_koruone/input_operations.hpp"
+#include "oru_koruone/relaxed.hpp"
 #include "oru_koruone/settings_kinds.hpp"
 
 namespace oru {
@@ -40,7 +42,7 @@ constinit const CameraOneImpl::InputOperations CameraOneImpl::kLiveInput{
     .next_image = [](CameraOneImpl& camera, bool flag) { return camera.nextImageOfGMSL(flag); },
     .counters = [](CameraOneImpl& camera) { return camera.grabber ? camera.grabber->counters() : FrameCounters{}; },
     .frame_rate = [](const CameraOneImpl& camera) { return camera.liveFrameRate(); },
-    .source_fps = [](const CameraOneImpl& camera) { return static_cast<uint32_t>(camera.cameraFps); },
+    .source_fps = [](const CameraOneImpl& camera) { return static_cast<uint32_t>(std::max(0, camera.cameraFps)); },
     .take_imu_packets = [](CameraOneImpl& camera, Timestamp imageTime) { return camera.takeLivePackets(imageTime); },
     .imu_to_camera = [](const CameraOneImpl& camera) { return camera.liveImuToCamera(); },
     .fetch_current_sample = [](CameraOneImpl& camera, IMUPacket& sample,
@@ -172,13 +174,13 @@ bool CameraOneImpl::writeLiveSharpness(int value, bool automatic) {
         return false;
     }
     int sent = automatic ? kDefaultSharpness : value;
-    sharpnessFactor = 1.0F;
+    storeRelaxed(sharpnessFactor, 1.0F);
     if (type == INPUT_TYPE_NONE) {
         const bool sharperModel = cameraModel == MODEL{2} || cameraModel == MODEL{3};
         if (automatic && sharperModel) {
             sent = kDefaultSharpness + 1;
         }
-        sharpnessFactor = sharpnessFactorOf(sent);
+        storeRelaxed(sharpnessFactor, sharpnessFactorOf(sent));
     }
     (void)grabber->setGrabberSettingsValue(SHARPNESS, sent, false);
     return true;

@@ -4,6 +4,7 @@
 #include "collaborators/kit_functions.hpp"
 #include "logging/log.hpp"
 #include "logging/messages.hpp"
+#include "oru_koruone/clamped.hpp"
 #include "oru_koruone/input_operations.hpp"
 #include "tables/tables.hpp"
 
@@ -24,12 +25,14 @@ constinit const CameraOneImpl::InputOperations CameraOneImpl::kRecordedInput{
     .next_image = [](CameraOneImpl& camera, bool flag) { return camera.nextImageOfRLX(flag); },
     .counters =
         [](CameraOneImpl& camera) {
-            return camera.hasRecordingModule() ? camera.playbackRecorder->counters(camera.frameContext())
+            return camera.hasRecordingModule() ? camera.playbackRecorder->counters(camera.queryContext())
                                                : FrameCounters{};
         },
     .frame_rate = [](const CameraOneImpl& camera) { return camera.recordedFps(); },
     .source_fps =
-        [](const CameraOneImpl& camera) { return static_cast<uint32_t>(std::max(0.0F, camera.recordedFps())); },
+        [](const CameraOneImpl& camera) {
+            return static_cast<uint32_t>(std::max(0, clampedTo<int32_t>(camera.recordedFps())));
+        },
     .take_imu_packets =
         [](CameraOneImpl& camera, Timestamp) {
             return camera.rlxReader ? camera.rlxReader->getFrameIMUPackets() : std::vector<IMUPacket>();
@@ -48,10 +51,14 @@ constinit const CameraOneImpl::InputOperations CameraOneImpl::kRecordedInput{
 };
 
 ERROR_CODE CameraOneImpl::askRecorded(InputFacts& facts) {
-    const bool flipped = readRecordedHeader(facts);
+    const RecordedHeader header = readRecordedHeader();
+    facts.serial_number = header.serial_number;
+    facts.model = rlxReader->getCameraModel();
+    facts.described_model = facts.model;
     if (!isDrivenModel(*facts.model)) {
         return NOT_SUPPORTED;
     }
+    facts.image_size = header.image_size;
     facts.resolution = resolutionOf(*facts.image_size);
     initParameters.requested_resolution = *facts.resolution;
     if (initParameters.rlx_real_time) {
@@ -60,10 +67,10 @@ ERROR_CODE CameraOneImpl::askRecorded(InputFacts& facts) {
     facts.camera_firmware = static_cast<uint32_t>(rlxReader->getCameraFwVersion());
     facts.sensors_firmware = static_cast<uint32_t>(rlxReader->getIMUDataVersion());
     facts.has_imu = rlxReader->hasIMUData();
-    facts.fps = static_cast<int32_t>(recordedFps());
+    facts.fps = clampedTo<int32_t>(recordedFps());
     facts.sharpness_factor = static_cast<float>(1.0 + 0.5 * rlxReader->getSharpenIntVal());
     facts.imu_calibration = rlxReader->getImuCalib();
-    facts.flipped = flipped;
+    facts.flipped = header.flipped;
     rlxReader->setPosition(kWarmUpFrame);
     rlxReader->setPosition(0);
     return SUCCESS;
@@ -86,33 +93,24 @@ void CameraOneImpl::checkRealTime() {
     }
 }
 
-/// Serial number, model and size; true when the file says that the image is flipped.
-bool CameraOneImpl::readRecordedHeader(InputFacts& facts) {
-    bool flipped = false;
-    facts.serial_number = 0;
-    facts.image_size = Resolution{};
-    if (rlxrw::IRLXWriter* header = rlxReader->v1(); header != nullptr) {
-        facts.serial_number = header->getSerialNumber();
-        facts.image_size = {static_cast<uint64_t>(header->getWidth()), static_cast<uint64_t>(header->getHeight())};
-    } else if (const rlxrw::RlxHeaderV2* second = rlxReader->v2(); second != nullptr) {
-        facts.serial_number = second->serial_number;
-        facts.image_size = {static_cast<uint64_t>(second->width), static_cast<uint64_t>(second->height)};
-        flipped = second->flipped;
+/// All zero without a file.
+CameraOneImpl::RecordedHeader CameraOneImpl::readRecordedHeader() const {
+    if (!rlxReader) {
+        return {};
     }
-    facts.model = rlxReader->getCameraModel();
-    facts.described_model = facts.model;
-    return flipped;
+    if (rlxrw::IRLXWriter* first = rlxReader->v1(); first != nullptr) {
+        const Resolution size{static_cast<uint64_t>(first->getWidth()), static_cast<uint64_t>(first->getHeight())};
+        return {first->getSerialNumber(), size, first->getfps(), false};
+    }
+    if (const rlxrw::RlxHeaderV2* second = rlxReader->v2(); second != nullptr) {
+        const Resolution size{static_cast<uint64_t>(second->width), static_cast<uint64_t>(second->height)};
+        return {second->serial_number, size, second->fps, second->flipped};
+    }
+    return {};
 }
 
 float CameraOneImpl::recordedFps() const {
-    if (!rlxReader) {
-        return 0.0F;
-    }
-    if (rlxrw::IRLXWriter* header = rlxReader->v1(); header != nullptr) {
-        return header->getfps();
-    }
-    const rlxrw::RlxHeaderV2* header = rlxReader->v2();
-    return header == nullptr ? 0.0F : header->fps;
+    return readRecordedHeader().fps;
 }
 
 Eigen::Matrix4f CameraOneImpl::recordedImuToCamera() const {

@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "oru_koruone/input_operations.hpp"
+#include "oru_koruone/relaxed.hpp"
 #include "oru_koruone/settings_kinds.hpp"
 #include "tables/tables.hpp"
 
@@ -106,7 +107,7 @@ ERROR_CODE CameraOneImpl::readStreamSetting(VIDEO_SETTINGS setting, int& value) 
 ERROR_CODE CameraOneImpl::writeStreamSetting(VIDEO_SETTINGS setting, int value, bool automatic) {
     if (setting == SHARPNESS) {
         const int sent = automatic ? 0 : value;
-        sharpnessFactor = sharpnessFactorOf(sent);
+        storeRelaxed(sharpnessFactor, sharpnessFactorOf(sent));
         if (streamInput) {
             (void)streamInput->setGrabberSettingsValue(SHARPNESS, sent, false);
         }

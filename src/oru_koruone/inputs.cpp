@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include "oru_koruone/input_operations.hpp"
 
 namespace oru {
@@ -5,7 +7,7 @@ namespace oru {
 /// Before the first open(): the rate and the controls are those of a live camera whose device is not there yet.
 constinit const CameraOneImpl::InputOperations CameraOneImpl::kNoInput{
     .frame_rate = [](const CameraOneImpl& camera) { return camera.liveFrameRate(); },
-    .source_fps = [](const CameraOneImpl& camera) { return static_cast<uint32_t>(camera.cameraFps); },
+    .source_fps = [](const CameraOneImpl& camera) { return static_cast<uint32_t>(std::max(0, camera.cameraFps)); },
     .has_own_sharpness = true,
     .read_setting = [](CameraOneImpl& camera, VIDEO_SETTINGS setting,
                        int& value) { return camera.readLiveSetting(setting, value); },

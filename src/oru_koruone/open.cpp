@@ -55,7 +55,9 @@ ERROR_CODE CameraOneImpl::open(const InitParametersOne& params) {
         return selected;
     }
     setCoordinateTransform();
-    imageFlipped = initParameters.image_flip == 1;  // the automatic setting is measured by the bring-up
+    if (initParameters.image_flip != kAutomaticFlip) {
+        imageFlipped = initParameters.image_flip == 1;
+    }
     if (const ERROR_CODE connected = input().connect(*this); connected != SUCCESS) {
         return connected;
     }
@@ -80,8 +82,8 @@ ERROR_CODE CameraOneImpl::adoptFacts() {
     adopt(cameraFps, facts.fps);
     adopt(sharpnessFactor, facts.sharpness_factor);
     adopt(imuCalibration, facts.imu_calibration);
-    if (initParameters.image_flip == kAutomaticFlip) {
-        adopt(imageFlipped, facts.flipped);
+    if (initParameters.image_flip == kAutomaticFlip && (facts.flipped || asked == SUCCESS)) {
+        imageFlipped = facts.flipped.value_or(false);
     }
     if (facts.has_imu) {
         imuSource = inputMode;

@@ -2,6 +2,7 @@
 
 #include "oru_koruone/CameraOneImpl.hpp"
 #include "oru_koruone/addresses.hpp"
+#include "oru_koruone/clamped.hpp"
 #include "oru_koruone/report.hpp"
 #include "tables/tables.hpp"
 
@@ -82,7 +83,7 @@ ERROR_CODE CameraOneImpl::selectLiveDevice(bool& hdrAdjusted) {
     }
     const long number = std::strtol(initParameters.input.first().c_str(), nullptr, 10);
     if (initParameters.input.kind() == KIND_GMSL_ID) {
-        cameraId = static_cast<int32_t>(number);
+        cameraId = clampedTo<int32_t>(static_cast<double>(number));
     } else if (const ERROR_CODE found = findDeviceBySerial(static_cast<uint32_t>(number)); found != SUCCESS) {
         return found;
     }

@@ -27,8 +27,7 @@ ERROR_CODE CameraOneImpl::connectStream() {
     if (streamInputPort < 0 || streamInputPort > std::numeric_limits<unsigned short>::max()) {
         return ORU_REPORT(INVALID_PARAMETER);
     }
-    // The first receiver goes before the next one connects.
-    streamInput.reset();
+    // The next receiver exists before the first one goes, which is before the next one connects.
     streamInput = collaborators->makeStreamInput(initParameters.verbosity != 0);
     if (!streamInput) {
         return ORU_REPORT(NOT_SUPPORTED);

@@ -80,12 +80,12 @@ ERROR_CODE CameraOneImpl::setRLXPositionAt(Timestamp time) {
 
 int CameraOneImpl::getRLXPosition() {
     ORU_RETURN_IF_CLOSED(0);
-    return isPlayingRecording() ? playbackRecorder->getRLXPosition(frameContext()) : 0;
+    return isPlayingRecording() ? playbackRecorder->getRLXPosition(queryContext()) : 0;
 }
 
 int CameraOneImpl::getRLXNumberOfFrames() {
     ORU_RETURN_IF_CLOSED(0);
-    return isPlayingRecording() ? playbackRecorder->getRLXNumberOfFrames(frameContext()) : 0;
+    return isPlayingRecording() ? playbackRecorder->getRLXNumberOfFrames(queryContext()) : 0;
 }
 
 }  // namespace oru

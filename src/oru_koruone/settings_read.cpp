@@ -1,6 +1,8 @@
 #include <tuple>
 
+#include "oru_koruone/clamped.hpp"
 #include "oru_koruone/input_operations.hpp"
+#include "oru_koruone/relaxed.hpp"
 #include "oru_koruone/report.hpp"
 #include "oru_koruone/settings_kinds.hpp"
 
@@ -24,7 +26,7 @@ ERROR_CODE CameraOneImpl::getCameraSettings(VIDEO_SETTINGS setting, int& value) 
 
 /// The device's value on a live camera; elsewhere the factor that the file or the sender gave.
 ERROR_CODE CameraOneImpl::readSharpness(int& value) {
-    value = static_cast<int>(2.0 * (static_cast<double>(sharpnessFactor) - 1.0));
+    value = clampedTo<int>(2.0 * (static_cast<double>(loadRelaxed(sharpnessFactor)) - 1.0));
     if (input().has_own_sharpness && grabber && grabber->inputType() == GMSL) {
         value = grabber->getGrabberSettingsValue(SHARPNESS);
     }

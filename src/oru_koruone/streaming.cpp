@@ -1,5 +1,6 @@
 #include <algorithm>
 
+#include "oru_koruone/clamped.hpp"
 #include "oru_koruone/input_operations.hpp"
 #include "oru_koruone/report.hpp"
 #include "utils/env_var.hpp"
@@ -88,7 +89,7 @@ uint32_t CameraOneImpl::streamFps(uint32_t source) const {
 void CameraOneImpl::completeStreamingParameters(uint32_t fps) {
     StreamingParameters& p = streamingParameters;
     if (p.gop_size <= 0) {
-        p.gop_size = static_cast<int32_t>(2 * fps);
+        p.gop_size = clampedTo<int32_t>(2.0 * fps);
     }
     clampToMost("gop_size", p.gop_size, kLongestGop);
     clampToMost("chunk_size", p.chunk_size, kLargestChunk);
@@ -132,11 +133,13 @@ void CameraOneImpl::disableStreaming() {
 
 bool CameraOneImpl::isStreamingEnabled() {
     ORU_RETURN_IF_CLOSED(false);
+    const MutexLock lock(outputMutex);
     return streamingEnabled.load(std::memory_order_acquire) && streamOutput && streamOutput->isRunning();
 }
 
 StreamingParameters CameraOneImpl::getStreamingParameters() {
     ORU_RETURN_IF_CLOSED(StreamingParameters{});
+    const MutexLock lock(outputMutex);
     return streamingParameters;
 }
 

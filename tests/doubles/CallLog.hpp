@@ -3,6 +3,7 @@
 #include <fmt/core.h>
 
 #include <algorithm>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -12,11 +13,14 @@ namespace oru::doubles {
 /// What the camera called on its collaborators, in order.
 class CallLog {
 public:
-    /// Neither formats nor allocates while `listening` is false.
+    /// Neither formats nor allocates while `listening` is false. Throws at a call that begins with `failing`.
     template <class... Values>
     void add(fmt::format_string<Values...> call, Values&&... values) {
         if (listening) {
             calls.push_back(fmt::format(call, std::forward<Values>(values)...));
+            if (!failing.empty() && calls.back().starts_with(failing)) {
+                throw std::runtime_error(calls.back());
+            }
         }
     }
     void clear() { calls.clear(); }
@@ -29,6 +33,7 @@ public:
     }
 
     bool listening = true;
+    std::string failing;  ///< empty: none
 
 private:
     std::vector<std::string> calls;

@@ -21,6 +21,7 @@ struct CameraOneImplTestAccess {
     CameraOneImpl& camera;
 
     [[nodiscard]] auto& image() { return camera.image; }
+    [[nodiscard]] auto& imageSize() { return camera.imageSize; }
     [[nodiscard]] auto& cameraFps() { return camera.cameraFps; }
     [[nodiscard]] auto& resolution() { return camera.resolution; }
     [[nodiscard]] auto& inputMode() { return camera.inputMode; }

@@ -122,7 +122,7 @@ TEST_F(Grab, RateIsMeanedOverTheLastTenIntervals) {
 
     factory->scriptedClock.now -= 500'000'000U;
     ASSERT_EQ(camera->grab(), SUCCESS);
-    EXPECT_EQ(camera->getCurrentFPS(), 0.0F) << "a clock that goes back gives no interval";
+    EXPECT_FLOAT_EQ(camera->getCurrentFPS(), 50.0F) << "a clock that goes back gives no interval";
     factory->scriptedClock.now += 20'000'000U;
     ASSERT_EQ(camera->grab(), SUCCESS);
     EXPECT_FLOAT_EQ(camera->getCurrentFPS(), 50.0F);

@@ -130,7 +130,8 @@ TEST_F(CameraInformation, RecordedPoseIsTakenWhenItIsARigidTransform) {
     factory->rlx.v2.serial_number = 502;
     writeCalibration(502, doubles::kCalibrationOfFamily2);
     ASSERT_EQ(openFile(), SUCCESS);
-    EXPECT_FLOAT_EQ(camera->getCameraInformation({}).sensors.imu_to_camera(1, 3), 7.0F);
+    inside.information().serial_number = 31020002;
+    EXPECT_FLOAT_EQ(camera->getCameraInformation({}).sensors.imu_to_camera(1, 3), 7.0F) << "the reader's number counts";
 
     factory->rlx.imuToCamera.value()(0, 0) = 2.0F;
     EXPECT_EQ(camera->getCameraInformation({}).sensors.imu_to_camera, Transform());

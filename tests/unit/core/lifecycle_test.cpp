@@ -1,3 +1,5 @@
+#include <functional>
+
 #include "doubles/camera_fixture.hpp"
 
 namespace oru {
@@ -93,15 +95,56 @@ TEST_F(Lifecycle, DestructorTakesNeighboursDownInReverseOrder) {
     EXPECT_TRUE(calls.has("cudaStreamDestroy"));
 }
 
-TEST_F(Lifecycle, ExceptionOfANeighbourLeavesEveryLockFree) {
-    ASSERT_EQ(openLive(), SUCCESS);
-    factory->grabber.onWait = [] { throw std::runtime_error("driver"); };
+TEST_F(Lifecycle, ExceptionOfACollaboratorPassesThroughAndLeavesEveryLockFree) {
+    factory->grabber.pixels.resize(1920 * 1200 * 2);
+    const auto enableStreaming = [this] { (void)camera->enableStreaming({}); };
+    const auto grab = [this] { (void)camera->grab(); };
+    const std::vector<std::pair<const char*, std::function<void()>>> cases{
+        {"waitForNewFrame", grab},
+        {"getPixels", grab},
+        {"getIMUPacketBatch", grab},
+        {"ingestIMU", grab},
+        {"send", grab},
+        {"recorder writeCurrentIMU", grab},
+        {"handleRLXFrameRecording", grab},
+        {"process", grab},
+        {"getView",
+         [this] {
+             Mat view;
+             (void)camera->retrieveImage(view, RECTIFIED, CPU, {});
+         }},
+        {"getIMUPose",
+         [this] {
+             SensorsData data;
+             (void)camera->getSensorsData(data, CURRENT);
+         }},
+        {"set 6", [this] { (void)camera->setCameraSettings(GAIN, 1); }},
+        {"setROI", [this] { (void)camera->setCameraSettings(AEC_AGC_ROI, Rect{}, false); }},
+        {"makeStreamOutput", enableStreaming},
+        {"setGrabber", enableStreaming},
+        {"enableRecording", [this] { (void)camera->enableRecording({}); }},
+        {"disableRecording", [this] { camera->disableRecording(); }},
+        {"getGrabberList", [this] { (void)camera->getDeviceList(); }},
+        {"setUp", [this] { (void)openLive(); }},
+        {"makeGrabber", [this] { (void)openLive(); }},
+        {"closeGrabber", [this] { (void)camera->close(); }},
+    };
+    factory->grabber.mcu.batch.resize(1);
+    factory->grabber.mcu.batch.front().imu_timestamp = 1;
+    for (const auto& [call, operation] : cases) {
+        SCOPED_TRACE(call);
+        ASSERT_EQ(openLive(), SUCCESS);
+        ASSERT_EQ(camera->enableRecording({}), SUCCESS);
+        ASSERT_EQ(camera->enableStreaming({}), SUCCESS);
 
-    EXPECT_THROW((void)camera->grab(), std::runtime_error);
-    EXPECT_TRUE(everyMutexIsFree());
+        calls.failing = call;
+        EXPECT_THROW(operation(), std::runtime_error);
+        calls.failing.clear();
 
-    factory->grabber.onWait = nullptr;
-    EXPECT_EQ(camera->grab(), SUCCESS);
+        EXPECT_TRUE(everyMutexIsFree());
+        ASSERT_EQ(openLive(), SUCCESS);
+        EXPECT_EQ(camera->grab(), SUCCESS);
+    }
 }
 
 TEST_F(Lifecycle, RebootResetsOnlyLiveCamerasAndReportsPositiveResults) {

@@ -1,3 +1,5 @@
+#include <limits>
+
 #include "doubles/camera_fixture.hpp"
 
 namespace oru {
@@ -45,6 +47,42 @@ TEST_F(OpenRecorded, RecordedFlipIsTakenWhenAutomatic) {
     parameters.image_flip = 0;
     ASSERT_EQ(openFile(), SUCCESS);
     EXPECT_FALSE(inside.imageFlipped());
+}
+
+TEST_F(OpenRecorded, AutomaticFlipIsLeftToTheBringUp) {
+    parameters.image_flip = 1;
+    ASSERT_EQ(openFile(), SUCCESS);
+    parameters.image_flip = 2;
+
+    factory->rlx.openings = {rlxrw::RLX_NOT_DECODABLE};
+    EXPECT_EQ(openFile(), RLX_CODEC_UNAVAILABLE);
+    EXPECT_TRUE(inside.imageFlipped()) << "no bring-up came that far";
+
+    factory->grabber.hasMcu = false;
+    parameters.input = {};
+    ASSERT_EQ(openLive(), SUCCESS);
+    EXPECT_FALSE(inside.imageFlipped()) << "nothing measures it";
+}
+
+TEST_F(OpenRecorded, RatesThatNoCameraHasAreCountedWithinAnInteger) {
+    constexpr float kInfinity = std::numeric_limits<float>::infinity();
+    constexpr int kMost = std::numeric_limits<int>::max();
+    for (const auto& [rate, counted, sent] :
+         std::vector<std::tuple<float, int, int>>{{std::numeric_limits<float>::quiet_NaN(), 0, 0},
+                                                  {kInfinity, kMost, kMost},
+                                                  {-kInfinity, std::numeric_limits<int>::min(), 0},
+                                                  {3e9F, kMost, kMost},
+                                                  {-1.5F, -1, 0},
+                                                  {29.97F, 29, 29}}) {
+        SCOPED_TRACE(rate);
+        factory->rlx.v2.fps = rate;
+        ASSERT_EQ(openFile(), SUCCESS);
+        EXPECT_EQ(inside.cameraFps(), counted);
+        ASSERT_EQ(camera->enableStreaming({}), SUCCESS);
+        EXPECT_EQ(factory->streamOutput.configuration.fps, sent);
+        EXPECT_LE(factory->streamOutput.configuration.gop_size, 256);
+        EXPECT_GE(factory->streamOutput.configuration.gop_size, 0);
+    }
 }
 
 TEST_F(OpenRecorded, HomeReplacesTheFirstTilde) {
@@ -141,6 +179,7 @@ TEST_F(OpenRecorded, FilesThatCannotBePlayedAreReported) {
     EXPECT_EQ(openFile(), RLX_CODEC_UNAVAILABLE);
     factory->rlx.model = MODEL{12};
     EXPECT_EQ(openFile(), NOT_SUPPORTED);
+    EXPECT_EQ(inside.imageSize(), Resolution{}) << "the model comes before the size";
     factory->rlx.model = MODEL_MONO_2UM;
     factory->rlx.v2.width = 0;
     EXPECT_EQ(openFile(), DEVICE_SETUP_FAILED);
@@ -214,7 +253,8 @@ TEST_F(OpenStream, NextOpenEndsTheReceiver) {
     ASSERT_EQ(openStream(), SUCCESS);
     calls.clear();
     ASSERT_EQ(openStream(), SUCCESS);
-    EXPECT_LT(calls.at("~streamInput"), calls.at("makeStreamInput false"));
+    EXPECT_LT(calls.at("makeStreamInput false"), calls.at("~streamInput"));
+    EXPECT_LT(calls.at("~streamInput"), calls.at("connect 10.0.0.7 30010 0"));
 
     calls.clear();
     parameters.input = {};

@@ -166,6 +166,9 @@ TEST_F(Settings, StreamForwardsToTheSendingCamera) {
     EXPECT_EQ(calls.count("stream set 8 -1 true"), 1);
     EXPECT_EQ(camera->setCameraSettings(SHARPNESS, 5), SUCCESS);
     EXPECT_EQ(read(SHARPNESS), 5);
+    constexpr int kLeast = std::numeric_limits<int>::min();
+    EXPECT_EQ(camera->setCameraSettings(SHARPNESS, kLeast), SUCCESS);
+    EXPECT_EQ(read(SHARPNESS), kLeast) << "what the factor stands for does not fit";
     EXPECT_EQ(camera->setCameraSettings(SHARPNESS, -1), SUCCESS);
     EXPECT_TRUE(calls.has("stream set 4 0 false"));
     EXPECT_EQ(read(SHARPNESS), 0);

@@ -119,6 +119,10 @@ TEST_F(Streaming, SourceWithoutARateStillStreams) {
     ASSERT_EQ(openStream(), SUCCESS);
     ASSERT_EQ(camera->enableStreaming({}), SUCCESS);
     EXPECT_EQ(sent().fps, 0) << "a negative announced rate counts as none";
+    parameters.input = {};
+    openAt(-30);
+    ASSERT_EQ(camera->enableStreaming({}), SUCCESS);
+    EXPECT_EQ(sent().fps, 0) << "so does a device's";
 }
 
 TEST_F(Streaming, SecondEnableReplacesTheSender) {
