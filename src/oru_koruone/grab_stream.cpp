@@ -13,8 +13,7 @@ FrameStatus CameraOneImpl::nextImageOfStream(bool /*flag*/) {
     if (!streamInput) {
         return SOURCE_UNAVAILABLE;
     }
-    const bool relaying = streamingEnabled.load(std::memory_order_acquire) && streamOutput;
-    if (relaying) {
+    if (streamingEnabled.load(std::memory_order_acquire) && streamOutput) {
         streamOutput->waitingestYUVFrameProcessing();
     }
     if (!streamInput->readStreamData(image.getPtr<unsigned char>(CPU), nullptr)) {
@@ -38,7 +37,8 @@ FrameStatus CameraOneImpl::nextImageOfStream(bool /*flag*/) {
     if (!rlxrw::hasSample(metadata)) {
         return NO_FRAME;
     }
-    if (relaying) {
+    // Once more: the stream may have ended while the frame was read.
+    if (streamingEnabled.load(std::memory_order_acquire) && streamOutput) {
         handOverToSender(metadata);
     }
     return NEW_FRAME;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <deque>
+#include <functional>
 #include <vector>
 
 #include "collaborators/UDPInput.hpp"
@@ -26,7 +27,8 @@ struct StreamInputScript {
     int versionByte = 5;
     std::deque<bool> frames;
     bool thenFrame = true;
-    std::deque<SentFrame> arrivals;  ///< come first, one a call, and count
+    std::function<void()> duringRead;  ///< what the application does meanwhile
+    std::deque<SentFrame> arrivals;    ///< come first, one a call, and count
     Timestamp time = 5'000'000'000;
     bool hasMetadata = true;
     rlxrw::rlxSampleMetadata metadata{};
@@ -51,6 +53,9 @@ public:
     }
     bool readStreamData(unsigned char* image, unsigned char* second) override {
         log.add("{}", second == nullptr ? "readStreamData" : "readStreamData second");
+        if (script.duringRead) {
+            script.duringRead();
+        }
         if (!script.arrivals.empty()) {
             const SentFrame& arrived = script.arrivals.front();
             std::copy(arrived.pixels.begin(), arrived.pixels.end(), image);

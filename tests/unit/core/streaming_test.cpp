@@ -141,6 +141,19 @@ TEST_F(Streaming, SecondEnableReplacesTheSender) {
     EXPECT_EQ(camera->getStreamingParameters().gop_size, 60) << "the last parameters in force stay";
 }
 
+TEST_F(Streaming, FrameOfAStreamGoesNowhereWhenTheSenderEndedDuringItsRead) {
+    factory->streamInput.metadata.bytes[0] = 1;  // an orientation, so that the frame is passed on
+    ASSERT_EQ(openStream(), SUCCESS);
+    ASSERT_EQ(camera->enableStreaming({}), SUCCESS);
+    ASSERT_EQ(camera->grab(), SUCCESS);
+    ASSERT_EQ(factory->streamOutput.sent.size(), 1U);
+
+    factory->streamInput.duringRead = [this] { camera->disableStreaming(); };
+
+    EXPECT_EQ(camera->grab(), SUCCESS);
+    EXPECT_EQ(factory->streamOutput.sent.size(), 1U);
+}
+
 TEST_F(Streaming, SenderThatDoesNotOpenIsDestroyed) {
     for (const auto& [status, expected] : std::vector<std::pair<int, ERROR_CODE>>{
              {SENDER_PORT_TAKEN, STREAM_SETUP_FAILED}, {SENDER_NO_MEMORY, FAILURE}}) {
