@@ -47,6 +47,7 @@ struct GrabberScript {
     IMUPacket packet;
     FrameCounters counters;
     std::function<void()> onWait;
+    std::function<void()> onRange;  ///< when a control is asked for its range
     McuScript mcu;
 };
 
@@ -145,6 +146,9 @@ public:
     }
 
     bool getVideoSettingRange(VIDEO_SETTINGS, int& min, int& max) override {
+        if (script.onRange) {
+            script.onRange();
+        }
         min = 0;
         max = 100;
         return script.knowsRange;

@@ -19,7 +19,7 @@ constexpr int64_t kMessagesEveryMs = 500;
 
 /// Anyone can make the library complain by sending it rubbish, so its complaints are thinned out.
 void logLibraryMessage(void* /*opaque*/, int level, const char* /*file*/, int /*line*/, const char* /*area*/,
-                       const char* message) {
+                       const char* message) noexcept {
     static std::atomic<int64_t> last{-kMessagesEveryMs};
     const int64_t now =
         std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now().time_since_epoch())

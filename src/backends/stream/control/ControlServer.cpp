@@ -1,9 +1,11 @@
 #include "backends/stream/control/ControlServer.hpp"
 
 #include <algorithm>
+#include <chrono>
 #include <random>
 #include <utility>
 
+#include "backends/stream/transport/guarded.hpp"
 #include "logging/log.hpp"
 #include "logging/messages.hpp"
 
@@ -11,6 +13,7 @@ namespace oru::stream {
 namespace {
 
 constexpr int kServiceMs = 50;
+constexpr std::chrono::milliseconds kPauseAfterFailure{100};
 
 Challenge drawChallenge() {
     std::random_device device;
@@ -22,6 +25,14 @@ Challenge drawChallenge() {
 bool send(SRTSOCKET socket, const void* bytes, std::size_t size) {
     return srt_sendmsg(socket, static_cast<const char*>(bytes), static_cast<int>(size), -1, 1) ==
            static_cast<int>(size);
+}
+
+ControlMessage refusalOf(const ControlMessage& request, ControlStatus status) {
+    ControlMessage reply = request;
+    reply.reply = true;
+    reply.automatic = false;
+    reply.status = status;
+    return reply;
 }
 
 }  // namespace
@@ -58,13 +69,25 @@ ControlServer::Client* ControlServer::find(SRTSOCKET socket) {
     return found == clients.end() ? nullptr : &*found;
 }
 
+void ControlServer::close() {
+    thread = {};  // ends and joins it
+    const MutexLock lock(mutex);
+    clients.clear();
+}
+
 void ControlServer::serve(const std::stop_token& stop) {
     while (!stop.stop_requested()) {
-        for (const SRT_EPOLL_EVENT& event : poll.wait(kServiceMs)) {
-            hear(event.fd);
+        if (!guarded("control from outside", [this] { serveOnce(); })) {
+            std::this_thread::sleep_for(kPauseAfterFailure);
         }
-        dropFailed();
     }
+}
+
+void ControlServer::serveOnce() {
+    for (const SRT_EPOLL_EVENT& event : poll.wait(kServiceMs)) {
+        hear(event.fd);
+    }
+    dropFailed();
 }
 
 void ControlServer::hear(SRTSOCKET socket) {
@@ -73,13 +96,12 @@ void ControlServer::hear(SRTSOCKET socket) {
         return;
     }
     if (requests.take(clock.monotonicNanoseconds())) {
-        reply(socket, handler.answer(request));
+        ControlMessage answer = refusalOf(request, ControlStatus::DEVICE_REFUSED);
+        (void)guarded("a control", [&] { answer = handler.answer(request); });
+        reply(socket, answer);
         return;
     }
-    request.reply = true;
-    request.automatic = false;
-    request.status = ControlStatus::TOO_MANY;
-    reply(socket, request);
+    reply(socket, refusalOf(request, ControlStatus::TOO_MANY));
 }
 
 bool ControlServer::receive(SRTSOCKET socket, ControlMessage& request) {

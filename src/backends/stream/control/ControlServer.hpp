@@ -26,7 +26,7 @@ public:
     static constexpr double kRequestsPerSecond = 100;
 
     ControlServer(Clock& systemClock, std::string controlKey, std::function<void()> afterWrite);
-    ~ControlServer() = default;
+    ~ControlServer() { close(); }
     ControlServer(const ControlServer&) = delete;
     ControlServer& operator=(const ControlServer&) = delete;
 
@@ -34,6 +34,8 @@ public:
     /// Takes over a connection that proved to hold the key. When all places are taken it gets that of the client which
     /// has been quiet longest.
     void adopt(SrtSocket&& socket, std::string address);
+    /// Ends the connections and the thread, for good. Threads: one at a time.
+    void close();
 
 private:
     struct Client {
@@ -46,6 +48,7 @@ private:
     };
 
     void serve(const std::stop_token& stop);
+    void serveOnce();
     void hear(SRTSOCKET socket);
     [[nodiscard]] bool receive(SRTSOCKET socket, ControlMessage& request);
     void reply(SRTSOCKET socket, const ControlMessage& message);

@@ -39,7 +39,8 @@ const ControlState* find(const std::vector<ControlState>& controls, VIDEO_SETTIN
 
 StreamReceiver::StreamReceiver(Clock& systemClock, CalibrationSource& calibration,
                                std::unique_ptr<rlxrw::RLXVideo> recorder, bool tellMore)
-    : clock(systemClock),
+    : lease([this] { close(); }),
+      clock(systemClock),
       calibrationSource(calibration),
       ownRecorder(std::move(recorder)),
       verbose(tellMore),
@@ -55,10 +56,16 @@ StreamReceiver::StreamReceiver(Clock& systemClock, CalibrationSource& calibratio
                   [this](DescriptionRecord&& record) { adopt(std::move(record)); }) {}
 
 StreamReceiver::~StreamReceiver() {
+    lease.retire();
     close();
 }
 
 void StreamReceiver::close() {
+    const MutexLock lock(lifecycle);
+    stop();
+}
+
+void StreamReceiver::stop() {
     opened = false;
     control.stop();
     link.stop();
@@ -66,11 +73,15 @@ void StreamReceiver::close() {
 }
 
 int StreamReceiver::open(String ip, unsigned short port, int /*unused*/) {
-    close();
+    const MutexLock starting(lifecycle);
+    stop();
     const uint64_t deadline = clock.monotonicNanoseconds() + kOpenNs;
     if (ip.empty() || port == 0) {
         ORU_LOG(Error, "{} \"{}\" port {} is no address of a stream", kTagStreaming, ip.get(), port);
         return STREAM_BAD_ADDRESS;
+    }
+    if (!isTransportAlive()) {
+        return STREAM_NO_ANSWER;
     }
     const auto found = keysFromEnvironment();
     if (!found) {

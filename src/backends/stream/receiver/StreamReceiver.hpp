@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <memory>
 #include <optional>
@@ -14,6 +15,7 @@
 #include "backends/stream/receiver/StreamLink.hpp"
 #include "backends/stream/receiver/coded_queue.hpp"
 #include "backends/stream/receiver/image_ring.hpp"
+#include "backends/stream/transport/TransportLease.hpp"
 #include "backends/stream/transport/stream_keys.hpp"
 #include "backends/stream/wire/FrameLedger.hpp"
 #include "coding/VideoDecoder.hpp"
@@ -53,7 +55,8 @@ public:
     std::string controlRefusal() override { return control.refusal(); }
 
 private:
-    void close();
+    void close() ORU_EXCLUDES(lifecycle);
+    void stop() ORU_REQUIRES(lifecycle);
     void complainOfKey();
     [[nodiscard]] bool awaitDescription(uint64_t deadline);
     [[nodiscard]] std::string keyRefusal() const;
@@ -67,6 +70,8 @@ private:
     [[nodiscard]] std::optional<ControlMessage> askWithRight(ControlOperation operation, VIDEO_SETTINGS setting);
     [[nodiscard]] int write(const ControlMessage& request);
 
+    TransportLease lease;
+    Mutex lifecycle;  // held by whoever starts or stops the threads: its owner, or the end of the process
     Clock& clock;
     CalibrationSource& calibrationSource;
     std::unique_ptr<rlxrw::RLXVideo> ownRecorder;
@@ -88,7 +93,7 @@ private:
     bool needsKey = true;
     uint32_t width = 0;
     uint32_t height = 0;
-    bool opened = false;
+    std::atomic<bool> opened{false};
     bool keyWarned = false;
 
     StreamKeys keys;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <random>
 
+#include "backends/stream/transport/guarded.hpp"
 #include "coding/image_format.hpp"
 #include "logging/log.hpp"
 #include "logging/messages.hpp"
@@ -17,6 +18,9 @@ constexpr uint64_t kDescribeAfterNs = 500 * kMillisecond;
 constexpr uint64_t kKeyFrameEveryNs = 200 * kMillisecond;
 constexpr uint64_t kAdaptEveryNs = 500 * kMillisecond;
 constexpr int kRoomMs = 100;
+constexpr uint32_t kMaxBitrate = 1'000'000;  // kbit/s
+constexpr int32_t kMaxFps = 1000;
+constexpr int32_t kMaxGop = 10'000;
 
 uint64_t drawSession() {
     std::random_device device;
@@ -26,38 +30,62 @@ uint64_t drawSession() {
 bool acceptable(const UDPOutConfig& configuration) {
     const auto side = [](uint32_t value) { return value >= 16 && value <= kMaxImageSide && value % 2 == 0; };
     return side(configuration.width) && side(configuration.height) && configuration.port != 0 &&
-           configuration.bitrate > 0 && (configuration.codec == PLAIN_CODEC || configuration.codec == DENSE_CODEC);
+           configuration.bitrate > 0 && configuration.bitrate <= kMaxBitrate && configuration.fps >= 0 &&
+           configuration.fps <= kMaxFps && configuration.gop_size <= kMaxGop &&
+           (configuration.codec == PLAIN_CODEC || configuration.codec == DENSE_CODEC);
 }
 
 }  // namespace
 
 StreamSender::StreamSender(Clock& systemClock, CalibrationSource& calibrationSource, bool tellMore)
-    : clock(systemClock), calibration(calibrationSource), verbose(tellMore) {}
+    : lease([this] { close(); }), clock(systemClock), calibration(calibrationSource), verbose(tellMore) {}
 
 StreamSender::~StreamSender() {
+    lease.retire();
     close();
 }
 
 void StreamSender::close() {
-    running.store(false, std::memory_order_release);
+    const MutexLock lock(lifecycle);
+    stop();
+}
+
+void StreamSender::stop() {
+    const bool wasRunning = running.exchange(false, std::memory_order_acq_rel);
     encoding = {};  // ends and joins it
     if (subscribers) {
         subscribers->close();
-        controls.reset();
+    }
+    if (controls) {
+        controls->close();
+    }
+    if (verbose && wasRunning) {
         const FrameCounters seen = ledger.counters();
-        if (verbose) {
-            ORU_LOG(Info, "{} sent {} of {} frames", kTagStreaming, seen.delivered, seen.produced);
-        }
+        ORU_LOG(Info, "{} sent {} of {} frames", kTagStreaming, seen.delivered, seen.produced);
     }
 }
 
 int StreamSender::open(UDPOutConfig configuration) {
-    close();
+    const MutexLock lock(lifecycle);
+    stop();
     if (!acceptable(configuration)) {
-        ORU_LOG(Error, "{} a stream of {} x {} pixels at {} kbit/s on port {} is not possible", kTagStreaming,
-                configuration.width, configuration.height, configuration.bitrate, configuration.port);
+        ORU_LOG(Error, "{} a stream of {} x {} pixels at {} kbit/s and {} frames/s on port {} is not possible",
+                kTagStreaming, configuration.width, configuration.height, configuration.bitrate, configuration.fps,
+                configuration.port);
         return SENDER_BAD_CONFIGURATION;
     }
+    if (!isTransportAlive()) {
+        return SENDER_NO_SOCKET;
+    }
+    int status = SENDER_NO_MEMORY;
+    (void)guarded("starting a stream", [&]() ORU_REQUIRES(lifecycle) { status = start(configuration); });
+    if (status != SENDER_RUNNING) {
+        stop();
+    }
+    return status;
+}
+
+int StreamSender::start(const UDPOutConfig& configuration) {
     const auto keys = keysFromEnvironment();
     if (!keys) {
         return SENDER_UNUSABLE_KEY;
@@ -66,6 +94,8 @@ int StreamSender::open(UDPOutConfig configuration) {
     const uint64_t session = drawSession();
     describer = std::make_unique<CameraDescriber>(configuration, session,
                                                   calibration.text(static_cast<int>(configuration.serial_number)));
+    subscribers.reset();
+    controls.reset();
     if (!keys->control.empty()) {
         controls = std::make_unique<ControlServer>(clock, keys->control, [this] { describer->expire(); });
     }
@@ -94,17 +124,22 @@ int StreamSender::open(UDPOutConfig configuration) {
             transmitter->encoderName(), keys->viewing.empty() ? "open to all" : "with the key",
             controls ? "with the control key" : "from outside refused");
     bitrateNow.store(configuration.bitrate, std::memory_order_relaxed);
-    running.store(true, std::memory_order_release);
     encoding = std::jthread([this](const std::stop_token& stop) { encodeLoop(stop); });
+    running.store(true, std::memory_order_release);
     return SENDER_RUNNING;
 }
 
 void StreamSender::setGrabber(LiveCameraGrabber* grabber) {
-    if (describer) {
-        describer->setGrabber(grabber);
-    }
-    if (controls) {
-        controls->setGrabber(grabber);
+    const auto announce = [this](LiveCameraGrabber* camera) {
+        if (describer) {
+            describer->setGrabber(camera);
+        }
+        if (controls) {
+            controls->setGrabber(camera);
+        }
+    };
+    if (!guarded("asking the camera", [&] { announce(grabber); })) {
+        (void)guarded("sending without the camera's controls", [&] { announce(nullptr); });
     }
 }
 
@@ -126,12 +161,20 @@ void StreamSender::asyncingestYUVFrame(unsigned char* pixels, Timestamp time, rl
     if (!isRunning() || pixels == nullptr || size < 0 || static_cast<std::size_t>(size) < expected || !admit(time)) {
         return;
     }
-    OutgoingFrame* frame = frameQueue.reserve();
-    if (frame == nullptr) {
+    bool taken = false;
+    (void)guarded("taking a frame", [&] { taken = take(pixels, time, metadata); });
+    copying.store(false, std::memory_order_release);
+    if (!taken) {
         noteSkippedFrame();
         const MutexLock lock(pacingMutex);
         pacer.noteOverflow();
-        return;
+    }
+}
+
+bool StreamSender::take(const unsigned char* pixels, Timestamp time, const rlxrw::rlxSampleMetadata& metadata) {
+    OutgoingFrame* frame = frameQueue.reserve();
+    if (frame == nullptr) {
+        return false;
     }
     copying.store(true, std::memory_order_release);
     frame->id = nextId.fetch_add(1, std::memory_order_relaxed) + 1;
@@ -144,7 +187,7 @@ void StreamSender::asyncingestYUVFrame(unsigned char* pixels, Timestamp time, rl
     describer->noticeMetadata(metadata);
     ledger.delivered();
     frameQueue.commit();
-    copying.store(false, std::memory_order_release);
+    return true;
 }
 
 void StreamSender::noteSkippedFrame() {
@@ -181,8 +224,12 @@ void StreamSender::ingestIMU(IMUPacket packet) {
     if (!carriesImu()) {
         return;
     }
-    describer->noticeSample();
-    if (!samples.push(packet) && samplesLost.fetch_add(1, std::memory_order_relaxed) == 0) {
+    bool kept = false;
+    (void)guarded("keeping an inertial sample", [&] {
+        describer->noticeSample();
+        kept = samples.push(packet);
+    });
+    if (!kept && samplesLost.fetch_add(1, std::memory_order_relaxed) == 0) {
         ORU_LOG(Warning, "{} inertial samples come faster than they can be sent", kTagStreaming);
     }
 }
@@ -202,10 +249,12 @@ void StreamSender::encodeLoop(const std::stop_token& stop) {
     while (!stop.stop_requested()) {
         const OutgoingFrame* frame = frameQueue.take(kSilenceMs);
         if (frame == nullptr) {
-            handleSilence();
+            (void)guarded("sending samples", [this] { handleSilence(); });
             continue;
         }
-        handleFrame(*frame);
+        if (!guarded("sending a frame", [&] { handleFrame(*frame); })) {
+            forceKey = true;  // the receivers lack one
+        }
         frameQueue.release();
     }
 }

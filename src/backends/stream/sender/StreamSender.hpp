@@ -13,6 +13,7 @@
 #include "backends/stream/sender/Subscribers.hpp"
 #include "backends/stream/sender/frame_queue.hpp"
 #include "backends/stream/sender/frame_rate.hpp"
+#include "backends/stream/transport/TransportLease.hpp"
 #include "backends/stream/wire/FrameLedger.hpp"
 #include "collaborators/CalibrationSource.hpp"
 #include "collaborators/UDPOutput.hpp"
@@ -43,8 +44,11 @@ public:
     [[nodiscard]] StreamingStatus status() const override;
 
 private:
-    void close();
+    void close() ORU_EXCLUDES(lifecycle);
+    void stop() ORU_REQUIRES(lifecycle);
+    [[nodiscard]] int start(const UDPOutConfig& configuration) ORU_REQUIRES(lifecycle);
     [[nodiscard]] bool admit(Timestamp time);
+    [[nodiscard]] bool take(const unsigned char* pixels, Timestamp time, const rlxrw::rlxSampleMetadata& metadata);
     void encodeLoop(const std::stop_token& stop);
     void handleFrame(const OutgoingFrame& frame);
     void handleSilence();
@@ -52,6 +56,8 @@ private:
     [[nodiscard]] int64_t ticks() const;
     [[nodiscard]] bool keyFrameDue(uint64_t now);
 
+    TransportLease lease;
+    Mutex lifecycle;  // held by whoever starts or stops the threads: its owner, or the end of the process
     Clock& clock;
     CalibrationSource& calibration;
     bool verbose;

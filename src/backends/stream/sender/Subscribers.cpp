@@ -1,8 +1,10 @@
 #include "backends/stream/sender/Subscribers.hpp"
 
 #include <algorithm>
+#include <chrono>
 #include <utility>
 
+#include "backends/stream/transport/guarded.hpp"
 #include "collaborators/UDPOutput.hpp"
 #include "logging/log.hpp"
 #include "logging/messages.hpp"
@@ -12,6 +14,7 @@ namespace {
 
 constexpr uint64_t kEvictableNs = 1'000'000'000;
 constexpr int kServiceMs = 50;
+constexpr std::chrono::milliseconds kPauseAfterFailure{100};
 constexpr int kPendingConnections = 16;
 constexpr int kViewerLatencyMs = 120;
 constexpr int kRequestLatencyMs = 20;
@@ -64,19 +67,25 @@ void Subscribers::close() {
 
 void Subscribers::serve(const std::stop_token& stop) {
     while (!stop.stop_requested()) {
-        for (const SRT_EPOLL_EVENT& event : poll.wait(kServiceMs)) {
-            if (event.fd == listener.get()) {
-                admit();
-                continue;
-            }
-            const MutexLock lock(mutex);
-            hearRequests(event.fd);
+        if (!guarded("the service of receivers", [this] { serveOnce(); })) {
+            std::this_thread::sleep_for(kPauseAfterFailure);
         }
-        accessControl.report();
-        const MutexLock lock(mutex);
-        watchReceivers();
-        dropFailed();
     }
+}
+
+void Subscribers::serveOnce() {
+    for (const SRT_EPOLL_EVENT& event : poll.wait(kServiceMs)) {
+        if (event.fd == listener.get()) {
+            admit();
+            continue;
+        }
+        const MutexLock lock(mutex);
+        hearRequests(event.fd);
+    }
+    accessControl.report();
+    const MutexLock lock(mutex);
+    watchReceivers();
+    dropFailed();
 }
 
 void Subscribers::admit() {

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <utility>
 
+#include "backends/stream/transport/guarded.hpp"
 #include "logging/log.hpp"
 #include "logging/messages.hpp"
 
@@ -54,7 +55,11 @@ int AccessControl::onCall(void* self, SRTSOCKET socket, int handshakeVersion, co
         return kRefused;
     }
     std::memcpy(&caller.address, peer, sizeof(caller.address));
-    return static_cast<AccessControl*>(self)->admit(caller, handshakeVersion) ? 0 : kRefused;
+    // No exception may pass through the library.
+    bool admitted = false;
+    (void)guarded("a connection",
+                  [&] { admitted = static_cast<AccessControl*>(self)->admit(caller, handshakeVersion); });
+    return admitted ? 0 : kRefused;
 }
 
 bool AccessControl::admit(Caller caller, int handshakeVersion) {

@@ -11,15 +11,14 @@
 #include <string_view>
 #include <utility>
 
+#include "backends/stream/transport/TransportLease.hpp"
+
 namespace oru::stream {
 
-/// Keeps the transport library started while it exists.
+/// A member of what calls the transport library: it is started.
 class SrtLibrary {
 public:
-    SrtLibrary() { srt_startup(); }
-    ~SrtLibrary() { srt_cleanup(); }
-    SrtLibrary(const SrtLibrary&) = delete;
-    SrtLibrary& operator=(const SrtLibrary&) = delete;
+    SrtLibrary() { startTransport(); }
 };
 
 /// Owns one socket.
@@ -55,7 +54,11 @@ private:
 class SrtPoll {
 public:
     SrtPoll() : id(srt_epoll_create()) { srt_epoll_set(id, SRT_EPOLL_ENABLE_EMPTY); }
-    ~SrtPoll() { srt_epoll_release(id); }
+    ~SrtPoll() {
+        if (isTransportAlive()) {
+            srt_epoll_release(id);
+        }
+    }
     SrtPoll(const SrtPoll&) = delete;
     SrtPoll& operator=(const SrtPoll&) = delete;
 
