@@ -43,6 +43,8 @@ public:
     /// Changes the target rate: at once where the encoder can, else by a restart, after which the next image is a key
     /// frame. False: the restart failed.
     [[nodiscard]] bool setBitrate(uint32_t kilobits);
+    /// The target rate, kbit/s.
+    [[nodiscard]] uint32_t bitrate() const { return settings.bitrate; }
     /// The encoder that was opened last; empty before.
     [[nodiscard]] const char* name() const { return encoder == nullptr ? "" : encoder->name; }
     /// Parameter sets or the codec's own header, of a recording; valid while open.

@@ -47,7 +47,8 @@ Download readFile(const std::string& path) {
     return {std::move(file.text), std::move(file.defect), Completeness::KNOWN};
 }
 
-std::size_t appendText(const char* data, std::size_t size, std::size_t count, void* result) {
+/// The text has room for all of it: nothing here may throw through the library, nor in the next one.
+std::size_t appendText(const char* data, std::size_t size, std::size_t count, void* result) noexcept {
     std::string& text = *static_cast<std::string*>(result);
     if (size * count > kCalibrationTextLimitBytes - text.size()) {
         return 0;
@@ -57,7 +58,7 @@ std::size_t appendText(const char* data, std::size_t size, std::size_t count, vo
 }
 
 /// A chunked transfer has no length but an end of its own.
-std::size_t noteChunked(const char* data, std::size_t size, std::size_t count, void* result) {
+std::size_t noteChunked(const char* data, std::size_t size, std::size_t count, void* result) noexcept {
     const std::string_view line(data, size * count);
     if (curl_strnequal(data, "transfer-encoding:", line.size() < 18 ? line.size() : 18) != 0 &&
         line.find("chunked") != line.npos) {
@@ -97,6 +98,7 @@ Download fetch(const std::string& address, std::chrono::milliseconds limit) {
         return failed("no transfer could be started");
     }
     Download result;
+    result.text.reserve(kCalibrationTextLimitBytes);
     bool chunked = false;
     setLimits(handle.get(), limit);
     curl_easy_setopt(handle.get(), CURLOPT_URL, address.c_str());
@@ -112,6 +114,7 @@ Download fetch(const std::string& address, std::chrono::milliseconds limit) {
     }
     curl_off_t length = -1;
     curl_easy_getinfo(handle.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
+    result.text.shrink_to_fit();
     result.completeness = length >= 0 || chunked ? Completeness::KNOWN : Completeness::UNKNOWN;
     return result;
 }

@@ -32,7 +32,13 @@ public:
     void sendSamples(int64_t pts, uint64_t lastId, bool describe);
     /// Nobody listens: what waits is only for a receiver that comes back.
     void setSamplesAside();
-    [[nodiscard]] bool setBitrate(uint32_t kilobits) { return encoder.setBitrate(kilobits); }
+    /// From now on, also for an encoder that starts anew. False: it could not be changed.
+    [[nodiscard]] bool setBitrate(uint32_t kilobits) {
+        settings.bitrate = kilobits;
+        return encoder.setBitrate(kilobits);
+    }
+    /// The rate that the encoder aims at, kbit/s.
+    [[nodiscard]] uint32_t bitrate() const { return encoder.bitrate(); }
     [[nodiscard]] const char* encoderName() const { return encoder.name(); }
 
 private:
