@@ -13,8 +13,10 @@ class CameraOneImpl;
 
 /// One monocular camera: a live camera, a recorded file or a network stream behind one loop:
 /// open(), then grab() and retrieveImage() for each frame, then close().
-/// Threads: grab() from one thread; getSensorsData(), getSensorsDataBatch(), getTimestamp() and the rate queries from
-/// any thread beside it; everything else between grabs. No operation throws for a failure of its own.
+/// Threads, as docs/threading.md lists them: one thread grabs, opens, closes, retrieves, starts and stops; beside it
+/// any threads ask, one of them reads sensors, one uses controls. No operation throws: what goes wrong inside answers
+/// FAILURE, or an empty value, and logs one Error line. An operation that needs an open camera and finds it closed
+/// answers CAMERA_UNAVAILABLE, or an empty value; all but grab() and retrieveImage() log one Error line then.
 class ORU_API CameraOne {
 public:
     CameraOne();
@@ -25,13 +27,15 @@ public:
 
     /// Opens the input that the parameters name. An empty `settings_path` becomes $XDG_DATA_HOME (or ~/.local/share)
     /// plus "/koru/settings/", made when missing. Opening an open camera closes it first.
+    /// @retval INVALID_PARAMETER the input names an id or a serial number that no camera can have
     /// @retval CONFIGURATION_ADJUSTED not open: the HDR mode was changed, open again with getInitParameters()
     /// @retval DEVICE_NOT_FOUND, CAMERA_IN_USE, RESOLUTION_NOT_SUPPORTED, CALIBRATION_MISSING, CALIBRATION_INCOMPLETE,
     ///   RLX_FILE_UNREADABLE, STREAM_SETUP_FAILED and others, each reported in the log
     ERROR_CODE open(const InitParametersOne& parameters);
     ERROR_CODE close();
     [[nodiscard]] bool isOpened() const;
-    /// The parameters in force, as open() adjusted them.
+    /// Of an open camera what runs: its rate, resolution and HDR mode in place of those asked for; each wish that was
+    /// not met is one Info line of open(). Of a closed one what open() was given last, as far as it adjusted it.
     [[nodiscard]] InitParametersOne getInitParameters() const;
 
     /// Takes the next frame, waiting for it within a bounded budget.
@@ -40,6 +44,7 @@ public:
     ERROR_CODE grab();
     /// Writes a view of the last grabbed frame into `image`, reallocating it only when its size or type differs.
     /// A size of 0 asks for the camera's own; a smaller one is scaled.
+    /// @retval CAMERA_NOT_READY no frame has been grabbed since open()   @retval CAMERA_UNAVAILABLE not open
     /// @retval RESOLUTION_NOT_SUPPORTED larger than the camera image   @retval INVALID_CALL no such view
     ERROR_CODE retrieveImage(Mat& image, VIEW view = RECTIFIED, MEM memory = CPU, Resolution resolution = {});
     /// When the current image was taken, or now; nanoseconds on the system clock.
@@ -105,6 +110,7 @@ public:
 
 private:
     std::unique_ptr<CameraOneImpl> impl;
+    bool frameTaken = false;  // since open()
 };
 
 }  // namespace oru

@@ -4,8 +4,13 @@
 #include <filesystem>
 #include <string>
 #include <system_error>
+#include <type_traits>
 
 #include "compose/built_in_factory.hpp"
+#include "compose/guarded.hpp"
+#include "compose/open_parameters.hpp"
+#include "logging/log.hpp"
+#include "logging/messages.hpp"
 #include "oru_koruone/CameraOneImpl.hpp"
 
 namespace oru {
@@ -39,137 +44,175 @@ std::unique_ptr<CameraOneImpl> makeCamera() {
     return std::make_unique<CameraOneImpl>();
 }
 
+template <class Answer>
+Answer answerOfClosed() {
+    if constexpr (std::is_same_v<Answer, ERROR_CODE>) {
+        return CAMERA_UNAVAILABLE;
+    } else {
+        return Answer();
+    }
+}
+
+/// Carries out an operation that needs an open camera: one code and one sentence for each that finds it closed.
+template <class Operation>
+auto whenOpen(const CameraOneImpl& camera, Operation&& operation, const char* name = __builtin_FUNCTION(),
+              const char* file = __builtin_FILE(), int line = __builtin_LINE()) {
+    using Answer = std::invoke_result_t<Operation&>;
+    if (!camera.isOpened()) {
+        ORU_LOG_AT(LogLevel::Error, file, line, "{} {}: the camera is not open.", kTagKoru, name);
+        return answerOfClosed<Answer>();
+    }
+    return guarded(operation, name, file, line);
+}
+
 }  // namespace
 
 CameraOne::CameraOne() : impl(makeCamera()) {}
 CameraOne::~CameraOne() = default;
 
 ERROR_CODE CameraOne::open(const InitParametersOne& parameters) {
-    InitParametersOne completed = parameters;
-    if (completed.settings_path.empty()) {
-        completed.settings_path = userSettingsDirectory();
-    }
-    return impl->open(completed);
+    return guarded([&] {
+        frameTaken = false;
+        if (!canNameACamera(parameters.input)) {
+            return INVALID_PARAMETER;
+        }
+        InitParametersOne completed = parameters;
+        if (completed.settings_path.empty()) {
+            completed.settings_path = userSettingsDirectory();
+        }
+        const ERROR_CODE opened = impl->open(completed);
+        if (opened == SUCCESS) {
+            logAdjustments(parameters, parametersInForce(*impl));
+        }
+        return opened;
+    });
 }
 
 ERROR_CODE CameraOne::close() {
-    return impl->close();
+    frameTaken = false;
+    return guarded([&] { return impl->close(); });
 }
 bool CameraOne::isOpened() const {
-    return impl->isOpened();
+    return guarded([&] { return impl->isOpened(); });
 }
 InitParametersOne CameraOne::getInitParameters() const {
-    return impl->getInitParameters();
+    return guarded([&] { return impl->isOpened() ? parametersInForce(*impl) : impl->getInitParameters(); });
 }
 
 ERROR_CODE CameraOne::grab() {
-    return impl->grab();
+    const ERROR_CODE taken = guarded([&] { return impl->grab(); });
+    frameTaken = frameTaken || taken == SUCCESS;
+    return taken;
 }
 ERROR_CODE CameraOne::retrieveImage(Mat& image, VIEW view, MEM memory, Resolution resolution) {
-    return impl->retrieveImage(image, view, memory, resolution);
+    if (!frameTaken) {
+        return isOpened() ? CAMERA_NOT_READY : CAMERA_UNAVAILABLE;
+    }
+    return guarded([&] { return impl->retrieveImage(image, view, memory, resolution); });
 }
 Timestamp CameraOne::getTimestamp(TIME_REFERENCE reference) const {
-    return impl->getTimestamp(reference);
+    return guarded([&] { return impl->getTimestamp(reference); });
 }
 float CameraOne::getCameraFPS() const {
-    return impl->getCameraFPS();
+    return guarded([&] { return impl->getCameraFPS(); });
 }
 float CameraOne::getCurrentFPS() const {
-    return impl->getCurrentFPS();
+    return guarded([&] { return impl->getCurrentFPS(); });
 }
 FrameCounters CameraOne::getFrameCounters() const {
-    return impl->getFrameCounters();
+    return guarded([&] { return impl->getFrameCounters(); });
 }
 
 std::vector<DeviceProperties> CameraOne::getDeviceList() const {
-    return impl->getDeviceList();
+    return guarded([&] { return impl->getDeviceList(); });
 }
 CameraDescription CameraOne::getCameraInformation(Resolution resolution) const {
-    return impl->getCameraInformation(resolution);
+    return guarded([&] { return impl->getCameraInformation(resolution); });
 }
 ERROR_CODE CameraOne::getSensorsData(SensorsData& data, TIME_REFERENCE reference) {
-    return impl->getSensorsData(data, reference);
+    return whenOpen(*impl, [&] { return impl->getSensorsData(data, reference); });
 }
 ERROR_CODE CameraOne::getSensorsDataBatch(std::vector<SensorsData>& batch) {
-    return impl->getSensorsDataBatch(batch);
+    return whenOpen(*impl, [&] { return impl->getSensorsDataBatch(batch); });
 }
 
 ERROR_CODE CameraOne::getCameraSettings(VIDEO_SETTINGS setting, int& value) {
-    return impl->getCameraSettings(setting, value);
+    return whenOpen(*impl, [&] { return impl->getCameraSettings(setting, value); });
 }
 ERROR_CODE CameraOne::setCameraSettings(VIDEO_SETTINGS setting, int value) {
-    return impl->setCameraSettings(setting, value);
+    return whenOpen(*impl, [&] { return impl->setCameraSettings(setting, value); });
 }
 ERROR_CODE CameraOne::getCameraSettings(VIDEO_SETTINGS setting, int& min, int& max) {
-    return impl->getCameraSettings(setting, min, max);
+    return whenOpen(*impl, [&] { return impl->getCameraSettings(setting, min, max); });
 }
 ERROR_CODE CameraOne::setCameraSettings(VIDEO_SETTINGS setting, int min, int max) {
-    return impl->setCameraSettings(setting, min, max);
+    return whenOpen(*impl, [&] { return impl->setCameraSettings(setting, min, max); });
 }
 ERROR_CODE CameraOne::getCameraSettings(VIDEO_SETTINGS setting, Rect& region) {
-    return impl->getCameraSettings(setting, region);
+    return whenOpen(*impl, [&] { return impl->getCameraSettings(setting, region); });
 }
 ERROR_CODE CameraOne::setCameraSettings(VIDEO_SETTINGS setting, Rect region, bool reset) {
-    return impl->setCameraSettings(setting, region, reset);
+    return whenOpen(*impl, [&] { return impl->setCameraSettings(setting, region, reset); });
 }
 ERROR_CODE CameraOne::getCameraSettingsRange(VIDEO_SETTINGS setting, int& min, int& max) {
-    return impl->getCameraSettingsRange(setting, min, max);
+    return whenOpen(*impl, [&] { return impl->getCameraSettingsRange(setting, min, max); });
 }
 bool CameraOne::isCameraSettingSupported(VIDEO_SETTINGS setting) {
-    return impl->isCameraSettingSupported(setting);
+    return whenOpen(*impl, [&] { return impl->isCameraSettingSupported(setting); });
 }
 
 ERROR_CODE CameraOne::enableStreaming(StreamingParameters parameters) {
-    return impl->enableStreaming(parameters);
+    return whenOpen(*impl, [&] { return impl->enableStreaming(parameters); });
 }
 void CameraOne::disableStreaming() {
-    impl->disableStreaming();
+    whenOpen(*impl, [&] { impl->disableStreaming(); });
 }
 bool CameraOne::isStreamingEnabled() {
-    return impl->isStreamingEnabled();
+    return whenOpen(*impl, [&] { return impl->isStreamingEnabled(); });
 }
 StreamingParameters CameraOne::getStreamingParameters() {
-    return impl->getStreamingParameters();
+    return whenOpen(*impl, [&] { return impl->getStreamingParameters(); });
 }
 String CameraOne::getControlRefusal() {
-    return impl->getControlRefusal();
+    return whenOpen(*impl, [&] { return impl->getControlRefusal(); });
 }
 StreamingStatus CameraOne::getStreamingStatus() {
-    return impl->getStreamingStatus();
+    return whenOpen(*impl, [&] { return impl->getStreamingStatus(); });
 }
 
 ERROR_CODE CameraOne::enableRecording(const RecordingParameters& parameters) {
-    return impl->enableRecording(parameters);
+    return whenOpen(*impl, [&] { return impl->enableRecording(parameters); });
 }
 void CameraOne::disableRecording() {
-    impl->disableRecording();
+    whenOpen(*impl, [&] { impl->disableRecording(); });
 }
 void CameraOne::pauseRecording(bool paused) {
-    impl->pauseRecording(paused);
+    whenOpen(*impl, [&] { impl->pauseRecording(paused); });
 }
 RecordingStatus CameraOne::getRecordingStatus() {
-    return impl->getRecordingStatus();
+    return whenOpen(*impl, [&] { return impl->getRecordingStatus(); });
 }
 ERROR_CODE CameraOne::setRLXPosition(int frame) {
-    return impl->setRLXPosition(frame);
+    return whenOpen(*impl, [&] { return impl->setRLXPosition(frame); });
 }
 ERROR_CODE CameraOne::setRLXPositionAt(Timestamp time) {
-    return impl->setRLXPositionAt(time);
+    return whenOpen(*impl, [&] { return impl->setRLXPositionAt(time); });
 }
 int CameraOne::getRLXPosition() {
-    return impl->getRLXPosition();
+    return whenOpen(*impl, [&] { return impl->getRLXPosition(); });
 }
 int CameraOne::getRLXNumberOfFrames() {
-    return impl->getRLXNumberOfFrames();
+    return whenOpen(*impl, [&] { return impl->getRLXNumberOfFrames(); });
 }
 
 ERROR_CODE CameraOne::reboot(INPUT_TYPE type) {
-    registerBuiltInFactory();
-    return CameraOneImpl::reboot(type);
+    return guarded([&] {
+        registerBuiltInFactory();
+        return CameraOneImpl::reboot(type);
+    });
 }
 ERROR_CODE CameraOne::reboot() {
-    registerBuiltInFactory();
-    return CameraOneImpl::reboot();
+    return reboot(GMSL);
 }
 
 }  // namespace oru
