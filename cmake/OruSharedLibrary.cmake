@@ -1,6 +1,6 @@
 # The shared library oru::koruone, made of the archives: everything of the facade and the kit, of what the modules
 # take from below, and what they need.
-# Programs of this tree link the archives and never this library as well, so that each singleton is there once.
+# The tests link the archives instead, and never this library as well, so that each singleton is there once.
 
 if(NOT TARGET oru_compose_light OR TARGET oru_koruone)
     return()

@@ -4,7 +4,7 @@
 #include <string_view>
 #include <vector>
 
-namespace oru::virtual_bus {
+namespace oru {
 
 struct IniEntry {
     int line = 0;
@@ -22,7 +22,4 @@ struct IniEntry {
 [[nodiscard]] bool toNumber(std::string_view text, double& number);
 [[nodiscard]] bool toSwitch(std::string_view text, bool& on);  ///< on, yes, true, 1; off, no, false, 0
 
-/// The whole file when it is at most that long; false otherwise.
-[[nodiscard]] bool readTextFile(const std::string& path, std::size_t limit, std::string& text);
-
-}  // namespace oru::virtual_bus
+}  // namespace oru

@@ -4,10 +4,8 @@
 
 #include <charconv>
 #include <cmath>
-#include <cstdio>
-#include <memory>
 
-namespace oru::virtual_bus {
+namespace oru {
 namespace {
 
 constexpr std::size_t kMaxEntries = 10'000;
@@ -111,14 +109,4 @@ bool toSwitch(std::string_view text, bool& on) {
     return on || word == "off" || word == "no" || word == "false" || word == "0";
 }
 
-bool readTextFile(const std::string& path, std::size_t limit, std::string& text) {
-    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "rbe"), std::fclose);
-    if (file == nullptr) {
-        return false;
-    }
-    text.resize(limit + 1);
-    text.resize(std::fread(text.data(), 1, text.size(), file.get()));
-    return std::ferror(file.get()) == 0 && text.size() <= limit;
-}
-
-}  // namespace oru::virtual_bus
+}  // namespace oru

@@ -5,7 +5,7 @@
 
 #include "logging/log.hpp"
 #include "logging/messages.hpp"
-#include "utils/ini_text.hpp"
+#include "utils/text_file.hpp"
 
 namespace oru::virtual_bus {
 namespace {
@@ -37,19 +37,18 @@ BusConfig VirtualBus::config() {
 }
 
 void VirtualBus::reload(const std::string& path) {
-    std::string text;
-    const bool readable = readTextFile(path, kMaxConfigBytes, text);
+    const auto [text, defect] = readPlainText(path, kMaxConfigBytes);
     if (path == file && text == fileText) {
         return;
     }
     file = path;
     fileText = text;
     fileConfig = {};
-    std::string error = "it cannot be read or is too long";
+    std::string error = defect;
     const auto slash = path.rfind('/');
     const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);
     BusConfig read;
-    if (readable && parseBus(text, directory, &decoder, read, error)) {
+    if (defect.empty() && parseBus(text, directory, &decoder, read, error)) {
         fileConfig = std::move(read);
     } else {
         ORU_LOG(Error, "{} {} {}: {}. There are no virtual cameras.", kTagKoru, kEnvironment, path, error);

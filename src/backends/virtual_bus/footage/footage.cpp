@@ -15,7 +15,7 @@ extern "C" {
 
 #include "backends/virtual_bus/footage/euroc.hpp"
 #include "backends/virtual_bus/footage/euroc_inertial.hpp"
-#include "utils/ini_text.hpp"
+#include "utils/text_file.hpp"
 
 namespace oru::virtual_bus {
 namespace {
@@ -99,19 +99,20 @@ bool firstSample(const std::string& root, uint64_t earliest, uint64_t& time) {
 
 bool loadDataSet(const std::string& root, DataSet& set, std::string& error) {
     set.root = root;
-    std::string text;
-    if (!readTextFile(root + "/cam0/sensor.yaml", kMaxYamlBytes, text)) {
-        error = "cam0/sensor.yaml cannot be read";
+    const PlainText yaml = readPlainText(root + "/cam0/sensor.yaml", kMaxYamlBytes);
+    if (!yaml.defect.empty()) {
+        error = "cam0/sensor.yaml: " + yaml.defect;
         return false;
     }
-    if (!parseEurocCamera(text, set.camera, error)) {
+    if (!parseEurocCamera(yaml.text, set.camera, error)) {
         return false;
     }
-    if (!readTextFile(root + "/cam0/data.csv", kMaxListBytes, text)) {
-        error = "cam0/data.csv cannot be read or is too long";
+    const PlainText list = readPlainText(root + "/cam0/data.csv", kMaxListBytes);
+    if (!list.defect.empty()) {
+        error = "cam0/data.csv: " + list.defect;
         return false;
     }
-    if (!parseEurocImages(text, set.images, error)) {
+    if (!parseEurocImages(list.text, set.images, error)) {
         return false;
     }
     const uint64_t first = set.images.front().time_ns;

@@ -10,6 +10,7 @@
 #include "logging/log.hpp"
 #include "logging/messages.hpp"
 #include "utils/ini_text.hpp"
+#include "utils/text_file.hpp"
 
 namespace oru::virtual_bus {
 namespace {
@@ -145,13 +146,11 @@ const FaultPlan& FaultFeed::poll() {
         return currentPlan;
     }
     readVersion = version;
-    std::string text;
-    std::string error;
+    // A file that is gone plans nothing.
+    const PlainText control = version[3] != 0 ? readPlainText(controlPath, kMaxControlBytes) : PlainText();
+    std::string error = control.defect;
     std::map<int, FaultPlan> plans;
-    if (version[3] != 0 && !readTextFile(controlPath, kMaxControlBytes, text)) {
-        error = "it cannot be read or is too long";
-    }
-    if (error.empty() && parseFaults(text, plans, error)) {
+    if (error.empty() && parseFaults(control.text, plans, error)) {
         currentPlan = configuredPlan;
         currentPlan.overlay(plans[cameraId]);
     } else {
