@@ -23,8 +23,8 @@ int main() {
     std::printf("gain %d of %d to %d\n", gain, low, high);
 
     // The middle quarter of the image decides; then the whole image again.
-    const oru::CameraDescription camera_information = camera.getCameraInformation();
-    const oru::Resolution size = camera_information.configuration.resolution;
+    const oru::CameraDescription cameraInformation = camera.getCameraInformation();
+    const oru::Resolution size = cameraInformation.configuration.resolution;
     const oru::Rect middle{size.width / 4, size.height / 4, size.width / 2, size.height / 2};
     if (camera.setCameraSettings(oru::AEC_AGC, 1) != oru::SUCCESS ||
         camera.setCameraSettings(oru::AEC_AGC_ROI, middle, false) != oru::SUCCESS ||

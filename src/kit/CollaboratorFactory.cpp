@@ -11,10 +11,10 @@ namespace {
 using MakeBuiltIn = std::shared_ptr<CollaboratorFactory> (*)();
 
 struct ProcessDefault {
-    Mutex makeMutex;  // held while the built-in factory is made; taken before mutex
+    Mutex make_mutex;  // held while the built-in factory is made; taken before mutex
     Mutex mutex;
     std::shared_ptr<CollaboratorFactory> chosen ORU_GUARDED_BY(mutex);
-    std::shared_ptr<CollaboratorFactory> builtIn ORU_GUARDED_BY(mutex);
+    std::shared_ptr<CollaboratorFactory> built_in ORU_GUARDED_BY(mutex);
     MakeBuiltIn make ORU_GUARDED_BY(mutex) = nullptr;
 };
 
@@ -29,7 +29,7 @@ ProcessDefault& state() {
 std::pair<std::shared_ptr<CollaboratorFactory>, MakeBuiltIn> current() {
     ProcessDefault& process = state();
     const MutexLock lock(process.mutex);
-    return {process.chosen ? process.chosen : process.builtIn, process.make};
+    return {process.chosen ? process.chosen : process.built_in, process.make};
 }
 
 }  // namespace
@@ -39,15 +39,15 @@ std::shared_ptr<CollaboratorFactory> CollaboratorFactory::processDefault() {
         return factory;
     }
     ProcessDefault& process = state();
-    const MutexLock making(process.makeMutex);
+    const MutexLock making(process.make_mutex);
     const auto [factory, make] = current();
     if (factory) {
         return factory;
     }
     auto made = make();
     const MutexLock lock(process.mutex);
-    process.builtIn = std::move(made);
-    return process.chosen ? process.chosen : process.builtIn;
+    process.built_in = std::move(made);
+    return process.chosen ? process.chosen : process.built_in;
 }
 
 std::shared_ptr<CollaboratorFactory> CollaboratorFactory::setProcessDefault(
@@ -62,7 +62,7 @@ void CollaboratorFactory::registerBuiltIn(std::shared_ptr<CollaboratorFactory> (
     std::shared_ptr<CollaboratorFactory> former;
     const MutexLock lock(process.mutex);
     if (process.make != make) {
-        former = std::exchange(process.builtIn, nullptr);
+        former = std::exchange(process.built_in, nullptr);
         process.make = make;
     }
 }

@@ -38,7 +38,7 @@ public:
             return;
         }
         const MutexLock lock(mutex);
-        std::erase_if(offers, [&](const Offer& known) { return known.serialNumber == serial_number; });
+        std::erase_if(offers, [&](const Offer& known) { return known.serial_number == serial_number; });
         offers.push_back({serial_number, std::move(text)});
         if (offers.size() > kMostOffers) {
             offers.pop_front();
@@ -48,7 +48,7 @@ public:
     std::string text(int serial_number) override {
         const MutexLock lock(mutex);
         for (const Offer& known : offers) {
-            if (known.serialNumber == serial_number) {
+            if (known.serial_number == serial_number) {
                 return known.text;
             }
         }
@@ -57,7 +57,7 @@ public:
 
 private:
     struct Offer {
-        int serialNumber = 0;
+        int serial_number = 0;
         std::string text;
     };
 

@@ -35,8 +35,8 @@ struct CameraRig {
                 init,   information,       image_size};
     }
 
-    ERROR_CODE startRecording(const std::string& path, uint32_t target_fps = 0, bool overwrite = false) {
-        return module->enableRecording(context(), {path, scene.mode, 0, target_fps, overwrite}, scene.header());
+    ERROR_CODE startRecording(const std::string& path, uint32_t targetFps = 0, bool overwrite = false) {
+        return module->enableRecording(context(), {path, scene.mode, 0, targetFps, overwrite}, scene.header());
     }
 
     int openFile(const std::string& path) {

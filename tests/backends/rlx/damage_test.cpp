@@ -182,10 +182,10 @@ TEST(Repair, SaysWhatIsWrongAndTouchesNothingItCannotHelp) {
     const std::string whole = folder.path("whole.rlx2");
     record(whole, scene, 2);
     const std::vector<unsigned char> bytes = readBytes(whole);
-    const auto head_end = bytes.begin() + static_cast<std::ptrdiff_t>(rlx::openRecording(whole, false).head_size);
+    const auto headEnd = bytes.begin() + static_cast<std::ptrdiff_t>(rlx::openRecording(whole, false).head_size);
     writeBytes(folder.path("empty"), {});
     writeBytes(folder.path("text"), std::vector<unsigned char>(5000, 'x'));
-    writeBytes(folder.path("head"), {bytes.begin(), head_end + 100});
+    writeBytes(folder.path("head"), {bytes.begin(), headEnd + 100});
     writeBytes(folder.path("cut"), {bytes.begin(), bytes.end() - 1});
     record(folder.path("none"), scene, 0);
     std::filesystem::create_directory(folder.path("directory"));
@@ -265,15 +265,15 @@ TEST(Repair, InterruptedAtAnyStepLeavesARepairableFile) {
     rlx::OpenedFile opened = rlx::openRecording(path, false);
     std::vector<rlx::IndexEntry> entries;
     ASSERT_EQ(rlx::loadIndex(opened, entries), Condition::INTACT);
-    const auto clusters_end = static_cast<std::ptrdiff_t>(entries.back().offset + entries.back().cluster_size);
+    const auto clustersEnd = static_cast<std::ptrdiff_t>(entries.back().offset + entries.back().cluster_size);
     const Bytes unfinishedHead = rlx::buildHead(opened.header, std::nullopt);
     opened.file.close();
     // The states between the steps of finishing: no trailer, part of it, all of it; old head, new head without its
     // size.
-    for (const std::ptrdiff_t trailer : {std::ptrdiff_t{0}, std::ptrdiff_t{50}, std::ssize(whole) - clusters_end}) {
-        for (const bool new_head : {false, true}) {
-            std::vector<unsigned char> state(whole.begin(), whole.begin() + clusters_end + trailer);
-            const auto replaced = new_head ? rlx::segmentBodyOffset() : unfinishedHead.size();
+    for (const std::ptrdiff_t trailer : {std::ptrdiff_t{0}, std::ptrdiff_t{50}, std::ssize(whole) - clustersEnd}) {
+        for (const bool newHead : {false, true}) {
+            std::vector<unsigned char> state(whole.begin(), whole.begin() + clustersEnd + trailer);
+            const auto replaced = newHead ? rlx::segmentBodyOffset() : unfinishedHead.size();
             std::copy_n(unfinishedHead.begin(), replaced, state.begin());
             writeBytes(path, state);
 

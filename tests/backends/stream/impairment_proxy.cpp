@@ -91,14 +91,14 @@ void ImpairmentProxy::schedule(int handle, const sockaddr_in& to, const char* da
     queue.push({carried + delay, order++, handle, to, std::vector<char>(data, data + size)});
 }
 
-void ImpairmentProxy::receive(int handle, bool from_client) {
+void ImpairmentProxy::receive(int handle, bool fromClient) {
     char bytes[2048];
     sockaddr_in from{};
     socklen_t length = sizeof(from);
     ssize_t size = 0;
     while ((size = recvfrom(handle, bytes, sizeof(bytes), 0, reinterpret_cast<sockaddr*>(&from), &length)) >= 0) {
-        const int out = from_client ? upstreamFor(from) : listening;
-        schedule(out, from_client ? server : clients[handle], bytes, static_cast<std::size_t>(size));
+        const int out = fromClient ? upstreamFor(from) : listening;
+        schedule(out, fromClient ? server : clients[handle], bytes, static_cast<std::size_t>(size));
     }
 }
 

@@ -53,7 +53,7 @@ private:
     };
 
     void run(const std::stop_token& stop);
-    void receive(int handle, bool from_client);
+    void receive(int handle, bool fromClient);
     void schedule(int handle, const sockaddr_in& to, const char* data, std::size_t size);
     void sendDue();
     /// When the line will have carried this datagram; 0: it is given too much.

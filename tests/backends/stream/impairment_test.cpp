@@ -41,9 +41,9 @@ struct Reading {
         return missing() - std::min(missing(), counters.overwritten + counters.sender_busy);
     }
     /// Quick enough, or this machine did not keep the pace, so that latencies mean nothing.
-    [[nodiscard]] bool quick(int duration_s, double median_ms, double p95_ms) const {
-        const bool paced = static_cast<double>(numbers.size()) > 0.95 * duration_s * kFps && missing() == 0;
-        return !paced || (latency(0.5) < median_ms && latency(0.95) < p95_ms);
+    [[nodiscard]] bool quick(int durationS, double medianMs, double p95Ms) const {
+        const bool paced = static_cast<double>(numbers.size()) > 0.95 * durationS * kFps && missing() == 0;
+        return !paced || (latency(0.5) < medianMs && latency(0.95) < p95Ms);
     }
 };
 
@@ -75,11 +75,11 @@ protected:
 
     /// Reads for some time; `onTime` is called with the seconds gone by.
     template <class OnTime>
-    Reading read(int duration_s, OnTime&& onTime) {
+    Reading read(int durationS, OnTime&& onTime) {
         Reading run;
         std::vector<unsigned char> image(std::size_t{kWidth} * kHeight * 2);
         const uint64_t begin = clock->monotonicNanoseconds();
-        for (uint64_t now = begin; now < begin + static_cast<uint64_t>(duration_s) * 1000 * kMillisecond;
+        for (uint64_t now = begin; now < begin + static_cast<uint64_t>(durationS) * 1000 * kMillisecond;
              now = clock->monotonicNanoseconds()) {
             onTime(static_cast<double>(now - begin) / 1e9);
             if (receiver->readStreamData(image.data(), nullptr)) {
@@ -89,8 +89,8 @@ protected:
         run.counters = receiver->counters();
         return run;
     }
-    Reading read(int duration_s) {
-        return read(duration_s, [](double) {});
+    Reading read(int durationS) {
+        return read(durationS, [](double) {});
     }
 
     std::unique_ptr<Clock> clock = makeSystemClock();

@@ -109,9 +109,9 @@ TEST(VirtualFaults, AShortUnplugResumesALongOneIsFinal) {
 
 TEST(VirtualFaults, AClockStepMovesImageAndSamplesAlike) {
     const TemporaryDirectory folder;
-    for (const int step_ms : {-5000, 5000}) {
-        SCOPED_TRACE(step_ms);
-        BusRig rig(folder.write("bus.ini", cameraText("clock_offset_ms = " + std::to_string(step_ms) + " from 0.4\n")));
+    for (const int stepMs : {-5000, 5000}) {
+        SCOPED_TRACE(stepMs);
+        BusRig rig(folder.write("bus.ini", cameraText("clock_offset_ms = " + std::to_string(stepMs) + " from 0.4\n")));
         ASSERT_EQ(rig.open(), SETUP_OK);
         bool stepped = false;
         for (int i = 0; i < 2000 && !stepped; ++i) {

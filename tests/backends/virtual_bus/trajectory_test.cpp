@@ -8,8 +8,8 @@ namespace {
 TEST(Trajectory, RateAndAccelerationAreTheDerivativesOfThePose) {
     const double h = 1e-4;
     for (const Motion motion : {Motion::GENTLE, Motion::LIVELY}) {
-        for (const bool upside_down : {false, true}) {
-            const Trajectory trajectory(motion, upside_down);
+        for (const bool upsideDown : {false, true}) {
+            const Trajectory trajectory(motion, upsideDown);
             for (double t = 0.3; t < 20.0; t += 1.37) {
                 const MotionState before = trajectory.at(t - h);
                 const MotionState now = trajectory.at(t);

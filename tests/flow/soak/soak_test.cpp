@@ -102,10 +102,10 @@ TEST_F(Soak, LiveCameraBesideASensorThreadStaysExactAndFlat) {
 
     const auto end = steady_clock::now() + soakTime();
     const auto warm = steady_clock::now() + soakTime() / 4;
-    std::size_t resident_when_warm = 0;
+    std::size_t residentWhenWarm = 0;
     uint64_t frames = 1;
     Timestamp image = camera.getTimestamp(IMAGE);
-    Timestamp last_sample = 0;
+    Timestamp lastSample = 0;
     Mat view;
     std::vector<SensorsData> batch;
     {
@@ -117,8 +117,8 @@ TEST_F(Soak, LiveCameraBesideASensorThreadStaysExactAndFlat) {
             ++frames;
             ASSERT_EQ(camera.retrieveImage(view, RECTIFIED_GRAY), SUCCESS);
             ASSERT_EQ(view.timestamp, image);
-            if (resident_when_warm == 0 && steady_clock::now() > warm) {
-                resident_when_warm = residentBytes();
+            if (residentWhenWarm == 0 && steady_clock::now() > warm) {
+                residentWhenWarm = residentBytes();
             }
         }
         EXPECT_GT(reader.samples.load(), 0U);
@@ -127,8 +127,8 @@ TEST_F(Soak, LiveCameraBesideASensorThreadStaysExactAndFlat) {
     ASSERT_EQ(camera.grab(), SUCCESS);
     ASSERT_EQ(camera.getSensorsDataBatch(batch), SUCCESS);
     for (const SensorsData& sample : batch) {
-        EXPECT_GT(sample.imu.timestamp, last_sample);
-        last_sample = sample.imu.timestamp;
+        EXPECT_GT(sample.imu.timestamp, lastSample);
+        lastSample = sample.imu.timestamp;
     }
     const FrameCounters counters = camera.getFrameCounters();
     EXPECT_EQ(counters.delivered, frames + 1);
@@ -136,7 +136,7 @@ TEST_F(Soak, LiveCameraBesideASensorThreadStaysExactAndFlat) {
     // On a busy machine the application is late, or the image is; neither may be called anything else.
     EXPECT_EQ(counters.lost(), counters.overwritten + counters.sensor_gap);
     if (kMemoryIsMeaningful) {
-        EXPECT_LT(residentBytes(), resident_when_warm + kAllowedGrowth);
+        EXPECT_LT(residentBytes(), residentWhenWarm + kAllowedGrowth);
     }
     RecordProperty("frames", static_cast<int>(frames));
 }
