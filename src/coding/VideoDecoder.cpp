@@ -6,7 +6,6 @@ extern "C" {
 }
 
 #include <algorithm>
-#include <climits>
 
 #include "coding/image_format.hpp"
 
@@ -91,7 +90,7 @@ void VideoDecoder::reset() {
 }
 
 const AVFrame* VideoDecoder::decode(uint8_t* data, std::size_t size) {
-    if (context == nullptr || size > INT_MAX - kPaddingBytes) {
+    if (context == nullptr) {
         return nullptr;
     }
     const int64_t number = ++lastNumber;

@@ -20,13 +20,14 @@ void PlaybackPacer::anchor(uint64_t now, Timestamp time) {
     anchored = true;
     anchorClock = now;
     anchorTime = time;
+    lastTime = time;
 }
 
 bool PlaybackPacer::waitForNext(rlxrw::RLXVideo& reader) {
     const int position = reader.position();
     const Timestamp time = reader.frameTime(position);
     if (!anchored || position != expectedPosition) {
-        anchored = false;
+        anchor(systemClock.monotonicNanoseconds(), time);
         expectedPosition = position;
         return true;
     }
@@ -34,7 +35,7 @@ bool PlaybackPacer::waitForNext(rlxrw::RLXVideo& reader) {
         if (time > lastTime) {
             sleepUntil(dueAt(lastTime) + kLongestGapNs);
         }
-        anchored = false;
+        anchor(systemClock.monotonicNanoseconds(), time);
         return true;
     }
     sleepUntil(dueAt(time));
@@ -60,9 +61,6 @@ bool PlaybackPacer::skipOvertaken(rlxrw::RLXVideo& reader) {
 }
 
 void PlaybackPacer::noteTaken(int position, Timestamp time) {
-    if (!anchored) {
-        anchor(systemClock.monotonicNanoseconds(), time);
-    }
     expectedPosition = position;
     lastTime = time;
 }

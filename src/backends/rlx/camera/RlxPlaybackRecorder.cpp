@@ -1,6 +1,5 @@
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
 #include <cmath>
 #include <cstring>
@@ -132,13 +131,12 @@ FrameStatus RlxPlaybackRecorder::nextImageOfRLX(CameraFrameContext camera, bool 
     }
     Timestamp time = 0;
     const FrameStatus status = camera.reader.readFrame(pixelsOf(camera), bytesOf(camera), time);
+    pacer.noteTaken(camera.reader.position(), camera.reader.frameTime(camera.reader.position() - 1));
     if (status != NEW_FRAME) {
-        pacer.notePosition(camera.reader.position());
         return status;
     }
-    pacer.noteTaken(camera.reader.position(), time);
     camera.image.timestamp = time;
-    std::atomic_ref<Timestamp>(camera.currentTimestamp).store(time, std::memory_order_relaxed);
+    camera.currentTimestamp = time;
     takeImu(camera);
     if (camera.recordingEnabled.load(std::memory_order_acquire) && camera.recordingFrameBuffer != nullptr) {
         std::memcpy(camera.recordingFrameBuffer, pixelsOf(camera), bytesOf(camera));
@@ -242,7 +240,7 @@ void RlxPlaybackRecorder::endSession(const CameraFrameContext& camera) {
     }
     camera.recordingEnabled.store(false, std::memory_order_release);
     camera.recordingStateFlag.store(false, std::memory_order_release);
-    session->stop(RecordingSession::kLongestWait);
+    session->stop();
     camera.status = session->status();
     camera.recordingFrameBuffer = nullptr;
     session.reset();

@@ -17,31 +17,28 @@ namespace oru::rlx {
 /// Writes one recording. Each frame is in the kernel's hands when writeFrame returns (unless the encoder holds it
 /// back), and on the disk half a second later: a thread of its own calls fdatasync. The file is locked until close().
 /// Threads: create, writeFrame and close one at a time; the counts from any.
-class FileRecorder final : public rlxrw::RecordingFile {
+class FileRecorder {
 public:
     FileRecorder() = default;
-    ~FileRecorder() override { close(); }
+    ~FileRecorder() { close(); }
     FileRecorder(const FileRecorder&) = delete;
     FileRecorder& operator=(const FileRecorder&) = delete;
 
-    /// rlxrw::RLX_CREATE_RESULT. An existing file is emptied. A calibration text too long for the header record is left
-    /// out, which the log says; a rate that no camera has is written as 0.
+    /// rlxrw::RLX_CREATE_RESULT. An existing file is emptied.
     [[nodiscard]] int create(const std::string& path, const rlxrw::RlxRecordingHeader& facts);
-    int writeFrame(const rlxrw::RlxFrame& frame) override;
+    /// rlxrw::RLX_WRITE_RESULT.
+    [[nodiscard]] int writeFrame(const rlxrw::RlxFrame& frame);
     /// Ends the file: playable and complete, if need be without its last frames when the disk is full.
-    void close() override;
+    void close();
 
     [[nodiscard]] bool isOpen() const { return file.isOpen(); }
     [[nodiscard]] const HeaderRecord& header() const { return fileHeader; }
     [[nodiscard]] uint64_t framesWritten() const { return writtenFrames.load(std::memory_order_relaxed); }
     [[nodiscard]] uint64_t framesOffered() const { return offeredFrames.load(std::memory_order_relaxed); }
-    [[nodiscard]] uint64_t bytesWritten() const override { return endOffset.load(std::memory_order_relaxed); }
-    [[nodiscard]] FrameCounters counters() const override;
+    [[nodiscard]] uint64_t bytesWritten() const { return endOffset.load(std::memory_order_relaxed); }
 
 private:
-    int start(const std::string& path, const rlxrw::RlxRecordingHeader& facts);
     bool openFile(const std::string& path);
-    int write(const rlxrw::RlxFrame& frame);
     bool append(const CodedImage& image);
     void describeImage(const CodedImage& image, FrameRecord& frame);
     FrameRecord& pendingSlot();

@@ -7,7 +7,8 @@ FrameDecoder::FrameDecoder(const OpenedFile& recording, const std::vector<IndexE
     : openedFile(recording),
       indexEntries(entries),
       imageDecoder(std::move(decoder)),
-      intraOnly(isIntraOnly(recording.header.facts.compression_mode)) {}
+      intraOnly(isIntraOnly(recording.header.facts.compression_mode)),
+      imageBytes(std::size_t{recording.header.facts.width} * recording.header.facts.height * 2) {}
 
 int FrameDecoder::keyBefore(int index) const {
     while (index > 0 && !indexEntries[static_cast<std::size_t>(index)].key) {
@@ -16,33 +17,16 @@ int FrameDecoder::keyBefore(int index) const {
     return index;
 }
 
-bool FrameDecoder::decode(int index, DecodedFrame& out, const std::atomic<bool>& interrupted) noexcept {
-    try {
-        return goTo(index, out, interrupted);
-    } catch (...) {
-        next = index + 1;
-        chainWhole = false;
-        out.index = index;
-        out.quality = FrameQuality::DECODE_FAILED;
-        out.record_whole = false;
-        return true;
-    }
-}
-
-bool FrameDecoder::goTo(int index, DecodedFrame& out, const std::atomic<bool>& interrupted) {
+void FrameDecoder::decode(int index, DecodedFrame& out) {
     const int key = intraOnly ? index : keyBefore(index);
     if (next < key || next > index) {
         next = key;
         chainWhole = false;
     }
     while (next < index) {
-        if (interrupted) {
-            return false;
-        }
         step(next, nullptr);
     }
     step(index, &out);
-    return true;
 }
 
 void FrameDecoder::step(int index, DecodedFrame* out) {
@@ -65,7 +49,12 @@ void FrameDecoder::step(int index, DecodedFrame* out) {
         chainWhole = false;
         return;
     }
-    const bool decoded = imageDecoder->decode(stored.image, out == nullptr ? nullptr : &out->pixels);
+    unsigned char* pixels = nullptr;
+    if (out != nullptr) {
+        out->pixels.resize(imageBytes);
+        pixels = out->pixels.data();
+    }
+    const bool decoded = imageDecoder->decode(stored.image, pixels);
     chainWhole = decoded;
     nextNumber = stored.frame.number + 1;
     if (out != nullptr) {

@@ -15,12 +15,12 @@ class RawDecoder final : public ImageDecoder {
 public:
     explicit RawDecoder(std::size_t size) : imageBytes(size) {}
 
-    bool decode(ByteView stored, Bytes* yuyv) override {
+    bool decode(ByteView stored, unsigned char* yuyv) override {
         if (stored.size() != imageBytes) {
             return false;
         }
         if (yuyv != nullptr) {
-            yuyv->assign(stored.begin(), stored.end());
+            std::memcpy(yuyv, stored.data(), imageBytes);
         }
         return true;
     }
@@ -32,28 +32,23 @@ private:
 
 class CodecDecoder final : public ImageDecoder {
 public:
-    [[nodiscard]] bool open(const VideoDecoder::Settings& settings) {
-        imageBytes = std::size_t{settings.width} * settings.height * 2;
-        return decoder.open(settings);
-    }
+    [[nodiscard]] bool open(const VideoDecoder::Settings& settings) { return decoder.open(settings); }
 
-    bool decode(ByteView stored, Bytes* yuyv) override;
+    bool decode(ByteView stored, unsigned char* yuyv) override;
     void reset() override { decoder.reset(); }
 
 private:
     VideoDecoder decoder;
-    std::size_t imageBytes = 0;
     Bytes padded;
 };
 
-bool CodecDecoder::decode(ByteView stored, Bytes* yuyv) {
+bool CodecDecoder::decode(ByteView stored, unsigned char* yuyv) {
     padded.resize(stored.size() + VideoDecoder::kPaddingBytes);
     std::memcpy(padded.data(), stored.data(), stored.size());
     std::memset(padded.data() + stored.size(), 0, VideoDecoder::kPaddingBytes);
     const AVFrame* image = decoder.decode(padded.data(), stored.size());
     if (image != nullptr && yuyv != nullptr) {
-        yuyv->resize(imageBytes);
-        coding::planarToPacked(*image, yuyv->data());
+        coding::planarToPacked(*image, yuyv);
     }
     return image != nullptr;
 }
