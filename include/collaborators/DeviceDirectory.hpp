@@ -15,6 +15,8 @@ public:
     virtual std::vector<DeviceProperties> getGMSLDevices(bool, bool) = 0;
     /// Every camera; the camera passes true.
     virtual std::vector<DeviceProperties> getGrabberList(bool) = 0;
+    /// Why cameras are missing from the lists, in one sentence; empty when nothing is known to be wrong.
+    virtual String problem() { return {}; }
     /// Resets a camera's micro-controller; returns without waiting for it to come back. The camera passes 1.
     virtual ERROR_CODE resetMCU(int index) = 0;
 };

@@ -71,6 +71,8 @@ public:
 
     /// The attached cameras; the camera need not be open.
     [[nodiscard]] std::vector<DeviceProperties> getDeviceList() const;
+    /// Why cameras are missing from that list, in one sentence; empty when nothing is known to be wrong.
+    [[nodiscard]] String getDeviceListProblem() const;
     /// The camera, its calibration expressed for `resolution` (0: its own), and its sensors.
     [[nodiscard]] CameraDescription getCameraInformation(Resolution resolution = {}) const;
 

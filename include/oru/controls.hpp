@@ -32,7 +32,7 @@ struct Control {
     ControlKind kind = ControlKind::VALUE;
     ControlInputs read_from = ControlInputs::LIVE_AND_STREAM;
     ControlInputs written_to = ControlInputs::LIVE_AND_STREAM;
-    /// The control that switches this one to automatic, if any. A manual value ends the automatic.
+    /// The control that switches this one to automatic, if any. A manual value takes it out of the automatic.
     std::optional<VIDEO_SETTINGS> automatic_switch = std::nullopt;
 };
 

@@ -137,6 +137,10 @@ FrameCounters CameraOne::getFrameCounters() const {
 std::vector<DeviceProperties> CameraOne::getDeviceList() const {
     return guarded([&] { return impl->getDeviceList(); });
 }
+
+String CameraOne::getDeviceListProblem() const {
+    return impl->getDeviceListProblem();
+}
 CameraDescription CameraOne::getCameraInformation(Resolution resolution) const {
     return guarded([&] { return impl->getCameraInformation(resolution); });
 }

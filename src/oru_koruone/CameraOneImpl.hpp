@@ -47,6 +47,7 @@ public:
 
     ERROR_CODE retrieveImage(Mat& destination, VIEW view, MEM memory, Resolution size);
     [[nodiscard]] std::vector<DeviceProperties> getDeviceList() const;
+    [[nodiscard]] String getDeviceListProblem() const;
     [[nodiscard]] CameraDescription getCameraInformation(Resolution size);
 
     /// Takes imuMutex for the copy of the sample only.
@@ -146,6 +147,7 @@ private:
     [[nodiscard]] FrameStatus nextImageOfRLX(bool flag);
     [[nodiscard]] FrameStatus takeLiveFrame();
     void copyLiveFrame();
+    void leaveShownImage();
     void copyForRecorder();
     [[nodiscard]] rlxrw::rlxSampleMetadata liveMetadata();
     void handOverToSender(const rlxrw::rlxSampleMetadata& metadata);
@@ -223,6 +225,8 @@ private:
     std::map<VIDEO_SETTINGS, int> settingsCache;
     float sharpnessFactor = 1.0F;  // read beside the setters: relaxed
     Mat image;
+    Mat shownImage;             // on a stream, what the rectifier was given while `image` takes the next frame
+    bool imageIsShown = false;  // the rectifier was given `image`
     RESOLUTION resolution = RESOLUTION_LAST;
     Resolution imageSize;
     CUstream_st* cudaStream = nullptr;

@@ -10,4 +10,8 @@ std::vector<DeviceProperties> CameraOneImpl::getDeviceList() const {
     return devices;
 }
 
+String CameraOneImpl::getDeviceListProblem() const {
+    return collaborators->devices().problem();
+}
+
 }  // namespace oru

@@ -23,6 +23,7 @@ void CameraOneImpl::processNewFrame() {
     }
     const GpuContextScope context(collaborators->gpu(), initParameters.cuda_context);
     rectifier->process(image, cudaStream);
+    imageIsShown = true;
 }
 
 void CameraOneImpl::forwardImuPackets(const std::vector<IMUPacket>& packets) {

@@ -1,3 +1,5 @@
+#include <utility>
+
 #include "collaborators/frame_metadata.hpp"
 #include "oru_koruone/CameraOneImpl.hpp"
 #include "oru_koruone/relaxed.hpp"
@@ -9,6 +11,14 @@ constexpr uint8_t kLastFrameTimedState = 4;  // up to this state the sample take
 
 }  // namespace
 
+/// Views are drawn from the memory that was processed, and a frame that is refused must not change them.
+void CameraOneImpl::leaveShownImage() {
+    if (shownImage.alloc(imageSize, U8_C2, image.getMemoryType()) == SUCCESS && imageIsShown) {
+        std::swap(image, shownImage);
+        imageIsShown = false;
+    }
+}
+
 FrameStatus CameraOneImpl::nextImageOfStream(bool /*flag*/) {
     if (!streamInput) {
         return SOURCE_UNAVAILABLE;
@@ -16,6 +26,7 @@ FrameStatus CameraOneImpl::nextImageOfStream(bool /*flag*/) {
     if (streamingEnabled.load(std::memory_order_acquire) && streamOutput) {
         streamOutput->waitingestYUVFrameProcessing();
     }
+    leaveShownImage();
     if (!streamInput->readStreamData(image.getPtr<unsigned char>(CPU), nullptr)) {
         return NO_FRAME;
     }

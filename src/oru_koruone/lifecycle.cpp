@@ -33,6 +33,8 @@ void CameraOneImpl::resetVariables() {
     imuRateLastTimestamp = 0;
     lastImuTimestamp = 0;
     image.free(CPU_AND_GPU);
+    shownImage.free(CPU_AND_GPU);
+    imageIsShown = false;
     imuRateCount = 0;
     imuRateAverage = 0.0;
     imuRateEstimate = 0.0;

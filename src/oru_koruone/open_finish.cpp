@@ -40,7 +40,10 @@ ERROR_CODE CameraOneImpl::finishOpen() {
     setLensLength(configuration.raw_calibration, imageSize, cameraModel);
     setLensLength(configuration.calibration, imageSize, cameraModel);
     // Before the flag: whoever sees the camera open finds the buffer.
-    (void)image.alloc(imageSize, U8_C2, CPU_AND_GPU);
+    if (image.alloc(imageSize, U8_C2, CPU_AND_GPU) != SUCCESS) {
+        ORU_LOG(Error, "{} There is no memory for images of {} x {} pixels.", kTagInit, imageSize.width,
+                imageSize.height);
+    }
     opened.store(true, std::memory_order_release);
     return SUCCESS;
 }

@@ -243,6 +243,23 @@ TEST_P(RectifierContract, ShowsTheNewFrameInEverySize) {
     EXPECT_EQ(bytesOf(view, CPU), std::vector<unsigned char>(160 * 100, 200));
 }
 
+TEST_P(RectifierContract, ShowsTheProcessedMemoryWhereverItsContainerMoves) {
+    (void)setUp();
+    process();
+    const std::vector<unsigned char> processed = bytesOf(frame, CPU);
+    Mat other = makeFrame(kSize);
+    std::swap(frame, other);  // as a camera does that takes the next frame into another buffer
+    std::fill_n(frame.getPtr<unsigned char>(CPU), kSize.width * kSize.height * 2, static_cast<unsigned char>(200));
+    frame.timestamp = 99;
+
+    ASSERT_EQ(getView(UNRECTIFIED_GRAY, kResolution, view, CPU), VIEW_DRAWN);
+
+    EXPECT_EQ(view.timestamp, 77U);
+    for (std::size_t i = 0; i < processed.size() / 2; ++i) {
+        ASSERT_EQ(view.getPtr<unsigned char>(CPU)[i], processed[2 * i]) << i;
+    }
+}
+
 TEST_P(RectifierContract, GivesTheSameViewAfterManyOtherSizesTookItsPlace) {
     (void)setUp();
     process();

@@ -48,6 +48,10 @@ ExitStatus runDevices(bool json) {
         printTable(devices);
         writeOutput(fmt::format("GPU: {}\n", oru::gpuDescription().get()));
     }
+    if (const oru::String problem = camera.getDeviceListProblem(); !problem.empty()) {
+        complain("cameras are missing: {}.", problem.get());
+        return EXIT_FAILED;
+    }
     if (devices.empty()) {
         complain("no camera is attached; check the cable, or unset KORU_VIRTUAL_BUS to get the virtual cameras.");
     }

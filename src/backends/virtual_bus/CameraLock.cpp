@@ -4,14 +4,19 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <string>
+
+#include "utils/text_file.hpp"
 
 namespace oru::virtual_bus {
 namespace {
 
 constexpr mode_t kEveryone = 0666;
+constexpr std::size_t kMaxNoteBytes = 64;
 
 // Not $TMPDIR: processes with different environments must meet at the same file unless they are told not to.
 std::string lockPath(uint32_t serial) {
@@ -62,6 +67,10 @@ CameraLock::Result CameraLock::acquire(uint32_t serial) {
         return Result::BUSY;
     }
     lockFile = file;
+    // For who finds the camera taken; a lost note costs no more than a name in a message.
+    const std::string owner = std::to_string(::getpid()) + "\n";
+    (void)!::ftruncate(file, 0);
+    (void)!::pwrite(file, owner.data(), owner.size(), 0);
     return Result::TAKEN;
 }
 
@@ -70,6 +79,17 @@ void CameraLock::release() {
         ::close(lockFile);
         lockFile = -1;
     }
+}
+
+std::string CameraLock::holder(uint32_t serial) {
+    const std::string note = readPlainText(lockPath(serial), kMaxNoteBytes).text;
+    int process = 0;
+    if (std::from_chars(note.data(), note.data() + note.size(), process).ec != std::errc() || process <= 0) {
+        return "another process";
+    }
+    std::string name;
+    std::getline(std::ifstream("/proc/" + std::to_string(process) + "/comm"), name);
+    return "process " + std::to_string(process) + (name.empty() ? "" : " (" + name + ")");
 }
 
 bool CameraLock::isHeld(uint32_t serial) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <utility>
 
 namespace oru::virtual_bus {
@@ -25,6 +26,8 @@ public:
 
     /// Whether anyone holds the camera; takes no lock itself.
     [[nodiscard]] static bool isHeld(uint32_t serial);
+    /// The process that took the camera last, as a text for a message.
+    [[nodiscard]] static std::string holder(uint32_t serial);
 
 private:
     int lockFile = -1;

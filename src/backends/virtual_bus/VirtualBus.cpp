@@ -1,8 +1,11 @@
 #include "backends/virtual_bus/VirtualBus.hpp"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cstdlib>
 
+#include "backends/virtual_bus/guarded.hpp"
 #include "logging/log.hpp"
 #include "logging/messages.hpp"
 #include "utils/text_file.hpp"
@@ -11,6 +14,7 @@ namespace oru::virtual_bus {
 namespace {
 
 constexpr const char* kEnvironment = "KORU_VIRTUAL_BUS";
+constexpr const char* kOff = "off";
 constexpr uint32_t kInUse = 1;
 constexpr std::size_t kMaxConfigBytes = 1 << 20;
 
@@ -22,18 +26,32 @@ bool isAbsent(const BusConfig& bus, const CameraConfig& camera) {
 
 }  // namespace
 
-BusConfig VirtualBus::config() {
+std::string VirtualBus::setting() const {
     const char* value = std::getenv(kEnvironment);
-    const std::string setting = givenSetting.value_or(value != nullptr ? value : "");
-    if (setting.empty()) {
+    return givenSetting.value_or(value != nullptr ? value : "");
+}
+
+BusConfig VirtualBus::config() {
+    const std::string chosen = setting();
+    if (chosen.empty()) {
         return defaultBus();
     }
-    if (setting == "off") {
+    if (chosen == kOff) {
         return {};
     }
     const MutexLock lock(mutex);
-    reload(setting);
+    reload(chosen);
     return fileConfig;
+}
+
+std::string VirtualBus::problem() {
+    const std::string chosen = setting();
+    if (chosen.empty() || chosen == kOff) {
+        return {};
+    }
+    const MutexLock lock(mutex);
+    reload(chosen);
+    return fileProblem;
 }
 
 void VirtualBus::reload(const std::string& path) {
@@ -44,6 +62,7 @@ void VirtualBus::reload(const std::string& path) {
     file = path;
     fileText = text;
     fileConfig = {};
+    fileProblem.clear();
     std::string error = defect;
     const auto slash = path.rfind('/');
     const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);
@@ -51,7 +70,8 @@ void VirtualBus::reload(const std::string& path) {
     if (defect.empty() && parseBus(text, directory, &decoder, read, error)) {
         fileConfig = std::move(read);
     } else {
-        ORU_LOG(Error, "{} {} {}: {}. There are no virtual cameras.", kTagKoru, kEnvironment, path, error);
+        fileProblem = fmt::format("{} {}: {}", kEnvironment, path, error);
+        ORU_LOG(Error, "{} {}. There are no virtual cameras.", kTagKoru, fileProblem);
     }
 }
 
@@ -108,6 +128,10 @@ SETUP_STATE VirtualBus::claim(int id, CameraConfig& camera, CameraLock& lock) {
         if (result == CameraLock::Result::FAILED) {
             ORU_LOG(Error, "{} The lock file of camera {} can be neither opened nor made.", kTagInit, candidate.serial);
         }
+        if (result == CameraLock::Result::BUSY) {
+            ORU_LOG(Warning, "{} Camera {} is in use by {}.", kTagInit, candidate.id,
+                    CameraLock::holder(candidate.serial));
+        }
         state = ERROR_STREAM_START;
     }
     return state;
@@ -146,11 +170,20 @@ class VirtualDirectory final : public DeviceDirectory {
 public:
     explicit VirtualDirectory(std::shared_ptr<VirtualBus> virtualBus) : bus(std::move(virtualBus)) {}
 
-    std::vector<DeviceProperties> getGMSLDevices(bool, bool) override { return bus->list(); }
-    std::vector<DeviceProperties> getGrabberList(bool) override { return bus->list(); }
-    ERROR_CODE resetMCU(int index) override { return bus->resetMcu(index); }
+    std::vector<DeviceProperties> getGMSLDevices(bool, bool) override { return list(); }
+    std::vector<DeviceProperties> getGrabberList(bool) override { return list(); }
+    String problem() override {
+        return guarded("problem", String(), [this] { return String(bus->problem().c_str()); });
+    }
+    ERROR_CODE resetMCU(int index) override {
+        return guarded("resetMCU", FAILURE, [this, index] { return bus->resetMcu(index); });
+    }
 
 private:
+    std::vector<DeviceProperties> list() {
+        return guarded("list", std::vector<DeviceProperties>(), [this] { return bus->list(); });
+    }
+
     std::shared_ptr<VirtualBus> bus;
 };
 

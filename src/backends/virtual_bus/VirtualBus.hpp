@@ -24,6 +24,9 @@ public:
     /// Every camera, in configured order.
     [[nodiscard]] std::vector<DeviceProperties> list();
 
+    /// What is wrong with the configuration file, with its line; empty when nothing is.
+    [[nodiscard]] std::string problem();
+
     /// Takes a camera for its user: the one with that id, or the lowest free one for -1.
     [[nodiscard]] SETUP_STATE claim(int id, CameraConfig& camera, CameraLock& lock);
     /// Where faults may be changed while cameras run; empty when nothing is configured.
@@ -35,6 +38,7 @@ public:
     [[nodiscard]] ERROR_CODE resetMcu(int index);
 
 private:
+    [[nodiscard]] std::string setting() const;
     [[nodiscard]] BusConfig config();
     void reload(const std::string& path) ORU_REQUIRES(mutex);
     void offerCalibration(const CameraConfig& camera);
@@ -49,6 +53,7 @@ private:
     std::string file ORU_GUARDED_BY(mutex);
     std::string fileText ORU_GUARDED_BY(mutex);
     BusConfig fileConfig ORU_GUARDED_BY(mutex);
+    std::string fileProblem ORU_GUARDED_BY(mutex);
 };
 
 }  // namespace oru::virtual_bus

@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "backends/virtual_bus/footage/footage.hpp"
+#include "backends/virtual_bus/guarded.hpp"
 #include "backends/virtual_bus/scene/SceneSource.hpp"
 #include "logging/log.hpp"
 #include "logging/messages.hpp"
@@ -32,6 +33,10 @@ VirtualGrabber::~VirtualGrabber() {
 
 SETUP_STATE VirtualGrabber::setUp(int& id, int width, int height, int fps, int /*option*/, bool, IMU_FREQ /*frequency*/,
                                   bool, bool hdr) {
+    return guarded("setUp", ERROR_STREAM_START, [&] { return open(id, width, height, fps, hdr); });
+}
+
+SETUP_STATE VirtualGrabber::open(int& id, int width, int height, int fps, bool hdr) {
     close(true);
     claimedCamera = noCamera();
     CameraConfig camera;
@@ -99,13 +104,14 @@ SETUP_STATE VirtualGrabber::startCapture(const SensorMode& mode, int fps, bool h
 
 void VirtualGrabber::close(bool /*wait*/) {
     openCapture.reset();
+    frames.clear();
     cameraLock.release();
 }
 
 int VirtualGrabber::waitForNewFrame(int milliseconds) {
-    // A source that will bring nothing more is not worth a wait.
-    if (openCapture != nullptr && openCapture->status() == NO_FRAME) {
-        frames.waitForFresh(milliseconds);
+    // A source that will bring nothing more is not worth a wait; a silent one may come back any time.
+    if (openCapture != nullptr && !openCapture->isOver() && !frames.waitForFresh(milliseconds)) {
+        openCapture->noteWait(static_cast<uint64_t>(std::max(milliseconds, 0)) * 1'000'000);
     }
     return frames.fresh() ? 0 : -1;
 }
@@ -114,7 +120,9 @@ FrameStatus VirtualGrabber::getFrameStatus() {
     if (openCapture == nullptr) {
         return SOURCE_UNAVAILABLE;
     }
-    return frames.fresh() ? NEW_FRAME : openCapture->status();
+    // Asked first: the last frame may come, and the source end, between the two questions.
+    const FrameStatus status = openCapture->status();
+    return frames.fresh() ? NEW_FRAME : status;
 }
 
 unsigned char* VirtualGrabber::getPixels() {

@@ -62,6 +62,7 @@ public:
     [[nodiscard]] FrameCounters counters() const override { return frames.counters(); }
 
 private:
+    SETUP_STATE open(int& id, int width, int height, int fps, bool hdr);
     [[nodiscard]] bool fillSources(const SensorMode& mode, int fps, Capture::Setup& setup);
     SETUP_STATE startCapture(const SensorMode& mode, int fps, bool hdr);
 

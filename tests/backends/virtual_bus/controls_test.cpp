@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <functional>
 #include <numeric>
@@ -109,7 +110,7 @@ TEST(SensorControls, ManualLevelsEndTheirAutomatic) {
     SensorControls controls;
     controls.reset(kWidth, kHeight, 30, false);
 
-    for (const VIDEO_SETTINGS level : {GAIN, EXPOSURE, GMSL_SETTING_13, GMSL_SETTING_14, GMSL_SETTING_15}) {
+    for (const VIDEO_SETTINGS level : {GAIN, EXPOSURE}) {
         ASSERT_EQ(controls.set(AEC_AGC, 1, false), 0);
         ASSERT_EQ(controls.set(level, -1, true), 0);
         EXPECT_EQ(controls.value(AEC_AGC), 1) << level;
@@ -122,6 +123,65 @@ TEST(SensorControls, ManualLevelsEndTheirAutomatic) {
     EXPECT_EQ(controls.value(SETTING_10_AUTO), 0);
     ASSERT_EQ(controls.set(GAIN, -1, true), 0);
     EXPECT_EQ(controls.value(GAIN), 0) << "without the loop, automatic is the default";
+}
+
+TEST(SensorControls, FixedLevelsAndBoundsNeverChangeWhatTheCameraKeepsOfItsOwnWrites) {
+    SensorControls controls;
+    controls.reset(kWidth, kHeight, 30, false);
+    const auto readings = [&] {
+        return std::array{controls.value(EXPOSURE), controls.value(GAIN), controls.value(AEC_AGC)};
+    };
+    const auto disturb = [&] {
+        for (const int value : {1000, 9000}) {
+            for (const VIDEO_SETTINGS level : {GMSL_SETTING_13, GMSL_SETTING_14, GMSL_SETTING_15}) {
+                ASSERT_EQ(controls.set(level, value, false), 0);
+                EXPECT_EQ(controls.value(level), value);
+            }
+        }
+        ASSERT_EQ(controls.setRange(RANGE_SETTING_16, {100, 200}, false), 0);
+        ASSERT_EQ(controls.setRange(RANGE_SETTING_17, {0, 0}, false), 0);
+        ASSERT_EQ(controls.setRange(RANGE_SETTING_18, {0, 0}, false), 0);
+    };
+    ASSERT_EQ(controls.set(EXPOSURE, 50, false), 0);
+    ASSERT_EQ(controls.set(GAIN, 20, false), 0);
+    const ImageSettings manual = controls.image();
+
+    disturb();
+    EXPECT_EQ(readings(), (std::array{50, 20, 0}));
+    EXPECT_LT(controls.image().light, 0.1 * manual.light) << "what is fixed and bounded is what images are taken with";
+
+    for (const VIDEO_SETTINGS setting : {RANGE_SETTING_16, RANGE_SETTING_17, RANGE_SETTING_18}) {
+        ASSERT_EQ(controls.setRange(setting, {-1, -1}, true), 0);
+    }
+    for (const VIDEO_SETTINGS level : {GMSL_SETTING_13, GMSL_SETTING_14, GMSL_SETTING_15}) {
+        ASSERT_EQ(controls.set(level, -1, true), 0);
+    }
+    EXPECT_EQ(controls.image(), manual) << "released, the levels written before are there again";
+
+    ASSERT_EQ(controls.set(AEC_AGC, 1, false), 0);
+    disturb();
+    EXPECT_EQ(controls.value(AEC_AGC), 1);
+}
+
+TEST(SensorControls, LoopReachesItsTargetAroundFixedLevels) {
+    struct Case {
+        std::vector<std::pair<VIDEO_SETTINGS, int>> fixed;
+    };
+    for (const Case& c : {Case{{{GMSL_SETTING_13, 4000}}}, Case{{{GMSL_SETTING_14, 12000}}},
+                          Case{{{GMSL_SETTING_15, 6000}}}, Case{{{GMSL_SETTING_13, 16000}, {GMSL_SETTING_15, 6000}}}}) {
+        SensorControls controls;
+        controls.reset(kWidth, kHeight, 30, false);
+        for (const auto& [level, value] : c.fixed) {
+            ASSERT_EQ(controls.set(level, value, false), 0);
+        }
+        double luma = 0.0;
+        for (int frame = 0; frame < 30; ++frame) {
+            luma = 16.0 + std::min(219.0, 20.0 * controls.image().light);
+            controls.observe(luma);
+        }
+        EXPECT_NEAR(luma, 110.0, 6.0) << c.fixed.front().first;
+        EXPECT_EQ(controls.value(c.fixed.front().first), c.fixed.front().second);
+    }
 }
 
 TEST(SensorControls, RangesBoundManualAndAutomaticLevels) {

@@ -11,6 +11,7 @@
 #include "backends/virtual_bus/BusRig.hpp"
 #include "backends/virtual_bus/CameraLock.hpp"
 #include "backends/virtual_bus/bus_files.hpp"
+#include "doubles/ChildProcess.hpp"
 
 namespace oru::virtual_bus {
 namespace {
@@ -194,6 +195,20 @@ TEST(VirtualFaults, TheControlFileWorksWhileTheCameraRuns) {
     EXPECT_TRUE(rig.takeFrame());
 }
 
+TEST(VirtualGrabber, AStoppedProcessFindsItsCameraWell) {
+    doubles::ChildProcess taker({ORU_BUS_TAKER, "4"});
+    ASSERT_TRUE(taker.hasStarted());
+    taker.waitForOutput();
+
+    ASSERT_EQ(::kill(taker.id(), SIGSTOP), 0);
+    std::this_thread::sleep_for(milliseconds(3000));
+    ASSERT_EQ(::kill(taker.id(), SIGCONT), 0);
+
+    EXPECT_EQ(taker.line(), "started\n");
+    EXPECT_EQ(taker.rest(), "every frame came\n");
+    EXPECT_EQ(taker.exitStatus(), 0);
+}
+
 TEST(CameraLock, OfAKilledProcessIsFree) {
     int ready[2];
     ASSERT_EQ(::pipe(ready), 0);
@@ -214,6 +229,7 @@ TEST(CameraLock, OfAKilledProcessIsFree) {
 
     EXPECT_EQ(rig.open(), ERROR_STREAM_START);
     EXPECT_NE(rig.directory->getGrabberList(true)[0].availability, 0U);
+    EXPECT_TRUE(CameraLock::holder(30010001).starts_with("process " + std::to_string(child) + " ("));
 
     ASSERT_EQ(::kill(child, SIGKILL), 0);
     ASSERT_EQ(::waitpid(child, nullptr, 0), child);

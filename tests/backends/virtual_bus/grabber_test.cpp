@@ -4,11 +4,14 @@
 #include <atomic>
 #include <chrono>
 #include <cmath>
+#include <new>
 #include <set>
+#include <stdexcept>
 #include <thread>
 #include <vector>
 
 #include "backends/virtual_bus/BusRig.hpp"
+#include "backends/virtual_bus/bus_files.hpp"
 
 namespace oru::virtual_bus {
 namespace {
@@ -38,6 +41,25 @@ TEST(VirtualDirectory, ListsTheDefaultCamerasWithTheirCalibration) {
     EXPECT_EQ(devices[1].serial_number, 31020002U);
     EXPECT_NE(rig.calibrations.text(30010001).find("[CAM_fhd1200]"), std::string::npos);
     EXPECT_NE(rig.calibrations.text(31020002).find("[CAM_4k]"), std::string::npos);
+}
+
+TEST(VirtualDirectory, TellsWhatIsWrongWithItsFileAndWhere) {
+    const TemporaryDirectory folder;
+    const std::string path = folder.write("bus.ini", "[camera 0]\nmodel = 30\nmodle = 31\n");
+    BusRig wrong(path);
+    BusRig missing(folder.path("none.ini"));
+    BusRig off("off");
+    BusRig standard;
+
+    EXPECT_TRUE(wrong.directory->getGrabberList(true).empty());
+    EXPECT_EQ(wrong.directory->problem().get(),
+              "KORU_VIRTUAL_BUS " + path + ": line 3: unknown key modle in [camera 0]");
+    EXPECT_NE(missing.directory->problem().get().find("No such file"), std::string::npos);
+    EXPECT_TRUE(off.directory->problem().empty());
+    EXPECT_TRUE(standard.directory->problem().empty());
+    (void)folder.write("bus.ini", "[camera 0]\nmodel = 30\n");
+    EXPECT_TRUE(wrong.directory->problem().empty()) << "mended";
+    EXPECT_EQ(wrong.directory->getGrabberList(true).size(), 1U);
 }
 
 TEST(VirtualDirectory, IsEmptyWhenTheBusIsOff) {
@@ -149,6 +171,154 @@ TEST(VirtualGrabber, ReportsEachFrameAsNewOnce) {
         EXPECT_GE(waited, milliseconds(40));
         EXPECT_LT(waited, milliseconds(5000));
     }
+}
+
+/// Footage from memory: so many images, or a failure that a decoder can have.
+class StrangeDecoder final : public FootageDecoder {
+public:
+    enum class Mood { WHOLE, OUT_OF_MEMORY, THROWS, THROWS_AT_OPEN };
+
+    Mood mood = Mood::WHOLE;
+    std::atomic<bool> hanging{false};
+
+    bool probe(const std::string& /*path*/, ImageFileFacts& facts, std::string& /*error*/) override {
+        facts = {960, 600, 120.0};
+        return true;
+    }
+    std::unique_ptr<FootageReader> openVideo(const std::string& /*path*/, double /*fps*/,
+                                             const ImageScaling& /*scaling*/, std::string& /*error*/) override {
+        if (mood == Mood::THROWS_AT_OPEN) {
+            throw std::runtime_error("the decoder is broken");
+        }
+        return std::make_unique<Reader>(*this);
+    }
+    std::unique_ptr<FootageReader> openImages(std::vector<ListedImage> /*images*/, const ImageScaling& /*scaling*/,
+                                              std::string& /*error*/) override {
+        return nullptr;
+    }
+
+private:
+    class Reader final : public FootageReader {
+    public:
+        explicit Reader(StrangeDecoder& decoder) : owner(decoder), image(960 * 600 * 2, 100) {}
+        bool next(uint64_t& time) override {
+            time = 0;
+            return index++ == 0;
+        }
+        const unsigned char* read() override {
+            while (owner.hanging.load(std::memory_order_acquire)) {
+                std::this_thread::sleep_for(milliseconds(5));
+            }
+            if (owner.mood == Mood::THROWS) {
+                throw std::runtime_error("the decoder is broken");
+            }
+            if (owner.mood == Mood::OUT_OF_MEMORY) {
+                throw std::bad_alloc();
+            }
+            return image.data();
+        }
+        void skip() override {}
+        bool rewind() override { return false; }
+
+    private:
+        StrangeDecoder& owner;
+        std::vector<unsigned char> image;
+        int index = 0;
+    };
+};
+
+/// Camera 0 of a bus whose footage comes from a strange decoder.
+struct StrangeRig {
+    StrangeRig()
+        : bus(makeVirtualBus(*clock, nullptr, decoder,
+                             folder.write("bus.ini", cameraText("source = footage\nfootage = any\nfx = 500\nfy = 500\n"
+                                                                "cx = 480\ncy = 300\n")))),
+          grabber(makeVirtualGrabber(bus, GMSL)) {}
+
+    SETUP_STATE open() {
+        int id = 0;
+        return grabber->setUp(id, 960, 600, 60, 0, false, IMU_FREQ_2, true, false);
+    }
+    /// Without a pause, as a thread that happens to ask at the worst moment.
+    FrameStatus finalStatus() {
+        const auto start = steady_clock::now();
+        FrameStatus status = NO_FRAME;
+        while (status == NO_FRAME && steady_clock::now() - start < std::chrono::seconds(10)) {
+            status = grabber->getFrameStatus();
+        }
+        return status;
+    }
+
+    TemporaryDirectory folder;
+    StrangeDecoder decoder;
+    std::unique_ptr<Clock> clock = makeSystemClock();
+    std::shared_ptr<VirtualBus> bus;
+    std::unique_ptr<LiveCameraGrabber> grabber;
+};
+
+TEST(VirtualGrabber, DeliversTheLastImageOfItsFootageBeforeTheEnd) {
+    StrangeRig rig;
+    for (int round = 0; round < 200; ++round) {
+        ASSERT_EQ(rig.open(), SETUP_OK);
+
+        ASSERT_EQ(rig.finalStatus(), NEW_FRAME) << "round " << round;
+        rig.grabber->enterCriticalSection();
+        rig.grabber->afterGrab();
+        rig.grabber->exitCriticalSection();
+        ASSERT_EQ(rig.finalStatus(), INPUT_ENDED) << "round " << round;
+    }
+}
+
+TEST(VirtualGrabber, TurnsWhatItsDecoderThrowsIntoItsOwnStates) {
+    using Mood = StrangeDecoder::Mood;
+    StrangeRig rig;
+
+    rig.decoder.mood = Mood::THROWS_AT_OPEN;
+    EXPECT_EQ(rig.open(), ERROR_STREAM_START);
+    rig.decoder.mood = Mood::THROWS;
+    ASSERT_EQ(rig.open(), SETUP_OK);
+    EXPECT_EQ(rig.finalStatus(), SOURCE_ERROR);
+    rig.decoder.mood = Mood::OUT_OF_MEMORY;
+    ASSERT_EQ(rig.open(), SETUP_OK);
+    EXPECT_EQ(rig.finalStatus(), INPUT_ENDED);
+    EXPECT_EQ(rig.grabber->counters().decode_failed, 1U) << "memory for one image costs one image";
+    rig.decoder.mood = Mood::WHOLE;
+    ASSERT_EQ(rig.open(), SETUP_OK);
+    EXPECT_EQ(rig.finalStatus(), NEW_FRAME);
+}
+
+TEST(VirtualGrabber, NoticesACaptureThreadThatHangs) {
+    StrangeRig rig;
+    rig.decoder.hanging.store(true, std::memory_order_release);
+    ASSERT_EQ(rig.open(), SETUP_OK);
+
+    const auto start = steady_clock::now();
+    FrameStatus status = NO_FRAME;
+    while (status == NO_FRAME && steady_clock::now() - start < std::chrono::seconds(20)) {
+        (void)rig.grabber->waitForNewFrame(100);
+        status = rig.grabber->getFrameStatus();
+    }
+
+    EXPECT_EQ(status, SOURCE_ERROR);
+    EXPECT_GE(steady_clock::now() - start, milliseconds(1900));
+    rig.decoder.hanging.store(false, std::memory_order_release);
+}
+
+TEST(VirtualGrabber, HoldsNoFrameAfterClose) {
+    BusRig rig;
+    ASSERT_EQ(rig.open(), SETUP_OK);
+    ASSERT_TRUE(rig.takeFrame());
+    ASSERT_NE(rig.grabber->getPixels(), nullptr);
+    ASSERT_NE(rig.grabber->getIMUPacket(), nullptr);
+
+    rig.grabber->close(true);
+
+    EXPECT_EQ(rig.grabber->getPixels(), nullptr);
+    EXPECT_EQ(rig.grabber->getIMUPacket(), nullptr);
+    EXPECT_EQ(rig.grabber->getTimeStamp(), 0U);
+    const FrameCounters counters = rig.grabber->counters();
+    EXPECT_GE(counters.delivered, 1U);
+    EXPECT_EQ(counters.produced, counters.delivered + counters.lost());
 }
 
 TEST(VirtualGrabber, ServesControlsSensorsAndCountersBesideTheFrames) {

@@ -1,5 +1,7 @@
 #include <cmath>
 
+#include "collaborators/frame_metadata.hpp"
+#include "doubles/HostMemoryGpu.hpp"
 #include "doubles/camera_fixture.hpp"
 #include "oru_koru/CameraUtils.hpp"
 
@@ -50,6 +52,41 @@ TEST_F(RetrieveImage, FittingContainerIsKept) {
 
     EXPECT_EQ(view.getPtr<unsigned char>(CPU), pixels);
     EXPECT_EQ(view.getMemoryType(), CPU) << "another memory is the rectifier's business";
+}
+
+TEST_F(RetrieveImage, ShowsTheLastGrabbedFrameOfAStreamWhileLaterOnesAreRefused) {
+    parameters.fast_fail_grab = true;
+    ASSERT_EQ(openStream(), SUCCESS);
+    factory->streamInput.thenFrame = false;
+    rlxrw::rlxSampleMetadata withSample{};
+    rlxrw::convertMetadataFromMCUData(withSample, {.orientation = {0, 0, 0, 1}});
+    Mat view;
+    const auto shows = [&] {
+        EXPECT_EQ(camera->retrieveImage(view, UNRECTIFIED_GRAY, CPU, {}), SUCCESS);
+        return static_cast<int>(view.getPtr<unsigned char>(CPU)[0]);
+    };
+    for (const int level : {50, 60, 70}) {
+        const auto pixel = static_cast<unsigned char>(level);
+        factory->streamInput.arrivals = {{{pixel}, 1'000U * pixel, withSample},
+                                         {{static_cast<unsigned char>(level + 1)}, 1'000U * pixel + 1, {}},
+                                         {{static_cast<unsigned char>(level + 2)}, 1'000U * pixel + 2, {}}};
+        ASSERT_EQ(camera->grab(), SUCCESS);
+        EXPECT_EQ(shows(), level);
+        ASSERT_EQ(camera->grab(), CAMERA_NOT_READY) << "frames without a sample are none";
+        ASSERT_TRUE(factory->streamInput.arrivals.empty());
+        EXPECT_EQ(shows(), level) << "a refused frame is shown";
+    }
+}
+
+TEST_F(RetrieveImage, SaysOnceThatThereIsNoMemoryForImages) {
+    class FullGpu final : public doubles::HostMemoryGpu {
+        void* hostAlloc(std::size_t /*bytes*/) override { return nullptr; }
+    };
+    factory->otherGpu = std::make_shared<FullGpu>();
+
+    EXPECT_EQ(openLive(), SUCCESS) << "the opening does not depend on it";
+
+    EXPECT_EQ(logged.count(LogLevel::Error, "[Init]  There is no memory for images of 1920 x 1200 pixels."), 1);
 }
 
 TEST_F(CameraInformation, IntrinsicsFollowTheRequestedSize) {

@@ -2,7 +2,12 @@
 
 #include <algorithm>
 #include <cmath>
+#include <exception>
+#include <new>
 #include <numbers>
+
+#include "logging/log.hpp"
+#include "logging/messages.hpp"
 
 namespace oru::virtual_bus {
 namespace {
@@ -18,6 +23,17 @@ std::array<float, 3> toArray(const Eigen::Vector3d& v) {
 
 std::array<float, 16> diagonal(float value) {
     return {value, 0, 0, 0, 0, value, 0, 0, 0, 0, value, 0, 0, 0, 0, value};
+}
+
+/// With room for that many packets, or for none when memory does not suffice.
+std::vector<IMUPacket> emptyBatch(std::size_t packets) {
+    std::vector<IMUPacket> batch;
+    try {
+        batch.reserve(packets);
+    } catch (const std::bad_alloc&) {
+        ORU_LOG(Error, "{} {} inertial samples are lost: out of memory.", kTagKoru, packets);
+    }
+    return batch;
 }
 
 /// Warms up by 9 degrees within minutes of the start.
@@ -107,9 +123,8 @@ std::vector<IMUPacket> VirtualMcu::getIMUPacketBatch(unsigned long from, unsigne
     const bool clockWentBack = from > to || firstNotHanded < firstOfRun;
     const std::size_t begin = clockWentBack ? ageOrderOf(firstNotHanded) : firstLaterThan(from);
     const std::size_t end = firstLaterThan(to);
-    std::vector<IMUPacket> batch;
-    batch.reserve(end > begin ? end - begin : 0);
-    for (std::size_t i = begin; i < end; ++i) {
+    std::vector<IMUPacket> batch = emptyBatch(end > begin ? end - begin : 0);
+    for (std::size_t i = begin; i < end && batch.size() < batch.capacity(); ++i) {
         batch.push_back(packetAt(i));
     }
     firstNotHanded = std::max(firstNotHanded, numberOfNext - packetCount + end);
@@ -154,10 +169,20 @@ void VirtualMcu::advance() {
     }
     const uint64_t now = timeAxis->elapsed();
     InertialSample sample;
-    while (inertialSource->next(now, sample)) {
+    while (nextSample(now, sample)) {
         if (!silenced) {
             append(packetFrom(sample));
         }
+    }
+}
+
+bool VirtualMcu::nextSample(uint64_t now, InertialSample& sample) {
+    try {
+        return inertialSource->next(now, sample);
+    } catch (const std::exception& problem) {
+        ORU_LOG(Error, "{} The inertial samples end: {}.", kTagKoru, problem.what());
+        inertialSource = nullptr;
+        return false;
     }
 }
 

@@ -50,6 +50,7 @@ public:
 
 private:
     void advance() ORU_REQUIRES(mutex);
+    [[nodiscard]] bool nextSample(uint64_t now, InertialSample& sample) ORU_REQUIRES(mutex);
     void append(const IMUPacket& packet) ORU_REQUIRES(mutex);
     [[nodiscard]] IMUPacket packetFrom(const InertialSample& sample) const ORU_REQUIRES(mutex);
     void addEnvironment(const InertialSample& sample, IMUPacket& packet) const ORU_REQUIRES(mutex);

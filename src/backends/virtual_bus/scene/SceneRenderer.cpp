@@ -25,7 +25,10 @@ std::size_t levelFor(float squaredStep, const Texture& texture) {
 
 /// A texel position as a fraction of a whole turn of the repeating texture: 2^32 is one turn, so that wrapping is free.
 uint32_t turn(float texels, float turnsPerTexel) {
-    return static_cast<uint32_t>(static_cast<int64_t>(texels * turnsPerTexel));
+    // A lens that sends a ray to infinity gives a texel, too.
+    constexpr float kFarthest = 4e18F;
+    const float turns = texels * turnsPerTexel;
+    return static_cast<uint32_t>(static_cast<int64_t>(turns > -kFarthest && turns < kFarthest ? turns : 0.0F));
 }
 
 float turnsPerTexel(const Texture& texture) {

@@ -22,10 +22,11 @@ float larger(float a, float b) {
 }
 
 /// The wall of the room that a ray from inside reaches.
+/// From inside no wall lies behind: a ray along one meets it at infinity, whatever the sign of its zero.
 Hit hitRoom(const Vector3& low, const Vector3& high, const Vector3& eye, const Vector3& d) {
-    const float tx = ((d.x > 0.0F ? high.x : low.x) - eye.x) / d.x;
-    const float ty = ((d.y > 0.0F ? high.y : low.y) - eye.y) / d.y;
-    const float tz = ((d.z > 0.0F ? high.z : low.z) - eye.z) / d.z;
+    const float tx = std::abs(((d.x > 0.0F ? high.x : low.x) - eye.x) / d.x);
+    const float ty = std::abs(((d.y > 0.0F ? high.y : low.y) - eye.y) / d.y);
+    const float tz = std::abs(((d.z > 0.0F ? high.z : low.z) - eye.z) / d.z);
     const int sx = d.x > 0.0F ? 1 : 0;
     const int sy = d.y > 0.0F ? 3 : 2;
     const int sz = d.z > 0.0F ? 5 : 4;

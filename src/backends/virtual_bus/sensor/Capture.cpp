@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <exception>
+#include <new>
 #include <utility>
 
 #include "logging/log.hpp"
@@ -13,6 +15,7 @@ namespace {
 
 constexpr uint64_t kSilenceIsErrorNs = 2'000'000'000;
 constexpr uint64_t kLongestWaitNs = 100'000'000;  // between two looks at the faults
+constexpr uint64_t kStandstillNs = 500'000'000;   // a wait that took so much longer was none of the capture thread's
 
 double seconds(uint64_t nanoseconds) {
     return static_cast<double>(nanoseconds) * 1e-9;
@@ -29,11 +32,17 @@ Capture::Capture(Clock& clock, FrameExchange& frames, VirtualMcu& mcu, SensorCon
       pipeline(cameraSetup.width, cameraSetup.height),
       axis(clock),
       faultFeed(cameraSetup.camera, cameraSetup.faults, cameraSetup.control_file),
-      lastFrame(clock.monotonicNanoseconds()) {
+      lastFrame(clock.monotonicNanoseconds()),
+      lastAlive(lastFrame.load(std::memory_order_relaxed)) {
     frameExchange.reset(static_cast<std::size_t>(cameraSetup.width) * static_cast<std::size_t>(cameraSetup.height) * 2);
     cameraSetup.mcu.frame_period_ns = static_cast<double>(cameraSetup.images->period());
     microController.start(axis, *cameraSetup.inertial, cameraSetup.mcu);
-    captureThread = std::thread(&Capture::run, this);
+    try {
+        captureThread = std::thread(&Capture::run, this);
+    } catch (...) {
+        microController.stop();
+        throw;
+    }
 }
 
 Capture::~Capture() {
@@ -52,8 +61,27 @@ FrameStatus Capture::status() const {
         return status;
     }
     const uint64_t last = lastFrame.load(std::memory_order_acquire);
+    const uint64_t alive = lastAlive.load(std::memory_order_acquire);
+    const bool silent = alive > last && alive - last > kSilenceIsErrorNs;
+    const bool hanging = waitedInVain.load(std::memory_order_relaxed) > kSilenceIsErrorNs;
+    return silent || hanging ? SOURCE_ERROR : NO_FRAME;
+}
+
+void Capture::noteWait(uint64_t nanoseconds) {
+    const uint64_t alive = lastAlive.load(std::memory_order_acquire);
+    const bool hanging = alive == aliveAtLastWait;
+    aliveAtLastWait = alive;
+    waitedInVain.store(hanging ? waitedInVain.load(std::memory_order_relaxed) + nanoseconds : 0,
+                       std::memory_order_relaxed);
+}
+
+void Capture::noteAlive() {
     const uint64_t now = systemClock.monotonicNanoseconds();
-    return now > last && now - last > kSilenceIsErrorNs ? SOURCE_ERROR : NO_FRAME;
+    const uint64_t since = now - lastAlive.load(std::memory_order_relaxed);
+    if (since > kStandstillNs) {
+        lastFrame.store(std::min(now, lastFrame.load(std::memory_order_relaxed) + since), std::memory_order_release);
+    }
+    lastAlive.store(now, std::memory_order_release);
 }
 
 void Capture::finish(FrameStatus status) {
@@ -65,6 +93,7 @@ bool Capture::waitUntil(uint64_t deadline) {
     const MutexLock lock(mutex);
     while (!stopping) {
         const uint64_t now = axis.elapsed();
+        noteAlive();
         if (now >= deadline) {
             return true;
         }
@@ -74,6 +103,15 @@ bool Capture::waitUntil(uint64_t deadline) {
 }
 
 void Capture::run() {
+    try {
+        playImages();
+    } catch (const std::exception& problem) {
+        ORU_LOG(Error, "{} Camera {} stops: {}.", kTagKoru, cameraSetup.camera, problem.what());
+        finish(SOURCE_ERROR);
+    }
+}
+
+void Capture::playImages() {
     uint64_t due = 0;
     while (cameraSetup.images->next(due)) {
         // A source with long pauses must not hide a fault that begins in one.
@@ -161,10 +199,19 @@ void Capture::loseNext(Loss cause) {
     frameExchange.countLost(cause);
 }
 
+/// One image that memory does not suffice for is lost, not the camera.
+bool Capture::drawn(uint64_t moment, unsigned char* pixels) {
+    try {
+        return cameraSetup.images->draw(moment, pixels, pipeline) == ImageResult::DRAWN;
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+}
+
 void Capture::produce(uint64_t moment) {
     Frame& frame = frameExchange.writeBuffer();
     pipeline.begin(sensorControls.image());
-    if (cameraSetup.images->draw(moment, frame.pixels.data(), pipeline) != ImageResult::DRAWN) {
+    if (!drawn(moment, frame.pixels.data())) {
         frameExchange.countLost(Loss::DECODE_FAILED);
         return;
     }

@@ -43,14 +43,22 @@ public:
     Capture(const Capture&) = delete;
     Capture& operator=(const Capture&) = delete;
 
-    /// Of the source, frames apart: NO_FRAME while it runs. Threads: any.
+    /// Of the source, frames apart: NO_FRAME while it runs, SOURCE_ERROR once it has brought nothing for 2 s. Time in
+    /// which the process stood still is no silence. Threads: any.
     [[nodiscard]] FrameStatus status() const;
+    /// Whether there will be no more frames. Threads: any.
+    [[nodiscard]] bool isOver() const { return finalStatus.load(std::memory_order_acquire) != NO_FRAME; }
+    /// The taker has waited that long for a frame in vain, which is how a capture thread that hangs is noticed.
+    /// Threads: the taker.
+    void noteWait(uint64_t nanoseconds);
 
 private:
     enum class Link : int32_t { UP, SILENT, LOST };
 
     void run();
+    void playImages();
     void finish(FrameStatus status);
+    void noteAlive();
     [[nodiscard]] bool waitUntil(uint64_t deadline);
     [[nodiscard]] Link followFaults(uint64_t moment);
     void followPlug(bool unplugged, uint64_t moment);
@@ -58,6 +66,7 @@ private:
     [[nodiscard]] bool happens(Fault fault, uint64_t moment);
     void loseNext(Loss cause);
     void produce(uint64_t moment);
+    [[nodiscard]] bool drawn(uint64_t moment, unsigned char* pixels);
 
     Clock& systemClock;
     FrameExchange& frameExchange;
@@ -67,7 +76,12 @@ private:
     ImagePipeline pipeline;
     TimeAxis axis;
     FaultFeed faultFeed;
-    std::atomic<uint64_t> lastFrame;  // monotonic time of the last frame offered
+    // Monotonic times, stored by the capture thread: the last frame offered, and when the thread was last seen to run.
+    std::atomic<uint64_t> lastFrame;
+    std::atomic<uint64_t> lastAlive;
+    // Of the taker.
+    uint64_t aliveAtLastWait = 0;
+    std::atomic<uint64_t> waitedInVain{0};
     std::atomic<FrameStatus> finalStatus{NO_FRAME};
     // Of the capture thread alone.
     std::mt19937 randomGenerator{12345};

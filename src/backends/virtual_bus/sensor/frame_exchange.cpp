@@ -49,15 +49,16 @@ bool FrameExchange::fresh() {
     return hasFresh;
 }
 
-void FrameExchange::waitForFresh(int milliseconds) {
+bool FrameExchange::waitForFresh(int milliseconds) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
     const MutexLock lock(mutex);
     const uint64_t wakes = wakeCount;
     while (!hasFresh && wakeCount == wakes) {
         if (changed.wait_until(mutex, deadline) == std::cv_status::timeout) {
-            return;
+            return hasFresh;
         }
     }
+    return true;
 }
 
 void FrameExchange::wake() {
@@ -93,6 +94,17 @@ void FrameExchange::taken() {
         ++account.delivered;
         untaken = false;
     }
+}
+
+void FrameExchange::clear() {
+    const MutexLock lock(mutex);
+    account.overwritten += (hasFresh ? 1U : 0U) + (untaken ? 1U : 0U);
+    for (Frame& frame : frames) {
+        frame = Frame{};
+    }
+    hasFresh = false;
+    holding = false;
+    untaken = false;
 }
 
 FrameCounters FrameExchange::counters() const {

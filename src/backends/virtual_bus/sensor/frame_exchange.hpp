@@ -22,7 +22,8 @@ enum class Loss : int32_t { SENSOR_GAP, DAMAGED, DECODE_FAILED };
 
 /// Hands the newest frame from the capture thread to the taker over three buffers, so that neither waits for the
 /// other, and keeps the account: produced = delivered + lost.
-/// Threads: writeBuffer() and publish() belong to the capture thread, latch() to taken() to one taker; the rest any.
+/// Threads: writeBuffer() and publish() belong to the capture thread, latch() to taken() to one taker; reset() and
+/// clear() are called while there is no capture thread; the rest any.
 class FrameExchange {
 public:
     /// Drops what is there and zeroes the counters.
@@ -36,8 +37,8 @@ public:
 
     /// Whether a frame waits that has not been taken.
     [[nodiscard]] bool fresh();
-    /// Returns at a fresh frame, at wake(), or after the given time.
-    void waitForFresh(int milliseconds);
+    /// Returns at a fresh frame, at wake(), or after the given time, and then false.
+    bool waitForFresh(int milliseconds);
     void wake();
 
     /// Makes the newest frame the held one; without a fresh frame the held one stays.
@@ -46,6 +47,9 @@ public:
     [[nodiscard]] Frame* held();
     /// The held frame has been delivered; counted once.
     void taken();
+
+    /// Forgets every frame and gives their memory back; one that was not taken is counted as overwritten.
+    void clear();
 
     [[nodiscard]] FrameCounters counters() const;
 

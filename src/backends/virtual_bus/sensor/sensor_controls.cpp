@@ -88,7 +88,9 @@ void SensorControls::reset(int width, int height, int fps, bool hdr) {
     hardwareLimits = {Limits{kMinExposureUs, std::min(kMaxExposureUs, 1'000'000 / std::max(fps, 1))},
                       Limits{0, kMaxAnalogueMilliDb}, Limits{0, kMaxDigitalMilliDb}};
     rangeBounds = hardwareLimits;
-    levels = {clampTo(EXPOSURE_TIME, kNominalExposureUs), 0, 0};
+    exposureTimeUs = clampTo(EXPOSURE_TIME, kNominalExposureUs);
+    totalGainMilliDb = 0;
+    fixedLevels = {};
     meteringRegion = {0, 0, static_cast<uint64_t>(width), static_cast<uint64_t>(height)};
 }
 
@@ -134,15 +136,20 @@ int SensorControls::value(VIDEO_SETTINGS setting) {
     if (!configured) {
         return 0;
     }
+    const Levels levels = effectiveLevels();
     if (isLevel(setting)) {
         return levels[static_cast<std::size_t>(setting - GMSL_SETTING_13)];
     }
+    // A manual value reads as it was written, whatever bounds and fixed levels make of it.
+    const bool automatic = plainValues[AEC_AGC] != 0;
     if (setting == GAIN) {
-        return static_cast<int>(std::lround((levels[ANALOGUE_GAIN] + levels[DIGITAL_GAIN]) / kGainPercentMilliDb));
+        const int gain = automatic ? levels[ANALOGUE_GAIN] + levels[DIGITAL_GAIN] : totalGainMilliDb;
+        return static_cast<int>(std::lround(gain / kGainPercentMilliDb));
     }
     if (setting == EXPOSURE) {
         const Limits& time = hardwareLimits[EXPOSURE_TIME];
-        return static_cast<int>(std::lround(100.0 * (levels[EXPOSURE_TIME] - time.min) / (time.max - time.min)));
+        const int exposure = automatic ? levels[EXPOSURE_TIME] : exposureTimeUs;
+        return static_cast<int>(std::lround(100.0 * (exposure - time.min) / (time.max - time.min)));
     }
     return isPlain(setting) ? plainValues[static_cast<std::size_t>(setting)] : 0;
 }
@@ -152,54 +159,56 @@ int SensorControls::set(VIDEO_SETTINGS setting, int value, bool automatic) {
         return -1;
     }
     const MutexLock lock(mutex);
-    const std::optional<VIDEO_SETTINGS> automaticSwitch = kControls[static_cast<std::size_t>(setting)].automatic_switch;
-    const bool level = automaticSwitch == AEC_AGC;
-    if (automatic || value == kAutomaticValue) {
-        if (level) {
-            setDefaultLevel(setting);
-        } else {
-            plainValues[static_cast<std::size_t>(setting)] = kPlainControls[static_cast<std::size_t>(setting)].standard;
-        }
+    if (isLevel(setting)) {
+        const bool released = automatic || value == kAutomaticValue;
+        fixedLevels[static_cast<std::size_t>(setting - GMSL_SETTING_13)] =
+            released ? std::nullopt : std::optional<int>(value);
         return 0;
+    }
+    const std::optional<VIDEO_SETTINGS> automaticSwitch = kControls[static_cast<std::size_t>(setting)].automatic_switch;
+    if (automatic || value == kAutomaticValue) {
+        setDefault(setting);
+        return 0;
+    }
+    if (automaticSwitch == AEC_AGC || (setting == AEC_AGC && value == 0)) {
+        keepAutomaticLevels();
     }
     if (automaticSwitch) {
         plainValues[*automaticSwitch] = 0;
     }
-    if (level) {
-        setManual(setting, value);
-        return 0;
-    }
     plainValues[static_cast<std::size_t>(setting)] = value;
+    if (setting == GAIN) {
+        totalGainMilliDb = static_cast<int>(std::lround(value * kGainPercentMilliDb));
+    } else if (setting == EXPOSURE) {
+        const Limits& time = hardwareLimits[EXPOSURE_TIME];
+        exposureTimeUs = static_cast<int>(std::lround(time.min + value / 100.0 * (time.max - time.min)));
+    }
     return 0;
 }
 
-void SensorControls::setManual(VIDEO_SETTINGS setting, int value) {
-    if (setting == GAIN) {
-        const double wanted = value * kGainPercentMilliDb;
-        levels[ANALOGUE_GAIN] = clampTo(ANALOGUE_GAIN, wanted);
-        levels[DIGITAL_GAIN] = clampTo(DIGITAL_GAIN, wanted - levels[ANALOGUE_GAIN]);
-    } else if (setting == EXPOSURE) {
-        const Limits& time = hardwareLimits[EXPOSURE_TIME];
-        levels[EXPOSURE_TIME] = clampTo(EXPOSURE_TIME, time.min + value / 100.0 * (time.max - time.min));
-    } else {
-        const auto quantity = static_cast<Quantity>(setting - GMSL_SETTING_13);
-        levels[quantity] = clampTo(quantity, value);
+/// What the loop has reached holds on without it.
+void SensorControls::keepAutomaticLevels() {
+    if (plainValues[AEC_AGC] == 0) {
+        return;
     }
+    const Levels levels = effectiveLevels();
+    exposureTimeUs = levels[EXPOSURE_TIME];
+    totalGainMilliDb = levels[ANALOGUE_GAIN] + levels[DIGITAL_GAIN];
 }
 
-void SensorControls::setDefaultLevel(VIDEO_SETTINGS setting) {
+void SensorControls::setDefault(VIDEO_SETTINGS setting) {
+    if (setting != GAIN && setting != EXPOSURE) {
+        plainValues[static_cast<std::size_t>(setting)] = kPlainControls[static_cast<std::size_t>(setting)].standard;
+        return;
+    }
     // While the loop runs, the automatic level is what it says.
     if (plainValues[AEC_AGC] != 0) {
         return;
     }
-    if (setting == EXPOSURE || setting == GMSL_SETTING_13) {
-        levels[EXPOSURE_TIME] = clampTo(EXPOSURE_TIME, kNominalExposureUs);
-    }
-    if (setting == GAIN || setting == GMSL_SETTING_14) {
-        levels[ANALOGUE_GAIN] = clampTo(ANALOGUE_GAIN, 0.0);
-    }
-    if (setting == GAIN || setting == GMSL_SETTING_15) {
-        levels[DIGITAL_GAIN] = clampTo(DIGITAL_GAIN, 0.0);
+    if (setting == EXPOSURE) {
+        exposureTimeUs = clampTo(EXPOSURE_TIME, kNominalExposureUs);
+    } else {
+        totalGainMilliDb = 0;
     }
 }
 
@@ -217,7 +226,6 @@ int SensorControls::setRange(VIDEO_SETTINGS setting, std::pair<int, int> range, 
     } else {
         return -1;
     }
-    levels[quantity] = clampTo(quantity, levels[quantity]);
     return 0;
 }
 
@@ -272,6 +280,7 @@ ImageSettings SensorControls::image() {
     image.lamp = plainValues[SETTING_12] != 0;
     image.hdr = hdrMode;
     // Gain lifts the noise of a dark sensor along with the light; full denoising leaves a tenth of it.
+    const Levels levels = effectiveLevels();
     const double gain = factor(levels[ANALOGUE_GAIN] + levels[DIGITAL_GAIN]);
     image.noise = 0.6 * (gain - 1.0) * (1.0 - 0.009 * plainValues[GMSL_SETTING_20]);
     image.region = meteringRegion;
@@ -297,16 +306,29 @@ int SensorControls::clampTo(Quantity quantity, double value) const {
         std::lround(std::clamp(value, static_cast<double>(bounds.min), static_cast<double>(bounds.max))));
 }
 
+SensorControls::Levels SensorControls::effectiveLevels() const {
+    const auto level = [this](Quantity quantity, int wanted)
+                           ORU_REQUIRES(mutex) { return clampTo(quantity, fixedLevels[quantity].value_or(wanted)); };
+    Levels levels{};
+    levels[EXPOSURE_TIME] = level(EXPOSURE_TIME, exposureTimeUs);
+    levels[ANALOGUE_GAIN] = level(ANALOGUE_GAIN, totalGainMilliDb - fixedLevels[DIGITAL_GAIN].value_or(0));
+    levels[DIGITAL_GAIN] = level(DIGITAL_GAIN, totalGainMilliDb - levels[ANALOGUE_GAIN]);
+    return levels;
+}
+
 double SensorControls::light() const {
+    const Levels levels = effectiveLevels();
     return static_cast<double>(levels[EXPOSURE_TIME]) / kNominalExposureUs *
            factor(levels[ANALOGUE_GAIN] + levels[DIGITAL_GAIN]);
 }
 
 void SensorControls::setLight(double light) {
-    levels[EXPOSURE_TIME] = clampTo(EXPOSURE_TIME, light * kNominalExposureUs);
-    const double left = milliDb(light * kNominalExposureUs / levels[EXPOSURE_TIME]);
-    levels[ANALOGUE_GAIN] = clampTo(ANALOGUE_GAIN, left);
-    levels[DIGITAL_GAIN] = clampTo(DIGITAL_GAIN, left - levels[ANALOGUE_GAIN]);
+    // Time first, then gain; a fixed gain is there already.
+    const int fixedGain = fixedLevels[ANALOGUE_GAIN].value_or(0) + fixedLevels[DIGITAL_GAIN].value_or(0);
+    exposureTimeUs = clampTo(EXPOSURE_TIME, light * kNominalExposureUs / factor(fixedGain));
+    const double left = milliDb(light * kNominalExposureUs / effectiveLevels()[EXPOSURE_TIME]);
+    const double most = rangeBounds[ANALOGUE_GAIN].max + rangeBounds[DIGITAL_GAIN].max;
+    totalGainMilliDb = static_cast<int>(std::lround(std::clamp(left, 0.0, most)));
 }
 
 }  // namespace oru::virtual_bus

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <utility>
 
 #include "oru/controls.hpp"
@@ -28,6 +29,8 @@ struct ImageSettings {
 };
 
 /// The controls of one camera with their ranges and defaults, and the loop that sets exposure and gain by itself.
+/// Exposure time and the two gains (controls 13 to 15) stand apart from EXPOSURE, GAIN and AEC_AGC, because the camera
+/// keeps what it wrote to those: a fixed level holds until it is released and changes nothing that they read as.
 /// docs/virtual-bus.md lists every control. Threads: any.
 class SensorControls {
 public:
@@ -53,6 +56,7 @@ public:
 private:
     // Exposure time, analogue gain, digital gain: microseconds, and thousandths of a decibel.
     enum Quantity : std::size_t { EXPOSURE_TIME, ANALOGUE_GAIN, DIGITAL_GAIN };
+    using Levels = std::array<int, 3>;
     struct Limits {
         int min = 0;
         int max = 0;
@@ -60,10 +64,12 @@ private:
 
     [[nodiscard]] bool limits(VIDEO_SETTINGS setting, Limits& limits) const ORU_REQUIRES(mutex);
     [[nodiscard]] int clampTo(Quantity quantity, double value) const ORU_REQUIRES(mutex);
+    /// What an image is taken with: the fixed levels, and what is wanted for the others, within the bounds.
+    [[nodiscard]] Levels effectiveLevels() const ORU_REQUIRES(mutex);
     [[nodiscard]] double light() const ORU_REQUIRES(mutex);
     void setLight(double light) ORU_REQUIRES(mutex);
-    void setManual(VIDEO_SETTINGS setting, int value) ORU_REQUIRES(mutex);
-    void setDefaultLevel(VIDEO_SETTINGS setting) ORU_REQUIRES(mutex);
+    void keepAutomaticLevels() ORU_REQUIRES(mutex);
+    void setDefault(VIDEO_SETTINGS setting) ORU_REQUIRES(mutex);
 
     Mutex mutex;
     bool configured ORU_GUARDED_BY(mutex) = false;
@@ -71,7 +77,9 @@ private:
     int imageWidth ORU_GUARDED_BY(mutex) = 0;
     int imageHeight ORU_GUARDED_BY(mutex) = 0;
     std::array<int, kControls.size()> plainValues ORU_GUARDED_BY(mutex){};
-    std::array<int, 3> levels ORU_GUARDED_BY(mutex){};
+    int exposureTimeUs ORU_GUARDED_BY(mutex) = 0;    // wanted by the loop or by EXPOSURE
+    int totalGainMilliDb ORU_GUARDED_BY(mutex) = 0;  // wanted by the loop or by GAIN
+    std::array<std::optional<int>, 3> fixedLevels ORU_GUARDED_BY(mutex){};
     std::array<Limits, 3> hardwareLimits ORU_GUARDED_BY(mutex){};
     std::array<Limits, 3> rangeBounds ORU_GUARDED_BY(mutex){};
     Rect meteringRegion ORU_GUARDED_BY(mutex);
