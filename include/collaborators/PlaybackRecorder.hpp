@@ -15,7 +15,7 @@ namespace oru {
 /// A view of just those members of a camera that recording and playback may touch. Valid for one call.
 struct CameraFrameContext {
     Mat& image;
-    Timestamp& currentTimestamp;
+    Timestamp& currentTimestamp;  ///< stored atomically: any thread may be reading it
     IMUPacket& currentImu;
     Mutex& imuMutex;
     rlxrw::RLXVideo& reader;

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -98,6 +99,20 @@ enum RLX_WRITE_RESULT : int {
     RLX_ENCODER_FAILED = 2,
 };
 
+/// The file that a recorder writes, by itself. A thread that writes may hold it longer than the recorder lives, when
+/// its storage hangs. Threads: writeFrame and close one at a time; the counts from any.
+class RecordingFile {
+public:
+    virtual ~RecordingFile() = default;
+
+    /// RLX_WRITE_RESULT
+    virtual int writeFrame(const RlxFrame& frame) = 0;
+    virtual void close() = 0;
+    [[nodiscard]] virtual uint64_t bytesWritten() const = 0;
+    /// Also after close().
+    [[nodiscard]] virtual FrameCounters counters() const = 0;
+};
+
 /// Reader or recorder of one RLX file. Threads: one at a time, but for counters(); a recorder also takes writeFrame and
 /// bytesWritten on a second thread.
 class RLXVideo {
@@ -148,6 +163,9 @@ public:
     virtual int create(const char* path, const RlxRecordingHeader& header) = 0;
     /// RLX_WRITE_RESULT.
     virtual int writeFrame(const RlxFrame& frame) = 0;
+    /// Recorder: hands out the file begun by create(), which whoever takes it closes; close() here leaves it alone
+    /// then. Null: there is none to share, and the recorder outlives all who write.
+    virtual std::shared_ptr<RecordingFile> recordingFile() { return nullptr; }
     /// Recorder: appends what writeCurrentIMU stored since the last call to `packets`, in order, and forgets it.
     virtual void takeWrittenPackets(std::vector<IMUPacket>& /*packets*/) {}
     /// Size of the file being written, in bytes.

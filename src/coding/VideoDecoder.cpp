@@ -6,6 +6,7 @@ extern "C" {
 }
 
 #include <algorithm>
+#include <climits>
 
 #include "coding/image_format.hpp"
 
@@ -90,7 +91,7 @@ void VideoDecoder::reset() {
 }
 
 const AVFrame* VideoDecoder::decode(uint8_t* data, std::size_t size) {
-    if (context == nullptr) {
+    if (context == nullptr || size > INT_MAX - kPaddingBytes) {
         return nullptr;
     }
     const int64_t number = ++lastNumber;

@@ -1,14 +1,18 @@
 #!/usr/bin/env bash
-# The README shows the smallest program as it is, and every page and picture that a page links to is there.
+# Pages show example programs as they are, and every page and picture that a page links to is there.
 # Usage: readme_test.sh TREE
 set -euo pipefail
 cd "$1"
-shown=$(awk '/^```cpp$/ {inside = 1; next} /^```$/ {inside = 0} inside' README.md)
-[ "$shown" = "$(cat examples/first_frames.cpp)" ] || {
-    diff <(echo "$shown") examples/first_frames.cpp || true
-    echo "README.md does not show examples/first_frames.cpp as it is"
+shows() {  # PAGE PROGRAM
+    local shown
+    shown=$(awk '/^```cpp$/ {inside = 1; next} /^```$/ {inside = 0} inside' "$1")
+    [ "$shown" = "$(cat "$2")" ] && return
+    diff <(echo "$shown") "$2" || true
+    echo "$1 does not show $2 as it is"
     exit 1
 }
+shows README.md examples/first_frames.cpp
+shows docs/coming-from-opencv.md examples/opencv_view.cpp
 missing=0
 for page in README.md CHANGELOG.md docs/*.md docs/adr/*.md; do
     while read -r link; do

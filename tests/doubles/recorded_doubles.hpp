@@ -56,7 +56,7 @@ struct RlxScript {
     std::vector<RecordedFrame> frames;  ///< of the file last written
 };
 
-class ScriptedRlx final : public rlxrw::RLXVideo {
+class ScriptedRlx : public rlxrw::RLXVideo {
 public:
     ScriptedRlx(RlxScript& answers, CallLog& calls, std::string role)
         : script(answers), log(calls), name(std::move(role)) {}

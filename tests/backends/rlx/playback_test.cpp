@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <optional>
+
 #include "backends/rlx/CameraRig.hpp"
+#include "doubles/recorded_doubles.hpp"
 
 namespace oru::rlx_test {
 
@@ -26,6 +29,29 @@ void recordTimes(const std::string& path, const Scene& scene, const std::vector<
     }
     recorder->close();
 }
+
+/// A reader that needs a while for one frame.
+class SlowReader final : public doubles::ScriptedRlx {
+public:
+    static constexpr uint64_t kOneReadNs = 200'000'000;
+
+    SlowReader(doubles::RlxScript& answers, doubles::CallLog& calls, ScriptedClock& time)
+        : ScriptedRlx(answers, calls, "reader"), clock(time) {}
+
+    FrameStatus readFrame(unsigned char* pixels, std::size_t size, Timestamp& time) override {
+        if (slowReads > 0) {
+            --slowReads;
+            clock.now += kOneReadNs;
+            return NO_FRAME;
+        }
+        return ScriptedRlx::readFrame(pixels, size, time);
+    }
+
+    int slowReads = 0;
+
+private:
+    ScriptedClock& clock;
+};
 
 }  // namespace
 
@@ -106,6 +132,52 @@ TEST_F(Playback, GapsAndStepsBackStartTheScheduleAnew) {
         ASSERT_EQ(grabSoon(), NEW_FRAME);
         EXPECT_EQ(camera.current_timestamp, times[i]);
         EXPECT_EQ(clock.now - start, due[i]) << i;
+    }
+}
+
+TEST_F(Playback, SlowFirstOrSoughtFrameBeginsTheSchedule) {
+    doubles::RlxScript script;
+    doubles::CallLog calls;
+    for (uint64_t i = 0; i < 20; ++i) {
+        script.frames.push_back({scene.image(i), 5 * kSecond + i * 100'000'000, {}, std::nullopt, {}});
+    }
+    auto owned = std::make_unique<SlowReader>(script, calls, clock);
+    SlowReader& reader = *owned;
+    camera.reader = std::move(owned);
+    open();
+    for (const int first : {0, 10}) {
+        ASSERT_EQ(camera.module->setRLXPosition(camera.context(), first), SUCCESS);
+        reader.slowReads = 6;
+        const uint64_t before = clock.now;
+
+        ASSERT_EQ(grabSoon(), NEW_FRAME);
+
+        const uint64_t start = clock.now;
+        EXPECT_EQ(start - before, 6 * SlowReader::kOneReadNs) << "nothing is waited for but the frame";
+        for (uint64_t i = 0; i < 5; ++i) {
+            EXPECT_EQ(camera.current_timestamp, script.frames[static_cast<std::size_t>(first) + i].time);
+            EXPECT_EQ(clock.now - start, i * 100'000'000) << i;
+            ASSERT_EQ(grabSoon(), NEW_FRAME);
+        }
+    }
+    EXPECT_EQ(reader.counters().late, 0U);
+}
+
+TEST_F(Playback, TimeOfTheImageIsReadBesideTheGrab) {
+    record(path, scene, 50);
+    camera.init.rlx_real_time = false;
+    open();
+    std::jthread other([this](const std::stop_token& stop) {
+        Timestamp last = 0;
+        while (!stop.stop_requested()) {
+            const Timestamp time = std::atomic_ref<Timestamp>(camera.current_timestamp).load(std::memory_order_relaxed);
+            EXPECT_GE(time, last);
+            last = time;
+        }
+    });
+
+    for (int i = 0; i < 50; ++i) {
+        EXPECT_EQ(grabSoon(), NEW_FRAME);
     }
 }
 

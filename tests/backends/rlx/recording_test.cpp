@@ -117,6 +117,23 @@ TEST(Recording, HeaderFactsComeBackAndTheCalibrationIsOffered) {
     }
 }
 
+TEST(Recording, CalibrationThatNoReaderWouldTakeIsLeftOut) {
+    constexpr std::size_t kFixedBytes = 308;
+    const Scene scene;
+    for (const std::size_t extra : {0, 1}) {
+        OneFile own;
+        rlxrw::RlxRecordingHeader header = scene.header();
+        header.calibration_text.assign((std::size_t{1} << 20) - kFixedBytes + extra, 'c');
+        ASSERT_EQ(own.file->create(own.path.c_str(), header), rlxrw::RLX_CREATED);
+        ASSERT_EQ(writeSceneFrame(*own.file, scene, 0), rlxrw::RLX_WRITTEN);
+        own.file->close();
+
+        ASSERT_EQ(own.file->open(own.path.c_str()), rlxrw::RLX_OPENED) << "the recording is not lost";
+
+        EXPECT_EQ(own.calibration.text(kSerialNumber), extra == 0 ? header.calibration_text : "");
+    }
+}
+
 TEST(Recording, KeepsItsFileFromReadersRepairAndOtherRecorders) {
     const TemporaryDirectory folder;
     const Scene scene;

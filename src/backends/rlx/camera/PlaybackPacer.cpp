@@ -20,14 +20,13 @@ void PlaybackPacer::anchor(uint64_t now, Timestamp time) {
     anchored = true;
     anchorClock = now;
     anchorTime = time;
-    lastTime = time;
 }
 
 bool PlaybackPacer::waitForNext(rlxrw::RLXVideo& reader) {
     const int position = reader.position();
     const Timestamp time = reader.frameTime(position);
     if (!anchored || position != expectedPosition) {
-        anchor(systemClock.monotonicNanoseconds(), time);
+        anchored = false;
         expectedPosition = position;
         return true;
     }
@@ -35,7 +34,7 @@ bool PlaybackPacer::waitForNext(rlxrw::RLXVideo& reader) {
         if (time > lastTime) {
             sleepUntil(dueAt(lastTime) + kLongestGapNs);
         }
-        anchor(systemClock.monotonicNanoseconds(), time);
+        anchored = false;
         return true;
     }
     sleepUntil(dueAt(time));
@@ -61,6 +60,9 @@ bool PlaybackPacer::skipOvertaken(rlxrw::RLXVideo& reader) {
 }
 
 void PlaybackPacer::noteTaken(int position, Timestamp time) {
+    if (!anchored) {
+        anchor(systemClock.monotonicNanoseconds(), time);
+    }
     expectedPosition = position;
     lastTime = time;
 }

@@ -1,12 +1,15 @@
 #include "backends/rlx/camera/RecordingSession.hpp"
 
-#include <algorithm>
-#include <chrono>
-#include <cmath>
-#include <cstring>
+#include <pthread.h>
 
+#include <algorithm>
+#include <cmath>
+#include <condition_variable>
+
+#include "backends/rlx/file/guarded.hpp"
 #include "logging/log.hpp"
 #include "logging/messages.hpp"
+#include "utils/Mutex.hpp"
 
 namespace oru::rlx {
 
@@ -18,7 +21,6 @@ constexpr uint64_t kMaxBacklogNs = 300'000'000;
 constexpr std::size_t kMinSlots = 4;
 constexpr std::size_t kMaxSlots = 16;
 constexpr uint64_t kMeanWeight = 8;
-constexpr std::chrono::seconds kLongestWait{10};
 constexpr std::size_t kMaxPacketsOfAFrame = 16'384;
 
 std::size_t slotsFor(float fps) {
@@ -26,72 +28,168 @@ std::size_t slotsFor(float fps) {
     return std::clamp(static_cast<std::size_t>(std::clamp(frames, 0.0, 100.0)) + 2, kMinSlots, kMaxSlots);
 }
 
+/// Writes through a recorder that has no file of its own to share.
+class BorrowedRecorder final : public rlxrw::RecordingFile {
+public:
+    explicit BorrowedRecorder(rlxrw::RLXVideo& recorder) : rlxRecorder(recorder) {}
+
+    int writeFrame(const rlxrw::RlxFrame& frame) override { return rlxRecorder.writeFrame(frame); }
+    void close() override { rlxRecorder.close(); }
+    uint64_t bytesWritten() const override { return rlxRecorder.bytesWritten(); }
+    FrameCounters counters() const override { return rlxRecorder.counters(); }
+
+private:
+    rlxrw::RLXVideo& rlxRecorder;
+};
+
 }  // namespace
 
-RecordingSession::RecordingSession(rlxrw::RLXVideo& recorder, const rlxrw::RlxRecordingHeader& header, Clock& clock)
-    : rlxRecorder(recorder),
-      recordingHeader(header),
+struct RecordingSession::Slot {
+    std::unique_ptr<unsigned char[]> pixels;
+    Facts facts;
+    std::vector<IMUPacket> packets;
+    uint32_t lost_before = 0;
+};
+
+/// What the writing thread touches. Once it is `abandoned` it uses nothing else: neither recorder nor clock.
+struct RecordingSession::Shared {
+    Shared(rlxrw::RLXVideo& recorder, const rlxrw::RlxRecordingHeader& header, Clock& clock);
+
+    void writeUntilStopped();
+    [[nodiscard]] int writeSlot(Slot& slot) const;
+    void noteWritten(int result) ORU_REQUIRES(mutex);
+    void noteEnd() ORU_REQUIRES(mutex);
+    [[nodiscard]] bool hasRoom(WhenFull whenFull) ORU_REQUIRES(mutex);
+    [[nodiscard]] bool isBehind() const ORU_REQUIRES(mutex);
+    /// What a frame costs the writer, as measured, or more when it is at one for longer.
+    [[nodiscard]] uint64_t frameCostNs() const ORU_REQUIRES(mutex);
+    [[nodiscard]] double secondsSinceStart() const ORU_REQUIRES(mutex);
+    void drop() ORU_REQUIRES(mutex);
+    void sayThatItIsTooSlow() ORU_REQUIRES(mutex);
+    /// Waits for `done`; false when it is not so within `limit`.
+    template <class Done>
+    bool waitFor(std::chrono::milliseconds limit, const Done& done) ORU_REQUIRES(mutex);
+    [[nodiscard]] bool end(std::chrono::milliseconds limit);
+    void abandon() ORU_REQUIRES(mutex);
+
+    const rlxrw::RlxRecordingHeader recordingHeader;
+    Clock& systemClock;
+    const std::size_t slotBytes;
+    const uint64_t started;
+    std::shared_ptr<rlxrw::RecordingFile> file;
+    const bool canBeLeft;
+    std::vector<Slot> slots;  // a ring: queued ones from firstQueued, then the free one
+
+    mutable Mutex mutex;
+    std::condition_variable_any changed;
+    std::size_t firstQueued ORU_GUARDED_BY(mutex) = 0;
+    std::size_t queuedSlots ORU_GUARDED_BY(mutex) = 0;
+    bool stopping ORU_GUARDED_BY(mutex) = false;
+    bool giveUp ORU_GUARDED_BY(mutex) = false;
+    bool abandoned ORU_GUARDED_BY(mutex) = false;
+    bool ended ORU_GUARDED_BY(mutex) = false;
+    bool saidSlow ORU_GUARDED_BY(mutex) = false;
+    bool failed ORU_GUARDED_BY(mutex) = false;
+    uint64_t writeNs ORU_GUARDED_BY(mutex) = 0;  // running mean of one frame
+    uint64_t writingSince ORU_GUARDED_BY(mutex) = 0;
+    uint32_t lostFrames ORU_GUARDED_BY(mutex) = 0;  // since the last frame taken
+    RecordingStatus currentStatus ORU_GUARDED_BY(mutex);
+};
+
+RecordingSession::Shared::Shared(rlxrw::RLXVideo& recorder, const rlxrw::RlxRecordingHeader& header, Clock& clock)
+    : recordingHeader(header),
       systemClock(clock),
       slotBytes(std::size_t{header.width} * header.height * 2),
       started(clock.monotonicNanoseconds()),
+      file(recorder.recordingFile()),
+      canBeLeft(file != nullptr),
       slots(slotsFor(header.fps)) {
+    if (file == nullptr) {
+        file = std::make_shared<BorrowedRecorder>(recorder);
+    }
     for (Slot& slot : slots) {
         slot.pixels = std::make_unique<unsigned char[]>(slotBytes);
         slot.packets.reserve(64);
     }
-    {
-        const MutexLock lock(mutex);
-        currentStatus.recording = true;
-    }
-    writer = std::thread([this] { writeUntilStopped(); });
+    const MutexLock lock(mutex);
+    currentStatus.recording = true;
+}
+
+RecordingSession::RecordingSession(rlxrw::RLXVideo& recorder, const rlxrw::RlxRecordingHeader& header, Clock& clock)
+    : rlxRecorder(recorder), shared(std::make_shared<Shared>(recorder, header, clock)), writer([mine = shared] {
+          (void)::pthread_setname_np(::pthread_self(), "rlx-record");
+          mine->writeUntilStopped();
+      }) {}
+
+unsigned char* RecordingSession::freeBuffer() const {
+    return shared->slots[freeSlot].pixels.get();
+}
+
+std::size_t RecordingSession::bufferSize() const {
+    return shared->slotBytes;
+}
+
+const rlxrw::RlxRecordingHeader& RecordingSession::header() const {
+    return shared->recordingHeader;
 }
 
 void RecordingSession::offer(const Facts& facts, WhenFull whenFull) {
-    Slot& slot = slots[freeSlot];
+    Shared& all = *shared;
+    Slot& slot = all.slots[freeSlot];
     rlxRecorder.takeWrittenPackets(slot.packets);
-    const MutexLock lock(mutex);
-    if (failed || stopping || !hasRoom(whenFull)) {
+    const MutexLock lock(all.mutex);
+    if (all.failed || all.stopping || !all.hasRoom(whenFull)) {
         // The packets stay with the buffer and go with the next frame.
         if (slot.packets.size() > kMaxPacketsOfAFrame) {
             slot.packets.clear();
         }
-        drop();
+        all.drop();
         return;
     }
     slot.facts = facts;
-    slot.lost_before = lostFrames;
-    lostFrames = 0;
-    if (queuedSlots++ == 0) {
-        writingSince = systemClock.monotonicNanoseconds();
+    slot.lost_before = all.lostFrames;
+    all.lostFrames = 0;
+    if (all.queuedSlots++ == 0) {
+        all.writingSince = all.systemClock.monotonicNanoseconds();
     }
-    freeSlot = (freeSlot + 1) % slots.size();
-    changed.notify_all();
+    freeSlot = (freeSlot + 1) % all.slots.size();
+    all.changed.notify_all();
 }
 
-uint64_t RecordingSession::frameCostNs() const {
+uint64_t RecordingSession::Shared::frameCostNs() const {
     const uint64_t underWay = queuedSlots > 0 ? systemClock.monotonicNanoseconds() - writingSince : 0;
     return std::max(writeNs, underWay);
 }
 
-bool RecordingSession::isBehind() const {
+double RecordingSession::Shared::secondsSinceStart() const {
+    return static_cast<double>(systemClock.monotonicNanoseconds() - started) / 1e9;
+}
+
+bool RecordingSession::Shared::isBehind() const {
     return queuedSlots > 1 && queuedSlots * frameCostNs() > kMaxBacklogNs;
 }
 
-bool RecordingSession::hasRoom(WhenFull whenFull) {
+template <class Done>
+bool RecordingSession::Shared::waitFor(std::chrono::milliseconds limit, const Done& done) {
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    while (!done()) {
+        if (changed.wait_until(mutex, deadline) == std::cv_status::timeout) {
+            return done();
+        }
+    }
+    return true;
+}
+
+bool RecordingSession::Shared::hasRoom(WhenFull whenFull) {
     const auto hasRoom = [this]() ORU_REQUIRES(mutex) { return queuedSlots + 1 < slots.size(); };
     if (whenFull == WhenFull::DROP) {
         return hasRoom() && !isBehind();
     }
-    const auto deadline = std::chrono::steady_clock::now() + kLongestWait;
-    while (!hasRoom() && !failed) {
-        if (changed.wait_until(mutex, deadline) == std::cv_status::timeout) {
-            break;
-        }
-    }
+    (void)waitFor(kLongestWait, [&]() ORU_REQUIRES(mutex) { return hasRoom() || failed; });
     return hasRoom() && !failed;
 }
 
-void RecordingSession::drop() {
+void RecordingSession::Shared::drop() {
     ++lostFrames;
     ++currentStatus.frames_dropped;
     if (!failed) {
@@ -99,7 +197,7 @@ void RecordingSession::drop() {
     }
 }
 
-void RecordingSession::sayThatItIsTooSlow() {
+void RecordingSession::Shared::sayThatItIsTooSlow() {
     if (!saidSlow) {
         saidSlow = true;
         ORU_LOG(Warning,
@@ -109,7 +207,7 @@ void RecordingSession::sayThatItIsTooSlow() {
     }
 }
 
-int RecordingSession::writeSlot(Slot& slot) {
+int RecordingSession::Shared::writeSlot(Slot& slot) const {
     rlxrw::RlxFrame frame;
     frame.pixels = slot.pixels.get();
     frame.size = slotBytes;
@@ -119,12 +217,14 @@ int RecordingSession::writeSlot(Slot& slot) {
     frame.packets = slot.packets.data();
     frame.packet_count = slot.packets.size();
     frame.lost_before = slot.lost_before;
-    const int result = rlxRecorder.writeFrame(frame);
+    const int result =
+        guarded<int>("Writing a frame", rlxrw::RLX_ENCODER_FAILED, [&] { return file->writeFrame(frame); });
     slot.packets.clear();
     return result;
 }
 
-void RecordingSession::noteWritten(int result, uint64_t nanoseconds) {
+void RecordingSession::Shared::noteWritten(int result) {
+    const uint64_t nanoseconds = systemClock.monotonicNanoseconds() - writingSince;
     writeNs = writeNs == 0 ? nanoseconds : (writeNs * (kMeanWeight - 1) + nanoseconds) / kMeanWeight;
     if (result == rlxrw::RLX_WRITTEN) {
         ++currentStatus.frames_written;
@@ -133,13 +233,13 @@ void RecordingSession::noteWritten(int result, uint64_t nanoseconds) {
         ++currentStatus.frames_dropped;
         currentStatus.last_result = FAILURE;
     }
-    currentStatus.bytes_written = rlxRecorder.bytesWritten();
+    currentStatus.bytes_written = file->bytesWritten();
     firstQueued = (firstQueued + 1) % slots.size();
     --queuedSlots;
     changed.notify_all();
 }
 
-void RecordingSession::writeUntilStopped() {
+void RecordingSession::Shared::writeUntilStopped() {
     mutex.lock();
     while (!failed && !giveUp && (queuedSlots > 0 || !stopping)) {
         if (queuedSlots == 0) {
@@ -151,54 +251,82 @@ void RecordingSession::writeUntilStopped() {
         mutex.unlock();
         const int result = writeSlot(slot);
         mutex.lock();
-        noteWritten(result, systemClock.monotonicNanoseconds() - writingSince);
+        if (!abandoned) {
+            noteWritten(result);
+        }
     }
     currentStatus.frames_dropped += queuedSlots;
     queuedSlots = 0;
     mutex.unlock();
-    rlxRecorder.close();
-    // On a full disk the last frames make room for the index.
-    const FrameCounters counters = rlxRecorder.counters();
+    guarded("Ending the file", [this] { file->close(); });
     mutex.lock();
+    if (!abandoned) {
+        noteEnd();
+    }
+    ended = true;
+    changed.notify_all();
+    mutex.unlock();
+}
+
+void RecordingSession::Shared::noteEnd() {
+    // On a full disk the last frames make room for the index.
+    const FrameCounters counters = file->counters();
     if (counters.produced > 0 && counters.delivered < currentStatus.frames_written) {
         currentStatus.frames_dropped += currentStatus.frames_written - counters.delivered;
         currentStatus.frames_written = counters.delivered;
     }
     currentStatus.recording = false;
-    currentStatus.seconds = static_cast<double>(systemClock.monotonicNanoseconds() - started) / 1e9;
-    changed.notify_all();
-    mutex.unlock();
+    currentStatus.seconds = secondsSinceStart();
 }
 
-void RecordingSession::stop() {
-    const auto deadline = std::chrono::steady_clock::now() + kLongestWait;
-    {
-        const MutexLock lock(mutex);
-        stopping = true;
-        changed.notify_all();
-        while (queuedSlots > 0 && !failed) {
-            if (changed.wait_until(mutex, deadline) == std::cv_status::timeout) {
-                break;
-            }
-        }
-        giveUp = true;
-        changed.notify_all();
+/// Whether the thread has ended, or nothing it does concerns the session any more.
+bool RecordingSession::Shared::end(std::chrono::milliseconds limit) {
+    const MutexLock lock(mutex);
+    stopping = true;
+    changed.notify_all();
+    (void)waitFor(limit, [this]() ORU_REQUIRES(mutex) { return queuedSlots == 0 || failed; });
+    giveUp = true;
+    changed.notify_all();
+    if (!canBeLeft || waitFor(limit, [this]() ORU_REQUIRES(mutex) { return ended; })) {
+        return true;
     }
-    if (writer.joinable()) {
+    abandon();
+    return false;
+}
+
+void RecordingSession::Shared::abandon() {
+    abandoned = true;
+    currentStatus.frames_dropped += queuedSlots;
+    queuedSlots = 0;
+    currentStatus.last_result = FAILURE;
+    currentStatus.recording = false;
+    currentStatus.seconds = secondsSinceStart();
+}
+
+void RecordingSession::stop(std::chrono::milliseconds limit) {
+    if (!writer.joinable()) {
+        return;
+    }
+    if (shared->end(limit)) {
         writer.join();
+    } else {
+        ORU_LOG(Warning, "{} The storage of a recording does not answer: the thread that writes it is left behind",
+                kTagKoru);
+        writer.detach();
     }
+    rlxRecorder.close();
 }
 
 bool RecordingSession::hasFailed() const {
-    const MutexLock lock(mutex);
-    return failed;
+    const MutexLock lock(shared->mutex);
+    return shared->failed;
 }
 
 RecordingStatus RecordingSession::status() const {
-    const MutexLock lock(mutex);
-    RecordingStatus status = currentStatus;
+    const MutexLock lock(shared->mutex);
+    RecordingStatus status = shared->currentStatus;
     if (status.recording) {
-        status.seconds = static_cast<double>(systemClock.monotonicNanoseconds() - started) / 1e9;
+        status.seconds = shared->secondsSinceStart();
     }
     return status;
 }

@@ -1,24 +1,27 @@
 #pragma once
 
-#include <condition_variable>
+#include <chrono>
 #include <memory>
 #include <thread>
 #include <vector>
 
 #include "collaborators/RLXVideo.hpp"
 #include "utils/Clock.hpp"
-#include "utils/Mutex.hpp"
 
 namespace oru::rlx {
 
 /// One recording from start to end: a fixed set of image buffers and a thread that writes. The grabbing thread fills
 /// the free buffer and offers it; it never waits unless it asks to. Every offered frame is written or counted as
-/// dropped. Threads: freeBuffer, offer and stop from one thread at a time; status from any.
+/// dropped. The thread shares the ownership of buffers and file, so that it can be left behind with them when its
+/// storage hangs. Threads: freeBuffer, offer and stop from one thread at a time; status from any.
 class RecordingSession {
 public:
+    /// For the frames that wait, and then again for the file's end.
+    static constexpr std::chrono::seconds kLongestWait{10};
+
     /// `recorder` has been created with `header` and outlives the session, which closes it.
     RecordingSession(rlxrw::RLXVideo& recorder, const rlxrw::RlxRecordingHeader& header, Clock& clock);
-    ~RecordingSession() { stop(); }
+    ~RecordingSession() { stop(kLongestWait); }
     RecordingSession(const RecordingSession&) = delete;
     RecordingSession& operator=(const RecordingSession&) = delete;
 
@@ -34,58 +37,28 @@ public:
     };
 
     /// Where the next image belongs; never null, changes with every frame that is taken.
-    [[nodiscard]] unsigned char* freeBuffer() const { return slots[freeSlot].pixels.get(); }
-    [[nodiscard]] std::size_t bufferSize() const { return slotBytes; }
+    [[nodiscard]] unsigned char* freeBuffer() const;
+    [[nodiscard]] std::size_t bufferSize() const;
     /// Takes the image in freeBuffer() and the packets that the recorder was given since the last one taken.
     void offer(const Facts& facts, WhenFull whenFull);
-    /// Writes what was taken, in bounded time, and closes the file.
-    void stop();
+    /// Writes what was taken and closes the file, each within `limit`. When the storage hangs longer, the thread is
+    /// left behind, which a Warning says, and what it had not written counts as dropped; it still ends the file when
+    /// the storage answers. A recorder without a file of its own (RLXVideo::recordingFile) is waited for.
+    void stop(std::chrono::milliseconds limit);
 
-    /// The file cannot grow or the encoder failed; the file is closed already.
+    /// The file cannot grow, the encoder failed or there was no memory; the file is closed already.
     [[nodiscard]] bool hasFailed() const;
     /// All fields but `paused`.
     [[nodiscard]] RecordingStatus status() const;
-    [[nodiscard]] const rlxrw::RlxRecordingHeader& header() const { return recordingHeader; }
+    [[nodiscard]] const rlxrw::RlxRecordingHeader& header() const;
 
 private:
-    struct Slot {
-        std::unique_ptr<unsigned char[]> pixels;
-        Facts facts;
-        std::vector<IMUPacket> packets;
-        uint32_t lost_before = 0;
-    };
-
-    void writeUntilStopped();
-    [[nodiscard]] int writeSlot(Slot& slot);
-    void noteWritten(int result, uint64_t nanoseconds) ORU_REQUIRES(mutex);
-    [[nodiscard]] bool hasRoom(WhenFull whenFull) ORU_REQUIRES(mutex);
-    [[nodiscard]] bool isBehind() const ORU_REQUIRES(mutex);
-    /// What a frame costs the writer, as measured, or more when it is at one for longer.
-    [[nodiscard]] uint64_t frameCostNs() const ORU_REQUIRES(mutex);
-    void drop() ORU_REQUIRES(mutex);
-    void sayThatItIsTooSlow() ORU_REQUIRES(mutex);
+    struct Slot;
+    struct Shared;
 
     rlxrw::RLXVideo& rlxRecorder;
-    const rlxrw::RlxRecordingHeader recordingHeader;
-    Clock& systemClock;
-    const std::size_t slotBytes;
-    const uint64_t started;
-    std::vector<Slot> slots;  // a ring: queued ones from firstQueued, then the free one
+    std::shared_ptr<Shared> shared;
     std::size_t freeSlot = 0;
-    Timestamp firstTime = 0;
-
-    mutable Mutex mutex;
-    std::condition_variable_any changed;
-    std::size_t firstQueued ORU_GUARDED_BY(mutex) = 0;
-    std::size_t queuedSlots ORU_GUARDED_BY(mutex) = 0;
-    bool stopping ORU_GUARDED_BY(mutex) = false;
-    bool giveUp ORU_GUARDED_BY(mutex) = false;
-    bool saidSlow ORU_GUARDED_BY(mutex) = false;
-    bool failed ORU_GUARDED_BY(mutex) = false;
-    uint64_t writeNs ORU_GUARDED_BY(mutex) = 0;  // running mean of one frame
-    uint64_t writingSince ORU_GUARDED_BY(mutex) = 0;
-    uint32_t lostFrames ORU_GUARDED_BY(mutex) = 0;  // since the last frame taken
-    RecordingStatus currentStatus ORU_GUARDED_BY(mutex);
     std::thread writer;
 };
 

@@ -1,5 +1,6 @@
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cmath>
 #include <cstring>
@@ -131,12 +132,13 @@ FrameStatus RlxPlaybackRecorder::nextImageOfRLX(CameraFrameContext camera, bool 
     }
     Timestamp time = 0;
     const FrameStatus status = camera.reader.readFrame(pixelsOf(camera), bytesOf(camera), time);
-    pacer.noteTaken(camera.reader.position(), camera.reader.frameTime(camera.reader.position() - 1));
     if (status != NEW_FRAME) {
+        pacer.notePosition(camera.reader.position());
         return status;
     }
+    pacer.noteTaken(camera.reader.position(), time);
     camera.image.timestamp = time;
-    camera.currentTimestamp = time;
+    std::atomic_ref<Timestamp>(camera.currentTimestamp).store(time, std::memory_order_relaxed);
     takeImu(camera);
     if (camera.recordingEnabled.load(std::memory_order_acquire) && camera.recordingFrameBuffer != nullptr) {
         std::memcpy(camera.recordingFrameBuffer, pixelsOf(camera), bytesOf(camera));
@@ -240,7 +242,7 @@ void RlxPlaybackRecorder::endSession(const CameraFrameContext& camera) {
     }
     camera.recordingEnabled.store(false, std::memory_order_release);
     camera.recordingStateFlag.store(false, std::memory_order_release);
-    session->stop();
+    session->stop(RecordingSession::kLongestWait);
     camera.status = session->status();
     camera.recordingFrameBuffer = nullptr;
     session.reset();

@@ -1,4 +1,5 @@
 #include <cstring>
+#include <initializer_list>
 
 #include "backends/rlx/container/container.hpp"
 #include "backends/rlx/container/ebml.hpp"
@@ -8,6 +9,29 @@ namespace oru::rlx {
 namespace {
 
 constexpr uint8_t kTrackNumber = 1;
+
+// Where the elements of a Cluster begin; between their fixed bytes lie three sizes and the time.
+constexpr std::size_t kClusterAt = 0;
+constexpr std::size_t kTimeAt = kClusterAt + 4 + kSizeBytes;
+constexpr std::size_t kGroupAt = kTimeAt + 1 + kSizeBytes + 8;
+constexpr std::size_t kBlockAt = kGroupAt + 1 + kSizeBytes;
+constexpr std::size_t kTrackAt = kBlockAt + 1 + kSizeBytes;
+
+bool holdsAt(ByteView view, std::size_t offset, std::initializer_list<uint8_t> bytes) {
+    return std::memcmp(view.data() + offset, bytes.begin(), bytes.size()) == 0;
+}
+
+bool hasFixedBytes(ByteView prefix) {
+    return holdsAt(prefix, kClusterAt, {0x1F, 0x43, 0xB6, 0x75, 1}) &&
+           holdsAt(prefix, kTimeAt, {0xE7, 1, 0, 0, 0, 0, 0, 0, 8}) && holdsAt(prefix, kGroupAt, {0xA0, 1}) &&
+           holdsAt(prefix, kBlockAt, {0xA1, 1}) && holdsAt(prefix, kTrackAt, {0x80 | kTrackNumber, 0, 0, 0});
+}
+
+/// The size of the element at `offset`, without the marker in its first byte.
+uint64_t sizeAt(ByteView prefix, std::size_t offset) {
+    const std::size_t idSize = offset == kClusterAt ? 4 : 1;
+    return loadNumber<std::endian::big>(prefix.subspan(offset + idSize + 1, kSizeBytes - 1));
+}
 
 }  // namespace
 
@@ -52,37 +76,43 @@ void buildSuffixFraming(const FrameRecord& frame, std::size_t recordSize, Bytes&
 }
 
 std::optional<ClusterShape> readPrefix(ByteView prefix) {
-    constexpr std::size_t kGroup = 4 + kSizeBytes + 1 + kSizeBytes + 8;
-    constexpr std::size_t kBlock = kGroup + 1 + kSizeBytes;
-    Element cluster;
-    Element block;
-    if (prefix.size() < kPrefixSize || !readElement(prefix, cluster) || cluster.id != ID_CLUSTER ||
-        !readElement(prefix.subspan(kBlock), block) || block.id != ID_BLOCK) {
+    if (prefix.size() < kPrefixSize || !hasFixedBytes(prefix)) {
         return std::nullopt;
     }
-    if (cluster.size == kUnknownSize || cluster.size > UINT32_MAX || block.size < 4 || block.size > cluster.size) {
+    const uint64_t cluster = sizeAt(prefix, kClusterAt);
+    const uint64_t group = sizeAt(prefix, kGroupAt);
+    const uint64_t block = sizeAt(prefix, kBlockAt);
+    if (cluster > UINT32_MAX || block < 4 || block > cluster || group + kBlockAt - kTimeAt != cluster) {
         return std::nullopt;
     }
-    const ClusterShape shape{cluster.header_size + cluster.size, block.size - 4};
+    const ClusterShape shape{kTimeAt + cluster, block - 4};
     const uint64_t smallest = kPrefixSize + shape.image_size + suffixFramingSize(true);
-    return shape.total > smallest && shape.total - smallest <= kMaxRecordSize ? std::optional(shape) : std::nullopt;
+    return shape.total >= smallest + kMinRecordSize && shape.total - smallest <= kMaxRecordSize ? std::optional(shape)
+                                                                                                : std::nullopt;
 }
 
-bool readSuffix(ByteView prefix, ByteView suffix, uint64_t recordingId, FrameRecord& frame, Bytes& scratch) {
+bool suffixBegins(ByteView prefix, ByteView start, uint64_t size, uint64_t recordingId, FrameRecord& frame,
+                  Bytes& scratch) {
     Element reference;
-    if (!readElement(suffix, reference)) {
+    if (!readElement(start, reference)) {
         return false;
     }
     const std::size_t framing = suffixFramingSize(reference.id != ID_REFERENCE_BLOCK);
-    if (suffix.size() <= framing || !decodeFrame(suffix.subspan(framing), frame) || frame.recording_id != recordingId) {
+    if (start.size() < framing + kFrameStartSize || size < framing ||
+        !decodeFrameStart(start.subspan(framing, kFrameStartSize), size - framing, frame) ||
+        frame.recording_id != recordingId) {
         return false;
     }
-    const std::size_t recordSize = suffix.size() - framing;
     scratch.clear();
-    buildPrefix(frame, recordSize, scratch);
-    buildSuffixFraming(frame, recordSize, scratch);
+    buildPrefix(frame, size - framing, scratch);
+    buildSuffixFraming(frame, size - framing, scratch);
     return scratch.size() == kPrefixSize + framing && std::memcmp(scratch.data(), prefix.data(), kPrefixSize) == 0 &&
-           std::memcmp(scratch.data() + kPrefixSize, suffix.data(), framing) == 0;
+           std::memcmp(scratch.data() + kPrefixSize, start.data(), framing) == 0;
+}
+
+bool readSuffix(ByteView prefix, ByteView suffix, uint64_t recordingId, FrameRecord& frame, Bytes& scratch) {
+    return suffixBegins(prefix, suffix, suffix.size(), recordingId, frame, scratch) &&
+           decodeFrame(suffix.subspan(suffixFramingSize(frame.key)), frame);
 }
 
 }  // namespace oru::rlx

@@ -46,7 +46,14 @@ struct ClusterShape {
 };
 /// The shape that `prefix` (kPrefixSize bytes) claims; nothing unless it is that of a frame's Cluster.
 [[nodiscard]] std::optional<ClusterShape> readPrefix(ByteView prefix);
-/// Decodes the record at the end of `suffix`, all bytes after the image, and compares the framing byte for byte.
+/// Bytes of the smallest Cluster of a frame, and of what suffixBegins() looks at.
+inline constexpr std::size_t kMinClusterSize = kPrefixSize + 45 + kMinRecordSize;
+inline constexpr std::size_t kSuffixStartSize = 62 + kFrameStartSize;
+/// Whether `start`, the first kSuffixStartSize bytes after the image, of `size`, can belong to a frame of this
+/// recording: the framing is compared byte for byte, no checksum looked at. Fills the first fields of `frame`.
+[[nodiscard]] bool suffixBegins(ByteView prefix, ByteView start, uint64_t size, uint64_t recordingId,
+                                FrameRecord& frame, Bytes& scratch);
+/// The same, and decodes the record at the end of `suffix`, all bytes after the image.
 [[nodiscard]] bool readSuffix(ByteView prefix, ByteView suffix, uint64_t recordingId, FrameRecord& frame,
                               Bytes& scratch);
 
@@ -69,6 +76,15 @@ struct Footer {
     uint64_t index_size = 0;
 };
 [[nodiscard]] std::optional<Footer> readFooter(ByteView footer);
+/// Bytes of an index before and behind its entries, and of one entry.
+inline constexpr std::size_t kIndexStartSize = 24;
+inline constexpr std::size_t kIndexEndSize = 4;
+inline constexpr std::size_t kIndexEntrySize = 32;
+/// Whether `start`, the first kIndexStartSize bytes of an index payload of `size`, can be those of this recording.
+[[nodiscard]] bool indexBegins(ByteView start, uint64_t size, uint64_t recordingId);
+/// Whether each entry in `entries` lies behind the one before, the first behind `end`, the last before `limit`, and is
+/// not shorter than a frame. Moves `end` behind the last.
+[[nodiscard]] bool entriesAscend(ByteView entries, uint64_t& end, uint64_t limit);
 /// The entries of an index payload; nothing unless checksum and recording are right.
 [[nodiscard]] std::optional<std::vector<IndexEntry>> readIndex(ByteView payload, uint64_t recordingId);
 

@@ -11,8 +11,6 @@ constexpr uint8_t kTrackNumber = 1;
 constexpr uint64_t kCueSpacingMs = 500;
 constexpr uint32_t kIndexMagic = 0x49584C52;   // "RLXI"
 constexpr uint32_t kFooterMagic = 0x45584C52;  // "RLXE"
-constexpr std::size_t kIndexFixedSize = 24;
-constexpr std::size_t kEntrySize = 32;
 
 Bytes cuesElement(const std::vector<IndexEntry>& entries) {
     Bytes body;
@@ -40,7 +38,7 @@ Bytes cuesElement(const std::vector<IndexEntry>& entries) {
 Bytes buildTrailer(const HeaderRecord& header, const std::vector<IndexEntry>& entries, uint64_t offset) {
     Bytes out = cuesElement(entries);
     Bytes payload;
-    payload.reserve(kIndexFixedSize + entries.size() * kEntrySize + 4 + kFooterSize);
+    payload.reserve(kIndexStartSize + entries.size() * kIndexEntrySize + kIndexEndSize + kFooterSize);
     LittleEndianWriter fields(payload);
     fields.put(kIndexMagic);
     fields.put<uint32_t>(1);
@@ -82,22 +80,41 @@ std::optional<Footer> readFooter(ByteView footer) {
     return right ? std::optional(result) : std::nullopt;
 }
 
-std::optional<std::vector<IndexEntry>> readIndex(ByteView payload, uint64_t recordingId) {
-    LittleEndianReader in(payload);
+bool indexBegins(ByteView start, uint64_t size, uint64_t recordingId) {
+    LittleEndianReader in(start);
     const uint32_t magic = in.get<uint32_t>();
     const uint32_t version = in.get<uint32_t>();
     const uint64_t id = in.get<uint64_t>();
     const uint64_t count = in.get<uint64_t>();
-    if (!in.ok() || magic != kIndexMagic || version != 1 || id != recordingId || payload.size() < kIndexFixedSize + 4 ||
-        (payload.size() - kIndexFixedSize - 4) / kEntrySize != count ||
-        (payload.size() - kIndexFixedSize - 4) % kEntrySize != 0) {
+    constexpr std::size_t kFixed = kIndexStartSize + kIndexEndSize;
+    return in.ok() && magic == kIndexMagic && version == 1 && id == recordingId && size >= kFixed &&
+           (size - kFixed) / kIndexEntrySize == count && (size - kFixed) % kIndexEntrySize == 0;
+}
+
+bool entriesAscend(ByteView entries, uint64_t& end, uint64_t limit) {
+    for (; !entries.empty(); entries = entries.subspan(kIndexEntrySize)) {
+        LittleEndianReader in(entries.first(kIndexEntrySize));
+        const uint64_t offset = in.get<uint64_t>();
+        (void)in.bytes(16);
+        const uint32_t size = in.get<uint32_t>();
+        if (offset < end || offset > limit || size < kMinClusterSize || size > limit - offset) {
+            return false;
+        }
+        end = offset + size;
+    }
+    return true;
+}
+
+std::optional<std::vector<IndexEntry>> readIndex(ByteView payload, uint64_t recordingId) {
+    if (!indexBegins(payload, payload.size(), recordingId)) {
         return std::nullopt;
     }
     LittleEndianReader tail(payload.last(4));
     if (tail.get<uint32_t>() != crc32c(payload.data(), payload.size() - 4)) {
         return std::nullopt;
     }
-    std::vector<IndexEntry> entries(count);
+    LittleEndianReader in(payload.subspan(kIndexStartSize));
+    std::vector<IndexEntry> entries((payload.size() - kIndexStartSize - kIndexEndSize) / kIndexEntrySize);
     for (IndexEntry& entry : entries) {
         in.get(entry.offset);
         in.get(entry.time_ns);

@@ -93,6 +93,15 @@ std::size_t File::readUpTo(uint64_t offset, void* data, std::size_t count) const
     return done;
 }
 
+uint64_t File::dataFrom(uint64_t offset) const {
+    const off_t data = ::lseek(fileDescriptor, static_cast<off_t>(offset), SEEK_DATA);
+    if (data >= 0) {
+        return static_cast<uint64_t>(data);
+    }
+    // A file system that does not know holes has none.
+    return errno == ENXIO ? size() : offset;
+}
+
 bool File::writeAt(uint64_t offset, ByteView data) {
     iovec part{const_cast<uint8_t*>(data.data()), data.size()};
     return writePartsAt(offset, &part, 1);

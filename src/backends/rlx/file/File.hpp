@@ -40,6 +40,8 @@ public:
     [[nodiscard]] bool readAt(uint64_t offset, void* data, std::size_t count) const;
     /// As many of `count` bytes as there are.
     [[nodiscard]] std::size_t readUpTo(uint64_t offset, void* data, std::size_t count) const;
+    /// The first offset at or behind this one that is not in a hole; the file's size when there is none.
+    [[nodiscard]] uint64_t dataFrom(uint64_t offset) const;
     [[nodiscard]] bool writeAt(uint64_t offset, ByteView data);
     /// Writes the parts one after the other; changes the array.
     [[nodiscard]] bool writePartsAt(uint64_t offset, iovec* parts, int count);

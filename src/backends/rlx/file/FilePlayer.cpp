@@ -11,117 +11,57 @@ namespace oru::rlx {
 
 namespace {
 
-constexpr int kReadWaitMs = 200;
+constexpr std::chrono::milliseconds kReadWait{200};
 constexpr std::size_t kMaxPassedOver = 65'536;
 
 }  // namespace
 
 int FilePlayer::open(const std::string& path) {
     close();
-    openedFile = openRecording(path, false);
-    Condition condition = openedFile.condition;
-    if (condition == Condition::INTACT) {
-        condition = loadIndex(openedFile, indexEntries);
-    }
+    OpenedFile recording;
+    std::vector<IndexEntry> entries;
+    const Condition condition = openWithIndex(path, recording, entries);
     if (condition != Condition::INTACT) {
         ORU_LOG(Warning, "{} {} {}", kTagInit, path, describe(condition));
-        openedFile = OpenedFile{};
-        indexEntries.clear();
         return rlxrw::RLX_DAMAGED;
     }
-    auto decoder = makeDecoder(openedFile.header.facts, openedFile.header.codec_private);
+    auto decoder = makeDecoder(recording.header.facts, recording.header.codec_private);
     if (decoder == nullptr) {
         ORU_LOG(Warning, "{} {} has compression mode {}, which cannot be decoded here", kTagInit, path,
-                static_cast<int>(openedFile.header.facts.compression_mode));
-        openedFile = OpenedFile{};
-        indexEntries.clear();
+                static_cast<int>(recording.header.facts.compression_mode));
         return rlxrw::RLX_NOT_DECODABLE;
     }
-    frameDecoder = std::make_unique<FrameDecoder>(openedFile, indexEntries, std::move(decoder));
     deliveredFrames = lateFrames = damagedFrames = undecodedFrames = 0;
-    {
-        const MutexLock lock(mutex);
-        stopping = false;
-    }
-    restartAt(0);
-    worker = std::thread([this] { decodeAhead(); });
+    ahead = std::make_unique<DecodeAhead>(std::move(recording), std::move(entries), std::move(decoder));
     return rlxrw::RLX_OPENED;
 }
 
 void FilePlayer::close() {
-    {
-        const MutexLock lock(mutex);
-        stopping = true;
-    }
-    wake.notify_all();
-    if (worker.joinable()) {
-        worker.join();
-    }
-    frameDecoder.reset();
-    openedFile = OpenedFile{};
-    indexEntries.clear();
-    for (DecodedFrame& slot : ring) {
-        slot = DecodedFrame{};
-    }
+    ahead.reset();
     restartAt(0);
 }
 
 Timestamp FilePlayer::frameTime(int index) const {
-    return index >= 0 && index < frameCount() ? indexEntries[static_cast<std::size_t>(index)].time_ns : 0;
+    return index >= 0 && index < frameCount() ? ahead->entries()[static_cast<std::size_t>(index)].time_ns : 0;
 }
 
 void FilePlayer::restartAt(int index) {
-    const MutexLock lock(mutex);
-    ++restarts;
-    filledSlots = 0;
-    nextToDecode = index;
+    if (isOpen()) {
+        ahead->restartAt(index);
+    }
     nextPosition = index;
+    const MutexLock lock(mutex);
     hasCurrentFrame = false;
     passedOver.clear();
-    wake.notify_all();
 }
 
 void FilePlayer::setPosition(int index) {
     restartAt(std::clamp(index, 0, frameCount()));
 }
 
-void FilePlayer::decodeAhead() {
-    mutex.lock();
-    while (!stopping) {
-        if (filledSlots == kAhead || nextToDecode >= static_cast<int>(indexEntries.size())) {
-            wake.wait(mutex);
-            continue;
-        }
-        const uint64_t generation = restarts;
-        const int index = nextToDecode;
-        DecodedFrame& slot = ring[(frontSlot + filledSlots) % kAhead];
-        mutex.unlock();
-        frameDecoder->decode(index, slot);
-        mutex.lock();
-        if (generation == restarts) {
-            ++filledSlots;
-            nextToDecode = index + 1;
-            wake.notify_all();
-        }
-    }
-    mutex.unlock();
-}
-
-DecodedFrame* FilePlayer::waitForFront(int waitMs) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(waitMs);
-    while (filledSlots == 0) {
-        if (wake.wait_until(mutex, deadline) == std::cv_status::timeout) {
-            break;
-        }
-    }
-    return filledSlots == 0 ? nullptr : &ring[frontSlot];
-}
-
 void FilePlayer::popFront() {
-    frontSlot = (frontSlot + 1) % kAhead;
-    --filledSlots;
+    ahead->popFront();
     ++nextPosition;
-    wake.notify_all();
 }
 
 void FilePlayer::joinPackets(DecodedFrame& frame) {
@@ -131,6 +71,7 @@ void FilePlayer::joinPackets(DecodedFrame& frame) {
 }
 
 void FilePlayer::takeFacts(DecodedFrame& frame) {
+    const MutexLock lock(mutex);
     joinPackets(frame);
     currentFrame.index = frame.index;
     currentFrame.time = frame.time;
@@ -143,17 +84,17 @@ void FilePlayer::takeFacts(DecodedFrame& frame) {
 }
 
 void FilePlayer::skipFrame() {
-    const MutexLock lock(mutex);
-    if (nextPosition >= static_cast<int>(indexEntries.size())) {
+    if (nextPosition >= frameCount()) {
         return;
     }
     // Waits for the decoder, which has to go through the frame anyway where frames build on each other.
-    DecodedFrame* frame = waitForFront(kReadWaitMs);
+    DecodedFrame* frame = ahead->waitForFront(kReadWait);
     if (frame == nullptr) {
         return;
     }
     if (frame->quality == FrameQuality::WHOLE) {
         ++lateFrames;
+        const MutexLock lock(mutex);
         joinPackets(*frame);
     } else {
         leaveOut(*frame);
@@ -169,6 +110,7 @@ void FilePlayer::leaveOut(DecodedFrame& frame) {
     }
     ORU_LOG(Debug, "{} Frame {} of the recording is {}", kTagKoru, frame.index, damaged ? "damaged" : "not decodable");
     ++(damaged ? damagedFrames : undecodedFrames);
+    const MutexLock lock(mutex);
     joinPackets(frame);
 }
 
@@ -176,10 +118,9 @@ FrameStatus FilePlayer::readFrame(unsigned char* pixels, std::size_t size, Times
     if (!isOpen()) {
         return SOURCE_UNAVAILABLE;
     }
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kReadWaitMs);
-    const MutexLock lock(mutex);
-    while (nextPosition < static_cast<int>(indexEntries.size())) {
-        DecodedFrame* frame = waitForFront(kReadWaitMs);
+    const auto deadline = std::chrono::steady_clock::now() + kReadWait;
+    while (nextPosition < frameCount()) {
+        DecodedFrame* frame = ahead->waitForFront(kReadWait);
         if (frame == nullptr) {
             return NO_FRAME;
         }

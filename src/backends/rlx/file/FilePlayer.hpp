@@ -1,20 +1,17 @@
 #pragma once
 
-#include <array>
 #include <atomic>
-#include <condition_variable>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
-#include "backends/rlx/file/FrameDecoder.hpp"
+#include "backends/rlx/file/DecodeAhead.hpp"
 #include "oru_input/grabber/frame_status.hpp"
 #include "utils/Mutex.hpp"
 
 namespace oru::rlx {
 
-/// Plays one recording frame by frame; a thread of its own reads and decodes a few frames ahead.
+/// Plays one recording frame by frame; a thread of its own reads and decodes a few frames ahead (DecodeAhead).
 /// Threads: one caller at a time; position, the facts of the last frame and counters from any.
 class FilePlayer {
 public:
@@ -26,10 +23,11 @@ public:
     /// rlxrw::RLX_OPEN_RESULT; the log says what is damaged.
     [[nodiscard]] int open(const std::string& path);
     void close();
-    [[nodiscard]] bool isOpen() const { return worker.joinable(); }
-    [[nodiscard]] const HeaderRecord& header() const { return openedFile.header; }
+    [[nodiscard]] bool isOpen() const { return ahead != nullptr; }
+    /// Only while open.
+    [[nodiscard]] const HeaderRecord& header() const { return ahead->header(); }
 
-    [[nodiscard]] int frameCount() const { return static_cast<int>(indexEntries.size()); }
+    [[nodiscard]] int frameCount() const { return isOpen() ? static_cast<int>(ahead->entries().size()) : 0; }
     [[nodiscard]] int position() const { return nextPosition; }
     [[nodiscard]] Timestamp frameTime(int index) const;
     void setPosition(int index);
@@ -45,34 +43,19 @@ public:
     [[nodiscard]] FrameCounters counters() const;
 
 private:
-    static constexpr std::size_t kAhead = 4;
-
-    void decodeAhead();
-    DecodedFrame* waitForFront(int waitMs) ORU_REQUIRES(mutex);
-    void popFront() ORU_REQUIRES(mutex);
-    void takeFacts(DecodedFrame& frame) ORU_REQUIRES(mutex);
-    void leaveOut(DecodedFrame& frame) ORU_REQUIRES(mutex);
+    void popFront();
+    void takeFacts(DecodedFrame& frame);
+    void leaveOut(DecodedFrame& frame);
     void joinPackets(DecodedFrame& frame) ORU_REQUIRES(mutex);
     void restartAt(int index);
 
-    OpenedFile openedFile;
-    std::vector<IndexEntry> indexEntries;
-    std::unique_ptr<FrameDecoder> frameDecoder;  // the worker's while it runs
-
+    std::unique_ptr<DecodeAhead> ahead;  // while open
     std::atomic<int> nextPosition{0};
 
-    std::thread worker;
     mutable Mutex mutex;
     bool hasCurrentFrame ORU_GUARDED_BY(mutex) = false;
     DecodedFrame currentFrame ORU_GUARDED_BY(mutex);          // without its image
     std::vector<IMUPacket> passedOver ORU_GUARDED_BY(mutex);  // of skipped and damaged frames, for the next one
-    std::condition_variable_any wake;
-    std::array<DecodedFrame, kAhead> ring;
-    std::size_t frontSlot ORU_GUARDED_BY(mutex) = 0;
-    std::size_t filledSlots ORU_GUARDED_BY(mutex) = 0;
-    int nextToDecode ORU_GUARDED_BY(mutex) = 0;
-    uint64_t restarts ORU_GUARDED_BY(mutex) = 0;
-    bool stopping ORU_GUARDED_BY(mutex) = false;
 
     std::atomic<uint64_t> deliveredFrames{0};
     std::atomic<uint64_t> lateFrames{0};

@@ -1,5 +1,7 @@
 #include "backends/rlx/file/FileRecorder.hpp"
 
+#include <pthread.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
@@ -8,6 +10,7 @@
 #include <random>
 
 #include "backends/rlx/file/finalise.hpp"
+#include "backends/rlx/file/guarded.hpp"
 #include "backends/rlx/records/crc32c.hpp"
 #include "logging/log.hpp"
 #include "logging/messages.hpp"
@@ -27,9 +30,8 @@ uint64_t newRecordingId() {
 }
 
 bool sizeCanBeCoded(const rlxrw::RlxRecordingHeader& facts) {
-    constexpr uint32_t kMaxSide = 16'384;
     const bool evenHeight = facts.height % 2 == 0 || isIntraOnly(facts.compression_mode);
-    return facts.width > 0 && facts.height > 0 && facts.width <= kMaxSide && facts.height <= kMaxSide &&
+    return facts.width > 0 && facts.height > 0 && facts.width <= kMaxImageSide && facts.height <= kMaxImageSide &&
            facts.width % 2 == 0 && evenHeight;
 }
 
@@ -37,6 +39,16 @@ bool sizeCanBeCoded(const rlxrw::RlxRecordingHeader& facts) {
 
 int FileRecorder::create(const std::string& path, const rlxrw::RlxRecordingHeader& facts) {
     close();
+    const int result = guarded<int>("Creating the file", rlxrw::RLX_NOT_CREATABLE, [&] { return start(path, facts); });
+    if (result != rlxrw::RLX_CREATED) {
+        file.close();
+    }
+    return result;
+}
+
+int FileRecorder::start(const std::string& path, const rlxrw::RlxRecordingHeader& wanted) {
+    rlxrw::RlxRecordingHeader facts = wanted;
+    facts.fps = plausibleRate(facts.fps);
     encoder = sizeCanBeCoded(facts) ? makeEncoder(facts) : nullptr;
     if (encoder == nullptr) {
         ORU_LOG(Error, "{} No encoder for RLX compression mode {} at {}x{}", kTagKoru,
@@ -44,6 +56,11 @@ int FileRecorder::create(const std::string& path, const rlxrw::RlxRecordingHeade
         return rlxrw::RLX_NO_ENCODER;
     }
     fileHeader = {facts, newRecordingId(), encoder->codecPrivate()};
+    if (headerRecordSize(fileHeader) > kMaxHeaderSize) {
+        ORU_LOG(Warning, "{} The calibration of camera {} is too long ({} bytes) for {} and left out", kTagKoru,
+                facts.serial_number, facts.calibration_text.size(), path);
+        fileHeader.facts.calibration_text.clear();
+    }
     pendingFrames.resize(kMaxPending);
     firstPending = 0;
     nextNumber = 0;
@@ -55,14 +72,16 @@ int FileRecorder::create(const std::string& path, const rlxrw::RlxRecordingHeade
     sink = [this](const CodedImage& image) { return append(image); };
     if (!openFile(path)) {
         ORU_LOG(Error, "{} Cannot create {}: {}", kTagKoru, path, std::strerror(errno));
-        file.close();
         return rlxrw::RLX_NOT_CREATABLE;
     }
     {
         const MutexLock lock(syncMutex);
         stopRequested = false;
     }
-    syncer = std::thread([this] { syncWhileOpen(); });
+    syncer = std::thread([this] {
+        (void)::pthread_setname_np(::pthread_self(), "rlx-sync");
+        guarded("Bringing the file to the disk", [this] { syncWhileOpen(); });
+    });
     return rlxrw::RLX_CREATED;
 }
 
@@ -89,6 +108,10 @@ FrameRecord& FileRecorder::pendingSlot() {
 }
 
 int FileRecorder::writeFrame(const rlxrw::RlxFrame& frame) {
+    return guarded<int>("Writing a frame", rlxrw::RLX_ENCODER_FAILED, [&] { return write(frame); });
+}
+
+int FileRecorder::write(const rlxrw::RlxFrame& frame) {
     const std::size_t expected = std::size_t{fileHeader.facts.width} * fileHeader.facts.height * 2;
     if (!isOpen() || writeFailed || syncFailed.load(std::memory_order_relaxed)) {
         return rlxrw::RLX_CANNOT_GROW;
@@ -127,7 +150,7 @@ void FileRecorder::describeImage(const CodedImage& image, FrameRecord& frame) {
 }
 
 bool FileRecorder::append(const CodedImage& image) {
-    if (image.number != firstPending || image.bytes.size() > UINT32_MAX / 2) {
+    if (image.number != firstPending || image.bytes.size() > maxStoredImage(fileHeader.facts)) {
         return false;
     }
     FrameRecord& frame = pendingFrames[firstPending++ % kMaxPending];
@@ -159,13 +182,23 @@ void FileRecorder::close() {
     if (!isOpen()) {
         return;
     }
-    if (!writeFailed && !encoder->finish(sink)) {
-        ORU_LOG(Warning, "{} The last frames of {} could not be coded", kTagKoru, filePath);
-    }
+    guarded("Coding the last frames", [this] {
+        if (!writeFailed && !encoder->finish(sink)) {
+            ORU_LOG(Warning, "{} The last frames of {} could not be coded", kTagKoru, filePath);
+        }
+    });
     stopSyncing();
-    finish();
+    guarded("Ending the file", [this] { finish(); });
     file.close();
     encoder.reset();
+}
+
+FrameCounters FileRecorder::counters() const {
+    FrameCounters counters;
+    counters.delivered = framesWritten();
+    counters.queue_full = std::max(framesOffered(), counters.delivered) - counters.delivered;
+    counters.produced = counters.delivered + counters.queue_full;
+    return counters;
 }
 
 void FileRecorder::finish() {

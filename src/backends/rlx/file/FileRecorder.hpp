@@ -17,28 +17,31 @@ namespace oru::rlx {
 /// Writes one recording. Each frame is in the kernel's hands when writeFrame returns (unless the encoder holds it
 /// back), and on the disk half a second later: a thread of its own calls fdatasync. The file is locked until close().
 /// Threads: create, writeFrame and close one at a time; the counts from any.
-class FileRecorder {
+class FileRecorder final : public rlxrw::RecordingFile {
 public:
     FileRecorder() = default;
-    ~FileRecorder() { close(); }
+    ~FileRecorder() override { close(); }
     FileRecorder(const FileRecorder&) = delete;
     FileRecorder& operator=(const FileRecorder&) = delete;
 
-    /// rlxrw::RLX_CREATE_RESULT. An existing file is emptied.
+    /// rlxrw::RLX_CREATE_RESULT. An existing file is emptied. A calibration text too long for the header record is left
+    /// out, which the log says; a rate that no camera has is written as 0.
     [[nodiscard]] int create(const std::string& path, const rlxrw::RlxRecordingHeader& facts);
-    /// rlxrw::RLX_WRITE_RESULT.
-    [[nodiscard]] int writeFrame(const rlxrw::RlxFrame& frame);
+    int writeFrame(const rlxrw::RlxFrame& frame) override;
     /// Ends the file: playable and complete, if need be without its last frames when the disk is full.
-    void close();
+    void close() override;
 
     [[nodiscard]] bool isOpen() const { return file.isOpen(); }
     [[nodiscard]] const HeaderRecord& header() const { return fileHeader; }
     [[nodiscard]] uint64_t framesWritten() const { return writtenFrames.load(std::memory_order_relaxed); }
     [[nodiscard]] uint64_t framesOffered() const { return offeredFrames.load(std::memory_order_relaxed); }
-    [[nodiscard]] uint64_t bytesWritten() const { return endOffset.load(std::memory_order_relaxed); }
+    [[nodiscard]] uint64_t bytesWritten() const override { return endOffset.load(std::memory_order_relaxed); }
+    [[nodiscard]] FrameCounters counters() const override;
 
 private:
+    int start(const std::string& path, const rlxrw::RlxRecordingHeader& facts);
     bool openFile(const std::string& path);
+    int write(const rlxrw::RlxFrame& frame);
     bool append(const CodedImage& image);
     void describeImage(const CodedImage& image, FrameRecord& frame);
     FrameRecord& pendingSlot();

@@ -7,8 +7,7 @@ FrameDecoder::FrameDecoder(const OpenedFile& recording, const std::vector<IndexE
     : openedFile(recording),
       indexEntries(entries),
       imageDecoder(std::move(decoder)),
-      intraOnly(isIntraOnly(recording.header.facts.compression_mode)),
-      imageBytes(std::size_t{recording.header.facts.width} * recording.header.facts.height * 2) {}
+      intraOnly(isIntraOnly(recording.header.facts.compression_mode)) {}
 
 int FrameDecoder::keyBefore(int index) const {
     while (index > 0 && !indexEntries[static_cast<std::size_t>(index)].key) {
@@ -17,16 +16,33 @@ int FrameDecoder::keyBefore(int index) const {
     return index;
 }
 
-void FrameDecoder::decode(int index, DecodedFrame& out) {
+bool FrameDecoder::decode(int index, DecodedFrame& out, const std::atomic<bool>& interrupted) noexcept {
+    try {
+        return goTo(index, out, interrupted);
+    } catch (...) {
+        next = index + 1;
+        chainWhole = false;
+        out.index = index;
+        out.quality = FrameQuality::DECODE_FAILED;
+        out.record_whole = false;
+        return true;
+    }
+}
+
+bool FrameDecoder::goTo(int index, DecodedFrame& out, const std::atomic<bool>& interrupted) {
     const int key = intraOnly ? index : keyBefore(index);
     if (next < key || next > index) {
         next = key;
         chainWhole = false;
     }
     while (next < index) {
+        if (interrupted) {
+            return false;
+        }
         step(next, nullptr);
     }
     step(index, &out);
+    return true;
 }
 
 void FrameDecoder::step(int index, DecodedFrame* out) {
@@ -49,12 +65,7 @@ void FrameDecoder::step(int index, DecodedFrame* out) {
         chainWhole = false;
         return;
     }
-    unsigned char* pixels = nullptr;
-    if (out != nullptr) {
-        out->pixels.resize(imageBytes);
-        pixels = out->pixels.data();
-    }
-    const bool decoded = imageDecoder->decode(stored.image, pixels);
+    const bool decoded = imageDecoder->decode(stored.image, out == nullptr ? nullptr : &out->pixels);
     chainWhole = decoded;
     nextNumber = stored.frame.number + 1;
     if (out != nullptr) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <vector>
 
@@ -11,7 +12,7 @@ namespace oru::rlx {
 enum class FrameQuality {
     WHOLE,
     DAMAGED,        ///< its bytes, or those of an image it builds on, are not those that were recorded
-    DECODE_FAILED,  ///< the bytes are right, the decoder refuses them
+    DECODE_FAILED,  ///< the bytes are right, the decoder refuses them; or there was no memory for it
 };
 
 /// One frame taken out of a recording; what is reusable keeps its capacity.
@@ -34,10 +35,12 @@ public:
     FrameDecoder(const OpenedFile& recording, const std::vector<IndexEntry>& entries,
                  std::unique_ptr<ImageDecoder> decoder);
 
-    /// Reads forward from where the last call ended when that is shorter than from the key image before `index`.
-    void decode(int index, DecodedFrame& out);
+    /// Reads forward from where the last call ended when that is shorter than from the key image before `index`. False:
+    /// `interrupted` was set on the way, `out` holds nothing. Throws nothing.
+    [[nodiscard]] bool decode(int index, DecodedFrame& out, const std::atomic<bool>& interrupted) noexcept;
 
 private:
+    [[nodiscard]] bool goTo(int index, DecodedFrame& out, const std::atomic<bool>& interrupted);
     void step(int index, DecodedFrame* out);
     void describe(DecodedFrame& out) const;
     [[nodiscard]] int keyBefore(int index) const;
@@ -46,7 +49,6 @@ private:
     const std::vector<IndexEntry>& indexEntries;
     std::unique_ptr<ImageDecoder> imageDecoder;
     bool intraOnly;
-    std::size_t imageBytes;
     StoredFrame stored;
     int next = 0;             // the frame that the decoder is ready for
     bool chainWhole = false;  // every image since the last key one was decoded

@@ -1,9 +1,9 @@
-#include <algorithm>
 #include <atomic>
 #include <cstdio>
 
 #include "backends/rlx/file/FilePlayer.hpp"
 #include "backends/rlx/file/FileRecorder.hpp"
+#include "backends/rlx/file/guarded.hpp"
 #include "backends/rlx/file/repair.hpp"
 #include "backends/rlx/rlx_factory.hpp"
 #include "logging/log.hpp"
@@ -56,31 +56,38 @@ public:
     bool getCurrentIMU(IMUPacket& packet) override { return player.newestImu(packet); }
     bool getCurrentMetadata(rlxrw::rlxSampleMetadata& metadata) override { return player.metadata(metadata); }
     const Matrix4f* getIMUCamTransform() override;
-    std::vector<IMUPacket> getFrameIMUPackets() override { return player.packets(); }
+    std::vector<IMUPacket> getFrameIMUPackets() override {
+        return rlx::guarded("Reading the packets", std::vector<IMUPacket>{}, [&] { return player.packets(); });
+    }
     bool getFrameIMU(IMUPacket& packet) override { return player.imuOfImage(packet); }
 
     FrameStatus readFrame(unsigned char* pixels, std::size_t size, Timestamp& time) override {
-        return player.readFrame(pixels, size, time);
+        return rlx::guarded("Reading a frame", SOURCE_ERROR, [&] { return player.readFrame(pixels, size, time); });
     }
     int frameCount() override { return player.frameCount(); }
     int position() override { return player.position(); }
     Timestamp frameTime(int frame) override { return player.frameTime(frame); }
-    void skipFrame() override { player.skipFrame(); }
+    void skipFrame() override {
+        rlx::guarded("Skipping a frame", [this] { player.skipFrame(); });
+    }
 
     int create(const char* path, const RlxRecordingHeader& header) override;
-    int writeFrame(const rlxrw::RlxFrame& frame) override { return recorder.writeFrame(frame); }
+    int writeFrame(const rlxrw::RlxFrame& frame) override { return recorder->writeFrame(frame); }
+    std::shared_ptr<rlxrw::RecordingFile> recordingFile() override;
     void writeCurrentIMU(IMUPacket packet) override;
     void takeWrittenPackets(std::vector<IMUPacket>& packets) override;
-    uint64_t bytesWritten() override { return recorder.bytesWritten(); }
-    FrameCounters counters() const override;
+    uint64_t bytesWritten() override { return recorder->bytesWritten(); }
+    FrameCounters counters() const override { return countsRecording ? recorder->counters() : player.counters(); }
 
 private:
+    int load(const char* path);
     bool isOpen() const { return player.isOpen() || recording; }
     const RlxRecordingHeader& facts() const;
 
     CalibrationSource& calibrationSource;
     rlx::FilePlayer player;
-    rlx::FileRecorder recorder;
+    std::shared_ptr<rlx::FileRecorder> recorder = std::make_shared<rlx::FileRecorder>();  // replaced once handed out
+    bool handedOut = false;
     std::atomic<bool> recording{false};
     std::atomic<bool> countsRecording{false};  // a recorder's counts are told even after close()
     RlxRecordingHeader noFacts;
@@ -94,11 +101,19 @@ const RlxRecordingHeader& RlxFile::facts() const {
     if (player.isOpen()) {
         return player.header().facts;
     }
-    return recording ? recorder.header().facts : noFacts;
+    return recording ? recorder->header().facts : noFacts;
 }
 
 int RlxFile::open(const char* path) {
     close();
+    const int result = rlx::guarded<int>("Opening", rlxrw::RLX_DAMAGED, [&] { return load(path); });
+    if (result != rlxrw::RLX_OPENED) {
+        player.close();
+    }
+    return result;
+}
+
+int RlxFile::load(const char* path) {
     countsRecording = false;
     const int result = player.open(path);
     if (result == rlxrw::RLX_OPENED) {
@@ -115,7 +130,9 @@ int RlxFile::open(const char* path) {
 
 void RlxFile::close() {
     player.close();
-    recorder.close();
+    if (!handedOut) {
+        recorder->close();
+    }
     recording = false;
     const MutexLock lock(packetsMutex);
     writtenPackets.clear();
@@ -163,34 +180,36 @@ const Matrix4f* RlxFile::getIMUCamTransform() {
 
 int RlxFile::create(const char* path, const RlxRecordingHeader& header) {
     close();
-    const int result = recorder.create(path, header);
+    const int result = rlx::guarded<int>("Creating the file", rlxrw::RLX_NOT_CREATABLE, [&] {
+        if (handedOut) {
+            recorder = std::make_shared<rlx::FileRecorder>();
+            handedOut = false;
+        }
+        return recorder->create(path, header);
+    });
     recording = result == rlxrw::RLX_CREATED;
     countsRecording = true;
     return result;
 }
 
+std::shared_ptr<rlxrw::RecordingFile> RlxFile::recordingFile() {
+    handedOut = true;
+    return recorder;
+}
+
 void RlxFile::writeCurrentIMU(IMUPacket packet) {
     const MutexLock lock(packetsMutex);
     if (writtenPackets.size() < kMaxWaitingPackets) {
-        writtenPackets.push_back(packet);
+        rlx::guarded("Keeping a packet", [&]() ORU_REQUIRES(packetsMutex) { writtenPackets.push_back(packet); });
     }
 }
 
 void RlxFile::takeWrittenPackets(std::vector<IMUPacket>& packets) {
     const MutexLock lock(packetsMutex);
-    packets.insert(packets.end(), writtenPackets.begin(), writtenPackets.end());
+    rlx::guarded("Taking the packets", [&]() ORU_REQUIRES(packetsMutex) {
+        packets.insert(packets.end(), writtenPackets.begin(), writtenPackets.end());
+    });
     writtenPackets.clear();
-}
-
-FrameCounters RlxFile::counters() const {
-    if (!countsRecording) {
-        return player.counters();
-    }
-    FrameCounters counters;
-    counters.delivered = recorder.framesWritten();
-    counters.queue_full = std::max(recorder.framesOffered(), counters.delivered) - counters.delivered;
-    counters.produced = counters.delivered + counters.queue_full;
-    return counters;
 }
 
 }  // namespace

@@ -9,15 +9,9 @@ namespace {
 
 class RlxIndex final : public RecordingIndex {
 public:
-    explicit RlxIndex(const std::string& path) : file(rlx::openRecording(path, false)), state(file.condition) {
-        if (state == rlx::Condition::INTACT) {
-            state = rlx::loadIndex(file, entries);
-        }
+    explicit RlxIndex(const std::string& path) : state(rlx::openWithIndex(path, file, entries)) {
         if (file.condition != rlx::Condition::INTACT) {
             file.header.facts.version = 0;
-        }
-        if (state != rlx::Condition::INTACT) {
-            entries.clear();
         }
         for (const rlx::IndexEntry& entry : entries) {
             times.push_back(entry.time_ns);
@@ -38,8 +32,8 @@ public:
 
 private:
     rlx::OpenedFile file;
-    RECORDING_CONDITION state;
     std::vector<rlx::IndexEntry> entries;
+    RECORDING_CONDITION state;
     std::vector<Timestamp> times;
     rlx::StoredFrame stored;
 };

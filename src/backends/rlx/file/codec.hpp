@@ -42,9 +42,9 @@ class ImageDecoder {
 public:
     virtual ~ImageDecoder() = default;
 
-    /// Fills `yuyv` (width * height * 2 bytes); null decodes without writing. False: nothing is written, the decoder
-    /// refuses the image.
-    [[nodiscard]] virtual bool decode(ByteView stored, unsigned char* yuyv) = 0;
+    /// Fills `yuyv` with width * height * 2 bytes once the image is known to have this size; null decodes without
+    /// writing. False: `yuyv` is untouched, the decoder refuses the image.
+    [[nodiscard]] virtual bool decode(ByteView stored, Bytes* yuyv) = 0;
     virtual void reset() = 0;
 };
 

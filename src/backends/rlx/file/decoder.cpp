@@ -15,12 +15,12 @@ class RawDecoder final : public ImageDecoder {
 public:
     explicit RawDecoder(std::size_t size) : imageBytes(size) {}
 
-    bool decode(ByteView stored, unsigned char* yuyv) override {
+    bool decode(ByteView stored, Bytes* yuyv) override {
         if (stored.size() != imageBytes) {
             return false;
         }
         if (yuyv != nullptr) {
-            std::memcpy(yuyv, stored.data(), imageBytes);
+            yuyv->assign(stored.begin(), stored.end());
         }
         return true;
     }
@@ -32,23 +32,28 @@ private:
 
 class CodecDecoder final : public ImageDecoder {
 public:
-    [[nodiscard]] bool open(const VideoDecoder::Settings& settings) { return decoder.open(settings); }
+    [[nodiscard]] bool open(const VideoDecoder::Settings& settings) {
+        imageBytes = std::size_t{settings.width} * settings.height * 2;
+        return decoder.open(settings);
+    }
 
-    bool decode(ByteView stored, unsigned char* yuyv) override;
+    bool decode(ByteView stored, Bytes* yuyv) override;
     void reset() override { decoder.reset(); }
 
 private:
     VideoDecoder decoder;
+    std::size_t imageBytes = 0;
     Bytes padded;
 };
 
-bool CodecDecoder::decode(ByteView stored, unsigned char* yuyv) {
+bool CodecDecoder::decode(ByteView stored, Bytes* yuyv) {
     padded.resize(stored.size() + VideoDecoder::kPaddingBytes);
     std::memcpy(padded.data(), stored.data(), stored.size());
     std::memset(padded.data() + stored.size(), 0, VideoDecoder::kPaddingBytes);
     const AVFrame* image = decoder.decode(padded.data(), stored.size());
     if (image != nullptr && yuyv != nullptr) {
-        coding::planarToPacked(*image, yuyv);
+        yuyv->resize(imageBytes);
+        coding::planarToPacked(*image, yuyv->data());
     }
     return image != nullptr;
 }

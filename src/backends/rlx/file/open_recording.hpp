@@ -26,16 +26,21 @@ struct OpenedFile {
 /// CUT_OFF or DAMAGED. Reads no frame.
 [[nodiscard]] Condition loadIndex(const OpenedFile& recording, std::vector<IndexEntry>& entries);
 
+/// Opens a finished recording to read, with its index. A rate that no camera has becomes 0: the head cannot be compared
+/// or built from `recording` any more.
+[[nodiscard]] Condition openWithIndex(const std::string& path, OpenedFile& recording, std::vector<IndexEntry>& entries);
+
 /// A frame's Cluster read and checked.
 enum class FrameCheck { WHOLE, DAMAGED };
-/// Reads the Cluster of an entry into `cluster`; `frame` and `image` (a part of `cluster`) hold only when WHOLE.
-/// When the record is whole but the image is not, `frame` holds and `record_whole` is set.
+/// Reads the Cluster of an entry; `frame` and `image` hold only when WHOLE. When the record is whole but the image is
+/// not, `frame` holds and `record_whole` is set. No memory is taken for a size that the frame's framing does not
+/// confirm or no image of this recording can have.
 struct StoredFrame {
     FrameCheck check = FrameCheck::DAMAGED;
     bool record_whole = false;
     FrameRecord frame;
-    ByteView image;
-    Bytes cluster;
+    Bytes image;
+    Bytes suffix;
     Bytes scratch;
 };
 void readStoredFrame(const OpenedFile& recording, const IndexEntry& entry, StoredFrame& out);

@@ -30,12 +30,9 @@ struct Scan {
     bool stopped = false;
 };
 
-/// Reads the file from its head to its end; behind a damaged place it goes on at the next whole frame.
+/// Reads the file from its head to its end; behind a damaged place it goes on at the next whole frame (FrameSearch).
+/// `progress` is told 0 until the images are checked.
 /// What a stopped walk gives is incomplete (`stopped`).
 [[nodiscard]] Scan scanFrames(const OpenedFile& recording, ImageCheck check, const RecordingProgress& progress = {});
-
-/// A frame whose Cluster begins at `offset`, its image unread; false when there is none.
-[[nodiscard]] bool readRecordAt(const OpenedFile& recording, uint64_t offset, uint64_t fileSize, StoredFrame& scratch,
-                                IndexEntry& entry);
 
 }  // namespace oru::rlx

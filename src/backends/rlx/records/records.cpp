@@ -1,6 +1,8 @@
 #include "backends/rlx/records/records.hpp"
 
 #include <algorithm>
+#include <cmath>
+#include <cstdint>
 #include <type_traits>
 
 #include "backends/rlx/records/crc32c.hpp"
@@ -14,6 +16,8 @@ constexpr uint32_t kHeaderMagic = 0x48584C52;  // "RLXH"
 constexpr uint32_t kFrameMagic = 0x46584C52;   // "RLXF"
 constexpr std::size_t kHeaderFixedSize = 304;
 constexpr std::size_t kFrameFixedSize = 340;
+static_assert(kMinRecordSize == kFrameFixedSize + 4);
+constexpr uint64_t kLongestTimeMs = INT64_MAX;
 
 enum HeaderFlag : uint32_t { FLIPPED = 1, DECOMPRESSION_PLATFORM = 2, HAS_IMU = 4, HAS_TRANSFORM = 8 };
 enum FrameFlag : uint32_t { KEY = 1, HAS_FRAME_IMU = 2 };
@@ -92,14 +96,27 @@ void getHeaderFacts(LittleEndianReader& in, rlxrw::RlxRecordingHeader& facts) {
 
 }  // namespace
 
+uint64_t maxStoredImage(const rlxrw::RlxRecordingHeader& facts) {
+    constexpr uint64_t kHeadOfACodedImage = 65'536;
+    const uint64_t raw = uint64_t{facts.width} * facts.height * 2;
+    return facts.compression_mode == RLX_RAW ? raw : 4 * raw + kHeadOfACodedImage;
+}
+
+float plausibleRate(float fps) {
+    return std::isfinite(fps) && fps > 0.0F && fps <= kMaxRate ? fps : 0.0F;
+}
+
+std::size_t headerRecordSize(const HeaderRecord& header) {
+    return kHeaderFixedSize + header.codec_private.size() + header.facts.calibration_text.size() + 4;
+}
+
 void encodeHeader(const HeaderRecord& header, Bytes& out) {
     const std::size_t start = out.size();
     const rlxrw::RlxRecordingHeader& facts = header.facts;
     LittleEndianWriter fields(out);
     fields.put(kHeaderMagic);
     fields.put(static_cast<uint32_t>(facts.version));
-    fields.put(
-        static_cast<uint32_t>(kHeaderFixedSize + header.codec_private.size() + facts.calibration_text.size() + 4));
+    fields.put(static_cast<uint32_t>(headerRecordSize(header)));
     fields.put(static_cast<uint32_t>(header.codec_private.size()));
     fields.put(static_cast<uint32_t>(facts.calibration_text.size()));
     fields.put(header.recording_id);
@@ -125,20 +142,31 @@ void encodeHeader(const HeaderRecord& header, Bytes& out) {
     putChecksum(out, start);
 }
 
-std::optional<HeaderRecord> decodeHeader(ByteView view) {
+std::size_t claimedHeaderSize(ByteView view) {
     LittleEndianReader in(view);
-    HeaderRecord header;
     const uint32_t magic = in.get<uint32_t>();
-    header.facts.version = static_cast<int>(in.get<uint32_t>());
+    (void)in.get<uint32_t>();
     const std::size_t size = in.get<uint32_t>();
     const std::size_t privateSize = in.get<uint32_t>();
     const std::size_t textSize = in.get<uint32_t>();
-    in.get(header.recording_id);
     const bool plausible = in.ok() && magic == kHeaderMagic && size <= view.size() && size <= kMaxHeaderSize &&
                            size == kHeaderFixedSize + privateSize + textSize + 4;
-    if (!plausible || !checksumHolds(view.first(size))) {
+    return plausible ? size : 0;
+}
+
+std::optional<HeaderRecord> decodeHeader(ByteView view) {
+    const std::size_t size = claimedHeaderSize(view);
+    if (size == 0 || !checksumHolds(view.first(size))) {
         return std::nullopt;
     }
+    LittleEndianReader in(view);
+    HeaderRecord header;
+    (void)in.get<uint32_t>();
+    header.facts.version = static_cast<int>(in.get<uint32_t>());
+    (void)in.get<uint32_t>();
+    const std::size_t privateSize = in.get<uint32_t>();
+    const std::size_t textSize = in.get<uint32_t>();
+    in.get(header.recording_id);
     getHeaderFacts(in, header.facts);
     LittleEndianReader tail(view.subspan(kHeaderFixedSize));
     const ByteView codecPrivate = tail.bytes(privateSize);
@@ -178,13 +206,10 @@ void encodeFrame(const FrameRecord& frame, int version, Bytes& out) {
     putChecksum(out, start);
 }
 
-bool decodeFrame(ByteView view, FrameRecord& frame) {
-    if (view.size() < kFrameFixedSize + 4 || view.size() > kMaxRecordSize || !checksumHolds(view)) {
-        return false;
-    }
-    LittleEndianReader in(view);
+bool decodeFrameStart(ByteView start, std::size_t size, FrameRecord& frame) {
+    LittleEndianReader in(start);
     const uint32_t magic = in.get<uint32_t>();
-    in.get<uint32_t>();
+    (void)in.get<uint32_t>();
     in.get(frame.recording_id);
     in.get(frame.number);
     in.get(frame.time_ns);
@@ -198,10 +223,16 @@ bool decodeFrame(ByteView view, FrameRecord& frame) {
     in.get(frame.lost_before);
     const std::size_t packets = in.get<uint32_t>();
     const uint32_t packetSize = in.get<uint32_t>();
-    const std::size_t expected = kFrameFixedSize + (packets + (frame.has_imu ? 1 : 0)) * kPacketSize + 4;
-    if (magic != kFrameMagic || packetSize != kPacketSize || packets > kMaxPackets || view.size() != expected) {
+    return in.ok() && magic == kFrameMagic && packetSize == kPacketSize && packets <= kMaxPackets &&
+           size == kMinRecordSize + (packets + (frame.has_imu ? 1 : 0)) * kPacketSize &&
+           frame.time_ms <= kLongestTimeMs && frame.reference_delta <= frame.time_ms;
+}
+
+bool decodeFrame(ByteView view, FrameRecord& frame) {
+    if (view.size() < kMinRecordSize || !decodeFrameStart(view, view.size(), frame) || !checksumHolds(view)) {
         return false;
     }
+    const std::size_t packets = (view.size() - kMinRecordSize) / kPacketSize - (frame.has_imu ? 1 : 0);
     LittleEndianReader body(view.subspan(kFrameFixedSize - sizeof frame.metadata.bytes));
     const ByteView metadata = body.bytes(sizeof frame.metadata.bytes);
     std::copy(metadata.begin(), metadata.end(), frame.metadata.bytes);

@@ -33,7 +33,6 @@ public:
                    bool tellMore);
     ~StreamReceiver() override;
 
-    void useKeys(const StreamKeys& given) override { givenKeys = given; }
     int open(String ip, unsigned short port, int unused) override;
     bool readStreamData(unsigned char* image, unsigned char* second) override;
     Timestamp frameTimestamp() override { return frame.timestamp; }
@@ -97,8 +96,7 @@ private:
     std::atomic<bool> opened{false};
     bool keyWarned = false;
 
-    StreamKeys givenKeys;
-    EffectiveKeys keys;
+    StreamKeys keys;
     ControlClient control;
     StreamLink link;
     Reassembler reassembler;
