@@ -36,7 +36,7 @@ enum STREAM_CONNECT_RESULT : int {
     STREAM_NO_ANSWER = -3,      ///< nobody sends there
     STREAM_KEY_REFUSED = -4,    ///< the sender refuses this receiver, for its key or for too many attempts
     STREAM_NOT_DESCRIBED = -5,  ///< connected, but no camera described itself
-    STREAM_UNUSABLE_KEY = -6,   ///< a key in the environment cannot be used
+    STREAM_UNUSABLE_KEY = -6,   ///< a key cannot be used
 };
 
 /// Receiver of a network stream, with threads of its own. Threads: the frame operations from one thread at a time;
@@ -45,6 +45,8 @@ class UDPInput {
 public:
     virtual ~UDPInput() = default;
 
+    /// For the next open(). Without this call the keys come from the environment.
+    virtual void useKeys(const StreamKeys& /*keys*/) {}
     /// Connects and waits for the sender's description, at most 3 s: STREAM_CONNECT_RESULT. The camera fails with
     /// STREAM_NOT_DESCRIBED and every positive answer; the other negative ones are a failed set-up. It passes 0 as the
     /// last argument.

@@ -43,7 +43,7 @@ enum STREAM_SEND_RESULT : int {
     SENDER_BAD_CONFIGURATION = -1,  ///< no such size, codec, rate or port
     SENDER_NO_SOCKET = -2,          ///< the listening socket cannot be prepared
     SENDER_PORT_TAKEN = -3,         ///< or not to be had
-    SENDER_UNUSABLE_KEY = -6,       ///< a key in the environment cannot be used
+    SENDER_UNUSABLE_KEY = -6,       ///< a key cannot be used
 };
 
 /// Sender of a network stream, with threads of its own; the destructor stops them.
@@ -52,6 +52,8 @@ class UDPOutput {
 public:
     virtual ~UDPOutput() = default;
 
+    /// For the next open(). Without this call the keys come from the environment.
+    virtual void useKeys(const StreamKeys& /*keys*/) {}
     /// STREAM_SEND_RESULT.
     virtual int open(UDPOutConfig configuration) = 0;
     /// The live camera whose controls and poses are announced; may be null. It outlives the sender.

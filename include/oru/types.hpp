@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 
 #include "oru/String.hpp"
 #include "oru/error_code.hpp"
@@ -127,6 +128,13 @@ struct StreamingParameters {
     bool adaptive_bitrate = false;
     uint16_t chunk_size = 16084;  ///< bytes, 1024 to 65000
     uint32_t target_fps = 0;      ///< 15, 30 or 60, dividing the source rate; 0: the source rate
+};
+
+/// The keys of one end of a stream, each of 10 to 79 characters. One that is not set comes from the environment:
+/// KORU_STREAM_PASSPHRASE, KORU_STREAM_CONTROL_PASSPHRASE. An empty text is no key, whatever the environment says.
+struct StreamKeys {
+    std::optional<String> viewing;  ///< of a sender: who lacks it sees nothing; the stream is encrypted
+    std::optional<String> control;  ///< of a sender: who holds it may control the camera; none: nobody from outside
 };
 
 /// An outgoing stream at this moment. The counts run from enableStreaming() on.

@@ -63,6 +63,9 @@ public:
     ERROR_CODE getCameraSettingsRange(VIDEO_SETTINGS setting, int& min, int& max);
     [[nodiscard]] bool isCameraSettingSupported(VIDEO_SETTINGS setting);
 
+    /// Of the stream that the next open() receives, and of the one that the next enableStreaming() sends; without a
+    /// call those of the environment.
+    void useStreamKeys(const StreamKeys& incoming, const StreamKeys& outgoing);
     ERROR_CODE enableStreaming(StreamingParameters parameters);
     void disableStreaming();
     [[nodiscard]] String getControlRefusal();
@@ -256,9 +259,11 @@ private:
     std::string rlxPath;
     std::shared_ptr<LiveCameraGrabber> streamGrabber;  // what the sender was given; let go right after the sender
     std::unique_ptr<UDPOutput> streamOutput;           // replaced under outputMutex, never beside grab()
+    StreamKeys outgoingKeys;
     StreamingParameters streamingParameters ORU_GUARDED_BY(outputMutex);
     std::atomic<bool> streamingEnabled{false};
     std::unique_ptr<UDPInput> streamInput;
+    StreamKeys incomingKeys;
     std::string streamInputIp;
     int32_t streamInputPort = 30000;
     std::unique_ptr<PlaybackRecorder> playbackRecorder;  // last: its threads use the recorders above

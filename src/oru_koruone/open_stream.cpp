@@ -32,6 +32,7 @@ ERROR_CODE CameraOneImpl::connectStream() {
     if (!streamInput) {
         return ORU_REPORT(NOT_SUPPORTED);
     }
+    streamInput->useKeys(incomingKeys);
     const int connected = streamInput->open(streamInputIp.c_str(), static_cast<unsigned short>(streamInputPort), 0);
     if (connected == STREAM_NOT_DESCRIBED || connected > STREAM_CONNECTED) {
         return ORU_REPORT(FAILURE);

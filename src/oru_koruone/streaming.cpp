@@ -42,6 +42,11 @@ uint32_t automaticBitrate(const Resolution& size, uint32_t fps, STREAMING_CODEC 
 
 }  // namespace
 
+void CameraOneImpl::useStreamKeys(const StreamKeys& incoming, const StreamKeys& outgoing) {
+    incomingKeys = incoming;
+    outgoingKeys = outgoing;
+}
+
 ERROR_CODE CameraOneImpl::enableStreaming(StreamingParameters parameters) {
     ORU_RETURN_IF_CLOSED(INVALID_CALL);
     if (streamingEnabled.load(std::memory_order_acquire)) {
@@ -58,6 +63,7 @@ ERROR_CODE CameraOneImpl::enableStreaming(StreamingParameters parameters) {
         if (!streamOutput) {
             return NOT_SUPPORTED;
         }
+        streamOutput->useKeys(outgoingKeys);
         status = streamOutput->open(senderConfiguration(fps));
         streamingEnabled.store(true, std::memory_order_release);
     }

@@ -14,13 +14,13 @@ namespace oru {
 
 /// A receiver. It offers the calibration that the sender carries to `calibration`, inside open(), and gives `recorder`
 /// out as the recorder of its input. open() answers 0 connected; -1 no usable address; -2 host unknown; -3 nobody
-/// answered within 3 s; -4 the sender refuses this key; -5 somebody answered but described no camera; -6 a key in the
-/// environment is unusable.
+/// answered within 3 s; -4 the sender refuses this key; -5 somebody answered but described no camera; -6 a key
+/// is unusable.
 std::unique_ptr<UDPInput> makeStreamReceiver(Clock& clock, CalibrationSource& calibration,
                                              std::unique_ptr<rlxrw::RLXVideo> recorder, bool verbose);
 
 /// A sender. It carries the calibration text that `calibration` knows for its camera when it opens. open() answers
-/// 0 running; -1 an impossible configuration; -2 no socket; -3 the port is taken; -6 a key in the environment is
+/// 0 running; -1 an impossible configuration; -2 no socket; -3 the port is taken; -6 a key is
 /// unusable; 1 no encoder for the codec; 2 no memory.
 std::unique_ptr<UDPOutput> makeStreamSender(Clock& clock, CalibrationSource& calibration, bool verbose);
 

@@ -229,9 +229,9 @@ TEST(ConnectionLimiter, BoundsAllAddressesTogether) {
     EXPECT_EQ(count, static_cast<int>(ConnectionLimiter::kAllBurst));
 }
 
-TEST(StreamKeys, AreRefusedWhenTheyAreNoGood) {
-    const std::string sound(StreamKeys::kShortest, 'v');
-    const std::string longest(StreamKeys::kLongest, 'c');
+TEST(EffectiveKeys, AreRefusedWhenTheyAreNoGood) {
+    const std::string sound(EffectiveKeys::kShortest, 'v');
+    const std::string longest(EffectiveKeys::kLongest, 'c');
     const struct {
         std::string viewing;
         std::string control;
@@ -245,11 +245,11 @@ TEST(StreamKeys, AreRefusedWhenTheyAreNoGood) {
                  {"", longest + "c", false},
                  {sound, sound, false}};
     for (const auto& [viewing, control, good] : cases) {
-        const doubles::ScopedEnvironment viewingKey(StreamKeys::kViewingVariable, viewing.c_str());
-        const doubles::ScopedEnvironment controlKey(StreamKeys::kControlVariable, control.c_str());
+        const doubles::ScopedEnvironment viewingKey(EffectiveKeys::kViewingVariable, viewing.c_str());
+        const doubles::ScopedEnvironment controlKey(EffectiveKeys::kControlVariable, control.c_str());
         doubles::LogCapture log;
 
-        const auto keys = keysFromEnvironment();
+        const auto keys = effectiveKeys({});
 
         EXPECT_EQ(keys.has_value(), good) << viewing.size() << " and " << control.size();
         EXPECT_EQ(log.texts(LogLevel::Error).size(), good ? 0U : 1U);

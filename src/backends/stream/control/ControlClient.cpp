@@ -70,7 +70,7 @@ std::optional<ControlMessage> ControlClient::ask(ControlMessage request) {
     const MutexLock lock(mutex);
     const uint64_t now = clock.monotonicNanoseconds();
     if (key.empty()) {
-        (void)refuse(std::string("there is no control right here: ") + StreamKeys::kControlVariable + " is not set");
+        (void)refuse(std::string("there is no control right here: ") + EffectiveKeys::kControlVariable + " is not set");
         return std::nullopt;
     }
     if (now < retryNs) {
@@ -114,7 +114,7 @@ bool ControlClient::await(uint64_t deadline) {
 }
 
 std::string ControlClient::rejection() const {
-    return socket.valid() ? rejectReasonText(srt_getrejectreason(socket.get()), StreamKeys::kControlVariable, true)
+    return socket.valid() ? rejectReasonText(srt_getrejectreason(socket.get()), EffectiveKeys::kControlVariable, true)
                           : "";
 }
 

@@ -83,7 +83,7 @@ int StreamReceiver::open(String ip, unsigned short port, int /*unused*/) {
     if (!isTransportAlive()) {
         return STREAM_NO_ANSWER;
     }
-    const auto found = keysFromEnvironment();
+    const auto found = effectiveKeys(givenKeys);
     if (!found) {
         return STREAM_UNUSABLE_KEY;
     }
@@ -113,7 +113,7 @@ int StreamReceiver::open(String ip, unsigned short port, int /*unused*/) {
 }
 
 std::string StreamReceiver::keyRefusal() const {
-    return rejectReasonText(link.rejection(), StreamKeys::kViewingVariable, !keys.viewing.empty());
+    return rejectReasonText(link.rejection(), EffectiveKeys::kViewingVariable, !keys.viewing.empty());
 }
 
 int StreamReceiver::complainUnanswered(const std::string& address, const std::string& refusal, bool connected) {

@@ -33,6 +33,7 @@ public:
                    bool tellMore);
     ~StreamReceiver() override;
 
+    void useKeys(const StreamKeys& given) override { givenKeys = given; }
     int open(String ip, unsigned short port, int unused) override;
     bool readStreamData(unsigned char* image, unsigned char* second) override;
     Timestamp frameTimestamp() override { return frame.timestamp; }
@@ -96,7 +97,8 @@ private:
     std::atomic<bool> opened{false};
     bool keyWarned = false;
 
-    StreamKeys keys;
+    StreamKeys givenKeys;
+    EffectiveKeys keys;
     ControlClient control;
     StreamLink link;
     Reassembler reassembler;

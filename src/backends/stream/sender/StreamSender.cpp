@@ -86,7 +86,7 @@ int StreamSender::open(UDPOutConfig configuration) {
 }
 
 int StreamSender::start(const UDPOutConfig& configuration) {
-    const auto keys = keysFromEnvironment();
+    const auto keys = effectiveKeys(givenKeys);
     if (!keys) {
         return SENDER_UNUSABLE_KEY;
     }

@@ -29,6 +29,7 @@ public:
     StreamSender(Clock& systemClock, CalibrationSource& calibrationSource, bool tellMore);
     ~StreamSender() override;
 
+    void useKeys(const StreamKeys& keys) override { givenKeys = keys; }
     int open(UDPOutConfig configuration) override;
     void setGrabber(LiveCameraGrabber* grabber) override;
     void asyncingestYUVFrame(unsigned char* pixels, Timestamp time, rlxrw::rlxSampleMetadata metadata,
@@ -61,6 +62,7 @@ private:
     Clock& clock;
     CalibrationSource& calibration;
     bool verbose;
+    StreamKeys givenKeys;
     UDPOutConfig settings{};
     std::atomic<bool> running{false};
     std::atomic<bool> copying{false};

@@ -23,7 +23,7 @@ constexpr int kReceiveBufferBytes = 1 << 18;
 
 }  // namespace
 
-Subscribers::Subscribers(Clock& systemClock, StreamKeys keys, TakeControlConnection controlHandler)
+Subscribers::Subscribers(Clock& systemClock, EffectiveKeys keys, TakeControlConnection controlHandler)
     : clock(systemClock), control(std::move(controlHandler)), accessControl(systemClock, std::move(keys)) {}
 
 Subscribers::~Subscribers() {

@@ -35,7 +35,7 @@ public:
     /// Takes over a connection that is for control; runs on the thread inside.
     using TakeControlConnection = std::function<void(SrtSocket&&, const std::string&)>;
 
-    Subscribers(Clock& systemClock, StreamKeys keys, TakeControlConnection controlHandler);
+    Subscribers(Clock& systemClock, EffectiveKeys keys, TakeControlConnection controlHandler);
     ~Subscribers();
     Subscribers(const Subscribers&) = delete;
     Subscribers& operator=(const Subscribers&) = delete;

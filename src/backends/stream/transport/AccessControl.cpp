@@ -152,7 +152,7 @@ void AccessControl::writeLine(const Refusal& refusal) const {
     switch (refusal.reason) {
         case Reason::NO_CONTROL_HERE:
             ORU_LOG(Warning, "{} {} {} refused: {} is not set here", kTagStreaming, who, from,
-                    StreamKeys::kControlVariable);
+                    EffectiveKeys::kControlVariable);
             return;
         case Reason::OLD_PROTOCOL:
             ORU_LOG(Warning, "{} {} {} refused: its transport library is too old", kTagStreaming, who, from);
@@ -165,11 +165,11 @@ void AccessControl::writeLine(const Refusal& refusal) const {
     }
     if (refusal.purpose == Purpose::VIEWING && keys.viewing.empty()) {
         ORU_LOG(Warning, "{} {} {} refused: it gave a key, and {} is not set here", kTagStreaming, who, from,
-                StreamKeys::kViewingVariable);
+                EffectiveKeys::kViewingVariable);
         return;
     }
     ORU_LOG(Warning, "{} {} {} refused: its key is not {}", kTagStreaming, who, from,
-            refusal.purpose == Purpose::CONTROL ? StreamKeys::kControlVariable : StreamKeys::kViewingVariable);
+            refusal.purpose == Purpose::CONTROL ? EffectiveKeys::kControlVariable : EffectiveKeys::kViewingVariable);
 }
 
 }  // namespace oru::stream

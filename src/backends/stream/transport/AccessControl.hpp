@@ -22,7 +22,7 @@ class AccessControl {
 public:
     enum class Purpose { VIEWING, CONTROL };
 
-    AccessControl(Clock& systemClock, StreamKeys streamKeys) : clock(systemClock), keys(std::move(streamKeys)) {}
+    AccessControl(Clock& systemClock, EffectiveKeys streamKeys) : clock(systemClock), keys(std::move(streamKeys)) {}
 
     /// From here on every caller of this listener is asked; the access control outlives the listener.
     void guard(SRTSOCKET listener);
@@ -52,7 +52,7 @@ private:
     void writeLine(const Refusal& refusal) const;
 
     Clock& clock;
-    const StreamKeys keys;
+    const EffectiveKeys keys;
     Mutex mutex;
     ConnectionLimiter limiter ORU_GUARDED_BY(mutex);
     std::vector<Caller> callers ORU_GUARDED_BY(mutex);  ///< admitted, not accepted yet

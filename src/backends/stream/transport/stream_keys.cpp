@@ -1,6 +1,7 @@
 #include "backends/stream/transport/stream_keys.hpp"
 
 #include <cstdlib>
+#include <utility>
 
 #include "logging/log.hpp"
 #include "logging/messages.hpp"
@@ -8,34 +9,44 @@
 namespace oru::stream {
 namespace {
 
-std::string variable(const char* name) {
-    const char* value = std::getenv(name);
-    return value == nullptr ? "" : value;
+/// One key and what a message calls it.
+struct NamedKey {
+    std::string name;
+    std::string text;
+};
+
+NamedKey choose(const std::optional<String>& given, const char* parameter, const char* variable) {
+    if (given) {
+        return {parameter, given->get()};
+    }
+    const char* value = std::getenv(variable);
+    return {variable, value == nullptr ? "" : value};
 }
 
-bool acceptable(const char* name, const std::string& key) {
-    if (key.empty() || (key.size() >= StreamKeys::kShortest && key.size() <= StreamKeys::kLongest)) {
+bool isAcceptable(const NamedKey& key) {
+    const std::size_t size = key.text.size();
+    if (size == 0 || (size >= EffectiveKeys::kShortest && size <= EffectiveKeys::kLongest)) {
         return true;
     }
-    ORU_LOG(Error, "{} {} must have {} to {} characters and has {}: no stream without a sound key", kTagStreaming, name,
-            StreamKeys::kShortest, StreamKeys::kLongest, key.size());
+    ORU_LOG(Error, "{} {} must have {} to {} characters and has {}: no stream without a sound key", kTagStreaming,
+            key.name, EffectiveKeys::kShortest, EffectiveKeys::kLongest, size);
     return false;
 }
 
 }  // namespace
 
-std::optional<StreamKeys> keysFromEnvironment() {
-    StreamKeys keys{variable(StreamKeys::kViewingVariable), variable(StreamKeys::kControlVariable)};
-    if (!acceptable(StreamKeys::kViewingVariable, keys.viewing) ||
-        !acceptable(StreamKeys::kControlVariable, keys.control)) {
+std::optional<EffectiveKeys> effectiveKeys(const StreamKeys& given) {
+    NamedKey viewing = choose(given.viewing, "the viewing key", EffectiveKeys::kViewingVariable);
+    NamedKey control = choose(given.control, "the control key", EffectiveKeys::kControlVariable);
+    if (!isAcceptable(viewing) || !isAcceptable(control)) {
         return std::nullopt;
     }
-    if (!keys.control.empty() && keys.viewing == keys.control) {
+    if (!control.text.empty() && viewing.text == control.text) {
         ORU_LOG(Error, "{} {} and {} are the same, so that every viewer could control the camera: no stream",
-                kTagStreaming, StreamKeys::kViewingVariable, StreamKeys::kControlVariable);
+                kTagStreaming, viewing.name, control.name);
         return std::nullopt;
     }
-    return keys;
+    return EffectiveKeys{std::move(viewing.text), std::move(control.text)};
 }
 
 }  // namespace oru::stream
