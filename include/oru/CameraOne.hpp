@@ -10,13 +10,17 @@
 namespace oru {
 
 class CameraOneImpl;
+class CameraSlot;
 
 /// One monocular camera: a live camera, a recorded file or a network stream behind one loop:
 /// open(), then grab() and retrieveImage() for each frame, then close().
-/// Threads, as docs/threading.md lists them: one thread grabs, opens, closes, retrieves, starts and stops; beside it
-/// any threads ask, one of them reads sensors, one uses controls. No operation throws: what goes wrong inside answers
-/// FAILURE, or an empty value, and logs one Error line. An operation that needs an open camera and finds it closed
-/// answers CAMERA_UNAVAILABLE, or an empty value; all but grab() and retrieveImage() log one Error line then.
+/// Each opening starts anew: nothing of the one before survives but what is set for all of them, the keys of streams.
+/// Threads, as docs/threading.md lists them: one thread grabs, retrieves, starts and stops; beside it any threads ask,
+/// one of them reads sensors, one uses controls. open() and close() may come from any thread: they let the operations
+/// that run on others end first, and an operation that comes later finds the camera closed. No operation throws: what
+/// goes wrong inside answers FAILURE, or an empty value, and logs one Error line. An operation that needs an open
+/// camera and finds it closed answers CAMERA_UNAVAILABLE, or an empty value; all but grab() and retrieveImage() log one
+/// Error line then.
 class ORU_API CameraOne {
 public:
     CameraOne();
@@ -24,14 +28,23 @@ public:
     ~CameraOne();
     CameraOne(const CameraOne&) = delete;
     CameraOne& operator=(const CameraOne&) = delete;
+    /// Takes over an opening as it stands; `other` can then only be destroyed or assigned to. No operation may run on
+    /// either of the two.
+    CameraOne(CameraOne&& other) noexcept;
+    CameraOne& operator=(CameraOne&& other) noexcept;
 
     /// Opens the input that the parameters name. An empty `settings_path` becomes $XDG_DATA_HOME (or ~/.local/share)
-    /// plus "/koru/settings/", made when missing. Opening an open camera closes it first.
+    /// plus "/koru/settings/", made when missing. Opening an open camera closes it first; where open() fails, the
+    /// camera is closed.
     /// @retval INVALID_PARAMETER the input names an id or a serial number that no camera can have
     /// @retval CONFIGURATION_ADJUSTED not open: the HDR mode was changed, open again with getInitParameters()
     /// @retval DEVICE_NOT_FOUND, CAMERA_IN_USE, RESOLUTION_NOT_SUPPORTED, CALIBRATION_MISSING, CALIBRATION_INCOMPLETE,
     ///   RLX_FILE_UNREADABLE, STREAM_SETUP_FAILED and others, each reported in the log
     ERROR_CODE open(const InitParametersOne& parameters);
+    /// Ends the input, the outgoing stream and the recording: the device is free, receivers are let go, threads have
+    /// ended; a stream's port is free for this program, and some 5 s later for others. The object is then as a new one,
+    /// but for getInitParameters(). An operation on another thread is waited for.
+    /// @retval FAILURE it did not end within 10 s; the camera closes when it does
     ERROR_CODE close();
     [[nodiscard]] bool isOpened() const;
     /// Of an open camera what runs: its rate, resolution and HDR mode in place of those asked for; each wish that was
@@ -85,6 +98,11 @@ public:
     /// one; empty when it did, and for every other input.
     [[nodiscard]] String getControlRefusal();
 
+    /// The keys of the stream that the next open() receives, and of the one that the next enableStreaming() sends. They
+    /// stay until they are set again, never go into a log, and come before those of the environment.
+    void setInputStreamKeys(const StreamKeys& keys);
+    void setOutputStreamKeys(const StreamKeys& keys);
+
     /// Sends every grabbed frame to the network; parameters out of range are clamped with a warning.
     ERROR_CODE enableStreaming(StreamingParameters parameters = {});
     void disableStreaming();
@@ -111,8 +129,13 @@ public:
     static ERROR_CODE reboot();
 
 private:
-    std::unique_ptr<CameraOneImpl> impl;
-    bool frameTaken = false;  // since open()
+    /// Gives each operation the implementation object of the present opening, until the operation ends.
+    struct Handle {
+        std::unique_ptr<CameraSlot> slot;
+        std::shared_ptr<CameraOneImpl> operator->() const;
+    };
+
+    Handle impl;
 };
 
 }  // namespace oru

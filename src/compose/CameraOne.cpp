@@ -5,7 +5,9 @@
 #include <string>
 #include <system_error>
 #include <type_traits>
+#include <utility>
 
+#include "compose/CameraSlot.hpp"
 #include "compose/built_in_factory.hpp"
 #include "compose/guarded.hpp"
 #include "compose/open_parameters.hpp"
@@ -39,11 +41,6 @@ std::string userSettingsDirectory() {
 // Before main, so that a Mat has its memory without a camera; a global camera may come even earlier.
 [[maybe_unused]] const bool kRegisteredBeforeMain = (registerBuiltInFactory(), true);
 
-std::unique_ptr<CameraOneImpl> makeCamera() {
-    registerBuiltInFactory();
-    return std::make_unique<CameraOneImpl>();
-}
-
 template <class Answer>
 Answer answerOfClosed() {
     if constexpr (std::is_same_v<Answer, ERROR_CODE>) {
@@ -54,11 +51,11 @@ Answer answerOfClosed() {
 }
 
 /// Carries out an operation that needs an open camera: one code and one sentence for each that finds it closed.
-template <class Operation>
-auto whenOpen(const CameraOneImpl& camera, Operation&& operation, const char* name = __builtin_FUNCTION(),
+template <class Camera, class Operation>
+auto whenOpen(const Camera& camera, Operation&& operation, const char* name = __builtin_FUNCTION(),
               const char* file = __builtin_FILE(), int line = __builtin_LINE()) {
     using Answer = std::invoke_result_t<Operation&>;
-    if (!camera.isOpened()) {
+    if (!camera->isOpened()) {
         ORU_LOG_AT(LogLevel::Error, file, line, "{} {}: the camera is not open.", kTagKoru, name);
         return answerOfClosed<Answer>();
     }
@@ -67,48 +64,62 @@ auto whenOpen(const CameraOneImpl& camera, Operation&& operation, const char* na
 
 }  // namespace
 
-CameraOne::CameraOne() : impl(makeCamera()) {}
+std::shared_ptr<CameraOneImpl> CameraOne::Handle::operator->() const {
+    auto opening = slot->current();
+    CameraOneImpl* const camera = &opening->camera;
+    return {std::move(opening), camera};
+}
+
+CameraOne::CameraOne() : impl{std::make_unique<CameraSlot>()} {}
 CameraOne::~CameraOne() = default;
+CameraOne::CameraOne(CameraOne&& other) noexcept = default;
+CameraOne& CameraOne::operator=(CameraOne&& other) noexcept = default;
 
 ERROR_CODE CameraOne::open(const InitParametersOne& parameters) {
     return guarded([&] {
-        frameTaken = false;
         if (!canNameACamera(parameters.input)) {
+            (void)impl.slot->close();
             return INVALID_PARAMETER;
         }
         InitParametersOne completed = parameters;
         if (completed.settings_path.empty()) {
             completed.settings_path = userSettingsDirectory();
         }
-        const ERROR_CODE opened = impl->open(completed);
+        const ERROR_CODE opened = impl.slot->open(completed);
         if (opened == SUCCESS) {
-            logAdjustments(parameters, parametersInForce(*impl));
+            logAdjustments(parameters, parametersInForce(impl.slot->current()->camera));
         }
         return opened;
     });
 }
 
 ERROR_CODE CameraOne::close() {
-    frameTaken = false;
-    return guarded([&] { return impl->close(); });
+    return guarded([&] { return impl.slot->close(); });
 }
 bool CameraOne::isOpened() const {
     return guarded([&] { return impl->isOpened(); });
 }
 InitParametersOne CameraOne::getInitParameters() const {
-    return guarded([&] { return impl->isOpened() ? parametersInForce(*impl) : impl->getInitParameters(); });
+    return guarded([&] {
+        const auto opening = impl.slot->current();
+        return opening->camera.isOpened() ? parametersInForce(opening->camera) : impl.slot->initParameters();
+    });
 }
 
 ERROR_CODE CameraOne::grab() {
-    const ERROR_CODE taken = guarded([&] { return impl->grab(); });
-    frameTaken = frameTaken || taken == SUCCESS;
+    const auto opening = impl.slot->current();
+    const ERROR_CODE taken = guarded([&] { return opening->camera.grab(); });
+    if (taken == SUCCESS) {
+        opening->frame_taken.store(true, std::memory_order_relaxed);
+    }
     return taken;
 }
 ERROR_CODE CameraOne::retrieveImage(Mat& image, VIEW view, MEM memory, Resolution resolution) {
-    if (!frameTaken) {
-        return isOpened() ? CAMERA_NOT_READY : CAMERA_UNAVAILABLE;
+    const auto opening = impl.slot->current();
+    if (!opening->frame_taken.load(std::memory_order_relaxed)) {
+        return opening->camera.isOpened() ? CAMERA_NOT_READY : CAMERA_UNAVAILABLE;
     }
-    return guarded([&] { return impl->retrieveImage(image, view, memory, resolution); });
+    return guarded([&] { return opening->camera.retrieveImage(image, view, memory, resolution); });
 }
 Timestamp CameraOne::getTimestamp(TIME_REFERENCE reference) const {
     return guarded([&] { return impl->getTimestamp(reference); });
@@ -134,79 +145,85 @@ CameraDescription CameraOne::getCameraInformation(Resolution resolution) const {
     return guarded([&] { return impl->getCameraInformation(resolution); });
 }
 ERROR_CODE CameraOne::getSensorsData(SensorsData& data, TIME_REFERENCE reference) {
-    return whenOpen(*impl, [&] { return impl->getSensorsData(data, reference); });
+    return whenOpen(impl, [&] { return impl->getSensorsData(data, reference); });
 }
 ERROR_CODE CameraOne::getSensorsDataBatch(std::vector<SensorsData>& batch) {
-    return whenOpen(*impl, [&] { return impl->getSensorsDataBatch(batch); });
+    return whenOpen(impl, [&] { return impl->getSensorsDataBatch(batch); });
 }
 
 ERROR_CODE CameraOne::getCameraSettings(VIDEO_SETTINGS setting, int& value) {
-    return whenOpen(*impl, [&] { return impl->getCameraSettings(setting, value); });
+    return whenOpen(impl, [&] { return impl->getCameraSettings(setting, value); });
 }
 ERROR_CODE CameraOne::setCameraSettings(VIDEO_SETTINGS setting, int value) {
-    return whenOpen(*impl, [&] { return impl->setCameraSettings(setting, value); });
+    return whenOpen(impl, [&] { return impl->setCameraSettings(setting, value); });
 }
 ERROR_CODE CameraOne::getCameraSettings(VIDEO_SETTINGS setting, int& min, int& max) {
-    return whenOpen(*impl, [&] { return impl->getCameraSettings(setting, min, max); });
+    return whenOpen(impl, [&] { return impl->getCameraSettings(setting, min, max); });
 }
 ERROR_CODE CameraOne::setCameraSettings(VIDEO_SETTINGS setting, int min, int max) {
-    return whenOpen(*impl, [&] { return impl->setCameraSettings(setting, min, max); });
+    return whenOpen(impl, [&] { return impl->setCameraSettings(setting, min, max); });
 }
 ERROR_CODE CameraOne::getCameraSettings(VIDEO_SETTINGS setting, Rect& region) {
-    return whenOpen(*impl, [&] { return impl->getCameraSettings(setting, region); });
+    return whenOpen(impl, [&] { return impl->getCameraSettings(setting, region); });
 }
 ERROR_CODE CameraOne::setCameraSettings(VIDEO_SETTINGS setting, Rect region, bool reset) {
-    return whenOpen(*impl, [&] { return impl->setCameraSettings(setting, region, reset); });
+    return whenOpen(impl, [&] { return impl->setCameraSettings(setting, region, reset); });
 }
 ERROR_CODE CameraOne::getCameraSettingsRange(VIDEO_SETTINGS setting, int& min, int& max) {
-    return whenOpen(*impl, [&] { return impl->getCameraSettingsRange(setting, min, max); });
+    return whenOpen(impl, [&] { return impl->getCameraSettingsRange(setting, min, max); });
 }
 bool CameraOne::isCameraSettingSupported(VIDEO_SETTINGS setting) {
-    return whenOpen(*impl, [&] { return impl->isCameraSettingSupported(setting); });
+    return whenOpen(impl, [&] { return impl->isCameraSettingSupported(setting); });
 }
 
+void CameraOne::setInputStreamKeys(const StreamKeys& keys) {
+    guarded([&] { impl.slot->setInputStreamKeys(keys); });
+}
+void CameraOne::setOutputStreamKeys(const StreamKeys& keys) {
+    guarded([&] { impl.slot->setOutputStreamKeys(keys); });
+}
 ERROR_CODE CameraOne::enableStreaming(StreamingParameters parameters) {
-    return whenOpen(*impl, [&] { return impl->enableStreaming(parameters); });
+    return whenOpen(impl, [&] { return impl->enableStreaming(parameters); });
 }
 void CameraOne::disableStreaming() {
-    whenOpen(*impl, [&] { impl->disableStreaming(); });
+    whenOpen(impl, [&] { impl->disableStreaming(); });
 }
 bool CameraOne::isStreamingEnabled() {
-    return whenOpen(*impl, [&] { return impl->isStreamingEnabled(); });
+    return whenOpen(impl, [&] { return impl->isStreamingEnabled(); });
 }
 StreamingParameters CameraOne::getStreamingParameters() {
-    return whenOpen(*impl, [&] { return impl->getStreamingParameters(); });
+    return whenOpen(impl, [&] { return impl->getStreamingParameters(); });
 }
 String CameraOne::getControlRefusal() {
-    return whenOpen(*impl, [&] { return impl->getControlRefusal(); });
+    return whenOpen(impl, [&] { return impl->getControlRefusal(); });
 }
 StreamingStatus CameraOne::getStreamingStatus() {
-    return whenOpen(*impl, [&] { return impl->getStreamingStatus(); });
+    return whenOpen(impl, [&] { return impl->getStreamingStatus(); });
 }
 
 ERROR_CODE CameraOne::enableRecording(const RecordingParameters& parameters) {
-    return whenOpen(*impl, [&] { return impl->enableRecording(parameters); });
+    return whenOpen(impl, [&] { return impl->enableRecording(parameters); });
 }
 void CameraOne::disableRecording() {
-    whenOpen(*impl, [&] { impl->disableRecording(); });
+    whenOpen(impl, [&] { impl->disableRecording(); });
 }
 void CameraOne::pauseRecording(bool paused) {
-    whenOpen(*impl, [&] { impl->pauseRecording(paused); });
+    whenOpen(impl, [&] { impl->pauseRecording(paused); });
 }
 RecordingStatus CameraOne::getRecordingStatus() {
-    return whenOpen(*impl, [&] { return impl->getRecordingStatus(); });
+    return whenOpen(impl, [&] { return impl->getRecordingStatus(); });
 }
 ERROR_CODE CameraOne::setRLXPosition(int frame) {
-    return whenOpen(*impl, [&] { return impl->setRLXPosition(frame); });
+    return whenOpen(impl, [&] { return impl->setRLXPosition(frame); });
 }
 ERROR_CODE CameraOne::setRLXPositionAt(Timestamp time) {
-    return whenOpen(*impl, [&] { return impl->setRLXPositionAt(time); });
+    return whenOpen(impl, [&] { return impl->setRLXPositionAt(time); });
 }
 int CameraOne::getRLXPosition() {
-    return whenOpen(*impl, [&] { return impl->getRLXPosition(); });
+    return whenOpen(impl, [&] { return impl->getRLXPosition(); });
 }
 int CameraOne::getRLXNumberOfFrames() {
-    return whenOpen(*impl, [&] { return impl->getRLXNumberOfFrames(); });
+    return whenOpen(impl, [&] { return impl->getRLXNumberOfFrames(); });
 }
 
 ERROR_CODE CameraOne::reboot(INPUT_TYPE type) {

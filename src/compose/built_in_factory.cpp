@@ -1,6 +1,7 @@
 #include "compose/built_in_factory.hpp"
 
 #include <cstdlib>
+#include <mutex>
 #include <string_view>
 
 #include "backends/calibration_fetch/calibration_fetch.hpp"
@@ -60,7 +61,7 @@ public:
         return module != nullptr ? module->makeSender(*systemClock, *calibrationSource, verbose) : nullptr;
     }
     std::unique_ptr<MonoRectifier> makeRectifier() override {
-        ORU_LOG(Info, "{} GPU: {}", kTagInit, gpuRuntime->description());
+        std::call_once(gpuTold, [this] { ORU_LOG(Info, "{} GPU: {}", kTagInit, gpuRuntime->description()); });
         return hasDevice ? makeCudaRectifier(*gpuRuntime) : makeCpuRectifier(*gpuRuntime);
     }
     std::unique_ptr<PlaybackRecorder> makePlaybackRecorder() override {
@@ -74,6 +75,7 @@ public:
 private:
     std::unique_ptr<Clock> systemClock = makeSystemClock();
     bool hasDevice = false;
+    std::once_flag gpuTold;
     std::unique_ptr<GpuRuntime> gpuRuntime = makeGpuRuntime(hasDevice);
     std::unique_ptr<CalibrationSource> calibrationSource = makeCalibrationFetch(&downloadByModule);
     LazyFootageDecoder footage;
