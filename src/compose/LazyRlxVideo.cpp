@@ -161,6 +161,11 @@ int LazyRlxVideo::writeFrame(const rlxrw::RlxFrame& frame) {
     return real != nullptr ? real->writeFrame(frame) : rlxrw::kRlxModuleMissing;
 }
 
+std::shared_ptr<rlxrw::RecordingFile> LazyRlxVideo::recordingFile() {
+    RLXVideo* real = made();
+    return real != nullptr ? real->recordingFile() : nullptr;
+}
+
 void LazyRlxVideo::takeWrittenPackets(std::vector<IMUPacket>& packets) {
     if (RLXVideo* real = made(); real != nullptr) {
         real->takeWrittenPackets(packets);

@@ -47,6 +47,7 @@ public:
 
     int create(const char* path, const rlxrw::RlxRecordingHeader& header) override;
     int writeFrame(const rlxrw::RlxFrame& frame) override;
+    std::shared_ptr<rlxrw::RecordingFile> recordingFile() override;
     void takeWrittenPackets(std::vector<IMUPacket>& packets) override;
     uint64_t bytesWritten() override;
     FrameCounters counters() const override;

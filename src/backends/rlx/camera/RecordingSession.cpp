@@ -77,7 +77,7 @@ struct RecordingSession::Shared {
     const std::size_t slotBytes;
     const uint64_t started;
     std::shared_ptr<rlxrw::RecordingFile> file;
-    const bool canBeLeft;
+    bool canBeLeft = false;
     std::vector<Slot> slots;  // a ring: queued ones from firstQueued, then the free one
 
     mutable Mutex mutex;
@@ -101,25 +101,32 @@ RecordingSession::Shared::Shared(rlxrw::RLXVideo& recorder, const rlxrw::RlxReco
       systemClock(clock),
       slotBytes(std::size_t{header.width} * header.height * 2),
       started(clock.monotonicNanoseconds()),
-      file(recorder.recordingFile()),
-      canBeLeft(file != nullptr),
       slots(slotsFor(header.fps)) {
-    if (file == nullptr) {
-        file = std::make_shared<BorrowedRecorder>(recorder);
-    }
     for (Slot& slot : slots) {
         slot.pixels = std::make_unique<unsigned char[]>(slotBytes);
         slot.packets.reserve(64);
+    }
+    file = recorder.recordingFile();
+    canBeLeft = file != nullptr;
+    if (!canBeLeft) {
+        file = std::make_shared<BorrowedRecorder>(recorder);
     }
     const MutexLock lock(mutex);
     currentStatus.recording = true;
 }
 
 RecordingSession::RecordingSession(rlxrw::RLXVideo& recorder, const rlxrw::RlxRecordingHeader& header, Clock& clock)
-    : rlxRecorder(recorder), shared(std::make_shared<Shared>(recorder, header, clock)), writer([mine = shared] {
-          (void)::pthread_setname_np(::pthread_self(), "rlx-record");
-          mine->writeUntilStopped();
-      }) {}
+    : rlxRecorder(recorder), shared(std::make_shared<Shared>(recorder, header, clock)) {
+    try {
+        writer = std::thread([mine = shared] {
+            (void)::pthread_setname_np(::pthread_self(), "rlx-record");
+            mine->writeUntilStopped();
+        });
+    } catch (...) {
+        shared->file->close();
+        throw;
+    }
+}
 
 unsigned char* RecordingSession::freeBuffer() const {
     return shared->slots[freeSlot].pixels.get();

@@ -19,7 +19,8 @@ public:
     /// For the frames that wait, and then again for the file's end.
     static constexpr std::chrono::seconds kLongestWait{10};
 
-    /// `recorder` has been created with `header` and outlives the session, which closes it.
+    /// `recorder` has been created with `header` and outlives the session, which closes it. Throws when there is no memory
+    /// or no thread.
     RecordingSession(rlxrw::RLXVideo& recorder, const rlxrw::RlxRecordingHeader& header, Clock& clock);
     ~RecordingSession() { stop(kLongestWait); }
     RecordingSession(const RecordingSession&) = delete;

@@ -11,6 +11,7 @@
 
 #include "backends/rlx/camera/PlaybackPacer.hpp"
 #include "backends/rlx/camera/RecordingSession.hpp"
+#include "backends/rlx/file/guarded.hpp"
 #include "backends/rlx/rlx_factory.hpp"
 #include "calibration/readers.hpp"
 #include "collaborators/frame_metadata.hpp"
@@ -21,6 +22,7 @@ namespace oru {
 
 namespace {
 
+using rlx::guarded;
 using rlx::RecordingSession;
 using rlxrw::RlxRecordingHeader;
 using rlxrw::rlxSampleMetadata;
@@ -85,11 +87,17 @@ public:
     RlxPlaybackRecorder(Clock& clock, CalibrationSource& calibration)
         : systemClock(clock), calibrationSource(calibration), pacer(clock) {}
 
-    FrameStatus nextImageOfRLX(CameraFrameContext camera, bool flag) override;
-    void handleRLXFrameRecording(CameraFrameContext camera) override;
+    FrameStatus nextImageOfRLX(CameraFrameContext camera, bool /*flag*/) override {
+        return guarded("Taking a frame", SOURCE_ERROR, [&] { return takeImage(camera); });
+    }
+    void handleRLXFrameRecording(CameraFrameContext camera) override {
+        guarded("Handing on a frame", [&] { handOn(camera); });
+    }
     void disableRecording(CameraFrameContext camera) override;
     ERROR_CODE enableRecording(CameraFrameContext camera, const RecordingParameters& parameters,
-                               const RlxRecordingHeader& source) override;
+                               const RlxRecordingHeader& source) override {
+        return guarded("The start", FAILURE, [&] { return startSession(camera, parameters, source); });
+    }
     void pauseRecording(CameraFrameContext camera, bool paused) override;
     RecordingStatus getRecordingStatus(CameraFrameContext camera) override;
     ERROR_CODE setRLXPosition(CameraFrameContext camera, int frame) override;
@@ -98,6 +106,10 @@ public:
     int getRLXNumberOfFrames(CameraFrameContext camera) override { return camera.reader.frameCount(); }
 
 private:
+    FrameStatus takeImage(const CameraFrameContext& camera);
+    void handOn(const CameraFrameContext& camera);
+    ERROR_CODE startSession(const CameraFrameContext& camera, const RecordingParameters& parameters,
+                            const RlxRecordingHeader& source);
     RlxRecordingHeader headerFor(const CameraFrameContext& camera, const RecordingParameters& parameters,
                                  const RlxRecordingHeader& source) const;
     std::string calibrationText(const CameraFrameContext& camera, int serialNumber) const;
@@ -117,7 +129,7 @@ private:
     std::unique_ptr<RecordingSession> session;
 };
 
-FrameStatus RlxPlaybackRecorder::nextImageOfRLX(CameraFrameContext camera, bool /*flag*/) {
+FrameStatus RlxPlaybackRecorder::takeImage(const CameraFrameContext& camera) {
     if (camera.reader.getRLXVersion() == 0) {
         return SOURCE_UNAVAILABLE;
     }
@@ -162,7 +174,7 @@ void RlxPlaybackRecorder::takeImu(const CameraFrameContext& camera) const {
     }
 }
 
-void RlxPlaybackRecorder::handleRLXFrameRecording(CameraFrameContext camera) {
+void RlxPlaybackRecorder::handOn(const CameraFrameContext& camera) {
     if (session != nullptr) {
         recordFrame(camera);
     }
@@ -252,7 +264,7 @@ void RlxPlaybackRecorder::endSession(const CameraFrameContext& camera) {
 
 void RlxPlaybackRecorder::disableRecording(CameraFrameContext camera) {
     camera.recordingEnabled.store(false, std::memory_order_release);
-    endSession(camera);
+    guarded("The end", [&] { endSession(camera); });
 }
 
 std::string RlxPlaybackRecorder::calibrationText(const CameraFrameContext& camera, int serialNumber) const {
@@ -275,8 +287,8 @@ RlxRecordingHeader RlxPlaybackRecorder::headerFor(const CameraFrameContext& came
     return header;
 }
 
-ERROR_CODE RlxPlaybackRecorder::enableRecording(CameraFrameContext camera, const RecordingParameters& parameters,
-                                                const RlxRecordingHeader& source) {
+ERROR_CODE RlxPlaybackRecorder::startSession(const CameraFrameContext& camera, const RecordingParameters& parameters,
+                                             const RlxRecordingHeader& source) {
     if (session != nullptr) {
         return INVALID_CALL;
     }

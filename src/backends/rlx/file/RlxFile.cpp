@@ -81,6 +81,7 @@ public:
 
 private:
     int load(const char* path);
+    int repair(const char* in, const char* out, bool reopen, bool allImages);
     bool isOpen() const { return player.isOpen() || recording; }
     const RlxRecordingHeader& facts() const;
 
@@ -139,6 +140,10 @@ void RlxFile::close() {
 }
 
 int RlxFile::repairFile(const char* in, const char* out, bool reopen, bool allImages) {
+    return rlx::guarded<int>("The repair", REPAIR_UNREADABLE, [&] { return repair(in, out, reopen, allImages); });
+}
+
+int RlxFile::repair(const char* in, const char* out, bool reopen, bool allImages) {
     const auto check = allImages ? rlx::ImageCheck::ALL : rlx::ImageCheck::TAIL;
     const RecordingRepair report = rlx::repairRecording(in, out, check);
     if (report.result != REPAIR_DONE) {
@@ -198,18 +203,20 @@ std::shared_ptr<rlxrw::RecordingFile> RlxFile::recordingFile() {
 }
 
 void RlxFile::writeCurrentIMU(IMUPacket packet) {
-    const MutexLock lock(packetsMutex);
-    if (writtenPackets.size() < kMaxWaitingPackets) {
-        rlx::guarded("Keeping a packet", [&]() ORU_REQUIRES(packetsMutex) { writtenPackets.push_back(packet); });
-    }
+    rlx::guarded("Keeping a packet", [&] {
+        const MutexLock lock(packetsMutex);
+        if (writtenPackets.size() < kMaxWaitingPackets) {
+            writtenPackets.push_back(packet);
+        }
+    });
 }
 
 void RlxFile::takeWrittenPackets(std::vector<IMUPacket>& packets) {
-    const MutexLock lock(packetsMutex);
-    rlx::guarded("Taking the packets", [&]() ORU_REQUIRES(packetsMutex) {
+    rlx::guarded("Taking the packets", [&] {
+        const MutexLock lock(packetsMutex);
         packets.insert(packets.end(), writtenPackets.begin(), writtenPackets.end());
+        writtenPackets.clear();
     });
-    writtenPackets.clear();
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
 #include "backends/rlx/file/VideoFile.hpp"
+#include "backends/rlx/file/guarded.hpp"
 #include "backends/rlx/file/open_recording.hpp"
 #include "backends/rlx/file/repair.hpp"
 #include "backends/rlx/rlx_factory.hpp"
@@ -26,8 +27,10 @@ public:
         if (frame < 0 || static_cast<std::size_t>(frame) >= entries.size()) {
             return {};
         }
-        rlx::readStoredFrame(file, entries[static_cast<std::size_t>(frame)], stored);
-        return stored.record_whole ? stored.frame.packets : std::vector<IMUPacket>{};
+        return rlx::guarded("Reading the packets", std::vector<IMUPacket>{}, [&] {
+            rlx::readStoredFrame(file, entries[static_cast<std::size_t>(frame)], stored);
+            return stored.record_whole ? stored.frame.packets : std::vector<IMUPacket>{};
+        });
     }
 
 private:
@@ -44,11 +47,13 @@ public:
         return std::make_unique<RlxIndex>(path);
     }
     RecordingCheck verify(const std::string& path, const RecordingProgress& progress) override {
-        return rlx::verifyRecording(path, progress);
+        return rlx::guarded("The check", RecordingCheck{.condition = RECORDING_CONDITION::UNREADABLE},
+                            [&] { return rlx::verifyRecording(path, progress); });
     }
     RecordingRepair repair(const std::string& path, const std::string& output,
                            const RecordingProgress& progress) override {
-        return rlx::repairRecording(path, output, rlx::ImageCheck::ALL, progress);
+        return rlx::guarded("The repair", RecordingRepair{.condition = RECORDING_CONDITION::UNREADABLE},
+                            [&] { return rlx::repairRecording(path, output, rlx::ImageCheck::ALL, progress); });
     }
     std::unique_ptr<VideoWriter> makeVideoWriter() override { return std::make_unique<rlx::VideoFile>(); }
 };
