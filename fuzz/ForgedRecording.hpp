@@ -75,7 +75,7 @@ public:
     /// Changes of four bytes: what, which, and a number of any magnitude as mantissa and shift.
     void change(const uint8_t* data, std::size_t size) {
         for (; size >= 4; data += 4, size -= 4) {
-            apply(data[0] % 13, data[1], uint64_t{data[2]} << (data[3] % 40), data[2]);
+            apply(data[0] % 13, data[1], uint64_t{data[2]} << (data[3] % 64));
         }
     }
 
@@ -114,7 +114,7 @@ private:
 
     static uint64_t endOf(const rlx::IndexEntry& entry) { return entry.offset + entry.cluster_size; }
 
-    void apply(int what, uint8_t which, uint64_t value, uint8_t byte) {
+    void apply(int what, uint8_t which, uint64_t value) {
         rlx::IndexEntry& entry = entries[which % entries.size()];
         switch (what) {
             case 0:
@@ -144,7 +144,7 @@ private:
                 footerAt = value;
                 break;
             case 8:
-                patchFrame(which, byte % 48, value);
+                patchFrame(which % 4, which / 4, value);
                 break;
             case 9:
                 patchPrefix(which, value);

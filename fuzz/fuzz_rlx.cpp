@@ -129,6 +129,9 @@ int play(const std::string& path) {
     oru::doubles::CalibrationKeeper calibration;
     const auto reader = makeRlxVideo(calibration);
     const int opened = reader->open(path.c_str());
+    if (const auto* facts = reader->v2(); facts != nullptr && !(facts->fps >= 0.0F && facts->fps <= rlx::kMaxRate)) {
+        std::abort();
+    }
     std::vector<unsigned char> image(kWidth * kHeight * 2);
     Timestamp time = 0;
     for (int attempt = 0; opened == 0 && attempt < 20; ++attempt) {

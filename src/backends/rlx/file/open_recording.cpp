@@ -30,10 +30,14 @@ std::optional<HeaderRecord> findHeader(ByteView head, std::size_t& offset) {
         }
         from = static_cast<std::size_t>(static_cast<const uint8_t*>(hit) - head.data());
         const std::size_t size = claimedHeaderSize(head.subspan(from));
-        if (size == 0 || size > budget) {
+        const std::size_t cost = std::max(size, kMinHeaderSize);
+        if (cost > budget) {
+            break;
+        }
+        budget -= cost;
+        if (size == 0) {
             continue;
         }
-        budget -= size;
         if (auto header = decodeHeader(head.subspan(from))) {
             offset = from;
             return header;

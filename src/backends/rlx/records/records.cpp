@@ -16,6 +16,7 @@ constexpr uint32_t kHeaderMagic = 0x48584C52;  // "RLXH"
 constexpr uint32_t kFrameMagic = 0x46584C52;   // "RLXF"
 constexpr std::size_t kHeaderFixedSize = 304;
 constexpr std::size_t kFrameFixedSize = 340;
+static_assert(kMinHeaderSize == kHeaderFixedSize + 4);
 static_assert(kMinRecordSize == kFrameFixedSize + 4);
 constexpr uint64_t kLongestTimeMs = INT64_MAX;
 

@@ -40,6 +40,7 @@ inline constexpr std::size_t kPacketSize = 296;
 inline constexpr uint32_t kMaxImageSide = 8192;
 inline constexpr float kMaxRate = 1000.0F;  ///< frames per second
 inline constexpr std::size_t kMaxHeaderSize = std::size_t{1} << 20;
+inline constexpr std::size_t kMinHeaderSize = 308;
 inline constexpr std::size_t kMaxPackets = 20'000;
 inline constexpr std::size_t kMaxRecordSize = 1024 + (kMaxPackets + 1) * kPacketSize;
 inline constexpr std::size_t kMinRecordSize = 344;
