@@ -9,7 +9,7 @@
 
 namespace oru {
 
-// Fixed tables; read-only after static initialisation.
+// Fixed tables; read-only. They are there before any initialiser of a program runs, from the archives as well.
 
 extern const std::map<RESOLUTION, Resolution> cameraResolution;
 extern const std::vector<int32_t> gmsl_i2c_bus_index;

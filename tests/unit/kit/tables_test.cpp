@@ -5,6 +5,15 @@
 namespace oru {
 namespace {
 
+// As a camera of static lifetime does when it opens: of the program's own objects this is among the first.
+const std::size_t kSizesBeforeMain = cameraResolution.size();
+const std::size_t kTextBeforeMain = _dir_settings.size() + gmsl_i2c_bus_index.size();
+
+TEST(Tables, AreThereBeforeTheProgramsOwnInitialisers) {
+    EXPECT_EQ(kSizesBeforeMain, 8U);
+    EXPECT_EQ(kTextBeforeMain, 8U + 25U);
+}
+
 TEST(Tables, NameEverySizeBothWays) {
     const struct {
         RESOLUTION name;
