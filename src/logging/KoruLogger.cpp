@@ -13,11 +13,24 @@
 #include "logging/LogBackend.hpp"
 #include "logging/log_names.hpp"
 #include "logging/messages.hpp"
+#include "logging/redirect.hpp"
+#include "utils/Mutex.hpp"
 
 namespace oru {
 namespace {
 
 constexpr const char* kLevelVariable = "KORU_SDK_LOGGER_LEVEL";
+
+/// Where the registry's messages go: standard error while it is empty. Never destroyed, as the registry.
+struct SinkSlot {
+    Mutex mutex;  // held while the sink is called
+    LogSink sink ORU_GUARDED_BY(mutex);
+};
+
+SinkSlot& sinkSlot() {
+    static auto* const slot = std::make_unique<SinkSlot>().release();
+    return *slot;
+}
 
 void writeToStandardError(const BackendMessage& message) {
     const auto time = std::chrono::time_point_cast<std::chrono::microseconds>(message.time);
@@ -27,6 +40,16 @@ void writeToStandardError(const BackendMessage& message) {
                                          (time - seconds).count(), nameOf(message.level), message.text);
     // One call: standard error is unbuffered, so lines of several processes do not mix.
     std::fwrite(line.data(), 1, line.size(), stderr);
+}
+
+void writeToSink(const BackendMessage& message) {
+    SinkSlot& slot = sinkSlot();
+    const MutexLock lock(slot.mutex);
+    if (slot.sink) {
+        slot.sink({message.level, std::string(message.text), std::string(message.file), message.line});
+    } else {
+        writeToStandardError(message);
+    }
 }
 
 /// Hands every message on before it returns once the process is leaving: nobody flushes after that.
@@ -71,7 +94,7 @@ KoruLogger& KoruLogger::get_instance() {
 KoruLogger::KoruLogger() {
     const char* text = std::getenv(kLevelVariable);
     const auto threshold = text == nullptr ? LogLevel::Info : parseThreshold(text);
-    auto backend = std::make_unique<ExitBackend>(makeLogBackend("MAIN", &writeToStandardError));
+    auto backend = std::make_unique<ExitBackend>(makeLogBackend("MAIN", &writeToSink));
     registryBackend = backend.get();
     builtInLogger = std::make_unique<Logger>(std::move(backend), threshold.value_or(LogLevel::Info));
     if (!threshold) {
@@ -79,6 +102,14 @@ KoruLogger::KoruLogger() {
                              fmt::make_format_args(kTagKoru, kLevelVariable, text));
     }
     mainLogger.store(builtInLogger.get(), std::memory_order_release);
+}
+
+void redirectLog(LogSink sink) {
+    (void)KoruLogger::get_instance();
+    registryBackend->flush();
+    SinkSlot& slot = sinkSlot();
+    const MutexLock lock(slot.mutex);
+    slot.sink.swap(sink);
 }
 
 Logger* KoruLogger::get_logger(LOGGER_NAME name) {

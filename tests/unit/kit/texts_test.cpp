@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 
 #include <set>
+#include <sstream>
 
+#include "oru/text.hpp"
 #include "oru/types.hpp"
 
 namespace oru {
@@ -54,6 +56,49 @@ TEST(InputType, DescribesEachInputByItsTexts) {
     EXPECT_EQ(raw.kind(), 9);
     EXPECT_EQ(raw.second(), "y");
     EXPECT_FALSE(raw.isSet());
+}
+
+template <class Value>
+std::string streamed(const Value& value) {
+    std::ostringstream stream;
+    stream << value;
+    return stream.str();
+}
+
+TEST(Texts, EnumerationsAreTheirNames) {
+    EXPECT_EQ(streamed(GMSL), "GMSL");
+    EXPECT_EQ(streamed(MODEL_MONO_2UM), "MODEL_MONO_2UM");
+    EXPECT_EQ(streamed(MODEL{12}), "MODEL(12)");
+    EXPECT_EQ(streamed(UNRECTIFIED_GRAY), "UNRECTIFIED_GRAY");
+    EXPECT_EQ(streamed(RLX_MODE_10), "RLX_MODE_10");
+    EXPECT_EQ(streamed(AEC_AGC_ROI), "AEC_AGC_ROI");
+    EXPECT_EQ(streamed(static_cast<VIDEO_SETTINGS>(99)), "VIDEO_SETTINGS(99)");
+    EXPECT_EQ(streamed(ControlKind::WRITE_ONLY), "WRITE_ONLY");
+    EXPECT_EQ(streamed(RECORDING_CONDITION::CUT_OFF), "CUT_OFF");
+    EXPECT_EQ(streamed(SensorsData::TemperatureData::SENSOR_LOCATION_3), "SENSOR_LOCATION_3");
+    EXPECT_EQ(streamed(SUCCESS), "Success") << "a code is its sentence";
+    for (int name = HD2160; name <= RESOLUTION_LAST; ++name) {
+        EXPECT_EQ(streamed(static_cast<RESOLUTION>(name)).find('('), std::string::npos) << name;
+    }
+}
+
+TEST(Texts, RecordsAreOneLineOfTheirFields) {
+    EXPECT_EQ(streamed(Resolution{960, 600}), "960x600");
+    EXPECT_EQ(streamed(Rect{1, 2, 3, 4}), "x=1 y=2 width=3 height=4");
+    RecordingParameters recording;
+    recording.bitrate = 4000;
+    EXPECT_EQ(streamed(recording),
+              "video_filename=\"myRecording.rlx2\" compression_mode=RLX_H264 bitrate=4000 "
+              "target_fps=0 overwrite=false");
+    SensorsData data;
+    data.temperature.temperature_map[SensorsData::TemperatureData::SENSOR_LOCATION_IMU] = 31.5F;
+    data.imu.vector_3 = {0.5F, -1.0F, 0.0F};
+    const std::string text = streamed(data);
+    EXPECT_NE(text.find("temperature={SENSOR_LOCATION_IMU=31.5} "), std::string::npos) << text;
+    EXPECT_NE(text.find("vector_3=(0.5, -1, 0) "), std::string::npos) << text;
+    EXPECT_NE(text.find("pose={orientation=(0, 0, 0, 1) translation=(0, 0, 0)}"), std::string::npos) << text;
+    EXPECT_EQ(streamed(CameraDescription{}).find('\n'), std::string::npos);
+    EXPECT_NE(streamed(InitParametersOne{}).find("requested_resolution=AUTO requested_fps=0 "), std::string::npos);
 }
 
 }  // namespace
