@@ -113,8 +113,13 @@ public:
     [[nodiscard]] virtual FrameCounters counters() const = 0;
 };
 
-/// Reader or recorder of one RLX file. Threads: one at a time, but for counters(); a recorder also takes writeFrame and
-/// bytesWritten on a second thread.
+/// Reader or recorder of one RLX file.
+/// Threads of a reader: open, close, setPosition, readFrame, skipFrame, getFrameIMU, getFrameIMUPackets and
+/// getCurrentMetadata come from the thread that grabs. Beside them, from any threads, come the facts of the open file
+/// (v1, v2, every get of the header, hasIMUData, getIMUCamTransform, the pointers included), getCurrentIMU,
+/// getCurrentMetadata, frameCount, position, frameTime and counters.
+/// Threads of a recorder: create, close, writeCurrentIMU and takeWrittenPackets come from one thread at a time;
+/// writeFrame from the recording's own thread beside them; bytesWritten and counters from any.
 class RLXVideo {
 public:
     virtual ~RLXVideo() = default;

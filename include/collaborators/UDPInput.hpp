@@ -39,8 +39,11 @@ enum STREAM_CONNECT_RESULT : int {
     STREAM_UNUSABLE_KEY = -6,   ///< a key cannot be used
 };
 
-/// Receiver of a network stream, with threads of its own. Threads: the frame operations from one thread at a time;
-/// getCurrentIMU, takeImuPacketsBefore and counters from any.
+/// Receiver of a network stream, with threads of its own.
+/// Threads: open, readStreamData, what it says of its frame, takeImuPacketsBefore and recorder() come from the thread
+/// that grabs. Beside them come, from any threads, what the sender announced (description, announcedFps,
+/// announcedImuPose, versionByte), canSupplyCurrentImu, getCurrentIMU and counters; the controls and controlRefusal
+/// from one thread at a time.
 class UDPInput {
 public:
     virtual ~UDPInput() = default;

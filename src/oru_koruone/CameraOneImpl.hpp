@@ -20,6 +20,8 @@ namespace oru {
 struct InputFacts;
 
 /// The camera object behind CameraOne, whose header documents the public operations.
+/// Threads: one grabs, opens, closes, retrieves, starts, stops and seeks. Beside all but open and close any threads may
+/// query, one may read sensors and one may use controls; docs/threading.md says which operation is which.
 /// Lock order, outermost first: grabMutex; then outputMutex, the grabber's critical section or the inspector's mutex;
 /// then imuMutex; then a collaborator's own lock. No collaborator calls back while it holds its lock.
 class CameraOneImpl final {

@@ -26,8 +26,10 @@ enum SETUP_STATE : int32_t {
 enum IMU_FREQ : int32_t { IMU_FREQ_2 = 2 };
 
 /// Device layer of one live camera: a capture thread inside keeps the newest frame; the camera takes it.
-/// The destructor stops the device. Unless said otherwise operations are called from one thread at a time;
-/// the controls and counters() may be called beside the frame operations.
+/// The destructor stops the device.
+/// Threads: set-up, frame operations and close come from the thread that grabs. Beside them come, from any threads,
+/// inputType, getMCU and counters; from one thread of the application's the controls; and from a thread of a sender's,
+/// also during and after close, the controls, getEffectiveWidth, hasMCU and getMCU.
 class LiveCameraGrabber {
 public:
     virtual ~LiveCameraGrabber() = default;
