@@ -91,7 +91,11 @@ rlxrw::rlxSampleMetadata CameraOneImpl::liveMetadata() {
 }
 
 void CameraOneImpl::handOverToSender(const rlxrw::rlxSampleMetadata& metadata) {
-    streamOutput->asyncingestYUVFrame(image.getPtr<unsigned char>(CPU), frameRateInspector.currentTimestamp, metadata,
+    auto* pixels = image.getPtr<unsigned char>(CPU);
+    if (pixels == nullptr) {
+        return;
+    }
+    streamOutput->asyncingestYUVFrame(pixels, frameRateInspector.currentTimestamp, metadata,
                                       static_cast<int>(image.getHeight() * image.getStepBytes(CPU)));
 }
 

@@ -147,6 +147,22 @@ TEST_F(Lifecycle, ExceptionOfACollaboratorPassesThroughAndLeavesEveryLockFree) {
     }
 }
 
+TEST_F(Lifecycle, ImageWithoutMemoryIsNotHandedToASender) {
+    struct NoMemory final : doubles::HostMemoryGpu {
+        void* hostAlloc(std::size_t) override { return nullptr; }
+        void* deviceAlloc(std::size_t) override { return nullptr; }
+    };
+    factory->otherGpu = std::make_shared<NoMemory>();
+    factory->grabber.pixels.resize(1920 * 1200 * 2);
+
+    ASSERT_EQ(openLive(), SUCCESS);
+    ASSERT_EQ(camera->enableStreaming({}), SUCCESS);
+
+    EXPECT_EQ(camera->grab(), SUCCESS);
+
+    EXPECT_TRUE(factory->streamOutput.sent.empty());
+}
+
 TEST_F(Lifecycle, RebootResetsOnlyLiveCamerasAndReportsPositiveResults) {
     struct Case {
         INPUT_TYPE type;
