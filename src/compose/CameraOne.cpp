@@ -139,7 +139,7 @@ std::vector<DeviceProperties> CameraOne::getDeviceList() const {
 }
 
 String CameraOne::getDeviceListProblem() const {
-    return impl->getDeviceListProblem();
+    return guarded([&] { return impl->getDeviceListProblem(); });
 }
 CameraDescription CameraOne::getCameraInformation(Resolution resolution) const {
     return guarded([&] { return impl->getCameraInformation(resolution); });
