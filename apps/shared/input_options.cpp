@@ -10,6 +10,7 @@ namespace koruone {
 namespace {
 
 constexpr uint64_t kLargestSide = 65535;
+constexpr double kMostPatience = 1e9;
 
 const Choices<oru::RESOLUTION> kResolutions{
     {"HD2160", oru::HD2160}, {"HD1800", oru::HD1800}, {"HD1242", oru::HD1242},
@@ -17,30 +18,40 @@ const Choices<oru::RESOLUTION> kResolutions{
     {"HD600", oru::HD600},   {"HD376", oru::HD376},   {"AUTO", oru::AUTO},
 };
 
-struct Endpoint {
-    std::string host;
-    uint16_t port = 30000;
-};
-
-std::optional<Endpoint> parseEndpoint(const std::string& text) {
-    Endpoint endpoint;
-    const std::size_t colon = text.find(':');
-    endpoint.host = text.substr(0, colon);
-    if (endpoint.host.empty()) {
-        return std::nullopt;
+/// HOST alone too, beside what InputType::fromText takes for a stream.
+oru::ERROR_CODE readStream(const std::string& text, oru::InputType& input, oru::String& refusal) {
+    if (!text.empty() && text.find_first_of(":/[") == std::string::npos) {
+        input.setFromStream(text);
+        return oru::SUCCESS;
     }
-    if (colon != std::string::npos) {
-        const auto port = parseNumber<uint16_t>(std::string_view(text).substr(colon + 1));
-        if (!port || *port == 0) {
-            return std::nullopt;
-        }
-        endpoint.port = *port;
+    oru::InputType read;
+    const oru::ERROR_CODE code = oru::InputType::fromText(text, read, refusal);
+    if (code == oru::SUCCESS && read.kind() != oru::KIND_STREAM) {
+        refusal = "'" + text + "' is not HOST, HOST:PORT or [IPV6]:PORT";
+        return oru::INVALID_PARAMETER;
     }
-    return endpoint;
+    input = code == oru::SUCCESS ? read : input;
+    return code;
 }
 
-std::string checkEndpoint(std::string& text) {
-    return parseEndpoint(text) ? "" : "'" + text + "' is not HOST or HOST:PORT with a port from 1 to 65535";
+std::string checkStream(std::string& text) {
+    oru::InputType input;
+    oru::String refusal;
+    return readStream(text, input, refusal) == oru::SUCCESS ? "" : refusal.get();
+}
+
+/// The input that one text names, as the option of its own kind would have given it.
+void takeInput(InputOptions& options, const std::string& text) {
+    oru::InputType input;
+    oru::String refusal;
+    if (oru::InputType::fromText(text, input, refusal) != oru::SUCCESS) {
+        throw CLI::ValidationError("--input", refusal.get());
+    }
+    if (input.kind() == oru::KIND_GMSL_SERIAL) {
+        options.serial = parseNumber<uint32_t>(input.first().get());
+    } else {
+        (input.kind() == oru::KIND_STREAM ? options.stream : options.file) = input.first().get();
+    }
 }
 
 void addLiveOptions(CLI::App& command, InputOptions& options) {
@@ -61,9 +72,25 @@ void addInputOptions(CLI::App& command, InputOptions& options, const TextCheck& 
                     "Live camera by its serial number");
     source->add_option("--file", options.file, "Recorded file")->type_name("FILE");
     source->add_option("--stream", options.stream, "Network stream of another camera (port 30000)")
-        ->check(CLI::Validator(checkEndpoint, ""))
+        ->check(CLI::Validator(checkStream, ""))
         ->type_name("HOST[:PORT]");
+    source
+        ->add_option_function<std::string>(
+            "--input", [&options](const std::string& text) { takeInput(options, text); },
+            "Any of them by its form: FILE, HOST:PORT, [IPV6]:PORT or serial:N")
+        ->type_name("INPUT");
     source->require_option(0, 1);
+    const auto takePatience = [&options](const std::string& text) {
+        const auto seconds = parseNumber<double>(text);
+        if (!seconds || !(*seconds >= 0.0) || *seconds > kMostPatience) {
+            throw CLI::ValidationError("--patience", "'" + text + "' is not a number of seconds");
+        }
+        options.patience = *seconds;
+    };
+    command
+        .add_option_function<std::string>("--patience", takePatience,
+                                          "How long to wait for a stream that pauses or is lost (default 10)")
+        ->type_name("SECONDS");
     command.add_flag("--realtime", options.realtime, "Play a recorded file at its recorded pace");
     addLiveOptions(command, options);
     command.add_option("--set", options.controls, "Write a control after opening; may be given several times")
@@ -89,14 +116,20 @@ oru::InitParametersOne initParameters(const InputOptions& options) {
         parameters.input.setFromSerialNumber(*options.serial);
     } else if (!options.file.empty()) {
         parameters.input.setFromFile(options.file);
-    } else if (const auto endpoint = parseEndpoint(options.stream)) {
-        parameters.input.setFromStream(endpoint->host, endpoint->port);
+    } else if (!options.stream.empty()) {
+        oru::String refusal;
+        (void)readStream(options.stream, parameters.input, refusal);
     }
     return parameters;
 }
 
 oru::InputKind inputKind(const InputOptions& options) {
     return initParameters(options).input.kind();
+}
+
+std::chrono::nanoseconds patienceOf(const InputOptions& options) {
+    const std::chrono::duration<double> seconds(options.stream.empty() ? 0.0 : options.patience);
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(seconds);
 }
 
 std::string inputName(const InputOptions& options) {

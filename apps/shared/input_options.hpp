@@ -1,6 +1,7 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -15,8 +16,9 @@ namespace koruone {
 struct InputOptions {
     std::optional<int> id;
     std::optional<uint32_t> serial;
-    std::string file;    ///< path of a recording
-    std::string stream;  ///< HOST[:PORT]
+    std::string file;        ///< path of a recording
+    std::string stream;      ///< HOST[:PORT]
+    double patience = 10.0;  ///< seconds without a frame after which a stream counts as lost
     oru::RESOLUTION resolution = oru::AUTO;
     int fps = 0;
     int flip = 0;
@@ -29,8 +31,9 @@ struct InputOptions {
 /// Says what is wrong with a text, nothing when it is right.
 using TextCheck = std::function<std::string(std::string&)>;
 
-/// Adds --id, --serial, --file, --stream (one of them at most), --realtime, --resolution, --fps, --flip, --hdr, --set
-/// (whose texts `checkAssignment` judges) and --settings. `options` must outlive the parsing.
+/// Adds --id, --serial, --file, --stream, --input (one of them at most), --patience, --realtime, --resolution, --fps,
+/// --flip,
+/// --hdr, --set (whose texts `checkAssignment` judges) and --settings. `options` must outlive the parsing.
 void addInputOptions(CLI::App& command, InputOptions& options, const TextCheck& checkAssignment);
 
 /// The parameters of open() for these options.
@@ -38,6 +41,10 @@ oru::InitParametersOne initParameters(const InputOptions& options);
 
 /// Live camera, recorded file or stream.
 oru::InputKind inputKind(const InputOptions& options);
+
+/// How long no frame may come before the input counts as lost: of a stream, which comes back by itself, `patience`; of
+/// any other none.
+std::chrono::nanoseconds patienceOf(const InputOptions& options);
 
 /// "camera 0", "the first free camera", "the camera with serial 30010001", "rec.rlx2", "the stream of host:30000".
 std::string inputName(const InputOptions& options);

@@ -59,6 +59,12 @@ public:
     InputType() = default;
     InputType(InputKind kind, String first, String second, bool set);
 
+    /// Reads what a person writes: HOST:PORT or [IPV6]:PORT is a stream, serial:N a live camera by its serial number,
+    /// everything else the name of a recorded file. A name with a colon in it is a file when it has a slash or ends in
+    /// .rlx or .rlx2. For what is none of them `refusal` says in one sentence why, and `input` stays as it is.
+    /// @retval INVALID_PARAMETER none of them
+    [[nodiscard]] static ERROR_CODE fromText(const String& text, InputType& input, String& refusal);
+
     void setFromFile(String path);
     void setFromStream(String ip, unsigned short port = 30000);
     void setFromSerialNumber(unsigned serial);
@@ -149,6 +155,16 @@ struct StreamingStatus {
     uint64_t samples_lost = 0;  ///< inertial samples that one receiver or another missed, too many to send them later
     double backlog_ms = 0.0;    ///< how far the slowest receiver is behind
     FrameCounters frames;       ///< handed over by the camera: taken (delivered) or lost, by cause
+};
+
+/// An incoming stream at this moment; all zero for every other input. The counts run from open() on.
+struct StreamInputStatus {
+    bool connected = false;          ///< to a sender from which something came within the last second
+    bool goodbye = false;            ///< the sender ended the stream, and every frame of it was taken or lost
+    double last_frame_age_ms = 0.0;  ///< since a frame last came; since open() before the first
+    uint64_t reconnections = 0;
+    uint64_t samples_dropped = 0;  ///< inertial samples that came and that no frame can have any more: too many waited,
+                                   ///< the sender's clock went back, or it started again
 };
 
 enum RLX_COMPRESSION_MODE : int32_t {

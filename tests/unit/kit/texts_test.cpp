@@ -101,5 +101,71 @@ TEST(Texts, RecordsAreOneLineOfTheirFields) {
     EXPECT_NE(streamed(InitParametersOne{}).find("requested_resolution=AUTO requested_fps=0 "), std::string::npos);
 }
 
+TEST(InputType, ReadsWhatAPersonWrites) {
+    const struct {
+        const char* text;
+        InputKind kind;
+        const char* first;
+    } cases[] = {
+        {"a.rlx2", KIND_RLX_FILE, "a.rlx2"},
+        {"walk", KIND_RLX_FILE, "walk"},
+        {"/data/2026:01/walk", KIND_RLX_FILE, "/data/2026:01/walk"},
+        {"./host:30000", KIND_RLX_FILE, "./host:30000"},
+        {"12:30:00.rlx", KIND_RLX_FILE, "12:30:00.rlx"},
+        {"host:30010", KIND_STREAM, "host:30010"},
+        {"10.0.0.7:1", KIND_STREAM, "10.0.0.7:1"},
+        {"[::1]:65535", KIND_STREAM, "[::1]:65535"},
+        {"[fe80::1%eth0]:30000", KIND_STREAM, "[fe80::1%eth0]:30000"},
+        {"serial:30010001", KIND_GMSL_SERIAL, "30010001"},
+        {"serial:4294967295", KIND_GMSL_SERIAL, "4294967295"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.text);
+        InputType input;
+        String refusal;
+        ASSERT_EQ(InputType::fromText(c.text, input, refusal), SUCCESS) << refusal.get();
+        EXPECT_EQ(input.kind(), c.kind);
+        EXPECT_EQ(input.first(), c.first);
+        EXPECT_TRUE(input.isSet());
+    }
+}
+
+TEST(InputType, RefusesWhatIsNoInputWithASentence) {
+    const struct {
+        const char* text;
+        const char* reason;
+    } cases[] = {
+        {"", "names no input"},
+        {"serial:", "serial number"},
+        {"serial:0", "serial number"},
+        {"serial:-1", "serial"},
+        {"serial:4294967296", "4294967295"},
+        {"serial:12x", "serial"},
+        {"host:", "port"},
+        {"host:0", "port"},
+        {"host:65536", "from 1 to 65535"},
+        {"host:-1", "port"},
+        {"host:4294997296", "port"},
+        {"host:3000x", "port"},
+        {"host: 30000", "port"},
+        {":30000", "names no host"},
+        {"fe80::1:30000", "[IPV6]:PORT"},
+        {"[::1]", "names no host"},
+        {"[host]:30000", "names no host"},
+        {"[]:30000", "names no host"},
+        {"::1", "[IPV6]:PORT"},
+        {"12:30:00", "./NAME"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.text);
+        InputType input;
+        input.setFromCameraID(3);
+        String refusal;
+        EXPECT_EQ(InputType::fromText(c.text, input, refusal), INVALID_PARAMETER);
+        EXPECT_NE(refusal.get().find(c.reason), std::string::npos) << refusal.get();
+        EXPECT_EQ(input.first(), "3") << "stays as it was";
+    }
+}
+
 }  // namespace
 }  // namespace oru
