@@ -11,6 +11,12 @@ static_assert(sizeof(oru::FrameCounters) == 10 * sizeof(uint64_t), "every field 
 
 }  // namespace
 
+Json toJson(const oru::StreamInputStatus& status) {
+    return {{"reconnections", status.reconnections},
+            {"samples_dropped", status.samples_dropped},
+            {"ended_by_sender", status.goodbye}};
+}
+
 std::vector<std::pair<const char*, uint64_t>> namedCounters(const oru::FrameCounters& counters) {
     return {
         {"produced", counters.produced},

@@ -15,6 +15,9 @@ using Json = nlohmann::ordered_json;
 /// An object with one member for each field of the record, under its name.
 Json toJson(const oru::FrameCounters& counters);
 
+/// An object with what a stream's receiver counted and how the stream ended.
+Json toJson(const oru::StreamInputStatus& status);
+
 /// The names of the counters' fields, in the record's order, with the values.
 std::vector<std::pair<const char*, uint64_t>> namedCounters(const oru::FrameCounters& counters);
 

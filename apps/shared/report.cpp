@@ -116,6 +116,12 @@ std::string counted(uint64_t count, const char* noun) {
     return fmt::format("{} {}{}", count, noun, count == 1 ? "" : "s");
 }
 
+std::string streamText(const oru::StreamInputStatus& status) {
+    return fmt::format("{}, {} dropped{}", counted(status.reconnections, "reconnection"),
+                       counted(status.samples_dropped, "inertial sample"),
+                       status.goodbye ? ", ended by the sender" : "");
+}
+
 void writeOutput(std::string_view text) {
     (void)std::fwrite(text.data(), 1, text.size(), stdout);
 }

@@ -29,6 +29,9 @@ void complain(fmt::format_string<Arguments...> format, Arguments&&... arguments)
 /// "1 frame", "2 frames".
 std::string counted(uint64_t count, const char* noun);
 
+/// "1 reconnection, 0 inertial samples dropped, ended by the sender".
+std::string streamText(const oru::StreamInputStatus& status);
+
 /// Writes to standard output, where results go. A failure is remembered by the stream; finishOutput reports it.
 void writeOutput(std::string_view text);
 /// Whether everything written so far was taken; false after the reader went away or the disk filled up.

@@ -30,6 +30,7 @@ struct StreamImuPose {
 
 /// What the receiver's open answers.
 enum STREAM_CONNECT_RESULT : int {
+    STREAM_NO_RESOURCES = 1,  ///< no memory or no thread to be had
     STREAM_CONNECTED = 0,
     STREAM_BAD_ADDRESS = -1,    ///< no host or no port
     STREAM_UNKNOWN_HOST = -2,   ///< the name does not resolve
@@ -42,8 +43,8 @@ enum STREAM_CONNECT_RESULT : int {
 /// Receiver of a network stream, with threads of its own.
 /// Threads: open, readStreamData, what it says of its frame, takeImuPacketsBefore and recorder() come from the thread
 /// that grabs. Beside them come, from any threads, what the sender announced (description, announcedFps,
-/// announcedImuPose, versionByte), canSupplyCurrentImu, getCurrentIMU and counters; the controls and controlRefusal
-/// from one thread at a time.
+/// announcedImuPose, announcedImuCalibration, versionByte), canSupplyCurrentImu, getCurrentIMU, counters and status; the controls and
+/// controlRefusal from one thread at a time.
 class UDPInput {
 public:
     virtual ~UDPInput() = default;
@@ -54,7 +55,8 @@ public:
     /// STREAM_NOT_DESCRIBED and every positive answer; the other negative ones are a failed set-up. It passes 0 as the
     /// last argument.
     virtual int open(String ip, unsigned short port, int unused) = 0;
-    /// Waits up to 20 ms for a newer decoded frame and writes it as YUYV; false leaves `image` untouched.
+    /// Waits up to 20 ms for a newer decoded frame and writes it as YUYV; false leaves `image` untouched. After the end
+    /// of the stream it does not wait.
     virtual bool readStreamData(unsigned char* image, unsigned char* second) = 0;
 
     // Of the frame that readStreamData delivered last.
@@ -67,6 +69,8 @@ public:
     virtual int announcedFps() = 0;
     virtual StreamImuPose announcedImuPose() = 0;
     virtual int versionByte() = 0;  ///< 4 for protocol version 1, 5 for version 2
+    /// Of the sender's inertial sensor; neutral when none is announced.
+    virtual ImuCalibration announcedImuCalibration() { return {}; }
 
     virtual bool canSupplyCurrentImu() = 0;
     virtual bool getCurrentIMU(IMUPacket& packet) = 0;
@@ -75,6 +79,7 @@ public:
     /// The recorder that records this input.
     virtual rlxrw::RLXVideo& recorder() = 0;
     [[nodiscard]] virtual FrameCounters counters() const = 0;
+    [[nodiscard]] virtual StreamInputStatus status() const { return {}; }
 
     // Controls of the sending camera.
     virtual bool valueRange(VIDEO_SETTINGS setting, int& min, int& max) = 0;

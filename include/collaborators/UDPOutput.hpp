@@ -58,6 +58,8 @@ public:
     virtual int open(UDPOutConfig configuration) = 0;
     /// The live camera whose controls and poses are announced; may be null. It outlives the sender.
     virtual void setGrabber(LiveCameraGrabber* grabber) = 0;
+    /// Of the inertial sensor whose samples are sent, for receivers. Before setGrabber and the first frame.
+    virtual void setImuCalibration(const ImuCalibration& /*calibration*/) {}
     /// Hands a frame over. `pixels` may be read until waitingestYUVFrameProcessing returns or isBusy is false.
     virtual void asyncingestYUVFrame(unsigned char* pixels, Timestamp time, rlxrw::rlxSampleMetadata metadata,
                                      int size) = 0;

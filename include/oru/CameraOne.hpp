@@ -52,7 +52,7 @@ public:
     [[nodiscard]] InitParametersOne getInitParameters() const;
 
     /// Takes the next frame, waiting for it within a bounded budget.
-    /// @retval END_OF_INPUT the input ended   @retval CAMERA_UNAVAILABLE not open
+    /// @retval END_OF_INPUT the recording is over, or the sender ended its stream   @retval CAMERA_UNAVAILABLE not open
     /// @retval CAMERA_NOT_READY another grab() is running, or no frame came   @retval FAILURE the source failed
     ERROR_CODE grab();
     /// Writes a view of the last grabbed frame into `image`, reallocating it only when its size or type differs.
@@ -68,6 +68,9 @@ public:
     [[nodiscard]] float getCurrentFPS() const;
     /// Where the frames of the open input went.
     [[nodiscard]] FrameCounters getFrameCounters() const;
+    /// How the stream that comes in does; when grab() answers CAMERA_NOT_READY, since when nothing has come. All zero
+    /// for the other inputs.
+    [[nodiscard]] StreamInputStatus getStreamInputStatus() const;
 
     /// The attached cameras; the camera need not be open.
     [[nodiscard]] std::vector<DeviceProperties> getDeviceList() const;

@@ -108,7 +108,11 @@ InitParametersOne CameraOne::getInitParameters() const {
 
 ERROR_CODE CameraOne::grab() {
     const auto opening = impl.slot->current();
-    const ERROR_CODE taken = guarded([&] { return opening->camera.grab(); });
+    const ERROR_CODE taken = guarded([&] {
+        const ERROR_CODE code = opening->camera.grab();
+        const bool ended = code == CAMERA_NOT_READY && opening->camera.getStreamInputStatus().goodbye;
+        return ended ? END_OF_INPUT : code;
+    });
     if (taken == SUCCESS) {
         opening->frame_taken.store(true, std::memory_order_relaxed);
     }
@@ -132,6 +136,10 @@ float CameraOne::getCurrentFPS() const {
 }
 FrameCounters CameraOne::getFrameCounters() const {
     return guarded([&] { return impl->getFrameCounters(); });
+}
+
+StreamInputStatus CameraOne::getStreamInputStatus() const {
+    return guarded([&] { return impl->getStreamInputStatus(); });
 }
 
 std::vector<DeviceProperties> CameraOne::getDeviceList() const {

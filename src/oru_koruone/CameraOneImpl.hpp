@@ -46,6 +46,7 @@ public:
     [[nodiscard]] float getCameraFPS() const;
     [[nodiscard]] float getCurrentFPS() const;
     [[nodiscard]] FrameCounters getFrameCounters();
+    [[nodiscard]] StreamInputStatus getStreamInputStatus();
 
     ERROR_CODE retrieveImage(Mat& destination, VIEW view, MEM memory, Resolution size);
     [[nodiscard]] std::vector<DeviceProperties> getDeviceList() const;

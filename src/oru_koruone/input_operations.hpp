@@ -30,6 +30,7 @@ struct CameraOneImpl::InputOperations {
         return camera.nextImageOfLive(flag);
     };
     Operation<FrameCounters(CameraOneImpl&)> counters = [](CameraOneImpl&) { return FrameCounters{}; };
+    Operation<StreamInputStatus(CameraOneImpl&)> stream_status = [](CameraOneImpl&) { return StreamInputStatus{}; };
     Operation<float(const CameraOneImpl&)> frame_rate = [](const CameraOneImpl&) { return 120.0F; };
     /// What a sender of the input's frames counts with.
     Operation<uint32_t(const CameraOneImpl&)> source_fps = [](const CameraOneImpl&) { return 15U; };

@@ -4,6 +4,7 @@
 
 #include "oru_koruone/input_operations.hpp"
 #include "oru_koruone/relaxed.hpp"
+#include "oru_koruone/report.hpp"
 #include "oru_koruone/settings_kinds.hpp"
 #include "tables/tables.hpp"
 
@@ -37,6 +38,8 @@ constinit const CameraOneImpl::InputOperations CameraOneImpl::kStreamInput{
     .next_image = [](CameraOneImpl& camera, bool flag) { return camera.nextImageOfStream(flag); },
     .counters =
         [](CameraOneImpl& camera) { return camera.streamInput ? camera.streamInput->counters() : FrameCounters{}; },
+    .stream_status =
+        [](CameraOneImpl& camera) { return camera.streamInput ? camera.streamInput->status() : StreamInputStatus{}; },
     .frame_rate =
         [](const CameraOneImpl& camera) {
             return camera.streamInput ? static_cast<float>(camera.streamInput->announcedFps()) : 0.0F;
@@ -78,6 +81,11 @@ constinit const CameraOneImpl::InputOperations CameraOneImpl::kStreamInput{
         },
 };
 
+StreamInputStatus CameraOneImpl::getStreamInputStatus() {
+    ORU_RETURN_IF_CLOSED(StreamInputStatus{});
+    return input().stream_status(*this);
+}
+
 ERROR_CODE CameraOneImpl::askStream(InputFacts& facts) {
     const StreamDescription sender = streamInput->description();
     facts.serial_number = sender.serial_number;
@@ -93,6 +101,7 @@ ERROR_CODE CameraOneImpl::askStream(InputFacts& facts) {
     facts.has_imu = sender.has_imu;
     facts.sharpness_factor = static_cast<float>(1.0 + 0.5 * streamInput->getGrabberSettingsValue(SHARPNESS));
     facts.flipped = sender.flip_state != 0;
+    facts.imu_calibration = streamInput->announcedImuCalibration();
     return SUCCESS;
 }
 

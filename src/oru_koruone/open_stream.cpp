@@ -1,3 +1,5 @@
+#include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <limits>
 
@@ -19,7 +21,9 @@ void CameraOneImpl::selectStream() {
     streamInputPort = kDefaultPort;
     if (const std::size_t colon = address.rfind(':'); colon != std::string::npos) {
         streamInputIp = address.substr(0, colon);
-        streamInputPort = static_cast<int32_t>(std::strtol(address.c_str() + colon + 1, nullptr, 10));
+        const long port = std::strtol(address.c_str() + colon + 1, nullptr, 10);
+        // Outside of what a port can be it stays outside.
+        streamInputPort = static_cast<int32_t>(std::clamp<long>(port, INT32_MIN, INT32_MAX));
     }
 }
 

@@ -68,6 +68,7 @@ ERROR_CODE CameraOneImpl::enableStreaming(StreamingParameters parameters) {
         streamingEnabled.store(true, std::memory_order_release);
     }
     if (status == SENDER_RUNNING) {
+        streamOutput->setImuCalibration(imuCalibration);
         streamGrabber = grabber;
         streamOutput->setGrabber(grabber.get());
         return SUCCESS;

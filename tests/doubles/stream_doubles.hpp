@@ -37,6 +37,8 @@ struct StreamInputScript {
     std::vector<IMUPacket> packets;
     bool knowsRange = true;
     std::map<VIDEO_SETTINGS, int> values;
+    ImuCalibration imuCalibration;
+    StreamInputStatus status;
 };
 
 class ScriptedStreamInput final : public UDPInput {
@@ -84,6 +86,8 @@ public:
     int announcedFps() override { return script.fps; }
     StreamImuPose announcedImuPose() override { return script.pose; }
     int versionByte() override { return script.versionByte; }
+    ImuCalibration announcedImuCalibration() override { return script.imuCalibration; }
+    [[nodiscard]] StreamInputStatus status() const override { return script.status; }
     bool canSupplyCurrentImu() override { return script.suppliesImu; }
     bool getCurrentIMU(IMUPacket& packet) override {
         packet = script.imu;
@@ -133,6 +137,7 @@ struct StreamOutputScript {
     UDPOutConfig configuration{};
     std::vector<SentFrame> sent;
     std::vector<IMUPacket> samples;
+    ImuCalibration imuCalibration;
 };
 
 class ScriptedStreamOutput final : public UDPOutput {
@@ -148,6 +153,10 @@ public:
     }
     void setGrabber(LiveCameraGrabber* grabber) override {
         log.add("{}", grabber == nullptr ? "setGrabber null" : "setGrabber");
+    }
+    void setImuCalibration(const ImuCalibration& calibration) override {
+        log.add("setImuCalibration");
+        script.imuCalibration = calibration;
     }
     void asyncingestYUVFrame(unsigned char* pixels, Timestamp time, rlxrw::rlxSampleMetadata metadata,
                              int size) override {

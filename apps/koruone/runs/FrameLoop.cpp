@@ -1,5 +1,7 @@
 #include "koruone/runs/FrameLoop.hpp"
 
+#include <fmt/core.h>
+
 #include <utility>
 
 #include "shared/interrupt.hpp"
@@ -30,7 +32,7 @@ bool FrameLoop::run(const std::function<bool()>& wants, const std::function<bool
         if (code == oru::END_OF_INPUT) {
             return true;
         }
-        if (code == oru::CAMERA_NOT_READY && ended - lastFrame < policy.patience) {
+        if (waitsOn(code)) {
             continue;
         }
         if (code != oru::SUCCESS) {
@@ -49,6 +51,14 @@ bool FrameLoop::run(const std::function<bool()>& wants, const std::function<bool
     return true;
 }
 
+bool FrameLoop::waitsOn(oru::ERROR_CODE code) {
+    const bool waits = code == oru::CAMERA_NOT_READY && ended - lastFrame < policy.patience;
+    if (waits && progress != nullptr) {
+        progress->show(fmt::format("no frame for {:.1f} s, waiting", toSeconds(ended - lastFrame)));
+    }
+    return waits;
+}
+
 void FrameLoop::complainOf(oru::ERROR_CODE code) {
     if (policy.quiet) {
         return;
@@ -56,7 +66,11 @@ void FrameLoop::complainOf(oru::ERROR_CODE code) {
     if (progress != nullptr) {
         progress->clear();
     }
-    complain(code, policy.failure.empty() ? "no frame after " + counted(count, "frame") : policy.failure, input);
+    std::string what = policy.failure.empty() ? "no frame" : policy.failure;
+    if (code == oru::CAMERA_NOT_READY && policy.patience.count() > 0) {
+        what += fmt::format(" for {:.1f} s", toSeconds(ended - lastFrame));
+    }
+    complain(code, policy.failure.empty() ? what + " after " + counted(count, "frame") : what, input);
 }
 
 double FrameLoop::secondsSinceStart() const {

@@ -22,7 +22,7 @@ public:
     struct Policy {
         /// After the last frame for this long CAMERA_NOT_READY does not count as a failure.
         std::chrono::nanoseconds patience{0};
-        /// How a failure is called; empty: "no frame after N frames".
+        /// How a failure is called; empty: "no frame" and after how many.
         std::string failure;
         /// Whoever runs the loop tells failures itself.
         bool quiet = false;
@@ -47,6 +47,8 @@ public:
     [[nodiscard]] double framesPerSecond() const;
 
 private:
+    /// Whether to try again after an attempt without a frame.
+    [[nodiscard]] bool waitsOn(oru::ERROR_CODE code);
     void complainOf(oru::ERROR_CODE code);
 
     Source take;

@@ -28,7 +28,9 @@ Json percentile(const TimingHistogram& times, double percent) {
 }  // namespace
 
 GrabRun::GrabRun(GrabOptions given)
-    : options(std::move(given)), loop([this] { return camera.grab(); }, inputKind(options.input), &progress) {}
+    : options(std::move(given)),
+      loop([this] { return camera.grab(); }, inputKind(options.input), &progress,
+           {patienceOf(options.input), "", false}) {}
 
 ExitStatus GrabRun::run() {
     const InterruptGuard guard;
@@ -38,6 +40,7 @@ ExitStatus GrabRun::run() {
     sourceFps = camera.getCameraFPS();
     takeFrames();
     const oru::FrameCounters counters = camera.getFrameCounters();
+    incoming = camera.getStreamInputStatus();
     camera.close();
     finishOutput();
     progress.clear();
@@ -192,6 +195,9 @@ void GrabRun::printJson(const oru::FrameCounters& counters) const {
     result["source_fps"] = number(static_cast<double>(sourceFps));
     result["grab_fps"] = number(loop.framesPerSecond());
     result["counters"] = toJson(counters);
+    if (!options.input.stream.empty()) {
+        result["stream"] = toJson(incoming);
+    }
     result["grab_p50_us"] = percentile(grabTimes, 50.0);
     result["grab_p99_us"] = percentile(grabTimes, 99.0);
     result["retrieve_p50_us"] = percentile(retrieveTimes, 50.0);
@@ -209,6 +215,9 @@ void GrabRun::printText(const oru::FrameCounters& counters) const {
         if (value > 0 && !total) {
             text += fmt::format(", {} {}", name, value);
         }
+    }
+    if (!options.input.stream.empty()) {
+        text += "\nstream: " + streamText(incoming);
     }
     text += fmt::format("\n{:<10}  {:>10}  {:>10}\n", "time in us", "median", "99 %");
     text += fmt::format("{:<10}  {:>10.1f}  {:>10.1f}\n", "grab", grabTimes.percentileUs(50.0),

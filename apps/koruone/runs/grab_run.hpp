@@ -63,6 +63,7 @@ private:
     TimingHistogram grabTimes;
     TimingHistogram retrieveTimes;
     float sourceFps = 0.0F;
+    oru::StreamInputStatus incoming;  ///< of a stream, at the end
     uint64_t waits = 0;
     std::chrono::nanoseconds waited{0};
 };

@@ -43,6 +43,7 @@ ExitStatus ImuRun::run() {
     } else {
         collectBatches();
     }
+    incoming = camera.getStreamInputStatus();
     camera.close();
     progress.clear();
     if (!closeFiles()) {
@@ -57,7 +58,8 @@ ExitStatus ImuRun::run() {
 }
 
 void ImuRun::collectBatches() {
-    FrameLoop loop([this] { return camera.grab(); }, inputKind(options.input), &progress, {{}, "no frame", false});
+    FrameLoop loop([this] { return camera.grab(); }, inputKind(options.input), &progress,
+                   {patienceOf(options.input), "no frame", false});
     std::vector<oru::SensorsData> batch;
     const auto uses = [&] {
         if (!accept(camera.getSensorsDataBatch(batch), "no inertial samples")) {
@@ -104,9 +106,14 @@ void ImuRun::pollCurrent(const std::atomic<oru::ERROR_CODE>& ending) {
 }
 
 void ImuRun::grabUntilStopped(std::atomic<bool>& stop, std::atomic<oru::ERROR_CODE>& ending) {
+    const std::chrono::nanoseconds patience = patienceOf(options.input);
+    Clock::time_point lastFrame = Clock::now();
     while (!stop.load()) {
         const oru::ERROR_CODE code = camera.grab();
-        if (code != oru::SUCCESS) {
+        const Clock::time_point now = Clock::now();
+        if (code == oru::SUCCESS) {
+            lastFrame = now;
+        } else if (code != oru::CAMERA_NOT_READY || now - lastFrame >= patience) {
             ending.store(code);
             return;
         }
@@ -166,16 +173,21 @@ bool ImuRun::closeFiles() {
 
 void ImuRun::print() const {
     const PacketClock::Summary summary = packetClock.summary();
+    const bool streamed = !options.input.stream.empty();
     if (options.json) {
-        writeJsonLine({{"packets", summary.packets},
-                       {"seconds", summary.seconds},
-                       {"rate", summary.rate},
-                       {"interval_median_ms", summary.median_ms},
-                       {"interval_max_ms", summary.largest_ms},
-                       {"gaps", summary.gaps},
-                       {"missing", summary.missing},
-                       {"out_of_order", summary.out_of_order},
-                       {"synced_with_image", synced}});
+        Json result{{"packets", summary.packets},
+                    {"seconds", summary.seconds},
+                    {"rate", summary.rate},
+                    {"interval_median_ms", summary.median_ms},
+                    {"interval_max_ms", summary.largest_ms},
+                    {"gaps", summary.gaps},
+                    {"missing", summary.missing},
+                    {"out_of_order", summary.out_of_order},
+                    {"synced_with_image", synced}};
+        if (streamed) {
+            result["stream"] = toJson(incoming);
+        }
+        writeJsonLine(result);
         return;
     }
     writeOutput(
@@ -187,6 +199,9 @@ void ImuRun::print() const {
                                   counted(summary.missing, "packet") + (summary.missing == 1 ? " is" : " are")));
     if (summary.out_of_order > 0) {
         writeOutput(fmt::format("{} packets out of order\n", summary.out_of_order));
+    }
+    if (streamed) {
+        writeOutput(fmt::format("stream: {}\n", streamText(incoming)));
     }
 }
 

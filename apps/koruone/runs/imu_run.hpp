@@ -60,6 +60,7 @@ private:
     int serial = 0;
     uint64_t firstTimestamp = 0;
     uint64_t synced = 0;
+    oru::StreamInputStatus incoming;  ///< of a stream, at the end
     Progress progress{"imu"};
 };
 

@@ -18,7 +18,9 @@ constexpr double kMegabyte = 1e6;
 }  // namespace
 
 RecordRun::RecordRun(RecordOptions given)
-    : options(std::move(given)), loop([this] { return camera.grab(); }, inputKind(options.input), &progress) {}
+    : options(std::move(given)),
+      loop([this] { return camera.grab(); }, inputKind(options.input), &progress,
+           {patienceOf(options.input), "", false}) {}
 
 ExitStatus RecordRun::run() {
     const InterruptGuard guard;
@@ -78,8 +80,12 @@ ExitStatus RecordRun::finish() {
     progress.show("finishing the file");
     camera.disableRecording();
     const oru::RecordingStatus recording = camera.getRecordingStatus();
+    const oru::StreamInputStatus incoming = camera.getStreamInputStatus();
     camera.close();
     progress.clear();
+    if (incoming.samples_dropped > 0) {
+        complain("the stream lost something on its way: {}.", streamText(incoming));
+    }
     if (recording.last_result != oru::SUCCESS) {
         complain(recording.last_result,
                  fmt::format("the recording of {} ended early, the disk may be full", options.file));

@@ -22,8 +22,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::seconds kReportEvery{1};
-// A stream that is relayed may be away for a while and comes back by itself.
-constexpr std::chrono::seconds kLongestWait{10};
+constexpr std::chrono::nanoseconds kLongestWait{10'000'000'000};
 
 /// The address under which another machine finds this one: that of the first network that is up.
 std::string ownAddress() {
@@ -65,7 +64,8 @@ void writeNow(std::string_view text) {
 
 StreamRun::StreamRun(StreamOptions streamOptions)
     : options(std::move(streamOptions)),
-      loop([this] { return camera.grab(); }, inputKind(options.input), nullptr, {kLongestWait, "", false}) {}
+      loop([this] { return camera.grab(); }, inputKind(options.input), nullptr,
+           {options.input.stream.empty() ? kLongestWait : patienceOf(options.input), "", false}) {}
 
 ExitStatus StreamRun::run() {
     const InterruptGuard guard;

@@ -20,11 +20,13 @@ public:
 
     /// Waits 3 s at most for the sender to decide. `undelayed`: a viewer's messages come as they arrive, and none is
     /// given up for being late.
-    RawCaller(uint16_t port, Kind kind, const std::string& key, bool undelayed = false) : socket(srt_create_socket()) {
+    RawCaller(uint16_t port, Kind kind, const std::string& key, bool undelayed = false,
+              const std::string& viewerId = "")
+        : socket(srt_create_socket()) {
         using namespace stream;
         bool ready = kind == Kind::CONTROL ? setControlOptions(socket.get()) : setCommonOptions(socket);
         ready = ready && (!undelayed || socket.set(SRTO_TSBPDMODE, false));
-        const std::string id = kind == Kind::CONTROL ? "#!::r=cam,m=control" : "";
+        const std::string id = kind == Kind::CONTROL ? "#!::r=cam,m=control" : viewerId;
         (void)socket.set(SRTO_CONNTIMEO, 3000);
         srt_setsockflag(socket.get(), SRTO_STREAMID, id.data(), static_cast<int>(id.size()));
         srt_setsockflag(socket.get(), SRTO_PASSPHRASE, key.data(), static_cast<int>(key.size()));

@@ -6,12 +6,15 @@
 #include <atomic>
 #include <chrono>
 #include <optional>
+#include <string>
+#include <thread>
 #include <vector>
 
 #include "backends/stream/Loopback.hpp"
 #include "backends/stream/RawCaller.hpp"
 #include "backends/stream/impairment_proxy.hpp"
 #include "backends/stream/receiver/Reassembler.hpp"
+#include "backends/stream/sender/FrameTransmitter.hpp"
 
 namespace oru::test {
 namespace {
@@ -21,7 +24,7 @@ using std::chrono::steady_clock;
 /// Takes what comes apart as a receiver does, but keeps its connection whatever happens.
 class Viewer {
 public:
-    explicit Viewer(uint16_t port) : caller(port, RawCaller::Kind::VIEWER, "", true) {}
+    explicit Viewer(uint16_t port, const std::string& id = "") : caller(port, RawCaller::Kind::VIEWER, "", true, id) {}
 
     /// Takes what is there.
     void read() {
@@ -159,6 +162,39 @@ TEST_F(FarReceiver, MissesOnlySamplesThatAreCountedWhenTheyAreTooMany) {
     EXPECT_GT(lost, 0U);
     EXPECT_EQ(missing(far->samples, samplesEach), lost);
     EXPECT_EQ(missing(quick->samples, samplesEach), 0U);
+}
+
+TEST(Subscribers, AReceiverThatComesBackBetweenTwoTablesMissesNoSample) {
+    constexpr int64_t kPts = 90'000;
+    const auto clock = makeSystemClock();
+    const UDPOutConfig configuration = streamConfiguration(freePort());
+    const auto samples = numberedSamples(1, numberedTime(1), 20);
+    stream::CameraDescriber describer(configuration, 1, "");
+    stream::SampleQueue queue;
+    stream::Subscribers subscribers(*clock, {}, [](auto&&, const auto&) {});
+    stream::FrameTransmitter transmitter(subscribers, describer, queue, 1);
+    ASSERT_TRUE(transmitter.open(configuration));
+    ASSERT_EQ(subscribers.open(configuration.port, 16'084), SENDER_RUNNING);
+    const auto send = [&](std::size_t from, std::size_t to, int64_t pts, bool describe) {
+        for (std::size_t i = from; i < to; ++i) {
+            ASSERT_TRUE(queue.push(samples[i]));
+        }
+        transmitter.sendSamples(pts, 0, describe);
+    };
+    send(0, 10, kPts, false);
+    Viewer viewer(configuration.port, stream::viewerId(samples[4].imu_timestamp));
+    const auto end = steady_clock::now() + kPatience;
+    while (subscribers.empty() && steady_clock::now() < end) {
+        std::this_thread::yield();
+    }
+
+    send(10, 15, kPts + 100, false);
+    send(15, 20, kPts + 200, true);
+
+    while (viewer.samples.size() < 15 && steady_clock::now() < end) {
+        viewer.read();
+    }
+    EXPECT_TRUE(viewer.samples == std::vector<IMUPacket>(samples.begin() + 5, samples.end())) << viewer.samples.size();
 }
 
 TEST_F(Loopback, SamplesOfABlackoutReachTheReceiverThatConnectsAgain) {

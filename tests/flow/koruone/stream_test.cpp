@@ -119,13 +119,42 @@ TEST_F(KoruoneStream, PlaysARecordingToTheNetworkAndEndsWithIt) {
     EXPECT_EQ(sent.json().at("most_receivers"), 0);
 }
 
+TEST_F(KoruoneStream, ASenderThatPausesEndsNoCommandAndOneThatEndsIsAnEnd) {
+    startSender();
+    const std::string file = receiver.home.path("paused.rlx2");
+    Tool imu;
+    imu.environment["KORU_VIRTUAL_BUS"] = "off";
+    const std::string table = imu.home.path("imu.csv");
+    receiver.start({"record", file, "--stream", address});
+    imu.start({"imu", "--seconds", "600", "--csv", table, "--json", "--stream", address});
+    ASSERT_TRUE(waitForFile(file));
+    ASSERT_TRUE(waitForFile(table));
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+
+    sender.signal(SIGSTOP);
+    std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+    sender.signal(SIGCONT);
+    std::this_thread::sleep_for(std::chrono::seconds(2));
+    EXPECT_EQ(stopSender().status, 0);
+    const ToolResult recorded = receiver.wait();
+    const ToolResult sampled = imu.wait();
+
+    EXPECT_EQ(recorded.status, 0) << recorded.errors;
+    EXPECT_EQ(recorded.errors.find("NOT_READY"), std::string::npos) << recorded.errors;
+    EXPECT_EQ(receiver.run({"verify", file}).status, 0);
+    EXPECT_EQ(sampled.status, 0) << sampled.errors;
+    EXPECT_GT(sampled.json().at("packets"), 100);
+    EXPECT_EQ(sampled.json().at("stream").at("ended_by_sender"), true);
+    EXPECT_EQ(sampled.json().at("stream").at("samples_dropped"), 0);
+}
+
 TEST_F(KoruoneStream, GivesAdviceThatFitsAStream) {
     const ToolResult nobody = receive({"grab", "--frames", "1"});
     EXPECT_EQ(nobody.status, 1);
     EXPECT_NE(nobody.errors.find("STREAM_SETUP_FAILED"), std::string::npos) << nobody.errors;
 
     startSender();
-    receiver.start({"grab", "--frames", "100000", "--every", "100000", "--stream", address, "--out",
+    receiver.start({"grab", "--frames", "100000", "--every", "100000", "--stream", address, "--patience", "1", "--out",
                     receiver.home.path("pictures")});
     ASSERT_TRUE(waitForFile(receiver.home.path("pictures/frame_000000.png")));
     sender.signal(SIGKILL);
@@ -135,6 +164,7 @@ TEST_F(KoruoneStream, GivesAdviceThatFitsAStream) {
 
     EXPECT_EQ(lost.status, 1);
     EXPECT_NE(lost.errors.find("CAMERA_NOT_READY"), std::string::npos) << lost.errors;
+    EXPECT_NE(lost.errors.find("no frame for "), std::string::npos) << "since when: " << lost.errors;
     EXPECT_NE(lost.errors.find("sender"), std::string::npos) << lost.errors;
     EXPECT_EQ(lost.errors.find("cable"), std::string::npos) << lost.errors;
     EXPECT_NE(lost.output.find("frames in"), std::string::npos) << "the numbers are printed all the same";
@@ -147,6 +177,8 @@ TEST_F(KoruoneStream, RefusesAWrongCommandLine) {
                                                          {"stream", "--bitrate", "10"},
                                                          {"stream", "--seconds", "-1"},
                                                          {"grab", "--stream", "127.0.0.1:70000"},
+                                                         {"grab", "--stream", "127.0.0.1", "--patience", "-1"},
+                                                         {"grab", "--stream", "127.0.0.1", "--patience", "nan"},
                                                          {"grab", "--stream", ":30000"}}) {
         EXPECT_EQ(receiver.run(wrong).status, 2) << wrong[1] << ' ' << wrong[2];
     }

@@ -88,6 +88,21 @@ TEST_F(Grab, StreamAndFileHaveBudgetsOfTheirOwn) {
     EXPECT_EQ(camera->grab(), END_OF_INPUT);
 }
 
+TEST_F(Grab, AStreamThatEndedIsNotReadyAndItsStatusTellsWhy) {
+    factory->streamInput.thenFrame = false;
+    factory->streamInput.status.goodbye = true;
+    factory->streamInput.status.samples_dropped = 5;
+    EXPECT_FALSE(camera->getStreamInputStatus().goodbye) << "not open";
+    ASSERT_EQ(openStream(), SUCCESS);
+
+    EXPECT_EQ(camera->grab(), CAMERA_NOT_READY);
+    EXPECT_TRUE(camera->getStreamInputStatus().goodbye);
+    EXPECT_EQ(camera->getStreamInputStatus().samples_dropped, 5U);
+
+    ASSERT_EQ(openFile(), SUCCESS);
+    EXPECT_FALSE(camera->getStreamInputStatus().goodbye) << "of a stream alone";
+}
+
 TEST_F(Grab, CameraWithoutASourceFailsAfterOneCycle) {
     inside.opened() = true;
     inside.inputMode() = INPUT_MODE_NONE;

@@ -209,6 +209,8 @@ TEST_F(OpenStream, AddressIsSplitAtTheLastColon) {
                                            {"fe80::1:30010", "connect fe80::1 30010 0", SUCCESS},
                                            {"host:", "connect host 0 0", SUCCESS},
                                            {"host:65536", nullptr, INVALID_PARAMETER},
+                                           {"host:4294997296", nullptr, INVALID_PARAMETER},
+                                           {"host:99999999999999999999", nullptr, INVALID_PARAMETER},
                                            {"host:-1", nullptr, INVALID_PARAMETER}}) {
         SCOPED_TRACE(c.address);
         calls.clear();
@@ -260,6 +262,22 @@ TEST_F(OpenStream, NextOpenEndsTheReceiver) {
     parameters.input = {};
     ASSERT_EQ(openLive(), SUCCESS);
     EXPECT_TRUE(calls.has("~streamInput"));
+}
+
+TEST_F(OpenStream, TheSensorsCalibrationIsTheSendersAndNeverThatOfTheCameraBefore) {
+    factory->grabber.mcu.calibration.values[0] = 1.5F;
+    ASSERT_EQ(openLive(), SUCCESS);
+    ASSERT_EQ(inside.imuCalibration(), factory->grabber.mcu.calibration);
+
+    ASSERT_EQ(openStream(), SUCCESS);
+    EXPECT_EQ(inside.imuCalibration(), ImuCalibration{}) << "nothing was announced";
+
+    factory->streamInput.imuCalibration.values[7] = -3.0F;
+    ASSERT_EQ(openStream(), SUCCESS);
+    EXPECT_EQ(inside.imuCalibration(), factory->streamInput.imuCalibration);
+    ASSERT_EQ(camera->enableStreaming({}), SUCCESS);
+    EXPECT_EQ(factory->streamOutput.imuCalibration, factory->streamInput.imuCalibration) << "and is sent on";
+    EXPECT_LT(calls.at("setImuCalibration"), calls.at("setGrabber")) << "before anything is announced";
 }
 
 TEST_F(OpenStream, OpenForgetsTheSensorsOfThePreviousInput) {

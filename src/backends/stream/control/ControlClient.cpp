@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "backends/stream/control/reject_reason.hpp"
+#include "backends/stream/transport/guarded.hpp"
 #include "backends/stream/transport/stream_keys.hpp"
 
 namespace oru::stream {
@@ -25,7 +26,7 @@ bool connecting(SRTSOCKET socket) {
 
 }  // namespace
 
-void ControlClient::start(const sockaddr_in& address, std::string controlKey) {
+void ControlClient::start(const SocketAddress& address, std::string controlKey) {
     const MutexLock lock(mutex);
     sender = address;
     key = std::move(controlKey);
@@ -61,13 +62,25 @@ void ControlClient::connect() {
     const bool ready = socket.valid() && setControlOptions(socket.get()) && socket.set(SRTO_CONNTIMEO, kConnectMs) &&
                        srt_setsockflag(socket.get(), SRTO_STREAMID, kStreamId, sizeof(kStreamId) - 1) == 0 &&
                        srt_setsockflag(socket.get(), SRTO_PASSPHRASE, key.data(), static_cast<int>(key.size())) == 0;
-    if (!ready || srt_connect(socket.get(), reinterpret_cast<const sockaddr*>(&sender), sizeof(sender)) == SRT_ERROR) {
+    if (!ready || srt_connect(socket.get(), sender.get(), sender.size()) == SRT_ERROR) {
         socket.reset();
     }
 }
 
 std::optional<ControlMessage> ControlClient::ask(ControlMessage request) {
     const MutexLock lock(mutex);
+    std::optional<ControlMessage> reply;
+    if (!guarded("a control", [&]() ORU_REQUIRES(mutex) { reply = askSender(request); })) {
+        // Nothing is known of what was under way; the next request begins with a new connection.
+        seal.reset();
+        socket.reset();
+        (void)refuse("no memory");
+        return std::nullopt;
+    }
+    return reply;
+}
+
+std::optional<ControlMessage> ControlClient::askSender(ControlMessage request) {
     const uint64_t now = clock.monotonicNanoseconds();
     if (key.empty()) {
         (void)refuse(std::string("there is no control right here: ") + EffectiveKeys::kControlVariable + " is not set");

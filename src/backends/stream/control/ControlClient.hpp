@@ -1,12 +1,11 @@
 #pragma once
 
-#include <netinet/in.h>
-
 #include <cstdint>
 #include <optional>
 #include <string>
 
 #include "backends/stream/control/control_messages.hpp"
+#include "backends/stream/transport/socket_address.hpp"
 #include "backends/stream/transport/srt_socket.hpp"
 #include "utils/Clock.hpp"
 #include "utils/Mutex.hpp"
@@ -23,7 +22,7 @@ public:
     explicit ControlClient(Clock& systemClock) : clock(systemClock) {}
 
     /// Begins to connect to this sender. Without a key there is no control right, and no connection.
-    void start(const sockaddr_in& address, std::string controlKey);
+    void start(const SocketAddress& address, std::string controlKey);
     void stop();
     /// The sender's reply, whatever its status. Nothing: there was none; refusal() says why. A write without a reply
     /// may have been carried out, or may not.
@@ -32,6 +31,7 @@ public:
     [[nodiscard]] std::string refusal() const;
 
 private:
+    [[nodiscard]] std::optional<ControlMessage> askSender(ControlMessage request) ORU_REQUIRES(mutex);
     void connect() ORU_REQUIRES(mutex);
     [[nodiscard]] bool await(uint64_t deadline) ORU_REQUIRES(mutex);
     [[nodiscard]] bool greeted(uint64_t deadline) ORU_REQUIRES(mutex);
@@ -46,7 +46,7 @@ private:
     SrtLibrary library;
     Clock& clock;
     mutable Mutex mutex;
-    sockaddr_in sender ORU_GUARDED_BY(mutex){};
+    SocketAddress sender ORU_GUARDED_BY(mutex);
     std::string key ORU_GUARDED_BY(mutex);
     SrtSocket socket ORU_GUARDED_BY(mutex);
     std::optional<ControlSeal> seal ORU_GUARDED_BY(mutex);

@@ -16,7 +16,8 @@ bool earlier(const IMUPacket& packet, uint64_t time) {
 void ImuStore::add(const std::vector<IMUPacket>& packets) {
     const MutexLock lock(mutex);
     for (const IMUPacket& packet : packets) {
-        if (any && packet.imu_timestamp + kBackwardNs < latest.imu_timestamp) {
+        if (any && packet.imu_timestamp < latest.imu_timestamp &&
+            latest.imu_timestamp - packet.imu_timestamp > kBackwardNs) {
             droppedPackets += stored.size();
             stored.clear();
         }

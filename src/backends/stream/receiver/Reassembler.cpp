@@ -77,6 +77,13 @@ bool Reassembler::follow(const FrameRecord& record) {
     return true;
 }
 
+void Reassembler::bookRest(const FrameRecord& record) {
+    if (imageSeen && record.frame_id > lastId && record.frame_id - lastId <= kMaxGap) {
+        ledger.lost(&FrameCounters::network, record.frame_id - lastId);
+        lastId = record.frame_id;
+    }
+}
+
 bool Reassembler::imageIntact(const FrameRecord& record) const {
     const std::size_t size = video.payload.size();
     if (!videoPresent || video.damaged || !video.has_pts || video.pts != dataPts || record.image_bytes == 0 ||
@@ -95,7 +102,11 @@ void Reassembler::waitForKeyFrame(FrameLedger::Cause cause) {
 void Reassembler::onFrameRecord(const FrameRecord& record, const std::vector<IMUPacket>& packets) {
     enterSession(record.session);
     samples.add(packets);
-    if (!record.has_image || !follow(record)) {
+    if (record.goodbye) {
+        bookRest(record);
+    }
+    ended.store(record.goodbye, std::memory_order_release);
+    if (!record.has_image || record.goodbye || !follow(record)) {
         return;
     }
     const bool intact = imageIntact(record);

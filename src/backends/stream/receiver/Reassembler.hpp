@@ -14,7 +14,7 @@ namespace oru::stream {
 
 /// Turns transport packets into coded images that can be decoded without damage: pairs each image with its record,
 /// checks its length and checksum, and after anything that is missing lets nothing through before a key frame.
-/// Threads: one feeds it; keyFrameWanted may be set from another.
+/// Threads: one feeds it; keyFrameWanted may be set from another, goodbye asked from any.
 class Reassembler final : private TsSink, private RecordSink {
 public:
     using DescriptionHandler = std::function<void(DescriptionRecord&&)>;
@@ -26,6 +26,8 @@ public:
     /// A new connection: what was half received is void.
     void restart();
     [[nodiscard]] uint64_t malformedPackets() const { return malformed; }
+    /// The sender has ended the stream, and no other has begun since. Threads: any.
+    [[nodiscard]] bool goodbye() const { return ended.load(std::memory_order_acquire); }
 
 private:
     void onVideo(PesPacket& packet) override;
@@ -36,6 +38,8 @@ private:
     void enterSession(uint64_t session);
     /// Books what is missing before this frame. False: it has been here before.
     [[nodiscard]] bool follow(const FrameRecord& record);
+    /// Books the frames that the sender took after the last one that came.
+    void bookRest(const FrameRecord& record);
     [[nodiscard]] bool imageIntact(const FrameRecord& record) const;
     void waitForKeyFrame(FrameLedger::Cause cause);
     void queueImage(const FrameRecord& record);
@@ -57,6 +61,7 @@ private:
     uint64_t lastId = 0;
     uint64_t lastSkipped = 0;
     bool waiting = true;  ///< for a key frame
+    std::atomic<bool> ended{false};
     uint64_t malformed = 0;
 };
 

@@ -4,6 +4,8 @@
 #include <ctime>
 #include <utility>
 
+#include "backends/stream/transport/guarded.hpp"
+
 namespace oru::stream {
 namespace {
 
@@ -27,12 +29,13 @@ StreamLink::~StreamLink() {
     stop();
 }
 
-void StreamLink::start(const sockaddr_in& address, std::string viewingKey) {
+void StreamLink::start(const SocketAddress& address, std::string viewingKey) {
     stop();
     sender = address;
     key = std::move(viewingKey);
     again = false;
     lastRejection.store(0, std::memory_order_release);
+    connectionCount.store(0, std::memory_order_relaxed);
     heardNs.store(clock.monotonicNanoseconds(), std::memory_order_release);
     thread = std::jthread([this](std::stop_token token) { run(std::move(token)); });
 }
@@ -42,25 +45,36 @@ void StreamLink::stop() {
 }
 
 bool StreamLink::silent() const {
-    return clock.monotonicNanoseconds() - heardNs.load(std::memory_order_acquire) > kSilentNs;
+    // In this order: what the link's thread hears in between may be later than `now`.
+    const uint64_t heard = heardNs.load(std::memory_order_acquire);
+    const uint64_t now = clock.monotonicNanoseconds();
+    return now > heard && now - heard > kSilentNs;
 }
 
 void StreamLink::run(std::stop_token token) {
     stopToken = std::move(token);
     uint64_t wait = kFirstPauseNs;
     while (!stopping()) {
-        SrtSocket socket;
-        if (connect(socket)) {
-            connectionCount.fetch_add(1, std::memory_order_relaxed);
-            again = true;
-            const uint64_t before = heardNs.load(std::memory_order_acquire);
-            receive(socket);
-            wait = before == heardNs.load(std::memory_order_acquire) ? wait : kFirstPauseNs;
-        }
-        socket.reset();
+        bool heard = false;
+        (void)guarded("receiving", [&] { heard = connectAndReceive(); });
+        standing.store(false, std::memory_order_release);
+        wait = heard ? kFirstPauseNs : wait;
         pause(wait);
         wait = std::min(2 * wait, kLongestPauseNs);
     }
+}
+
+bool StreamLink::connectAndReceive() {
+    SrtSocket socket;
+    if (!connect(socket)) {
+        return false;
+    }
+    connectionCount.fetch_add(1, std::memory_order_relaxed);
+    again = true;
+    const uint64_t before = heardNs.load(std::memory_order_acquire);
+    standing.store(true, std::memory_order_release);
+    receive(socket);
+    return before != heardNs.load(std::memory_order_acquire);
 }
 
 void StreamLink::pause(uint64_t nanoseconds) {
@@ -91,7 +105,7 @@ bool StreamLink::connect(SrtSocket& socket) {
     }
     SrtPoll poll;
     poll.watch(socket.get(), SRT_EPOLL_OUT | SRT_EPOLL_ERR);
-    if (srt_connect(socket.get(), reinterpret_cast<const sockaddr*>(&sender), sizeof(sender)) == SRT_ERROR) {
+    if (srt_connect(socket.get(), sender.get(), sender.size()) == SRT_ERROR) {
         return false;
     }
     const uint64_t deadline = clock.monotonicNanoseconds() + kConnectMs * kMillisecond;

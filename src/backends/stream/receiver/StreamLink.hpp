@@ -1,7 +1,5 @@
 #pragma once
 
-#include <netinet/in.h>
-
 #include <atomic>
 #include <cstdint>
 #include <functional>
@@ -9,14 +7,15 @@
 #include <string>
 #include <thread>
 
+#include "backends/stream/transport/socket_address.hpp"
 #include "backends/stream/transport/srt_socket.hpp"
 #include "utils/Clock.hpp"
 
 namespace oru::stream {
 
 /// The connection to one sender, kept up by a thread of its own: connects, hands every message on, and connects again
-/// when nothing has come for a second. Threads: start and stop from one thread, the queries from any; the handlers run
-/// on the link's thread.
+/// when nothing has come for a second, or when a handler threw. Threads: start and stop from one thread, the queries
+/// from any; the handlers run on the link's thread.
 class StreamLink {
 public:
     struct Handlers {
@@ -32,7 +31,7 @@ public:
     StreamLink& operator=(const StreamLink&) = delete;
 
     /// An empty key is none.
-    void start(const sockaddr_in& address, std::string viewingKey);
+    void start(const SocketAddress& address, std::string viewingKey);
     void stop();
     /// Asks for a key frame as soon as the link stands, not more often than the sender would listen.
     [[nodiscard]] std::atomic<bool>& keyFrameWanted() { return keyFrameRequested; }
@@ -40,10 +39,14 @@ public:
     [[nodiscard]] bool silent() const;
     /// The transport library's reason why the last attempt to connect was rejected; 0 when it was not.
     [[nodiscard]] int rejection() const { return lastRejection.load(std::memory_order_acquire); }
+    /// Since start().
     [[nodiscard]] uint64_t connections() const { return connectionCount.load(std::memory_order_relaxed); }
+    [[nodiscard]] bool connected() const { return standing.load(std::memory_order_acquire); }
 
 private:
     void run(std::stop_token token);
+    /// One connection from beginning to end. False: there was none, or nothing came on it.
+    [[nodiscard]] bool connectAndReceive();
     [[nodiscard]] bool connect(SrtSocket& socket);
     [[nodiscard]] bool settled(SRTSOCKET socket) const;
     void receive(SrtSocket& socket);
@@ -55,12 +58,13 @@ private:
     SrtLibrary library;
     Clock& clock;
     Handlers handlers;
-    sockaddr_in sender{};
+    SocketAddress sender;
     std::string key;
     std::atomic<bool> keyFrameRequested{false};
     std::atomic<int> lastRejection{0};
     std::atomic<uint64_t> heardNs{0};
     std::atomic<uint64_t> connectionCount{0};
+    std::atomic<bool> standing{false};
     std::stop_token stopToken;  // of the thread, as the next two
     uint64_t requestedNs = 0;
     bool again = false;  ///< this sender has been connected since start()

@@ -6,7 +6,8 @@
 #include <utility>
 
 #include "backends/stream/control/reject_reason.hpp"
-#include "backends/stream/transport/resolver.hpp"
+#include "backends/stream/transport/Resolver.hpp"
+#include "backends/stream/transport/guarded.hpp"
 #include "coding/image_format.hpp"
 #include "logging/log.hpp"
 #include "logging/messages.hpp"
@@ -75,9 +76,18 @@ void StreamReceiver::stop() {
 int StreamReceiver::open(String ip, unsigned short port, int /*unused*/) {
     const MutexLock starting(lifecycle);
     stop();
+    int status = STREAM_NO_RESOURCES;
+    (void)guarded("connecting to a stream", [&]() ORU_REQUIRES(lifecycle) { status = connect(ip.get(), port); });
+    if (status != STREAM_CONNECTED) {
+        stop();
+    }
+    return status;
+}
+
+int StreamReceiver::connect(const std::string& host, uint16_t port) {
     const uint64_t deadline = clock.monotonicNanoseconds() + kOpenNs;
-    if (ip.empty() || port == 0) {
-        ORU_LOG(Error, "{} \"{}\" port {} is no address of a stream", kTagStreaming, ip.get(), port);
+    if (host.empty() || port == 0) {
+        ORU_LOG(Error, "{} \"{}\" port {} is no address of a stream", kTagStreaming, host, port);
         return STREAM_BAD_ADDRESS;
     }
     if (!isTransportAlive()) {
@@ -88,28 +98,32 @@ int StreamReceiver::open(String ip, unsigned short port, int /*unused*/) {
         return STREAM_UNUSABLE_KEY;
     }
     keys = *found;
-    const auto address = resolve(ip.get(), port, kResolveMs);
+    const auto address = Resolver::system().resolve(host, port, kResolveMs);
     if (!address) {
-        ORU_LOG(Error, "{} the host {} is not known", kTagStreaming, ip.get());
+        ORU_LOG(Error, "{} the host {} is not known", kTagStreaming, host);
         return STREAM_UNKNOWN_HOST;
     }
     {
         const MutexLock lock(mutex);
         haveDescription = false;
     }
-    const uint64_t before = link.connections();
     link.start(*address, keys.viewing);
     if (!awaitDescription(deadline)) {
         const std::string refusal = keyRefusal();
-        link.stop();
-        return complainUnanswered(std::string(ip.get()) + ":" + std::to_string(port), refusal,
-                                  link.connections() > before);
+        return complainUnanswered(host + ":" + std::to_string(port), refusal, link.connections() > 0);
     }
     control.start(*address, keys.control);
     decoding = std::jthread([this](const std::stop_token& stop) { decodeLoop(stop); });
     keyWarned = false;
+    told = Told::NOTHING;
     opened = true;
     return STREAM_CONNECTED;
+}
+
+std::vector<IMUPacket> StreamReceiver::takeImuPacketsBefore(Timestamp time) {
+    std::vector<IMUPacket> taken;  // where there is no memory for them they stay for the next frame
+    (void)guarded("taking samples", [&] { taken = samples.takeBefore(time); });
+    return taken;
 }
 
 std::string StreamReceiver::keyRefusal() const {
@@ -187,15 +201,47 @@ void StreamReceiver::complainOfKey() {
     }
 }
 
+bool StreamReceiver::hasEnded() const {
+    // In the order in which an image passes, so that none is overlooked on its way.
+    return reassembler.goodbye() && queue.isDrained() && images.empty();
+}
+
+void StreamReceiver::tellOfSender(bool ended, bool silent) {
+    const Told seen = ended ? Told::END : (silent ? Told::SILENCE : Told::NOTHING);
+    if (seen == Told::SILENCE) {
+        complainOfKey();
+    }
+    if (std::exchange(told, seen) == seen) {
+        return;
+    }
+    if (seen == Told::END) {
+        ORU_LOG(Info, "{} the sender ended the stream", kTagStreaming);
+    } else if (seen == Told::SILENCE) {
+        ORU_LOG(Warning, "{} nothing comes from the sender; trying to reach it again", kTagStreaming);
+    } else {
+        ORU_LOG(Info, "{} the sender is back", kTagStreaming);
+    }
+}
+
+StreamInputStatus StreamReceiver::status() const {
+    StreamInputStatus status;
+    status.connected = link.connected() && !link.silent();
+    status.goodbye = hasEnded();
+    const uint64_t newest = images.newestNs();
+    const uint64_t now = clock.monotonicNanoseconds();
+    status.last_frame_age_ms = newest == 0 || now < newest ? 0.0 : static_cast<double>(now - newest) / 1e6;
+    status.reconnections = std::max<uint64_t>(1, link.connections()) - 1;
+    status.samples_dropped = samples.dropped();
+    return status;
+}
+
 bool StreamReceiver::readStreamData(unsigned char* image, unsigned char* /*second*/) {
     if (!opened || image == nullptr) {
         return false;
     }
-    const bool silent = link.silent();
-    if (silent) {
-        complainOfKey();
-    }
-    const std::optional<FrameInfo> info = images.read(image, silent ? 0 : kReadNs);
+    const bool ended = hasEnded();
+    (void)guarded("telling of the sender", [&] { tellOfSender(ended, link.silent()); });
+    const std::optional<FrameInfo> info = images.read(image, ended ? 0 : kReadNs);
     if (info) {
         frame = *info;
     }
@@ -206,8 +252,12 @@ void StreamReceiver::decodeLoop(const std::stop_token& stop) {
     CodedImage image;
     needsKey = true;
     while (!stop.stop_requested()) {
-        if (queue.pop(image, kDecodeWaitMs)) {
-            decodeImage(image);
+        if (!queue.pop(image, kDecodeWaitMs)) {
+            continue;
+        }
+        if (!guarded("decoding a frame", [&] { decodeImage(image); })) {
+            decoder.close();
+            lose(&FrameCounters::decode_failed);
         }
     }
 }
@@ -260,6 +310,11 @@ int StreamReceiver::announcedFps() {
 StreamImuPose StreamReceiver::announcedImuPose() {
     const MutexLock lock(mutex);
     return senderDescription.pose_known ? senderDescription.pose : StreamImuPose{};
+}
+
+ImuCalibration StreamReceiver::announcedImuCalibration() {
+    const MutexLock lock(mutex);
+    return senderDescription.imu_calibration.value_or(ImuCalibration{});
 }
 
 int StreamReceiver::versionByte() {

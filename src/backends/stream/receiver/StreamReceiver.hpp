@@ -44,10 +44,12 @@ public:
     StreamImuPose announcedImuPose() override;
     int versionByte() override;
     bool canSupplyCurrentImu() override;
+    ImuCalibration announcedImuCalibration() override;
     bool getCurrentIMU(IMUPacket& packet) override { return samples.newest(packet); }
-    std::vector<IMUPacket> takeImuPacketsBefore(Timestamp time) override { return samples.takeBefore(time); }
+    std::vector<IMUPacket> takeImuPacketsBefore(Timestamp time) override;
     rlxrw::RLXVideo& recorder() override { return *ownRecorder; }
     [[nodiscard]] FrameCounters counters() const override { return ledger.counters(); }
+    [[nodiscard]] StreamInputStatus status() const override;
     bool valueRange(VIDEO_SETTINGS setting, int& min, int& max) override;
     int getGrabberSettingsValue(VIDEO_SETTINGS setting) override;
     int setGrabberSettingsValue(VIDEO_SETTINGS setting, int value, bool automatic) override;
@@ -56,8 +58,15 @@ public:
     std::string controlRefusal() override { return control.refusal(); }
 
 private:
+    enum class Told : uint8_t { NOTHING, SILENCE, END };
+
     void close() ORU_EXCLUDES(lifecycle);
     void stop() ORU_REQUIRES(lifecycle);
+    [[nodiscard]] int connect(const std::string& host, uint16_t port) ORU_REQUIRES(lifecycle);
+    /// The sender said goodbye, and nothing of its stream is on the way any more.
+    [[nodiscard]] bool hasEnded() const;
+    /// Says once what became of the sender, where that changes.
+    void tellOfSender(bool ended, bool silent);
     void complainOfKey();
     [[nodiscard]] bool awaitDescription(uint64_t deadline);
     [[nodiscard]] std::string keyRefusal() const;
@@ -96,6 +105,7 @@ private:
     uint32_t height = 0;
     std::atomic<bool> opened{false};
     bool keyWarned = false;
+    Told told = Told::NOTHING;
 
     StreamKeys givenKeys;
     EffectiveKeys keys;

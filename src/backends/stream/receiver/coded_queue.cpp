@@ -20,6 +20,7 @@ bool CodedQueue::push(CodedImage& image) {
 
 bool CodedQueue::pop(CodedImage& image, int milliseconds) {
     const MutexLock lock(mutex);
+    inUse = false;
     const auto ready = [this]() ORU_REQUIRES(mutex) { return count > 0; };
     if (!pushed.wait_for(mutex, std::chrono::milliseconds(milliseconds), ready)) {
         return false;
@@ -27,12 +28,18 @@ bool CodedQueue::pop(CodedImage& image, int milliseconds) {
     std::swap(images[first], image);
     first = (first + 1) % kCapacity;
     --count;
+    inUse = true;
     return true;
 }
 
 std::size_t CodedQueue::size() const {
     const MutexLock lock(mutex);
     return count;
+}
+
+bool CodedQueue::isDrained() const {
+    const MutexLock lock(mutex);
+    return count == 0 && !inUse;
 }
 
 }  // namespace oru::stream

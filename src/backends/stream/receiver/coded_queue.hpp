@@ -20,7 +20,7 @@ struct CodedImage {
 };
 
 /// Coded images between the receiving and the decoding thread, in order. Buffers are swapped, never copied.
-/// Threads: one writer, one reader.
+/// Threads: one writer, one reader; size and isDrained from any.
 class CodedQueue {
 public:
     static constexpr std::size_t kCapacity = 32;
@@ -30,6 +30,8 @@ public:
     /// Waits for an image. False: there is none after this time.
     [[nodiscard]] bool pop(CodedImage& image, int milliseconds);
     [[nodiscard]] std::size_t size() const;
+    /// None waits, and the reader is done with the one that it took last: it has asked for another since.
+    [[nodiscard]] bool isDrained() const;
 
 private:
     mutable Mutex mutex;
@@ -37,6 +39,7 @@ private:
     std::array<CodedImage, kCapacity> images ORU_GUARDED_BY(mutex);
     std::size_t first ORU_GUARDED_BY(mutex) = 0;
     std::size_t count ORU_GUARDED_BY(mutex) = 0;
+    bool inUse ORU_GUARDED_BY(mutex) = false;  ///< the image that was taken last
 };
 
 }  // namespace oru::stream

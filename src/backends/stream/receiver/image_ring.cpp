@@ -15,6 +15,7 @@ void ImageRing::resize(std::size_t bytes) {
     writing = kNone;
     reading = kNone;
     readNs = 0;
+    publishedNs = clock.monotonicNanoseconds();
 }
 
 void ImageRing::setPatience(uint64_t nanoseconds) {
@@ -64,11 +65,22 @@ void ImageRing::publish(const FrameInfo& info) {
     {
         const MutexLock lock(mutex);
         slots[writing].info = info;
-        slots[writing].published_ns = clock.monotonicNanoseconds();
+        publishedNs = clock.monotonicNanoseconds();
+        slots[writing].published_ns = publishedNs;
         waiting[count++] = writing;
         writing = kNone;
     }
     published.notify_one();
+}
+
+bool ImageRing::empty() const {
+    const MutexLock lock(mutex);
+    return count == 0;
+}
+
+uint64_t ImageRing::newestNs() const {
+    const MutexLock lock(mutex);
+    return publishedNs;
 }
 
 std::optional<FrameInfo> ImageRing::read(unsigned char* image, uint64_t waitNs) {

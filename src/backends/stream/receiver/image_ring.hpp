@@ -47,6 +47,10 @@ public:
     void publish(const FrameInfo& info);
     /// Waits for an image and copies it to `image`.
     [[nodiscard]] std::optional<FrameInfo> read(unsigned char* image, uint64_t waitNs);
+    /// No image waits to be read. Threads: any.
+    [[nodiscard]] bool empty() const;
+    /// When the last image was complete, or resize() was called since; 0 before both. Threads: any.
+    [[nodiscard]] uint64_t newestNs() const;
 
 private:
     static constexpr std::size_t kNone = kSlots;
@@ -72,6 +76,7 @@ private:
     std::size_t writing ORU_GUARDED_BY(mutex) = kNone;
     std::size_t reading ORU_GUARDED_BY(mutex) = kNone;
     uint64_t readNs ORU_GUARDED_BY(mutex) = 0;  ///< when the reader last had an image
+    uint64_t publishedNs ORU_GUARDED_BY(mutex) = 0;
     uint64_t patienceNs ORU_GUARDED_BY(mutex) = 0;
 };
 

@@ -68,6 +68,13 @@ void CameraDescriber::setGrabber(LiveCameraGrabber* grabber) {
     refreshedNs = 0;
 }
 
+void CameraDescriber::setImuCalibration(const ImuCalibration& calibration) {
+    const MutexLock lock(mutex);
+    if (withImu) {
+        record.imu_calibration = calibration;
+    }
+}
+
 void CameraDescriber::noticeMetadata(const rlxrw::rlxSampleMetadata& metadata) {
     const bool present = rlxrw::hasSample(metadata);
     const MutexLock lock(mutex);

@@ -17,6 +17,7 @@ public:
     CameraDescriber(const UDPOutConfig& configuration, uint64_t session, std::string calibration);
 
     void setGrabber(LiveCameraGrabber* grabber);
+    void setImuCalibration(const ImuCalibration& calibration);
     /// A frame came by: without a live camera its metadata tell of inertial data and pose.
     void noticeMetadata(const rlxrw::rlxSampleMetadata& metadata);
     void noticeSample();

@@ -85,6 +85,20 @@ void FrameTransmitter::sendSamples(int64_t pts, uint64_t lastId, bool describe) 
     send(describe ? StreamBlock::Kind::DESCRIPTION : StreamBlock::Kind::SAMPLES, record, lastId);
 }
 
+void FrameTransmitter::sayGoodbye(int64_t pts, uint64_t lastId, uint64_t skipped) {
+    queue.drainTo(samples);
+    while (!samples.empty()) {
+        sendSamples(pts, lastId, false);
+    }
+    FrameRecord record;
+    record.goodbye = true;
+    record.session = session;
+    record.frame_id = lastId;
+    record.skipped_frames = skipped;
+    writer.begin(static_cast<uint64_t>(pts), false);
+    send(StreamBlock::Kind::GOODBYE, record, lastId);
+}
+
 void FrameTransmitter::send(StreamBlock::Kind kind, const FrameRecord& record, uint64_t frameBefore) {
     // The record comes last: its arrival tells the receiver that the image is complete.
     const std::size_t written = writeRecordPacket(record);

@@ -30,6 +30,8 @@ public:
     [[nodiscard]] bool sendFrame(const OutgoingFrame& frame, int64_t pts, bool keyFrame, uint64_t skipped);
     /// Sends samples without a frame, so that receivers know that the sender lives, and a description if asked to.
     void sendSamples(int64_t pts, uint64_t lastId, bool describe);
+    /// Sends the samples that wait, and then that the stream has ended.
+    void sayGoodbye(int64_t pts, uint64_t lastId, uint64_t skipped);
     /// Nobody listens: what waits is only for a receiver that comes back.
     void setSamplesAside();
     /// From now on, also for an encoder that starts anew. False: it could not be changed.

@@ -10,8 +10,8 @@ namespace oru::stream {
 
 /// A piece of the stream that every subscriber gets: whole transport packets. Its memory is the caller's.
 struct StreamBlock {
-    /// A key frame travels with a description; samples travel alone while there is no frame.
-    enum class Kind : uint8_t { KEY_FRAME, FRAME, DESCRIPTION, SAMPLES };
+    /// A key frame travels with a description; samples travel alone while there is no frame; a goodbye is the last.
+    enum class Kind : uint8_t { KEY_FRAME, FRAME, DESCRIPTION, SAMPLES, GOODBYE };
 
     Kind kind = Kind::SAMPLES;
     std::span<const uint8_t> bytes;

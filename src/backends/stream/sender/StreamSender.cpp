@@ -21,6 +21,7 @@ constexpr int kRoomMs = 100;
 constexpr uint32_t kMaxBitrate = 1'000'000;  // kbit/s
 constexpr int32_t kMaxFps = 1000;
 constexpr int32_t kMaxGop = 10'000;
+constexpr uint64_t kFarewellNs = 300 * kMillisecond;
 
 uint64_t drawSession() {
     std::random_device device;
@@ -143,6 +144,12 @@ void StreamSender::setGrabber(LiveCameraGrabber* grabber) {
     }
 }
 
+void StreamSender::setImuCalibration(const ImuCalibration& calibrationOfSensor) {
+    if (describer) {
+        describer->setImuCalibration(calibrationOfSensor);
+    }
+}
+
 bool StreamSender::admit(Timestamp time) {
     const MutexLock lock(pacingMutex);
     if (!decimator.take(time)) {
@@ -257,6 +264,25 @@ void StreamSender::encodeLoop(const std::stop_token& stop) {
         }
         frameQueue.release();
     }
+    (void)guarded("ending a stream", [this] { finishStream(); });
+}
+
+void StreamSender::finishStream() {
+    const uint64_t end = clock.monotonicNanoseconds() + kFarewellNs;
+    while (clock.monotonicNanoseconds() < end) {
+        const OutgoingFrame* frame = frameQueue.take(0);
+        if (frame == nullptr) {
+            break;
+        }
+        (void)guarded("sending a frame", [&] { handleFrame(*frame); });
+        frameQueue.release();
+    }
+    if (subscribers->empty()) {
+        return;
+    }
+    lastTicks = std::max(lastTicks + 1, ticks());
+    transmitter->sayGoodbye(lastTicks, nextId.load(std::memory_order_relaxed), skipped.load(std::memory_order_relaxed));
+    subscribers->awaitDelivery(kFarewellNs);
 }
 
 void StreamSender::handleFrame(const OutgoingFrame& frame) {

@@ -43,6 +43,7 @@ public:
     [[nodiscard]] bool carriesImu() const override { return isRunning() && settings.version >= 2; }
     [[nodiscard]] FrameCounters counters() const override { return ledger.counters(); }
     [[nodiscard]] StreamingStatus status() const override;
+    void setImuCalibration(const ImuCalibration& calibration) override;
 
 private:
     void close() ORU_EXCLUDES(lifecycle);
@@ -53,6 +54,8 @@ private:
     void encodeLoop(const std::stop_token& stop);
     void handleFrame(const OutgoingFrame& frame);
     void handleSilence();
+    /// What still waits, and then that nothing more will come.
+    void finishStream();
     void adaptBitrate(uint64_t now);
     [[nodiscard]] int64_t ticks() const;
     [[nodiscard]] bool keyFrameDue(uint64_t now);

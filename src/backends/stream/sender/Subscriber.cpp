@@ -100,8 +100,12 @@ bool Subscriber::accepts(StreamBlock::Kind kind, uint64_t now) {
     if (failed) {
         return false;
     }
-    if (kind == StreamBlock::Kind::DESCRIPTION || kind == StreamBlock::Kind::SAMPLES) {
+    if (kind == StreamBlock::Kind::DESCRIPTION) {
         return total.backlog_ms < kMaxBacklogMs;
+    }
+    if (kind == StreamBlock::Kind::SAMPLES || kind == StreamBlock::Kind::GOODBYE) {
+        // Before a description, which comes with the tables, a receiver could not tell what these packets are.
+        return described && (kind == StreamBlock::Kind::GOODBYE || total.backlog_ms < kMaxBacklogMs);
     }
     SRT_TRACEBSTATS measured{};
     if (srt_bistats(socket(), &measured, 0, 1) != 0) {
@@ -172,6 +176,12 @@ bool Subscriber::sendMissed(const StreamBlock& block, RetransmitBuffer& samples)
     }
     sent = block.table_bytes;
     return true;
+}
+
+bool Subscriber::hasEverything() const {
+    int32_t waiting = 0;
+    int size = sizeof(waiting);
+    return failed || srt_getsockflag(socket(), SRTO_SNDDATA, &waiting, &size) != 0 || waiting == 0;
 }
 
 bool Subscriber::sendBatch(const StreamBlock& block, std::size_t batchBytes) {

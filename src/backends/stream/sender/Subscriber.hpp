@@ -43,6 +43,8 @@ public:
     [[nodiscard]] const SubscriberStatistics& statistics() const { return total; }
     [[nodiscard]] bool hasFailed() const { return failed; }
     void fail() { failed = true; }
+    /// It has acknowledged whatever was sent to it, or is lost.
+    [[nodiscard]] bool hasEverything() const;
     /// When it last showed that it is there.
     [[nodiscard]] uint64_t heardAt() const { return heardNs; }
     [[nodiscard]] bool needsKeyFrame() const { return needsKey; }

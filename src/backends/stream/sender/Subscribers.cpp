@@ -20,6 +20,7 @@ constexpr int kViewerLatencyMs = 120;
 constexpr int kRequestLatencyMs = 20;
 constexpr int kSendBufferBytes = 8 << 20;
 constexpr int kReceiveBufferBytes = 1 << 18;
+constexpr long kDeliveryLookNs = 5'000'000;
 
 }  // namespace
 
@@ -205,6 +206,23 @@ void Subscribers::send(const StreamBlock& block) {
             const bool unfinished = subscriber.sendBatch(block, batchBytes);
             more = more || unfinished;
         }
+    }
+}
+
+void Subscribers::awaitDelivery(uint64_t nanoseconds) {
+    const uint64_t begin = clock.monotonicNanoseconds();
+    for (;;) {
+        {
+            const MutexLock lock(mutex);
+            if (std::ranges::all_of(subscribers, &Subscriber::hasEverything)) {
+                return;
+            }
+        }
+        if (clock.monotonicNanoseconds() - begin >= nanoseconds) {
+            return;
+        }
+        const timespec pause{0, kDeliveryLookNs};
+        clock.nanosleep(pause, nullptr);
     }
 }
 

@@ -21,8 +21,8 @@
 namespace oru::stream {
 
 /// The receivers of one sender: listens, admits, hands the same bytes to each, and keeps the samples for those that
-/// miss some. Threads: send() and keepSamples() from one, the queries from any; one thread inside admits receivers and
-/// hears their requests.
+/// miss some. Threads: send(), awaitDelivery() and keepSamples() from one, the queries from any; one thread inside
+/// admits receivers and hears their requests.
 class Subscribers {
 public:
     struct State {
@@ -46,6 +46,8 @@ public:
     void close();
 
     void send(const StreamBlock& block);
+    /// Waits until every receiver has what was sent to it, at most this long.
+    void awaitDelivery(uint64_t nanoseconds);
     /// Samples that no block carries, because nobody listens: for a receiver that comes back.
     void keepSamples(std::span<const IMUPacket> packets);
     [[nodiscard]] bool empty() const { return count.load(std::memory_order_acquire) == 0; }

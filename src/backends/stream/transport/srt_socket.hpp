@@ -66,8 +66,10 @@ public:
     void forget(SRTSOCKET socket) { srt_epoll_remove_usock(id, socket); }
     /// Waits until something happens; what did, valid until the next call.
     std::span<const SRT_EPOLL_EVENT> wait(int milliseconds) {
-        const int count = srt_epoll_uwait(id, happened.data(), static_cast<int>(happened.size()), milliseconds);
-        return {happened.data(), static_cast<std::size_t>(std::max(0, count))};
+        const int room = static_cast<int>(happened.size());
+        // It answers how many sockets are ready, also when those are more than it had room to name.
+        const int count = srt_epoll_uwait(id, happened.data(), room, milliseconds);
+        return {happened.data(), static_cast<std::size_t>(std::clamp(count, 0, room))};
     }
 
 private:

@@ -1,6 +1,7 @@
 #include "backends/stream/wire/records.hpp"
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 
 extern "C" {
@@ -24,12 +25,14 @@ constexpr uint8_t kRecordVersion = 1;
 constexpr uint8_t kKeyFrame = 1;
 constexpr uint8_t kHasMetadata = 2;
 constexpr uint8_t kHasImage = 4;
+constexpr uint8_t kGoodbye = 8;
 constexpr uint8_t kHasImu = 1;
 constexpr uint8_t kFlipped = 2;
 constexpr uint8_t kPoseKnown = 4;
 constexpr uint8_t kRegionKnown = 8;
 constexpr uint8_t kValueKnown = 1;
 constexpr uint8_t kRangeKnown = 2;
+constexpr uint8_t kHasImuCalibration = 1;
 constexpr std::size_t kImuCountAt = 2;
 constexpr std::size_t kMaxSampleBytes = 4 + sizeof(IMUPacket);  // the field mask and every field
 constexpr std::size_t kLengthBytes = 3;
@@ -141,6 +144,41 @@ bool readSample(LittleEndianReader& reader, IMUPacket& sample) {
     return reader.ok();
 }
 
+bool isFinite(std::span<const float> values) {
+    return std::ranges::all_of(values, [](float value) { return std::isfinite(value); });
+}
+
+void writeImuCalibration(LittleEndianWriter& writer, const std::optional<ImuCalibration>& calibration) {
+    if (calibration) {
+        writer.put(kHasImuCalibration);
+        writer.put(calibration->values);
+    }
+}
+
+/// Senders that know nothing of it end their record before.
+bool readImuCalibration(LittleEndianReader& reader, std::optional<ImuCalibration>& calibration) {
+    uint8_t flags = 0;
+    if (reader.remaining() == 0 || !reader.get(flags) || (flags & kHasImuCalibration) == 0) {
+        return reader.ok();
+    }
+    reader.get(calibration.emplace().values);
+    if (!isFinite(calibration->values)) {
+        calibration.reset();
+    }
+    return reader.ok();
+}
+
+void dropImpossible(DescriptionRecord& record) {
+    const StreamImuPose& pose = record.pose;
+    if (!isFinite(std::array{pose.w, pose.x, pose.y, pose.z, pose.tx, pose.ty, pose.tz})) {
+        record.pose = {};
+        record.pose_known = false;
+    }
+    if (record.fps < 0 || record.fps > kMaxFps) {
+        record.fps = 0;
+    }
+}
+
 bool sizeAcceptable(const StreamDescription& camera) {
     const auto side = [](uint32_t value) { return value >= 2 && value <= kMaxImageSide && value % 2 == 0; };
     return side(camera.width) && side(camera.height);
@@ -155,7 +193,7 @@ std::size_t writeFrameRecord(std::vector<uint8_t>& target, const FrameRecord& re
     const std::size_t start = triplet.begin();
     writer.put(kRecordVersion);
     writer.put(static_cast<uint8_t>(flag(record.key_frame, kKeyFrame) | flag(record.has_metadata, kHasMetadata) |
-                                    flag(record.has_image, kHasImage)));
+                                    flag(record.has_image, kHasImage) | flag(record.goodbye, kGoodbye)));
     writer.put(uint16_t{0});
     writer.put(record.image_bytes);
     writer.put(record.image_crc);
@@ -208,6 +246,7 @@ void writeDescription(std::vector<uint8_t>& target, const DescriptionRecord& rec
     if (fits) {
         target.insert(target.end(), record.calibration.begin(), record.calibration.end());
     }
+    writeImuCalibration(writer, record.imu_calibration);
     triplet.close();
 }
 
@@ -249,6 +288,7 @@ bool RecordReader::readFrame(ByteView content, RecordSink& sink) {
     record.key_frame = (flags & kKeyFrame) != 0;
     record.has_metadata = (flags & kHasMetadata) != 0;
     record.has_image = (flags & kHasImage) != 0;
+    record.goodbye = (flags & kGoodbye) != 0;
     if (record.has_metadata) {
         std::ranges::copy(reader.bytes(sizeof(record.metadata.bytes)), record.metadata.bytes);
     }
@@ -308,6 +348,9 @@ bool RecordReader::readDescription(ByteView content, RecordSink& sink) {
     }
     const ByteView calibration = reader.bytes(length);
     record.calibration.assign(calibration.begin(), calibration.end());
+    if (!readImuCalibration(reader, record.imu_calibration)) {
+        return false;
+    }
     camera.serial_number = serial;
     camera.model = static_cast<MODEL>(model);
     camera.camera_fw = cameraFirmware;
@@ -317,6 +360,7 @@ bool RecordReader::readDescription(ByteView content, RecordSink& sink) {
     record.pose_known = (flags & kPoseKnown) != 0;
     record.region_known = (flags & kRegionKnown) != 0;
     record.region = {region[0], region[1], region[2], region[3]};
+    dropImpossible(record);
     sink.onDescription(std::move(record));
     return true;
 }

@@ -3,6 +3,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -21,12 +22,14 @@ constexpr std::size_t kMaxFrameRecordBytes = std::size_t{56} << 10;
 constexpr std::size_t kMaxControls = 64;
 constexpr std::size_t kMaxCalibrationBytes = std::size_t{32} << 10;
 constexpr uint32_t kMaxImageSide = 8192;
+constexpr int32_t kMaxFps = 1000;
 
 /// What travels with one image, or alone (without image) while none is sent.
 struct FrameRecord {
     bool key_frame = false;
     bool has_metadata = false;
     bool has_image = false;
+    bool goodbye = false;      ///< the sender ends the stream: nothing of its session comes after this record
     uint32_t image_bytes = 0;  ///< length of the coded image: the last bytes of its PES payload
     uint32_t image_crc = 0;    ///< CRC-32 (IEEE 802.3) of those bytes
     uint64_t session = 0;      ///< drawn anew at every start of a sender
@@ -58,6 +61,7 @@ struct DescriptionRecord {
     Rect region{};
     std::vector<ControlState> controls;
     std::string calibration;
+    std::optional<ImuCalibration> imu_calibration;
 };
 
 /// Appends one frame record to `target` with as many samples from the front of `packets` as fit; returns how many.
@@ -73,7 +77,8 @@ public:
     virtual void onDescription(DescriptionRecord&& record) = 0;
 };
 
-/// Reads the records of a data packet. Unknown keys are skipped; the first malformed record ends the packet.
+/// Reads the records of a data packet. Unknown keys are skipped; the first malformed record ends the packet. Numbers
+/// that no camera has, a rate above kMaxFps or a pose that is not finite, count as not announced.
 /// @retval false something in it was malformed
 /// Threads: one; its sample list is reused from call to call.
 class RecordReader {

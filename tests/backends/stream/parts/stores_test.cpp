@@ -4,6 +4,7 @@
 #include <thread>
 
 #include "backends/stream/receiver/ImuStore.hpp"
+#include "backends/stream/receiver/coded_queue.hpp"
 #include "backends/stream/receiver/image_ring.hpp"
 #include "backends/stream/sender/RetransmitBuffer.hpp"
 #include "backends/stream/sender/frame_rate.hpp"
@@ -64,6 +65,27 @@ TEST(ImuStore, WhenTimeGoesBackTheOldRestDoesNotComeLater) {
 
     EXPECT_TRUE(store.takeBefore(20 * kSecond) == samplesAt({2 * kSecond}));
     EXPECT_EQ(store.dropped(), 2U);
+}
+
+TEST(ImuStore, ATimeAtTheEndOfItsRangeDropsNothing) {
+    ImuStore store;
+    store.add(samplesAt({UINT64_MAX - 2, UINT64_MAX - 1}));
+
+    EXPECT_EQ(store.takeBefore(UINT64_MAX).size(), 2U);
+    EXPECT_EQ(store.dropped(), 0U);
+}
+
+TEST(CodedQueue, IsDrainedWhenTheReaderHasAskedForMore) {
+    CodedQueue queue;
+    CodedImage image;
+    EXPECT_TRUE(queue.isDrained());
+
+    ASSERT_TRUE(queue.push(image));
+    EXPECT_FALSE(queue.isDrained());
+    ASSERT_TRUE(queue.pop(image, 0));
+    EXPECT_FALSE(queue.isDrained()) << "the image is being decoded";
+    EXPECT_FALSE(queue.pop(image, 0));
+    EXPECT_TRUE(queue.isDrained());
 }
 
 std::vector<IMUPacket> allOf(const RetransmitBuffer& buffer, uint64_t first, uint64_t last) {

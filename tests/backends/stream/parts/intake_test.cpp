@@ -43,6 +43,19 @@ protected:
         const auto block = writer.block();
         return {block.begin(), block.end()};
     }
+    /// What a sender that took `lastId` frames says at its end.
+    std::vector<uint8_t> goodbye(uint64_t lastId) {
+        FrameRecord record;
+        record.goodbye = true;
+        record.session = session;
+        record.frame_id = lastId;
+        std::vector<uint8_t> bytes;
+        writeFrameRecord(bytes, record, samples.data(), samples.size());
+        writer.begin(pts += 3000, false);
+        writer.writeData(bytes);
+        const auto block = writer.block();
+        return {block.begin(), block.end()};
+    }
     void feed(const std::vector<uint8_t>& bytes) { reassembler.feed(bytes.data(), bytes.size()); }
     std::vector<uint64_t> taken() {
         std::vector<uint64_t> ids;
@@ -163,6 +176,28 @@ TEST_F(Intake, AFullQueueLosesFramesWithItsOwnCauseAndThenNeedsAKeyFrame) {
     EXPECT_EQ(ledger.counters().queue_full, 1U);
     EXPECT_EQ(ledger.counters().damaged, 2U);
     EXPECT_TRUE(keyFrameWanted);
+}
+
+TEST_F(Intake, AGoodbyeBringsTheLastSamplesAndCountsTheFramesThatDidNotCome) {
+    feed(packets(5, true));
+    EXPECT_FALSE(reassembler.goodbye());
+    samples = test::numberedSamples(2, test::numberedTime(2), 2);
+
+    feed(goodbye(8));
+
+    EXPECT_TRUE(reassembler.goodbye());
+    EXPECT_EQ(taken(), (Ids{5}));
+    EXPECT_EQ(ledger.counters().network, 3U);
+    EXPECT_TRUE(store.takeBefore(UINT64_MAX) == samples);
+    feed(goodbye(8));
+    EXPECT_EQ(ledger.counters().network, 3U) << "counted once";
+
+    reassembler.restart();
+    EXPECT_TRUE(reassembler.goodbye()) << "a new connection alone does not begin the stream again";
+    session = 2;
+    feed(packets(1, true));
+    EXPECT_FALSE(reassembler.goodbye());
+    EXPECT_EQ(taken(), (Ids{1}));
 }
 
 TEST_F(Intake, RubbishBetweenFramesChangesNothing) {

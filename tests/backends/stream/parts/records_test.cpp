@@ -139,7 +139,7 @@ TEST(Records, ADescriptionComesBackWhole) {
     EXPECT_EQ(got.camera.width, 1920U);
     EXPECT_TRUE(got.camera.has_imu);
     EXPECT_EQ(got.camera.flip_state, 1);
-    EXPECT_EQ(got.fps, -3);
+    EXPECT_EQ(got.fps, 0) << "a negative rate is none";
     EXPECT_EQ(got.pose.tz, -7.0F);
     EXPECT_EQ(got.region, sent.region);
     ASSERT_EQ(got.controls.size(), 2U);
@@ -147,6 +147,72 @@ TEST(Records, ADescriptionComesBackWhole) {
     EXPECT_FALSE(got.controls[1].value_known);
     EXPECT_EQ(got.controls[1].minimum, -5);
     EXPECT_EQ(got.calibration, sent.calibration);
+}
+
+TEST(Records, AGoodbyeIsARecordWithoutImageThatEarlierReadersTakeForOne) {
+    FrameRecord sent;
+    sent.goodbye = true;
+    sent.session = 7;
+    sent.frame_id = 12;
+    std::vector<uint8_t> bytes;
+    Kept kept;
+
+    writeFrameRecord(bytes, sent, nullptr, 0);
+    ASSERT_TRUE(RecordReader().read(bytes.data(), bytes.size(), kept));
+
+    ASSERT_EQ(kept.frames.size(), 1U);
+    EXPECT_TRUE(kept.frames[0].goodbye);
+    EXPECT_FALSE(kept.frames[0].has_image || kept.frames[0].key_frame || kept.frames[0].has_metadata);
+    EXPECT_EQ(bytes[21], 8U) << "the three flags of a record's beginning stay as they were";
+    kept = {};
+    writeFrameRecord(bytes, someFrame(), nullptr, 0);
+    ASSERT_TRUE(RecordReader().read(bytes.data(), bytes.size(), kept));
+    EXPECT_FALSE(kept.frames.back().goodbye);
+}
+
+TEST(Records, TheSensorsCalibrationFollowsADescriptionAndMayBeMissing) {
+    DescriptionRecord sent = someDescription();
+    std::vector<uint8_t> without;
+    std::vector<uint8_t> with;
+    ImuCalibration calibration;
+    calibration.values[3] = 0.125F;
+    calibration.values[35] = -2.0F;
+    Kept kept;
+
+    writeDescription(without, sent);
+    sent.imu_calibration = calibration;
+    writeDescription(with, sent);
+    ASSERT_TRUE(RecordReader().read(without.data(), without.size(), kept));
+    ASSERT_TRUE(RecordReader().read(with.data(), with.size(), kept));
+
+    EXPECT_FALSE(kept.descriptions.at(0).imu_calibration.has_value()) << "an earlier sender's";
+    EXPECT_EQ(kept.descriptions.at(1).imu_calibration, calibration);
+    EXPECT_TRUE(std::equal(without.begin() + 20, without.end(), with.begin() + 20))
+        << "an earlier reader finds each field where it was";
+}
+
+TEST(Records, NumbersThatNoCameraHasCountAsNotAnnounced) {
+    constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
+    constexpr float kInfinite = std::numeric_limits<float>::infinity();
+    for (const int fps : {-1, INT32_MIN, kMaxFps + 1, INT32_MAX}) {
+        for (const float bad : {kNan, kInfinite, -kInfinite}) {
+            DescriptionRecord sent = someDescription();
+            sent.fps = fps;
+            sent.pose.y = bad;
+            sent.imu_calibration.emplace().values[9] = bad;
+            std::vector<uint8_t> bytes;
+            Kept kept;
+
+            writeDescription(bytes, sent);
+            ASSERT_TRUE(RecordReader().read(bytes.data(), bytes.size(), kept));
+
+            const DescriptionRecord& got = kept.descriptions.at(0);
+            EXPECT_EQ(got.fps, 0) << fps;
+            EXPECT_FALSE(got.pose_known);
+            EXPECT_EQ(got.pose.y, 0.0F);
+            EXPECT_FALSE(got.imu_calibration.has_value());
+        }
+    }
 }
 
 TEST(Records, MoreSamplesThanFitAreLeftForTheNextRecord) {
@@ -185,9 +251,13 @@ TEST(Records, EveryTruncationIsRefusedAndNoDamageIsReadOutside) {
     std::vector<uint8_t> description;
     writeFrameRecord(frame, someFrame(), packets.data(), packets.size());
     writeDescription(description, someDescription());
+    DescriptionRecord longest = someDescription();
+    longest.imu_calibration.emplace();
+    std::vector<uint8_t> extended;
+    writeDescription(extended, longest);
 
     std::mt19937 random(5);
-    for (const std::vector<uint8_t>& whole : {frame, description}) {
+    for (const std::vector<uint8_t>& whole : {frame, description, extended}) {
         for (std::size_t size = 1; size < whole.size(); ++size) {
             Kept kept;
             const std::vector<uint8_t> cut(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size));
