@@ -1,4 +1,7 @@
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -148,6 +151,29 @@ TEST_F(Loopback, OpenFailsInBoundedTimeWhereNobodySends) {
         EXPECT_LT(clock->monotonicNanoseconds() - begin, 8'000'000'000U)
             << attempt.host << ": 3 s and what a busy machine adds";
     }
+}
+
+TEST_F(Loopback, IsReachedOverBothKindsOfAddressAtOnce) {
+    start();
+    const auto four = connect();
+    ASSERT_NE(four, nullptr);
+    EXPECT_TRUE(readNext(*four, image));
+    const int probe = ::socket(AF_INET6, SOCK_DGRAM, 0);
+    sockaddr_in6 local{};
+    local.sin6_family = AF_INET6;
+    local.sin6_addr = in6addr_loopback;
+    const bool available = probe >= 0 && ::bind(probe, reinterpret_cast<const sockaddr*>(&local), sizeof(local)) == 0;
+    ::close(probe);
+    if (!available) {
+        GTEST_SKIP() << "no IPv6 on this machine";
+    }
+
+    for (const char* host : {"::1", "[::1]"}) {
+        auto six = makeReceiver();
+        ASSERT_EQ(six->open(host, settings.port, 0), STREAM_CONNECTED) << host;
+        EXPECT_TRUE(readNext(*six, image)) << host;
+    }
+    EXPECT_TRUE(readNext(*four, image));
 }
 
 TEST_F(Loopback, APortThatIsTakenIsRefused) {

@@ -208,7 +208,7 @@ bool StreamReceiver::hasEnded() const {
 
 void StreamReceiver::tellOfSender(bool ended, bool silent) {
     const Told seen = ended ? Told::END : (silent ? Told::SILENCE : Told::NOTHING);
-    if (seen == Told::SILENCE) {
+    if (silent) {
         complainOfKey();
     }
     if (std::exchange(told, seen) == seen) {

@@ -33,29 +33,34 @@ Subscribers::~Subscribers() {
 
 int Subscribers::open(uint16_t port, std::size_t bytesAtOnce) {
     batchBytes = std::max<std::size_t>(1, bytesAtOnce / kMessageBytes) * kMessageBytes;
-    listener.reset(srt_create_socket());
-    const bool ready = listener.valid() && setCommonOptions(listener) &&
-                       listener.set(SRTO_PEERLATENCY, kViewerLatencyMs) &&
-                       listener.set(SRTO_RCVLATENCY, kRequestLatencyMs) &&
-                       listener.set(SRTO_SNDBUF, kSendBufferBytes) && listener.set(SRTO_RCVBUF, kReceiveBufferBytes);
-    if (!ready) {
-        ORU_LOG(Error, "{} cannot prepare the stream socket: {}", kTagStreaming, lastSrtError());
-        return SENDER_NO_SOCKET;
+    // Where the machine has IPv6, one socket serves both kinds of address.
+    int status = listen(SocketAddress::any(AF_INET6, port));
+    if (status != SENDER_RUNNING) {
+        status = listen(SocketAddress::any(AF_INET, port));
     }
-    accessControl.guard(listener.get());
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_ANY);
-    if (srt_bind(listener.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 ||
-        srt_listen(listener.get(), kPendingConnections) != 0) {
+    if (status != SENDER_RUNNING) {
         ORU_LOG(Error, "{} cannot listen on port {}: {}", kTagStreaming, port, lastSrtError());
         listener.reset();
-        return SENDER_PORT_TAKEN;
+        return status;
     }
     poll.watch(listener.get(), SRT_EPOLL_IN | SRT_EPOLL_ERR);
     thread = std::jthread([this](const std::stop_token& stop) { serve(stop); });
     return SENDER_RUNNING;
+}
+
+int Subscribers::listen(const SocketAddress& address) {
+    listener.reset(srt_create_socket());
+    const bool ready =
+        listener.valid() && setCommonOptions(listener) && listener.set(SRTO_PEERLATENCY, kViewerLatencyMs) &&
+        listener.set(SRTO_RCVLATENCY, kRequestLatencyMs) && listener.set(SRTO_SNDBUF, kSendBufferBytes) &&
+        listener.set(SRTO_RCVBUF, kReceiveBufferBytes) && listener.set(SRTO_IPV6ONLY, int32_t{0});
+    if (!ready) {
+        return SENDER_NO_SOCKET;
+    }
+    accessControl.guard(listener.get());
+    const bool listens = srt_bind(listener.get(), address.get(), address.size()) == 0 &&
+                         srt_listen(listener.get(), kPendingConnections) == 0;
+    return listens ? SENDER_RUNNING : SENDER_PORT_TAKEN;
 }
 
 void Subscribers::close() {
@@ -90,9 +95,9 @@ void Subscribers::serveOnce() {
 }
 
 void Subscribers::admit() {
-    sockaddr_in address{};
-    int length = sizeof(address);
-    SrtSocket socket(srt_accept(listener.get(), reinterpret_cast<sockaddr*>(&address), &length));
+    sockaddr_storage peer{};
+    int length = sizeof(peer);
+    SrtSocket socket(srt_accept(listener.get(), reinterpret_cast<sockaddr*>(&peer), &length));
     if (!socket.valid()) {
         return;
     }
@@ -100,11 +105,12 @@ void Subscribers::admit() {
     if (!purpose) {
         return;
     }
+    const std::string address = SocketAddress(reinterpret_cast<const sockaddr*>(&peer)).text();
     if (*purpose == AccessControl::Purpose::CONTROL) {
-        control(std::move(socket), addressText(address));
+        control(std::move(socket), address);
         return;
     }
-    admitReceiver(std::move(socket), addressText(address));
+    admitReceiver(std::move(socket), address);
 }
 
 void Subscribers::admitReceiver(SrtSocket&& socket, const std::string& address) {

@@ -60,6 +60,7 @@ public:
 private:
     void serve(const std::stop_token& stop);
     void serveOnce();
+    [[nodiscard]] int listen(const SocketAddress& address);
     void admit();
     void admitReceiver(SrtSocket&& socket, const std::string& address);
     /// Whether there is still room for a line on those who come and go: strangers may do that all day.

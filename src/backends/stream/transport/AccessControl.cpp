@@ -3,7 +3,6 @@
 #include <srt/access_control.h>
 
 #include <algorithm>
-#include <cstring>
 #include <string_view>
 #include <utility>
 
@@ -51,10 +50,10 @@ int AccessControl::onCall(void* self, SRTSOCKET socket, int handshakeVersion, co
     Caller caller;
     caller.socket = socket;
     caller.purpose = asksForControl(streamId == nullptr ? "" : streamId) ? Purpose::CONTROL : Purpose::VIEWING;
-    if (peer == nullptr || peer->sa_family != AF_INET) {
+    caller.address = SocketAddress(peer);
+    if (!caller.address.isKnown()) {
         return kRefused;
     }
-    std::memcpy(&caller.address, peer, sizeof(caller.address));
     // No exception may pass through the library.
     bool admitted = false;
     (void)guarded("a connection",
@@ -64,7 +63,7 @@ int AccessControl::onCall(void* self, SRTSOCKET socket, int handshakeVersion, co
 
 bool AccessControl::admit(Caller caller, int handshakeVersion) {
     const MutexLock lock(mutex);
-    if (callers.size() >= kMaxCallers || !limiter.admit(caller.address.sin_addr.s_addr, clock.monotonicNanoseconds())) {
+    if (callers.size() >= kMaxCallers || !limiter.admit(caller.address.origin(), clock.monotonicNanoseconds())) {
         return refuse(caller, Reason::TOO_MANY, SRT_REJX_OVERLOAD);
     }
     // The old handshake exchanges keys only after the connection stands.
@@ -148,7 +147,7 @@ void AccessControl::report() {
 
 void AccessControl::writeLine(const Refusal& refusal) const {
     const char* who = refusal.purpose == Purpose::CONTROL ? "control from" : "receiver";
-    const std::string from = addressText(refusal.address);
+    const std::string from = refusal.address.text();
     switch (refusal.reason) {
         case Reason::NO_CONTROL_HERE:
             ORU_LOG(Warning, "{} {} {} refused: {} is not set here", kTagStreaming, who, from,

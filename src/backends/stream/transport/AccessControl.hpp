@@ -1,13 +1,12 @@
 #pragma once
 
-#include <netinet/in.h>
-
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "backends/stream/transport/rate_limit.hpp"
+#include "backends/stream/transport/socket_address.hpp"
 #include "backends/stream/transport/srt_socket.hpp"
 #include "backends/stream/transport/stream_keys.hpp"
 #include "utils/Clock.hpp"
@@ -36,12 +35,12 @@ private:
     struct Caller {
         SRTSOCKET socket = SRT_INVALID_SOCK;
         Purpose purpose = Purpose::VIEWING;
-        sockaddr_in address{};
+        SocketAddress address;
     };
     struct Refusal {
         Reason reason = Reason::TOO_MANY;
         Purpose purpose = Purpose::VIEWING;
-        sockaddr_in address{};
+        SocketAddress address;
     };
 
     static int onCall(void* self, SRTSOCKET socket, int handshakeVersion, const sockaddr* peer, const char* streamId);

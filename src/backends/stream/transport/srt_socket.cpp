@@ -1,6 +1,5 @@
 #include "backends/stream/transport/srt_socket.hpp"
 
-#include <arpa/inet.h>
 #include <sys/socket.h>
 
 #include <charconv>
@@ -50,12 +49,6 @@ uint64_t newestSampleOf(std::string_view streamId) {
         (void)std::from_chars(digits.data(), digits.data() + digits.size(), time);
     }
     return time;
-}
-
-std::string addressText(const sockaddr_in& address) {
-    std::array<char, INET_ADDRSTRLEN> text = {'?'};
-    inet_ntop(AF_INET, &address.sin_addr, text.data(), text.size());
-    return std::string(text.data()) + ":" + std::to_string(ntohs(address.sin_port));
 }
 
 std::string lastSrtError() {

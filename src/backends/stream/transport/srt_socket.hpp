@@ -99,9 +99,6 @@ uint64_t newestSampleOf(std::string_view streamId);
 /// for a connection that a listener is about to take.
 [[nodiscard]] bool setControlOptions(SRTSOCKET socket);
 
-/// "10.0.0.7:30000"
-std::string addressText(const sockaddr_in& address);
-
 /// Text of the library's last error on this thread.
 std::string lastSrtError();
 
