@@ -90,6 +90,21 @@ TEST_F(Face, HasNoImageBeforeTheFirstGrab) {
     EXPECT_EQ(face.retrieveImage(view), CAMERA_NOT_READY) << "that frame was of the opening before";
 }
 
+TEST_F(Face, AStreamThatItsSenderEndedIsAtItsEndAndALostOneIsNotReady) {
+    parameters.input.setFromStream("10.0.0.7");
+    ASSERT_EQ(face.open(parameters), SUCCESS);
+    factory->streamInput.thenFrame = false;
+    factory->streamInput.status.last_frame_age_ms = 5000.0;
+
+    EXPECT_EQ(face.grab(), CAMERA_NOT_READY);
+    EXPECT_EQ(face.getStreamInputStatus().last_frame_age_ms, 5000.0) << "since when";
+    factory->streamInput.status.goodbye = true;
+    EXPECT_EQ(face.grab(), END_OF_INPUT);
+    factory->streamInput.status.goodbye = false;
+    factory->streamInput.thenFrame = true;
+    EXPECT_EQ(face.grab(), SUCCESS) << "another stream began";
+}
+
 TEST_F(Face, RefusesIdsThatNoCameraHasInsteadOfTakingAny) {
     for (const char* id : {"99999999999", "99999999999999999999", "-2147483649", "0x1", "1 2", ""}) {
         parameters.input = InputType(KIND_GMSL_ID, id, "", true);
