@@ -43,8 +43,8 @@ enum STREAM_CONNECT_RESULT : int {
 /// Receiver of a network stream, with threads of its own.
 /// Threads: open, readStreamData, what it says of its frame, takeImuPacketsBefore and recorder() come from the thread
 /// that grabs. Beside them come, from any threads, what the sender announced (description, announcedFps,
-/// announcedImuPose, announcedImuCalibration, versionByte), canSupplyCurrentImu, getCurrentIMU, counters and status; the controls and
-/// controlRefusal from one thread at a time.
+/// announcedImuPose, announcedImuCalibration, versionByte), canSupplyCurrentImu, getCurrentIMU, counters and status;
+/// the controls and controlRefusal from one thread at a time.
 class UDPInput {
 public:
     virtual ~UDPInput() = default;

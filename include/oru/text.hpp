@@ -54,6 +54,7 @@ ORU_API String toString(const InitParametersOne& value);
 ORU_API String toString(const FrameCounters& value);
 ORU_API String toString(const StreamingParameters& value);
 ORU_API String toString(const StreamingStatus& value);
+ORU_API String toString(const StreamInputStatus& value);
 ORU_API String toString(const RecordingParameters& value);
 ORU_API String toString(const RecordingStatus& value);
 ORU_API String toString(const DeviceProperties& value);

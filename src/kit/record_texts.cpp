@@ -75,6 +75,15 @@ String toString(const StreamingStatus& value) {
         .with("frames", value.frames);
 }
 
+String toString(const StreamInputStatus& value) {
+    return Line()
+        .with("connected", value.connected)
+        .with("goodbye", value.goodbye)
+        .with("last_frame_age_ms", value.last_frame_age_ms)
+        .with("reconnections", value.reconnections)
+        .with("samples_dropped", value.samples_dropped);
+}
+
 String toString(const RecordingParameters& value) {
     return Line()
         .with("video_filename", value.video_filename)

@@ -71,6 +71,7 @@ protected:
         EXPECT_GT(camera.getCameraFPS(), 0.0F);
         const FrameCounters counters = camera.getFrameCounters();
         EXPECT_EQ(counters.produced, counters.delivered + counters.lost());
+        EXPECT_GE(camera.getStreamInputStatus().last_frame_age_ms, 0.0);
         EXPECT_EQ(camera.getCameraInformation().configuration.resolution, (Resolution{960, 600}));
         (void)camera.isStreamingEnabled();
         EXPECT_NE(camera.getStreamingParameters().port, 0);
