@@ -30,6 +30,11 @@ public:
     virtual int copyHostToDevice(void* to, const void* from, std::size_t bytes) = 0;
     virtual int copyDeviceToHost(void* to, const void* from, std::size_t bytes) = 0;
 
+    /// A runtime whose device memory is the host's needs none of its own.
+    virtual int copyDeviceToDevice(void* to, const void* from, std::size_t bytes) {
+        return copyDeviceToHost(to, from, bytes);
+    }
+
     // A runtime that does its work at once, in the only context there is, needs none of the following.
 
     /// Makes a context the calling thread's until it is popped. Streams and memory are made in that context.

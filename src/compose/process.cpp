@@ -90,17 +90,6 @@ void flushLog() {
     }
 }
 
-ERROR_CODE copyToHost(Mat& image) {
-    auto* host = image.getPtr<unsigned char>(CPU);
-    const auto* device = image.getPtr<unsigned char>(GPU);
-    const auto platform = CollaboratorFactory::processDefault();
-    if (host == nullptr || device == nullptr || platform == nullptr) {
-        return INVALID_CALL;
-    }
-    const std::size_t bytes = image.getStepBytes(CPU) * image.getHeight();
-    return platform->gpu().copyDeviceToHost(host, device, bytes) == 0 ? SUCCESS : FAILURE;
-}
-
 String gpuDescription() {
     registerBuiltInFactory();
     const auto platform = CollaboratorFactory::processDefault();

@@ -1,5 +1,6 @@
 #include "oru/Mat.hpp"
 
+#include <cstring>
 #include <limits>
 #include <utility>
 
@@ -48,6 +49,7 @@ Mat::Mat(Mat&& other) noexcept
       elementType(other.elementType),
       hostMemory(std::exchange(other.hostMemory, nullptr)),
       deviceMemory(std::exchange(other.deviceMemory, nullptr)),
+      wrapped(std::exchange(other.wrapped, 0)),
       origin(std::move(other.origin)) {}
 
 Mat& Mat::operator=(Mat&& other) noexcept {
@@ -58,9 +60,24 @@ Mat& Mat::operator=(Mat&& other) noexcept {
         elementType = other.elementType;
         hostMemory = std::exchange(other.hostMemory, nullptr);
         deviceMemory = std::exchange(other.deviceMemory, nullptr);
+        wrapped = std::exchange(other.wrapped, 0);
         origin = std::move(other.origin);
     }
     return *this;
+}
+
+Mat Mat::wrap(void* pixels, Resolution size, MAT_TYPE type, MEM memory) {
+    Mat image;
+    const std::size_t pixelBytes = bytesPerPixel(type);
+    if (pixels == nullptr || size.area() == 0 || pixelBytes == 0 || byteSize(size, pixelBytes) == 0 ||
+        (memory != CPU && memory != GPU)) {
+        return image;
+    }
+    (memory == CPU ? image.hostMemory : image.deviceMemory) = pixels;
+    image.extent = size;
+    image.elementType = type;
+    image.wrapped = memory;
+    return image;
 }
 
 ERROR_CODE Mat::alloc(Resolution size, MAT_TYPE type, MEM memory) {
@@ -68,7 +85,10 @@ ERROR_CODE Mat::alloc(Resolution size, MAT_TYPE type, MEM memory) {
     if (size.width == 0 || size.height == 0 || pixelBytes == 0 || (memory & ~CPU_AND_GPU) != 0 || memory == 0) {
         return INVALID_PARAMETER;
     }
-    if (size != extent || type != elementType) {
+    if (!fits(size, type)) {
+        if (isWrapped()) {
+            return INVALID_PARAMETER;
+        }
         free(CPU_AND_GPU);
     }
     const std::size_t bytes = byteSize(size, pixelBytes);
@@ -91,15 +111,69 @@ ERROR_CODE Mat::alloc(Resolution size, MAT_TYPE type, MEM memory) {
 
 void Mat::free(MEM memory) {
     if (has(memory, CPU) && hostMemory != nullptr) {
-        origin->gpu().hostFree(std::exchange(hostMemory, nullptr));
+        void* const host = std::exchange(hostMemory, nullptr);
+        if ((wrapped & CPU) == 0) {
+            origin->gpu().hostFree(host);
+        }
     }
     if (has(memory, GPU) && deviceMemory != nullptr) {
-        origin->gpu().deviceFree(std::exchange(deviceMemory, nullptr));
+        void* const device = std::exchange(deviceMemory, nullptr);
+        if ((wrapped & GPU) == 0) {
+            origin->gpu().deviceFree(device);
+        }
     }
+    wrapped &= ~memory;
     if (hostMemory == nullptr && deviceMemory == nullptr) {
         extent = {};
         origin.reset();
     }
+}
+
+ERROR_CODE Mat::copyTo(Mat& target) const {
+    if (isEmpty() || &target == this) {
+        return INVALID_CALL;
+    }
+    if (const ERROR_CODE allocated = target.alloc(extent, elementType, getMemoryType()); allocated != SUCCESS) {
+        return allocated;
+    }
+    if (hostMemory != nullptr) {
+        std::memcpy(target.hostMemory, hostMemory, sizeBytes());
+    }
+    if (deviceMemory != nullptr &&
+        target.origin->gpu().copyDeviceToDevice(target.deviceMemory, deviceMemory, sizeBytes()) != 0) {
+        return FAILURE;
+    }
+    target.timestamp = timestamp;
+    return SUCCESS;
+}
+
+Mat Mat::clone() const {
+    Mat copy;
+    return copyTo(copy) == SUCCESS ? std::move(copy) : Mat();
+}
+
+ERROR_CODE Mat::upload() {
+    if (hostMemory == nullptr) {
+        return INVALID_CALL;
+    }
+    const bool isReady = alloc(extent, elementType, GPU) == SUCCESS;
+    return isReady && origin->gpu().copyHostToDevice(deviceMemory, hostMemory, sizeBytes()) == 0 ? SUCCESS : FAILURE;
+}
+
+ERROR_CODE Mat::download() {
+    if (deviceMemory == nullptr) {
+        return INVALID_CALL;
+    }
+    const bool isReady = alloc(extent, elementType, CPU) == SUCCESS;
+    return isReady && origin->gpu().copyDeviceToHost(hostMemory, deviceMemory, sizeBytes()) == 0 ? SUCCESS : FAILURE;
+}
+
+std::size_t Mat::getChannels() const {
+    return bytesPerPixel(elementType);
+}
+
+std::size_t Mat::sizeBytes() const {
+    return byteSize(extent, bytesPerPixel(elementType));
 }
 
 std::size_t Mat::getStepBytes(MEM memory) const {

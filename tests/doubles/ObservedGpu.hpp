@@ -58,6 +58,9 @@ public:
     int copyDeviceToHost(void* to, const void* from, std::size_t bytes) override {
         return real->copyDeviceToHost(to, from, bytes);
     }
+    int copyDeviceToDevice(void* to, const void* from, std::size_t bytes) override {
+        return refusesUploads ? 1 : real->copyDeviceToDevice(to, from, bytes);
+    }
     int copyHostToDeviceAsync(void* to, const void* from, std::size_t bytes, CUstream_st* stream) override {
         return refusesUploads ? 1 : real->copyHostToDeviceAsync(to, from, bytes, stream);
     }

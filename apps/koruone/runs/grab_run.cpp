@@ -7,7 +7,6 @@
 #include <utility>
 
 #include "koruone/camera/open_camera.hpp"
-#include "oru/gpu.hpp"
 #include "shared/interrupt.hpp"
 #include "shared/json_output.hpp"
 #include "shared/report.hpp"
@@ -129,9 +128,7 @@ bool GrabRun::writeFrame(uint64_t frame) {
     }
     bool ready = retrieveInto(*image);
     if (ready && options.memory == oru::GPU) {
-        const oru::Resolution size{image->getWidth(), image->getHeight()};
-        ready = image->alloc(size, image->getDataType(), oru::CPU_AND_GPU) == oru::SUCCESS &&
-                oru::copyToHost(*image) == oru::SUCCESS;
+        ready = image->download() == oru::SUCCESS;
         if (!ready) {
             complain("cannot copy a picture from the GPU; use --memory cpu.");
             fail();

@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
+#include <cstring>
+
 #include "doubles/ObservedGpu.hpp"
 #include "doubles/ScopedPlatform.hpp"
 #include "doubles/ScriptedFactory.hpp"
@@ -147,6 +150,75 @@ TEST_F(MatTest, MovesItsMemory) {
     EXPECT_TRUE(memory.device.empty());
     EXPECT_EQ(taken.getMemoryType(), 0);
     EXPECT_EQ(taken.alloc({2, 2}, U8_C1, CPU), SUCCESS);
+}
+
+TEST_F(MatTest, CopiesWithMemoryOfItsOwnAndReusesTheTargets) {
+    ASSERT_EQ(mat.alloc({8, 4}, U8_C4, CPU_AND_GPU), SUCCESS);
+    std::memset(mat.getPtr<void>(CPU), 0x11, 128);
+    std::memset(mat.getPtr<void>(GPU), 0x22, 128);
+    mat.timestamp = 77;
+
+    Mat copy = mat.clone();
+    ASSERT_EQ(copy.getMemoryType(), CPU_AND_GPU);
+    std::memset(mat.getPtr<void>(CPU), 0x33, 128);
+    auto* const pixels = copy.getPtr<unsigned char>(CPU);
+    EXPECT_EQ(pixels[127], 0x11);
+    EXPECT_EQ(copy.getPtr<unsigned char>(GPU)[127], 0x22);
+    EXPECT_EQ(copy.timestamp, 77U);
+
+    EXPECT_EQ(mat.copyTo(copy), SUCCESS);
+    EXPECT_EQ(copy.getPtr<unsigned char>(CPU), pixels);
+    EXPECT_EQ(pixels[0], 0x33);
+    EXPECT_EQ(mat.copyTo(mat), INVALID_CALL);
+    EXPECT_EQ(Mat().copyTo(copy), INVALID_CALL);
+    memory.hostLimit = 100;
+    EXPECT_TRUE(mat.clone().isEmpty());
+    memory.hostLimit = 128;
+    memory.refusesUploads = true;
+    EXPECT_TRUE(mat.clone().isEmpty());
+}
+
+TEST_F(MatTest, UploadsAndDownloadsIntoMemoryThatItTakesWhereItIsMissing) {
+    EXPECT_EQ(mat.upload(), INVALID_CALL);
+    EXPECT_EQ(mat.download(), INVALID_CALL);
+    ASSERT_EQ(mat.alloc({4, 2}, U8_C2, CPU), SUCCESS);
+    std::memset(mat.getPtr<void>(CPU), 0x44, 16);
+
+    ASSERT_EQ(mat.upload(), SUCCESS);
+    EXPECT_EQ(mat.getPtr<unsigned char>(GPU)[15], 0x44);
+    std::memset(mat.getPtr<void>(GPU), 0x55, 16);
+    mat.free(CPU);
+    ASSERT_EQ(mat.download(), SUCCESS);
+
+    EXPECT_EQ(mat.getPtr<unsigned char>(CPU)[15], 0x55);
+    mat.free(GPU);
+    memory.deviceLimit = 0;
+    EXPECT_EQ(mat.upload(), FAILURE);
+    EXPECT_EQ(mat.getMemoryType(), CPU);
+}
+
+TEST_F(MatTest, WrapsTheApplicationsMemoryAndNeverReplacesIt) {
+    std::array<unsigned char, 64> pixels{};
+    Mat wrapped = Mat::wrap(pixels.data(), {4, 4}, U8_C4);
+
+    EXPECT_EQ(wrapped.getPtr<unsigned char>(CPU), pixels.data());
+    EXPECT_EQ(wrapped.getStepBytes(CPU), 16U);
+    EXPECT_EQ(wrapped.getChannels(), 4U);
+    EXPECT_EQ(wrapped.alloc({4, 4}, U8_C4, CPU), SUCCESS);
+    EXPECT_EQ(wrapped.alloc({4, 4}, U8_C1, CPU), INVALID_PARAMETER);
+    EXPECT_EQ(wrapped.alloc({2, 4}, U8_C4, CPU), INVALID_PARAMETER);
+    ASSERT_EQ(mat.alloc({4, 4}, U8_C4, CPU), SUCCESS);
+    std::memset(mat.getPtr<void>(CPU), 0x66, 64);
+    EXPECT_EQ(mat.copyTo(wrapped), SUCCESS);
+    EXPECT_EQ(pixels[63], 0x66);
+
+    EXPECT_EQ(wrapped.upload(), SUCCESS) << "a memory of the container's own beside it";
+    const Mat moved = std::move(wrapped);
+    EXPECT_EQ(moved.getPtr<unsigned char>(CPU), pixels.data());
+    EXPECT_EQ(wrapped.alloc({2, 2}, U8_C1, CPU), SUCCESS) << "nothing of the application's is left in it";
+    EXPECT_TRUE(Mat::wrap(nullptr, {4, 4}, U8_C4).isEmpty());
+    EXPECT_TRUE(Mat::wrap(pixels.data(), {0, 4}, U8_C4).isEmpty());
+    EXPECT_TRUE(Mat::wrap(pixels.data(), {4, 4}, U8_C4, CPU_AND_GPU).isEmpty());
 }
 
 TEST(Mat, GivesItsMemoryBackToThePlatformItCameFrom) {

@@ -122,6 +122,12 @@ public:
         const InContext own(driver, contextOf(from));
         return resultOf(cudaMemcpy(to, from, bytes, cudaMemcpyDeviceToHost));
     }
+    int copyDeviceToDevice(void* to, const void* from, std::size_t bytes) override {
+        const InContext own(driver, contextOf(from));
+        const cudaError_t copied = cudaMemcpy(to, from, bytes, cudaMemcpyDeviceToDevice);
+        // Such a copy comes back before it is done.
+        return resultOf(copied == cudaSuccess ? ::cudaStreamSynchronize(nullptr) : copied);
+    }
     int copyHostToDeviceAsync(void* to, const void* from, std::size_t bytes, CUstream_st* stream) override {
         return resultOf(cudaMemcpyAsync(to, from, bytes, cudaMemcpyHostToDevice, stream));
     }
