@@ -59,6 +59,7 @@ public:
     /// A size of 0 asks for the camera's own; a smaller one is scaled.
     /// @retval CAMERA_NOT_READY no frame has been grabbed since open()   @retval CAMERA_UNAVAILABLE not open
     /// @retval RESOLUTION_NOT_SUPPORTED larger than the camera image   @retval INVALID_CALL no such view
+    /// @retval INVALID_PARAMETER `image` wraps memory of the application that this view does not fit
     ERROR_CODE retrieveImage(Mat& image, VIEW view = RECTIFIED, MEM memory = CPU, Resolution resolution = {});
     /// When the current image was taken, or now; nanoseconds on the system clock.
     [[nodiscard]] Timestamp getTimestamp(TIME_REFERENCE reference) const;

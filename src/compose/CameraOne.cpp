@@ -62,6 +62,16 @@ auto whenOpen(const Camera& camera, Operation&& operation, const char* name = __
     return guarded(operation, name, file, line);
 }
 
+/// Whether a view may be drawn into `image`: memory of the application is never replaced by another.
+bool takesView(const Mat& image, CameraOneImpl& camera, VIEW view, Resolution size) {
+    if (!image.isWrapped()) {
+        return true;
+    }
+    const bool isGray = view == RECTIFIED_GRAY || view == UNRECTIFIED_GRAY;
+    const Resolution drawn = size.area() != 0 ? size : camera.getCameraInformation({}).configuration.resolution;
+    return image.fits(drawn, isGray ? U8_C1 : U8_C4);
+}
+
 }  // namespace
 
 std::shared_ptr<CameraOneImpl> CameraOne::Handle::operator->() const {
@@ -123,7 +133,11 @@ ERROR_CODE CameraOne::retrieveImage(Mat& image, VIEW view, MEM memory, Resolutio
     if (!opening->frame_taken.load(std::memory_order_relaxed)) {
         return opening->camera.isOpened() ? CAMERA_NOT_READY : CAMERA_UNAVAILABLE;
     }
-    return guarded([&] { return opening->camera.retrieveImage(image, view, memory, resolution); });
+    return guarded([&] {
+        return takesView(image, opening->camera, view, resolution)
+                   ? opening->camera.retrieveImage(image, view, memory, resolution)
+                   : INVALID_PARAMETER;
+    });
 }
 Timestamp CameraOne::getTimestamp(TIME_REFERENCE reference) const {
     return guarded([&] { return impl->getTimestamp(reference); });

@@ -105,6 +105,20 @@ TEST_F(Face, AStreamThatItsSenderEndedIsAtItsEndAndALostOneIsNotReady) {
     EXPECT_EQ(face.grab(), SUCCESS) << "another stream began";
 }
 
+TEST_F(Face, DrawsIntoMemoryOfTheApplicationOnlyWhatItFits) {
+    ASSERT_EQ(face.open(parameters), SUCCESS);
+    ASSERT_EQ(face.grab(), SUCCESS);
+    const Resolution size = face.getCameraInformation().configuration.resolution;
+    std::vector<unsigned char> pixels(size.area());
+    Mat target = Mat::wrap(pixels.data(), size, U8_C1);
+
+    EXPECT_EQ(face.retrieveImage(target, RECTIFIED), INVALID_PARAMETER);
+    EXPECT_EQ(face.retrieveImage(target, RECTIFIED_GRAY, CPU, {size.width / 2, size.height / 2}), INVALID_PARAMETER);
+    EXPECT_EQ(face.retrieveImage(target, RECTIFIED_GRAY), SUCCESS);
+
+    EXPECT_EQ(target.getPtr<unsigned char>(CPU), pixels.data());
+}
+
 TEST_F(Face, RefusesIdsThatNoCameraHasInsteadOfTakingAny) {
     for (const char* id : {"99999999999", "99999999999999999999", "-2147483649", "0x1", "1 2", ""}) {
         parameters.input = InputType(KIND_GMSL_ID, id, "", true);
