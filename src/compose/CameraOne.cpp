@@ -159,7 +159,6 @@ StreamInputStatus CameraOne::getStreamInputStatus() const {
 std::vector<DeviceProperties> CameraOne::getDeviceList() const {
     return guarded([&] { return impl->getDeviceList(); });
 }
-
 String CameraOne::getDeviceListProblem() const {
     return guarded([&] { return impl->getDeviceListProblem(); });
 }
