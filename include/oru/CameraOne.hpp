@@ -72,6 +72,8 @@ public:
     /// How the stream that comes in does; when grab() answers CAMERA_NOT_READY, since when nothing has come. All zero
     /// for the other inputs.
     [[nodiscard]] StreamInputStatus getStreamInputStatus() const;
+    /// What is known of the last grabbed frame; nothing before the first. On the thread that grabs.
+    [[nodiscard]] FrameInfo getFrameInfo() const;
 
     /// The attached cameras; the camera need not be open.
     [[nodiscard]] std::vector<DeviceProperties> getDeviceList() const;

@@ -103,6 +103,39 @@ struct InitParametersOne {
     bool use_hdr = false;
 };
 
+/// What is known of one grabbed frame beside its image, as it was when the sensor took it. A source knows some fields
+/// and not others: a field without its bit in `known` is unset.
+struct FrameInfo {
+    enum FIELD : uint32_t {
+        NUMBER = 1U << 0U,
+        CAPTURE_TIME = 1U << 1U,
+        EXPOSURE_TIME = 1U << 2U,
+        ANALOGUE_GAIN = 1U << 3U,
+        DIGITAL_GAIN = 1U << 4U,
+        WHITE_BALANCE = 1U << 5U,
+        SENSOR_TEMPERATURE = 1U << 6U,
+        HDR = 1U << 7U,
+        REGION = 1U << 8U,
+        SYNC_COUNT = 1U << 9U,
+        LOST_BEFORE = 1U << 10U,
+    };
+
+    uint32_t known = 0;                 ///< a bit for each FIELD that the source knows
+    uint64_t number = 0;                ///< of the frame at its source, from 0; frames that were lost count as well
+    Timestamp capture_time = 0;         ///< nanoseconds since the Unix epoch, as getTimestamp(IMAGE)
+    uint32_t exposure_time_us = 0;      ///< microseconds
+    uint32_t analogue_gain_mdb = 0;     ///< thousandths of a decibel
+    uint32_t digital_gain_mdb = 0;      ///< thousandths of a decibel
+    uint32_t white_balance_k = 0;       ///< colour temperature that is shown as grey, kelvin
+    float sensor_temperature_c = 0.0F;  ///< of the image sensor, degrees Celsius
+    bool hdr = false;                   ///< taken in the HDR mode
+    Rect region;                        ///< that the automatic exposure looked at, pixels of the image
+    int32_t sync_count = 0;             ///< of the inertial sample that belongs to the frame; above 0: taken with it
+    uint64_t lost_before = 0;           ///< frames between this one and the one grabbed before it
+
+    [[nodiscard]] constexpr bool knows(FIELD field) const { return (known & field) != 0; }
+};
+
 /// Where the frames of an input went: produced = delivered + all the others, always.
 /// A frame that still waits to be taken is not counted yet.
 struct FrameCounters {

@@ -156,6 +156,9 @@ StreamInputStatus CameraOne::getStreamInputStatus() const {
     return guarded([&] { return impl->getStreamInputStatus(); });
 }
 
+FrameInfo CameraOne::getFrameInfo() const {
+    return guarded([&] { return impl->getFrameInfo(); });
+}
 std::vector<DeviceProperties> CameraOne::getDeviceList() const {
     return guarded([&] { return impl->getDeviceList(); });
 }

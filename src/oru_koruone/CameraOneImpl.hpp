@@ -47,6 +47,7 @@ public:
     [[nodiscard]] float getCurrentFPS() const;
     [[nodiscard]] FrameCounters getFrameCounters();
     [[nodiscard]] StreamInputStatus getStreamInputStatus();
+    [[nodiscard]] FrameInfo getFrameInfo() const;
 
     ERROR_CODE retrieveImage(Mat& destination, VIEW view, MEM memory, Resolution size);
     [[nodiscard]] std::vector<DeviceProperties> getDeviceList() const;
@@ -168,6 +169,7 @@ private:
     [[nodiscard]] bool isPlayingRecording() const { return inputMode == INPUT_MODE_RECORDED && hasRecordingModule(); }
     [[nodiscard]] float liveFrameRate() const;
     [[nodiscard]] float recordedFps() const;
+    void describeRecordedFrame(Timestamp time);
 
     // sensors
     static void initSensor(SensorParameters& p);
@@ -228,7 +230,8 @@ private:
     std::map<VIDEO_SETTINGS, int> settingsCache;
     float sharpnessFactor = 1.0F;  // read beside the setters: relaxed
     Mat image;
-    Mat shownImage;             // on a stream, what the rectifier was given while `image` takes the next frame
+    Mat shownImage;  // on a stream, what the rectifier was given while `image` takes the next frame
+    FrameInfo frameInfo;
     bool imageIsShown = false;  // the rectifier was given `image`
     RESOLUTION resolution = RESOLUTION_LAST;
     Resolution imageSize;

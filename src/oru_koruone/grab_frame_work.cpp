@@ -10,6 +10,7 @@ void CameraOneImpl::processNewFrame() {
     actualFrameRateInspector.update(collaborators->clock().systemNanoseconds());
     ORU_LOG(Debug, "Grab new frame");
     const Timestamp imageTime = frameRateInspector.currentTimestamp;
+    input().describe_frame(*this, imageTime);
     std::vector<IMUPacket> packets = operationsOf(imuSource).take_imu_packets(*this, imageTime);
     forwardImuPackets(packets);
     if (imuSource != INPUT_MODE_NONE) {

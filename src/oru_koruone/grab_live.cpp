@@ -66,6 +66,11 @@ void CameraOneImpl::copyLiveFrame() {
         }
     }
     storeRelaxed(frameRateInspector.currentTimestamp, grabber->getTimeStamp());
+    if (!grabber->getFrameInfo(frameInfo)) {
+        frameInfo = {};
+        frameInfo.known = FrameInfo::CAPTURE_TIME;
+        frameInfo.capture_time = image.timestamp;
+    }
     grabber->afterGrab();
 }
 

@@ -40,6 +40,7 @@ constinit const CameraOneImpl::InputOperations CameraOneImpl::kLiveInput{
     .ask = [](CameraOneImpl& camera, InputFacts& facts) { return camera.askLive(facts); },
     .fast_fail_cycles = 50,
     .next_image = [](CameraOneImpl& camera, bool flag) { return camera.nextImageOfGMSL(flag); },
+    .describe_frame = [](CameraOneImpl&, Timestamp) {},
     .counters = [](CameraOneImpl& camera) { return camera.grabber ? camera.grabber->counters() : FrameCounters{}; },
     .frame_rate = [](const CameraOneImpl& camera) { return camera.liveFrameRate(); },
     .source_fps = [](const CameraOneImpl& camera) { return static_cast<uint32_t>(std::max(0, camera.cameraFps)); },

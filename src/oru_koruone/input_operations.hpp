@@ -29,6 +29,12 @@ struct CameraOneImpl::InputOperations {
     Operation<FrameStatus(CameraOneImpl&, bool)> next_image = [](CameraOneImpl& camera, bool flag) {
         return camera.nextImageOfLive(flag);
     };
+    /// Fills frameInfo where the frame's intake did not.
+    Operation<void(CameraOneImpl&, Timestamp imageTime)> describe_frame = [](CameraOneImpl& camera, Timestamp time) {
+        camera.frameInfo = {};
+        camera.frameInfo.known = FrameInfo::CAPTURE_TIME;
+        camera.frameInfo.capture_time = time;
+    };
     Operation<FrameCounters(CameraOneImpl&)> counters = [](CameraOneImpl&) { return FrameCounters{}; };
     Operation<StreamInputStatus(CameraOneImpl&)> stream_status = [](CameraOneImpl&) { return StreamInputStatus{}; };
     Operation<float(const CameraOneImpl&)> frame_rate = [](const CameraOneImpl&) { return 120.0F; };

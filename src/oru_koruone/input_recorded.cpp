@@ -23,6 +23,7 @@ constinit const CameraOneImpl::InputOperations CameraOneImpl::kRecordedInput{
     .ask = [](CameraOneImpl& camera, InputFacts& facts) { return camera.askRecorded(facts); },
     .cycles_to_end = kEndedFileCycles,
     .next_image = [](CameraOneImpl& camera, bool flag) { return camera.nextImageOfRLX(flag); },
+    .describe_frame = [](CameraOneImpl& camera, Timestamp time) { camera.describeRecordedFrame(time); },
     .counters =
         [](CameraOneImpl& camera) {
             return camera.hasRecordingModule() ? camera.playbackRecorder->counters(camera.queryContext())
@@ -140,6 +141,13 @@ bool CameraOneImpl::fetchRecordedMetadata(IMUPacket& sample) {
     sample.metadata_orientation = pose.orientation;
     sample.metadata_translation = pose.translation;
     return found;
+}
+
+void CameraOneImpl::describeRecordedFrame(Timestamp time) {
+    frameInfo = {};
+    frameInfo.known = FrameInfo::NUMBER | FrameInfo::CAPTURE_TIME;
+    frameInfo.number = static_cast<uint64_t>(std::max(rlxReader->position() - 1, 0));
+    frameInfo.capture_time = time;
 }
 
 }  // namespace oru

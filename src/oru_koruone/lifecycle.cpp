@@ -35,6 +35,7 @@ void CameraOneImpl::resetVariables() {
     image.free(CPU_AND_GPU);
     shownImage.free(CPU_AND_GPU);
     imageIsShown = false;
+    frameInfo = {};
     imuRateCount = 0;
     imuRateAverage = 0.0;
     imuRateEstimate = 0.0;

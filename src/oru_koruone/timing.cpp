@@ -26,4 +26,8 @@ FrameCounters CameraOneImpl::getFrameCounters() {
     return input().counters(*this);
 }
 
+FrameInfo CameraOneImpl::getFrameInfo() const {
+    return frameInfo;
+}
+
 }  // namespace oru

@@ -46,6 +46,7 @@ struct GrabberScript {
     bool packetIsNull = false;
     IMUPacket packet;
     FrameCounters counters;
+    FrameInfo info;  ///< known where it has a bit
     std::function<void()> onWait;
     std::function<void()> onRange;  ///< when a control is asked for its range
     McuScript mcu;
@@ -133,6 +134,10 @@ public:
         return !live || script.pixelsAreNull || script.pixels.empty() ? nullptr : script.pixels.data();
     }
     Timestamp getTimeStamp() override { return script.time; }
+    bool getFrameInfo(FrameInfo& info) override {
+        info = script.info;
+        return info.known != 0;
+    }
     const IMUPacket* getIMUPacket() override { return !live || script.packetIsNull ? nullptr : &script.packet; }
     void afterGrab() override {
         log.add("afterGrab");

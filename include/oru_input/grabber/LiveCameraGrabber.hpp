@@ -63,6 +63,8 @@ public:
     virtual Timestamp getTimeStamp() = 0;
     /// The sample that belongs to the frame, or null.
     virtual const IMUPacket* getIMUPacket() = 0;
+    /// What else is known of the frame; false when nothing is. Inside the critical section.
+    virtual bool getFrameInfo(FrameInfo& /*info*/) { return false; }
     /// The frame has been taken. Inside the critical section.
     virtual void afterGrab() = 0;
     /// Stops the capture and releases the device; harmless when repeated.

@@ -140,6 +140,15 @@ const IMUPacket* VirtualGrabber::getIMUPacket() {
     return frame != nullptr && frame->has_imu ? &frame->imu : nullptr;
 }
 
+bool VirtualGrabber::getFrameInfo(FrameInfo& info) {
+    const Frame* frame = frames.held();
+    if (frame == nullptr) {
+        return false;
+    }
+    info = frame->info;
+    return true;
+}
+
 std::unique_ptr<LiveCameraGrabber> makeVirtualGrabber(std::shared_ptr<VirtualBus> bus, INPUT_TYPE type) {
     return std::make_unique<VirtualGrabber>(std::move(bus), type);
 }

@@ -38,6 +38,7 @@ public:
     unsigned char* getPixels() override;
     Timestamp getTimeStamp() override;
     const IMUPacket* getIMUPacket() override;
+    bool getFrameInfo(FrameInfo& info) override;
     void afterGrab() override { frames.taken(); }
     void close(bool wait) override;
 

@@ -304,6 +304,42 @@ TEST(VirtualGrabber, NoticesACaptureThreadThatHangs) {
     rig.decoder.hanging.store(false, std::memory_order_release);
 }
 
+TEST(VirtualGrabber, TellsHowEachFrameWasTakenAndWhatWasLostBeforeIt) {
+    const TemporaryDirectory folder;
+    BusRig rig(folder.write("bus.ini", cameraText("drop_rate = 0.4\n")));
+    ASSERT_EQ(rig.open(), SETUP_OK);
+    ASSERT_EQ(rig.grabber->setGrabberSettingsValue(AEC_AGC, 0, false), 0);
+    ASSERT_EQ(rig.grabber->setGrabberSettingsValue(GMSL_SETTING_13, 5000, false), 0);
+    ASSERT_EQ(rig.grabber->setGrabberSettingsValue(GMSL_SETTING_14, 3000, false), 0);
+    ASSERT_EQ(rig.grabber->setGrabberSettingsValue(SETTING_10, 3200, false), 0);
+    ASSERT_EQ(rig.grabber->setROIforAECAGC(0, {8, 16, 320, 200}), 0);
+    FrameInfo info;
+    EXPECT_FALSE(rig.grabber->getFrameInfo(info)) << "no frame is held yet";
+
+    uint64_t lost = 0;
+    uint64_t expected = 0;
+    for (int i = 0; i < 20; ++i) {
+        ASSERT_TRUE(rig.takeFrame());
+        ASSERT_TRUE(rig.grabber->getFrameInfo(info));
+        EXPECT_EQ(info.number, expected + info.lost_before);
+        EXPECT_EQ(info.capture_time, rig.time);
+        expected = info.number + 1;
+        lost += info.lost_before;
+    }
+
+    EXPECT_TRUE(info.knows(FrameInfo::NUMBER) && info.knows(FrameInfo::LOST_BEFORE));
+    EXPECT_TRUE(info.knows(FrameInfo::SYNC_COUNT));
+    EXPECT_FALSE(info.knows(FrameInfo::SENSOR_TEMPERATURE));
+    EXPECT_EQ(info.exposure_time_us, 5000U);
+    EXPECT_EQ(info.analogue_gain_mdb, 3000U);
+    EXPECT_EQ(info.white_balance_k, 3200U);
+    EXPECT_EQ(info.region, (Rect{8, 16, 320, 200}));
+    EXPECT_EQ(info.sync_count, 1);
+    const FrameCounters counters = rig.grabber->counters();
+    EXPECT_GT(lost, 0U);
+    EXPECT_LE(lost, counters.lost()) << "what is lost since then belongs to a later frame";
+}
+
 TEST(VirtualGrabber, HoldsNoFrameAfterClose) {
     BusRig rig;
     ASSERT_EQ(rig.open(), SETUP_OK);

@@ -59,6 +59,18 @@ TEST(KoruoneDevices, ListsTheCamerasOfTheBus) {
     EXPECT_EQ(none.json(), nlohmann::json::array());
 }
 
+TEST(KoruoneDevices, SaysWhatIsWrongWithTheBusFileAndFails) {
+    Tool tool;
+    const std::string path = tool.home.write("bus.ini", "[camera 0]\nmodle = 30\n");
+    tool.environment["KORU_VIRTUAL_BUS"] = path;
+
+    const ToolResult devices = tool.run({"devices"});
+
+    EXPECT_EQ(devices.status, 1);
+    EXPECT_NE(devices.errors.find(path + ": line 2: unknown key modle in [camera 0]"), std::string::npos);
+    EXPECT_EQ(devices.errors.find("cable"), std::string::npos) << devices.errors;
+}
+
 TEST(KoruoneReboot, RestartsALiveCamera) {
     Tool tool;
 

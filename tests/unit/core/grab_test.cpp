@@ -103,6 +103,28 @@ TEST_F(Grab, AStreamThatEndedIsNotReadyAndItsStatusTellsWhy) {
     EXPECT_FALSE(camera->getStreamInputStatus().goodbye) << "of a stream alone";
 }
 
+TEST_F(Grab, KeepsWhatTheSourceKnowsOfTheFrame) {
+    EXPECT_EQ(camera->getFrameInfo().known, 0U);
+    ASSERT_EQ(openLive(), SUCCESS);
+    ASSERT_EQ(camera->grab(), SUCCESS);
+    EXPECT_EQ(camera->getFrameInfo().known, FrameInfo::CAPTURE_TIME) << "a grabber that knows nothing else";
+    EXPECT_EQ(camera->getFrameInfo().capture_time, camera->getTimestamp(IMAGE));
+    factory->grabber.info.known = FrameInfo::NUMBER | FrameInfo::EXPOSURE_TIME;
+    factory->grabber.info.number = 41;
+    factory->grabber.info.exposure_time_us = 900;
+    ASSERT_EQ(camera->grab(), SUCCESS);
+    EXPECT_EQ(camera->getFrameInfo().number, 41U);
+    EXPECT_EQ(camera->getFrameInfo().exposure_time_us, 900U);
+    (void)camera->close();
+    EXPECT_EQ(camera->getFrameInfo().known, 0U);
+
+    ASSERT_EQ(openStream(), SUCCESS);
+    rlxrw::convertMetadataFromMCUData(factory->streamInput.metadata, {.orientation = {0, 0, 0, 1}});
+    ASSERT_EQ(camera->grab(), SUCCESS);
+    EXPECT_EQ(camera->getFrameInfo().known, FrameInfo::CAPTURE_TIME);
+    EXPECT_EQ(camera->getFrameInfo().capture_time, camera->getTimestamp(IMAGE));
+}
+
 TEST_F(Grab, CameraWithoutASourceFailsAfterOneCycle) {
     inside.opened() = true;
     inside.inputMode() = INPUT_MODE_NONE;

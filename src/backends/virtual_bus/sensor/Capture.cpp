@@ -139,6 +139,7 @@ void Capture::playImages() {
         } else {
             produce(moment);
         }
+        ++imageNumber;
     }
     finish(INPUT_ENDED);
 }
@@ -199,6 +200,26 @@ void Capture::loseNext(Loss cause) {
     frameExchange.countLost(cause);
 }
 
+void Capture::describe(Frame& frame, const ImageSettings& settings) const {
+    FrameInfo& info = frame.info;
+    info = {};
+    info.known = FrameInfo::NUMBER | FrameInfo::CAPTURE_TIME | FrameInfo::EXPOSURE_TIME | FrameInfo::ANALOGUE_GAIN |
+                 FrameInfo::DIGITAL_GAIN | FrameInfo::WHITE_BALANCE | FrameInfo::HDR | FrameInfo::REGION |
+                 FrameInfo::LOST_BEFORE;
+    info.number = imageNumber;
+    info.capture_time = frame.time;
+    info.exposure_time_us = static_cast<uint32_t>(settings.exposure_time_us);
+    info.analogue_gain_mdb = static_cast<uint32_t>(settings.analogue_gain_mdb);
+    info.digital_gain_mdb = static_cast<uint32_t>(settings.digital_gain_mdb);
+    info.white_balance_k = static_cast<uint32_t>(settings.white_balance);
+    info.hdr = settings.hdr;
+    info.region = settings.region;
+    if (frame.has_imu) {
+        info.known |= FrameInfo::SYNC_COUNT;
+        info.sync_count = frame.imu.sync_count;
+    }
+}
+
 /// One image that memory does not suffice for is lost, not the camera.
 bool Capture::drawn(uint64_t moment, unsigned char* pixels) {
     try {
@@ -210,7 +231,8 @@ bool Capture::drawn(uint64_t moment, unsigned char* pixels) {
 
 void Capture::produce(uint64_t moment) {
     Frame& frame = frameExchange.writeBuffer();
-    pipeline.begin(sensorControls.image());
+    const ImageSettings settings = sensorControls.image();
+    pipeline.begin(settings);
     if (!drawn(moment, frame.pixels.data())) {
         frameExchange.countLost(Loss::DECODE_FAILED);
         return;
@@ -219,6 +241,7 @@ void Capture::produce(uint64_t moment) {
     sensorControls.observe(pipeline.meanLuma());
     frame.time = axis.stamp(moment);
     frame.has_imu = microController.packetForImage(moment, frame.imu);
+    describe(frame, settings);
     lastFrame.store(systemClock.monotonicNanoseconds(), std::memory_order_release);
     frameExchange.publish();
 }

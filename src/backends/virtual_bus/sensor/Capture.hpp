@@ -66,6 +66,7 @@ private:
     [[nodiscard]] bool happens(Fault fault, uint64_t moment);
     void loseNext(Loss cause);
     void produce(uint64_t moment);
+    void describe(Frame& frame, const ImageSettings& settings) const;
     [[nodiscard]] bool drawn(uint64_t moment, unsigned char* pixels);
 
     Clock& systemClock;
@@ -90,6 +91,7 @@ private:
     bool unpluggedNow = false;
     uint64_t unpluggedSince = 0;
     int64_t clockOffsetMs = 0;
+    uint64_t imageNumber = 0;
 
     Mutex mutex;
     std::condition_variable_any wake;

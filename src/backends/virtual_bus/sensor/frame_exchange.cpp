@@ -15,6 +15,7 @@ void FrameExchange::reset(std::size_t bytes) {
     holding = false;
     untaken = false;
     account = {};
+    nextToTake = 0;
 }
 
 void FrameExchange::publish() {
@@ -81,6 +82,8 @@ void FrameExchange::latch() {
     hasFresh = false;
     holding = true;
     untaken = true;
+    FrameInfo& info = frames[heldIndex].info;
+    info.lost_before = info.number - nextToTake;
 }
 
 Frame* FrameExchange::held() {
@@ -93,6 +96,7 @@ void FrameExchange::taken() {
     if (untaken) {
         ++account.delivered;
         untaken = false;
+        nextToTake = frames[heldIndex].info.number + 1;
     }
 }
 

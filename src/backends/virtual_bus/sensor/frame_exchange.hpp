@@ -16,6 +16,7 @@ struct Frame {
     Timestamp time = 0;
     IMUPacket imu;
     bool has_imu = false;
+    FrameInfo info;  // lost_before is filled in when the frame is held
 };
 
 enum class Loss : int32_t { SENSOR_GAP, DAMAGED, DECODE_FAILED };
@@ -63,6 +64,7 @@ private:
     bool hasFresh ORU_GUARDED_BY(mutex) = false;
     bool holding ORU_GUARDED_BY(mutex) = false;
     bool untaken ORU_GUARDED_BY(mutex) = false;
+    uint64_t nextToTake ORU_GUARDED_BY(mutex) = 0;  // the number after the frame taken last
     uint64_t wakeCount ORU_GUARDED_BY(mutex) = 0;
     FrameCounters account ORU_GUARDED_BY(mutex);
 };

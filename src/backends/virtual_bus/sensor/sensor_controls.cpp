@@ -281,6 +281,9 @@ ImageSettings SensorControls::image() {
     image.hdr = hdrMode;
     // Gain lifts the noise of a dark sensor along with the light; full denoising leaves a tenth of it.
     const Levels levels = effectiveLevels();
+    image.exposure_time_us = levels[EXPOSURE_TIME];
+    image.analogue_gain_mdb = levels[ANALOGUE_GAIN];
+    image.digital_gain_mdb = levels[DIGITAL_GAIN];
     const double gain = factor(levels[ANALOGUE_GAIN] + levels[DIGITAL_GAIN]);
     image.noise = 0.6 * (gain - 1.0) * (1.0 - 0.009 * plainValues[GMSL_SETTING_20]);
     image.region = meteringRegion;

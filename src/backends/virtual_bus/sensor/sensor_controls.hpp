@@ -13,6 +13,9 @@ namespace oru::virtual_bus {
 /// What the controls amount to for one image.
 struct ImageSettings {
     double light = 1.0;  ///< factor on the scene's light: exposure time times gains
+    int exposure_time_us = 8'000;
+    int analogue_gain_mdb = 0;
+    int digital_gain_mdb = 0;
     int brightness = 4;
     int contrast = 4;
     int hue = 0;
