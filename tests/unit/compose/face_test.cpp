@@ -94,6 +94,7 @@ TEST_F(Face, AStreamThatItsSenderEndedIsAtItsEndAndALostOneIsNotReady) {
     parameters.input.setFromStream("10.0.0.7");
     ASSERT_EQ(face.open(parameters), SUCCESS);
     factory->streamInput.thenFrame = false;
+    factory->streamInput.hasMetadata = false;
     factory->streamInput.status.last_frame_age_ms = 5000.0;
 
     EXPECT_EQ(face.grab(), CAMERA_NOT_READY);
