@@ -59,7 +59,7 @@ struct RlxRecordingHeader {
     uint32_t bitrate = 0;  ///< kbit/s; 0 automatic
     ImuCalibration imu_calibration;
     bool has_imu_to_camera = false;
-    Matrix4f imu_to_camera;
+    Matrix4f imu_to_camera;  ///< takes camera coordinates to the sensor's, millimetres
     std::string calibration_text;
 };
 

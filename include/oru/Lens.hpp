@@ -3,9 +3,11 @@
 #include <array>
 #include <optional>
 
-#include "oru/types.hpp"
+#include "oru/export.hpp"
 
 namespace oru {
+
+struct CameraParameters;
 
 /// In double precision: a position in pixels, where whole numbers are pixel centres, or the ray (x, y, 1).
 struct Point {

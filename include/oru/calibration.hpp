@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "oru/Lens.hpp"
+#include "oru/types.hpp"
 
 /// A camera's calibration file: an INI text, SN<serial>.conf, with MISC:Sensor_ID (the sensor's family, 1 or 2), one
 /// section for each mode of the sensor with its fx, fy, cx and cy, and the section DISTO with the lens's coefficients.

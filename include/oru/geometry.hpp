@@ -2,8 +2,11 @@
 
 #include <array>
 #include <cstddef>
+#include <optional>
 
+#include "oru/Lens.hpp"
 #include "oru/export.hpp"
+#include "oru/image.hpp"
 
 namespace oru {
 
@@ -106,12 +109,54 @@ public:
     Transform() { setIdentity(); }
     explicit Transform(const Matrix4f& matrix) : Matrix4f(matrix) {}
 
+    /// Of a rigid pose.
+    [[nodiscard]] ORU_API static Transform inverse(const Transform& pose);
+
     /// The quaternion of the rotation block, by the trace method (w >= 0 when the trace is positive).
     [[nodiscard]] ORU_API Orientation getOrientation() const;
     [[nodiscard]] ORU_API Translation getTranslation() const;
     /// Replaces the rotation block by the rotation of a unit quaternion; the rest stays.
     ORU_API void setOrientation(const Orientation& orientation);
     ORU_API void setTranslation(const Translation& translation);
+};
+
+/// First the right pose, then the left one.
+[[nodiscard]] ORU_API Transform operator*(const Transform& left, const Transform& right);
+
+struct CameraModeDescription;
+
+/// Which pixel of a view shows what, exactly as views are drawn: a lens with distortion behind the unrectified views, a
+/// pinhole behind the rectified ones. In double precision; whole numbers are pixel centres, (0, 0) is that of the first
+/// pixel. Points and rays lie along the camera's axes (x right, y down, z forward). With a flipped image these are the
+/// turned camera's, as for sensor vectors. A value; its operations are safe on any thread.
+class ORU_API CameraGeometry {
+public:
+    /// @param configuration as getCameraInformation() gives it without a size: there it is exact, while one for a
+    /// smaller
+    ///   size was rounded on the way
+    /// @param view the size of the views; 0: the camera's own
+    /// @param flipped the image is delivered turned by 180 degrees
+    explicit CameraGeometry(const CameraModeDescription& configuration, Resolution view = {}, bool flipped = false);
+
+    /// The pixel that shows a point, which may lie outside the view; empty behind the camera and where the lens sees
+    /// nothing.
+    [[nodiscard]] std::optional<Point> project(VIEW view, const Vector3<double>& point) const;
+    /// The ray (x, y, 1) that a pixel shows; empty where no ray leads to it.
+    [[nodiscard]] std::optional<Point> unproject(VIEW view, Point pixel) const;
+    /// From a pixel of an unrectified view to that of a rectified one that shows the same.
+    [[nodiscard]] std::optional<Point> undistort(Point unrectified) const;
+    /// From a pixel of a rectified view to that of an unrectified one that shows the same.
+    [[nodiscard]] std::optional<Point> distort(Point rectified) const;
+
+    /// The lens behind a view, at its size: without distortion for a rectified one.
+    [[nodiscard]] const Lens& lens(VIEW view) const;
+
+private:
+    [[nodiscard]] std::optional<Point> projectRay(const Lens& lens, Point ray) const;
+
+    Lens rectified;
+    Lens unrectified;
+    Resolution viewSize;
 };
 
 }  // namespace oru

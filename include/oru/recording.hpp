@@ -47,7 +47,7 @@ struct RecordingFacts {
     int32_t sharpness = 0;
     bool has_imu = false;
     bool has_imu_to_camera = false;
-    Transform imu_to_camera;
+    Transform imu_to_camera;                  ///< takes camera coordinates to the sensor's, millimetres
     std::array<float, 36> imu_calibration{};  ///< four blocks of nine, as the camera's sensor board gave them
     String calibration_text;                  ///< the camera's calibration file; empty: none was recorded
 };

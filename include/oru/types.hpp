@@ -36,14 +36,14 @@ enum MODEL : int32_t {
 /// The application's length unit.
 enum UNIT : int32_t { UNIT_MILLIMETER, UNIT_CENTIMETER, UNIT_METER, UNIT_INCH, UNIT_FOOT };
 
-/// The application's axes; the guide draws them. 1 and 4 are reflections.
+/// The application's x, y and z; the guide draws them, oru/frames.hpp has their matrices. 1 and 4 are reflections.
 enum AXIS_CONVENTION : int32_t {
-    AXIS_CONVENTION_0,
-    AXIS_CONVENTION_1,
-    AXIS_CONVENTION_2,
-    AXIS_CONVENTION_3,
-    AXIS_CONVENTION_4,
-    AXIS_CONVENTION_5,
+    AXIS_CONVENTION_0,  ///< right, down, forward: the camera's own
+    AXIS_CONVENTION_1,  ///< right, up, forward
+    AXIS_CONVENTION_2,  ///< right, up, backward
+    AXIS_CONVENTION_3,  ///< right, backward, down
+    AXIS_CONVENTION_4,  ///< down, backward, right
+    AXIS_CONVENTION_5,  ///< up, backward, right
 };
 
 enum InputKind : int32_t { KIND_RLX_FILE = 2, KIND_STREAM, KIND_GMSL_ID, KIND_GMSL_SERIAL };
@@ -268,8 +268,11 @@ struct CameraModeDescription {
 
 struct SensorsDescription {
     uint32_t firmware_version = 0;
+    /// Takes camera coordinates to the inertial sensor's, its name notwithstanding, along the application's axes and in
+    /// its unit: the translation is where the lens lies, seen from the sensor. Transform::inverse() gives the other
+    /// way.
     Transform imu_to_camera;
-    Transform second_transform;
+    Transform second_transform;  ///< the identity
     SensorParameters accelerometer;
     SensorParameters gyroscope;
     SensorParameters magnetometer;

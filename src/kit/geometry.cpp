@@ -49,6 +49,30 @@ void Rotation::setOrientation(const Orientation& orientation) {
     storeRotationBlock(rotationOf(orientation), *this);
 }
 
+Transform Transform::inverse(const Transform& pose) {
+    const RowMajor3 turnedBack = rotationBlock(pose).transpose();
+    const Translation moved = pose.getTranslation();
+    const Eigen::Vector3f back = -(turnedBack * Eigen::Vector3f(moved[0], moved[1], moved[2]));
+    Transform result;
+    storeRotationBlock(turnedBack, result);
+    result.setTranslation(Translation(Vector3<float>(back.x(), back.y(), back.z())));
+    return result;
+}
+
+Transform operator*(const Transform& left, const Transform& right) {
+    Transform result;
+    for (std::size_t row = 0; row < 4; ++row) {
+        for (std::size_t column = 0; column < 4; ++column) {
+            float sum = 0.0F;
+            for (std::size_t i = 0; i < 4; ++i) {
+                sum += left(row, i) * right(i, column);
+            }
+            result(row, column) = sum;
+        }
+    }
+    return result;
+}
+
 Orientation Transform::getOrientation() const {
     const Eigen::Quaternionf quaternion(rotationBlock(*this));
     return Orientation(Vector4<float>(quaternion.x(), quaternion.y(), quaternion.z(), quaternion.w()));

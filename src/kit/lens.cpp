@@ -2,6 +2,7 @@
 #include <cmath>
 
 #include "oru/Lens.hpp"
+#include "oru/types.hpp"
 
 namespace oru {
 namespace {

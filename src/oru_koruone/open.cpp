@@ -2,35 +2,12 @@
 #include "oru_koruone/report.hpp"
 
 #include "collaborators/kit_functions.hpp"
+#include "oru/frames.hpp"
 
 namespace oru {
 namespace {
 
 constexpr const char* kReportedOperation = kOpenSignature;
-
-/// The application's axes in the camera's, as rows.
-Eigen::Matrix3f axisChange(AXIS_CONVENTION convention) {
-    Eigen::Matrix3f rows;
-    switch (convention) {
-        case AXIS_CONVENTION_1:
-            rows << 1, 0, 0, 0, -1, 0, 0, 0, 1;
-            return rows;
-        case AXIS_CONVENTION_2:
-            rows << 1, 0, 0, 0, -1, 0, 0, 0, -1;
-            return rows;
-        case AXIS_CONVENTION_3:
-            rows << 1, 0, 0, 0, 0, 1, 0, -1, 0;
-            return rows;
-        case AXIS_CONVENTION_4:
-            rows << 0, 0, 1, 1, 0, 0, 0, -1, 0;
-            return rows;
-        case AXIS_CONVENTION_5:
-            rows << 0, 0, 1, -1, 0, 0, 0, -1, 0;
-            return rows;
-        default:
-            return Eigen::Matrix3f::Identity();
-    }
-}
 
 }  // namespace
 
@@ -119,9 +96,14 @@ ERROR_CODE CameraOneImpl::selectInput(bool& hdrAdjusted) {
 }
 
 void CameraOneImpl::setCoordinateTransform() {
-    coordinateTransform.setIdentity();
-    coordinateTransform.topLeftCorner<3, 3>() = axisChange(initParameters.axis_convention);
-    cvtMatrix4f(coordinateTransform, coordinateSystem);
+    const Matrix3f axes = frames::opticalFromApplication(initParameters.axis_convention);
+    coordinateSystem.setIdentity();
+    for (std::size_t row = 0; row < 3; ++row) {
+        for (std::size_t column = 0; column < 3; ++column) {
+            coordinateSystem(row, column) = axes(row, column);
+        }
+    }
+    cvtMatrix4f(coordinateSystem, coordinateTransform);
 }
 
 }  // namespace oru

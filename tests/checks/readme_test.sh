@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Pages show example programs as they are, and every page and picture that a page links to is there.
+# Pages show example programs as they are, every page and picture that a page links to is there, and the axes are drawn
+# as the code has them.
 # Usage: readme_test.sh TREE
 set -euo pipefail
 cd "$1"
@@ -20,4 +21,5 @@ for page in README.md CHANGELOG.md docs/*.md docs/adr/*.md; do
         [ -e "$(dirname "$page")/${link%%#*}" ] || { echo "$page links to $link, which is not there"; missing=1; }
     done < <(grep -oE '\]\([^) ]+\)' "$page" | sed 's/^](//; s/)$//')
 done
+scripts/draw-axes --check || { echo "docs/images/axes.svg is not what scripts/draw-axes draws"; missing=1; }
 exit $missing

@@ -107,7 +107,10 @@ Json toJson(const oru::CameraDescription& info) {
               {"resolution", sizeJson(mode.resolution)}}},
             {"sensors",
              {{"firmware_version", sensors.firmware_version},
+              // The field under its own name, then both ways under names that say what they do.
               {"imu_to_camera", matrixJson(sensors.imu_to_camera)},
+              {"imu_from_camera", matrixJson(sensors.imu_to_camera)},
+              {"camera_from_imu", matrixJson(oru::Transform::inverse(sensors.imu_to_camera))},
               {"accelerometer", sensorJson(sensors.accelerometer)},
               {"gyroscope", sensorJson(sensors.gyroscope)},
               {"magnetometer", sensorJson(sensors.magnetometer)},
@@ -130,9 +133,17 @@ std::string sensorText(const char* name, const oru::SensorParameters& sensor) {
                        sensor.range[0], sensor.range[1], unitName(sensor.unit), sensor.resolution);
 }
 
+/// Where one frame lies in another: its origin, and its rotation as a quaternion.
+std::string poseText(const char* name, const oru::Transform& pose) {
+    const oru::Translation place = pose.getTranslation();
+    const oru::Orientation turn = pose.getOrientation();
+    return fmt::format("{:<16} at {:.3f}  {:.3f}  {:.3f} mm, turned by x {:.6f}  y {:.6f}  z {:.6f}  w {:.6f}\n", name,
+                       place[0], place[1], place[2], turn[0], turn[1], turn[2], turn[3]);
+}
+
 void printText(const oru::CameraDescription& info, const std::string& settings) {
     const oru::CameraModeDescription& mode = info.configuration;
-    const oru::Translation offset = info.sensors.imu_to_camera.getTranslation();
+    const oru::Transform& imuFromCamera = info.sensors.imu_to_camera;
     std::string text = fmt::format("serial number    {}\nmodel            {}\ninput            {}\n",
                                    info.serial_number, static_cast<int>(info.model), inputTypeName(info.input_type));
     text += fmt::format("image            {}x{} at {:.0f} frames/s\n", mode.resolution.width, mode.resolution.height,
@@ -146,7 +157,9 @@ void printText(const oru::CameraDescription& info, const std::string& settings) 
     text += sensorText("gyroscope", info.sensors.gyroscope);
     text += sensorText("magnetometer", info.sensors.magnetometer);
     text += sensorText("barometer", info.sensors.barometer);
-    text += fmt::format("IMU to camera    {:.3f}  {:.3f}  {:.3f} mm\n", offset[0], offset[1], offset[2]);
+    text += poseText("camera in IMU", imuFromCamera) +
+            "                 (imu_to_camera: takes camera coordinates to the IMU's)\n";
+    text += poseText("IMU in camera", oru::Transform::inverse(imuFromCamera));
     writeOutput(text);
 }
 

@@ -17,6 +17,7 @@ public:
     /// The newest sample; not `valid` before the first one. The camera passes 0.
     virtual IMUPacket getIMUPose(int index) = 0;
     /// The IMU-to-camera pose, translation in millimetres.
+    /// Takes camera coordinates to the sensor's, its name notwithstanding; translation in millimetres.
     virtual Transform getIMUCameraTransform() = 0;
     /// The samples later than `from` and not later than `to` (nanoseconds), in the order in which they were measured.
     /// After the clock was set back, as when `from` is later than `to`: all that came since the last call, so that none

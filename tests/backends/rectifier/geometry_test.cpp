@@ -82,5 +82,91 @@ TEST(ViewMap, SmallerViewSeesTheSamePlaceOfTheCameraImage) {
     EXPECT_NEAR((halfPosition.y + 0.5) * 2, fullPosition.y + 0.5, 1e-9);
 }
 
+/// As the camera describes itself, with the principal point of a flipped image counted from the other border.
+CameraModeDescription describe(const CameraParameters& raw, const ViewGeometry& geometry, bool flipped) {
+    CameraModeDescription configuration;
+    configuration.resolution = raw.image_size;
+    configuration.raw_calibration = raw;
+    configuration.calibration = raw;
+    configuration.calibration.distortion = {};
+    configuration.calibration.fx = static_cast<float>(geometry.rectified.fx);
+    configuration.calibration.fy = static_cast<float>(geometry.rectified.fy);
+    configuration.calibration.cx = static_cast<float>(geometry.rectified.cx);
+    configuration.calibration.cy = static_cast<float>(geometry.rectified.cy);
+    for (CameraParameters* camera : {&configuration.calibration, &configuration.raw_calibration}) {
+        if (flipped) {
+            camera->cx = static_cast<float>(raw.image_size.width) - camera->cx;
+            camera->cy = static_cast<float>(raw.image_size.height) - camera->cy;
+        }
+    }
+    return configuration;
+}
+
+TEST(CameraGeometry, AgreesWithTheMapsOfTheViewsAtEverySizeAndFlip) {
+    constexpr double kExact = 1e-6;
+    for (const NamedLens& named : testLenses()) {
+        const CameraParameters raw = cameraOf(named, kSize);
+        for (const bool flipped : {false, true}) {
+            const ViewGeometry geometry = geometryOf(raw, flipped);
+            const CameraModeDescription configuration = describe(raw, geometry, flipped);
+            for (const Size view : {kSize, Size{960, 600}, Size{641, 333}}) {
+                SCOPED_TRACE(named.name + std::string(flipped ? ", flipped, " : ", ") + std::to_string(view.width));
+                const ViewMap map(geometry.lens, geometry.rectified, kSize, view, flipped);
+                const CameraGeometry camera(
+                    configuration, {static_cast<uint64_t>(view.width), static_cast<uint64_t>(view.height)}, flipped);
+                for (int v = 0; v < view.height; v += 83) {
+                    for (int u = 0; u < view.width; u += 97) {
+                        const Point pixel{static_cast<double>(u), static_cast<double>(v)};
+                        const Point source = map.at(u, v);
+                        const Point shown =
+                            flipped ? Point{view.width - 1 - source.x, view.height - 1 - source.y} : source;
+                        const auto distorted = camera.distort(pixel);
+                        ASSERT_TRUE(distorted.has_value());
+                        ASSERT_NEAR(distorted->x, shown.x, kExact);
+                        ASSERT_NEAR(distorted->y, shown.y, kExact);
+                        const auto back = camera.undistort(shown);
+                        ASSERT_TRUE(back.has_value());
+                        ASSERT_NEAR(back->x, u, kExact);
+                        ASSERT_NEAR(back->y, v, kExact);
+                        const auto ray = camera.unproject(RECTIFIED_GRAY, pixel);
+                        ASSERT_TRUE(ray.has_value());
+                        const auto again = camera.project(UNRECTIFIED_GRAY, {2 * ray->x, 2 * ray->y, 2});
+                        ASSERT_TRUE(again.has_value());
+                        ASSERT_NEAR(again->x, shown.x, kExact);
+                        ASSERT_NEAR(again->y, shown.y, kExact);
+                    }
+                }
+            }
+        }
+    }
+}
+
+TEST(CameraGeometry, HasNoAnswerBehindTheCameraBeyondAFoldAndWithoutALens) {
+    const CameraParameters raw = cameraOf({"folding", 0.4, {-0.6}, 0, 0}, kSize);
+    const CameraModeDescription configuration = describe(raw, geometryOf(raw, false), false);
+    const CameraGeometry camera(configuration);
+    EXPECT_FALSE(camera.project(RECTIFIED, {0.1, 0.1, -1}).has_value());
+    EXPECT_FALSE(camera.project(RECTIFIED, {0.1, 0.1, 0}).has_value());
+    EXPECT_TRUE(camera.project(UNRECTIFIED, {0.3, 0.1, 1}).has_value());
+    EXPECT_FALSE(camera.project(UNRECTIFIED, {3, 1, 1}).has_value());
+    EXPECT_FALSE(camera.undistort({-900, -900}).has_value()) << "no ray lands there";
+    EXPECT_FALSE(CameraGeometry({}).project(RECTIFIED, {0, 0, 1}).has_value());
+}
+
+TEST(CameraGeometry, TakesACalibrationThatWasRescaledForASmallerSize) {
+    const CameraParameters raw = cameraOf(testLenses()[4], kSize);
+    const CameraModeDescription own = describe(raw, geometryOf(raw, false), false);
+    CameraModeDescription half = own;
+    for (CameraParameters* camera : {&half.calibration, &half.raw_calibration}) {
+        *camera = {camera->fx / 2, camera->fy / 2, camera->cx / 2, camera->cy / 2, camera->distortion};
+        camera->image_size = {960, 600};
+    }
+    const auto exact = CameraGeometry(own, {960, 600}).distort({100, 50});
+    const auto rounded = CameraGeometry(half, {960, 600}).distort({100, 50});
+    ASSERT_TRUE(exact && rounded);
+    EXPECT_NEAR(rounded->x, exact->x, 1e-3);
+    EXPECT_NEAR(rounded->y, exact->y, 1e-3);
+}
+
 }  // namespace
 }  // namespace oru::rectifier

@@ -1,5 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <cmath>
+#ifdef ORU_HAS_CALIB3D
+#include <opencv2/calib3d.hpp>
+#endif
+
 #include "doubles/ScopedPlatform.hpp"
 #include "doubles/ScriptedFactory.hpp"
 #include "oru/interop/opencv.hpp"
@@ -61,6 +66,62 @@ TEST_F(Interop, WrappersThatEndLeaveThePixelsToTheContainer) {
     image.getPtr<unsigned char>(CPU)[34] = 1;
     EXPECT_EQ(image.getPtr<unsigned char>(CPU)[34], 1);
 }
+
+CameraModeDescription shortLens() {
+    CameraModeDescription configuration;
+    configuration.resolution = {1920, 1200};
+    CameraParameters& raw = configuration.raw_calibration;
+    raw.fx = 730.0F;
+    raw.fy = 731.5F;
+    raw.cx = 963.25F;
+    raw.cy = 588.5F;
+    raw.distortion = {0.42, 0.05, 0.001, -0.0008, 0.001, 0.75, 0.14, 0.006, 0.0012, -0.0002, -0.0009, 0.0003};
+    CameraParameters& rectified = configuration.calibration;
+    rectified.fx = rectified.fy = 700.0F;
+    rectified.cx = 960.5F;
+    rectified.cy = 590.0F;
+    raw.image_size = rectified.image_size = configuration.resolution;
+    return configuration;
+}
+
+TEST(InteropCalibration, PointsGoBothWaysAndThoseWithoutAnAnswerAreNotNumbers) {
+    CameraModeDescription configuration = shortLens();
+    const CameraGeometry geometry(configuration);
+    const std::vector<cv::Point2f> rectified{{0, 0}, {960.5F, 590.0F}, {1800, 30}};
+
+    const auto unrectified = interop::distortPoints(geometry, rectified);
+    const auto back = interop::undistortPoints(geometry, unrectified);
+
+    ASSERT_EQ(back.size(), rectified.size());
+    for (std::size_t i = 0; i < back.size(); ++i) {
+        const auto exact = geometry.distort({rectified[i].x, rectified[i].y});
+        ASSERT_TRUE(exact.has_value());
+        EXPECT_FLOAT_EQ(unrectified[i].x, static_cast<float>(exact->x));
+        EXPECT_NEAR(back[i].x, rectified[i].x, 1e-3);
+        EXPECT_NEAR(back[i].y, rectified[i].y, 1e-3);
+    }
+    configuration.raw_calibration.fx = 0;
+    EXPECT_TRUE(std::isnan(interop::distortPoints(CameraGeometry(configuration), rectified)[0].x));
+}
+
+#ifdef ORU_HAS_CALIB3D
+TEST(InteropCalibration, OpenCvProjectsWithTheMatrixAndTheCoefficientsToTheSamePixels) {
+    const CameraModeDescription configuration = shortLens();
+    const CameraGeometry geometry(configuration);
+    const std::vector<cv::Point3d> points{{0.1, -0.2, 1}, {-1.1, 0.6, 1.5}, {2.0, 1.0, 2.5}};
+    std::vector<cv::Point2d> pixels;
+
+    cv::projectPoints(points, cv::Vec3d(), cv::Vec3d(), interop::cameraMatrix(configuration.raw_calibration),
+                      interop::distCoeffs(configuration.raw_calibration), pixels);
+
+    for (std::size_t i = 0; i < points.size(); ++i) {
+        const auto ours = geometry.project(UNRECTIFIED, {points[i].x, points[i].y, points[i].z});
+        ASSERT_TRUE(ours.has_value());
+        EXPECT_NEAR(ours->x, pixels[i].x, 1e-6);
+        EXPECT_NEAR(ours->y, pixels[i].y, 1e-6);
+    }
+}
+#endif
 
 }  // namespace
 }  // namespace oru

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <sys/stat.h>
 
+#include <Eigen/LU>
 #include <algorithm>
 #include <charconv>
 
@@ -87,6 +88,27 @@ bool wrong(std::string& error, const char* key, const char* expected) {
     return false;
 }
 
+/// T_BS, row by row; left as it is when the text has none.
+bool parsePose(std::string_view yaml, std::array<double, 16>& pose, std::string& error) {
+    constexpr double kRigidTolerance = 1e-3;
+    if (yamlValue(yaml, "data").empty()) {
+        return true;
+    }
+    const auto numbers = yamlNumbers(yaml, "data");
+    if (numbers.size() != pose.size()) {
+        return wrong(error, "T_BS: data", "16 numbers");
+    }
+    std::copy(numbers.begin(), numbers.end(), pose.begin());
+    const Eigen::Matrix<double, 4, 4, Eigen::RowMajor> matrix(pose.data());
+    const Eigen::Matrix3d rotation = matrix.topLeftCorner<3, 3>();
+    const double defect = (rotation * rotation.transpose() - Eigen::Matrix3d::Identity()).cwiseAbs().maxCoeff();
+    if (!(defect <= kRigidTolerance) || !(rotation.determinant() > 0) ||
+        matrix.row(3) != Eigen::RowVector4d(0, 0, 0, 1)) {
+        return wrong(error, "T_BS: data", "a rotation with a translation");
+    }
+    return true;
+}
+
 }  // namespace
 
 bool parseEurocImages(std::string_view csv, std::vector<EurocImage>& images, std::string& error) {
@@ -123,7 +145,6 @@ bool parseEurocCamera(std::string_view yaml, EurocCamera& camera, std::string& e
     const auto size = yamlNumbers(yaml, "resolution");
     const auto pinhole = yamlNumbers(yaml, "intrinsics");
     const auto distortion = yamlNumbers(yaml, "distortion_coefficients");
-    const auto pose = yamlNumbers(yaml, "data");
     const std::string_view model = yamlValue(yaml, "distortion_model");
     if (size.size() != 2 || size[0] < 16 || size[1] < 16 || size[0] > 16384 || size[1] > 16384) {
         return wrong(error, "resolution", "[width, height]");
@@ -137,8 +158,8 @@ bool parseEurocCamera(std::string_view yaml, EurocCamera& camera, std::string& e
     if (distortion.size() > 4) {
         return wrong(error, "distortion_coefficients", "[k1, k2, p1, p2]");
     }
-    if (!pose.empty() && pose.size() != 16) {
-        return wrong(error, "T_BS: data", "16 numbers");
+    if (!parsePose(yaml, camera.pose, error)) {
+        return false;
     }
     if (const std::string_view rate = yamlValue(yaml, "rate_hz"); !rate.empty()) {
         if (!toNumber(rate, camera.rate_hz) || camera.rate_hz < 0.1 || camera.rate_hz > 1000.0) {
@@ -149,8 +170,11 @@ bool parseEurocCamera(std::string_view yaml, EurocCamera& camera, std::string& e
     camera.height = static_cast<int>(size[1]);
     camera.lens = {pinhole[0], pinhole[1], pinhole[2], pinhole[3], {}};
     std::copy(distortion.begin(), distortion.end(), camera.lens.distortion.begin());
-    std::copy(pose.begin(), pose.end(), camera.pose.begin());
     return true;
+}
+
+bool parseEurocImu(std::string_view yaml, EurocCamera& camera, std::string& error) {
+    return parsePose(yaml, camera.imu_pose, error);
 }
 
 bool parseEurocSample(std::string_view line, EurocSample& sample) {

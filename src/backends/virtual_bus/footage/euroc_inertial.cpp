@@ -1,10 +1,13 @@
 #include "backends/virtual_bus/footage/euroc_inertial.hpp"
 
+#include <Eigen/LU>
 #include <algorithm>
 #include <numbers>
 
 namespace oru::virtual_bus {
 namespace {
+
+using RowMajor4 = Eigen::Matrix<double, 4, 4, Eigen::RowMajor>;
 
 constexpr double kDegrees = 180.0 / std::numbers::pi;
 
@@ -13,16 +16,11 @@ constexpr double kDegrees = 180.0 / std::numbers::pi;
 EurocInertial::EurocInertial(const std::string& csvPath, const EurocCamera& camera, uint64_t firstImageNs,
                              uint64_t roundNs)
     : path(csvPath), file(csvPath), originNs(firstImageNs), spanNs(roundNs) {
-    Eigen::Matrix3d cameraToBody;
-    Eigen::Vector3d position;
-    for (int row = 0; row < 3; ++row) {
-        for (int column = 0; column < 3; ++column) {
-            cameraToBody(row, column) = camera.pose[static_cast<std::size_t>(4 * row + column)];
-        }
-        position[row] = camera.pose[static_cast<std::size_t>(4 * row + 3)];
-    }
-    bodyToCamera = cameraToBody.transpose();
-    sensorMounting.translation = bodyToCamera * position;
+    const RowMajor4 cameraToBody(camera.pose.data());
+    const RowMajor4 sensorToBody(camera.imu_pose.data());
+    const Eigen::Isometry3d cameraToSensor(sensorToBody.inverse() * cameraToBody);
+    sensorMounting.rotation = Eigen::Quaterniond(cameraToSensor.linear()).normalized();
+    sensorMounting.translation = cameraToSensor.translation();
 }
 
 bool EurocInertial::readLine(EurocSample& sample) {
@@ -63,14 +61,14 @@ bool EurocInertial::readAhead() {
 InertialSample EurocInertial::convert(const EurocSample& measured) {
     InertialSample sample;
     sample.elapsed_ns = measured.time_ns - originNs + round * spanNs;
-    const Eigen::Vector3d rate = bodyToCamera * Eigen::Vector3d(measured.rate[0], measured.rate[1], measured.rate[2]);
-    const Eigen::Vector3d force =
-        bodyToCamera * Eigen::Vector3d(measured.force[0], measured.force[1], measured.force[2]);
+    const Eigen::Quaterniond& fromCamera = sensorMounting.rotation;
+    const Eigen::Vector3d rate(measured.rate[0], measured.rate[1], measured.rate[2]);
+    const Eigen::Vector3d force(measured.force[0], measured.force[1], measured.force[2]);
     // After a gap the rate says nothing about the time between.
     const double seconds = std::min(static_cast<double>(sample.elapsed_ns - lastElapsed) * 1e-9, 0.1);
-    filter.update(rate, force, seconds);
+    filter.update(fromCamera.conjugate() * rate, fromCamera.conjugate() * force, seconds);
     lastElapsed = sample.elapsed_ns;
-    sample.orientation = filter.orientation();
+    sample.orientation = fromCamera * filter.orientation() * fromCamera.conjugate();
     sample.rate = rate * kDegrees;
     sample.raw_rate = sample.rate;
     sample.force = force;

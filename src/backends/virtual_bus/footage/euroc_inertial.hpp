@@ -9,8 +9,8 @@
 
 namespace oru::virtual_bus {
 
-/// The samples of a data set in real time, read as they are needed. They are turned into the camera's axes, so that the
-/// pose of the camera in the IMU's frame is a translation alone.
+/// The samples of a data set in real time, read as they are needed, along the sensor's own axes. Its world is level
+/// when the camera is: `worldToLevel` takes its coordinates to right, down, forward.
 class EurocInertial final : public InertialSource {
 public:
     /// @param firstImageNs the time of the data set that is 0 on the camera's axis
@@ -20,6 +20,7 @@ public:
     bool next(uint64_t until, InertialSample& sample) override;
     InertialSample atImage(uint64_t elapsed) override;
     [[nodiscard]] Mounting mounting() const override { return sensorMounting; }
+    [[nodiscard]] Eigen::Quaterniond worldToLevel() const override { return sensorMounting.rotation.conjugate(); }
     [[nodiscard]] ImuCalibration calibration() const override { return {}; }
     [[nodiscard]] Eigen::Vector3d rateVariance() const override;
     [[nodiscard]] Eigen::Vector3d forceVariance() const override;
@@ -31,7 +32,6 @@ private:
 
     std::string path;
     std::ifstream file;
-    Eigen::Matrix3d bodyToCamera = Eigen::Matrix3d::Identity();
     Mounting sensorMounting;
     AttitudeFilter filter;
     uint64_t originNs;

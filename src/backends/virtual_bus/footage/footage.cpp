@@ -107,6 +107,11 @@ bool loadDataSet(const std::string& root, DataSet& set, std::string& error) {
     if (!parseEurocCamera(yaml.text, set.camera, error)) {
         return false;
     }
+    const PlainText inertial = readPlainText(root + "/imu0/sensor.yaml", kMaxYamlBytes);
+    if (inertial.defect.empty() && !parseEurocImu(inertial.text, set.camera, error)) {
+        error = "imu0/" + error;
+        return false;
+    }
     const PlainText list = readPlainText(root + "/cam0/data.csv", kMaxListBytes);
     if (!list.defect.empty()) {
         error = "cam0/data.csv: " + list.defect;

@@ -55,6 +55,7 @@ void VirtualMcu::start(const TimeAxis& axis, InertialSource& source, const Optio
     firstOfRun = numberOfNext;
     firstNotHanded = numberOfNext;
     mounting = source.mounting();
+    worldToLevel = source.worldToLevel();
     imuCalibration = source.calibration();
 }
 
@@ -245,12 +246,13 @@ void VirtualMcu::addEnvironment(const InertialSample& sample, IMUPacket& packet)
     if (chosenOptions.magnetometer) {
         const uint64_t time = sample.elapsed_ns / kMagnetometerPeriodNs * kMagnetometerPeriodNs;
         packet.magnetometer_timestamp = timeAxis->stamp(time);
-        // Microtesla in the IMU's world: 20 along z, which is north here, and 43 down.
-        const Eigen::Vector3d field = sample.orientation.conjugate() * Eigen::Vector3d(0.0, 43.0, 20.0);
+        // Microtesla in the level world: 20 along z, which is north here, and 43 down.
+        const Eigen::Quaterniond attitude = worldToLevel * sample.orientation;
+        const Eigen::Vector3d field = attitude.conjugate() * Eigen::Vector3d(0.0, 43.0, 20.0);
         const Eigen::Vector3d alongCamera = mounting.rotation.conjugate() * field;
         packet.magnetic_vector_1 = toArray(alongCamera);
         packet.magnetic_vector_2 = toArray(alongCamera + Eigen::Vector3d(1.5, -2.0, 0.7));
-        const Eigen::Vector3d forward = sample.orientation * mounting.rotation * Eigen::Vector3d::UnitZ();
+        const Eigen::Vector3d forward = attitude * mounting.rotation * Eigen::Vector3d::UnitZ();
         const double heading = std::atan2(forward.x(), forward.z());
         packet.heading = static_cast<float>(heading < 0.0 ? heading + 2.0 * std::numbers::pi : heading);
         packet.heading_state = 0;

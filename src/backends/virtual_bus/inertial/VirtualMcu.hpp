@@ -71,6 +71,7 @@ private:
     uint64_t firstOfRun ORU_GUARDED_BY(mutex) = 0;      // stamps rise from here on: the clock was set back before it
     uint64_t firstNotHanded ORU_GUARDED_BY(mutex) = 0;  // by getIMUPacketBatch
     Mounting mounting ORU_GUARDED_BY(mutex);
+    Eigen::Quaterniond worldToLevel ORU_GUARDED_BY(mutex) = Eigen::Quaterniond::Identity();
     ImuCalibration imuCalibration ORU_GUARDED_BY(mutex);
 };
 

@@ -12,7 +12,7 @@ namespace oru::virtual_bus {
 /// One sample of the inertial sensors. Vectors along the IMU's axes: degrees per second and m/s^2.
 struct InertialSample {
     uint64_t elapsed_ns = 0;
-    Eigen::Quaterniond orientation = Eigen::Quaterniond::Identity();  ///< IMU axes to world axes
+    Eigen::Quaterniond orientation = Eigen::Quaterniond::Identity();  ///< IMU axes to its world
     Eigen::Vector3d rate = Eigen::Vector3d::Zero();                   ///< factory calibration applied
     Eigen::Vector3d force = Eigen::Vector3d::Zero();
     Eigen::Vector3d raw_rate = Eigen::Vector3d::Zero();  ///< as the sensor measured
@@ -30,6 +30,8 @@ public:
     /// The sample that belongs to an image.
     virtual InertialSample atImage(uint64_t elapsed) = 0;
     [[nodiscard]] virtual Mounting mounting() const = 0;
+    /// From the world of `orientation` to one whose axes are right, down, forward.
+    [[nodiscard]] virtual Eigen::Quaterniond worldToLevel() const { return Eigen::Quaterniond::Identity(); }
     [[nodiscard]] virtual ImuCalibration calibration() const = 0;
     /// Variance of one sample along each axis: (deg/s)^2 and (m/s^2)^2.
     [[nodiscard]] virtual Eigen::Vector3d rateVariance() const = 0;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "oru/Lens.hpp"
+#include "oru/types.hpp"
 
 namespace oru::virtual_bus {
 
