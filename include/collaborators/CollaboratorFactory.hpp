@@ -35,6 +35,10 @@ public:
     virtual GpuRuntime& gpu() = 0;
     virtual Clock& clock() = 0;
 
+    /// The same collaborators, whose readers, receivers, recorders and senders work with another source of
+    /// calibrations, which outlives it; null when this factory has none such.
+    virtual std::shared_ptr<CollaboratorFactory> withCalibration(CalibrationSource& /*calibration*/) { return nullptr; }
+
     /// What setProcessDefault gave, else what registerBuiltIn's function makes (once), else null.
     static std::shared_ptr<CollaboratorFactory> processDefault();
     /// Returns what had been set before, null when nothing had; null goes back to the built-in one.

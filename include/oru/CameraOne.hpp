@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <vector>
 
@@ -11,6 +12,14 @@ namespace oru {
 
 class CameraOneImpl;
 class CameraSlot;
+
+/// Which calibration a recording or a stream is rectified with. A live camera has one, its stored file.
+enum CALIBRATION_CHOICE : int32_t {
+    CALIBRATION_DEFAULT,  ///< as KORU_CALIBRATION says (own or local); else the one that it carries, unless a
+                          ///< `settings_path` is given and holds a file of that camera
+    CALIBRATION_OWN,      ///< the one that it carries; without it a local file
+    CALIBRATION_LOCAL,    ///< the camera's file on this machine; without it the one that it carries
+};
 
 /// One monocular camera: a live camera, a recorded file or a network stream behind one loop:
 /// open(), then grab() and retrieveImage() for each frame, then close().
@@ -34,13 +43,15 @@ public:
     CameraOne& operator=(CameraOne&& other) noexcept;
 
     /// Opens the input that the parameters name. An empty `settings_path` becomes $XDG_DATA_HOME (or ~/.local/share)
-    /// plus "/koru/settings/", made when missing. Opening an open camera closes it first; where open() fails, the
-    /// camera is closed.
+    /// plus "/koru/settings/", made when missing; a directory may lack the "/" at its end. Where nothing can be stored,
+    /// a calibration is kept for this opening. Opening an open camera closes it first; where open() fails, the camera
+    /// is closed.
+    /// @param choice of the calibration of a recording or a stream
     /// @retval INVALID_PARAMETER the input names an id or a serial number that no camera can have
     /// @retval CONFIGURATION_ADJUSTED not open: the HDR mode was changed, open again with getInitParameters()
     /// @retval DEVICE_NOT_FOUND, CAMERA_IN_USE, RESOLUTION_NOT_SUPPORTED, CALIBRATION_MISSING, CALIBRATION_INCOMPLETE,
     ///   RLX_FILE_UNREADABLE, STREAM_SETUP_FAILED and others, each reported in the log
-    ERROR_CODE open(const InitParametersOne& parameters);
+    ERROR_CODE open(const InitParametersOne& parameters, CALIBRATION_CHOICE choice = CALIBRATION_DEFAULT);
     /// Ends the input, the outgoing stream and the recording: the device is free, receivers are let go, threads have
     /// ended; a stream's port is free for this program, and some 5 s later for others. The object is then as a new one,
     /// but for getInitParameters(). An operation on another thread is waited for.

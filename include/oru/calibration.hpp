@@ -21,6 +21,8 @@ namespace oru {
 inline constexpr std::array<const char*, 12> kDistortionNames{"k1", "k2", "p1", "p2", "k3", "k4",
                                                               "k5", "k6", "s1", "s2", "s3", "s4"};
 inline constexpr const char* kDistortionSection = "DISTO";
+/// In MISC: who made the file, when it is not the camera's own. A camera whose file says so differs on purpose.
+inline constexpr const char* kCalibrationMakerKey = "made_by";
 inline constexpr std::size_t kCalibrationTextLimitBytes = std::size_t{1} << 20;
 
 /// How one image size is read out of the sensor: cut out of its centre, then binned.
@@ -111,6 +113,16 @@ struct LensDifference {
     double rotation_degrees = 0.0;
     int points = 0;  ///< of 33 x 21 over the image, where both lenses have a ray
 };
+
+struct LensFit {
+    Lens lens;
+    double max_pixels = 0.0;  ///< the largest distance between the two lenses' pixels of one ray
+};
+
+/// The lens with fewer coefficients that is closest to another one over an image: only the first `coefficients` of
+/// kDistortionNames (0 to 12) are free, with the focal lengths and the principal point. A lens that has no others stays
+/// as it is. Empty for an unusable lens, and where it shows less than half of the image.
+[[nodiscard]] ORU_API std::optional<LensFit> fitLens(const Lens& lens, const Resolution& image, int coefficients);
 
 /// Empty for an unusable lens, and where fewer than half of the points can be compared.
 [[nodiscard]] ORU_API std::optional<LensDifference> compareLenses(const Lens& first, const Lens& second,

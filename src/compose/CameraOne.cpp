@@ -1,9 +1,5 @@
 #include "oru/CameraOne.hpp"
 
-#include <cstdlib>
-#include <filesystem>
-#include <string>
-#include <system_error>
 #include <type_traits>
 #include <utility>
 
@@ -17,26 +13,6 @@
 
 namespace oru {
 namespace {
-
-constexpr const char* kSettingsBelowData = "/koru/settings/";
-
-/// Where an ordinary user's calibration files lie, made when missing; empty without a home.
-std::string userSettingsDirectory() {
-    const char* data = std::getenv("XDG_DATA_HOME");
-    const char* home = std::getenv("HOME");
-    std::string directory;
-    if (data != nullptr && data[0] == '/') {
-        directory = data;
-    } else if (home != nullptr && home[0] != '\0') {
-        directory = std::string(home) + "/.local/share";
-    } else {
-        return {};
-    }
-    directory += kSettingsBelowData;
-    std::error_code ignored;  // a directory that cannot be made shows when the calibration is stored
-    std::filesystem::create_directories(directory, ignored);
-    return directory;
-}
 
 // Before main, so that a Mat has its memory without a camera; a global camera may come even earlier.
 [[maybe_unused]] const bool kRegisteredBeforeMain = (registerBuiltInFactory(), true);
@@ -85,17 +61,13 @@ CameraOne::~CameraOne() = default;
 CameraOne::CameraOne(CameraOne&& other) noexcept = default;
 CameraOne& CameraOne::operator=(CameraOne&& other) noexcept = default;
 
-ERROR_CODE CameraOne::open(const InitParametersOne& parameters) {
+ERROR_CODE CameraOne::open(const InitParametersOne& parameters, CALIBRATION_CHOICE choice) {
     return guarded([&] {
         if (!canNameACamera(parameters.input)) {
             (void)impl.slot->close();
             return INVALID_PARAMETER;
         }
-        InitParametersOne completed = parameters;
-        if (completed.settings_path.empty()) {
-            completed.settings_path = userSettingsDirectory();
-        }
-        const ERROR_CODE opened = impl.slot->open(completed);
+        const ERROR_CODE opened = impl.slot->open(parameters, choice);
         if (opened == SUCCESS) {
             logAdjustments(parameters, parametersInForce(impl.slot->current()->camera));
         }
@@ -112,7 +84,12 @@ bool CameraOne::isOpened() const {
 InitParametersOne CameraOne::getInitParameters() const {
     return guarded([&] {
         const auto opening = impl.slot->current();
-        return opening->camera.isOpened() ? parametersInForce(opening->camera) : impl.slot->initParameters();
+        if (!opening->camera.isOpened()) {
+            return impl.slot->initParameters();
+        }
+        InitParametersOne inForce = parametersInForce(opening->camera);
+        inForce.settings_path = opening->calibration.shownPath().c_str();
+        return inForce;
     });
 }
 

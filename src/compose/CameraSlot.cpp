@@ -15,6 +15,9 @@ constexpr std::chrono::seconds kLongestOperation{10};
 
 }  // namespace
 
+Opening::Opening(const std::shared_ptr<CollaboratorFactory>& process)
+    : calibration(process->calibration()), camera(calibration.connect(process)) {}
+
 CameraSlot::Occupant CameraSlot::makeOccupant() {
     registerBuiltInFactory();
     auto promise = std::make_shared<std::promise<void>>();
@@ -57,22 +60,29 @@ void CameraSlot::useKeys() {
     current()->camera.useStreamKeys(inputKeys, outputKeys);
 }
 
-ERROR_CODE CameraSlot::open(const InitParametersOne& wanted) {
+ERROR_CODE CameraSlot::open(const InitParametersOne& wanted, CALIBRATION_CHOICE choice) {
     const MutexLock lock(lifecycle);
     (void)vacate();
     used = true;
-    const ERROR_CODE opened = openCurrent(wanted);
+    const ERROR_CODE opened = openCurrent(wanted, choice);
     if (opened != SUCCESS) {
         (void)vacate();
     }
     return opened;
 }
 
-ERROR_CODE CameraSlot::openCurrent(const InitParametersOne& wanted) {
+ERROR_CODE CameraSlot::openCurrent(const InitParametersOne& wanted, CALIBRATION_CHOICE choice) {
     const std::shared_ptr<Opening> opening = current();
-    const ERROR_CODE opened = opening->camera.open(wanted);
+    InitParametersOne completed = wanted;
+    completed.settings_path = opening->calibration.prepare(wanted, choice).c_str();
+    const ERROR_CODE opened = opening->camera.open(completed);
+    if (opened == SUCCESS) {
+        opening->calibration.compareWithFactory(opening->camera.getCameraInformation({}).serial_number);
+    }
+    completed = opening->camera.getInitParameters();
+    completed.settings_path = opening->calibration.shownPath().c_str();
     const MutexLock lock(mutex);
-    parameters = opening->camera.getInitParameters();
+    parameters = completed;
     return opened;
 }
 

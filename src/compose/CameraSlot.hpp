@@ -4,6 +4,8 @@
 #include <future>
 #include <memory>
 
+#include "collaborators/CollaboratorFactory.hpp"
+#include "compose/CameraCalibration.hpp"
 #include "oru/CameraOne.hpp"
 #include "oru/types.hpp"
 #include "oru_koruone/CameraOneImpl.hpp"
@@ -13,6 +15,11 @@ namespace oru {
 
 /// One opening of a CameraOne, from before its open() to its end.
 struct Opening {
+    Opening() : Opening(CollaboratorFactory::processDefault()) {}
+    /// With a source of calibrations of its own, where the process's collaborators know how.
+    explicit Opening(const std::shared_ptr<CollaboratorFactory>& process);
+
+    CameraCalibration calibration;
     CameraOneImpl camera;
     std::atomic<bool> frame_taken{false};
 };
@@ -28,7 +35,7 @@ public:
     [[nodiscard]] std::shared_ptr<Opening> current() const ORU_EXCLUDES(mutex);
 
     /// Ends the opening before it, whatever became of that, and opens.
-    ERROR_CODE open(const InitParametersOne& parameters) ORU_EXCLUDES(lifecycle, mutex);
+    ERROR_CODE open(const InitParametersOne& parameters, CALIBRATION_CHOICE choice) ORU_EXCLUDES(lifecycle, mutex);
     /// Ends the opening: its device, sender, receiver and recording have ended when this returns. FAILURE: an operation
     /// on another thread has not ended within 10 s; the opening ends with it.
     ERROR_CODE close() ORU_EXCLUDES(lifecycle, mutex);
@@ -48,7 +55,7 @@ private:
     [[nodiscard]] static Occupant makeOccupant();
     /// Puts a new opening into the place of a used one, and ends that.
     ERROR_CODE vacate() ORU_REQUIRES(lifecycle) ORU_EXCLUDES(mutex);
-    ERROR_CODE openCurrent(const InitParametersOne& wanted) ORU_EXCLUDES(mutex);
+    ERROR_CODE openCurrent(const InitParametersOne& wanted, CALIBRATION_CHOICE choice) ORU_EXCLUDES(mutex);
     void useKeys() ORU_REQUIRES(lifecycle);
 
     Mutex lifecycle;  // held through open and close; taken before mutex

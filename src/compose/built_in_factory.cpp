@@ -41,8 +41,50 @@ Download downloadByModule(const std::string& address, std::chrono::milliseconds 
                              : Download{{}, "the calibration module is missing", Completeness::KNOWN};
 }
 
+std::unique_ptr<UDPInput> makeReceiver(Clock& clock, CalibrationSource& calibration, bool verbose) {
+    const StreamModule* module = streamModule();
+    return module != nullptr
+               ? module->makeReceiver(clock, calibration, std::make_unique<LazyRlxVideo>(calibration), verbose)
+               : nullptr;
+}
+
+std::unique_ptr<UDPOutput> makeSender(Clock& clock, CalibrationSource& calibration, bool verbose) {
+    const StreamModule* module = streamModule();
+    return module != nullptr ? module->makeSender(clock, calibration, verbose) : nullptr;
+}
+
+/// The collaborators of one camera object: those of the process, with a source of calibrations of its own.
+class CameraFactory final : public CollaboratorFactory {
+public:
+    CameraFactory(std::shared_ptr<CollaboratorFactory> processFactory, CalibrationSource& calibration)
+        : process(std::move(processFactory)), calibrationSource(calibration) {}
+
+    std::unique_ptr<LiveCameraGrabber> makeGrabber(INPUT_TYPE type) override { return process->makeGrabber(type); }
+    std::unique_ptr<rlxrw::RLXVideo> makeRlxVideo(RlxRole /*role*/) override {
+        return std::make_unique<LazyRlxVideo>(calibrationSource);
+    }
+    std::unique_ptr<UDPInput> makeStreamInput(bool verbose) override {
+        return makeReceiver(clock(), calibrationSource, verbose);
+    }
+    std::unique_ptr<UDPOutput> makeStreamOutput(STREAMING_MODE /*mode*/, bool verbose) override {
+        return makeSender(clock(), calibrationSource, verbose);
+    }
+    std::unique_ptr<MonoRectifier> makeRectifier() override { return process->makeRectifier(); }
+    std::unique_ptr<PlaybackRecorder> makePlaybackRecorder() override {
+        return std::make_unique<LazyPlaybackRecorder>(clock(), calibrationSource);
+    }
+    DeviceDirectory& devices() override { return process->devices(); }
+    CalibrationSource& calibration() override { return calibrationSource; }
+    GpuRuntime& gpu() override { return process->gpu(); }
+    Clock& clock() override { return process->clock(); }
+
+private:
+    std::shared_ptr<CollaboratorFactory> process;
+    CalibrationSource& calibrationSource;
+};
+
 /// The real collaborators of this build. What lies in a module and is missing is null, or answers so when it is needed.
-class BuiltInFactory final : public CollaboratorFactory {
+class BuiltInFactory final : public CollaboratorFactory, public std::enable_shared_from_this<BuiltInFactory> {
 public:
     std::unique_ptr<LiveCameraGrabber> makeGrabber(INPUT_TYPE type) override {
         return virtual_bus::makeVirtualGrabber(bus, type);
@@ -51,14 +93,10 @@ public:
         return std::make_unique<LazyRlxVideo>(*calibrationSource);
     }
     std::unique_ptr<UDPInput> makeStreamInput(bool verbose) override {
-        const StreamModule* module = streamModule();
-        return module != nullptr ? module->makeReceiver(*systemClock, *calibrationSource,
-                                                        std::make_unique<LazyRlxVideo>(*calibrationSource), verbose)
-                                 : nullptr;
+        return makeReceiver(*systemClock, *calibrationSource, verbose);
     }
     std::unique_ptr<UDPOutput> makeStreamOutput(STREAMING_MODE /*mode*/, bool verbose) override {
-        const StreamModule* module = streamModule();
-        return module != nullptr ? module->makeSender(*systemClock, *calibrationSource, verbose) : nullptr;
+        return makeSender(*systemClock, *calibrationSource, verbose);
     }
     std::unique_ptr<MonoRectifier> makeRectifier() override {
         std::call_once(gpuTold, [this] { ORU_LOG(Info, "{} GPU: {}", kTagInit, gpuRuntime->description()); });
@@ -71,6 +109,9 @@ public:
     CalibrationSource& calibration() override { return *calibrationSource; }
     GpuRuntime& gpu() override { return *gpuRuntime; }
     Clock& clock() override { return *systemClock; }
+    std::shared_ptr<CollaboratorFactory> withCalibration(CalibrationSource& source) override {
+        return std::make_shared<CameraFactory>(shared_from_this(), source);
+    }
 
 private:
     std::unique_ptr<Clock> systemClock = makeSystemClock();

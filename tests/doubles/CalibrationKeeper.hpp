@@ -29,6 +29,22 @@ public:
         const MutexLock lock(mutex);
         texts[serial_number] = std::move(text);
     }
+    void offerFrom(CalibrationOrigin origin, const std::string& place, int serial_number, std::string text) override {
+        {
+            const MutexLock lock(mutex);
+            lastOrigin = origin;
+            lastPlace = place;
+        }
+        CalibrationSource::offerFrom(origin, place, serial_number, std::move(text));
+    }
+    [[nodiscard]] CalibrationOrigin origin() {
+        const MutexLock lock(mutex);
+        return lastOrigin;
+    }
+    [[nodiscard]] std::string place() {
+        const MutexLock lock(mutex);
+        return lastPlace;
+    }
     std::string text(int serial_number) override {
         const MutexLock lock(mutex);
         const auto found = texts.find(serial_number);
@@ -41,6 +57,8 @@ private:
     CallLog* log;
     Mutex mutex;
     std::map<int, std::string> texts ORU_GUARDED_BY(mutex);
+    CalibrationOrigin lastOrigin ORU_GUARDED_BY(mutex) = CalibrationOrigin::ATTACHED_CAMERA;
+    std::string lastPlace ORU_GUARDED_BY(mutex);
 };
 
 }  // namespace oru::doubles

@@ -3,13 +3,10 @@
 #include <filesystem>
 
 #include "koruone/camera/control_access.hpp"
-#include "oru/calibration.hpp"
 #include "shared/report.hpp"
 
 namespace koruone {
 namespace {
-
-constexpr std::size_t kDifferencesShown = 3;
 
 void warnOfMissingDirectory(const InputOptions& options) {
     std::error_code error;
@@ -17,33 +14,6 @@ void warnOfMissingDirectory(const InputOptions& options) {
         complain("the settings directory '{}' does not exist; make it, so that the calibration can be kept there.",
                  options.settings);
     }
-}
-
-void warnOfOtherCalibration(oru::CameraOne& camera) {
-    const oru::CameraDescription information = camera.getCameraInformation({});
-    if (information.input_type != oru::GMSL) {
-        return;
-    }
-    const std::string directory = camera.getInitParameters().settings_path.get();
-    const oru::CalibrationFile file = oru::findCalibration(directory, information.serial_number);
-    const oru::CalibrationFile factory = oru::factoryCalibration(information.serial_number);
-    if (file.empty() || factory.empty()) {
-        return;
-    }
-    const std::vector<oru::CalibrationDifference> differences = oru::compareCalibrations(file, factory);
-    if (differences.empty()) {
-        return;
-    }
-    std::string shown;
-    for (std::size_t i = 0; i < differences.size() && i < kDifferencesShown; ++i) {
-        shown += fmt::format("{}{} {} instead of {}", i == 0 ? "" : ", ", differences[i].key, differences[i].file,
-                             differences[i].factory);
-    }
-    complain(
-        "the calibration file {} disagrees with the camera's factory calibration in {} ({}{}); to replace it, "
-        "run 'koruone calib --serial {} --refresh'.",
-        file.path, counted(differences.size(), "value"), shown, differences.size() > kDifferencesShown ? ", ..." : "",
-        information.serial_number);
 }
 
 bool setControls(oru::CameraOne& camera, const InputOptions& options) {
@@ -80,7 +50,6 @@ bool openCamera(oru::CameraOne& camera, const InputOptions& options) {
         complain(code, "cannot open " + inputName(options), inputKind(options));
         return false;
     }
-    warnOfOtherCalibration(camera);
     return setControls(camera, options);
 }
 

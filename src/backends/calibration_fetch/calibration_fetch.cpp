@@ -45,6 +45,14 @@ public:
         }
     }
 
+    // Somebody's recording or stream says nothing about a camera that is attached here.
+    void offerFrom(CalibrationOrigin origin, const std::string& /*place*/, int serial_number,
+                   std::string text) override {
+        if (origin == CalibrationOrigin::ATTACHED_CAMERA) {
+            offer(serial_number, std::move(text));
+        }
+    }
+
     std::string text(int serial_number) override {
         const MutexLock lock(mutex);
         for (const Offer& known : offers) {

@@ -8,7 +8,7 @@
 namespace oru {
 
 /// Gets a camera's calibration file from whoever has it, in this order:
-///  1. the text that was offered for the serial number (the attached camera's factory calibration);
+///  1. the text that was offered for the serial number: the attached camera's factory calibration, and nobody else's;
 ///  2. the address in the environment variable KORU_CALIB_URL (http, https or file; nothing is fetched unless it
 ///     is set): "{serial}" in it stands for the serial number; an address that ends in ".conf" or has a query is
 ///     used as it is; to any other one "/" (where missing) and "SN<serial>.conf" are added.

@@ -24,6 +24,8 @@ TEST_F(Loopback, GivesTheSendersCalibrationInsideOpen) {
     EXPECT_EQ(receiver->description().serial_number, 4711);
     EXPECT_TRUE(receiver->description().has_imu);
     EXPECT_EQ(receiverTexts.text(4711), senderTexts.text(4711));
+    EXPECT_EQ(receiverTexts.origin(), CalibrationOrigin::STREAM);
+    EXPECT_EQ(receiverTexts.place(), "localhost:" + std::to_string(settings.port));
 }
 
 TEST_F(Loopback, VersionOneCarriesNeitherSamplesNorPose) {

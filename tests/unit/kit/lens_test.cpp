@@ -158,5 +158,27 @@ TEST(LensDifference, IsZeroForOneLensAndKnowsARotationFromAnotherLens) {
     EXPECT_FALSE(compareLenses(kEveryTerm, folding, image));
 }
 
+TEST(LensFit, KeepsWhatItCanExpressAndComesCloseToWhatItCannot) {
+    const Resolution image{1920, 1200};
+    Lens simple = kEveryTerm;
+    simple.distortion = {-0.05, 0.01, 0.0001, -0.0002};
+
+    const auto same = fitLens(simple, image, 4);
+    const auto rational = fitLens(kEveryTerm, image, 8);
+    const auto radial = fitLens(kEveryTerm, image, 4);
+
+    ASSERT_TRUE(same && rational && radial);
+    EXPECT_EQ(same->lens, simple);
+    EXPECT_EQ(same->max_pixels, 0.0);
+    const auto unfitted = compareLenses(kEveryTerm, simple, image);
+    EXPECT_LT(rational->max_pixels, 1.0);
+    EXPECT_LE(rational->max_pixels, radial->max_pixels);
+    EXPECT_LT(radial->max_pixels, unfitted->max_pixels);
+    for (std::size_t i = 8; i < 12; ++i) {
+        EXPECT_EQ(rational->lens.distortion[i], 0.0);
+    }
+    EXPECT_FALSE(fitLens(Lens{}, image, 4));
+}
+
 }  // namespace
 }  // namespace oru

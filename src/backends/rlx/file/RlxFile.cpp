@@ -122,9 +122,7 @@ int RlxFile::load(const char* path) {
         versionOne.set(head);
         versionTwo = {head.serial_number, static_cast<int>(head.width), static_cast<int>(head.height),
                       head.fps,           head.decompression_platform,  head.flipped};
-        if (!head.calibration_text.empty()) {
-            calibrationSource.offer(head.serial_number, head.calibration_text);
-        }
+        calibrationSource.offerFrom(CalibrationOrigin::RECORDING, path, head.serial_number, head.calibration_text);
     }
     return result;
 }

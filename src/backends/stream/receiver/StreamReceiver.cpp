@@ -108,9 +108,10 @@ int StreamReceiver::connect(const std::string& host, uint16_t port) {
         haveDescription = false;
     }
     link.start(*address, keys.viewing);
-    if (!awaitDescription(deadline)) {
+    const std::string sender = host + ":" + std::to_string(port);
+    if (!awaitDescription(sender, deadline)) {
         const std::string refusal = keyRefusal();
-        return complainUnanswered(host + ":" + std::to_string(port), refusal, link.connections() > 0);
+        return complainUnanswered(sender, refusal, link.connections() > 0);
     }
     control.start(*address, keys.control);
     decoding = std::jthread([this](const std::stop_token& stop) { decodeLoop(stop); });
@@ -140,7 +141,7 @@ int StreamReceiver::complainUnanswered(const std::string& address, const std::st
     return connected ? STREAM_NOT_DESCRIBED : STREAM_NO_ANSWER;
 }
 
-bool StreamReceiver::awaitDescription(uint64_t deadline) {
+bool StreamReceiver::awaitDescription(const std::string& sender, uint64_t deadline) {
     int serial = 0;
     std::string calibration;
     {
@@ -158,9 +159,7 @@ bool StreamReceiver::awaitDescription(uint64_t deadline) {
         setPatience(senderDescription.fps);
     }
     images.resize(std::size_t{width} * height * 2);
-    if (!calibration.empty()) {
-        calibrationSource.offer(serial, std::move(calibration));
-    }
+    calibrationSource.offerFrom(CalibrationOrigin::STREAM, sender, serial, std::move(calibration));
     return true;
 }
 

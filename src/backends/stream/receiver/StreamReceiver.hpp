@@ -68,7 +68,7 @@ private:
     /// Says once what became of the sender, where that changes.
     void tellOfSender(bool ended, bool silent);
     void complainOfKey();
-    [[nodiscard]] bool awaitDescription(uint64_t deadline);
+    [[nodiscard]] bool awaitDescription(const std::string& sender, uint64_t deadline);
     [[nodiscard]] std::string keyRefusal() const;
     [[nodiscard]] static int complainUnanswered(const std::string& address, const std::string& refusal, bool connected);
     void adopt(DescriptionRecord&& record);
