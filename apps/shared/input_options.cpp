@@ -1,6 +1,7 @@
 #include "shared/input_options.hpp"
 
 #include <fmt/core.h>
+#include <cstdlib>
 
 #include <limits>
 
@@ -97,7 +98,17 @@ void addInputOptions(CLI::App& command, InputOptions& options, const TextCheck& 
         ->check(CLI::Validator(checkAssignment, ""))
         ->type_name("NAME=VALUE")
         ->allow_extra_args(false);
-    command.add_option("--settings", options.settings, "Directory of the calibration files")->type_name("DIR");
+    addSettingsOption(command, options.settings);
+}
+
+void addSettingsOption(CLI::App& command, std::string& directory) {
+    const auto take = [&directory](const std::string& text) {
+        const char* home = std::getenv("HOME");
+        const bool ofHome = text == "~" || text.starts_with("~/");
+        directory = ofHome && home != nullptr ? home + text.substr(1) : text;
+    };
+    command.add_option_function<std::string>("--settings", take, "Directory of the calibration files")
+        ->type_name("DIR");
 }
 
 oru::InitParametersOne initParameters(const InputOptions& options) {

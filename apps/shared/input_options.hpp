@@ -52,6 +52,9 @@ std::string inputName(const InputOptions& options);
 /// Text of the form WxH; both at least 1. Empty optional for anything else.
 std::optional<oru::Resolution> parseSize(const std::string& text);
 
+/// `--settings DIR`, where a "~" at the beginning is the home, also where no shell has expanded it.
+void addSettingsOption(CLI::App& command, std::string& directory);
+
 /// Adds an option that takes WxH.
 CLI::Option* addSizeOption(CLI::App& command, const std::string& name, oru::Resolution& size, const std::string& text);
 

@@ -10,8 +10,10 @@
 
 #include "koruone/camera/settings_directory.hpp"
 #include "koruone/commands/commands.hpp"
+#include "koruone/runs/calibration_run.hpp"
 #include "oru/CameraOne.hpp"
 #include "oru/calibration.hpp"
+#include "shared/input_options.hpp"
 #include "shared/option_helpers.hpp"
 #include "shared/report.hpp"
 
@@ -23,7 +25,15 @@ struct CalibOptions {
     std::optional<uint32_t> serial;
     std::string settings;
     bool refresh = false;
+    std::optional<CalibrationFormat> format;
+    oru::Resolution size;
+    std::string import;
+    std::optional<int> model;
+    bool overwrite = false;
 };
+
+const Choices<std::optional<CalibrationFormat>> kFormats{
+    {"opencv", CalibrationFormat::OPENCV}, {"ros", CalibrationFormat::ROS}, {"kalibr", CalibrationFormat::KALIBR}};
 
 /// The N of ".../SNn.conf".
 std::optional<uint32_t> serialOfFile(const std::string& path) {
@@ -138,12 +148,19 @@ ExitStatus runOnFile(const CalibOptions& options) {
             return EXIT_FAILED;
         }
     }
-    return show(oru::readCalibration(options.file), serial);
+    const oru::CalibrationFile file = oru::readCalibration(options.file);
+    return options.format ? printCalibrationAs(file, *options.format, options.size) : show(file, serial);
 }
 
 ExitStatus runOnSerial(const CalibOptions& options) {
     const std::string directory = options.settings.empty() ? defaultSettingsPath() : options.settings + "/";
     const int serial = static_cast<int>(*options.serial);
+    if (!options.import.empty()) {
+        const ImportOptions import{options.import, directory, *options.serial, options.model, options.overwrite};
+        if (const ExitStatus imported = importCalibration(import); imported != EXIT_OK) {
+            return imported;
+        }
+    }
     oru::CalibrationFile calibration = oru::findCalibration(directory, serial);
     if (options.refresh || calibration.path.empty()) {
         if (!fetch(directory, *options.serial)) {
@@ -151,7 +168,8 @@ ExitStatus runOnSerial(const CalibOptions& options) {
         }
         calibration = oru::findCalibration(directory, serial);
     }
-    return show(calibration, options.serial);
+    return options.format ? printCalibrationAs(calibration, *options.format, options.size)
+                          : show(calibration, options.serial);
 }
 
 ExitStatus runCalib(const CalibOptions& options) {
@@ -164,14 +182,27 @@ ExitStatus runCalib(const CalibOptions& options) {
 
 void registerCalib(CLI::App& tool, ExitStatus& status) {
     auto options = std::make_shared<CalibOptions>();
-    CLI::App* command = tool.add_subcommand("calib", "Show, compare or fetch a camera's calibration file");
+    CLI::App* command = tool.add_subcommand("calib", "Show, compare, fetch or convert a camera's calibration file");
     auto* which = command->add_option_group("which", "The calibration");
     which->add_option("file", options->file, "A calibration file")->type_name("FILE");
     addNumberOption(*which, "--serial", options->serial, uint32_t{1}, std::numeric_limits<uint32_t>::max(),
                     "The file of this camera, fetched when missing");
     which->require_option(1);
-    command->add_option("--settings", options->settings, "Directory of the calibration files")->type_name("DIR");
-    command->add_flag("--refresh", options->refresh, "Replace the file by the camera's factory calibration");
+    addSettingsOption(*command, options->settings);
+    auto* refresh =
+        command->add_flag("--refresh", options->refresh, "Replace the file by the camera's factory calibration");
+    auto* format = addChoiceOption(*command, "--format", options->format, kFormats,
+                                   "Print it as another program reads it: opencv, ros or kalibr");
+    addSizeOption(*command, "--size", options->size, "The size of image to print it for (default: the largest)")
+        ->needs(format);
+    auto* import =
+        command->add_option("--import", options->import, "Make the camera's file of one of OpenCV, ROS or Kalibr")
+            ->type_name("FILE")
+            ->needs("--serial")
+            ->excludes(refresh);
+    addNumberOption(*command, "--model", options->model, 30, 31, "The camera's model, where nothing else tells it")
+        ->needs(import);
+    command->add_flag("--overwrite", options->overwrite, "Replace a file by the imported one")->needs(import);
     command->callback([options, &status] { status = runCalib(*options); });
 }
 

@@ -103,6 +103,32 @@ TEST(KoruoneCalib, ComparesWithTheFactoryAndRefreshes) {
     EXPECT_EQ(quiet.errors.find("--refresh"), std::string::npos) << quiet.errors;
 }
 
+TEST(KoruoneCalib, PrintsForOthersAndImportsWhatTheyMade) {
+    Tool tool;
+    const ToolResult asOpenCv = tool.run({"calib", "--serial", kSerial, "--format", "opencv"});
+    ASSERT_EQ(asOpenCv.status, 0) << asOpenCv.errors;
+    const std::string yaml = tool.home.write("mine.yaml", asOpenCv.output);
+    const std::string factory = tool.home.read("data/koru/settings/SN30010001.conf");
+
+    const ToolResult refused = tool.run({"calib", "--serial", kSerial, "--import", yaml});
+    const ToolResult imported = tool.run({"calib", "--serial", kSerial, "--import", yaml, "--overwrite"});
+    const ToolResult again = tool.run({"calib", "--serial", kSerial, "--format", "opencv"});
+    const ToolResult elsewhere =
+        tool.run({"calib", "--serial", "7", "--import", yaml, "--settings", "~/mine", "--model", "30"});
+    const ToolResult unknown = tool.run({"calib", "--serial", "8", "--import", yaml});
+
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_NE(refused.errors.find("--overwrite"), std::string::npos) << refused.errors;
+    EXPECT_EQ(imported.status, 0) << imported.errors;
+    EXPECT_EQ(again.output, asOpenCv.output) << "nothing is lost on the way";
+    const std::string stored = tool.home.read("data/koru/settings/SN30010001.conf");
+    EXPECT_NE(stored.find("made_by = imported from mine.yaml"), std::string::npos) << stored;
+    EXPECT_NE(factory, stored);
+    EXPECT_EQ(elsewhere.status, 0) << elsewhere.errors;
+    EXPECT_EQ(unknown.status, 1);
+    EXPECT_NE(unknown.errors.find("--model"), std::string::npos) << unknown.errors;
+}
+
 TEST(KoruoneCalib, RefusesWhatIsNoCalibration) {
     Tool tool;
     const std::string settings = tool.settings();

@@ -6,6 +6,7 @@
 #include "flow/koruone/tool.hpp"
 #include "koruone/output/ContactSheet.hpp"
 #include "koruone/output/TimingHistogram.hpp"
+#include "koruone/output/calibration_formats.hpp"
 #include "koruone/output/png_file.hpp"
 #include "koruone/output/time_plot.hpp"
 #include "koruone/runs/PacketClock.hpp"
@@ -23,6 +24,79 @@ std::vector<unsigned char> noise(std::size_t bytes) {
     std::vector<unsigned char> result(bytes);
     std::generate(result.begin(), result.end(), [&] { return static_cast<unsigned char>(random()); });
     return result;
+}
+
+TEST(CalibrationFormats, GoOutAndBackExactlyWhereTheFormatHoldsTheLens) {
+    const oru::Resolution size{1920, 1200};
+    const oru::Lens every{
+        1068.42,
+        1067.95,
+        967.31,
+        594.62,
+        {0.38, 0.016, 0.0004, -0.0003, 0.0002, 0.54, 0.057, 0.0003, -0.0005, 0.0002, 0.0005, -0.0001}};
+    const auto first = [&](std::size_t count) {
+        oru::Lens lens = every;
+        std::fill(lens.distortion.begin() + static_cast<std::ptrdiff_t>(count), lens.distortion.end(), 0.0);
+        return lens;
+    };
+    const struct {
+        CalibrationFormat format;
+        oru::Lens lens;
+        const char* mark;
+    } cases[] = {{CalibrationFormat::OPENCV, every, "!!opencv-matrix"},
+                 {CalibrationFormat::ROS, first(8), "rational_polynomial"},
+                 {CalibrationFormat::ROS, first(5), "plumb_bob"},
+                 {CalibrationFormat::KALIBR, first(4), "radtan"}};
+    const oru::TemporaryDirectory folder;
+    for (const auto& [format, lens, mark] : cases) {
+        const auto written = writeCalibrationAs(format, {lens, size}, "SN1");
+        ASSERT_TRUE(written.has_value());
+        EXPECT_EQ(written->fitted_within, 0.0);
+        EXPECT_NE(written->text.find(mark), std::string::npos) << written->text;
+        std::string error;
+        const auto read = readForeignCalibration(folder.write("a.yaml", written->text), error);
+        ASSERT_TRUE(read.has_value()) << error;
+        EXPECT_EQ(read->lens, lens) << mark;
+        EXPECT_EQ(read->size, size);
+    }
+    const auto fitted = writeCalibrationAs(CalibrationFormat::ROS, {every, size}, "SN1");
+    ASSERT_TRUE(fitted.has_value());
+    EXPECT_GT(fitted->fitted_within, 0.0) << "the prism terms are told, not dropped";
+    EXPECT_LT(fitted->fitted_within, 1.0);
+}
+
+TEST(CalibrationFormats, FilesOfOthersAreReadOrRefusedWithAReason) {
+    const oru::TemporaryDirectory folder;
+    const struct {
+        const char* text;
+        const char* reason;  // empty when it is one
+    } cases[] = {
+        {"%YAML:1.0\n---\ncalibration_time: \"Mon\"\nimage_width: 1920\nimage_height: 1200\ncamera_matrix: "
+         "!!opencv-matrix\n   rows: 3\n   cols: 3\n   dt: d\n   data: [ 1.0e+03, 0., 960., 0., 1.0e+03, 600., 0., 0., "
+         "1. ]\ndistortion_coefficients: !!opencv-matrix\n   rows: 5\n   cols: 1\n   dt: d\n   data: [ -.1, .01, 0., "
+         "0., "
+         "1.0e-03 ]\n",
+         ""},
+        {"cam0:\n  cam_overlaps: []\n  camera_model: pinhole\n  distortion_coeffs: [-0.2, 0.05, 0.0, 0.0]\n"
+         "  distortion_model: radtan\n  intrinsics: [460.0, 459.0, 367.0, 248.0]\n  resolution: [752, 480]\n",
+         ""},
+        {"cam0:\n  camera_model: pinhole\n  distortion_model: equidistant\n  distortion_coeffs: [0, 0, 0, 0]\n"
+         "  intrinsics: [460.0, 459.0, 367.0, 248.0]\n  resolution: [752, 480]\n",
+         "equidistant"},
+        {"image_width: 640\nimage_height: 480\n", "camera_matrix"},
+        {"image_width: 640\nimage_height: 480\ncamera_matrix: {data: [1, 0, 1, 0, .nan, 1, 0, 0, 1]}\n", "no number"},
+        {"[1, 2", ""},
+    };
+    for (const auto& [text, reason] : cases) {
+        std::string error;
+        const bool good = readForeignCalibration(folder.write("a.yaml", text), error).has_value();
+        EXPECT_EQ(good, *reason == '\0' && *text != '[') << text << error;
+        EXPECT_NE(error.find(reason), std::string::npos) << error;
+        EXPECT_EQ(error.empty(), good);
+    }
+    std::string error;
+    EXPECT_FALSE(readForeignCalibration(folder.path("none"), error).has_value());
+    EXPECT_FALSE(error.empty());
 }
 
 TEST(TimingHistogram, GivesPercentilesWithinOnePercent) {
