@@ -113,6 +113,18 @@ TEST_F(CalibrationFetchTest, AsksNobodyWithoutAnOfferAndAnAddress) {
     EXPECT_THAT(log.records(), IsEmpty());
 }
 
+TEST_F(CalibrationFetchTest, WhatRecordingsAndStreamsCarryIsNeverACamerasOwn) {
+    source->offerFrom(CalibrationOrigin::RECORDING, "a.rlx2", kSerial, kWholeCalibration);
+    source->offerFrom(CalibrationOrigin::STREAM, "192.0.2.7:30000", kSerial, kWholeCalibration);
+
+    EXPECT_EQ(source->text(kSerial), "");
+    EXPECT_FALSE(fetch());
+    EXPECT_TRUE(folder.list().empty());
+
+    source->offerFrom(CalibrationOrigin::ATTACHED_CAMERA, "", kSerial, kWholeCalibration);
+    EXPECT_TRUE(fetch());
+}
+
 TEST_F(CalibrationFetchTest, DownloadsFromTheAddressOnceNothingWasOffered) {
     HttpServer server([](const HttpConnection& client) { client.send(httpAnswer(kWholeCalibration)); });
     const ScopedEnvironment address("KORU_CALIB_URL", server.url("/calib/").c_str());

@@ -9,6 +9,7 @@
 
 #include "backends/rectifier/reference/reference_renderer.hpp"
 #include "backends/rectifier/reference/yuyv_frame.hpp"
+#include "oru/types.hpp"
 
 namespace oru::rectifier {
 

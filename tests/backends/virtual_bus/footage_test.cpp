@@ -8,6 +8,7 @@
 #include "backends/virtual_bus/BusRig.hpp"
 #include "backends/virtual_bus/bus_files.hpp"
 #include "backends/virtual_bus/footage/euroc.hpp"
+#include "backends/virtual_bus/footage/euroc_inertial.hpp"
 
 namespace oru::virtual_bus {
 namespace {
@@ -187,6 +188,18 @@ TEST(EurocDataSet, PlaysWithExactFrameAndSampleCounts) {
     EXPECT_NEAR(last.vector_3[2], 0.1F * 57.29578F, 1e-3F);
 }
 
+TEST(EurocDataSet, SensorBesideTheBodyMovesTheMounting) {
+    EurocCamera camera;
+    camera.pose = {0, -1, 0, 0.5, 1, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
+    std::string error;
+    ASSERT_TRUE(parseEurocImu("T_BS:\n  data: [0, -1, 0, 0.25, 1, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1]\n", camera, error));
+
+    const Mounting mounting = EurocInertial("none", camera, 0, 0).mounting();
+
+    EXPECT_LT(mounting.rotation.angularDistance(Eigen::Quaterniond::Identity()), 1e-9);
+    EXPECT_LT((mounting.translation - Eigen::Vector3d(0, -0.25, 0)).norm(), 1e-9);
+}
+
 TEST(EurocDataSet, ReaderNamesWhatIsWrong) {
     std::string error;
     std::vector<EurocImage> images;
@@ -204,6 +217,11 @@ TEST(EurocDataSet, ReaderNamesWhatIsWrong) {
     EXPECT_FALSE(parseEurocCamera("resolution: [752, 480]\nintrinsics: [1, 1, 1, 1]\ndistortion_model: equidistant\n",
                                   camera, error));
     EXPECT_NE(error.find("distortion_model"), std::string::npos);
+    EXPECT_FALSE(
+        parseEurocCamera("resolution: [752, 480]\nintrinsics: [1, 1, 1, 1]\n"
+                         "T_BS:\n  data: [2, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1]\n",
+                         camera, error));
+    EXPECT_NE(error.find("T_BS"), std::string::npos) << "no rotation stretches";
     EurocSample sample;
     EXPECT_FALSE(parseEurocSample("1,2,3,4,5,6", sample));
     EXPECT_FALSE(parseEurocSample("1,2,3,4,5,6,inf", sample));

@@ -171,7 +171,7 @@ TEST(LensFit, KeepsWhatItCanExpressAndComesCloseToWhatItCannot) {
     EXPECT_EQ(same->lens, simple);
     EXPECT_EQ(same->max_pixels, 0.0);
     const auto unfitted = compareLenses(kEveryTerm, simple, image);
-    EXPECT_LT(rational->max_pixels, 1.0);
+    EXPECT_LT(rational->max_pixels, 2.0) << "its prism terms move pixels by 5 and more";
     EXPECT_LE(rational->max_pixels, radial->max_pixels);
     EXPECT_LT(radial->max_pixels, unfitted->max_pixels);
     for (std::size_t i = 8; i < 12; ++i) {
