@@ -150,7 +150,7 @@ void printText(const oru::CameraDescription& info, const std::string& settings) 
                         mode.fps);
     text +=
         fmt::format("firmware         camera {}, sensors {}\n", mode.firmware_version, info.sensors.firmware_version);
-    text += fmt::format("settings         {}\n", settings.empty() ? "carried by the source" : settings);
+    text += fmt::format("settings         {}\n", settings.empty() ? "none given" : settings);
     text += calibrationText("rectified", mode.calibration);
     text += calibrationText("unrectified", mode.raw_calibration);
     text += sensorText("accelerometer", info.sensors.accelerometer);

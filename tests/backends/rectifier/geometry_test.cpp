@@ -158,7 +158,10 @@ TEST(CameraGeometry, TakesACalibrationThatWasRescaledForASmallerSize) {
     const CameraModeDescription own = describe(raw, geometryOf(raw, false), false);
     CameraModeDescription half = own;
     for (CameraParameters* camera : {&half.calibration, &half.raw_calibration}) {
-        *camera = {camera->fx / 2, camera->fy / 2, camera->cx / 2, camera->cy / 2, camera->distortion};
+        camera->fx /= 2;
+        camera->fy /= 2;
+        camera->cx /= 2;
+        camera->cy /= 2;
         camera->image_size = {960, 600};
     }
     const auto exact = CameraGeometry(own, {960, 600}).distort({100, 50});
