@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstdint>
 #include <memory>
 #include <vector>
 
@@ -12,14 +11,6 @@ namespace oru {
 
 class CameraOneImpl;
 class CameraSlot;
-
-/// Which calibration a recording or a stream is rectified with. A live camera has one, its stored file.
-enum CALIBRATION_CHOICE : int32_t {
-    CALIBRATION_DEFAULT,  ///< as KORU_CALIBRATION says (own or local); else the one that it carries, unless a
-                          ///< `settings_path` is given and holds a file of that camera
-    CALIBRATION_OWN,      ///< the one that it carries; without it a local file
-    CALIBRATION_LOCAL,    ///< the camera's file on this machine; without it the one that it carries
-};
 
 /// One monocular camera: a live camera, a recorded file or a network stream behind one loop:
 /// open(), then grab() and retrieveImage() for each frame, then close().

@@ -25,6 +25,7 @@ ORU_API String toString(INPUT_TYPE value);
 ORU_API String toString(MODEL value);
 ORU_API String toString(UNIT value);
 ORU_API String toString(AXIS_CONVENTION value);
+ORU_API String toString(CALIBRATION_CHOICE value);
 ORU_API String toString(InputKind value);
 ORU_API String toString(BUS_TYPE value);
 ORU_API String toString(CAMERA_TYPE value);

@@ -103,6 +103,14 @@ struct InitParametersOne {
     bool use_hdr = false;
 };
 
+/// Which calibration a recording or a stream is rectified with. A live camera has one, its stored file.
+enum CALIBRATION_CHOICE : int32_t {
+    CALIBRATION_DEFAULT,  ///< as KORU_CALIBRATION says (own or local); else the one that it carries, unless a
+                          ///< `settings_path` is given and holds a file of that camera
+    CALIBRATION_OWN,      ///< the one that it carries; without it a local file
+    CALIBRATION_LOCAL,    ///< the camera's file on this machine; without it the one that it carries
+};
+
 /// What is known of one grabbed frame beside its image, as it was when the sensor took it. A source knows some fields
 /// and not others: a field without its bit in `known` is unset.
 struct FrameInfo {

@@ -49,6 +49,11 @@ constexpr auto kAxisConventionNames = std::to_array<Named<AXIS_CONVENTION>>({
     {AXIS_CONVENTION_4, "AXIS_CONVENTION_4"},
     {AXIS_CONVENTION_5, "AXIS_CONVENTION_5"},
 });
+constexpr auto kCalibrationChoiceNames = std::to_array<Named<CALIBRATION_CHOICE>>({
+    {CALIBRATION_DEFAULT, "CALIBRATION_DEFAULT"},
+    {CALIBRATION_OWN, "CALIBRATION_OWN"},
+    {CALIBRATION_LOCAL, "CALIBRATION_LOCAL"},
+});
 constexpr auto kInputKindNames = std::to_array<Named<InputKind>>({
     {KIND_RLX_FILE, "KIND_RLX_FILE"},
     {KIND_STREAM, "KIND_STREAM"},
@@ -175,6 +180,10 @@ String toString(UNIT value) {
 
 String toString(AXIS_CONVENTION value) {
     return nameIn(kAxisConventionNames, value, "AXIS_CONVENTION");
+}
+
+String toString(CALIBRATION_CHOICE value) {
+    return nameIn(kCalibrationChoiceNames, value, "CALIBRATION_CHOICE");
 }
 
 String toString(InputKind value) {
