@@ -2,6 +2,7 @@
 
 #include "backends/rectifier/geometry/ViewMap.hpp"
 #include "backends/rectifier/images.hpp"
+#include "backends/rectifier/reference/camera_views.hpp"
 
 namespace oru::rectifier {
 namespace {
@@ -82,6 +83,13 @@ TEST(ViewMap, SmallerViewSeesTheSamePlaceOfTheCameraImage) {
     EXPECT_NEAR((halfPosition.y + 0.5) * 2, fullPosition.y + 0.5, 1e-9);
 }
 
+/// As a rectifier sets itself up: its pinhole is that of the single precision in which it tells it.
+ViewGeometry setUpGeometry(const CameraParameters& raw, bool flipped) {
+    CameraViews views;
+    (void)views.setUp(raw, flipped);
+    return views.geometry();
+}
+
 /// As the camera describes itself, with the principal point of a flipped image counted from the other border.
 CameraModeDescription describe(const CameraParameters& raw, const ViewGeometry& geometry, bool flipped) {
     CameraModeDescription configuration;
@@ -107,7 +115,7 @@ TEST(CameraGeometry, AgreesWithTheMapsOfTheViewsAtEverySizeAndFlip) {
     for (const NamedLens& named : testLenses()) {
         const CameraParameters raw = cameraOf(named, kSize);
         for (const bool flipped : {false, true}) {
-            const ViewGeometry geometry = geometryOf(raw, flipped);
+            const ViewGeometry geometry = setUpGeometry(raw, flipped);
             const CameraModeDescription configuration = describe(raw, geometry, flipped);
             for (const Size view : {kSize, Size{960, 600}, Size{641, 333}}) {
                 SCOPED_TRACE(named.name + std::string(flipped ? ", flipped, " : ", ") + std::to_string(view.width));
@@ -143,7 +151,7 @@ TEST(CameraGeometry, AgreesWithTheMapsOfTheViewsAtEverySizeAndFlip) {
 
 TEST(CameraGeometry, HasNoAnswerBehindTheCameraBeyondAFoldAndWithoutALens) {
     const CameraParameters raw = cameraOf({"folding", 0.4, {-0.6}, 0, 0}, kSize);
-    const CameraModeDescription configuration = describe(raw, geometryOf(raw, false), false);
+    const CameraModeDescription configuration = describe(raw, setUpGeometry(raw, false), false);
     const CameraGeometry camera(configuration);
     EXPECT_FALSE(camera.project(RECTIFIED, {0.1, 0.1, -1}).has_value());
     EXPECT_FALSE(camera.project(RECTIFIED, {0.1, 0.1, 0}).has_value());
@@ -155,7 +163,7 @@ TEST(CameraGeometry, HasNoAnswerBehindTheCameraBeyondAFoldAndWithoutALens) {
 
 TEST(CameraGeometry, TakesACalibrationThatWasRescaledForASmallerSize) {
     const CameraParameters raw = cameraOf(testLenses()[4], kSize);
-    const CameraModeDescription own = describe(raw, geometryOf(raw, false), false);
+    const CameraModeDescription own = describe(raw, setUpGeometry(raw, false), false);
     CameraModeDescription half = own;
     for (CameraParameters* camera : {&half.calibration, &half.raw_calibration}) {
         camera->fx /= 2;
