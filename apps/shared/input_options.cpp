@@ -93,6 +93,7 @@ void addInputOptions(CLI::App& command, InputOptions& options, const TextCheck& 
                                           "How long to wait for a stream that pauses or is lost (default 10)")
         ->type_name("SECONDS");
     command.add_flag("--realtime", options.realtime, "Play a recorded file at its recorded pace");
+    addFollowOption(command, options.follow);
     addLiveOptions(command, options);
     command.add_option("--set", options.controls, "Write a control after opening; may be given several times")
         ->check(CLI::Validator(checkAssignment, ""))
@@ -111,6 +112,10 @@ void addSettingsOption(CLI::App& command, std::string& directory) {
         ->type_name("DIR");
 }
 
+void addFollowOption(CLI::App& command, bool& follow) {
+    command.add_flag("--follow", follow, "Go on while the recorded file is still being written or copied");
+}
+
 oru::InitParametersOne initParameters(const InputOptions& options) {
     oru::InitParametersOne parameters;
     parameters.requested_resolution = options.resolution;
@@ -118,6 +123,7 @@ oru::InitParametersOne initParameters(const InputOptions& options) {
     parameters.image_flip = options.flip;
     parameters.use_hdr = options.hdr;
     parameters.rlx_real_time = options.realtime;
+    parameters.rlx_follow = options.follow;
     if (!options.settings.empty()) {
         parameters.settings_path = options.settings + "/";
     }

@@ -24,6 +24,7 @@ struct InputOptions {
     int flip = 0;
     bool hdr = false;
     bool realtime = false;              ///< a recorded file at its recorded pace
+    bool follow = false;                ///< go on while a recorded file grows
     std::string settings;               ///< directory, empty for the default one
     std::vector<std::string> controls;  ///< NAME=VALUE, checked, in the order to be written
 };
@@ -31,10 +32,13 @@ struct InputOptions {
 /// Says what is wrong with a text, nothing when it is right.
 using TextCheck = std::function<std::string(std::string&)>;
 
-/// Adds --id, --serial, --file, --stream, --input (one of them at most), --patience, --realtime, --resolution, --fps,
-/// --flip,
+/// Adds --id, --serial, --file, --stream, --input (one of them at most), --patience, --realtime, --follow, --resolution,
+/// --fps, --flip,
 /// --hdr, --set (whose texts `checkAssignment` judges) and --settings. `options` must outlive the parsing.
 void addInputOptions(CLI::App& command, InputOptions& options, const TextCheck& checkAssignment);
+
+/// Adds --follow, for recorded files.
+void addFollowOption(CLI::App& command, bool& follow);
 
 /// The parameters of open() for these options.
 oru::InitParametersOne initParameters(const InputOptions& options);

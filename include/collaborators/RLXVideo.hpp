@@ -90,6 +90,7 @@ enum RLX_CREATE_RESULT : int {
     RLX_CREATED = 0,
     RLX_NOT_CREATABLE = 1,  ///< no right, no room, or another recorder writes it
     RLX_NO_ENCODER = 2,     ///< none here for the mode, or none for this size
+    RLX_EXISTS = 4,         ///< createNew only
 };
 
 /// What writeFrame answers. After a failure only close makes sense.
@@ -124,7 +125,8 @@ class RLXVideo {
 public:
     virtual ~RLXVideo() = default;
 
-    /// RLX_OPEN_RESULT or kRlxModuleMissing. An open reader is closed first.
+    /// RLX_OPEN_RESULT or kRlxModuleMissing. An open reader is closed first. The file is only read: what merely lacks
+    /// its end, because it was cut off or is still being written, is opened with the frames that are there.
     virtual int open(const char* path) = 0;
     virtual void close() = 0;
     /// REPAIR_RESULT or kRlxModuleMissing; any other answer: invalid compression. An empty `out` repairs in place.
@@ -155,6 +157,10 @@ public:
     /// Takes the next frame; it is checked before a byte of `pixels` is written. A damaged frame is counted and
     /// skipped (NO_FRAME). `size` must be width * height * 2.
     [[nodiscard]] virtual FrameStatus readFrame(unsigned char* pixels, std::size_t size, Timestamp& time) = 0;
+    /// Whether an open from now on follows a recording that grows: its frames come as they are written.
+    virtual void follow(bool /*wanted*/) {}
+    /// Of a recording that is followed: behind the last frame more may come. False for good after the end.
+    virtual bool mayGrow() { return false; }
     virtual int frameCount() = 0;
     /// Index of the frame that readFrame takes next; frameCount() at the end.
     virtual int position() = 0;
@@ -164,8 +170,10 @@ public:
     virtual void skipFrame() {}
     /// The sample taken with the image of the current frame; false when there is none.
     virtual bool getFrameIMU(IMUPacket& /*packet*/) { return false; }
-    /// Starts a new file: RLX_CREATE_RESULT.
+    /// Starts a new file, in place of an existing one: RLX_CREATE_RESULT.
     virtual int create(const char* path, const RlxRecordingHeader& header) = 0;
+    /// As create, but never touches an existing file, whoever made it and when: RLX_EXISTS.
+    virtual int createNew(const char* path, const RlxRecordingHeader& header) { return create(path, header); }
     /// RLX_WRITE_RESULT.
     virtual int writeFrame(const RlxFrame& frame) = 0;
     /// Recorder: hands out the file begun by create(), which whoever takes it closes; close() here leaves it alone

@@ -18,9 +18,11 @@ public:
     [[nodiscard]] virtual RECORDING_CONDITION condition() const = 0;
     /// Version 0 when no head could be read.
     [[nodiscard]] virtual const rlxrw::RlxRecordingHeader& header() const = 0;
-    /// Empty unless the recording is intact.
+    /// Intact, or only without its end; then condition() says why.
+    [[nodiscard]] virtual bool isPlayable() const = 0;
+    /// Of the frames that were there when it was opened; empty unless the recording is playable.
     [[nodiscard]] virtual const std::vector<Timestamp>& frameTimes() const = 0;
-    /// The packets stored with a frame; empty where its record is damaged.
+    /// The packets stored with a frame, also one that has come since; empty where its record is damaged.
     [[nodiscard]] virtual std::vector<IMUPacket> packets(int frame) = 0;
 };
 

@@ -19,11 +19,14 @@ public:
     RecordedFile(const RecordedFile&) = delete;
     RecordedFile& operator=(const RecordedFile&) = delete;
 
-    /// Reads head and index; an open file is closed first.
+    /// Reads head and index; an open file is closed first. The file is only read. One that merely lacks its end,
+    /// because it was cut off or is still being written, is open with the frames that are there, and condition() says
+    /// so. With `follow` it goes on as it grows: more frames come, and END_OF_INPUT only when it is finished or nothing
+    /// has come for five seconds.
     /// @retval RLX_FILE_UNREADABLE not open: condition() says why; facts() holds where a head could be read
     /// @retval RLX_CODEC_UNAVAILABLE open, but this machine cannot decode the images: readFrame answers INVALID_CALL
     /// @retval NOT_SUPPORTED this installation has no part for recordings
-    ERROR_CODE open(const String& path);
+    ERROR_CODE open(const String& path, bool follow = false);
     void close();
     [[nodiscard]] RECORDING_CONDITION condition() const;
     [[nodiscard]] const RecordingFacts& facts() const;

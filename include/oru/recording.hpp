@@ -19,7 +19,7 @@ enum class RECORDING_CONDITION : int32_t {
     EMPTY,
     NOT_OURS,
     TOO_NEW,         ///< written in a version that this reader does not know
-    BEING_RECORDED,  ///< or being repaired
+    BEING_RECORDED,  ///< or being repaired or copied: somebody writes it
     NO_WHOLE_FRAME,
     UNFINISHED,  ///< recording or repair ended without a clean close
     CUT_OFF,     ///< finished, then shortened

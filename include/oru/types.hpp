@@ -101,6 +101,9 @@ struct InitParametersOne {
     float reserved_float = 5.0F;
     bool fast_fail_grab = false;  ///< give up after 50 rounds and answer CAMERA_UNAVAILABLE
     bool use_hdr = false;
+    /// Of a recorded file that is still being written, by a recorder or a copy: go on as it grows. END_OF_INPUT then
+    /// comes when it is finished, or when nothing has come for five seconds.
+    bool rlx_follow = false;
 };
 
 /// Which calibration a recording or a stream is rectified with. A live camera has one, its stored file.

@@ -10,6 +10,7 @@ RLXVideo* LazyRlxVideo::needed() {
     if (video == nullptr) {
         if (const RecordingModule* module = recordingModule(); module != nullptr) {
             video = module->makeVideo(calibrationSource);
+            video->follow(follows);
             published.store(video.get(), std::memory_order_release);
         }
     }
@@ -29,6 +30,11 @@ int LazyRlxVideo::repairFile(const char* in, const char* out, bool reopen, bool 
 int LazyRlxVideo::create(const char* path, const rlxrw::RlxRecordingHeader& header) {
     RLXVideo* real = needed();
     return real != nullptr ? real->create(path, header) : rlxrw::kRlxModuleMissing;
+}
+
+int LazyRlxVideo::createNew(const char* path, const rlxrw::RlxRecordingHeader& header) {
+    RLXVideo* real = needed();
+    return real != nullptr ? real->createNew(path, header) : rlxrw::kRlxModuleMissing;
 }
 
 void LazyRlxVideo::close() {
@@ -133,6 +139,18 @@ void LazyRlxVideo::writeCurrentIMU(IMUPacket packet) {
 FrameStatus LazyRlxVideo::readFrame(unsigned char* pixels, std::size_t size, Timestamp& time) {
     RLXVideo* real = made();
     return real != nullptr ? real->readFrame(pixels, size, time) : SOURCE_UNAVAILABLE;
+}
+
+void LazyRlxVideo::follow(bool wanted) {
+    follows = wanted;
+    if (RLXVideo* real = made(); real != nullptr) {
+        real->follow(wanted);
+    }
+}
+
+bool LazyRlxVideo::mayGrow() {
+    RLXVideo* real = made();
+    return real != nullptr && real->mayGrow();
 }
 
 int LazyRlxVideo::frameCount() {

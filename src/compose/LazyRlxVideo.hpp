@@ -40,12 +40,15 @@ public:
     void writeCurrentIMU(IMUPacket packet) override;
 
     FrameStatus readFrame(unsigned char* pixels, std::size_t size, Timestamp& time) override;
+    void follow(bool wanted) override;
+    bool mayGrow() override;
     int frameCount() override;
     int position() override;
     Timestamp frameTime(int frame) override;
     void skipFrame() override;
 
     int create(const char* path, const rlxrw::RlxRecordingHeader& header) override;
+    int createNew(const char* path, const rlxrw::RlxRecordingHeader& header) override;
     int writeFrame(const rlxrw::RlxFrame& frame) override;
     std::shared_ptr<rlxrw::RecordingFile> recordingFile() override;
     void takeWrittenPackets(std::vector<IMUPacket>& packets) override;
@@ -59,6 +62,7 @@ private:
     rlxrw::RLXVideo* needed();
 
     CalibrationSource& calibrationSource;
+    bool follows = false;  // told before the module was needed
     std::unique_ptr<rlxrw::RLXVideo> video;
     std::atomic<rlxrw::RLXVideo*> published{nullptr};  // counters() may come while open() makes it
 };

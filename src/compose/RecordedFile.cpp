@@ -1,6 +1,7 @@
 #include "oru/RecordedFile.hpp"
 
 #include <algorithm>
+#include <ranges>
 
 #include "collaborators/CollaboratorFactory.hpp"
 #include "compose/built_in_factory.hpp"
@@ -98,7 +99,7 @@ struct RecordedFile::Opened {
 RecordedFile::RecordedFile() : opened(std::make_unique<Opened>()) {}
 RecordedFile::~RecordedFile() = default;
 
-ERROR_CODE RecordedFile::open(const String& path) {
+ERROR_CODE RecordedFile::open(const String& path, bool follow) {
     *opened = {};
     const std::unique_ptr<RecordingTools> tools = recordingTools();
     std::unique_ptr<rlxrw::RLXVideo> reader = makeVideo(CollaboratorFactory::RlxRole::reader);
@@ -110,11 +111,16 @@ ERROR_CODE RecordedFile::open(const String& path) {
     if (index->header().version != 0) {
         opened->facts = factsOf(index->header());
     }
-    if (opened->condition != RECORDING_CONDITION::INTACT) {
+    if (!index->isPlayable() && !follow) {
+        return RLX_FILE_UNREADABLE;
+    }
+    reader->follow(follow);
+    const int result = reader->open(path.c_str());
+    if (result == rlxrw::RLX_DAMAGED) {
         return RLX_FILE_UNREADABLE;
     }
     opened->index = std::move(index);
-    if (reader->open(path.c_str()) != 0) {
+    if (result != rlxrw::RLX_OPENED) {
         return RLX_CODEC_UNAVAILABLE;
     }
     opened->reader = std::move(reader);
@@ -134,19 +140,24 @@ const RecordingFacts& RecordedFile::facts() const {
 }
 
 int RecordedFile::frameCount() const {
+    if (opened->reader != nullptr) {
+        return opened->reader->frameCount();
+    }
     return opened->index == nullptr ? 0 : static_cast<int>(opened->index->frameTimes().size());
 }
 
 Timestamp RecordedFile::frameTime(int frame) const {
-    return frame < 0 || frame >= frameCount() ? 0 : opened->index->frameTimes()[static_cast<std::size_t>(frame)];
+    if (frame < 0 || frame >= frameCount()) {
+        return 0;
+    }
+    return opened->reader != nullptr ? opened->reader->frameTime(frame)
+                                     : opened->index->frameTimes()[static_cast<std::size_t>(frame)];
 }
 
 int RecordedFile::frameAt(Timestamp time) const {
-    if (opened->index == nullptr) {
-        return 0;
-    }
-    const std::vector<Timestamp>& times = opened->index->frameTimes();
-    return static_cast<int>(std::lower_bound(times.begin(), times.end(), time) - times.begin());
+    const auto frames = std::views::iota(0, frameCount());
+    const auto found = std::ranges::lower_bound(frames, time, {}, [this](int frame) { return frameTime(frame); });
+    return static_cast<int>(found - frames.begin());
 }
 
 int RecordedFile::position() const {

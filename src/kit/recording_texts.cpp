@@ -25,7 +25,7 @@ const char* describe(RECORDING_CONDITION condition) {
         case TOO_NEW:
             return "is of an RLX version or size that this program does not know";
         case BEING_RECORDED:
-            return "is being recorded or repaired";
+            return "is being written by another program";
         case NO_WHOLE_FRAME:
             return "holds no whole frame";
         case UNFINISHED:

@@ -51,6 +51,7 @@ ERROR_CODE CameraOneImpl::connectRecorded() {
     if (!hasRecordingModule()) {
         return ORU_REPORT(NOT_SUPPORTED);
     }
+    rlxReader->follow(initParameters.rlx_follow);
     const int opening = rlxReader->open(rlxPath.c_str());
     if (opening == rlxrw::kRlxModuleMissing) {
         return ORU_REPORT(NOT_SUPPORTED);

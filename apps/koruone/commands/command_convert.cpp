@@ -3,6 +3,7 @@
 #include "koruone/commands/commands.hpp"
 #include "koruone/output/compression_names.hpp"
 #include "koruone/runs/convert_run.hpp"
+#include "shared/input_options.hpp"
 
 namespace koruone {
 
@@ -17,6 +18,7 @@ void registerConvert(CLI::App& tool, ExitStatus& status) {
         addChoiceOption(*command, "--compression", *mode, kCompressions,
                         "raw, h264, h265, lossless or ffv1 (default: as recorded; .mp4: h264 or h265)");
     command->add_flag("--overwrite", options->overwrite, "Replace an existing output");
+    addFollowOption(*command, options->follow);
     command->callback([=, &status] {
         if (compression->count() > 0) {
             options->compression = *mode;

@@ -13,6 +13,7 @@ void registerPlay(CLI::App& tool, ExitStatus& status) {
     CLI::App* command = tool.add_subcommand("play", "Play an RLX file to its end and measure");
     command->add_option("FILE", options->input.file, "The recording")->required();
     command->add_flag("--realtime", options->input.realtime, "At the recorded pace (default: as fast as possible)");
+    addFollowOption(*command, options->input.follow);
     addNumberOption(*command, "--from", options->from, 0, std::numeric_limits<int>::max(),
                     "Number of the first frame (default 0)");
     command->add_option("--out", options->directory, "Write frame_000000.png ..., frames.csv, contact_sheet.png here")

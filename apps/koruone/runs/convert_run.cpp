@@ -49,8 +49,12 @@ ExitStatus ConvertRun::run() {
 }
 
 bool ConvertRun::openInput() {
-    const oru::ERROR_CODE code = recording.open(options.file);
+    const oru::ERROR_CODE code = recording.open(options.file, options.follow);
     const oru::RECORDING_CONDITION condition = recording.condition();
+    if (code == oru::SUCCESS && condition != oru::RECORDING_CONDITION::INTACT && !options.follow) {
+        complain("{} {}; the {} frames that are there are converted.", options.file, oru::describe(condition),
+                 recording.frameCount());
+    }
     if (code == oru::RLX_FILE_UNREADABLE) {
         complain("{} {}{}.", options.file, oru::describe(condition),
                  oru::isRepairable(condition) ? fmt::format("; run 'koruone repair {}' first", options.file) : "");
@@ -106,11 +110,10 @@ oru::ERROR_CODE ConvertRun::readFrame() {
 }
 
 bool ConvertRun::copyFrames() {
-    const int total = recording.frameCount();
     bool written = true;
     const auto uses = [&] {
         written = target->write(image, recording);
-        progress.show(fmt::format("{}/{} frames", recording.position(), total));
+        progress.show(fmt::format("{}/{} frames", recording.position(), recording.frameCount()));
         return written;
     };
     return loop.run([] { return true; }, uses) && written;

@@ -17,6 +17,7 @@ struct ConvertOptions {
     std::string output;
     std::optional<oru::RLX_COMPRESSION_MODE> compression;  ///< none: as recorded, or what the output needs
     bool overwrite = false;
+    bool follow = false;  ///< go on while the file grows
 };
 
 /// One `koruone convert`, from a file, without a camera. The form follows the output's name: .rlx, .rlx2 and .mkv are

@@ -79,7 +79,7 @@ bool GrabRun::goToFirstFrame() {
         complain("{} has {} frames; there is no frame {}.", options.input.file, camera.getRLXNumberOfFrames(),
                  options.from);
     }
-    if (!options.input.file.empty()) {
+    if (!options.input.file.empty() && !options.input.follow) {
         const int left = camera.getRLXNumberOfFrames() - camera.getRLXPosition();
         options.frames = std::min(options.frames, static_cast<uint64_t>(std::max(left, 0)));
     }

@@ -311,8 +311,14 @@ TEST_P(EveryMode, KilledRecorderLosesAtMostHalfASecond) {
         helper.kill();
         const std::size_t count = helper.rest().size();
 
+        const std::vector<unsigned char> left = readBytes(path);
+        const Played asLeft = play(path, scene);
+        EXPECT_EQ(readBytes(path), left) << "playing only reads";
+
         const RecordingRepair report = rlx::repairRecording(path, "", rlx::ImageCheck::TAIL);
 
+        EXPECT_EQ(asLeft.times.size(), report.frames_recovered);
+        EXPECT_EQ(asLeft.wrong_images, 0U);
         ASSERT_EQ(report.result, REPAIR_DONE);
         EXPECT_GE(static_cast<double>(report.frames_recovered) + 30.0, static_cast<double>(count));
         const Played played = play(path, scene);

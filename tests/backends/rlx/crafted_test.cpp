@@ -319,11 +319,8 @@ private:
 struct Ahead {
     Ahead() {
         record(path, scene, 3);
-        rlx::OpenedFile file;
-        std::vector<rlx::IndexEntry> entries;
-        EXPECT_EQ(rlx::openWithIndex(path, file, entries), Condition::INTACT);
-        ahead = std::make_unique<rlx::DecodeAhead>(std::move(file), std::move(entries),
-                                                   std::make_unique<TroubledDecoder>(gate));
+        ahead =
+            std::make_unique<rlx::DecodeAhead>(rlx::openToPlay(path), false, std::make_unique<TroubledDecoder>(gate));
     }
 
     const TemporaryDirectory folder;

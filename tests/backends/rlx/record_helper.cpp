@@ -1,11 +1,19 @@
 // Records the computed scene in a process of its own, for tests that end it or limit it.
 //   rlx_record_helper disk FILE MODE LIMIT   files cannot grow beyond LIMIT bytes; exit 0 when writing failed for it
 //   rlx_record_helper endless FILE MODE      at 60 Hz until it is killed; writes one "+" for each frame offered
+//   rlx_record_helper unlocked FILE MODE     records and plays where no file can be locked; exit 0 when both went,
+//                                            77 when this machine cannot deny the locks
 
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
+#include <cstddef>
 #include <cstdlib>
 #include <string>
 
@@ -45,6 +53,26 @@ int recordEndlessly(const std::string& path, const Scene& scene) {
     return 0;
 }
 
+/// As a file system without locks answers.
+bool denyLocks() {
+    sock_filter program[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_flock, 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EOPNOTSUPP),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+    };
+    const sock_fprog filter{std::size(program), program};
+    return ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
+}
+
+int recordWithoutLocks(const std::string& path, const Scene& scene) {
+    if (!denyLocks()) {
+        return 77;
+    }
+    oru::rlx_test::record(path, scene, 3);
+    return oru::rlx_test::play(path, scene).times.size() == 3 ? 0 : 1;
+}
+
 }  // namespace
 
 int main(int count, char** arguments) {
@@ -53,6 +81,9 @@ int main(int count, char** arguments) {
     }
     const std::string path = arguments[2];
     const Scene scene{.fps = 60.0F, .mode = static_cast<oru::RLX_COMPRESSION_MODE>(std::atoi(arguments[3]))};
+    if (arguments[1] == std::string("unlocked")) {
+        return recordWithoutLocks(path, scene);
+    }
     return count > 4 ? recordToFullDisk(path, scene, static_cast<rlim_t>(std::atol(arguments[4])))
                      : recordEndlessly(path, scene);
 }

@@ -134,7 +134,7 @@ TEST(Recording, CalibrationThatNoReaderWouldTakeIsLeftOut) {
     }
 }
 
-TEST(Recording, KeepsItsFileFromReadersRepairAndOtherRecorders) {
+TEST(Recording, KeepsItsFileFromRepairAndOtherRecordersWhileReadersPlayIt) {
     const TemporaryDirectory folder;
     const Scene scene;
     const std::string path = folder.path("a.rlx2");
@@ -145,9 +145,11 @@ TEST(Recording, KeepsItsFileFromReadersRepairAndOtherRecorders) {
     ASSERT_EQ(writeSceneFrame(*recorder, scene, 0), 0);
     const std::vector<unsigned char> before = readBytes(path);
 
-    EXPECT_EQ(other->open(path.c_str()), rlxrw::RLX_DAMAGED);
+    EXPECT_EQ(other->open(path.c_str()), rlxrw::RLX_OPENED);
+    EXPECT_EQ(other->frameCount(), 1);
     EXPECT_EQ(other->repairFile(path.c_str(), "", true, false), REPAIR_UNREADABLE);
     EXPECT_EQ(other->create(path.c_str(), scene.header()), rlxrw::RLX_NOT_CREATABLE);
+    EXPECT_EQ(other->createNew(path.c_str(), scene.header()), rlxrw::RLX_EXISTS);
 
     EXPECT_EQ(readBytes(path), before);
     recorder->close();

@@ -88,6 +88,12 @@ TEST(KoruoneRepair, CutFileComesBackAndTheExitStatusTellsTheLoss) {
     std::filesystem::copy_file(path, copy);
 
     shorten(path, 10);
+    const uint64_t size = std::filesystem::file_size(path);
+    EXPECT_EQ(framesPlayed(tool, path), frames) << "only the index is missing";
+    const ToolResult followed = tool.run({"convert", path, tool.home.path("b.rlx2"), "--follow"});
+    EXPECT_EQ(followed.status, 0) << followed.errors;
+    EXPECT_EQ(framesPlayed(tool, tool.home.path("b.rlx2")), frames);
+    EXPECT_EQ(std::filesystem::file_size(path), size) << "playing and converting only read";
     const int cutIndex = tool.run({"verify", path}).status;
     const ToolResult whole = tool.run({"repair", path});
     shorten(copy, std::filesystem::file_size(copy) / 3);

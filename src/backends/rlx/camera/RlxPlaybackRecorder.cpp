@@ -1,5 +1,3 @@
-#include <unistd.h>
-
 #include <atomic>
 #include <cerrno>
 #include <cmath>
@@ -133,13 +131,17 @@ FrameStatus RlxPlaybackRecorder::takeImage(const CameraFrameContext& camera) {
     if (camera.reader.getRLXVersion() == 0) {
         return SOURCE_UNAVAILABLE;
     }
-    if (camera.reader.position() >= camera.reader.frameCount()) {
+    const bool allTaken = camera.reader.position() >= camera.reader.frameCount();
+    if (allTaken && !camera.reader.mayGrow()) {
         return INPUT_ENDED;
+    }
+    if (allTaken) {
+        pacer.restart();
     }
     if (camera.streamingEnabled.load(std::memory_order_acquire) && camera.streamOutput != nullptr) {
         camera.streamOutput->waitingestYUVFrameProcessing();
     }
-    if (camera.initParameters.rlx_real_time && !pacer.waitForNext(camera.reader)) {
+    if (camera.initParameters.rlx_real_time && !allTaken && !pacer.waitForNext(camera.reader)) {
         return NO_FRAME;
     }
     Timestamp time = 0;
@@ -292,13 +294,11 @@ ERROR_CODE RlxPlaybackRecorder::startSession(const CameraFrameContext& camera, c
     if (session != nullptr) {
         return INVALID_CALL;
     }
-    const std::string& path = parameters.video_filename.get();
-    if (!parameters.overwrite && ::access(path.c_str(), F_OK) == 0) {
-        ORU_LOG(Error, "{} {} exists and is not to be overwritten", kTagKoru, path);
-        return INVALID_PARAMETER;
-    }
+    const char* path = parameters.video_filename.c_str();
     const RlxRecordingHeader header = headerFor(camera, parameters, source);
-    if (const int result = camera.recorder.create(path.c_str(), header); result != rlxrw::RLX_CREATED) {
+    const int result =
+        parameters.overwrite ? camera.recorder.create(path, header) : camera.recorder.createNew(path, header);
+    if (result != rlxrw::RLX_CREATED) {
         return result == rlxrw::RLX_NO_ENCODER ? RLX_CODEC_UNAVAILABLE : INVALID_PARAMETER;
     }
     session = std::make_unique<RecordingSession>(camera.recorder, header, systemClock);

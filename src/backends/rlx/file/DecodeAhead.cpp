@@ -7,6 +7,7 @@
 #include <atomic>
 #include <condition_variable>
 
+#include "backends/rlx/file/FileFollower.hpp"
 #include "logging/log.hpp"
 #include "logging/messages.hpp"
 #include "utils/Mutex.hpp"
@@ -16,6 +17,7 @@ namespace oru::rlx {
 namespace {
 
 constexpr std::size_t kMostAhead = 4;
+constexpr std::chrono::milliseconds kLookPeriod{10};
 constexpr std::size_t kLeastAhead = 2;
 constexpr std::size_t kImageBytesAhead = std::size_t{256} << 20;
 
@@ -28,17 +30,24 @@ std::size_t framesAhead(const rlxrw::RlxRecordingHeader& facts) {
 }  // namespace
 
 struct DecodeAhead::Shared {
-    Shared(OpenedFile recording, std::vector<IndexEntry> frames, std::unique_ptr<ImageDecoder> imageDecoder)
-        : openedFile(std::move(recording)),
-          indexEntries(std::move(frames)),
+    Shared(PlayableRecording recording, bool follow, std::unique_ptr<ImageDecoder> imageDecoder)
+        : openedFile(std::move(recording.opened)),
+          indexEntries(std::move(recording.entries)),
           frameDecoder(openedFile, indexEntries, std::move(imageDecoder)),
+          follower(openedFile, recording.end),
+          knownFrames(static_cast<int>(indexEntries.size())),
+          growing(follow && recording.condition != Condition::INTACT),
           slots(framesAhead(openedFile.header.facts)) {}
 
     void decodeUntilStopped();
+    void lookForMore() ORU_REQUIRES(mutex);
 
     const OpenedFile openedFile;
-    const std::vector<IndexEntry> indexEntries;
-    FrameDecoder frameDecoder;  // the worker's
+    std::vector<IndexEntry> indexEntries;  // grown by the worker under `mutex`, which it need not hold to read
+    FrameDecoder frameDecoder;             // the worker's
+    FileFollower follower;                 // likewise
+    std::atomic<int> knownFrames;
+    std::atomic<bool> growing;
     const std::size_t slots;
 
     Mutex mutex;
@@ -57,8 +66,12 @@ struct DecodeAhead::Shared {
 void DecodeAhead::Shared::decodeUntilStopped() {
     mutex.lock();
     while (!stopping) {
-        if (filledSlots == slots || nextToDecode >= static_cast<int>(indexEntries.size())) {
+        if (filledSlots == slots || (nextToDecode >= knownFrames && !growing)) {
             wake.wait(mutex);
+            continue;
+        }
+        if (nextToDecode >= knownFrames) {
+            lookForMore();
             continue;
         }
         const uint64_t generation = restarts;
@@ -79,9 +92,25 @@ void DecodeAhead::Shared::decodeUntilStopped() {
     mutex.unlock();
 }
 
-DecodeAhead::DecodeAhead(OpenedFile recording, std::vector<IndexEntry> entries, std::unique_ptr<ImageDecoder> decoder)
-    : shared(std::make_shared<Shared>(std::move(recording), std::move(entries), std::move(decoder))),
-      worker([mine = shared] {
+void DecodeAhead::Shared::lookForMore() {
+    mutex.unlock();
+    IndexEntry entry;
+    const bool found = follower.next(entry);
+    const bool goesOn = found || follower.mayGrow();
+    mutex.lock();
+    if (found) {
+        indexEntries.push_back(entry);
+        ++knownFrames;
+    } else if (goesOn) {
+        (void)wake.wait_for(mutex, kLookPeriod);
+    } else {
+        growing = false;
+        wake.notify_all();
+    }
+}
+
+DecodeAhead::DecodeAhead(PlayableRecording recording, bool follow, std::unique_ptr<ImageDecoder> decoder)
+    : shared(std::make_shared<Shared>(std::move(recording), follow, std::move(decoder))), worker([mine = shared] {
           (void)::pthread_setname_np(::pthread_self(), "rlx-decode");
           mine->decodeUntilStopped();
       }) {}
@@ -90,8 +119,17 @@ const HeaderRecord& DecodeAhead::header() const {
     return shared->openedFile.header;
 }
 
-const std::vector<IndexEntry>& DecodeAhead::entries() const {
-    return shared->indexEntries;
+int DecodeAhead::frameCount() const {
+    return shared->knownFrames;
+}
+
+Timestamp DecodeAhead::frameTime(int index) const {
+    const MutexLock lock(shared->mutex);
+    return index >= 0 && index < frameCount() ? shared->indexEntries[static_cast<std::size_t>(index)].time_ns : 0;
+}
+
+bool DecodeAhead::mayGrow() const {
+    return shared->growing;
 }
 
 void DecodeAhead::restartAt(int index) {

@@ -5,11 +5,15 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <csignal>
 
 namespace oru::rlx {
 
 namespace {
+
+constexpr std::size_t kCopyBlock = std::size_t{1} << 20;
 
 int openRetrying(const char* path, int flags) {
     int descriptor = -1;
@@ -17,6 +21,19 @@ int openRetrying(const char* path, int flags) {
         descriptor = ::open(path, flags | O_CLOEXEC | O_NONBLOCK, 0644);
     } while (descriptor < 0 && errno == EINTR);
     return descriptor;
+}
+
+/// A lock that the file system does not offer keeps nobody out; that is no reason to refuse the file.
+bool locksAreMissing(int error) {
+    return error == ENOLCK || error == EOPNOTSUPP || error == ENOSYS;
+}
+
+bool lock(int descriptor, int kind) {
+    int result = -1;
+    do {
+        result = ::flock(descriptor, kind | LOCK_NB);
+    } while (result != 0 && errno == EINTR);
+    return result == 0 || locksAreMissing(errno);
 }
 
 }  // namespace
@@ -41,10 +58,27 @@ bool File::openToChange(const std::string& path) {
     return isOpen();
 }
 
-bool File::createToWrite(const std::string& path, bool overwrite) {
+bool File::createNew(const std::string& path) {
     close();
-    fileDescriptor = openRetrying(path.c_str(), O_RDWR | O_CREAT | (overwrite ? 0 : O_EXCL));
-    return isOpen();
+    fileDescriptor = openRetrying(path.c_str(), O_RDWR | O_CREAT | O_EXCL);
+    return isOpen() && lockAloneAt(path);
+}
+
+bool File::openToOverwrite(const std::string& path) {
+    return openToChange(path) && lockAloneAt(path);
+}
+
+/// Another recorder may have locked or removed the file since it was opened; then it is not ours.
+bool File::lockAloneAt(const std::string& path) {
+    struct stat mine {};
+    struct stat named {};
+    if (lockAlone() && ::fstat(fileDescriptor, &mine) == 0 && ::stat(path.c_str(), &named) == 0 &&
+        mine.st_ino == named.st_ino && mine.st_dev == named.st_dev) {
+        return true;
+    }
+    close();
+    errno = EBUSY;
+    return false;
 }
 
 void File::close() {
@@ -59,11 +93,26 @@ bool File::isRegular() const {
 }
 
 bool File::lockShared() {
-    return ::flock(fileDescriptor, LOCK_SH | LOCK_NB) == 0;
+    return lock(fileDescriptor, LOCK_SH);
 }
 
 bool File::lockAlone() {
-    return ::flock(fileDescriptor, LOCK_EX | LOCK_NB) == 0;
+    return lock(fileDescriptor, LOCK_EX);
+}
+
+bool File::isBeingWritten(const std::string& path) {
+    File reader;
+    if (!reader.openToRead(path)) {
+        return false;
+    }
+    // The kernel grants a read lease only while nobody has the file open to write. Whoever opens it while the lease
+    // lasts waits for its end, which would send us SIGIO: SIGURG is ignored by default.
+    (void)::fcntl(reader.fileDescriptor, F_SETSIG, SIGURG);
+    if (::fcntl(reader.fileDescriptor, F_SETLEASE, F_RDLCK) == 0) {
+        (void)::fcntl(reader.fileDescriptor, F_SETLEASE, F_UNLCK);
+        return false;
+    }
+    return errno == EAGAIN;
 }
 
 uint64_t File::size() const {
@@ -136,6 +185,29 @@ bool File::syncData() {
         result = ::fdatasync(fileDescriptor);
     } while (result != 0 && errno == EINTR);
     return result == 0;
+}
+
+bool File::copyTo(File& target) const {
+    const uint64_t total = size();
+    off_t from = 0;
+    off_t to = 0;
+    while (static_cast<uint64_t>(from) < total) {
+        const ssize_t step = ::copy_file_range(fileDescriptor, &from, target.fileDescriptor, &to,
+                                               total - static_cast<uint64_t>(from), 0);
+        if (step == 0 || (step < 0 && errno != EINTR)) {
+            break;
+        }
+    }
+    // Not every kernel and file system can; the rest goes through memory.
+    Bytes block(kCopyBlock);
+    for (auto done = static_cast<uint64_t>(from); done < total;) {
+        const std::size_t count = readUpTo(done, block.data(), std::min<uint64_t>(block.size(), total - done));
+        if (count == 0 || !target.writeAt(done, ByteView(block).first(count))) {
+            return false;
+        }
+        done += count;
+    }
+    return target.syncData();
 }
 
 void syncDirectoryOf(const std::string& path) {

@@ -22,16 +22,21 @@ public:
 
     [[nodiscard]] bool openToRead(const std::string& path);
     [[nodiscard]] bool openToChange(const std::string& path);
-    /// With `overwrite` an existing file is opened and kept until it is resized.
-    [[nodiscard]] bool createToWrite(const std::string& path, bool overwrite);
+    /// A new file, locked alone. An existing one is refused (EEXIST), and so is one that another recorder takes over.
+    [[nodiscard]] bool createNew(const std::string& path);
+    /// An existing file to be overwritten, locked alone; its content stays until it is resized.
+    [[nodiscard]] bool openToOverwrite(const std::string& path);
     void close();
     [[nodiscard]] bool isOpen() const { return fileDescriptor >= 0; }
 
     /// A regular file, not a directory or a device.
     [[nodiscard]] bool isRegular() const;
-    /// Advisory, held until close(): a recorder's or repair's keeps all others out, a reader's only those two.
+    /// Advisory, held until close(): a recorder's or repair's keeps all others out, a reader's only those two. True as
+    /// well on a file system that knows no locks, where nobody is kept out.
     [[nodiscard]] bool lockShared();
     [[nodiscard]] bool lockAlone();
+    /// Whether any program holds the file open to write, as far as the file system tells.
+    [[nodiscard]] static bool isBeingWritten(const std::string& path);
 
     /// 0 when it cannot be told.
     [[nodiscard]] uint64_t size() const;
@@ -46,8 +51,12 @@ public:
     /// Writes the parts one after the other; changes the array.
     [[nodiscard]] bool writePartsAt(uint64_t offset, iovec* parts, int count);
     [[nodiscard]] bool syncData();
+    /// Copies every byte to an empty file, sharing blocks where the file system can.
+    [[nodiscard]] bool copyTo(File& target) const;
 
 private:
+    [[nodiscard]] bool lockAloneAt(const std::string& path);
+
     int fileDescriptor = -1;
 };
 

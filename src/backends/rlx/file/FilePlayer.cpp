@@ -16,23 +16,26 @@ constexpr std::size_t kMaxPassedOver = 65'536;
 
 }  // namespace
 
-int FilePlayer::open(const std::string& path) {
+int FilePlayer::open(const std::string& path, bool follow) {
     close();
-    OpenedFile recording;
-    std::vector<IndexEntry> entries;
-    const Condition condition = openWithIndex(path, recording, entries);
-    if (condition != Condition::INTACT) {
-        ORU_LOG(Warning, "{} {} {}", kTagInit, path, describe(condition));
+    PlayableRecording recording = openToPlay(path);
+    if (!recording.plays() && !(recording.whole && follow)) {
+        ORU_LOG(Warning, "{} {} {}", kTagInit, path, describe(recording.condition));
         return rlxrw::RLX_DAMAGED;
     }
-    auto decoder = makeDecoder(recording.header.facts, recording.header.codec_private);
+    const rlxrw::RlxRecordingHeader& facts = recording.opened.header.facts;
+    auto decoder = makeDecoder(facts, recording.opened.header.codec_private);
     if (decoder == nullptr) {
         ORU_LOG(Warning, "{} {} has compression mode {}, which cannot be decoded here", kTagInit, path,
-                static_cast<int>(recording.header.facts.compression_mode));
+                static_cast<int>(facts.compression_mode));
         return rlxrw::RLX_NOT_DECODABLE;
     }
+    if (recording.condition != Condition::INTACT) {
+        ORU_LOG(Warning, "{} {} {}: its {} whole frames are played, and the file is left as it is", kTagInit, path,
+                describe(recording.condition), recording.entries.size());
+    }
     deliveredFrames = lateFrames = damagedFrames = undecodedFrames = 0;
-    ahead = std::make_unique<DecodeAhead>(std::move(recording), std::move(entries), std::move(decoder));
+    ahead = std::make_unique<DecodeAhead>(std::move(recording), follow, std::move(decoder));
     return rlxrw::RLX_OPENED;
 }
 
@@ -42,7 +45,7 @@ void FilePlayer::close() {
 }
 
 Timestamp FilePlayer::frameTime(int index) const {
-    return index >= 0 && index < frameCount() ? ahead->entries()[static_cast<std::size_t>(index)].time_ns : 0;
+    return isOpen() ? ahead->frameTime(index) : 0;
 }
 
 void FilePlayer::restartAt(int index) {
@@ -119,10 +122,10 @@ FrameStatus FilePlayer::readFrame(unsigned char* pixels, std::size_t size, Times
         return SOURCE_UNAVAILABLE;
     }
     const auto deadline = std::chrono::steady_clock::now() + kReadWait;
-    while (nextPosition < frameCount()) {
+    while (!hasEnded()) {
         DecodedFrame* frame = ahead->waitForFront(kReadWait);
         if (frame == nullptr) {
-            return NO_FRAME;
+            return hasEnded() ? INPUT_ENDED : NO_FRAME;
         }
         if (frame->quality == FrameQuality::WHOLE) {
             if (pixels == nullptr || frame->pixels.size() != size) {

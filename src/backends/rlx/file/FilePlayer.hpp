@@ -20,14 +20,16 @@ public:
     FilePlayer(const FilePlayer&) = delete;
     FilePlayer& operator=(const FilePlayer&) = delete;
 
-    /// rlxrw::RLX_OPEN_RESULT; the log says what is damaged.
-    [[nodiscard]] int open(const std::string& path);
+    /// rlxrw::RLX_OPEN_RESULT; the log says what is damaged or missing. With `follow` what only lacks its end goes on
+    /// while it grows, and need not have a frame yet.
+    [[nodiscard]] int open(const std::string& path, bool follow);
     void close();
     [[nodiscard]] bool isOpen() const { return ahead != nullptr; }
     /// Only while open.
     [[nodiscard]] const HeaderRecord& header() const { return ahead->header(); }
 
-    [[nodiscard]] int frameCount() const { return isOpen() ? static_cast<int>(ahead->entries().size()) : 0; }
+    [[nodiscard]] int frameCount() const { return isOpen() ? ahead->frameCount() : 0; }
+    [[nodiscard]] bool mayGrow() const { return isOpen() && ahead->mayGrow(); }
     [[nodiscard]] int position() const { return nextPosition; }
     [[nodiscard]] Timestamp frameTime(int index) const;
     void setPosition(int index);
@@ -43,6 +45,7 @@ public:
     [[nodiscard]] FrameCounters counters() const;
 
 private:
+    [[nodiscard]] bool hasEnded() const { return nextPosition >= frameCount() && !mayGrow(); }
     void popFront();
     void takeFacts(DecodedFrame& frame);
     void leaveOut(DecodedFrame& frame);

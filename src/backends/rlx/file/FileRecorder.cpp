@@ -1,6 +1,7 @@
 #include "backends/rlx/file/FileRecorder.hpp"
 
 #include <pthread.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -37,16 +38,18 @@ bool sizeCanBeCoded(const rlxrw::RlxRecordingHeader& facts) {
 
 }  // namespace
 
-int FileRecorder::create(const std::string& path, const rlxrw::RlxRecordingHeader& facts) {
+int FileRecorder::create(const std::string& path, const rlxrw::RlxRecordingHeader& facts, Existing existing) {
     close();
-    const int result = guarded<int>("Creating the file", rlxrw::RLX_NOT_CREATABLE, [&] { return start(path, facts); });
+    createdFile = false;
+    const int result =
+        guarded<int>("Creating the file", rlxrw::RLX_NOT_CREATABLE, [&] { return start(path, facts, existing); });
     if (result != rlxrw::RLX_CREATED) {
-        file.close();
+        discardFile();
     }
     return result;
 }
 
-int FileRecorder::start(const std::string& path, const rlxrw::RlxRecordingHeader& wanted) {
+int FileRecorder::start(const std::string& path, const rlxrw::RlxRecordingHeader& wanted, Existing existing) {
     rlxrw::RlxRecordingHeader facts = wanted;
     facts.fps = plausibleRate(facts.fps);
     encoder = sizeCanBeCoded(facts) ? makeEncoder(facts) : nullptr;
@@ -70,9 +73,10 @@ int FileRecorder::start(const std::string& path, const rlxrw::RlxRecordingHeader
     offeredFrames = 0;
     syncFailed = false;
     sink = [this](const CodedImage& image) { return append(image); };
-    if (!openFile(path)) {
-        ORU_LOG(Error, "{} Cannot create {}: {}", kTagKoru, path, std::strerror(errno));
-        return rlxrw::RLX_NOT_CREATABLE;
+    if (!openFile(path, existing)) {
+        const int error = errno;
+        ORU_LOG(Error, "{} Cannot create {}: {}", kTagKoru, path, std::strerror(error));
+        return error == EEXIST ? rlxrw::RLX_EXISTS : rlxrw::RLX_NOT_CREATABLE;
     }
     {
         const MutexLock lock(syncMutex);
@@ -85,9 +89,10 @@ int FileRecorder::start(const std::string& path, const rlxrw::RlxRecordingHeader
     return rlxrw::RLX_CREATED;
 }
 
-bool FileRecorder::openFile(const std::string& path) {
+bool FileRecorder::openFile(const std::string& path, Existing existing) {
     filePath = path;
-    if (!file.createToWrite(path, true)) {
+    createdFile = file.createNew(path);
+    if (!createdFile && (errno != EEXIST || existing == Existing::REFUSE || !file.openToOverwrite(path))) {
         return false;
     }
     if (!file.isRegular()) {
@@ -95,12 +100,21 @@ bool FileRecorder::openFile(const std::string& path) {
         return false;
     }
     const Bytes head = buildHead(fileHeader, std::nullopt);
-    if (!file.lockAlone() || !file.resize(0) || !file.writeAt(0, head)) {
+    if (!file.resize(0) || !file.writeAt(0, head)) {
         return false;
     }
     endOffset = head.size();
     syncDirectoryOf(path);
     return true;
+}
+
+/// Removes the file while its lock keeps other recorders from taking it over.
+void FileRecorder::discardFile() {
+    if (createdFile) {
+        (void)::unlink(filePath.c_str());
+    }
+    createdFile = false;
+    file.close();
 }
 
 FrameRecord& FileRecorder::pendingSlot() {
@@ -188,7 +202,7 @@ void FileRecorder::close() {
         }
     });
     stopSyncing();
-    guarded("Ending the file", [this] { finish(); });
+    guarded("Ending the file", [this] { finishOrDiscard(); });
     file.close();
     encoder.reset();
 }
@@ -199,6 +213,14 @@ FrameCounters FileRecorder::counters() const {
     counters.queue_full = std::max(framesOffered(), counters.delivered) - counters.delivered;
     counters.produced = counters.delivered + counters.queue_full;
     return counters;
+}
+
+void FileRecorder::finishOrDiscard() {
+    if (indexEntries.empty() && framesOffered() > 0) {
+        discardFile();
+    } else {
+        finish();
+    }
 }
 
 void FileRecorder::finish() {

@@ -24,11 +24,13 @@ public:
     FileRecorder(const FileRecorder&) = delete;
     FileRecorder& operator=(const FileRecorder&) = delete;
 
-    /// rlxrw::RLX_CREATE_RESULT. An existing file is emptied. A calibration text too long for the header record is left
-    /// out, which the log says; a rate that no camera has is written as 0.
-    [[nodiscard]] int create(const std::string& path, const rlxrw::RlxRecordingHeader& facts);
+    enum class Existing { REPLACE, REFUSE };
+    /// rlxrw::RLX_CREATE_RESULT. After a failure no new file is left. A calibration text too long for the header record
+    /// is left out, which the log says; a rate that no camera has is written as 0.
+    [[nodiscard]] int create(const std::string& path, const rlxrw::RlxRecordingHeader& facts, Existing existing);
     int writeFrame(const rlxrw::RlxFrame& frame) override;
-    /// Ends the file: playable and complete, if need be without its last frames when the disk is full.
+    /// Ends the file: playable and complete, if need be without its last frames when the disk is full. A new file that
+    /// no frame could be written to is removed.
     void close() override;
 
     [[nodiscard]] bool isOpen() const { return file.isOpen(); }
@@ -39,8 +41,10 @@ public:
     [[nodiscard]] FrameCounters counters() const override;
 
 private:
-    int start(const std::string& path, const rlxrw::RlxRecordingHeader& facts);
-    bool openFile(const std::string& path);
+    int start(const std::string& path, const rlxrw::RlxRecordingHeader& facts, Existing existing);
+    bool openFile(const std::string& path, Existing existing);
+    void discardFile();
+    void finishOrDiscard();
     int write(const rlxrw::RlxFrame& frame);
     bool append(const CodedImage& image);
     void describeImage(const CodedImage& image, FrameRecord& frame);
@@ -63,6 +67,7 @@ private:
     Bytes prefix;
     Bytes suffix;
     bool writeFailed = false;
+    bool createdFile = false;  // it did not exist before
     std::atomic<uint64_t> writtenFrames{0};
     std::atomic<uint64_t> offeredFrames{0};
     std::atomic<uint64_t> endOffset{0};

@@ -64,6 +64,8 @@ public:
     FrameStatus readFrame(unsigned char* pixels, std::size_t size, Timestamp& time) override {
         return rlx::guarded("Reading a frame", SOURCE_ERROR, [&] { return player.readFrame(pixels, size, time); });
     }
+    void follow(bool wanted) override { followsNext = wanted; }
+    bool mayGrow() override { return player.mayGrow(); }
     int frameCount() override { return player.frameCount(); }
     int position() override { return player.position(); }
     Timestamp frameTime(int frame) override { return player.frameTime(frame); }
@@ -71,7 +73,12 @@ public:
         rlx::guarded("Skipping a frame", [this] { player.skipFrame(); });
     }
 
-    int create(const char* path, const RlxRecordingHeader& header) override;
+    int create(const char* path, const RlxRecordingHeader& header) override {
+        return startRecording(path, header, rlx::FileRecorder::Existing::REPLACE);
+    }
+    int createNew(const char* path, const RlxRecordingHeader& header) override {
+        return startRecording(path, header, rlx::FileRecorder::Existing::REFUSE);
+    }
     int writeFrame(const rlxrw::RlxFrame& frame) override { return recorder->writeFrame(frame); }
     std::shared_ptr<rlxrw::RecordingFile> recordingFile() override;
     void writeCurrentIMU(IMUPacket packet) override;
@@ -82,6 +89,7 @@ public:
 private:
     int load(const char* path);
     int repair(const char* in, const char* out, bool reopen, bool allImages);
+    int startRecording(const char* path, const RlxRecordingHeader& header, rlx::FileRecorder::Existing existing);
     bool isOpen() const { return player.isOpen() || recording; }
     const RlxRecordingHeader& facts() const;
 
@@ -89,6 +97,7 @@ private:
     rlx::FilePlayer player;
     std::shared_ptr<rlx::FileRecorder> recorder = std::make_shared<rlx::FileRecorder>();  // replaced once handed out
     bool handedOut = false;
+    bool followsNext = false;
     std::atomic<bool> recording{false};
     std::atomic<bool> countsRecording{false};  // a recorder's counts are told even after close()
     RlxRecordingHeader noFacts;
@@ -116,7 +125,7 @@ int RlxFile::open(const char* path) {
 
 int RlxFile::load(const char* path) {
     countsRecording = false;
-    const int result = player.open(path);
+    const int result = player.open(path, followsNext);
     if (result == rlxrw::RLX_OPENED) {
         const RlxRecordingHeader& head = facts();
         versionOne.set(head);
@@ -143,13 +152,15 @@ int RlxFile::repairFile(const char* in, const char* out, bool reopen, bool allIm
 
 int RlxFile::repair(const char* in, const char* out, bool reopen, bool allImages) {
     const auto check = allImages ? rlx::ImageCheck::ALL : rlx::ImageCheck::TAIL;
-    const RecordingRepair report = rlx::repairRecording(in, out, check);
+    std::string original;
+    const RecordingRepair report = rlx::repairRecording(in, out, check, {}, &original);
     if (report.result != REPAIR_DONE) {
         ORU_LOG(Warning, "{} {} {} and was not repaired", kTagInit, in, describe(report.condition));
         return report.result;
     }
-    ORU_LOG(Info, "{} {} was repaired: {} frames recovered, {} lost, {} bytes behind them cut off", kTagInit, in,
-            report.frames_recovered, report.frames_lost, report.bytes_cut);
+    ORU_LOG(Warning, "{} {} {} and was repaired: {} frames kept, {} lost, {} bytes behind them cut off{}{}", kTagInit,
+            in, describe(report.condition), report.frames_recovered, report.frames_lost, report.bytes_cut,
+            original.empty() ? "" : "; as it was it lies in ", original);
     if (reopen) {
         rlx::OpenedFile repaired = rlx::openRecording(out[0] != '\0' ? out : in, false);
         std::vector<rlx::IndexEntry> entries;
@@ -181,14 +192,14 @@ const Matrix4f* RlxFile::getIMUCamTransform() {
     return head.has_imu_to_camera ? &head.imu_to_camera : nullptr;
 }
 
-int RlxFile::create(const char* path, const RlxRecordingHeader& header) {
+int RlxFile::startRecording(const char* path, const RlxRecordingHeader& header, rlx::FileRecorder::Existing existing) {
     close();
     const int result = rlx::guarded<int>("Creating the file", rlxrw::RLX_NOT_CREATABLE, [&] {
         if (handedOut) {
             recorder = std::make_shared<rlx::FileRecorder>();
             handedOut = false;
         }
-        return recorder->create(path, header);
+        return recorder->create(path, header, existing);
     });
     recording = result == rlxrw::RLX_CREATED;
     countsRecording = true;

@@ -1,6 +1,9 @@
+#include <algorithm>
+
+#include "backends/rlx/file/FileFollower.hpp"
 #include "backends/rlx/file/VideoFile.hpp"
 #include "backends/rlx/file/guarded.hpp"
-#include "backends/rlx/file/open_recording.hpp"
+#include "backends/rlx/file/playable.hpp"
 #include "backends/rlx/file/repair.hpp"
 #include "backends/rlx/rlx_factory.hpp"
 
@@ -10,33 +13,41 @@ namespace {
 
 class RlxIndex final : public RecordingIndex {
 public:
-    explicit RlxIndex(const std::string& path) : state(rlx::openWithIndex(path, file, entries)) {
-        if (file.condition != rlx::Condition::INTACT) {
-            file.header.facts.version = 0;
+    explicit RlxIndex(const std::string& path)
+        : recording(rlx::openToPlay(path)), follower(recording.opened, recording.end) {
+        if (recording.opened.condition != rlx::Condition::INTACT) {
+            recording.opened.header.facts.version = 0;
         }
-        for (const rlx::IndexEntry& entry : entries) {
+        for (const rlx::IndexEntry& entry : recording.entries) {
             times.push_back(entry.time_ns);
         }
     }
 
-    RECORDING_CONDITION condition() const override { return state; }
-    const rlxrw::RlxRecordingHeader& header() const override { return file.header.facts; }
+    RECORDING_CONDITION condition() const override { return recording.condition; }
+    bool isPlayable() const override { return recording.plays(); }
+    const rlxrw::RlxRecordingHeader& header() const override { return recording.opened.header.facts; }
     const std::vector<Timestamp>& frameTimes() const override { return times; }
 
     std::vector<IMUPacket> packets(int frame) override {
-        if (frame < 0 || static_cast<std::size_t>(frame) >= entries.size()) {
-            return {};
-        }
-        return rlx::guarded("Reading the packets", std::vector<IMUPacket>{}, [&] {
-            rlx::readStoredFrame(file, entries[static_cast<std::size_t>(frame)], stored);
-            return stored.record_whole ? stored.frame.packets : std::vector<IMUPacket>{};
-        });
+        return rlx::guarded("Reading the packets", std::vector<IMUPacket>{}, [&] { return packetsOf(frame); });
     }
 
 private:
-    rlx::OpenedFile file;
-    std::vector<rlx::IndexEntry> entries;
-    RECORDING_CONDITION state;
+    std::vector<IMUPacket> packetsOf(int frame) {
+        const auto number = static_cast<std::size_t>(std::max(frame, 0));
+        rlx::IndexEntry entry;
+        while (number >= recording.entries.size() && recording.whole && follower.next(entry)) {
+            recording.entries.push_back(entry);
+        }
+        if (frame < 0 || number >= recording.entries.size()) {
+            return {};
+        }
+        rlx::readStoredFrame(recording.opened, recording.entries[number], stored);
+        return stored.record_whole ? stored.frame.packets : std::vector<IMUPacket>{};
+    }
+
+    rlx::PlayableRecording recording;
+    rlx::FileFollower follower;
     std::vector<Timestamp> times;
     rlx::StoredFrame stored;
 };

@@ -52,9 +52,13 @@ bool headIsWhole(ByteView head, const HeaderRecord& header) {
     if (head.size() < unfinished.size()) {
         return false;
     }
-    const Bytes finished = buildHead(header, Finished{~uint64_t{0}, ~uint64_t{0}, ~uint64_t{0}});
+    // Two ends that share no byte of what finishing writes.
+    constexpr uint64_t kOnes = ~uint64_t{0};
+    constexpr uint64_t kFives = 0x15'5555'5555'5555;
+    const Bytes finished = buildHead(header, Finished{kOnes, kOnes, kOnes});
+    const Bytes other = buildHead(header, Finished{kFives, kFives, kFives});
     for (std::size_t i = 0; i < unfinished.size(); ++i) {
-        if (head[i] != unfinished[i] && unfinished[i] == finished[i]) {
+        if (head[i] != unfinished[i] && unfinished[i] == finished[i] && finished[i] == other[i]) {
             return false;
         }
     }
@@ -74,17 +78,19 @@ Condition openErrno(int error) {
     }
 }
 
-Condition openAndLock(const std::string& path, bool toChange, File& file) {
+OpenedFile openAndLock(const std::string& path, bool toChange) {
+    OpenedFile recording;
+    File& file = recording.file;
     if (!(toChange ? file.openToChange(path) : file.openToRead(path))) {
-        return openErrno(errno);
+        recording.condition = openErrno(errno);
+        return recording;
     }
-    if (!file.isRegular()) {
-        return Condition::NOT_A_FILE;
-    }
-    if (!(toChange ? file.lockAlone() : file.lockShared())) {
-        return Condition::BEING_RECORDED;
-    }
-    return file.size() == 0 ? Condition::EMPTY : Condition::INTACT;
+    recording.locked = file.isRegular() && (toChange ? file.lockAlone() : file.lockShared());
+    recording.writable = toChange;
+    recording.condition = !file.isRegular()  ? Condition::NOT_A_FILE
+                          : file.size() == 0 ? Condition::EMPTY
+                                             : Condition::INTACT;
+    return recording;
 }
 
 bool isSupported(const rlxrw::RlxRecordingHeader& facts) {
@@ -155,15 +161,31 @@ Condition readIndexOf(const OpenedFile& recording, uint64_t size, std::optional<
     }
     return condition == Condition::INTACT && !index ? Condition::DAMAGED : condition;
 }
+void readHead(OpenedFile& recording);
 
 }  // namespace
 
 OpenedFile openRecording(const std::string& path, bool toChange) {
-    OpenedFile recording;
-    recording.condition = openAndLock(path, toChange, recording.file);
+    OpenedFile recording = openAndLock(path, toChange);
+    if (recording.file.isOpen() && recording.condition != Condition::NOT_A_FILE && !recording.locked) {
+        recording.condition = Condition::BEING_RECORDED;
+    }
+    readHead(recording);
+    return recording;
+}
+
+OpenedFile openToRead(const std::string& path) {
+    OpenedFile recording = openAndLock(path, false);
+    readHead(recording);
+    return recording;
+}
+
+namespace {
+
+void readHead(OpenedFile& recording) {
     if (recording.condition != Condition::INTACT) {
         recording.file.close();
-        return recording;
+        return;
     }
     Bytes head(std::min<uint64_t>(recording.file.size(), kMaxHeadSize));
     head.resize(recording.file.readUpTo(0, head.data(), head.size()));
@@ -179,8 +201,9 @@ OpenedFile openRecording(const std::string& path, bool toChange) {
         recording.head_whole = headIsWhole(head, *header);
         recording.frames_from = recording.head_whole ? recording.head_size : headerOffset;
     }
-    return recording;
 }
+
+}  // namespace
 
 Condition loadIndex(const OpenedFile& recording, std::vector<IndexEntry>& entries) {
     const uint64_t size = recording.file.size();
@@ -204,19 +227,6 @@ Condition loadIndex(const OpenedFile& recording, std::vector<IndexEntry>& entrie
                       trailer == storedTrailer && end + trailer.size() == size;
     entries = std::move(*index);
     return same ? Condition::INTACT : Condition::DAMAGED;
-}
-
-Condition openWithIndex(const std::string& path, OpenedFile& recording, std::vector<IndexEntry>& entries) {
-    recording = openRecording(path, false);
-    Condition condition = recording.condition;
-    if (condition == Condition::INTACT) {
-        condition = loadIndex(recording, entries);
-    }
-    if (condition != Condition::INTACT) {
-        entries.clear();
-    }
-    recording.header.facts.fps = plausibleRate(recording.header.facts.fps);
-    return condition;
 }
 
 void readStoredFrame(const OpenedFile& recording, const IndexEntry& entry, StoredFrame& out) {

@@ -3,6 +3,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <string>
+#include <utility>
 
 #include "backends/rlx/container/ebml.hpp"
 #include "backends/rlx/file/finalise.hpp"
@@ -10,6 +13,8 @@
 namespace oru::rlx {
 
 namespace {
+
+constexpr int kMostOriginals = 100;
 
 bool markUnfinished(File& file) {
     Bytes unknown;
@@ -81,15 +86,65 @@ bool copyFrames(const OpenedFile& recording, const Scan& scan, File& output) {
 
 REPAIR_RESULT repairToOutput(const OpenedFile& recording, const Scan& scan, const std::string& path) {
     File output;
-    if (!output.createToWrite(path, false)) {
+    if (!output.createNew(path)) {
         return REPAIR_NOT_WRITABLE;
     }
-    if (!output.lockAlone() || !copyFrames(recording, scan, output)) {
+    if (!copyFrames(recording, scan, output)) {
         (void)::unlink(path.c_str());
         return REPAIR_NOT_WRITABLE;
     }
     syncDirectoryOf(path);
     return REPAIR_DONE;
+}
+
+/// One that may only be read is judged all the same; repaired in place it is "not writable".
+OpenedFile openToRepair(const std::string& path, bool inPlace) {
+    if (inPlace && File::isBeingWritten(path)) {
+        OpenedFile refused;
+        refused.condition = Condition::BEING_RECORDED;
+        return refused;
+    }
+    OpenedFile recording = openRecording(path, inPlace);
+    return inPlace && recording.condition == Condition::UNREADABLE ? openRecording(path, false) : std::move(recording);
+}
+
+/// Frames, or what is left of them.
+bool removesMoreThanTheIndex(const OpenedFile& recording, const Scan& scan) {
+    Bytes cues;
+    putId(cues, ID_CUES);
+    Bytes following(cues.size());
+    following.resize(recording.file.readUpTo(scan.clusters_end, following.data(), following.size()));
+    return !scan.holes.empty() || !std::equal(following.begin(), following.end(), cues.begin());
+}
+
+/// Copies the file beside itself under a new name, which is put into `name`.
+bool keepOriginal(const File& file, const std::string& path, std::string& name) {
+    File copy;
+    for (int number = 1; number <= kMostOriginals && !copy.isOpen(); ++number) {
+        name = path + (number == 1 ? ".original" : ".original-" + std::to_string(number));
+        if (!copy.createNew(name) && errno != EEXIST) {
+            return false;
+        }
+    }
+    if (!copy.isOpen()) {
+        return false;
+    }
+    if (!file.copyTo(copy)) {
+        (void)::unlink(name.c_str());
+        return false;
+    }
+    syncDirectoryOf(path);
+    return true;
+}
+
+REPAIR_RESULT repairWhereItLies(OpenedFile& recording, const Scan& scan, const std::string& path,
+                                std::string* original) {
+    if (!recording.writable || !hasRoomInPlace(scan)) {
+        return REPAIR_NOT_WRITABLE;
+    }
+    const bool keeps = original != nullptr && removesMoreThanTheIndex(recording, scan);
+    const bool kept = !keeps || keepOriginal(recording.file, path, *original);
+    return kept && repairInPlace(recording, scan) ? REPAIR_DONE : REPAIR_NOT_WRITABLE;
 }
 
 Condition conditionOf(const OpenedFile& recording, std::vector<IndexEntry>& entries) {
@@ -121,9 +176,9 @@ bool modeIsKnown(RLX_COMPRESSION_MODE mode) {
 }  // namespace
 
 RecordingRepair repairRecording(const std::string& input, const std::string& output, ImageCheck check,
-                                const RecordingProgress& progress) {
+                                const RecordingProgress& progress, std::string* original) {
     RecordingRepair report;
-    OpenedFile recording = openRecording(input, true);
+    OpenedFile recording = openToRepair(input, output.empty());
     std::vector<IndexEntry> indexed;
     report.condition = conditionOf(recording, indexed);
     const bool ours = recording.condition == Condition::INTACT;
@@ -155,7 +210,7 @@ RecordingRepair repairRecording(const std::string& input, const std::string& out
         report.bytes_cut = 0;
         return report;
     }
-    report.result = hasRoomInPlace(scan) && repairInPlace(recording, scan) ? REPAIR_DONE : REPAIR_NOT_WRITABLE;
+    report.result = repairWhereItLies(recording, scan, input, original);
     return report;
 }
 
