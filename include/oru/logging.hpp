@@ -4,6 +4,7 @@
 #include <functional>
 #include <string>
 
+#include "oru/String.hpp"
 #include "oru/export.hpp"
 
 namespace oru {
@@ -35,6 +36,16 @@ ORU_API LOG_LEVEL getLogLevel();
 /// before the call still go where they went. When it returns the former sink is not called any more.
 /// Who gives a sink takes it back before what the sink uses is gone. Threads: any.
 ORU_API void setLogSink(LogMessageSink sink);
+
+/// Why the last operation of a camera object that failed on this thread did so, in words that go on after a colon;
+/// empty when nobody said why. Filled by open, grab, retrieveImage, reboot, the controls, enableRecording and
+/// enableStreaming, by getRecordingStatus for a recording that ended early and by getDeviceList when it finds no
+/// camera, whatever is logged. Threads: any, each its own.
+[[nodiscard]] ORU_API String lastErrorReason();
+
+/// With false, what the library logs at Warning and above on the calling thread while one of these operations but grab
+/// fails stays out of the log: the application says lastErrorReason() itself. Threads: any.
+ORU_API void setFailuresLogged(bool logged);
 
 /// Returns when every message that the library has logged so far is written: what is printed next comes after them.
 /// Threads: any.

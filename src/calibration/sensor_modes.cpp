@@ -3,6 +3,7 @@
 #include <cmath>
 #include <iterator>
 
+#include "calibration/mode_names.hpp"
 #include "oru/calibration.hpp"
 
 namespace oru {
@@ -30,6 +31,15 @@ std::span<const SensorMode> sensorModes(MODEL model) {
         return kModes2um;
     }
     return {};
+}
+
+std::string offeredSizes(MODEL model) {
+    std::string text;
+    for (const SensorMode& mode : sensorModes(model)) {
+        // The camera's sizes are named after their height.
+        text += fmt::format("{}HD{} ({}x{})", text.empty() ? "" : ", ", mode.height, mode.width, mode.height);
+    }
+    return text;
 }
 
 const SensorMode* findMode(MODEL model, int width, int height) {

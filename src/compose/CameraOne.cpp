@@ -31,11 +31,14 @@ template <class Camera, class Operation>
 auto whenOpen(const Camera& camera, Operation&& operation, const char* name = __builtin_FUNCTION(),
               const char* file = __builtin_FILE(), int line = __builtin_LINE()) {
     using Answer = std::invoke_result_t<Operation&>;
-    if (!camera->isOpened()) {
-        ORU_LOG_AT(LogLevel::Error, file, line, "{} {}: the camera is not open.", kTagKoru, name);
-        return answerOfClosed<Answer>();
-    }
-    return guarded(operation, name, file, line);
+    const auto checked = [&]() -> Answer {
+        if (!camera->isOpened()) {
+            ORU_LOG_AT(LogLevel::Error, file, line, "{} {}: the camera is not open.", kTagKoru, name);
+            return answerOfClosed<Answer>();
+        }
+        return operation();
+    };
+    return guarded(checked, name, file, line);
 }
 
 /// Whether a view may be drawn into `image`: memory of the application is never replaced by another.
@@ -95,7 +98,7 @@ InitParametersOne CameraOne::getInitParameters() const {
 
 ERROR_CODE CameraOne::grab() {
     const auto opening = impl.slot->current();
-    const ERROR_CODE taken = guarded([&] {
+    const ERROR_CODE taken = guarded<FailureReason::Messages::LOG>([&] {
         const ERROR_CODE code = opening->camera.grab();
         const bool ended = code == CAMERA_NOT_READY && opening->camera.getStreamInputStatus().goodbye;
         return ended ? END_OF_INPUT : code;
@@ -107,10 +110,10 @@ ERROR_CODE CameraOne::grab() {
 }
 ERROR_CODE CameraOne::retrieveImage(Mat& image, VIEW view, MEM memory, Resolution resolution) {
     const auto opening = impl.slot->current();
-    if (!opening->frame_taken.load(std::memory_order_relaxed)) {
-        return opening->camera.isOpened() ? CAMERA_NOT_READY : CAMERA_UNAVAILABLE;
-    }
-    return guarded([&] {
+    return guarded<FailureReason::Messages::LOG>([&] {
+        if (!opening->frame_taken.load(std::memory_order_relaxed)) {
+            return opening->camera.isOpened() ? CAMERA_NOT_READY : CAMERA_UNAVAILABLE;
+        }
         return takesView(image, opening->camera, view, resolution)
                    ? opening->camera.retrieveImage(image, view, memory, resolution)
                    : INVALID_PARAMETER;
@@ -137,7 +140,12 @@ FrameInfo CameraOne::getFrameInfo() const {
     return guarded([&] { return impl->getFrameInfo(); });
 }
 std::vector<DeviceProperties> CameraOne::getDeviceList() const {
-    return guarded([&] { return impl->getDeviceList(); });
+    FailureReason reason(FailureReason::Messages::KEEP_BACK);
+    std::vector<DeviceProperties> devices = guarded([&] { return impl->getDeviceList(); });
+    if (devices.empty()) {
+        rememberReason(reason);
+    }
+    return devices;
 }
 String CameraOne::getDeviceListProblem() const {
     return guarded([&] { return impl->getDeviceListProblem(); });
@@ -212,7 +220,12 @@ void CameraOne::pauseRecording(bool paused) {
     whenOpen(impl, [&] { impl->pauseRecording(paused); });
 }
 RecordingStatus CameraOne::getRecordingStatus() {
-    return whenOpen(impl, [&] { return impl->getRecordingStatus(); });
+    FailureReason reason;
+    const RecordingStatus status = whenOpen(impl, [&] { return impl->getRecordingStatus(); });
+    if (status.last_result != SUCCESS) {
+        rememberReason(reason);
+    }
+    return status;
 }
 ERROR_CODE CameraOne::setRLXPosition(int frame) {
     return whenOpen(impl, [&] { return impl->setRLXPosition(frame); });

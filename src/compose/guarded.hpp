@@ -2,6 +2,7 @@
 
 #include <type_traits>
 
+#include "compose/explained.hpp"
 #include "oru/error_code.hpp"
 
 namespace oru {
@@ -28,19 +29,29 @@ Answer answerOfFailure() {
     }
 }
 
-}  // namespace detail
-
-/// Carries out an operation of the public face, which no exception leaves: its answer is then FAILURE, or an empty
-/// value where it answers with no code.
 template <class Operation>
-auto guarded(Operation&& operation, const char* name = __builtin_FUNCTION(), const char* file = __builtin_FILE(),
-             int line = __builtin_LINE()) -> std::invoke_result_t<Operation&> {
+auto caught(Operation& operation, const FaceOperation& site) -> std::invoke_result_t<Operation&> {
     try {
         return operation();
     } catch (...) {
-        logException({name, file, line});
+        logException(site);
     }
-    return detail::answerOfFailure<std::invoke_result_t<Operation&>>();
+    return answerOfFailure<std::invoke_result_t<Operation&>>();
+}
+
+}  // namespace detail
+
+/// Carries out an operation of the public face, which no exception leaves: its answer is then FAILURE, or an empty
+/// value where it answers with no code. Why it failed is remembered for lastErrorReason().
+template <FailureReason::Messages kMessages = FailureReason::Messages::KEEP_BACK, class Operation>
+auto guarded(Operation&& operation, const char* name = __builtin_FUNCTION(), const char* file = __builtin_FILE(),
+             int line = __builtin_LINE()) -> std::invoke_result_t<Operation&> {
+    const FaceOperation site{name, file, line};
+    if constexpr (std::is_same_v<std::invoke_result_t<Operation&>, ERROR_CODE>) {
+        return explained([&] { return detail::caught(operation, site); }, kMessages);
+    } else {
+        return detail::caught(operation, site);
+    }
 }
 
 }  // namespace oru

@@ -5,6 +5,7 @@
 
 #include "collaborators/CollaboratorFactory.hpp"
 #include "compose/built_in_factory.hpp"
+#include "compose/explained.hpp"
 #include "compose/modules/module_version.hpp"
 #include "logging/KoruLogger.hpp"
 #include "logging/redirect.hpp"
@@ -14,6 +15,8 @@
 
 namespace oru {
 namespace {
+
+thread_local std::string lastReason;
 
 struct NamedLevel {
     LOG_LEVEL level;
@@ -82,6 +85,19 @@ void setLogSink(LogMessageSink sink) {
 
 const char* version() {
     return kLibraryVersion;
+}
+
+void rememberReason(FailureReason& failed) {
+    lastReason = failed.text();
+    failed.dropMessages();
+}
+
+String lastErrorReason() {
+    return lastReason;
+}
+
+void setFailuresLogged(bool logged) {
+    keepFailuresOutOfLog(!logged);
 }
 
 void flushLog() {

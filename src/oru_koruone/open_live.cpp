@@ -1,5 +1,6 @@
 #include <cstdlib>
 
+#include "calibration/mode_names.hpp"
 #include "oru_koruone/CameraOneImpl.hpp"
 #include "oru_koruone/addresses.hpp"
 #include "oru_koruone/clamped.hpp"
@@ -88,6 +89,7 @@ ERROR_CODE CameraOneImpl::selectLiveDevice(bool& hdrAdjusted) {
         return found;
     }
     if (!isResolutionAllowed()) {
+        ORU_REASON("camera {} has no such size; it offers {}", number, offeredSizes(cameraModel));
         return ORU_REPORT(RESOLUTION_NOT_SUPPORTED);
     }
     hdrAdjusted = adjustHdr();
@@ -100,12 +102,14 @@ ERROR_CODE CameraOneImpl::findDeviceBySerial(uint32_t serial) {
             continue;
         }
         if (device.availability != 0) {
+            ORU_REASON("another program holds camera {}", serial);
             return ORU_REPORT(CAMERA_IN_USE);
         }
         cameraId = device.id;
         cameraModel = device.model;
         return SUCCESS;
     }
+    ORU_REASON("no attached camera has the serial number {}", serial);
     return ORU_REPORT(DEVICE_NOT_FOUND);
 }
 

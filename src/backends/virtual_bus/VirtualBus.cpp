@@ -57,6 +57,9 @@ std::string VirtualBus::problem() {
 void VirtualBus::reload(const std::string& path) {
     const auto [text, defect] = readPlainText(path, kMaxConfigBytes);
     if (path == file && text == fileText) {
+        if (!fileProblem.empty()) {
+            ORU_REASON("{}; correct the file or unset the variable", fileProblem);
+        }
         return;
     }
     file = path;
@@ -71,6 +74,7 @@ void VirtualBus::reload(const std::string& path) {
         fileConfig = std::move(read);
     } else {
         fileProblem = fmt::format("{} {}: {}", kEnvironment, path, error);
+        ORU_REASON("{}; correct the file or unset the variable", fileProblem);
         ORU_LOG(Error, "{} {}. There are no virtual cameras.", kTagKoru, fileProblem);
     }
 }
@@ -113,8 +117,15 @@ SETUP_STATE VirtualBus::claim(int id, CameraConfig& camera, CameraLock& lock) {
     std::sort(candidates.begin(), candidates.end(),
               [](const CameraConfig& a, const CameraConfig& b) { return a.id < b.id; });
     SETUP_STATE state = KORU_NOT_RECOGNIZED;
+    std::string holder;
+    if (candidates.empty() && (bus.cameras.empty() || id < 0)) {
+        ORU_REASON("no camera is attached");
+    } else if (candidates.empty()) {
+        ORU_REASON("no attached camera has the id {}", id);
+    }
     for (const CameraConfig& candidate : candidates) {
         if (candidate.availability != 0) {
+            holder = fmt::format("camera {} is held by another program", candidate.id);
             state = ERROR_STREAM_START;
             continue;
         }
@@ -129,10 +140,14 @@ SETUP_STATE VirtualBus::claim(int id, CameraConfig& camera, CameraLock& lock) {
             ORU_LOG(Error, "{} The lock file of camera {} can be neither opened nor made.", kTagInit, candidate.serial);
         }
         if (result == CameraLock::Result::BUSY) {
+            holder = fmt::format("camera {} is in use by {}", candidate.id, CameraLock::holder(candidate.serial));
             ORU_LOG(Warning, "{} Camera {} is in use by {}.", kTagInit, candidate.id,
                     CameraLock::holder(candidate.serial));
         }
         state = ERROR_STREAM_START;
+    }
+    if (!holder.empty()) {
+        ORU_REASON("{}", holder);
     }
     return state;
 }

@@ -6,6 +6,7 @@
 #include "backends/virtual_bus/footage/footage.hpp"
 #include "backends/virtual_bus/guarded.hpp"
 #include "backends/virtual_bus/scene/SceneSource.hpp"
+#include "calibration/mode_names.hpp"
 #include "logging/log.hpp"
 #include "logging/messages.hpp"
 
@@ -46,6 +47,7 @@ SETUP_STATE VirtualGrabber::open(int& id, int width, int height, int fps, bool h
     }
     const SensorMode* mode = findMode(camera.model, width, height);
     if (mode == nullptr) {
+        ORU_REASON("camera {} has no size {}x{}; it offers {}", camera.id, width, height, offeredSizes(camera.model));
         return ERROR_SIZE;
     }
     ORU_LOG(Warning, "{} Camera {} with serial number {} is virtual: its pictures and samples are computed.", kTagKoru,
@@ -122,7 +124,13 @@ FrameStatus VirtualGrabber::getFrameStatus() {
     }
     // Asked first: the last frame may come, and the source end, between the two questions.
     const FrameStatus status = openCapture->status();
-    return frames.fresh() ? NEW_FRAME : status;
+    if (frames.fresh()) {
+        return NEW_FRAME;
+    }
+    if (status == SOURCE_ERROR) {
+        ORU_REASON("camera {} was unplugged; check its cable", claimedCamera.id);
+    }
+    return status;
 }
 
 unsigned char* VirtualGrabber::getPixels() {

@@ -75,8 +75,8 @@ const ModuleTable* load(Slot& slot) {
     }
     const ModuleTable* table = entry != nullptr ? entry(kModuleVersion) : nullptr;
     if (table == nullptr) {
-        ORU_LOG(Error, "{} The module {} of the package oru-koruone-{} is missing: {}", kTagKoru, file, slot.name,
-                error);
+        ORU_LOG(Error, "{} The module {} of the package oru-koruone-{} is missing: {}; install that package", kTagKoru,
+                file, slot.name, error);
     }
     return table;
 }

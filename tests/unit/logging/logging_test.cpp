@@ -106,6 +106,49 @@ TEST(Log, SkipsMessagesWithoutALogger) {
     EXPECT_EQ(registry.get_logger(static_cast<LOGGER_NAME>(99)), nullptr);
 }
 
+TEST(FailureReason, IsTheFirstErrorOfItsThreadWhateverIsLogged) {
+    LogCapture capture(kLogNothing);
+    std::string inner;
+
+    FailureReason reason;
+    ORU_LOG(Warning, "{} only a warning", "[Area]");
+    std::thread([] { ORU_LOG(Error, "of another thread"); }).join();
+    {
+        const FailureReason nested;
+        ORU_REASON("stated {}", 1);
+        ORU_LOG(Error, "too late");
+        inner = nested.text();
+    }
+    ORU_LOG(Error, "{}  the disk is full.", "[Area]");
+    ORU_LOG(Critical, "and more");
+
+    EXPECT_EQ(inner, "stated 1");
+    EXPECT_EQ(reason.text(), "the disk is full");
+    EXPECT_TRUE(capture.messages().empty());
+}
+
+TEST(FailureReason, KeepsBackMessagesUntilTheyAreDroppedOrItEnds) {
+    LogCapture capture(LogLevel::Info);
+    const auto fail = [](bool drop) {
+        FailureReason reason(FailureReason::Messages::KEEP_BACK);
+        ORU_LOG(Info, "info");
+        ORU_LOG(Error, "error {}", drop);
+        if (drop) {
+            reason.dropMessages();
+        }
+    };
+
+    fail(true);
+    keepFailuresOutOfLog(true);
+    fail(true);
+    fail(false);
+    keepFailuresOutOfLog(false);
+
+    EXPECT_THAT(capture.messages(), ElementsAre(Pair(LogLevel::Info, "info"), Pair(LogLevel::Error, "error true"),
+                                                Pair(LogLevel::Info, "info"), Pair(LogLevel::Info, "info"),
+                                                Pair(LogLevel::Error, "error false")));
+}
+
 TEST(Flush, ReturnsOnlyWhenEveryEarlierMessageIsWithTheSink) {
     Gate gate;
     auto logger = make_logger("gated", LogLevel::Info, gate.sink());

@@ -90,6 +90,7 @@ struct RecordingSession::Shared {
     bool ended ORU_GUARDED_BY(mutex) = false;
     bool saidSlow ORU_GUARDED_BY(mutex) = false;
     bool failed ORU_GUARDED_BY(mutex) = false;
+    std::string failureReason ORU_GUARDED_BY(mutex);
     uint64_t writeNs ORU_GUARDED_BY(mutex) = 0;  // running mean of one frame
     uint64_t writingSince ORU_GUARDED_BY(mutex) = 0;
     uint32_t lostFrames ORU_GUARDED_BY(mutex) = 0;  // since the last frame taken
@@ -256,8 +257,13 @@ void RecordingSession::Shared::writeUntilStopped() {
         Slot& slot = slots[firstQueued];
         writingSince = systemClock.monotonicNanoseconds();
         mutex.unlock();
+        FailureReason reason(FailureReason::Messages::KEEP_BACK);
         const int result = writeSlot(slot);
         mutex.lock();
+        if (result != rlxrw::RLX_WRITTEN) {
+            failureReason = reason.text();
+            reason.dropMessages();
+        }
         if (!abandoned) {
             noteWritten(result);
         }
@@ -265,8 +271,13 @@ void RecordingSession::Shared::writeUntilStopped() {
     currentStatus.frames_dropped += queuedSlots;
     queuedSlots = 0;
     mutex.unlock();
+    FailureReason ending(FailureReason::Messages::KEEP_BACK);
     guarded("Ending the file", [this] { file->close(); });
     mutex.lock();
+    if (failed) {
+        failureReason = ending.text().empty() ? failureReason : ending.text();
+        ending.dropMessages();
+    }
     if (!abandoned) {
         noteEnd();
     }
@@ -327,6 +338,11 @@ void RecordingSession::stop(std::chrono::milliseconds limit) {
 bool RecordingSession::hasFailed() const {
     const MutexLock lock(shared->mutex);
     return shared->failed;
+}
+
+std::string RecordingSession::failure() const {
+    const MutexLock lock(shared->mutex);
+    return shared->failureReason;
 }
 
 RecordingStatus RecordingSession::status() const {

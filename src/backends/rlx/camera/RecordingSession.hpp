@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <memory>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -19,8 +20,8 @@ public:
     /// For the frames that wait, and then again for the file's end.
     static constexpr std::chrono::seconds kLongestWait{10};
 
-    /// `recorder` has been created with `header` and outlives the session, which closes it. Throws when there is no memory
-    /// or no thread.
+    /// `recorder` has been created with `header` and outlives the session, which closes it. Throws when there is no
+    /// memory or no thread.
     RecordingSession(rlxrw::RLXVideo& recorder, const rlxrw::RlxRecordingHeader& header, Clock& clock);
     ~RecordingSession() { stop(kLongestWait); }
     RecordingSession(const RecordingSession&) = delete;
@@ -49,6 +50,8 @@ public:
 
     /// The file cannot grow, the encoder failed or there was no memory; the file is closed already.
     [[nodiscard]] bool hasFailed() const;
+    /// Why; empty while it has not.
+    [[nodiscard]] std::string failure() const;
     /// All fields but `paused`.
     [[nodiscard]] RecordingStatus status() const;
     [[nodiscard]] const rlxrw::RlxRecordingHeader& header() const;

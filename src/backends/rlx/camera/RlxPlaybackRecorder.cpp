@@ -125,6 +125,7 @@ private:
     bool bufferIsFilled = false;
     std::vector<IMUPacket> discarded;
     std::unique_ptr<RecordingSession> session;
+    std::string failureReason;  // of the session that ended last
 };
 
 FrameStatus RlxPlaybackRecorder::takeImage(const CameraFrameContext& camera) {
@@ -258,6 +259,7 @@ void RlxPlaybackRecorder::endSession(const CameraFrameContext& camera) {
     camera.recordingStateFlag.store(false, std::memory_order_release);
     session->stop(RecordingSession::kLongestWait);
     camera.status = session->status();
+    failureReason = session->failure();
     camera.recordingFrameBuffer = nullptr;
     session.reset();
     ORU_LOG(Info, "{} Recording {} ended: {} frames written, {} dropped", kTagKoru,
@@ -319,11 +321,21 @@ void RlxPlaybackRecorder::pauseRecording(CameraFrameContext camera, bool paused)
     }
 }
 
+void sayWhy(const RecordingStatus& status, const std::string& reason) {
+    if (status.last_result != SUCCESS && !reason.empty()) {
+        ORU_REASON("{}", reason);
+    }
+}
+
 RecordingStatus RlxPlaybackRecorder::getRecordingStatus(CameraFrameContext camera) {
     if (session == nullptr) {
+        sayWhy(camera.status, failureReason);
         return camera.status;
     }
     RecordingStatus status = session->status();
+    if (status.last_result != SUCCESS) {
+        sayWhy(status, session->failure());
+    }
     status.paused = camera.recordingStateFlag.load(std::memory_order_acquire);
     return status;
 }

@@ -20,12 +20,15 @@ int FilePlayer::open(const std::string& path, bool follow) {
     close();
     PlayableRecording recording = openToPlay(path);
     if (!recording.plays() && !(recording.whole && follow)) {
+        ORU_REASON("{} {}", path, describe(recording.condition));
         ORU_LOG(Warning, "{} {} {}", kTagInit, path, describe(recording.condition));
         return rlxrw::RLX_DAMAGED;
     }
     const rlxrw::RlxRecordingHeader& facts = recording.opened.header.facts;
     auto decoder = makeDecoder(facts, recording.opened.header.codec_private);
     if (decoder == nullptr) {
+        ORU_REASON("{} has compression mode {}, which cannot be decoded here", path,
+                   static_cast<int>(facts.compression_mode));
         ORU_LOG(Warning, "{} {} has compression mode {}, which cannot be decoded here", kTagInit, path,
                 static_cast<int>(facts.compression_mode));
         return rlxrw::RLX_NOT_DECODABLE;

@@ -100,7 +100,7 @@ int StreamReceiver::connect(const std::string& host, uint16_t port) {
     keys = *found;
     const auto address = Resolver::system().resolve(host, port, kResolveMs);
     if (!address) {
-        ORU_LOG(Error, "{} the host {} is not known", kTagStreaming, host);
+        ORU_LOG(Error, "{} the host {} is not known; check its name", kTagStreaming, host);
         return STREAM_UNKNOWN_HOST;
     }
     {
@@ -136,8 +136,10 @@ int StreamReceiver::complainUnanswered(const std::string& address, const std::st
         ORU_LOG(Error, "{} {} refuses this receiver: {}", kTagStreaming, address, refusal);
         return STREAM_KEY_REFUSED;
     }
-    ORU_LOG(Error, "{} {} {}", kTagStreaming, connected ? "no camera describes itself at" : "no stream answers at",
-            address);
+    ORU_LOG(Error, "{} {} {}; check {}", kTagStreaming,
+            connected ? "no camera describes itself at" : "no stream answers at", address,
+            connected ? "that it is a camera of this system that sends there"
+                      : "the address and the port, that the sender runs, and that no firewall is between");
     return connected ? STREAM_NOT_DESCRIBED : STREAM_NO_ANSWER;
 }
 

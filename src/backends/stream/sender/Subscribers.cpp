@@ -1,6 +1,9 @@
 #include "backends/stream/sender/Subscribers.hpp"
 
+#include <fmt/core.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <utility>
 
@@ -22,6 +25,19 @@ constexpr int kSendBufferBytes = 8 << 20;
 constexpr int kReceiveBufferBytes = 1 << 18;
 constexpr long kDeliveryLookNs = 5'000'000;
 
+/// From the system's own error, which the transport wraps.
+std::string whyNoPort(uint16_t port) {
+    int system = 0;
+    const int error = srt_getlasterror(&system);
+    if (system == EACCES || system == EPERM) {
+        return fmt::format("the system reserves UDP port {} for itself; choose one from 1024 on", port);
+    }
+    if (system == EADDRINUSE || error == SRT_EBINDCONFLICT || error == SRT_EDUPLISTEN) {
+        return fmt::format("another program or stream uses UDP port {}; end it or choose another port", port);
+    }
+    return fmt::format("cannot listen on UDP port {}: {}", port, lastSrtError());
+}
+
 }  // namespace
 
 Subscribers::Subscribers(Clock& systemClock, EffectiveKeys keys, TakeControlConnection controlHandler)
@@ -39,7 +55,7 @@ int Subscribers::open(uint16_t port, std::size_t bytesAtOnce) {
         status = listen(SocketAddress::any(AF_INET, port));
     }
     if (status != SENDER_RUNNING) {
-        ORU_LOG(Error, "{} cannot listen on port {}: {}", kTagStreaming, port, lastSrtError());
+        ORU_LOG(Error, "{} {}", kTagStreaming, whyNoPort(port));
         listener.reset();
         return status;
     }

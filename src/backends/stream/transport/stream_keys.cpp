@@ -28,7 +28,7 @@ bool isAcceptable(const NamedKey& key) {
     if (size == 0 || (size >= EffectiveKeys::kShortest && size <= EffectiveKeys::kLongest)) {
         return true;
     }
-    ORU_LOG(Error, "{} {} must have {} to {} characters and has {}: no stream without a sound key", kTagStreaming,
+    ORU_LOG(Error, "{} {} must have {} to {} characters and has {}; set a key of such a length, or none", kTagStreaming,
             key.name, EffectiveKeys::kShortest, EffectiveKeys::kLongest, size);
     return false;
 }
@@ -42,7 +42,8 @@ std::optional<EffectiveKeys> effectiveKeys(const StreamKeys& given) {
         return std::nullopt;
     }
     if (!control.text.empty() && viewing.text == control.text) {
-        ORU_LOG(Error, "{} {} and {} are the same, so that every viewer could control the camera: no stream",
+        ORU_LOG(Error,
+                "{} {} and {} are the same, so that every viewer could control the camera; set two different keys",
                 kTagStreaming, viewing.name, control.name);
         return std::nullopt;
     }
