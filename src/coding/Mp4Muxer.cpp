@@ -72,6 +72,11 @@ bool Mp4Muxer::describeTrack(const Track& track) {
     parameters.height = static_cast<int>(track.height);
     parameters.extradata = configuration;
     parameters.extradata_size = static_cast<int>(size);
+    parameters.color_space = AVCOL_SPC_SMPTE170M;
+    parameters.color_range = AVCOL_RANGE_MPEG;
+    parameters.color_primaries = AVCOL_PRI_BT709;
+    parameters.color_trc = AVCOL_TRC_BT709;
+    parameters.chroma_location = AVCHROMA_LOC_LEFT;
     stream->time_base = kMicroseconds;
     return true;
 }

@@ -71,12 +71,16 @@ void VideoEncoder::configure(AVCodecContext& fresh, const Encoder& candidate) co
     fresh.framerate = {settings.fps, 1};
     fresh.gop_size = settings.gop_size;
     fresh.max_b_frames = 0;
+    fresh.colorspace = AVCOL_SPC_SMPTE170M;
+    fresh.color_range = AVCOL_RANGE_MPEG;
+    fresh.color_primaries = AVCOL_PRI_BT709;
+    fresh.color_trc = AVCOL_TRC_BT709;
+    fresh.chroma_sample_location = AVCHROMA_LOC_LEFT;
     if (settings.use == CodecUse::RECORDING) {
         fresh.flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
         fresh.thread_count = recordingThreads();
         fresh.thread_type = FF_THREAD_SLICE;
     } else {
-        fresh.color_range = AVCOL_RANGE_MPEG;
         fresh.thread_count = settings.width * settings.height > kTwoThreadPixels ? 2 : 1;
     }
     if (settings.bitrate > 0) {

@@ -128,6 +128,7 @@ TEST(HeaderRecords, ComeBackExactlyAndVersionOneHasNoFlip) {
         header.facts.decompression_platform = true;
         header.recording_id = 99;
         header.codec_private = {1, 2, 3};
+        header.tells_colours = version == 1;
         Bytes bytes;
         encodeHeader(header, bytes);
         bytes.push_back(0xAA);  // what follows is not its own
@@ -141,6 +142,7 @@ TEST(HeaderRecords, ComeBackExactlyAndVersionOneHasNoFlip) {
         EXPECT_EQ(read->facts.imu_to_camera, header.facts.imu_to_camera);
         EXPECT_EQ(read->facts.imu_calibration, header.facts.imu_calibration);
         EXPECT_EQ(read->codec_private, header.codec_private);
+        EXPECT_EQ(read->tells_colours, version == 1);
     }
 }
 

@@ -4,6 +4,7 @@
 
 #include <cmath>
 
+#include "backends/rlx/container/bitmap_header.hpp"
 #include "backends/rlx/container/ebml.hpp"
 #include "backends/rlx/container/tags.hpp"
 
@@ -22,6 +23,8 @@ struct TrackCodec {
     const char* name;
 };
 
+constexpr const char* kFourccCodec = "V_MS/VFW/FOURCC";
+
 TrackCodec trackCodec(RLX_COMPRESSION_MODE mode) {
     switch (mode) {
         case RLX_RAW:
@@ -33,7 +36,7 @@ TrackCodec trackCodec(RLX_COMPRESSION_MODE mode) {
         case RLX_FFV1:
             return {"V_FFV1", "ffv1"};
         default:
-            return {"V_MS/VFW/FOURCC", "lossless"};
+            return {kFourccCodec, "lossless"};
     }
 }
 
@@ -66,6 +69,35 @@ Bytes infoElement(const std::optional<Finished>& finished) {
     return out;
 }
 
+/// BT.601 in video range, chroma at the left pixel of a pair; primaries and transfer as displays have them.
+void putColour(Bytes& video) {
+    constexpr uint64_t kBt709 = 1;
+    constexpr uint64_t kBt601 = 6;
+    constexpr uint64_t kVideoRange = 1;
+    constexpr uint64_t kLeft = 1;
+    constexpr uint64_t kBetweenRows = 2;
+    Bytes colour;
+    putUnsigned(colour, ID_MATRIX_COEFFICIENTS, kBt601);
+    putUnsigned(colour, ID_CHROMA_SITING_HORZ, kLeft);
+    putUnsigned(colour, ID_CHROMA_SITING_VERT, kBetweenRows);
+    putUnsigned(colour, ID_RANGE, kVideoRange);
+    putUnsigned(colour, ID_TRANSFER_CHARACTERISTICS, kBt709);
+    putUnsigned(colour, ID_PRIMARIES, kBt709);
+    putMaster(video, ID_COLOUR, colour);
+}
+
+/// FFV1 by its FourCC: players of their own demultiplexer do not know its name.
+void putCodec(Bytes& entry, const HeaderRecord& header) {
+    const rlxrw::RlxRecordingHeader& facts = header.facts;
+    const bool byFourcc = facts.compression_mode == RLX_FFV1 && header.tells_colours;
+    putText(entry, ID_CODEC_ID, byFourcc ? kFourccCodec : trackCodec(facts.compression_mode).id);
+    if (byFourcc) {
+        putBinary(entry, ID_CODEC_PRIVATE, bitmapHeader(kFfv1, facts.width, facts.height, header.codec_private));
+    } else if (!header.codec_private.empty()) {
+        putBinary(entry, ID_CODEC_PRIVATE, header.codec_private);
+    }
+}
+
 Bytes tracksElement(const HeaderRecord& header) {
     const rlxrw::RlxRecordingHeader& facts = header.facts;
     Bytes video;
@@ -74,6 +106,9 @@ Bytes tracksElement(const HeaderRecord& header) {
     putUnsigned(video, ID_PIXEL_HEIGHT, facts.height);
     if (facts.compression_mode == RLX_RAW) {
         putText(video, ID_COLOUR_SPACE, "YUY2");
+    }
+    if (header.tells_colours) {
+        putColour(video);
     }
     Bytes entry;
     putUnsigned(entry, ID_TRACK_NUMBER, kTrackNumber);
@@ -85,10 +120,7 @@ Bytes tracksElement(const HeaderRecord& header) {
                     static_cast<uint64_t>(std::llround(1e9 / static_cast<double>(facts.fps))));
     }
     putUnsigned(entry, ID_MAX_BLOCK_ADDITION_ID, 1);
-    putText(entry, ID_CODEC_ID, trackCodec(facts.compression_mode).id);
-    if (!header.codec_private.empty()) {
-        putBinary(entry, ID_CODEC_PRIVATE, header.codec_private);
-    }
+    putCodec(entry, header);
     putMaster(entry, ID_VIDEO, video);
     Bytes body;
     putMaster(body, ID_TRACK_ENTRY, entry);
@@ -120,6 +152,16 @@ Bytes attachmentsElement(const HeaderRecord& header, ByteView record) {
     Bytes out;
     putMaster(out, ID_ATTACHMENTS, body);
     return out;
+}
+
+/// What attachments held before: a player complains about attachments that it cannot show.
+Bytes copyElement(const HeaderRecord& header, ByteView record) {
+    Bytes tags;
+    if (!header.facts.calibration_text.empty()) {
+        putTag(tags, "RLX_CALIBRATION", header.facts.calibration_text);
+    }
+    putBinaryTag(tags, "RLX_HEADER_COPY", record);
+    return wrapTags(tags);
 }
 
 Bytes tagsElement(const HeaderRecord& header, ByteView record) {
@@ -171,14 +213,15 @@ Finished finishedFacts(const HeaderRecord& header, uint64_t lastTimeMs, uint64_t
 Bytes buildHead(const HeaderRecord& header, const std::optional<Finished>& finished) {
     Bytes record;
     encodeHeader(header, record);
-    const Bytes parts[] = {infoElement(finished), tracksElement(header), attachmentsElement(header, record),
+    const Bytes parts[] = {infoElement(finished), tracksElement(header),
+                           header.tells_colours ? copyElement(header, record) : attachmentsElement(header, record),
                            tagsElement(header, record)};
-    constexpr uint32_t kIds[] = {ID_INFO, ID_TRACKS, ID_ATTACHMENTS, ID_TAGS};
+    const uint32_t ids[] = {ID_INFO, ID_TRACKS, header.tells_colours ? ID_TAGS : ID_ATTACHMENTS, ID_TAGS};
 
     Bytes seeks;
     uint64_t position = kSeekHeadSpace;
     for (std::size_t i = 0; i < std::size(parts); ++i) {
-        putSeek(seeks, kIds[i], position);
+        putSeek(seeks, ids[i], position);
         position += parts[i].size();
     }
     if (finished) {

@@ -58,7 +58,7 @@ int FileRecorder::start(const std::string& path, const rlxrw::RlxRecordingHeader
                 static_cast<int>(facts.compression_mode), facts.width, facts.height);
         return rlxrw::RLX_NO_ENCODER;
     }
-    fileHeader = {facts, newRecordingId(), encoder->codecPrivate()};
+    fileHeader = {facts, newRecordingId(), encoder->codecPrivate(), true};
     if (headerRecordSize(fileHeader) > kMaxHeaderSize) {
         ORU_LOG(Warning, "{} The calibration of camera {} is too long ({} bytes) for {} and left out", kTagKoru,
                 facts.serial_number, facts.calibration_text.size(), path);

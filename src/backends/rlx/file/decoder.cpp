@@ -1,5 +1,6 @@
 #include <cstring>
 
+#include "backends/rlx/container/bitmap_header.hpp"
 #include "backends/rlx/file/codec.hpp"
 #include "backends/rlx/file/mode_codecs.hpp"
 #include "coding/VideoDecoder.hpp"

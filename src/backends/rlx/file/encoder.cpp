@@ -3,6 +3,7 @@
 #include <optional>
 #include <utility>
 
+#include "backends/rlx/container/bitmap_header.hpp"
 #include "backends/rlx/file/codec.hpp"
 #include "backends/rlx/file/mode_codecs.hpp"
 #include "coding/VideoEncoder.hpp"
@@ -76,7 +77,7 @@ std::optional<Bytes> CodecEncoder::makeCodecPrivate(const VideoEncoder::Settings
         case VideoCodec::H265:
             return coding::hevcConfiguration(extra);
         case VideoCodec::FFVHUFF:
-            return bitmapHeader(settings.width, settings.height, extra);
+            return bitmapHeader(kFfvhuff, settings.width, settings.height, extra);
         default:
             return Bytes(extra.begin(), extra.end());
     }

@@ -20,7 +20,13 @@ static_assert(kMinHeaderSize == kHeaderFixedSize + 4);
 static_assert(kMinRecordSize == kFrameFixedSize + 4);
 constexpr uint64_t kLongestTimeMs = INT64_MAX;
 
-enum HeaderFlag : uint32_t { FLIPPED = 1, DECOMPRESSION_PLATFORM = 2, HAS_IMU = 4, HAS_TRANSFORM = 8 };
+enum HeaderFlag : uint32_t {
+    FLIPPED = 1,
+    DECOMPRESSION_PLATFORM = 2,
+    HAS_IMU = 4,
+    HAS_TRANSFORM = 8,
+    TELLS_COLOURS = 16
+};
 enum FrameFlag : uint32_t { KEY = 1, HAS_FRAME_IMU = 2 };
 
 /// Calls `visit` with each field of a packet and `pad` with a number of zero bytes, in the order of the file: that of
@@ -65,14 +71,16 @@ bool checksumHolds(ByteView record) {
     return crc32c(record.data(), record.size() - 4) == tail.get<uint32_t>();
 }
 
-uint32_t headerFlags(const rlxrw::RlxRecordingHeader& facts) {
+uint32_t headerFlags(const HeaderRecord& header) {
+    const rlxrw::RlxRecordingHeader& facts = header.facts;
     const bool second = facts.version == 2;
     return (second && facts.flipped ? FLIPPED : 0U) |
            (second && facts.decompression_platform ? DECOMPRESSION_PLATFORM : 0U) | (facts.has_imu ? HAS_IMU : 0U) |
-           (facts.has_imu_to_camera ? HAS_TRANSFORM : 0U);
+           (facts.has_imu_to_camera ? HAS_TRANSFORM : 0U) | (header.tells_colours ? TELLS_COLOURS : 0U);
 }
 
-void getHeaderFacts(LittleEndianReader& in, rlxrw::RlxRecordingHeader& facts) {
+void getHeaderFacts(LittleEndianReader& in, HeaderRecord& header) {
+    rlxrw::RlxRecordingHeader& facts = header.facts;
     in.get(facts.serial_number);
     facts.model = static_cast<MODEL>(in.get<int32_t>());
     in.get(facts.camera_fw);
@@ -89,6 +97,7 @@ void getHeaderFacts(LittleEndianReader& in, rlxrw::RlxRecordingHeader& facts) {
     facts.decompression_platform = (flags & DECOMPRESSION_PLATFORM) != 0;
     facts.has_imu = (flags & HAS_IMU) != 0;
     facts.has_imu_to_camera = (flags & HAS_TRANSFORM) != 0;
+    header.tells_colours = (flags & TELLS_COLOURS) != 0;
     in.get(facts.imu_calibration.values);
     for (std::size_t i = 0; i < 16; ++i) {
         in.get(facts.imu_to_camera(i / 4, i % 4));
@@ -132,7 +141,7 @@ void encodeHeader(const HeaderRecord& header, Bytes& out) {
     fields.put<int32_t>(facts.compression_mode);
     fields.put(facts.bitrate);
     fields.put(facts.sharpness);
-    fields.put(headerFlags(facts));
+    fields.put(headerFlags(header));
     fields.put(facts.imu_calibration.values);
     for (std::size_t i = 0; i < 16; ++i) {
         fields.put(facts.imu_to_camera(i / 4, i % 4));
@@ -168,7 +177,7 @@ std::optional<HeaderRecord> decodeHeader(ByteView view) {
     const std::size_t privateSize = in.get<uint32_t>();
     const std::size_t textSize = in.get<uint32_t>();
     in.get(header.recording_id);
-    getHeaderFacts(in, header.facts);
+    getHeaderFacts(in, header);
     LittleEndianReader tail(view.subspan(kHeaderFixedSize));
     const ByteView codecPrivate = tail.bytes(privateSize);
     header.codec_private.assign(codecPrivate.begin(), codecPrivate.end());

@@ -15,6 +15,8 @@ struct HeaderRecord {
     rlxrw::RlxRecordingHeader facts;
     uint64_t recording_id = 0;  ///< in every frame record as well, so that a stale frame is never taken for one
     Bytes codec_private;        ///< what the track's CodecPrivate holds
+    /// The head tells players the colours, and has tags where it had attachments before.
+    bool tells_colours = false;
 };
 
 /// What belongs to one frame besides its image.
