@@ -1,7 +1,9 @@
 #include <csignal>
 #include <exception>
 
+#include "koruone/commands/command_line.hpp"
 #include "koruone/commands/commands.hpp"
+#include "shared/log_options.hpp"
 #include "shared/report.hpp"
 
 namespace koruone {
@@ -12,6 +14,10 @@ ExitStatus runTool(int argc, char** argv) {
     tool.set_version_flag("--version", "koruone " ORU_VERSION);
     tool.require_subcommand(1);
     tool.get_formatter()->column_width(34);
+    LogOptions log;
+    addLogOptions(tool, log);
+    tool.parse_complete_callback([&log] { applyLogOptions(log); });
+    tool.fallthrough();
 
     ExitStatus status = EXIT_OK;
     registerDevices(tool, status);
@@ -29,14 +35,8 @@ ExitStatus runTool(int argc, char** argv) {
     registerReboot(tool, status);
     try {
         tool.parse(argc, argv);
-    } catch (const CLI::RequiredError& error) {
-        if (argc > 1 && tool.get_subcommands().empty()) {
-            complain("'{}' is not {}; see 'koruone --help'.", argv[1], *argv[1] == '-' ? "an option" : "a command");
-            return EXIT_USAGE;
-        }
-        return tool.exit(error) == 0 ? EXIT_OK : EXIT_USAGE;
     } catch (const CLI::ParseError& error) {
-        return tool.exit(error) == 0 ? EXIT_OK : EXIT_USAGE;
+        return explainCommandLine(tool, error);
     }
     return status;
 }

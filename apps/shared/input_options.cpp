@@ -64,14 +64,34 @@ void addLiveOptions(CLI::App& command, InputOptions& options) {
     command.add_flag("--hdr", options.hdr, "High dynamic range, where camera and size offer it");
 }
 
+/// Refuses what the chosen input would not heed.
+void checkInputOptions(const CLI::App& command, const InputOptions& options) {
+    const oru::InputKind kind = inputKind(options);
+    const bool recorded = kind == oru::KIND_RLX_FILE;
+    for (const char* name : {"--resolution", "--fps", "--hdr"}) {
+        if ((recorded || kind == oru::KIND_STREAM) && command.count(name) > 0) {
+            throw CLI::ValidationError(name, "only a live camera takes it; a recording and a stream keep their own");
+        }
+    }
+    if (options.realtime && !recorded) {
+        throw CLI::ValidationError("--realtime", "only a recorded file (--file) takes it");
+    }
+    if (options.follow && !recorded) {
+        throw CLI::ValidationError("--follow", "only a recorded file takes it");
+    }
+    if (recorded && !options.controls.empty()) {
+        throw CLI::ValidationError("--set", "a recorded file has no controls");
+    }
+}
+
 }  // namespace
 
 void addInputOptions(CLI::App& command, InputOptions& options, const TextCheck& checkAssignment) {
     auto* source = command.add_option_group("input", "Where the images come from; default: the first free camera");
-    addNumberOption(*source, "--id", options.id, -1, 255, "Live camera by its id");
+    addNumberOption(*source, "--id", options.id, 0, 255, "Live camera by its id");
     addNumberOption(*source, "--serial", options.serial, uint32_t{1}, std::numeric_limits<uint32_t>::max(),
                     "Live camera by its serial number");
-    source->add_option("--file", options.file, "Recorded file")->type_name("FILE");
+    addPathOption(*source, "--file", options.file, "Recorded file");
     source->add_option("--stream", options.stream, "Network stream of another camera (port 30000)")
         ->check(CLI::Validator(checkStream, ""))
         ->type_name("HOST[:PORT]");
@@ -100,10 +120,14 @@ void addInputOptions(CLI::App& command, InputOptions& options, const TextCheck& 
         ->type_name("NAME=VALUE")
         ->allow_extra_args(false);
     addSettingsOption(command, options.settings);
+    command.parse_complete_callback([&command, &options] { checkInputOptions(command, options); });
 }
 
 void addSettingsOption(CLI::App& command, std::string& directory) {
     const auto take = [&directory](const std::string& text) {
+        if (text.empty()) {
+            throw CLI::ValidationError("--settings", "an empty name is no DIR");
+        }
         const char* home = std::getenv("HOME");
         const bool ofHome = text == "~" || text.starts_with("~/");
         directory = ofHome && home != nullptr ? home + text.substr(1) : text;

@@ -42,13 +42,36 @@ CLI::Option* addNumberOption(CLI::App& command, const std::string& name, Target&
     return command.add_option_function<std::string>(name, take, text)->type_name("N");
 }
 
+/// An option that takes seconds above 0, also a fraction of one. `Target` is a number or an optional one.
+template <class Target>
+CLI::Option* addSecondsOption(CLI::App& command, const std::string& name, Target& target, const std::string& text) {
+    constexpr double kMost = 1e9;
+    const auto take = [&target, name](const std::string& value) {
+        const auto seconds = parseNumber<double>(value);
+        if (!seconds || !(*seconds > 0.0) || *seconds > kMost) {
+            throw CLI::ValidationError(name, "'" + value + "' is not a number of seconds above 0, such as 2.5");
+        }
+        target = *seconds;
+    };
+    return command.add_option_function<std::string>(name, take, text)->type_name("SECONDS");
+}
+
+/// An option or argument that names a file or directory; an empty name is refused.
+inline CLI::Option* addPathOption(CLI::App& command, const std::string& name, std::string& path,
+                                  const std::string& text, const std::string& form = "FILE") {
+    const auto filled = [form](const std::string& value) {
+        return value.empty() ? "an empty name is no " + form : std::string();
+    };
+    return command.add_option(name, path, text)->check(CLI::Validator(filled, ""))->type_name(form);
+}
+
 /// The names with their values, in the order in which they are shown.
 template <class T>
 using Choices = std::vector<std::pair<const char*, T>>;
 
-/// An option that takes one of a few names, in any case.
-template <class T>
-CLI::Option* addChoiceOption(CLI::App& command, const std::string& name, T& target, const Choices<T>& choices,
+/// An option that takes one of a few names, in any case. `Target` is a T or an optional one.
+template <class Target, class T>
+CLI::Option* addChoiceOption(CLI::App& command, const std::string& name, Target& target, const Choices<T>& choices,
                              const std::string& text) {
     const auto take = [&target, choices, name](const std::string& value) {
         std::string names;

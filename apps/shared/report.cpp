@@ -33,15 +33,14 @@ constexpr std::array kCodeTexts{
     CodeText{oru::SENSOR_DATA_UNAVAILABLE, "SENSOR_DATA_UNAVAILABLE",
              "the sensor board gives no data: unplug and plug the camera, or run 'koruone reboot'"},
     CodeText{oru::RESOLUTION_NOT_SUPPORTED, "RESOLUTION_NOT_SUPPORTED",
-             "choose a --resolution of this camera model, and a --size that is not larger than the image"},
+             "choose a --size that is not larger than the image, or another --resolution"},
     CodeText{oru::CALIBRATION_MISSING, "CALIBRATION_MISSING",
              "run 'koruone calib --serial N --refresh', or copy the camera's SN<serial>.conf into a settings directory "
              "that can be written and name it with --settings"},
     CodeText{oru::CALIBRATION_INCOMPLETE, "CALIBRATION_INCOMPLETE",
              "the calibration file has nothing for this size: run 'koruone calib --serial N --refresh', or choose "
              "another --resolution"},
-    CodeText{oru::RLX_FILE_UNREADABLE, "RLX_FILE_UNREADABLE",
-             "check the path, and that it is an RLX recording you may read"},
+    CodeText{oru::RLX_FILE_UNREADABLE, "RLX_FILE_UNREADABLE", "name a recording that 'koruone verify' finds intact"},
     CodeText{oru::RLX_CODEC_UNAVAILABLE, "RLX_CODEC_UNAVAILABLE",
              "this machine has no codec for that compression: record in another one (lossless and raw always work), or "
              "convert the recording where it was made"},
@@ -54,7 +53,7 @@ constexpr std::array kCodeTexts{
     CodeText{oru::DEVICE_SETUP_FAILED, "DEVICE_SETUP_FAILED",
              "the camera refused this set-up: try another --resolution or --fps, or run 'koruone reboot'"},
     CodeText{oru::CAMERA_IN_USE, "CAMERA_IN_USE",
-             "another program holds the camera: close it there, or choose one that 'koruone devices' lists as free"},
+             "end the program that holds the camera, or choose one that 'koruone devices' lists as free"},
     CodeText{oru::NOT_SUPPORTED, "NOT_SUPPORTED", "this input or this camera model does not offer that"},
     CodeText{oru::SENSORS_NOT_PRESENT, "SENSORS_NOT_PRESENT", "this input carries no sensors: choose another one"},
 };
@@ -64,17 +63,41 @@ constexpr std::array kStreamTexts{
     CodeText{oru::CAMERA_UNAVAILABLE, "CAMERA_UNAVAILABLE",
              "the stream was lost: check that the sender runs, then run the command again"},
     CodeText{oru::FAILURE, "FAILURE",
-             "check that it is a camera of this system that sends there, and the messages above"},
+             "check that it is a camera of this system that sends there, or run it again with -v"},
     CodeText{oru::CAMERA_NOT_READY, "CAMERA_NOT_READY",
              "no frame came in time: check that the sender still runs and the network reaches it"},
     CodeText{oru::SENSOR_DATA_UNAVAILABLE, "SENSOR_DATA_UNAVAILABLE", "the sender has sent no inertial data yet"},
 };
 constexpr std::array kFileTexts{
     CodeText{oru::CAMERA_UNAVAILABLE, "CAMERA_UNAVAILABLE", "the recording was closed: run the command again"},
-    CodeText{oru::FAILURE, "FAILURE", "check the recording with 'koruone verify', and the messages above"},
+    CodeText{oru::FAILURE, "FAILURE", "check the recording with 'koruone verify', or run it again with -v"},
     CodeText{oru::CAMERA_NOT_READY, "CAMERA_NOT_READY", "check the recording with 'koruone verify'"},
     CodeText{oru::SENSOR_DATA_UNAVAILABLE, "SENSOR_DATA_UNAVAILABLE", "the recording has no inertial data here"},
 };
+
+constexpr std::array kRecorderTexts{
+    CodeText{oru::INVALID_PARAMETER, "INVALID_PARAMETER", "choose another file, in a directory that can be written"},
+    CodeText{oru::FAILURE, "FAILURE", "make room or choose another file; what was written can be played"},
+};
+constexpr std::array kSenderTexts{
+    CodeText{oru::STREAM_SETUP_FAILED, "STREAM_SETUP_FAILED", "choose another --port, and keys as the guide tells"},
+    CodeText{oru::FAILURE, "FAILURE", "choose another --codec or a smaller --resolution"},
+};
+
+std::span<const CodeText> textsOf(Subject subject) {
+    switch (subject) {
+        case Subject::STREAM:
+            return kStreamTexts;
+        case Subject::RECORDING:
+            return kFileTexts;
+        case Subject::RECORDER:
+            return kRecorderTexts;
+        case Subject::SENDER:
+            return kSenderTexts;
+        default:
+            return {};
+    }
+}
 
 const CodeText* find(std::span<const CodeText> texts, oru::ERROR_CODE code) {
     const auto found =
@@ -82,13 +105,8 @@ const CodeText* find(std::span<const CodeText> texts, oru::ERROR_CODE code) {
     return found == texts.end() ? nullptr : &*found;
 }
 
-const CodeText* find(oru::ERROR_CODE code, oru::InputKind input = oru::KIND_GMSL_ID) {
-    const CodeText* special = nullptr;
-    if (input == oru::KIND_STREAM) {
-        special = find(kStreamTexts, code);
-    } else if (input == oru::KIND_RLX_FILE) {
-        special = find(kFileTexts, code);
-    }
+const CodeText* find(oru::ERROR_CODE code, Subject subject = Subject::CAMERA) {
+    const CodeText* special = find(textsOf(subject), code);
     return special != nullptr ? special : find(kCodeTexts, code);
 }
 
@@ -99,10 +117,27 @@ std::string codeName(oru::ERROR_CODE code) {
     return text != nullptr ? text->name : fmt::format("ERROR_CODE {}", static_cast<int>(code));
 }
 
-void complain(oru::ERROR_CODE code, std::string_view what, oru::InputKind input) {
-    const CodeText* text = find(code, input);
-    const std::string name = codeName(code);
-    complain("{}: {}; {}.", what, name, text != nullptr ? text->advice : "see the messages above");
+Subject subjectOf(oru::InputKind input) {
+    if (input == oru::KIND_STREAM) {
+        return Subject::STREAM;
+    }
+    return input == oru::KIND_RLX_FILE ? Subject::RECORDING : Subject::CAMERA;
+}
+
+void complain(oru::ERROR_CODE code, std::string_view what, Subject subject, std::string_view reason) {
+    const CodeText* text = find(code, subject);
+    const std::string advice = text != nullptr ? text->advice : "run it again with -v to see more";
+    if (reason.empty()) {
+        complain("{}: {}; {}.", what, codeName(code), advice);
+        return;
+    }
+    const std::size_t end = reason.find("; ");
+    complain("{}: {} ({}); {}.", what, reason.substr(0, end), codeName(code),
+             end == std::string_view::npos ? advice : reason.substr(end + 2));
+}
+
+void complain(oru::ERROR_CODE code, std::string_view what, Subject subject) {
+    complain(code, what, subject, oru::lastErrorReason().get());
 }
 
 void writeComplaint(std::string_view text) {

@@ -15,8 +15,16 @@ namespace koruone {
 /// The name of a code as programs write it, "ERROR_CODE 99" for a value that is not listed.
 std::string codeName(oru::ERROR_CODE code);
 
-/// One sentence on standard error: "koruone: <what failed>: <code>; <what to do with such an input>."
-void complain(oru::ERROR_CODE code, std::string_view what, oru::InputKind input = oru::KIND_GMSL_ID);
+/// What an operation was about, so that the advice fits it.
+enum class Subject { CAMERA, RECORDING, STREAM, RECORDER, SENDER };
+/// Of an operation on the opened input.
+Subject subjectOf(oru::InputKind input);
+
+/// One sentence on standard error: "koruone: <what failed>: <reason> (<code>); <what to do>." A reason that says itself
+/// what to do, behind a semicolon, replaces the advice; without a reason the code stands alone.
+void complain(oru::ERROR_CODE code, std::string_view what, Subject subject, std::string_view reason);
+/// With the reason that the library has for the operation that failed last on this thread.
+void complain(oru::ERROR_CODE code, std::string_view what, Subject subject = Subject::CAMERA);
 
 void writeComplaint(std::string_view text);
 

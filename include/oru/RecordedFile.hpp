@@ -83,7 +83,8 @@ public:
     /// @retval RLX_CODEC_UNAVAILABLE no encoder for the mode   @retval INVALID_PARAMETER the file cannot be created
     /// @retval INVALID_CALL `source` is not open   @retval NOT_SUPPORTED as RecordedFile::open
     ERROR_CODE create(const String& path, const RecordedFile& source, RLX_COMPRESSION_MODE mode);
-    /// Writes `image`, which `source` read last, and what was recorded with it.
+    /// Writes `image`, which `source` read last, and what was recorded with it; with it go the inertial samples of the
+    /// frames that `source` read since the last one written.
     /// @retval INVALID_PARAMETER not an image of the source's size in U8_C2   @retval FAILURE the file cannot grow
     ERROR_CODE write(const Mat& image, RecordedFile& source);
     /// Ends the file: playable, if need be without its last frames when the disk is full.

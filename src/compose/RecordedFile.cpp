@@ -221,7 +221,32 @@ RecordingRepair RecordedFile::repair(const String& path, const String& output, c
 
 struct RecordedFileWriter::Created {
     std::unique_ptr<rlxrw::RLXVideo> recorder;
+    int next = -1;  // frame of the source behind the one written last; -1 before the first
 };
+
+namespace {
+
+/// The packets of a frame, with those of the frames from `first` on that the caller left out.
+std::vector<IMUPacket> packetsSince(int first, rlxrw::RLXVideo& reader, RecordingIndex& index) {
+    std::vector<IMUPacket> packets;
+    for (int frame = first; first >= 0 && frame < reader.position() - 1; ++frame) {
+        const std::vector<IMUPacket> skipped = index.packets(frame);
+        packets.insert(packets.end(), skipped.begin(), skipped.end());
+    }
+    // Of damaged frames the reader has them as well.
+    const std::size_t gathered = packets.size();
+    for (const IMUPacket& packet : reader.getFrameIMUPackets()) {
+        const bool known =
+            std::any_of(packets.begin(), packets.begin() + static_cast<std::ptrdiff_t>(gathered),
+                        [&](const IMUPacket& other) { return other.imu_timestamp == packet.imu_timestamp; });
+        if (!known) {
+            packets.push_back(packet);
+        }
+    }
+    return packets;
+}
+
+}  // namespace
 
 RecordedFileWriter::RecordedFileWriter() : created(std::make_unique<Created>()) {}
 
@@ -245,6 +270,7 @@ ERROR_CODE RecordedFileWriter::create(const String& path, const RecordedFile& so
         return result == 2 ? RLX_CODEC_UNAVAILABLE : INVALID_PARAMETER;
     }
     created->recorder = std::move(recorder);
+    created->next = -1;
     return SUCCESS;
 }
 
@@ -254,7 +280,7 @@ ERROR_CODE RecordedFileWriter::write(const Mat& image, RecordedFile& source) {
     }
     rlxrw::RLXVideo& reader = *source.opened->reader;
     const rlxrw::RlxRecordingHeader& header = source.opened->index->header();
-    const std::vector<IMUPacket> packets = reader.getFrameIMUPackets();
+    const std::vector<IMUPacket> packets = packetsSince(created->next, reader, *source.opened->index);
     IMUPacket imu;
     rlxrw::RlxFrame record;
     record.pixels = packedPixels(image, header);
@@ -267,6 +293,7 @@ ERROR_CODE RecordedFileWriter::write(const Mat& image, RecordedFile& source) {
     if (record.pixels == nullptr) {
         return INVALID_PARAMETER;
     }
+    created->next = reader.position();
     return created->recorder->writeFrame(record) == 0 ? SUCCESS : FAILURE;
 }
 

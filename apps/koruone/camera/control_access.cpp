@@ -109,6 +109,38 @@ void copySwitchDefaults(std::vector<ControlState>& states) {
     }
 }
 
+std::string whyOutsideImage(oru::CameraOne& camera, const ControlValue& region) {
+    const oru::Resolution image = camera.getCameraInformation().configuration.resolution;
+    const auto fits = [](int64_t from, int64_t length, uint64_t side) {
+        return from >= 0 && length > 0 && static_cast<uint64_t>(from) < side &&
+               static_cast<uint64_t>(length) <= side - static_cast<uint64_t>(from);
+    };
+    const bool inside = fits(region[0], region[2], image.width) && fits(region[1], region[3], image.height);
+    return inside ? ""
+                  : fmt::format("the region {} (X Y WIDTH HEIGHT) does not lie within the image of {}x{}",
+                                valueText(region), image.width, image.height);
+}
+
+/// What is wrong with a value that the control cannot hold; empty when it can, and when nobody tells its range.
+std::string whyOutside(oru::CameraOne& camera, const Control& control, const ControlValue& value) {
+    if (value.empty()) {
+        return "";
+    }
+    if (control.kind == ControlKind::REGION) {
+        return whyOutsideImage(camera, value);
+    }
+    int low = 0;
+    int high = 0;
+    if (camera.getCameraSettingsRange(control.number, low, high) != oru::SUCCESS) {
+        return "";
+    }
+    const bool ordered = value.front() <= value.back();
+    const bool inside = ordered && value.front() >= low && value.back() <= high;
+    return inside ? ""
+                  : fmt::format("{} takes {}from {} to {}, not {}", control.name,
+                                value.size() == 2 ? "a minimum and a maximum " : "", low, high, valueText(value));
+}
+
 }  // namespace
 
 const char* kindName(ControlKind kind) {
@@ -203,25 +235,29 @@ std::vector<std::string> resetControls(oru::CameraOne& camera) {
     return refused;
 }
 
-bool setControl(oru::CameraOne& camera, const Control& control, const ControlValue& value) {
+ExitStatus setControl(oru::CameraOne& camera, const Control& control, const ControlValue& value) {
+    if (const std::string wrong = whyOutside(camera, control, value); !wrong.empty()) {
+        complain("{}.", wrong);
+        return EXIT_USAGE;
+    }
     std::string refusal;
     const std::string wanted = value.empty() ? "auto" : valueText(value);
     const oru::ERROR_CODE code = writeThrough(camera, control, value, refusal);
     if (code != oru::SUCCESS) {
         complain(code, fmt::format("cannot set {} to {}", control.name, wanted));
-        return false;
+        return EXIT_FAILED;
     }
     if (!refusal.empty()) {
         complain("{} was not set to {}: {}.", control.name, wanted, refusal);
-        return false;
+        return EXIT_FAILED;
     }
     ControlValue found;
     if (value.empty() || !isReadable(camera, control) || confirm(camera, control, value, found)) {
-        return true;
+        return EXIT_OK;
     }
     complain("the camera did not take {} {}: it holds {}; see 'koruone controls list' for what it offers.",
              control.name, valueText(value), found.empty() ? "nothing" : valueText(found));
-    return false;
+    return EXIT_FAILED;
 }
 
 std::optional<ControlValue> parseValue(const Control& control, const std::vector<std::string>& texts) {

@@ -7,6 +7,7 @@
 
 #include "oru/CameraOne.hpp"
 #include "oru/controls.hpp"
+#include "shared/exit_status.hpp"
 
 namespace koruone {
 
@@ -49,8 +50,9 @@ std::optional<ControlValue> parseValue(const Control& control, const std::vector
 /// What parseValue takes for the control, as the end of a sentence.
 const char* valueForm(const Control& control);
 
-/// Writes a control and, but for an empty value, reads it back. False: it did not take; the reason has been said.
-bool setControl(oru::CameraOne& camera, const Control& control, const ControlValue& value);
+/// Writes a control and, but for an empty value, reads it back. EXIT_USAGE: the value lies outside the control's range
+/// or the image; EXIT_FAILED: it did not take. The reason has been said.
+ExitStatus setControl(oru::CameraOne& camera, const Control& control, const ControlValue& value);
 
 /// A control and its value from "NAME=VALUE" or "NAME=VALUE,VALUE".
 struct ControlAssignment {

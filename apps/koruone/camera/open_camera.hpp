@@ -1,6 +1,7 @@
 #pragma once
 
 #include "oru/CameraOne.hpp"
+#include "shared/exit_status.hpp"
 #include "shared/input_options.hpp"
 
 namespace koruone {
@@ -10,7 +11,7 @@ void addCameraOptions(CLI::App& command, InputOptions& options);
 
 /// Opens the input that the options name and writes the controls that they name. A size that goes with another HDR mode
 /// only is opened with that mode, and a calibration file that disagrees with the attached camera is pointed out, both
-/// on standard error. False: not open, and the reason has been said.
-[[nodiscard]] bool openCamera(oru::CameraOne& camera, const InputOptions& options);
+/// on standard error. Any other result than EXIT_OK: not open, and the reason has been said.
+[[nodiscard]] ExitStatus openCamera(oru::CameraOne& camera, const InputOptions& options);
 
 }  // namespace koruone

@@ -184,7 +184,7 @@ void registerCalib(CLI::App& tool, ExitStatus& status) {
     auto options = std::make_shared<CalibOptions>();
     CLI::App* command = tool.add_subcommand("calib", "Show, compare, fetch or convert a camera's calibration file");
     auto* which = command->add_option_group("which", "The calibration");
-    which->add_option("file", options->file, "A calibration file")->type_name("FILE");
+    addPathOption(*which, "file", options->file, "A calibration file");
     addNumberOption(*which, "--serial", options->serial, uint32_t{1}, std::numeric_limits<uint32_t>::max(),
                     "The file of this camera, fetched when missing");
     which->require_option(1);
@@ -203,7 +203,12 @@ void registerCalib(CLI::App& tool, ExitStatus& status) {
     addNumberOption(*command, "--model", options->model, 30, 31, "The camera's model, where nothing else tells it")
         ->needs(import);
     command->add_flag("--overwrite", options->overwrite, "Replace a file by the imported one")->needs(import);
-    command->callback([options, &status] { status = runCalib(*options); });
+    command->callback([options, command, &status] {
+        if (!options->serial && command->count("--settings") > 0) {
+            throw CLI::ValidationError("--settings", "a FILE is read where it lies; it goes with --serial");
+        }
+        status = runCalib(*options);
+    });
 }
 
 }  // namespace koruone

@@ -119,9 +119,13 @@ std::string checkName(const std::string& name) {
 using Action = ExitStatus (*)(oru::CameraOne&, const ControlsOptions&);
 
 ExitStatus withCamera(const ControlsOptions& options, Action action) {
+    if (inputKind(options.input) == oru::KIND_RLX_FILE) {
+        throw CLI::ValidationError("--file", "a recorded file has no controls");
+    }
     const InterruptGuard guard;
     oru::CameraOne camera;
-    return openCamera(camera, options.input) ? action(camera, options) : EXIT_FAILED;
+    const ExitStatus opened = openCamera(camera, options.input);
+    return opened == EXIT_OK ? action(camera, options) : opened;
 }
 
 ExitStatus get(oru::CameraOne& camera, const ControlsOptions& options) {
@@ -130,10 +134,19 @@ ExitStatus get(oru::CameraOne& camera, const ControlsOptions& options) {
 
 /// Prints what the control holds after the write.
 ExitStatus write(oru::CameraOne& camera, const Control& control, const ControlValue& value, bool json) {
-    if (!setControl(camera, control, value)) {
-        return EXIT_FAILED;
+    if (const ExitStatus set = setControl(camera, control, value); set != EXIT_OK) {
+        return set;
     }
-    return !isReadable(camera, control) ? EXIT_OK : printControl(camera, control, json);
+    if (isReadable(camera, control)) {
+        return printControl(camera, control, json);
+    }
+    const std::string written = value.empty() ? "auto" : valueText(value);
+    if (json) {
+        writeJsonLine({{"name", control.name}, {"value", nullptr}, {"written", written}});
+    } else {
+        writeOutput(fmt::format("{} {} (written; this control cannot be read back here)\n", control.name, written));
+    }
+    return EXIT_OK;
 }
 
 ExitStatus set(oru::CameraOne& camera, const ControlsOptions& options) {

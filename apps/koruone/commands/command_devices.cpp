@@ -49,7 +49,7 @@ ExitStatus runDevices(bool json) {
         writeOutput(fmt::format("GPU: {}\n", oru::gpuDescription().get()));
     }
     if (const oru::String problem = camera.getDeviceListProblem(); !problem.empty()) {
-        complain("cameras are missing: {}.", problem.get());
+        complain("cameras are missing: {}; correct the file or unset KORU_VIRTUAL_BUS.", problem.get());
         return EXIT_FAILED;
     }
     if (devices.empty()) {

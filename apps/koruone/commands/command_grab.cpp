@@ -3,18 +3,13 @@
 
 #include "koruone/camera/open_camera.hpp"
 #include "koruone/commands/commands.hpp"
+#include "koruone/output/view_names.hpp"
 #include "koruone/runs/grab_run.hpp"
 #include "shared/option_helpers.hpp"
 
 namespace koruone {
 namespace {
 
-const Choices<oru::VIEW> kViews{
-    {"rectified", oru::RECTIFIED},
-    {"rectified_gray", oru::RECTIFIED_GRAY},
-    {"unrectified", oru::UNRECTIFIED},
-    {"unrectified_gray", oru::UNRECTIFIED_GRAY},
-};
 const Choices<oru::MEM> kMemories{{"cpu", oru::CPU}, {"gpu", oru::GPU}};
 constexpr uint64_t kMostFrames = std::numeric_limits<uint64_t>::max();
 
@@ -33,8 +28,9 @@ void registerGrab(CLI::App& tool, ExitStatus& status) {
     addSizeOption(*command, "--size", options->size, "Size of the retrieved picture (default: the camera's)");
     addChoiceOption(*command, "--memory", options->memory, kMemories,
                     "Where the picture is delivered: cpu (default) or gpu");
-    command->add_option("--out", options->directory, "Write frame_000000.png ..., frames.csv, contact_sheet.png here")
-        ->type_name("DIR");
+    CLI::Option* out = addPathOption(*command, "--out", options->directory,
+                                     "Write frame_000000.png ..., frames.csv, contact_sheet.png here", "DIR");
+    command->add_flag("--overwrite", options->overwrite, "Replace the pictures of another run in --out")->needs(out);
     command->add_flag("--json", options->json, "Print one object with what was measured");
     command->callback([options, &status] { status = GrabRun(*options).run(); });
 }

@@ -4,8 +4,11 @@
 
 #include "koruone/camera/open_camera.hpp"
 #include "koruone/commands/commands.hpp"
+#include "koruone/runs/recording_summary.hpp"
 #include "shared/input_options.hpp"
+#include "shared/interrupt.hpp"
 #include "shared/json_output.hpp"
+#include "shared/option_helpers.hpp"
 #include "shared/report.hpp"
 
 namespace koruone {
@@ -13,7 +16,9 @@ namespace {
 
 struct InfoOptions {
     InputOptions input;
+    std::string file;  ///< given without --file
     oru::Resolution size;
+    bool quick = false;
     bool json = false;
 };
 
@@ -163,25 +168,69 @@ void printText(const oru::CameraDescription& info, const std::string& settings) 
     writeOutput(text);
 }
 
-ExitStatus runInfo(const InfoOptions& options) {
+ExitStatus describeCamera(const InfoOptions& options, const Json& recording) {
     oru::CameraOne camera;
-    if (!openCamera(camera, options.input)) {
-        return EXIT_FAILED;
+    if (const ExitStatus opened = openCamera(camera, options.input); opened != EXIT_OK) {
+        return opened;
     }
     const oru::CameraDescription info = camera.getCameraInformation(options.size);
     const oru::Resolution delivered = info.configuration.calibration.image_size;
     if (options.size.area() != 0 && delivered != options.size) {
         complain(oru::RESOLUTION_NOT_SUPPORTED,
                  fmt::format("{}x{} is larger than the image of {}x{}", options.size.width, options.size.height,
-                             delivered.width, delivered.height));
+                             delivered.width, delivered.height),
+                 Subject::CAMERA, "");
         return EXIT_FAILED;
     }
     if (options.json) {
-        writeJsonLine(toJson(info));
+        Json all = toJson(info);
+        all.update(recording);
+        writeJsonLine(all);
     } else {
         printText(info, camera.getInitParameters().settings_path.get());
     }
     return EXIT_OK;
+}
+
+ExitStatus runInfo(const InfoOptions& options) {
+    Json result = Json::object();
+    if (inputKind(options.input) == oru::KIND_RLX_FILE) {
+        const InterruptGuard guard;
+        RecordingSummary summary;
+        const ExitStatus described = summariseRecording(options.input.file, !options.quick, summary);
+        if (described == EXIT_FAILED || described == EXIT_INTERRUPTED) {
+            return described;
+        }
+        if (!options.json) {
+            writeOutput(recordingText(summary));
+        }
+        result["recording"] = recordingJson(summary);
+        if (described == EXIT_DAMAGED && !summary.playable) {
+            if (options.json) {
+                writeJsonLine(result);
+            }
+            return described;
+        }
+        const ExitStatus camera = describeCamera(options, result);
+        return camera == EXIT_OK ? described : camera;
+    }
+    return describeCamera(options, result);
+}
+
+/// A recording may be named without --file, then as the only input.
+void takeFile(InfoOptions& options) {
+    const bool another = options.input.id || options.input.serial || !options.input.file.empty() ||
+                         !options.input.stream.empty() || options.input.resolution != oru::AUTO ||
+                         options.input.fps != 0 || options.input.hdr || !options.input.controls.empty();
+    if (!options.file.empty() && another) {
+        throw CLI::ValidationError("FILE", "a recording goes with no other input and with no option of a live camera");
+    }
+    if (!options.file.empty()) {
+        options.input.file = options.file;
+    }
+    if (options.quick && options.input.file.empty()) {
+        throw CLI::ValidationError("--quick", "only a recorded file takes it");
+    }
 }
 
 }  // namespace
@@ -191,8 +240,13 @@ void registerInfo(CLI::App& tool, ExitStatus& status) {
     CLI::App* command = tool.add_subcommand("info", "Describe a camera: calibration, rates, sensors");
     addCameraOptions(*command, options->input);
     addSizeOption(*command, "--size", options->size, "Express the calibration for this size (default: the image's)");
+    addPathOption(*command, "FILE", options->file, "A recorded file, as --file; its frames are described as well");
+    command->add_flag("--quick", options->quick, "Do not read a whole recording to count samples and damage");
     command->add_flag("--json", options->json, "Print one object");
-    command->callback([options, &status] { status = runInfo(*options); });
+    command->callback([options, &status] {
+        takeFile(*options);
+        status = runInfo(*options);
+    });
 }
 
 }  // namespace koruone

@@ -1,3 +1,6 @@
+#include <fmt/core.h>
+
+#include <filesystem>
 #include <limits>
 #include <memory>
 
@@ -12,15 +15,35 @@ namespace {
 constexpr uint64_t kMost = std::numeric_limits<uint64_t>::max();
 constexpr uint32_t kMostKilobits = 1'000'000;
 
+std::string checkRecordingName(std::string& name) {
+    const std::string ending = std::filesystem::path(name).extension().string();
+    if (ending != ".mp4" && ending != ".mov" && ending != ".avi") {
+        return "";
+    }
+    return fmt::format(
+        "'{}' would be a recording with a wrong name; record to .rlx2 and then run 'koruone convert "
+        "FILE.rlx2 FILE.mp4'",
+        name);
+}
+
+void checkBitrate(const RecordOptions& options) {
+    const bool heeded = options.compression == oru::RLX_H264 || options.compression == oru::RLX_H265;
+    if (options.bitrate > 0 && !heeded) {
+        throw CLI::ValidationError("--bitrate", "only h264 and h265 have one");
+    }
+}
+
 }  // namespace
 
 void registerRecord(CLI::App& tool, ExitStatus& status) {
     auto options = std::make_shared<RecordOptions>();
     CLI::App* command = tool.add_subcommand("record", "Record an input into an RLX file");
     addCameraOptions(*command, options->input);
-    command->add_option("FILE", options->file, "The recording, .rlx2 (or .rlx for version 1)")->required();
+    addPathOption(*command, "FILE", options->file, "The recording, .rlx2 (or .rlx for version 1)")
+        ->required()
+        ->check(CLI::Validator(checkRecordingName, ""));
     auto* length = command->add_option_group("length", "How long; default: until the input ends or Ctrl-C");
-    addNumberOption(*length, "--seconds", options->seconds, uint64_t{1}, kMost, "Seconds to record");
+    addSecondsOption(*length, "--seconds", options->seconds, "How long to record");
     addNumberOption(*length, "--frames", options->frames, uint64_t{1}, kMost, "Frames to grab");
     length->require_option(0, 1);
     addChoiceOption(*command, "--compression", options->compression, kCompressions,
@@ -30,7 +53,11 @@ void registerRecord(CLI::App& tool, ExitStatus& status) {
     addNumberOption(*command, "--target-fps", options->target_fps, uint32_t{1}, uint32_t{1000},
                     "Keep only so many frames a second (default: all)");
     command->add_flag("--overwrite", options->overwrite, "Replace an existing file");
-    command->callback([options, &status] { status = RecordRun(*options).run(); });
+    command->add_flag("--json", options->json, "Print one object at the end");
+    command->callback([options, &status] {
+        checkBitrate(*options);
+        status = RecordRun(*options).run();
+    });
 }
 
 }  // namespace koruone

@@ -9,7 +9,6 @@ namespace koruone {
 namespace {
 
 const Choices<oru::STREAMING_CODEC> kCodecs{{"h264", oru::PLAIN_CODEC}, {"h265", oru::DENSE_CODEC}};
-constexpr double kMostSeconds = 1e9;
 
 void addStreamOptions(CLI::App& command, oru::StreamingParameters& stream) {
     addNumberOption(command, "--port", stream.port, uint16_t{1}, uint16_t{65535}, "UDP port (default 30000)");
@@ -31,15 +30,7 @@ void registerStream(CLI::App& tool, ExitStatus& status) {
     CLI::App* command = tool.add_subcommand("stream", "Send the images to the network");
     addCameraOptions(*command, options->input);
     addStreamOptions(*command, options->stream);
-    const auto takeSeconds = [options](const std::string& text) {
-        const auto seconds = parseNumber<double>(text);
-        if (!seconds || !(*seconds > 0.0) || *seconds > kMostSeconds) {
-            throw CLI::ValidationError("--seconds", "'" + text + "' is not a number of seconds above 0");
-        }
-        options->seconds = *seconds;
-    };
-    command->add_option_function<std::string>("--seconds", takeSeconds, "How long (default: until Ctrl-C)")
-        ->type_name("N");
+    addSecondsOption(*command, "--seconds", options->seconds, "How long (default: until Ctrl-C)");
     command->add_flag("--json", options->json, "Print one object at the end, and nothing before");
     command->callback([options, &status] {
         // Whoever watches a played file wants to see it at its own pace.

@@ -1,16 +1,12 @@
 #include "koruone/output/EurocWriter.hpp"
 
-#include <fmt/core.h>
-
-#include <numbers>
 #include <utility>
+
+#include "koruone/output/euroc_text.hpp"
+#include "koruone/output/picture_file.hpp"
 
 namespace koruone {
 namespace {
-
-double radians(float degrees) {
-    return static_cast<double>(degrees) * std::numbers::pi / 180.0;
-}
 
 bool writeTextFile(const std::filesystem::path& path, const std::string& text, std::string& error) {
     OutputFile file;
@@ -29,12 +25,12 @@ bool EurocWriter::fail(std::string reason) {
     return false;
 }
 
-bool EurocWriter::open(const std::string& path, const oru::RecordedFile& source, oru::RLX_COMPRESSION_MODE /*mode*/) {
-    const oru::RecordingFacts& facts = source.facts();
-    width = facts.size.width;
-    height = facts.size.height;
-    gray.resize(width * height);
+bool EurocWriter::open(const std::string& path, oru::RecordedFile& source, const FrameFacts& facts) {
     const std::filesystem::path root = std::filesystem::path(path) / "mav0";
+    std::error_code error;
+    if (facts.overwrite && std::filesystem::remove_all(root, error) == static_cast<std::uintmax_t>(-1)) {
+        return fail("cannot remove " + root.string() + ": " + error.message());
+    }
     images = root / "cam0" / "data";
     if (!makeDirectory(images, failure) || !makeDirectory(root / "imu0", failure)) {
         return false;
@@ -46,40 +42,49 @@ bool EurocWriter::open(const std::string& path, const oru::RecordedFile& source,
     sampleTable.write(
         "#timestamp [ns],w_RS_S_x [rad s^-1],w_RS_S_y [rad s^-1],w_RS_S_z [rad s^-1],"
         "a_RS_S_x [m s^-2],a_RS_S_y [m s^-2],a_RS_S_z [m s^-2]\n");
-    const std::string sensor = fmt::format("sensor_type: camera\nrate_hz: {}\nresolution: [{}, {}]\n",
-                                           static_cast<double>(facts.fps), width, height);
-    const std::string calibration = fmt::format("SN{}.conf", facts.serial_number);
-    return writeTextFile(root / "cam0" / "sensor.yaml", sensor, failure) &&
-           writeTextFile(root / "imu0" / "sensor.yaml", "sensor_type: imu\n", failure) &&
-           (facts.calibration_text.empty() ||
-            writeTextFile(root / "cam0" / calibration, facts.calibration_text.get(), failure));
+    return writeSensors(root, source.facts(), facts);
 }
 
-bool EurocWriter::write(const oru::Mat& image, oru::RecordedFile& source) {
-    const auto* pixels = image.getPtr<unsigned char>(oru::CPU);
-    for (std::size_t i = 0; i < gray.size(); ++i) {
-        gray[i] = pixels[2 * i];
-    }
-    const std::string name = fmt::format("{}.png", image.timestamp);
-    if (!encoder.write(images / name, {gray.data(), width, height, width, true}, failure)) {
+bool EurocWriter::writeSensors(const std::filesystem::path& root, const oru::RecordingFacts& recorded,
+                               const FrameFacts& facts) {
+    const std::string calibration = "SN" + std::to_string(recorded.serial_number) + ".conf";
+    return writeTextFile(root / "body.yaml", "comment: KORU One " + std::to_string(recorded.serial_number) + "\n",
+                         failure) &&
+           writeTextFile(root / "cam0" / "sensor.yaml", eurocCameraText(recorded, facts), failure) &&
+           writeTextFile(root / "imu0" / "sensor.yaml", eurocInertialText(facts), failure) &&
+           (recorded.calibration_text.empty() ||
+            writeTextFile(root / "cam0" / calibration, recorded.calibration_text.get(), failure));
+}
+
+bool EurocWriter::write(const ConvertedFrame& frame) {
+    const std::string name = std::to_string(frame.image.timestamp) + ".png";
+    if (!writeImage(images / name, frame.image)) {
         return false;
     }
-    frameTable.write(fmt::format("{},{}\n", image.timestamp, name));
-    writeSamples(source.samples());
+    frameTable.write(std::to_string(frame.image.timestamp) + "," + name + "\n");
+    writeSamples(frame.samples);
     return !(frameTable.failed() || sampleTable.failed()) ||
            fail(frameTable.failed() ? frameTable.error() : sampleTable.error());
 }
 
+bool EurocWriter::writeImage(const std::filesystem::path& path, const oru::Mat& image) {
+    if (image.getDataType() != oru::U8_C2) {
+        return encoder.write(path, viewOf(image), failure);
+    }
+    const auto* pixels = image.getPtr<unsigned char>(oru::CPU);
+    gray.resize(image.getWidth() * image.getHeight());
+    for (std::size_t i = 0; i < gray.size(); ++i) {
+        gray[i] = pixels[2 * i];
+    }
+    return encoder.write(path, {gray.data(), image.getWidth(), image.getHeight(), image.getWidth(), true}, failure);
+}
+
 void EurocWriter::writeSamples(const std::vector<oru::RecordedSample>& samples) {
     for (const oru::RecordedSample& sample : samples) {
-        if (sample.timestamp <= lastSampleNs) {
-            continue;
+        if (sample.timestamp > lastSampleNs) {
+            lastSampleNs = sample.timestamp;
+            sampleTable.write(eurocSampleLine(sample));
         }
-        lastSampleNs = sample.timestamp;
-        const auto& rate = sample.angular_velocity;
-        const auto& force = sample.linear_acceleration;
-        sampleTable.write(fmt::format("{},{},{},{},{},{},{}\n", sample.timestamp, radians(rate[0]), radians(rate[1]),
-                                      radians(rate[2]), force[0], force[1], force[2]));
     }
 }
 

@@ -5,17 +5,30 @@
 #include <chrono>
 #include <utility>
 
+#include "koruone/output/picture_file.hpp"
+
 namespace koruone {
 namespace {
 
 constexpr std::chrono::seconds kWriterPatience{10};
 
-ImageView viewOf(const oru::Mat& image) {
-    return {image.getPtr<unsigned char>(oru::CPU), image.getWidth(), image.getHeight(), image.getStepBytes(oru::CPU),
-            image.getDataType() == oru::U8_C1};
+bool isPicture(const std::string& name) {
+    return (name.starts_with("frame_") && name.ends_with(".png")) || name == "frames.csv" ||
+           name == "contact_sheet.png";
 }
 
 }  // namespace
+
+bool removePictures(const std::filesystem::path& directory, std::string& error) {
+    std::error_code code;
+    for (const auto& entry : std::filesystem::directory_iterator(directory, code)) {
+        if (isPicture(entry.path().filename().string()) && !std::filesystem::remove(entry.path(), code)) {
+            error = fmt::format("cannot remove {}: {}", entry.path().string(), code.message());
+            return false;
+        }
+    }
+    return true;
+}
 
 ImageWriter::ImageWriter(std::filesystem::path directory) : folder(std::move(directory)) {
     for (oru::Mat& image : images) {

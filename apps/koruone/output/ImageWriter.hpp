@@ -15,6 +15,10 @@
 
 namespace koruone {
 
+/// Takes away what an ImageWriter and its table wrote into the directory before. False: something stays; `error` says
+/// why.
+bool removePictures(const std::filesystem::path& directory, std::string& error);
+
 /// Writes images as DIR/frame_000000.png (numbered by frame) on a thread of its own, behind a bounded queue, and
 /// keeps a contact sheet of them. No image is dropped: with a full queue the caller waits. Threads: one caller.
 class ImageWriter {

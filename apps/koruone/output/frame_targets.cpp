@@ -3,6 +3,7 @@
 #include <fmt/core.h>
 
 #include "koruone/output/compression_names.hpp"
+#include "koruone/output/packed_view.hpp"
 #include "oru/VideoFile.hpp"
 
 namespace koruone {
@@ -14,17 +15,18 @@ std::string missingEncoder(oru::RLX_COMPRESSION_MODE mode) {
 
 class RecordingTarget final : public FrameTarget {
 public:
-    bool open(const std::string& path, const oru::RecordedFile& source, oru::RLX_COMPRESSION_MODE mode) override {
-        const oru::ERROR_CODE code = recording.create(path, source, mode);
+    bool open(const std::string& path, oru::RecordedFile& source, const FrameFacts& facts) override {
+        original = &source;
+        const oru::ERROR_CODE code = recording.create(path, source, facts.mode);
         if (code != oru::SUCCESS) {
-            failure =
-                code == oru::RLX_CODEC_UNAVAILABLE ? missingEncoder(mode) : fmt::format("{} cannot be created", path);
+            failure = code == oru::RLX_CODEC_UNAVAILABLE ? missingEncoder(facts.mode)
+                                                         : fmt::format("{} cannot be created", path);
         }
         return code == oru::SUCCESS;
     }
 
-    bool write(const oru::Mat& image, oru::RecordedFile& source) override {
-        const bool written = recording.write(image, source) == oru::SUCCESS;
+    bool write(const ConvertedFrame& frame) override {
+        const bool written = recording.write(frame.image, *original) == oru::SUCCESS;
         if (!written) {
             failure = "the recording cannot grow, the disk may be full";
         }
@@ -38,27 +40,37 @@ public:
     const std::string& error() const override { return failure; }
 
 private:
+    oru::RecordedFile* original = nullptr;
     oru::RecordedFileWriter recording;
     std::string failure;
 };
 
 class VideoTarget final : public FrameTarget {
 public:
-    bool open(const std::string& path, const oru::RecordedFile& source, oru::RLX_COMPRESSION_MODE mode) override {
-        const oru::RecordingFacts& facts = source.facts();
-        const oru::ERROR_CODE code = video.open(path, {facts.size, facts.fps, mode, facts.bitrate});
+    bool open(const std::string& path, oru::RecordedFile& source, const FrameFacts& facts) override {
+        const oru::ERROR_CODE code = video.open(path, {facts.size, facts.fps, facts.mode, source.facts().bitrate});
         if (code == oru::INVALID_PARAMETER) {
-            failure = fmt::format("an MP4 file holds h264 or h265, not {}", compressionName(mode));
+            failure = fmt::format("an MP4 file holds h264 or h265, not {}", compressionName(facts.mode));
             return false;
         }
         if (code == oru::RLX_CODEC_UNAVAILABLE) {
-            failure = missingEncoder(mode);
+            failure = missingEncoder(facts.mode);
             return false;
         }
         return take(code);
     }
 
-    bool write(const oru::Mat& image, oru::RecordedFile& /*source*/) override { return take(video.write(image)); }
+    bool write(const ConvertedFrame& frame) override {
+        if (frame.image.getDataType() == oru::U8_C2) {
+            return take(video.write(frame.image));
+        }
+        if (packed.alloc({frame.image.getWidth(), frame.image.getHeight()}, oru::U8_C2, oru::CPU) != oru::SUCCESS) {
+            failure = "there is not enough memory for an image";
+            return false;
+        }
+        packView(frame.image, packed);
+        return take(video.write(packed));
+    }
     bool finish() override { return take(video.close()); }
     const std::string& error() const override { return failure; }
 
@@ -71,6 +83,7 @@ private:
     }
 
     oru::VideoFileWriter video;
+    oru::Mat packed;
     std::string failure;
 };
 

@@ -33,6 +33,14 @@ void OutputFile::fail(int number) {
     reason = fmt::format("cannot write {}: {}", target.string(), std::strerror(number));
 }
 
+std::string whyKept(const std::filesystem::path& path, bool overwrite) {
+    std::error_code error;
+    if (path.empty() || overwrite || !std::filesystem::is_regular_file(path, error)) {
+        return "";
+    }
+    return path.string() + " exists; use --overwrite to replace it";
+}
+
 bool makeDirectory(const std::filesystem::path& directory, std::string& error) {
     std::error_code code;
     std::filesystem::create_directories(directory, code);

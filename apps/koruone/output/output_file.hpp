@@ -32,6 +32,10 @@ private:
     std::string reason;
 };
 
+/// Says, as the end of a sentence about `path`, that a file is there and is not to be replaced; empty when all is well.
+/// A device or a pipe may always be written to.
+std::string whyKept(const std::filesystem::path& path, bool overwrite);
+
 /// Makes the directory and its parents where missing. False: it is not there; `error` says why.
 bool makeDirectory(const std::filesystem::path& directory, std::string& error);
 

@@ -70,7 +70,7 @@ void FrameLoop::complainOf(oru::ERROR_CODE code) {
     if (code == oru::CAMERA_NOT_READY && policy.patience.count() > 0) {
         what += fmt::format(" for {:.1f} s", toSeconds(ended - lastFrame));
     }
-    complain(code, policy.failure.empty() ? what + " after " + counted(count, "frame") : what, input);
+    complain(code, policy.failure.empty() ? what + " after " + counted(count, "frame") : what, subjectOf(input));
 }
 
 double FrameLoop::secondsSinceStart() const {

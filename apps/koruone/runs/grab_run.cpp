@@ -33,7 +33,16 @@ GrabRun::GrabRun(GrabOptions given)
 
 ExitStatus GrabRun::run() {
     const InterruptGuard guard;
-    if (!prepareOutput() || !openCamera(camera, options.input) || !goToFirstFrame()) {
+    if (!mayWriteOutput()) {
+        return EXIT_FAILED;
+    }
+    if (const ExitStatus opened = openCamera(camera, options.input); opened != EXIT_OK) {
+        return opened;
+    }
+    if (!options.notice.empty()) {
+        complain("{}.", options.notice);
+    }
+    if (!goToFirstFrame() || !prepareOutput()) {
         return EXIT_FAILED;
     }
     sourceFps = camera.getCameraFPS();
@@ -51,12 +60,23 @@ ExitStatus GrabRun::run() {
     return status == EXIT_OK && interrupted() ? EXIT_INTERRUPTED : status;
 }
 
+bool GrabRun::mayWriteOutput() const {
+    std::error_code error;
+    if (options.overwrite || options.directory.empty() || !std::filesystem::is_directory(options.directory, error) ||
+        std::filesystem::is_empty(options.directory, error)) {
+        return true;
+    }
+    complain("{} is not empty; use --overwrite to replace the pictures in it, or choose another --out.",
+             options.directory);
+    return false;
+}
+
 bool GrabRun::prepareOutput() {
     if (options.directory.empty()) {
         return true;
     }
     std::string error;
-    if (!makeDirectory(options.directory, error)) {
+    if (!makeDirectory(options.directory, error) || !removePictures(options.directory, error)) {
         complain("{}; choose another --out.", error);
         return false;
     }
@@ -100,7 +120,7 @@ bool GrabRun::useFrame() {
     if (frame % options.every == 0 && !retrieveFrame(frame)) {
         return false;
     }
-    progress.show(fmt::format("{}/{} frames, {:.1f} frames/s", loop.frames(), options.frames, loop.framesPerSecond()));
+    progress.show(loop.frames(), options.frames, fmt::format("{:.1f} frames/s", loop.framesPerSecond()));
     return true;
 }
 

@@ -24,8 +24,10 @@ struct GrabOptions {
     oru::VIEW view = oru::RECTIFIED;
     oru::Resolution size;  ///< 0 x 0: the camera's
     oru::MEM memory = oru::CPU;
-    std::string directory;  ///< empty: nothing is written
+    std::string directory;   ///< empty: nothing is written
+    bool overwrite = false;  ///< pictures of another run in the directory
     bool json = false;
+    std::string notice;  ///< said once the input is open
 };
 
 /// One `koruone grab`: takes frames, retrieves every n-th, writes images and prints what it measured.
@@ -36,6 +38,7 @@ public:
     ExitStatus run();
 
 private:
+    [[nodiscard]] bool mayWriteOutput() const;
     bool prepareOutput();
     bool goToFirstFrame();
     void takeFrames();

@@ -34,7 +34,16 @@ ImuRun::ImuRun(ImuOptions given) : options(std::move(given)), plot(imuPanels()) 
 
 ExitStatus ImuRun::run() {
     const InterruptGuard guard;
-    if (!openFiles() || !openCamera(camera, options.input)) {
+    const std::string csvKept = whyKept(options.csv, options.overwrite);
+    const std::string kept = csvKept.empty() ? whyKept(options.plot, options.overwrite) : csvKept;
+    if (!kept.empty()) {
+        complain("{}.", kept);
+        return EXIT_FAILED;
+    }
+    if (const ExitStatus opened = openCamera(camera, options.input); opened != EXIT_OK) {
+        return opened;
+    }
+    if (!openFiles()) {
         return EXIT_FAILED;
     }
     serial = camera.getCameraInformation().serial_number;
@@ -123,7 +132,7 @@ void ImuRun::grabUntilStopped(std::atomic<bool>& stop, std::atomic<oru::ERROR_CO
 bool ImuRun::accept(oru::ERROR_CODE code, const char* what) {
     if (code != oru::SUCCESS && code != oru::END_OF_INPUT) {
         progress.clear();
-        complain(code, what, inputKind(options.input));
+        complain(code, what, subjectOf(inputKind(options.input)), "");
         fail();
     }
     return code == oru::SUCCESS;

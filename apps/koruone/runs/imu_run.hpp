@@ -24,6 +24,7 @@ struct ImuOptions {
     double seconds = 5.0;
     std::string csv;   ///< empty: no table
     std::string plot;  ///< empty: no plot
+    bool overwrite = false;
     bool json = false;
 };
 

@@ -7,7 +7,9 @@
 
 #include "koruone/camera/open_camera.hpp"
 #include "koruone/output/compression_names.hpp"
+#include "oru/logging.hpp"
 #include "shared/interrupt.hpp"
+#include "shared/json_output.hpp"
 #include "shared/report.hpp"
 
 namespace koruone {
@@ -29,7 +31,10 @@ ExitStatus RecordRun::run() {
         complain("{} exists; use --overwrite to replace it.", options.file);
         return EXIT_FAILED;
     }
-    if (!openCamera(camera, options.input) || !start()) {
+    if (const ExitStatus opened = openCamera(camera, options.input); opened != EXIT_OK) {
+        return opened;
+    }
+    if (!start()) {
         return EXIT_FAILED;
     }
     if (options.file.ends_with(".rlx") && camera.getCameraInformation().sensors.accelerometer.is_available) {
@@ -45,14 +50,15 @@ bool RecordRun::start() {
                                               options.overwrite};
     const oru::ERROR_CODE code = camera.enableRecording(parameters);
     if (code != oru::SUCCESS) {
-        complain(code, fmt::format("cannot record to {} as {}", options.file, compressionName(options.compression)));
+        complain(code, fmt::format("cannot record to {} as {}", options.file, compressionName(options.compression)),
+                 Subject::RECORDER);
     }
     return code == oru::SUCCESS;
 }
 
 bool RecordRun::wantsMore() const {
     return (!options.frames || loop.frames() < *options.frames) &&
-           (!options.seconds || loop.secondsSinceStart() < static_cast<double>(*options.seconds));
+           (!options.seconds || loop.secondsSinceStart() < *options.seconds);
 }
 
 void RecordRun::grabFrames() {
@@ -72,14 +78,37 @@ void RecordRun::showProgress() {
     const oru::RecordingStatus recording = camera.getRecordingStatus();
     const std::string frames =
         options.frames ? fmt::format("{}/{}", loop.frames(), *options.frames) : fmt::format("{}", loop.frames());
-    progress.show(fmt::format("{} frames, {} dropped, {:.1f} MB, {:.1f} s", frames, recording.frames_dropped,
-                              static_cast<double>(recording.bytes_written) / kMegabyte, recording.seconds));
+    std::string text = fmt::format("{} of {} frames", timeText(recording.seconds), frames);
+    if (options.seconds) {
+        text = fmt::format("{} of {}, {} frames", timeText(recording.seconds), timeText(*options.seconds), frames);
+    } else if (!options.frames) {
+        text = fmt::format("{}, {} frames", timeText(recording.seconds), frames);
+    }
+    progress.show(fmt::format("{}, {:.0f} MB{}", text, static_cast<double>(recording.bytes_written) / kMegabyte,
+                              recording.frames_dropped == 0 ? "" : fmt::format(", {} lost", recording.frames_dropped)));
+}
+
+void RecordRun::print(const oru::RecordingStatus& recording) const {
+    if (options.json) {
+        writeJsonLine({{"file", options.file},
+                       {"frames_written", recording.frames_written},
+                       {"frames_dropped", recording.frames_dropped},
+                       {"bytes", recording.bytes_written},
+                       {"seconds", number(recording.seconds)},
+                       {"compression", compressionName(options.compression)}});
+        return;
+    }
+    writeOutput(fmt::format("{}: {} frames written, {} dropped, {:.1f} MB in {:.1f} s, {}\n", options.file,
+                            recording.frames_written, recording.frames_dropped,
+                            static_cast<double>(recording.bytes_written) / kMegabyte, recording.seconds,
+                            compressionName(options.compression)));
 }
 
 ExitStatus RecordRun::finish() {
     progress.show("finishing the file");
     camera.disableRecording();
     const oru::RecordingStatus recording = camera.getRecordingStatus();
+    const oru::String why = oru::lastErrorReason();
     const oru::StreamInputStatus incoming = camera.getStreamInputStatus();
     camera.close();
     progress.clear();
@@ -87,14 +116,11 @@ ExitStatus RecordRun::finish() {
         complain("the stream lost something on its way: {}.", streamText(incoming));
     }
     if (recording.last_result != oru::SUCCESS) {
-        complain(recording.last_result,
-                 fmt::format("the recording of {} ended early, the disk may be full", options.file));
+        complain(recording.last_result, fmt::format("the recording of {} ended early", options.file), Subject::RECORDER,
+                 why.get());
         status = EXIT_FAILED;
     }
-    writeOutput(fmt::format("{}: {} frames written, {} dropped, {:.1f} MB in {:.1f} s, {}\n", options.file,
-                            recording.frames_written, recording.frames_dropped,
-                            static_cast<double>(recording.bytes_written) / kMegabyte, recording.seconds,
-                            compressionName(options.compression)));
+    print(recording);
     return status == EXIT_OK && interrupted() && (options.frames || options.seconds) ? EXIT_INTERRUPTED : status;
 }
 

@@ -16,11 +16,12 @@ struct RecordOptions {
     InputOptions input;
     std::string file;
     std::optional<uint64_t> frames;
-    std::optional<uint64_t> seconds;
+    std::optional<double> seconds;
     oru::RLX_COMPRESSION_MODE compression = oru::RLX_H264;
     uint32_t bitrate = 0;
     uint32_t target_fps = 0;
     bool overwrite = false;
+    bool json = false;
 };
 
 /// One `koruone record`: grabs until the asked frames or seconds are over, the input ends or Ctrl-C comes.
@@ -35,6 +36,7 @@ private:
     void grabFrames();
     [[nodiscard]] bool wantsMore() const;
     void showProgress();
+    void print(const oru::RecordingStatus& recording) const;
     ExitStatus finish();
 
     RecordOptions options;

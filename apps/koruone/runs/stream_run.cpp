@@ -69,7 +69,10 @@ StreamRun::StreamRun(StreamOptions streamOptions)
 
 ExitStatus StreamRun::run() {
     const InterruptGuard guard;
-    if (!openCamera(camera, options.input) || !start()) {
+    if (const ExitStatus opened = openCamera(camera, options.input); opened != EXIT_OK) {
+        return opened;
+    }
+    if (!start()) {
         return EXIT_FAILED;
     }
     sendFrames();
@@ -83,7 +86,7 @@ ExitStatus StreamRun::run() {
 bool StreamRun::start() {
     const oru::ERROR_CODE code = camera.enableStreaming(options.stream);
     if (code != oru::SUCCESS) {
-        complain(code, fmt::format("cannot stream on port {}", options.stream.port));
+        complain(code, fmt::format("cannot stream on port {}", options.stream.port), Subject::SENDER);
         return false;
     }
     const oru::StreamingParameters used = camera.getStreamingParameters();

@@ -276,12 +276,12 @@ TEST(KoruoneControls, WritesAndReadsBack) {
     const std::vector<Case> cases{
         {{"set", "gain", "40"}, 0, 40},
         {{"set", "RANGE_SETTING_16", "100", "5000"}, 0, {100, 5000}},
-        {{"set", "RANGE_SETTING_16", "5000", "100"}, 1, nullptr},
+        {{"set", "RANGE_SETTING_16", "5000", "100"}, 2, nullptr},
         {{"set", "SHARPNESS", "7"}, 0, 7},
         {{"set", "AEC_AGC", "auto"}, 0, 1},
-        {{"set", "GAIN", "100000"}, 1, nullptr},
+        {{"set", "GAIN", "100000"}, 2, nullptr},
         {{"roi", "10", "20", "300", "200"}, 0, {10, 20, 300, 200}},
-        {{"roi", "0", "0", "99999", "2"}, 1, nullptr},
+        {{"roi", "0", "0", "99999", "2"}, 2, nullptr},
         {{"get", "SETTING_12"}, 1, nullptr},
         {{"roi"}, 0, {0, 0, 1920, 1200}},
     };
@@ -320,7 +320,7 @@ TEST(KoruoneControls, WritesToTheCameraOfAStreamOrSaysWhyNot) {
     };
     const std::vector<Case> cases{
         {"the-viewing-key", "the-control-key", {"set", "GAIN", "40"}, 0, "GAIN 40"},
-        {"the-viewing-key", "the-control-key", {"set", "SHARPNESS", "99"}, 1, "outside what the sending camera takes"},
+        {"the-viewing-key", "the-control-key", {"set", "SHARPNESS", "99"}, 2, "takes from 0 to 8"},
         {"the-viewing-key", "the-control-key", {"roi", "10", "20", "300", "200"}, 0, "AEC_AGC_ROI 10 20 300 200"},
         {"the-viewing-key", "the-control-key", {"set", "GMSL_SETTING_19", "60"}, 0, ""},
         {"the-viewing-key", "another-control-key", {"set", "GAIN", "50"}, 1, "is not the sender's"},

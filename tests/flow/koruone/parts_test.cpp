@@ -1,15 +1,20 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <iterator>
 #include <random>
 
 #include "flow/koruone/tool.hpp"
 #include "koruone/output/ContactSheet.hpp"
 #include "koruone/output/TimingHistogram.hpp"
 #include "koruone/output/calibration_formats.hpp"
+#include "koruone/output/half_blocks.hpp"
+#include "koruone/output/packed_view.hpp"
+#include "koruone/output/picture_file.hpp"
 #include "koruone/output/png_file.hpp"
 #include "koruone/output/time_plot.hpp"
 #include "koruone/runs/PacketClock.hpp"
+#include "koruone/runs/frame_range.hpp"
 #include "shared/input_options.hpp"
 
 namespace koruone {
@@ -243,6 +248,77 @@ TEST(TimePlot, BreaksTheLineAtAGap) {
     const std::size_t first = svg.find("<polyline");
     ASSERT_NE(first, std::string::npos);
     EXPECT_NE(svg.find("<polyline", first + 1), std::string::npos) << "one line across the gap";
+}
+
+oru::Mat view(unsigned char blue, unsigned char green, unsigned char red) {
+    oru::Mat image;
+    EXPECT_EQ(image.alloc({16, 12}, oru::U8_C4, oru::CPU), oru::SUCCESS);
+    for (std::size_t y = 0; y < 12; ++y) {
+        auto* row = image.getPtr<unsigned char>(oru::CPU) + y * image.getStepBytes(oru::CPU);
+        for (std::size_t x = 0; x < 16; ++x) {
+            const unsigned char pixel[] = {blue, green, red, 255};
+            std::copy(std::begin(pixel), std::end(pixel), row + 4 * x);
+        }
+    }
+    return image;
+}
+
+TEST(PackedView, IsBt601InVideoRange) {
+    const struct {
+        unsigned char bgr[3];
+        int yuv[3];
+    } cases[] = {{{0, 0, 0}, {16, 128, 128}},  {{255, 255, 255}, {235, 128, 128}}, {{255, 0, 0}, {41, 240, 110}},
+                 {{0, 255, 0}, {145, 54, 34}}, {{0, 0, 255}, {82, 90, 240}},       {{128, 128, 128}, {126, 128, 128}}};
+    for (const auto& sample : cases) {
+        oru::Mat packed;
+        ASSERT_EQ(packed.alloc({16, 12}, oru::U8_C2, oru::CPU), oru::SUCCESS);
+
+        packView(view(sample.bgr[0], sample.bgr[1], sample.bgr[2]), packed);
+
+        const auto* pixels = packed.getPtr<unsigned char>(oru::CPU) + 5 * packed.getStepBytes(oru::CPU);
+        EXPECT_NEAR(pixels[0], sample.yuv[0], 1);
+        EXPECT_NEAR(pixels[1], sample.yuv[1], 1);
+        EXPECT_NEAR(pixels[2], sample.yuv[0], 1);
+        EXPECT_NEAR(pixels[3], sample.yuv[2], 1);
+    }
+}
+
+TEST(HalfBlocks, ShowTwoRowsOfPixelsInALine) {
+    const oru::Mat image = view(1, 20, 255);
+
+    const std::string text = halfBlocks(viewOf(image));
+
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 6);
+    EXPECT_EQ(text.find("\x1b[38;2;255;20;1;48;2;255;20;1m\xE2\x96\x80"), 0U);
+}
+
+TEST(FramePlace, IsANumberATimeFromTheStartOrNanoseconds) {
+    EXPECT_EQ(parseFramePlace("120")->number, 120);
+    EXPECT_EQ(parseFramePlace("2.5")->seconds, 2.5);
+    EXPECT_EQ(parseFramePlace("2s")->seconds, 2.0);
+    EXPECT_EQ(parseFramePlace("1:02.5")->seconds, 62.5);
+    EXPECT_EQ(parseFramePlace("1700000000000000001")->time, 1'700'000'000'000'000'001U);
+    for (const char* wrong : {"", "s", "-1", "1:", ":1", "soon", "1e400", "nan", "99999999999", "0x10"}) {
+        EXPECT_FALSE(parseFramePlace(wrong).has_value()) << wrong;
+    }
+}
+
+TEST(RateChooser, TakesAFrameWheneverItsTimeHasCome) {
+    const auto taken = [](double wanted, double source, int frames) {
+        RateChooser chooser(wanted, source);
+        int count = 0;
+        for (int i = 0; i < frames; ++i) {
+            // A jitter of a millisecond either way.
+            const auto jitter = static_cast<oru::Timestamp>(i % 3) * 1'000'000U;
+            count += chooser.takes(1'000'000'000U + static_cast<oru::Timestamp>(i * 1e9 / source) + jitter) ? 1 : 0;
+        }
+        return count;
+    };
+    EXPECT_EQ(taken(0.0, 30.0, 300), 300);
+    EXPECT_EQ(taken(15.0, 30.0, 300), 150);
+    EXPECT_EQ(taken(10.0, 30.0, 300), 100);
+    EXPECT_NEAR(taken(12.0, 30.0, 300), 120, 1);
+    EXPECT_EQ(taken(60.0, 30.0, 300), 300);
 }
 
 TEST(InputOptions, ParsesSizes) {

@@ -9,26 +9,6 @@
 namespace oru {
 namespace {
 
-/// Records a short file of the small image; its path.
-std::string recordShort(Tool& tool, const std::string& compression) {
-    const std::string path = tool.home.path("a.rlx2");
-    const ToolResult recorded = tool.run({"record", path, "--serial", "30010001", "--resolution", "HD600", "--frames",
-                                          "20", "--compression", compression});
-    EXPECT_EQ(recorded.status, 0) << recorded.errors;
-    EXPECT_NE(recorded.output.find("frames written"), std::string::npos) << recorded.output;
-    return path;
-}
-
-uint64_t framesPlayed(Tool& tool, const std::string& path) {
-    const ToolResult played = tool.run({"play", path, "--json"});
-    EXPECT_EQ(played.status, 0) << played.errors;
-    return played.json().value("frames", uint64_t{0});
-}
-
-void shorten(const std::string& path, uint64_t bytes) {
-    std::filesystem::resize_file(path, std::filesystem::file_size(path) - bytes);
-}
-
 TEST(KoruoneRecord, FilePlaysWhereTheCameraWasNeverSeen) {
     Tool tool;
     const std::string path = recordShort(tool, "lossless");
@@ -127,25 +107,41 @@ TEST(KoruoneRepair, SaysWhichKindOfFileCannotBeHelped) {
     }
 }
 
-TEST(KoruoneConvert, WritesTheOtherForms) {
+TEST(KoruonePlay, ShowsPicturesInATerminal) {
     Tool tool;
     const std::string path = recordShort(tool, "raw");
-    const uint64_t frames = framesPlayed(tool, path);
-    const std::string other = tool.home.path("b.rlx2");
-    const std::string directory = tool.home.path("euroc");
+    tool.terminalColumns = 60;
+    tool.allOnTerminal = true;
 
-    EXPECT_EQ(tool.run({"convert", path, other, "--compression", "ffv1"}).status, 0);
-    EXPECT_EQ(framesPlayed(tool, other), frames);
-    EXPECT_EQ(tool.run({"convert", path, tool.home.path("c.mp4")}).status, 0);
-    EXPECT_EQ(tool.home.read("c.mp4").substr(4, 4), "ftyp");
-    EXPECT_EQ(tool.run({"convert", path, directory}).status, 0);
-    const auto rows = readCsv(directory + "/mav0/cam0/data.csv");
-    ASSERT_EQ(rows.size(), frames + 1);
-    EXPECT_EQ(readPng(directory + "/mav0/cam0/data/" + rows[1][1]).width, 960U);
-    EXPECT_GT(readCsv(directory + "/mav0/imu0/data.csv").size(), frames);
-    EXPECT_EQ(tool.run({"convert", path, other}).status, 1) << "an existing output";
-    EXPECT_EQ(tool.run({"convert", path, tool.home.path("d.xyz")}).status, 2);
-    EXPECT_EQ(tool.run({"convert", path, path, "--overwrite"}).status, 1) << "onto itself";
+    const ToolResult played = tool.run({"play", path, "-q"});
+
+    EXPECT_EQ(played.status, 0) << played.errors;
+    EXPECT_NE(played.errors.find("\x1b[38;2;"), std::string::npos);
+    EXPECT_NE(played.errors.find("\xE2\x96\x80"), std::string::npos);
+    EXPECT_NE(played.errors.find("frame 1 of "), std::string::npos);
+    EXPECT_NE(played.errors.find("\x1b[?1049l"), std::string::npos) << "the screen was not given back";
+    EXPECT_NE(played.errors.find(" shown, "), std::string::npos) << played.errors;
+}
+
+TEST(KoruonePlay, OpensTheExplorerWhereItIsInstalled) {
+    Tool tool;
+    const std::string path = recordShort(tool, "raw");
+    const std::string folder = tool.home.path("programs");
+    std::filesystem::create_directory(folder);
+    const std::string stand = tool.home.write("programs/koru-explorer", "#!/bin/sh\necho \"explores $1\"\n");
+    std::filesystem::permissions(stand, std::filesystem::perms::owner_all);
+
+    const ToolResult without = tool.run({"play", path});
+    tool.environment["PATH"] = folder + ":/usr/bin:/bin";
+    const ToolResult with = tool.run({"play", path});
+    const ToolResult measured = tool.run({"play", path, "--no-display"});
+
+    EXPECT_NE(without.errors.find("no terminal"), std::string::npos) << without.errors;
+    EXPECT_NE(without.output.find("frames/s"), std::string::npos) << without.output;
+    EXPECT_EQ(with.output, "explores " + path + "\n");
+    EXPECT_EQ(with.status, 0);
+    EXPECT_EQ(measured.errors.find("no terminal"), std::string::npos) << measured.errors;
+    EXPECT_NE(measured.output.find("frames/s"), std::string::npos) << measured.output;
 }
 
 }  // namespace

@@ -88,9 +88,8 @@ TEST_F(KoruoneStream, ServesEveryCommandOfAMachineWithoutCameraAndCalibration) {
     EXPECT_GT(imu.json().at("packets"), 100);
     EXPECT_EQ(record.status, 0) << record.errors;
     EXPECT_EQ(receiver.run({"verify", file}).status, 0);
-    // A calibration that lies in the system's own directory is used where it lies.
-    EXPECT_TRUE(std::filesystem::exists(receiver.settings() + "SN30010001.conf") ||
-                std::filesystem::exists("/usr/local/koru/settings/SN30010001.conf"));
+    EXPECT_FALSE(std::filesystem::exists(receiver.settings() + "SN30010001.conf"))
+        << "a stream's calibration is no camera's of this machine";
 }
 
 TEST_F(KoruoneStream, TellsOnceASecondHowItGoesAndHowToReceiveIt) {
@@ -168,6 +167,28 @@ TEST_F(KoruoneStream, GivesAdviceThatFitsAStream) {
     EXPECT_NE(lost.errors.find("sender"), std::string::npos) << lost.errors;
     EXPECT_EQ(lost.errors.find("cable"), std::string::npos) << lost.errors;
     EXPECT_NE(lost.output.find("frames in"), std::string::npos) << "the numbers are printed all the same";
+}
+
+TEST_F(KoruoneStream, TellsWhatIsWrongWithTheKeyAndWhatWasWrittenBlindly) {
+    sender.environment["KORU_STREAM_PASSPHRASE"] = "the-viewing-key";
+    sender.environment["KORU_STREAM_CONTROL_PASSPHRASE"] = "the-control-key";
+    startSender();
+    const ToolResult keyless = receive({"info"});
+    receiver.environment["KORU_STREAM_PASSPHRASE"] = "another-viewing-key";
+    const ToolResult wrong = receive({"info"});
+    receiver.environment["KORU_STREAM_PASSPHRASE"] = "the-viewing-key";
+    receiver.environment["KORU_STREAM_CONTROL_PASSPHRASE"] = "the-control-key";
+    const ToolResult written = receive({"controls", "set", "SETTING_12", "1"});
+
+    for (const auto& [result, reason] :
+         {std::pair(keyless, "the sender wants a key"), {wrong, "is not the sender's"}}) {
+        EXPECT_EQ(result.status, 1);
+        EXPECT_NE(result.errors.find(reason), std::string::npos) << result.errors;
+        EXPECT_NE(result.errors.find("ask who runs the sender"), std::string::npos) << result.errors;
+        EXPECT_EQ(result.errors.find("firewall"), std::string::npos) << result.errors;
+    }
+    EXPECT_EQ(written.status, 0) << written.errors;
+    EXPECT_NE(written.output.find("SETTING_12 1 (written"), std::string::npos) << written.output;
 }
 
 TEST_F(KoruoneStream, RefusesAWrongCommandLine) {

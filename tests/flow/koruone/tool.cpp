@@ -1,8 +1,13 @@
 #include "flow/koruone/tool.hpp"
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
+#include <linux/capability.h>
 #include <png.h>
+#include <pty.h>
 #include <signal.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -82,14 +87,54 @@ pid_t Tool::start(const Arguments& arguments) {
     std::vector<char*> envp = pointers(settings);
     const std::string output = outputFile.empty() ? home.path("output") : outputFile;
     const std::string errors = home.path("errors");
+    int slave = -1;
+    if (terminalColumns > 0) {
+        winsize size{24, terminalColumns, 0, 0};
+        (void)::openpty(&terminal, &slave, nullptr, nullptr, &size);
+        (void)::fcntl(terminal, F_SETFL, O_NONBLOCK);
+        shown.clear();
+    }
     process = ::fork();
     if (process == 0) {
         redirect(output, STDOUT_FILENO);
-        redirect(errors, STDERR_FILENO);
+        if (slave >= 0) {
+            ::dup2(slave, STDERR_FILENO);
+            if (allOnTerminal) {
+                ::setsid();
+                ::dup2(slave, STDIN_FILENO);
+                ::dup2(slave, STDOUT_FILENO);
+            }
+        } else {
+            redirect(errors, STDERR_FILENO);
+        }
+        limit();
         ::execve(argv[0], argv.data(), envp.data());
         ::_exit(127);
     }
+    if (slave >= 0) {
+        ::close(slave);
+    }
     return process;
+}
+
+/// Of the child, before it becomes the tool.
+void Tool::limit() const {
+    if (unprivileged) {
+        for (const int capability : {CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH, CAP_NET_BIND_SERVICE}) {
+            (void)::prctl(PR_CAPBSET_DROP, capability, 0, 0, 0);
+        }
+    }
+    if (largestFile > 0) {
+        const rlimit size{largestFile, largestFile};
+        (void)::setrlimit(RLIMIT_FSIZE, &size);
+    }
+}
+
+void Tool::collectTerminal() {
+    char buffer[4096];
+    for (ssize_t got = 0; terminal >= 0 && (got = ::read(terminal, buffer, sizeof(buffer))) > 0;) {
+        shown.append(buffer, static_cast<std::size_t>(got));
+    }
 }
 
 void Tool::signal(int number) const {
@@ -105,13 +150,38 @@ ToolResult Tool::wait() {
             ::waitpid(process, &status, 0);
             break;
         }
+        collectTerminal();
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
+    collectTerminal();
     ToolResult result;
     result.status = WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
     result.output = outputFile.empty() ? home.read("output") : "";
-    result.errors = home.read("errors");
+    result.errors = terminal >= 0 ? shown : home.read("errors");
+    if (terminal >= 0) {
+        ::close(terminal);
+        terminal = -1;
+    }
     return result;
+}
+
+std::string recordShort(Tool& tool, const std::string& compression) {
+    const std::string path = tool.home.path("a.rlx2");
+    const ToolResult recorded = tool.run({"record", path, "--serial", "30010001", "--resolution", "HD600", "--frames",
+                                          "20", "--compression", compression});
+    EXPECT_EQ(recorded.status, 0) << recorded.errors;
+    EXPECT_NE(recorded.output.find("frames written"), std::string::npos) << recorded.output;
+    return path;
+}
+
+uint64_t framesPlayed(Tool& tool, const std::string& path) {
+    const ToolResult played = tool.run({"play", path, "--json"});
+    EXPECT_EQ(played.status, 0) << played.errors;
+    return played.json().value("frames", uint64_t{0});
+}
+
+void shorten(const std::string& path, uint64_t bytes) {
+    std::filesystem::resize_file(path, std::filesystem::file_size(path) - bytes);
 }
 
 bool waitForFile(const std::string& path) {

@@ -43,12 +43,31 @@ public:
     /// Added to the tool's environment.
     std::map<std::string, std::string> environment;
     doubles::TemporaryDirectory home;
+    /// An ordinary user's rights, also where the tests run as root.
+    bool unprivileged = false;
+    /// No file may grow beyond so many bytes; 0: any size.
+    uint64_t largestFile = 0;
+    /// Standard error is a terminal of so many columns; 0: a file.
+    unsigned short terminalColumns = 0;
+    /// Standard output and input are that terminal as well; all of it comes in the result's errors.
+    bool allOnTerminal = false;
     /// Where standard output goes instead of into the result.
     std::string outputFile;
 
 private:
+    void limit() const;
+    void collectTerminal();
+
     pid_t process = -1;
+    int terminal = -1;
+    std::string shown;  // what came over the terminal
 };
+
+/// Records a short file of the small image; its path.
+std::string recordShort(Tool& tool, const std::string& compression);
+/// How many frames a recording plays.
+uint64_t framesPlayed(Tool& tool, const std::string& path);
+void shorten(const std::string& path, uint64_t bytes);
 
 /// Waits until there is such a file; false after thirty seconds.
 [[nodiscard]] bool waitForFile(const std::string& path);

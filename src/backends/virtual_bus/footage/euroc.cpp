@@ -14,6 +14,7 @@ namespace {
 
 constexpr std::size_t kMaxImages = 1'000'000;
 constexpr std::size_t kMaxListed = 64;
+constexpr std::string_view kWholeModel = "rational-thin-prism";  // as 'koruone convert' writes the camera's own lens
 
 /// Takes the next line off the text, without its end.
 std::string_view nextLine(std::string_view& text) {
@@ -152,11 +153,12 @@ bool parseEurocCamera(std::string_view yaml, EurocCamera& camera, std::string& e
     if (pinhole.size() != 4 || !(pinhole[0] > 0.0) || !(pinhole[1] > 0.0)) {
         return wrong(error, "intrinsics", "[fu, fv, cu, cv]");
     }
-    if (!model.empty() && model != "radial-tangential") {
-        return wrong(error, "distortion_model", "radial-tangential");
+    if (!model.empty() && model != "radial-tangential" && model != kWholeModel) {
+        return wrong(error, "distortion_model", "radial-tangential or rational-thin-prism");
     }
-    if (distortion.size() > 4) {
-        return wrong(error, "distortion_coefficients", "[k1, k2, p1, p2]");
+    if (model == kWholeModel ? distortion.size() != camera.lens.distortion.size() : distortion.size() > 4) {
+        return wrong(error, "distortion_coefficients",
+                     model == kWholeModel ? "[k1, k2, p1, p2, k3, k4, k5, k6, s1, s2, s3, s4]" : "[k1, k2, p1, p2]");
     }
     if (!parsePose(yaml, camera.pose, error)) {
         return false;
