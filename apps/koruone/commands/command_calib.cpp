@@ -14,6 +14,7 @@
 #include "oru/CameraOne.hpp"
 #include "oru/calibration.hpp"
 #include "shared/input_options.hpp"
+#include "shared/json_output.hpp"
 #include "shared/option_helpers.hpp"
 #include "shared/report.hpp"
 
@@ -30,6 +31,7 @@ struct CalibOptions {
     std::string import;
     std::optional<int> model;
     bool overwrite = false;
+    bool json = false;
 };
 
 const Choices<std::optional<CalibrationFormat>> kFormats{
@@ -119,18 +121,68 @@ bool fetch(const std::string& directory, uint32_t serial) {
     return false;
 }
 
-ExitStatus show(const oru::CalibrationFile& calibration, std::optional<uint32_t> serial) {
+/// Null for a file without a lens.
+Json calibrationJson(const oru::CalibrationFile& file) {
+    Json modes = Json::array();
+    Json distortion = Json::object();
+    for (const oru::SensorMode& mode : allModes()) {
+        if (const std::optional<oru::Lens> lens = file.lens(mode)) {
+            modes.push_back({{"width", mode.width},
+                             {"height", mode.height},
+                             {"fx", number(lens->fx)},
+                             {"fy", number(lens->fy)},
+                             {"cx", number(lens->cx)},
+                             {"cy", number(lens->cy)}});
+            for (std::size_t i = 0; i < oru::kDistortionNames.size(); ++i) {
+                distortion[oru::kDistortionNames[i]] = number(lens->distortion[i]);
+            }
+        }
+    }
+    if (modes.empty() || file.model() == oru::MODEL_UNKNOWN) {
+        return nullptr;
+    }
+    return {{"file", file.path},
+            {"sensor_family", oru::familyOf(file.model())},
+            {"modes", modes},
+            {"distortion", distortion}};
+}
+
+/// What differs from the attached camera's own; null where it is not attached.
+Json differencesJson(const oru::CalibrationFile& file, std::optional<uint32_t> serial) {
+    const oru::CalibrationFile factory =
+        serial ? oru::factoryCalibration(static_cast<int>(*serial)) : oru::CalibrationFile{};
+    if (factory.empty()) {
+        return nullptr;
+    }
+    Json differences = Json::array();
+    for (const oru::CalibrationDifference& difference : oru::compareCalibrations(file, factory)) {
+        differences.push_back({{"key", difference.key}, {"file", difference.file}, {"factory", difference.factory}});
+    }
+    return differences;
+}
+
+bool writeCalibrationJson(const oru::CalibrationFile& file, std::optional<uint32_t> serial) {
+    Json object = calibrationJson(file);
+    if (object.is_null()) {
+        return false;
+    }
+    object["differs_from_factory"] = differencesJson(file, serial);
+    writeJsonLine(object);
+    return true;
+}
+
+ExitStatus show(const oru::CalibrationFile& calibration, std::optional<uint32_t> serial, bool json) {
     std::error_code missing;
     if (!std::filesystem::is_regular_file(calibration.path, missing)) {
         complain("there is no file {}; name a calibration file, or a camera by --serial.", calibration.path);
         return EXIT_FAILED;
     }
-    if (!printCalibration(calibration)) {
+    if (!(json ? writeCalibrationJson(calibration, serial) : printCalibration(calibration))) {
         complain("{} is not a calibration file; replace it, for instance by 'koruone calib --serial N --refresh'.",
                  calibration.path);
         return EXIT_FAILED;
     }
-    if (serial) {
+    if (serial && !json) {
         printDifferences(calibration, *serial);
     }
     return EXIT_OK;
@@ -149,7 +201,7 @@ ExitStatus runOnFile(const CalibOptions& options) {
         }
     }
     const oru::CalibrationFile file = oru::readCalibration(options.file);
-    return options.format ? printCalibrationAs(file, *options.format, options.size) : show(file, serial);
+    return options.format ? printCalibrationAs(file, *options.format, options.size) : show(file, serial, options.json);
 }
 
 ExitStatus runOnSerial(const CalibOptions& options) {
@@ -169,7 +221,7 @@ ExitStatus runOnSerial(const CalibOptions& options) {
         calibration = oru::findCalibration(directory, serial);
     }
     return options.format ? printCalibrationAs(calibration, *options.format, options.size)
-                          : show(calibration, options.serial);
+                          : show(calibration, options.serial, options.json);
 }
 
 ExitStatus runCalib(const CalibOptions& options) {
@@ -203,6 +255,7 @@ void registerCalib(CLI::App& tool, ExitStatus& status) {
     addNumberOption(*command, "--model", options->model, 30, 31, "The camera's model, where nothing else tells it")
         ->needs(import);
     command->add_flag("--overwrite", options->overwrite, "Replace a file by the imported one")->needs(import);
+    command->add_flag("--json", options->json, "Print one object")->excludes(format)->excludes(import);
     command->callback([options, command, &status] {
         if (!options->serial && command->count("--settings") > 0) {
             throw CLI::ValidationError("--settings", "a FILE is read where it lies; it goes with --serial");

@@ -215,6 +215,20 @@ TEST(KoruoneAdvice, RefusesWhatTheCommandWouldNotHeed) {
     }
 }
 
+TEST(KoruoneJson, CalibrationIsAnObject) {
+    Shell tool;
+
+    const ToolResult own = tool.run({"calib", "--serial", "30010001", "--json", "-q"});
+
+    ASSERT_EQ(own.status, 0) << own.errors;
+    const nlohmann::json calibration = own.json();
+    EXPECT_EQ(calibration.at("sensor_family"), 1);
+    EXPECT_EQ(calibration.at("modes").size(), 3U);
+    EXPECT_GT(calibration.at("modes")[0].at("fx"), 100.0);
+    EXPECT_EQ(calibration.at("distortion").size(), 12U);
+    EXPECT_EQ(calibration.at("differs_from_factory"), nlohmann::json::array());
+}
+
 TEST(KoruoneAdvice, LogsWhatIsAskedFor) {
     Shell tool;
     const Arguments wrong{"info", "--id", "77"};
