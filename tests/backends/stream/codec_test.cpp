@@ -51,7 +51,7 @@ public:
         address.sin_family = AF_INET;
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         address.sin_port = htons(port);
-        link.start(address, "");
+        link.start(stream::SocketAddress(address), "");
         for (int i = 0; i < 500 && seen == stream::VideoCodec::NONE; ++i) {
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
         }

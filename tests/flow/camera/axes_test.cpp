@@ -186,8 +186,8 @@ Eigen::Vector3d opticalDirection(const std::string& word) {
 TEST(Axes, GravityAndTheSensorsPlaceLieWhereTheGuideSaysInEveryConvention) {
     const auto table = guideTable();
     ASSERT_EQ(table.size(), 6U);
-    Eigen::Vector3d force;
-    Eigen::Vector3d offset;
+    Eigen::Vector3d force = Eigen::Vector3d::Zero();
+    Eigen::Vector3d offset = Eigen::Vector3d::Zero();
     for (const auto& [convention, row] : table) {
         SCOPED_TRACE(convention);
         CameraOne camera;
