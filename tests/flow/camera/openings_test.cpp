@@ -181,8 +181,8 @@ TEST_F(Openings, TwoStreamsOfOneProgramHaveTheirOwnKeys) {
         EXPECT_EQ(record.text.find(kOtherKey), std::string::npos) << record.text;
     }
     EXPECT_EQ(log.count(LogLevel::Error,
-                        "[Streaming]  the viewing key must have 10 to 79 characters and has 5: no "
-                        "stream without a sound key"),
+                        "[Streaming]  the viewing key must have 10 to 79 characters and has 5; set a key of such a "
+                        "length, or none"),
               1);
 }
 
