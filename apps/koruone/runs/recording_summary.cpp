@@ -43,8 +43,13 @@ std::string sizeText(uint64_t bytes) {
     return fmt::format("{:.1f} MB", static_cast<double>(bytes) / kMegabyte);
 }
 
+/// A file that lacks its end is searched for frames, not for samples.
+bool countsSamples(const RecordingSummary& summary) {
+    return summary.read && (summary.read->imu_packets > 0 || summary.condition == oru::RECORDING_CONDITION::INTACT);
+}
+
 std::string samplesText(const RecordingSummary& summary) {
-    if (!summary.read) {
+    if (!countsSamples(summary)) {
         return summary.facts.has_imu ? "yes, not counted" : "none";
     }
     return std::to_string(summary.read->imu_packets);
@@ -130,7 +135,7 @@ Json recordingJson(const RecordingSummary& summary) {
                    {"has_samples", facts.has_imu},
                    {"calibration", !facts.calibration_text.empty()},
                    {"condition", oru::describe(summary.condition)}};
-    object["samples"] = summary.read ? Json(summary.read->imu_packets) : Json(nullptr);
+    object["samples"] = countsSamples(summary) ? Json(summary.read->imu_packets) : Json(nullptr);
     object["damaged"] = summary.read ? Json(summary.read->damaged) : Json(nullptr);
     return object;
 }

@@ -267,6 +267,7 @@ TEST(KoruoneInfo, DescribesARecordingAndItsDamage) {
     }
     EXPECT_EQ(cut.status, 3) << cut.errors;
     EXPECT_EQ(cut.json().at("recording").at("condition"), "is cut off") << cut.output;
+    EXPECT_TRUE(cut.json().at("recording").at("samples").is_null()) << "not counted, and not 0";
 }
 
 /// What ffprobe tells of a file's colours and says against the file.
