@@ -48,7 +48,7 @@ std::vector<double> yamlNumbers(const std::string& yaml, const std::string& key)
         return numbers;
     }
     const std::size_t value = yaml.find(':', begin) + 1;
-    const bool list = yaml.find('[', value) < yaml.find_first_of("\n", value);
+    const bool list = yaml.find('[', value) < yaml.find('\n', value);
     std::string text = yaml.substr(value, yaml.find_first_of(list ? "]" : "\n#", value) - value);
     for (char& letter : text) {
         letter = letter == '[' || letter == ',' || letter == '\n' ? ' ' : letter;
