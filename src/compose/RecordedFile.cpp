@@ -1,7 +1,6 @@
 #include "oru/RecordedFile.hpp"
 
 #include <algorithm>
-#include <ranges>
 
 #include "collaborators/CollaboratorFactory.hpp"
 #include "compose/built_in_factory.hpp"
@@ -155,9 +154,17 @@ Timestamp RecordedFile::frameTime(int frame) const {
 }
 
 int RecordedFile::frameAt(Timestamp time) const {
-    const auto frames = std::views::iota(0, frameCount());
-    const auto found = std::ranges::lower_bound(frames, time, {}, [this](int frame) { return frameTime(frame); });
-    return static_cast<int>(found - frames.begin());
+    int first = 0;
+    int last = frameCount();
+    while (first < last) {
+        const int middle = first + (last - first) / 2;
+        if (frameTime(middle) < time) {
+            first = middle + 1;
+        } else {
+            last = middle;
+        }
+    }
+    return first;
 }
 
 int RecordedFile::position() const {

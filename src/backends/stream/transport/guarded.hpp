@@ -7,14 +7,15 @@
 
 #include "logging/log.hpp"
 #include "logging/messages.hpp"
+#include "utils/Mutex.hpp"
 
 namespace oru::stream {
 
 /// Runs one piece of work of an operation or of a thread's loop, and keeps what it throws from going further: for want
 /// of memory, or from a device. True when it threw nothing; else there is an Error line, one a second at most from each
-/// place that calls this.
+/// place that calls this. Work that needs a lock states so where it is written, in a function that holds it.
 template <class Work>
-bool guarded(const char* what, Work&& work) noexcept {
+bool guarded(const char* what, Work&& work) noexcept ORU_NO_THREAD_SAFETY_ANALYSIS {
     const auto complain = [what](const char* reason) {
         static std::atomic<int64_t> quietUntilMs{INT64_MIN};
         constexpr int64_t kQuietMs = 1000;
