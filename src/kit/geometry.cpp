@@ -2,6 +2,7 @@
 
 #include <Eigen/Geometry>
 #include <Eigen/LU>
+#include <limits>
 
 namespace oru {
 namespace {
@@ -41,7 +42,10 @@ Matrix3f Matrix3f::inverse(const Matrix3f& matrix) {
         }
     }
     Matrix3f result;
-    storeRotationBlock(values.inverse(), result);
+    const bool isSingular = values.determinant() == 0.0F;
+    storeRotationBlock(isSingular ? Eigen::Matrix3f::Constant(std::numeric_limits<float>::quiet_NaN()).eval()
+                                  : values.inverse().eval(),
+                       result);
     return result;
 }
 
