@@ -195,6 +195,11 @@ TEST(Crafted, ImagesTakeMemoryOnlyOnceTheyAreDecoded) {
 
 TEST(Crafted, SearchesTakeNoLongerThanThreeTimesACheckOfThatSize) {
     constexpr std::size_t kSize = 4 * kMebibyte;
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    constexpr int64_t kTimes = 12;  // a check's sums are hardly instrumented, a search's comparisons are
+#else
+    constexpr int64_t kTimes = 3;
+#endif
     const TemporaryDirectory folder;
     const std::string path = folder.path("a.rlx2");
     const Scene scene;
@@ -204,7 +209,7 @@ TEST(Crafted, SearchesTakeNoLongerThanThreeTimesACheckOfThatSize) {
             intact.addFrame(image);
         }
         intact.writeTo(path);
-        return 3 * processorNs([&] { EXPECT_EQ(rlx::verifyRecording(path).condition, Condition::INTACT); });
+        return kTimes * processorNs([&] { EXPECT_EQ(rlx::verifyRecording(path).condition, Condition::INTACT); });
     };
     const int64_t allowed = allowedFor(scene.image(0));
     const int64_t allowedForSmall = allowedFor({1, 2, 3});

@@ -76,6 +76,8 @@ protected:
     const std::string path = folder.path("a.rlx2");
     const Scene scene;
     ScriptedClock clock;
+    doubles::RlxScript readerScript;  // before the camera, which closes its reader at its end
+    doubles::CallLog readerCalls;
     CameraRig camera{scene, clock};
 };
 
@@ -136,12 +138,10 @@ TEST_F(Playback, GapsAndStepsBackStartTheScheduleAnew) {
 }
 
 TEST_F(Playback, SlowFirstOrSoughtFrameBeginsTheSchedule) {
-    doubles::RlxScript script;
-    doubles::CallLog calls;
     for (uint64_t i = 0; i < 20; ++i) {
-        script.frames.push_back({scene.image(i), 5 * kSecond + i * 100'000'000, {}, std::nullopt, {}});
+        readerScript.frames.push_back({scene.image(i), 5 * kSecond + i * 100'000'000, {}, std::nullopt, {}});
     }
-    auto owned = std::make_unique<SlowReader>(script, calls, clock);
+    auto owned = std::make_unique<SlowReader>(readerScript, readerCalls, clock);
     SlowReader& reader = *owned;
     camera.reader = std::move(owned);
     open();
@@ -155,7 +155,7 @@ TEST_F(Playback, SlowFirstOrSoughtFrameBeginsTheSchedule) {
         const uint64_t start = clock.now;
         EXPECT_EQ(start - before, 6 * SlowReader::kOneReadNs) << "nothing is waited for but the frame";
         for (uint64_t i = 0; i < 5; ++i) {
-            EXPECT_EQ(camera.current_timestamp, script.frames[static_cast<std::size_t>(first) + i].time);
+            EXPECT_EQ(camera.current_timestamp, readerScript.frames[static_cast<std::size_t>(first) + i].time);
             EXPECT_EQ(clock.now - start, i * 100'000'000) << i;
             ASSERT_EQ(grabSoon(), NEW_FRAME);
         }

@@ -219,7 +219,7 @@ TEST_F(Ring, AReaderAndAWriterAtOnceNeverSeeHalfAnImage) {
 std::vector<int> takenBy(FrameDecimator& decimator, const std::vector<double>& milliseconds) {
     std::vector<int> taken;
     for (std::size_t i = 0; i < milliseconds.size(); ++i) {
-        if (decimator.take(1'000'000'000 + static_cast<uint64_t>(milliseconds[i] * 1e6))) {
+        if (decimator.take(static_cast<uint64_t>(1e9 + milliseconds[i] * 1e6))) {
             taken.push_back(static_cast<int>(i));
         }
     }
