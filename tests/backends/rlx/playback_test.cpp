@@ -74,7 +74,7 @@ protected:
 
     const TemporaryDirectory folder;
     const std::string path = folder.path("a.rlx2");
-    const Scene scene;
+    const Scene scene{};
     ScriptedClock clock;
     doubles::RlxScript readerScript;  // before the camera, which closes its reader at its end
     doubles::CallLog readerCalls;
