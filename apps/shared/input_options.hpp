@@ -32,7 +32,8 @@ struct InputOptions {
 /// Says what is wrong with a text, nothing when it is right.
 using TextCheck = std::function<std::string(std::string&)>;
 
-/// Adds --id, --serial, --file, --stream, --input (one of them at most), --patience, --realtime, --follow, --resolution,
+/// Adds --id, --serial, --file, --stream, --input (one of them at most), --patience, --realtime, --follow,
+/// --resolution,
 /// --fps, --flip,
 /// --hdr, --set (whose texts `checkAssignment` judges) and --settings. `options` must outlive the parsing.
 void addInputOptions(CLI::App& command, InputOptions& options, const TextCheck& checkAssignment);
